@@ -1,0 +1,26 @@
+# Installs libraries, headers, the Fortran module's source, a CMake package and a pkg-config file.
+
+include(CMakePackageConfigHelpers)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/KVOMtxLinearAlgebra)
+
+set_target_properties(KVOMtxLinearAlgebra PROPERTIES INSTALL_RPATH $ORIGIN) # finds the platform beside it
+install(TARGETS KVOPlatform KVOMtxLinearAlgebra EXPORT KVOMtxLinearAlgebraTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+install(EXPORT KVOMtxLinearAlgebraTargets NAMESPACE KVO:: DESTINATION ${package_dir} COMPONENT development)
+
+
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/KVOMtxLinearAlgebraConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/KVOMtxLinearAlgebraConfig.cmake INSTALL_DESTINATION ${package_dir} PATH_VARS CMAKE_INSTALL_INCLUDEDIR)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/KVOMtxLinearAlgebraConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES
+        ${PROJECT_BINARY_DIR}/KVOMtxLinearAlgebraConfig.cmake
+        ${PROJECT_BINARY_DIR}/KVOMtxLinearAlgebraConfigVersion.cmake
+    DESTINATION ${package_dir} COMPONENT development)
+
+# Relative to the file itself, so that the installed tree can be moved.
+file(RELATIVE_PATH prefix_from_libdir /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+set(KVO_PC_PREFIX "\${pcfiledir}/${prefix_from_libdir}")
+configure_file(${CMAKE_CURRENT_LIST_DIR}/KVOMtxLinearAlgebra.pc.in ${PROJECT_BINARY_DIR}/KVOMtxLinearAlgebra.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/KVOMtxLinearAlgebra.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

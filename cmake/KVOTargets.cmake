@@ -1,0 +1,51 @@
+# What every target of the project has in common.
+
+add_library(kvo_warnings INTERFACE)
+target_compile_options(kvo_warnings INTERFACE
+    $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor -Wmissing-declarations>
+    $<$<COMPILE_LANGUAGE:Fortran>:-Wall -Wextra>)
+
+# Address and undefined-behaviour checks of the asan preset; a report ends the process.
+option(KVO_SANITIZE "Compile with the address and undefined-behaviour sanitizers" OFF)
+add_library(kvo_sanitizers INTERFACE)
+if(KVO_SANITIZE)
+    target_compile_options(kvo_sanitizers INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(kvo_sanitizers INTERFACE -fsanitize=address,undefined)
+endif()
+if(KVO_BUILD_FUZZERS)
+    target_compile_options(kvo_sanitizers INTERFACE $<$<COMPILE_LANGUAGE:C,CXX>:-fsanitize=fuzzer-no-link>)
+endif()
+
+# A shared library with hidden visibility that exports what its version script names: hidden visibility alone still shows the
+# instantiations of standard templates.
+function(kvo_add_shared_library target export_name version_script)
+    add_library(${target} SHARED)
+    add_library(KVO::${export_name} ALIAS ${target})
+    target_compile_features(${target} PUBLIC cxx_std_20)
+    set_target_properties(${target} PROPERTIES
+        EXPORT_NAME ${export_name}
+        VERSION ${PROJECT_VERSION}
+        SOVERSION ${PROJECT_VERSION_MAJOR}
+        CXX_EXTENSIONS OFF
+        CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON
+        POSITION_INDEPENDENT_CODE ON
+        VERIFY_INTERFACE_HEADER_SETS ON
+        LINK_DEPENDS ${version_script})
+    target_link_options(${target} PRIVATE LINKER:--version-script=${version_script} LINKER:--no-undefined)
+    if(KVO_SANITIZE AND CMAKE_CXX_COMPILER_ID MATCHES Clang)
+        # Clang leaves the sanitizer's symbols to the program.
+        target_link_options(${target} PRIVATE LINKER:--warn-unresolved-symbols)
+    endif()
+    # FMA contraction is off: vectorised and plain loops must round alike.
+    target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-ffp-contract=off>)
+    target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:kvo_warnings> $<BUILD_INTERFACE:kvo_sanitizers>)
+endfunction()
+
+# A program of the tests, benchmarks or examples.
+function(kvo_add_program target)
+    add_executable(${target} ${ARGN})
+    target_compile_features(${target} PRIVATE cxx_std_20)
+    set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
+    target_link_libraries(${target} PRIVATE KVO::MtxLinearAlgebra kvo_warnings kvo_sanitizers)
+endfunction()

@@ -1,0 +1,240 @@
+#pragma once
+
+#include "KVOBasException.h"
+#include "KVOExport.h"
+#include "atr_String.h"
+
+/// The failures of the matrix classes: one class each, with a fixed number and message. A message is translated as a format; its place
+/// receives the payload. The numbers 205, 216 and 217 belong to no class.
+
+/// A sparse operation is refused on half storage. Number 201: "KVOSrvSparseMatrix::%s symmetric:True not supported!"
+class KVO_EXPORT KVOSrvMtxNoSymmetricTrue : public KVOBasException
+{
+public:
+    /// @param operation  name of the refused operation; copied, null counts as empty
+    explicit KVOSrvMtxNoSymmetricTrue(char const* operation);
+    KVOSrvMtxNoSymmetricTrue(KVOSrvMtxNoSymmetricTrue const&) noexcept = default;
+    KVOSrvMtxNoSymmetricTrue& operator=(KVOSrvMtxNoSymmetricTrue const&) noexcept = default;
+    ~KVOSrvMtxNoSymmetricTrue() override;
+
+    atr_String AsString() const override;
+    [[noreturn]] void Raise() const override;
+    int ErrorNumber() const override;
+
+private:
+    atr_String m_operation;
+};
+
+/// A sparse matrix file cannot be opened. Number 202: "KVOSrvSparseImExPorter: Failed to open file %s."
+class KVO_EXPORT KVOSrvMtxOpenFileException : public KVOBasException
+{
+public:
+    /// @param path  file name; copied, null counts as empty
+    explicit KVOSrvMtxOpenFileException(char const* path);
+    KVOSrvMtxOpenFileException(KVOSrvMtxOpenFileException const&) noexcept = default;
+    KVOSrvMtxOpenFileException& operator=(KVOSrvMtxOpenFileException const&) noexcept = default;
+    ~KVOSrvMtxOpenFileException() override;
+
+    atr_String AsString() const override;
+    [[noreturn]] void Raise() const override;
+    int ErrorNumber() const override;
+
+private:
+    atr_String m_path;
+};
+
+/// A range read from a database matrix leaves it. Number 203: "KVOSrvDenseMatrix::GetValues invalid range values."
+class KVO_EXPORT KVOSrvMtxInvalidGetRange : public KVOBasException
+{
+public:
+    KVOSrvMtxInvalidGetRange() noexcept = default;
+    KVOSrvMtxInvalidGetRange(KVOSrvMtxInvalidGetRange const&) noexcept = default;
+    KVOSrvMtxInvalidGetRange& operator=(KVOSrvMtxInvalidGetRange const&) noexcept = default;
+    ~KVOSrvMtxInvalidGetRange() override;
+
+    atr_String AsString() const override;
+    [[noreturn]] void Raise() const override;
+    int ErrorNumber() const override;
+};
+
+/// A range written to a database matrix leaves it. Number 204: "KVOSrvDenseMatrix::SetValues invalid range values."
+class KVO_EXPORT KVOSrvMtxInvalidSetRange : public KVOBasException
+{
+public:
+    KVOSrvMtxInvalidSetRange() noexcept = default;
+    KVOSrvMtxInvalidSetRange(KVOSrvMtxInvalidSetRange const&) noexcept = default;
+    KVOSrvMtxInvalidSetRange& operator=(KVOSrvMtxInvalidSetRange const&) noexcept = default;
+    ~KVOSrvMtxInvalidSetRange() override;
+
+    atr_String AsString() const override;
+    [[noreturn]] void Raise() const override;
+    int ErrorNumber() const override;
+};
+
+/// An argument or shape is wrong. Number 206: "KVOSrvMatrix::%s - Illegal input."
+class KVO_EXPORT KVOSrvMtxIllegalInput : public KVOBasException
+{
+public:
+    /// @param operation  name of the operation; copied, null counts as empty
+    explicit KVOSrvMtxIllegalInput(char const* operation);
+    KVOSrvMtxIllegalInput(KVOSrvMtxIllegalInput const&) noexcept = default;
+    KVOSrvMtxIllegalInput& operator=(KVOSrvMtxIllegalInput const&) noexcept = default;
+    ~KVOSrvMtxIllegalInput() override;
+
+    atr_String AsString() const override;
+    [[noreturn]] void Raise() const override;
+    int ErrorNumber() const override;
+
+private:
+    atr_String m_operation;
+};
+
+/// A sparse matrix cannot be written in the format asked for. Number 207: "KVOSrvSparseImExPorter: Unsupported export format."
+class KVO_EXPORT KVOSrvMtxUnsupportedExpFmt : public KVOBasException
+{
+public:
+    KVOSrvMtxUnsupportedExpFmt() noexcept = default;
+    KVOSrvMtxUnsupportedExpFmt(KVOSrvMtxUnsupportedExpFmt const&) noexcept = default;
+    KVOSrvMtxUnsupportedExpFmt& operator=(KVOSrvMtxUnsupportedExpFmt const&) noexcept = default;
+    ~KVOSrvMtxUnsupportedExpFmt() override;
+
+    atr_String AsString() const override;
+    [[noreturn]] void Raise() const override;
+    int ErrorNumber() const override;
+};
+
+/// Writing a sparse matrix file failed. Number 208: "Error at writing to file: %s"
+class KVO_EXPORT KVOSrvMtxFileWriteFailure : public KVOBasException
+{
+public:
+    /// @param path  file name; copied, null counts as empty
+    explicit KVOSrvMtxFileWriteFailure(char const* path);
+    KVOSrvMtxFileWriteFailure(KVOSrvMtxFileWriteFailure const&) noexcept = default;
+    KVOSrvMtxFileWriteFailure& operator=(KVOSrvMtxFileWriteFailure const&) noexcept = default;
+    ~KVOSrvMtxFileWriteFailure() override;
+
+    atr_String AsString() const override;
+    [[noreturn]] void Raise() const override;
+    int ErrorNumber() const override;
+
+private:
+    atr_String m_path;
+};
+
+/// A sparse operation is refused on half storage. Number 209: "KVOSrvSparseMatrix::%s symmetric:True not supported!"
+/// Deliberate: nothing is put into the place; the message keeps its two characters %s.
+class KVO_EXPORT KVOSrvMtxNoUnsymmetric : public KVOBasException
+{
+public:
+    KVOSrvMtxNoUnsymmetric() noexcept = default;
+    KVOSrvMtxNoUnsymmetric(KVOSrvMtxNoUnsymmetric const&) noexcept = default;
+    KVOSrvMtxNoUnsymmetric& operator=(KVOSrvMtxNoUnsymmetric const&) noexcept = default;
+    ~KVOSrvMtxNoUnsymmetric() override;
+
+    atr_String AsString() const override;
+    [[noreturn]] void Raise() const override;
+    int ErrorNumber() const override;
+};
+
+/// A sparse matrix file has an unknown format or malformed content. Number 210: "KVOSrvSparseImExPorter: Unsupported import format."
+class KVO_EXPORT KVOSrvMtxUnsupportedImpFmt : public KVOBasException
+{
+public:
+    KVOSrvMtxUnsupportedImpFmt() noexcept = default;
+    KVOSrvMtxUnsupportedImpFmt(KVOSrvMtxUnsupportedImpFmt const&) noexcept = default;
+    KVOSrvMtxUnsupportedImpFmt& operator=(KVOSrvMtxUnsupportedImpFmt const&) noexcept = default;
+    ~KVOSrvMtxUnsupportedImpFmt() override;
+
+    atr_String AsString() const override;
+    [[noreturn]] void Raise() const override;
+    int ErrorNumber() const override;
+};
+
+/// MultiplyIndexed was asked for the untransposed product. Number 211: "KVOSrvSparseMatrix::MultiplyIndexed transpose:False not supported!"
+class KVO_EXPORT KVOSrvMtxNoTranspose : public KVOBasException
+{
+public:
+    KVOSrvMtxNoTranspose() noexcept = default;
+    KVOSrvMtxNoTranspose(KVOSrvMtxNoTranspose const&) noexcept = default;
+    KVOSrvMtxNoTranspose& operator=(KVOSrvMtxNoTranspose const&) noexcept = default;
+    ~KVOSrvMtxNoTranspose() override;
+
+    atr_String AsString() const override;
+    [[noreturn]] void Raise() const override;
+    int ErrorNumber() const override;
+};
+
+/// A permutation vector names a row that the matrix lacks. Number 212: "KVOSrvMatrix::PermuteRowsInPlace - Illegal perm Vector."
+class KVO_EXPORT KVOSrvMtxIllegalPermVect : public KVOBasException
+{
+public:
+    KVOSrvMtxIllegalPermVect() noexcept = default;
+    KVOSrvMtxIllegalPermVect(KVOSrvMtxIllegalPermVect const&) noexcept = default;
+    KVOSrvMtxIllegalPermVect& operator=(KVOSrvMtxIllegalPermVect const&) noexcept = default;
+    ~KVOSrvMtxIllegalPermVect() override;
+
+    atr_String AsString() const override;
+    [[noreturn]] void Raise() const override;
+    int ErrorNumber() const override;
+};
+
+/// LAPACK refused an argument of the eigensolver. Number 213: "KVOSrvMatrix::SolveEigenproblemSymmetric - Illegal function argument %i."
+class KVO_EXPORT KVOSrvMtxSolveIllegalArg : public KVOBasException
+{
+public:
+    /// @param argument  its position, 1-based
+    explicit KVOSrvMtxSolveIllegalArg(int argument);
+    KVOSrvMtxSolveIllegalArg(KVOSrvMtxSolveIllegalArg const&) noexcept = default;
+    KVOSrvMtxSolveIllegalArg& operator=(KVOSrvMtxSolveIllegalArg const&) noexcept = default;
+    ~KVOSrvMtxSolveIllegalArg() override;
+
+    atr_String AsString() const override;
+    [[noreturn]] void Raise() const override;
+    int ErrorNumber() const override;
+
+private:
+    int m_argument;
+};
+
+/// The tridiagonal eigensolver did not converge. Number 214: "KVOSrvMatrix::SolveEigenproblemSymmetric - Eigensolver did not converge."
+class KVO_EXPORT KVOSrvMtxSolveNotConverge : public KVOBasException
+{
+public:
+    KVOSrvMtxSolveNotConverge() noexcept = default;
+    KVOSrvMtxSolveNotConverge(KVOSrvMtxSolveNotConverge const&) noexcept = default;
+    KVOSrvMtxSolveNotConverge& operator=(KVOSrvMtxSolveNotConverge const&) noexcept = default;
+    ~KVOSrvMtxSolveNotConverge() override;
+
+    atr_String AsString() const override;
+    [[noreturn]] void Raise() const override;
+    int ErrorNumber() const override;
+};
+
+/// The right-hand matrix of an eigenproblem is not positive definite. Number 215: "KVOSrvMatrix::SolveEigenproblemSymmetric - Matrix B is
+/// not positive-definite."
+class KVO_EXPORT KVOSrvMtxSolveNotPositive : public KVOBasException
+{
+public:
+    KVOSrvMtxSolveNotPositive() noexcept = default;
+    KVOSrvMtxSolveNotPositive(KVOSrvMtxSolveNotPositive const&) noexcept = default;
+    KVOSrvMtxSolveNotPositive& operator=(KVOSrvMtxSolveNotPositive const&) noexcept = default;
+    ~KVOSrvMtxSolveNotPositive() override;
+
+    atr_String AsString() const override;
+    [[noreturn]] void Raise() const override;
+    int ErrorNumber() const override;
+};
+
+/// A diagonal matrix with a zero entry cannot be factored. Number 218: "KVOSrvMatrix::Factorize - division by 0."
+class KVO_EXPORT KVOSrvMtxDivByZero : public KVOBasException
+{
+public:
+    KVOSrvMtxDivByZero() noexcept = default;
+    KVOSrvMtxDivByZero(KVOSrvMtxDivByZero const&) noexcept = default;
+    KVOSrvMtxDivByZero& operator=(KVOSrvMtxDivByZero const&) noexcept = default;
+    ~KVOSrvMtxDivByZero() override;
+
+    atr_String AsString() const override;
+    [[noreturn]] void Raise() const override;
+    int ErrorNumber() const override;
+};

@@ -1,0 +1,241 @@
+#include "KVOSrvMtxExceptions.h"
+
+#include "atr_Translate.h"
+
+namespace
+{
+
+atr_String Message(char const* format)
+{
+    return atr_translate(format).Result();
+}
+
+template<class Payload>
+atr_String Message(char const* format, Payload payload)
+{
+    atr_translate message(format);
+    atr_SubstituteFormat(message, 1, payload);
+    return message.Result();
+}
+
+atr_String Message(char const* format, atr_String const& payload)
+{
+    return Message(format, payload.c_str());
+}
+
+} // namespace
+
+KVOSrvMtxNoSymmetricTrue::KVOSrvMtxNoSymmetricTrue(char const* operation) : m_operation(Message("%s", operation)) {}
+KVOSrvMtxNoSymmetricTrue::~KVOSrvMtxNoSymmetricTrue() = default;
+atr_String KVOSrvMtxNoSymmetricTrue::AsString() const
+{
+    return Message("KVOSrvSparseMatrix::%s symmetric:True not supported!", m_operation);
+}
+void KVOSrvMtxNoSymmetricTrue::Raise() const
+{
+    throw KVOSrvMtxNoSymmetricTrue(*this);
+}
+int KVOSrvMtxNoSymmetricTrue::ErrorNumber() const
+{
+    return 201;
+}
+
+KVOSrvMtxOpenFileException::KVOSrvMtxOpenFileException(char const* path) : m_path(Message("%s", path)) {}
+KVOSrvMtxOpenFileException::~KVOSrvMtxOpenFileException() = default;
+atr_String KVOSrvMtxOpenFileException::AsString() const
+{
+    return Message("KVOSrvSparseImExPorter: Failed to open file %s.", m_path);
+}
+void KVOSrvMtxOpenFileException::Raise() const
+{
+    throw KVOSrvMtxOpenFileException(*this);
+}
+int KVOSrvMtxOpenFileException::ErrorNumber() const
+{
+    return 202;
+}
+
+KVOSrvMtxInvalidGetRange::~KVOSrvMtxInvalidGetRange() = default;
+atr_String KVOSrvMtxInvalidGetRange::AsString() const
+{
+    return Message("KVOSrvDenseMatrix::GetValues invalid range values.");
+}
+void KVOSrvMtxInvalidGetRange::Raise() const
+{
+    throw KVOSrvMtxInvalidGetRange(*this);
+}
+int KVOSrvMtxInvalidGetRange::ErrorNumber() const
+{
+    return 203;
+}
+
+KVOSrvMtxInvalidSetRange::~KVOSrvMtxInvalidSetRange() = default;
+atr_String KVOSrvMtxInvalidSetRange::AsString() const
+{
+    return Message("KVOSrvDenseMatrix::SetValues invalid range values.");
+}
+void KVOSrvMtxInvalidSetRange::Raise() const
+{
+    throw KVOSrvMtxInvalidSetRange(*this);
+}
+int KVOSrvMtxInvalidSetRange::ErrorNumber() const
+{
+    return 204;
+}
+
+KVOSrvMtxIllegalInput::KVOSrvMtxIllegalInput(char const* operation) : m_operation(Message("%s", operation)) {}
+KVOSrvMtxIllegalInput::~KVOSrvMtxIllegalInput() = default;
+atr_String KVOSrvMtxIllegalInput::AsString() const
+{
+    return Message("KVOSrvMatrix::%s - Illegal input.", m_operation);
+}
+void KVOSrvMtxIllegalInput::Raise() const
+{
+    throw KVOSrvMtxIllegalInput(*this);
+}
+int KVOSrvMtxIllegalInput::ErrorNumber() const
+{
+    return 206;
+}
+
+KVOSrvMtxUnsupportedExpFmt::~KVOSrvMtxUnsupportedExpFmt() = default;
+atr_String KVOSrvMtxUnsupportedExpFmt::AsString() const
+{
+    return Message("KVOSrvSparseImExPorter: Unsupported export format.");
+}
+void KVOSrvMtxUnsupportedExpFmt::Raise() const
+{
+    throw KVOSrvMtxUnsupportedExpFmt(*this);
+}
+int KVOSrvMtxUnsupportedExpFmt::ErrorNumber() const
+{
+    return 207;
+}
+
+KVOSrvMtxFileWriteFailure::KVOSrvMtxFileWriteFailure(char const* path) : m_path(Message("%s", path)) {}
+KVOSrvMtxFileWriteFailure::~KVOSrvMtxFileWriteFailure() = default;
+atr_String KVOSrvMtxFileWriteFailure::AsString() const
+{
+    return Message("Error at writing to file: %s", m_path);
+}
+void KVOSrvMtxFileWriteFailure::Raise() const
+{
+    throw KVOSrvMtxFileWriteFailure(*this);
+}
+int KVOSrvMtxFileWriteFailure::ErrorNumber() const
+{
+    return 208;
+}
+
+KVOSrvMtxNoUnsymmetric::~KVOSrvMtxNoUnsymmetric() = default;
+atr_String KVOSrvMtxNoUnsymmetric::AsString() const
+{
+    return Message("KVOSrvSparseMatrix::%s symmetric:True not supported!");
+}
+void KVOSrvMtxNoUnsymmetric::Raise() const
+{
+    throw KVOSrvMtxNoUnsymmetric(*this);
+}
+int KVOSrvMtxNoUnsymmetric::ErrorNumber() const
+{
+    return 209;
+}
+
+KVOSrvMtxUnsupportedImpFmt::~KVOSrvMtxUnsupportedImpFmt() = default;
+atr_String KVOSrvMtxUnsupportedImpFmt::AsString() const
+{
+    return Message("KVOSrvSparseImExPorter: Unsupported import format.");
+}
+void KVOSrvMtxUnsupportedImpFmt::Raise() const
+{
+    throw KVOSrvMtxUnsupportedImpFmt(*this);
+}
+int KVOSrvMtxUnsupportedImpFmt::ErrorNumber() const
+{
+    return 210;
+}
+
+KVOSrvMtxNoTranspose::~KVOSrvMtxNoTranspose() = default;
+atr_String KVOSrvMtxNoTranspose::AsString() const
+{
+    return Message("KVOSrvSparseMatrix::MultiplyIndexed transpose:False not supported!");
+}
+void KVOSrvMtxNoTranspose::Raise() const
+{
+    throw KVOSrvMtxNoTranspose(*this);
+}
+int KVOSrvMtxNoTranspose::ErrorNumber() const
+{
+    return 211;
+}
+
+KVOSrvMtxIllegalPermVect::~KVOSrvMtxIllegalPermVect() = default;
+atr_String KVOSrvMtxIllegalPermVect::AsString() const
+{
+    return Message("KVOSrvMatrix::PermuteRowsInPlace - Illegal perm Vector.");
+}
+void KVOSrvMtxIllegalPermVect::Raise() const
+{
+    throw KVOSrvMtxIllegalPermVect(*this);
+}
+int KVOSrvMtxIllegalPermVect::ErrorNumber() const
+{
+    return 212;
+}
+
+KVOSrvMtxSolveIllegalArg::KVOSrvMtxSolveIllegalArg(int argument) : m_argument(argument) {}
+KVOSrvMtxSolveIllegalArg::~KVOSrvMtxSolveIllegalArg() = default;
+atr_String KVOSrvMtxSolveIllegalArg::AsString() const
+{
+    return Message("KVOSrvMatrix::SolveEigenproblemSymmetric - Illegal function argument %i.", m_argument);
+}
+void KVOSrvMtxSolveIllegalArg::Raise() const
+{
+    throw KVOSrvMtxSolveIllegalArg(*this);
+}
+int KVOSrvMtxSolveIllegalArg::ErrorNumber() const
+{
+    return 213;
+}
+
+KVOSrvMtxSolveNotConverge::~KVOSrvMtxSolveNotConverge() = default;
+atr_String KVOSrvMtxSolveNotConverge::AsString() const
+{
+    return Message("KVOSrvMatrix::SolveEigenproblemSymmetric - Eigensolver did not converge.");
+}
+void KVOSrvMtxSolveNotConverge::Raise() const
+{
+    throw KVOSrvMtxSolveNotConverge(*this);
+}
+int KVOSrvMtxSolveNotConverge::ErrorNumber() const
+{
+    return 214;
+}
+
+KVOSrvMtxSolveNotPositive::~KVOSrvMtxSolveNotPositive() = default;
+atr_String KVOSrvMtxSolveNotPositive::AsString() const
+{
+    return Message("KVOSrvMatrix::SolveEigenproblemSymmetric - Matrix B is not positive-definite.");
+}
+void KVOSrvMtxSolveNotPositive::Raise() const
+{
+    throw KVOSrvMtxSolveNotPositive(*this);
+}
+int KVOSrvMtxSolveNotPositive::ErrorNumber() const
+{
+    return 215;
+}
+
+KVOSrvMtxDivByZero::~KVOSrvMtxDivByZero() = default;
+atr_String KVOSrvMtxDivByZero::AsString() const
+{
+    return Message("KVOSrvMatrix::Factorize - division by 0.");
+}
+void KVOSrvMtxDivByZero::Raise() const
+{
+    throw KVOSrvMtxDivByZero(*this);
+}
+int KVOSrvMtxDivByZero::ErrorNumber() const
+{
+    return 218;
+}

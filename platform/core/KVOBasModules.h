@@ -1,0 +1,21 @@
+#pragma once
+
+#include "KVOExport.h"
+
+/// Start and end of the platform's libraries. Each counts its users; the first start adds 1 to the caller's tally of running modules, the
+/// last end takes 1 off. The stand-alone platform is one shared library whose parts need no further preparation.
+
+KVO_EXPORT void KVOBasCoreUtils_initialize(int& tally);
+KVO_EXPORT void KVOBasCoreUtils_finalize(int& tally);
+KVO_EXPORT void KVOBasShared_initialize(int& tally);
+KVO_EXPORT void KVOBasShared_finalize(int& tally);
+KVO_EXPORT void KVOBasDrexa_initialize(int& tally);
+KVO_EXPORT void KVOBasDrexa_finalize(int& tally);
+KVO_EXPORT void KVOSimContainers_initialize(int& tally);
+KVO_EXPORT void KVOSimContainers_finalize(int& tally);
+KVO_EXPORT void KVOSimAPI_initialize(int& tally);
+KVO_EXPORT void KVOSimAPI_finalize(int& tally);
+KVO_EXPORT void KVOSrvBasic_initialize(int& tally);
+KVO_EXPORT void KVOSrvBasic_finalize(int& tally);
+KVO_EXPORT void KVOFsmShared_initialize(int& tally);
+KVO_EXPORT void KVOFsmShared_finalize(int& tally);

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "KVOExport.h"
+#include "cow_String.h"
+
+/// A path in the file system.
+class KVO_EXPORT KVOBasUtlFilePath
+{
+public:
+    explicit KVOBasUtlFilePath(cow_String const& path) : m_path(path) {}
+    /// The path of `name` in the folder `directory`; just `name` when `directory` is empty.
+    KVOBasUtlFilePath(cow_String const& directory, cow_String const& name);
+
+    cow_String const& Path() const noexcept { return m_path; }
+
+    /// True when something of that name exists, a link without a target included.
+    bool Exists() const noexcept;
+
+    /// Removes the file or link. @return false when that failed, with errno telling why
+    bool Remove() const noexcept;
+
+private:
+    cow_String m_path;
+};
+
+/// The current working directory. @throws std::filesystem::filesystem_error when it cannot be had (it was removed, say)
+KVO_EXPORT cow_String KVOBasUtlgetcwd();

@@ -1,0 +1,3 @@
+#pragma once
+
+#include "atr_String.h" // cow_String shares its representation

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "KVOExport.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <new>
+
+/// The platform's allocator. Every array and every object of the libraries above comes from here.
+
+/// Thrown when memory is exhausted or a size is larger than any object can be; the text names the size asked for.
+class KVO_EXPORT mem_OutOfMemory : public std::bad_alloc
+{
+public:
+    explicit mem_OutOfMemory(std::size_t bytes) noexcept;
+    ~mem_OutOfMemory() override;
+    mem_OutOfMemory(mem_OutOfMemory const&) noexcept = default;
+    mem_OutOfMemory& operator=(mem_OutOfMemory const&) noexcept = default;
+
+    /// "Out of memory: <n> bytes were asked for."; lives as long as this object.
+    char const* what() const noexcept override;
+
+private:
+    char m_text[64];
+};
+
+/// Allocates `bytes` bytes (0 is allowed and gives a unique pointer), uninitialised, aligned for any scalar type.
+///
+/// @return the memory, never null; release it with mem_Free
+/// @throws mem_OutOfMemory when the memory is exhausted or `bytes` exceeds PTRDIFF_MAX
+KVO_EXPORT void* mem_OperatorNewThrow(std::size_t bytes);
+
+/// The same without an exception: null when the memory cannot be had.
+KVO_EXPORT void* mem_Malloc(std::size_t bytes) noexcept;
+
+/// Changes the size of memory of the two functions above to `bytes`, more than 0; what both sizes have in common is kept.
+///
+/// @return the memory, possibly moved; null when it cannot be had: the old one is then untouched
+KVO_EXPORT void* mem_Realloc(void* memory, std::size_t bytes) noexcept;
+
+/// Releases memory of the three functions above; null is allowed.
+KVO_EXPORT void mem_Free(void* memory) noexcept;
+
+/// Bytes of an array of `count` elements of `size` bytes; a negative count or a product that overflows gives SIZE_MAX, which every
+/// allocation function refuses.
+constexpr std::size_t mem_ArrayBytes(std::int64_t count, std::size_t size) noexcept
+{
+    std::size_t bytes = 0;
+    return count < 0 || __builtin_mul_overflow(static_cast<std::size_t>(count), size, &bytes) ? SIZE_MAX : bytes;
+}
+
+/// Makes the allocation that follows `successes` further ones fail, once; a negative number (the state at load time) means never.
+/// For tests of what is left behind when memory runs out.
+KVO_EXPORT void mem_FailAllocationAfter(std::int64_t successes) noexcept;
+
+/// Base that sends `new` and `delete` of a class through the platform's allocator.
+class KVO_EXPORT mem_AllocationOperators
+{
+public:
+    static void* operator new(std::size_t bytes) { return mem_OperatorNewThrow(bytes); }
+    static void* operator new(std::size_t, void* place) noexcept { return place; }
+    static void operator delete(void* memory) noexcept { mem_Free(memory); }
+    static void operator delete(void*, void*) noexcept {}
+};
+
+/// Deleter for a unique_ptr that holds an array of the platform's allocator.
+struct mem_Deleter {
+    void operator()(void* memory) const noexcept { mem_Free(memory); }
+};

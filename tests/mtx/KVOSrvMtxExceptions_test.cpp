@@ -1,0 +1,120 @@
+#include "KVOSrvMtxExceptions.h"
+
+#include "atr_Translate.h"
+
+#include <csignal>
+#include <cstring>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+
+namespace
+{
+
+// What a handler for Handler receives of an exception of class Exception.
+template<class Handler, class Exception>
+std::string CaughtReport(Exception exception)
+{
+    try {
+        exception.Throw("mtx/impl/KVOSrvMatrix", 4711);
+    } catch (Handler const& caught) {
+        return static_cast<Exception const&>(caught).DeveloperReport().c_str();
+    } catch (...) {
+        return "another class";
+    }
+}
+
+template<class Exception>
+void Check(Exception const& exception, int number, std::string const& message)
+{
+    SCOPED_TRACE(message);
+    KVOBasException const& base = exception;
+    EXPECT_EQ(base.ErrorNumber(), number);
+    EXPECT_EQ(base.AsString().View(), message);
+    EXPECT_EQ(base.UserReport().View(), message);
+    EXPECT_EQ(base.DeveloperReport().View(), message); // never thrown: no position
+
+    std::string const report = message + "\nFile mtx/impl/KVOSrvMatrix, line 4711";
+    EXPECT_EQ(CaughtReport<Exception>(exception), report);
+    EXPECT_EQ(CaughtReport<KVOBasException>(exception), report);
+    EXPECT_EQ(CaughtReport<mem_AllocationOperators>(exception), report);
+
+    EXPECT_THROW(base.Raise(), Exception); // the most-derived class, although raised through the base
+}
+
+TEST(KVOSrvMtxExceptions, NumberMessageAndHandlers)
+{
+    Check(KVOSrvMtxNoSymmetricTrue("PermuteRows"), 201, "KVOSrvSparseMatrix::PermuteRows symmetric:True not supported!");
+    Check(KVOSrvMtxOpenFileException("/tmp/a b.mtx"), 202, "KVOSrvSparseImExPorter: Failed to open file /tmp/a b.mtx.");
+    Check(KVOSrvMtxInvalidGetRange(), 203, "KVOSrvDenseMatrix::GetValues invalid range values.");
+    Check(KVOSrvMtxInvalidSetRange(), 204, "KVOSrvDenseMatrix::SetValues invalid range values.");
+    Check(KVOSrvMtxIllegalInput("Factorize"), 206, "KVOSrvMatrix::Factorize - Illegal input.");
+    Check(KVOSrvMtxUnsupportedExpFmt(), 207, "KVOSrvSparseImExPorter: Unsupported export format.");
+    Check(KVOSrvMtxFileWriteFailure("out.csv"), 208, "Error at writing to file: out.csv");
+    Check(KVOSrvMtxNoUnsymmetric(), 209, "KVOSrvSparseMatrix::%s symmetric:True not supported!");
+    Check(KVOSrvMtxUnsupportedImpFmt(), 210, "KVOSrvSparseImExPorter: Unsupported import format.");
+    Check(KVOSrvMtxNoTranspose(), 211, "KVOSrvSparseMatrix::MultiplyIndexed transpose:False not supported!");
+    Check(KVOSrvMtxIllegalPermVect(), 212, "KVOSrvMatrix::PermuteRowsInPlace - Illegal perm Vector.");
+    Check(KVOSrvMtxSolveIllegalArg(-8), 213, "KVOSrvMatrix::SolveEigenproblemSymmetric - Illegal function argument -8.");
+    Check(KVOSrvMtxSolveNotConverge(), 214, "KVOSrvMatrix::SolveEigenproblemSymmetric - Eigensolver did not converge.");
+    Check(KVOSrvMtxSolveNotPositive(), 215, "KVOSrvMatrix::SolveEigenproblemSymmetric - Matrix B is not positive-definite.");
+    Check(KVOSrvMtxDivByZero(), 218, "KVOSrvMatrix::Factorize - division by 0.");
+}
+
+TEST(KVOSrvMtxExceptions, PayloadIsTakenAsItStands)
+{
+    Check(KVOSrvMtxIllegalInput("%s %i 100%"), 206, "KVOSrvMatrix::%s %i 100% - Illegal input.");
+    Check(KVOSrvMtxIllegalInput("*="), 206, "KVOSrvMatrix::*= - Illegal input.");
+    Check(KVOSrvMtxIllegalInput(""), 206, "KVOSrvMatrix:: - Illegal input.");
+    Check(KVOSrvMtxOpenFileException(nullptr), 202, "KVOSrvSparseImExPorter: Failed to open file .");
+
+    std::string name = "SetSlice";
+    KVOSrvMtxIllegalInput exception(name.c_str());
+    name.assign("destroyed");
+    KVOSrvMtxIllegalInput copy("Add");
+    copy = exception;
+    copy = *&copy;
+    Check(copy, 206, "KVOSrvMatrix::SetSlice - Illegal input.");
+}
+
+TEST(KVOSrvMtxExceptions, MessageIsTranslatedWhenAsked)
+{
+    KVOSrvMtxIllegalInput const exception("Add");
+    atr_Lookup const before = atr_SetLookup([](char const* format) -> char const* {
+        return std::strcmp(format, "KVOSrvMatrix::%s - Illegal input.") == 0 ? "Eingabe von %s falsch" : nullptr;
+    });
+
+    EXPECT_STREQ(exception.AsString().c_str(), "Eingabe von Add falsch");
+    EXPECT_STREQ(KVOSrvMtxDivByZero().AsString().c_str(), "KVOSrvMatrix::Factorize - division by 0.");
+
+    atr_SetLookup(before);
+    EXPECT_STREQ(exception.AsString().c_str(), "KVOSrvMatrix::Add - Illegal input.");
+}
+
+TEST(KVOSrvMtxExceptions, LivesOnThePlatformsHeap)
+{
+    mem_FailAllocationAfter(0);
+    EXPECT_THROW(new KVOSrvMtxDivByZero, mem_OutOfMemory);
+    for (int successes = 0; successes < 2; ++successes) { // the text and its count
+        mem_FailAllocationAfter(successes);
+        EXPECT_THROW(KVOSrvMtxIllegalInput("Multiply"), mem_OutOfMemory) << successes;
+    }
+    mem_FailAllocationAfter(-1);
+
+    KVOBasException const* const exception = new KVOSrvMtxIllegalInput("Multiply");
+    EXPECT_EQ(exception->ErrorNumber(), 206);
+    delete exception;
+}
+
+TEST(KVOSrvMtxExceptionsDeathTest, UnhandledExceptionSaysWhatItIs)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // a BLAS provider may have threads running
+    using testing::HasSubstr;
+    EXPECT_EXIT([]() noexcept { KVOSrvMtxIllegalInput("Interpolate").Throw("mtx/impl/KVOSrvMatrix", 12); }(),
+                testing::KilledBySignal(SIGABRT),
+                testing::AllOf(HasSubstr("Unhandled exception 206: KVOSrvMatrix::Interpolate - Illegal input.\n"
+                                         "File mtx/impl/KVOSrvMatrix, line 12\n"),
+                               HasSubstr("KVOSrvMtxIllegalInput"))); // the previous handler still has its say
+}
+
+} // namespace

@@ -1,0 +1,144 @@
+#include "KVOSrvUtilities.h"
+
+#include "KVOSrvMtxExceptions.h"
+
+#include <climits>
+#include <csignal>
+#include <cstdint>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+TEST(KVOSrvUtilities, LimitChunkSize2GB)
+{
+    struct {
+        int rowsPerChunk, colsPerChunk, nRows, nCols, expectedRows, expectedCols;
+    } const kCases[] = {
+        {1000000, 1000000, 1000, 1000000, 268, 268435},
+        {268, 268435, 1000, 1000000, 268, 268435}, // at the limits
+        {269, 268436, 1000, 1000000, 268, 268435}, // one above each
+        {100, 5, 1000, 1000000, 100, 5},
+        {7, 1 << 28, 1, 1, 7, 1 << 28},
+        {INT_MAX, INT_MAX, 1, 1 << 28, 1, 1 << 28},
+        {3, 3, 2, (1 << 28) + 1, 0, 3}, // one row is more than 2 GiB
+    };
+    for (auto [rows, cols, nRows, nCols, expectedRows, expectedCols] : kCases) {
+        SCOPED_TRACE(std::to_string(rows) + ' ' + std::to_string(cols) + " of " + std::to_string(nRows) + " x " + std::to_string(nCols));
+        KVOSrvUtilities::LimitChunkSize2GB(rows, cols, nRows, nCols);
+        EXPECT_EQ(rows, expectedRows);
+        EXPECT_EQ(cols, expectedCols);
+    }
+}
+
+TEST(KVOSrvUtilities, LimitChunkSize2GBRefusesAnEmptyMatrix)
+{
+    struct {
+        int nRows, nCols;
+    } const kShapes[] = {{0, 5}, {5, 0}, {-1, 5}, {5, INT_MIN}};
+    for (auto const [nRows, nCols] : kShapes) {
+        int rows = 1 << 30, cols = 1 << 30;
+        try {
+            KVOSrvUtilities::LimitChunkSize2GB(rows, cols, nRows, nCols);
+            ADD_FAILURE() << nRows << " x " << nCols << " was taken";
+        } catch (KVOSrvMtxIllegalInput const& exception) {
+            EXPECT_STREQ(exception.AsString().c_str(), "KVOSrvMatrix::LimitChunkSize2GB - Illegal input.");
+        }
+        EXPECT_EQ(rows, 1 << 30);
+        EXPECT_EQ(cols, 1 << 30);
+    }
+}
+
+TEST(KVOSrvUtilities, TempDirectoryIsSharedText)
+{
+    EXPECT_TRUE(KVOSrvUtilities::GetTempDirectory().IsEmpty());
+
+    {
+        cow_String const directory("/scratch/run 7");
+        KVOSrvUtilities::SetTempDirectory(directory);
+        EXPECT_EQ(KVOSrvUtilities::GetTempDirectory().c_str(), directory.c_str()); // the same characters in memory
+    }
+    KVOSrvUtilities::SetTempDirectory(KVOSrvUtilities::GetTempDirectory());
+    EXPECT_STREQ(KVOSrvUtilities::GetTempDirectory().c_str(), "/scratch/run 7");
+
+    KVOSrvUtilities::SetTempDirectory(cow_String());
+    EXPECT_TRUE(KVOSrvUtilities::GetTempDirectory().IsEmpty());
+}
+
+std::vector<int> Ranges(std::vector<int> const& indices, int n, int maxRun)
+{
+    int nRanges = -1;
+    std::unique_ptr<int[]> const offsets(KVOSrvFindContiguousRanges(indices.data(), n, maxRun, nRanges));
+    if (offsets == nullptr) {
+        EXPECT_EQ(nRanges, 0);
+        return {};
+    }
+    return {offsets.get(), offsets.get() + nRanges + 1};
+}
+
+TEST(KVOSrvFindContiguousRanges, Examples)
+{
+    struct {
+        std::vector<int> indices;
+        int n, maxRun;
+        std::vector<int> expected;
+    } const kCases[] = {
+        {{3, 4, 5, 9, 10}, 5, 100, {0, 3, 5}},
+        {{1, 2, 3, 4, 5}, 5, 2, {0, 2, 4, 5}},
+        {{8}, 1, 100, {0, 1}},
+        {{}, 0, 100, {}},
+        {{}, -3, 100, {0, 1}}, // deliberate: a negative length counts as one run
+        {{1, 2, 3}, 3, 0, {0, 1, 2, 3}},
+        {{1, 2, 3}, 3, INT_MIN, {0, 1, 2, 3}},
+        {{5, 4, 4, 5}, 4, 100, {0, 1, 2, 4}},
+        {{INT_MAX, INT_MIN, INT_MIN + 1}, 3, 100, {0, 1, 3}}, // the difference wraps round to 1 in 32 bits
+    };
+    for (auto const& c : kCases)
+        EXPECT_EQ(Ranges(c.indices, c.n, c.maxRun), c.expected) << testing::PrintToString(c.indices) << ", at most " << c.maxRun;
+}
+
+// The runs tile the positions, none is longer than maxRun, and each is as long as it can be.
+TEST(KVOSrvFindContiguousRanges, RunsAreMaximal)
+{
+    std::mt19937 random(5);
+    for (int trial = 0; trial < 500; ++trial) {
+        int const n = 1 + static_cast<int>(random() % 60), maxRun = 1 + static_cast<int>(random() % 9);
+        SCOPED_TRACE("trial " + std::to_string(trial) + ", n " + std::to_string(n) + ", maxRun " + std::to_string(maxRun));
+        std::vector<int> indices{static_cast<int>(random() % 100)};
+        while (static_cast<int>(indices.size()) < n)
+            indices.push_back(indices.back() + (random() % 5 != 0 ? 1 : static_cast<int>(random() % 7) - 3));
+
+        std::vector<int> const offsets = Ranges(indices, n, maxRun);
+
+        ASSERT_EQ(offsets.front(), 0);
+        ASSERT_EQ(offsets.back(), n);
+        for (std::size_t run = 0; run + 1 < offsets.size(); ++run) {
+            int const begin = offsets[run], end = offsets[run + 1];
+            ASSERT_LT(begin, end);
+            ASSERT_LE(end - begin, maxRun);
+            for (int k = begin + 1; k < end; ++k)
+                ASSERT_EQ(indices[k], indices[k - 1] + 1);
+            if (end < n && end - begin < maxRun) {
+                ASSERT_NE(indices[end], indices[end - 1] + 1);
+            }
+        }
+    }
+}
+
+TEST(KVOSrvUtilitiesDeathTest, ReportAndAbort)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // a BLAS provider may have threads running
+    using testing::Eq;
+    using testing::KilledBySignal;
+    EXPECT_EXIT(KVOSrvUtilities::ReportAndAbort("startRow>=0 && startCol>=0", "mtx/impl/KVOSrvBlaMatrix", 71), KilledBySignal(SIGABRT),
+                Eq(std::string("Assertion failed: startRow>=0 && startCol>=0\nFile mtx/impl/KVOSrvBlaMatrix, line 71\n")));
+    EXPECT_EXIT(KVOSrvUtilities::ReportAndAbort("100% %s", nullptr, 71), KilledBySignal(SIGABRT),
+                Eq(std::string("Assertion failed: 100% %s\n")));
+}
+
+} // namespace

@@ -1,0 +1,75 @@
+#include "mem_Allocator.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace
+{
+
+using Memory = std::unique_ptr<void, mem_Deleter>;
+
+TEST(mem_Allocator, ArrayBytesRefusesWhatDoesNotFit)
+{
+    static_assert(mem_ArrayBytes(0, 8) == 0);
+    static_assert(mem_ArrayBytes(3, 8) == 24);
+    static_assert(mem_ArrayBytes(-1, 8) == SIZE_MAX);
+    static_assert(mem_ArrayBytes(INT64_MAX, 2) == SIZE_MAX - 1);
+    static_assert(mem_ArrayBytes(INT64_MAX, 3) == SIZE_MAX);
+    static_assert(mem_ArrayBytes(std::int64_t{1} << 61, 8) == SIZE_MAX);
+
+    for (std::size_t const bytes : {SIZE_MAX, SIZE_MAX - 1, std::size_t{PTRDIFF_MAX} + 1}) {
+        EXPECT_EQ(mem_Malloc(bytes), nullptr);
+        try {
+            mem_OperatorNewThrow(bytes);
+            ADD_FAILURE() << bytes;
+        } catch (std::bad_alloc const& exception) {
+            EXPECT_STREQ(exception.what(), "Out of memory: more bytes were asked for than exist.");
+        }
+    }
+    EXPECT_STREQ(mem_OutOfMemory(PTRDIFF_MAX).what(), "Out of memory: 9223372036854775807 bytes were asked for.");
+}
+
+TEST(mem_Allocator, GivesDistinctAlignedMemory)
+{
+    Memory const a(mem_OperatorNewThrow(0)), b(mem_Malloc(0)), c(mem_OperatorNewThrow(1000));
+    EXPECT_NE(a.get(), nullptr);
+    EXPECT_NE(b.get(), nullptr);
+    EXPECT_NE(a.get(), b.get());
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(c.get()) % alignof(std::max_align_t), 0u);
+    std::memset(c.get(), 1, 1000);
+}
+
+TEST(mem_Allocator, InjectedFailureComesOnce)
+{
+    mem_FailAllocationAfter(2);
+    Memory const first(mem_OperatorNewThrow(8)), second(mem_Malloc(8));
+    EXPECT_NE(second.get(), nullptr);
+    try {
+        mem_OperatorNewThrow(40);
+        ADD_FAILURE() << "the third did not fail";
+    } catch (mem_OutOfMemory const& exception) {
+        EXPECT_STREQ(exception.what(), "Out of memory: 40 bytes were asked for.");
+    }
+    Memory const third(mem_OperatorNewThrow(8));
+    EXPECT_NE(third.get(), nullptr);
+}
+
+TEST(mem_Allocator, ReallocKeepsTheContentAlsoWhenItFails)
+{
+    auto* memory = static_cast<unsigned char*>(mem_OperatorNewThrow(100));
+    std::memset(memory, 7, 100);
+    EXPECT_EQ(mem_Realloc(memory, SIZE_MAX), nullptr);
+    mem_FailAllocationAfter(0);
+    EXPECT_EQ(mem_Realloc(memory, 200), nullptr);
+    for (std::size_t const bytes : {50, 1000000, 20}) {
+        memory = static_cast<unsigned char*>(mem_Realloc(memory, bytes));
+        ASSERT_NE(memory, nullptr);
+        EXPECT_EQ(std::count(memory, memory + 20, 7), 20);
+    }
+    mem_Free(memory);
+}
+
+} // namespace
