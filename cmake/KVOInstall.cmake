@@ -10,6 +10,8 @@ install(TARGETS KVOPlatform KVOMtxLinearAlgebra EXPORT KVOMtxLinearAlgebraTarget
     FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 install(EXPORT KVOMtxLinearAlgebraTargets NAMESPACE KVO:: DESTINATION ${package_dir} COMPONENT development)
 
+# A compiled Fortran module fits one compiler only, so its source is what is installed.
+install(FILES ${PROJECT_SOURCE_DIR}/fortran/kvo_mtx.f90 DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/KVOMtxLinearAlgebraConfig.cmake.in
     ${PROJECT_BINARY_DIR}/KVOMtxLinearAlgebraConfig.cmake INSTALL_DESTINATION ${package_dir} PATH_VARS CMAKE_INSTALL_INCLUDEDIR)

@@ -2,7 +2,20 @@
 
 #include "KVOExport.h"
 
-/// The Fortran-callable entry points, as C prototypes.
+#include <cstddef>
+
+/// The Fortran-callable entry points, as C prototypes; the Fortran module kvo_mtx declares the same for Fortran.
+///
+/// Conventions. Every argument is passed by reference: inputs point to const, outputs do not. Integers are 32-bit, reals 64-bit, matrices
+/// are stored by columns. A character argument is one character, of which only the first is read, and takes no hidden length; the one
+/// exception is BLAC_ILAENV. No entry point keeps a pointer, allocates for its caller or throws by itself.
+///
+/// BLAC_<ROUTINE> takes the arguments of the BLAS or LAPACK routine of that name, in its order, and forwards them unchanged to the
+/// provider that is loaded: shapes, workspace sizes and results are those of the routine's own documentation (LAPACK Users' Guide, 3rd
+/// edition, and the comments of the reference source). Arguments are checked by the provider, which reports to its XERBLA; the reference
+/// XERBLA stops the process. `info` is 0 on success, -i when argument i is wrong, and otherwise what the routine states.
+/// They are as thread-safe as the provider is.
+
 extern "C" {
 
 /// @name Timers and sort
@@ -25,6 +38,212 @@ KVO_EXPORT void KVOSRVGETWALLTIME(double* t);
 /// @param[out]    status   0; -1 when the stack of pending ranges was exhausted: the items are then all there, but only partly sorted
 /// @complexity O(n log n) comparisons on average, no allocation
 KVO_EXPORT void KVOSRVSORT13(double* keys, double* columns, int* tags, int const* nrow, int const* n, int* status);
+
+/// @}
+/// @name Constants, environment and error handler
+/// @{
+
+/// Machine and mathematical constants by number; any other number gives the NaN of number 1.
+///
+/// | index | value |
+/// |---|---|
+/// | 1 | quiet NaN with every mantissa bit set |
+/// | 2 | 2^1022 |
+/// | 3, 4 | largest double, smallest normalized double |
+/// | 5 | machine epsilon, 2^-52 |
+/// | 6 | unit round-off, one unit in the last place above 2^-53 |
+/// | 7, 8 | radix 2, mantissa digits 53 |
+/// | 9, 10 | largest and smallest safe exponent of exp, 709 and -708 |
+/// | 11 | largest 32-bit integer |
+/// | 12, 13, 14 | pi, e, Euler's constant |
+/// | 15, 16 | radians per degree, degrees per radian |
+KVO_EXPORT double BLAC_HDMCON(int const* index);
+
+/// XERBLA: reports that argument `info` of routine `name` is wrong, through the provider's error handler.
+/// @param name  6 characters, padded with blanks, not terminated
+KVO_EXPORT void BLAC_XERBLA(char const* name, int const* info);
+
+/// ILAENV: block sizes and tuning values. The only entry point that takes hidden lengths, those of `name` and `opts`, since both vary.
+KVO_EXPORT int BLAC_ILAENV(int const* ispec, char const* name, char const* opts, int const* n1, int const* n2, int const* n3, int const* n4,
+                           std::size_t nameLength, std::size_t optsLength);
+
+/// LSAME: not 0 when both characters are the same letter, whatever their case.
+KVO_EXPORT int BLAC_LSAME(char const* ca, char const* cb);
+
+/// DLAMCH: machine parameter `cmach` ('E' epsilon, 'S' safe minimum, 'B' base, 'P', 'N', 'R', 'M', 'U', 'L', 'O').
+KVO_EXPORT double BLAC_DLAMCH(char const* cmach);
+
+/// IEEECK: 1 when infinities (`ispec` 0) or also NaNs (`ispec` 1) are safe in arithmetic. The constants 0 and 1 are single precision.
+KVO_EXPORT int BLAC_IEEECK(int const* ispec, float const* zero, float const* one);
+
+/// @}
+/// @name BLAS, level 1: vectors
+/// @{
+
+/// DASUM: sum of |x_i|.
+KVO_EXPORT double BLAC_DASUM(int const* n, double const* x, int const* incx);
+/// DAXPY: y := alpha x + y.
+KVO_EXPORT void BLAC_DAXPY(int const* n, double const* alpha, double const* x, int const* incx, double* y, int const* incy);
+/// DCOPY: y := x.
+KVO_EXPORT void BLAC_DCOPY(int const* n, double const* x, int const* incx, double* y, int const* incy);
+/// DDOT: x^T y.
+KVO_EXPORT double BLAC_DDOT(int const* n, double const* x, int const* incx, double const* y, int const* incy);
+/// DNRM2: Euclidean norm of x, without needless overflow.
+KVO_EXPORT double BLAC_DNRM2(int const* n, double const* x, int const* incx);
+/// DROT: plane rotation (x, y) := (c x + s y, c y - s x).
+KVO_EXPORT void BLAC_DROT(int const* n, double* x, int const* incx, double* y, int const* incy, double const* c, double const* s);
+/// DSCAL: x := alpha x.
+KVO_EXPORT void BLAC_DSCAL(int const* n, double const* alpha, double* x, int const* incx);
+/// DSWAP: x <-> y.
+KVO_EXPORT void BLAC_DSWAP(int const* n, double* x, int const* incx, double* y, int const* incy);
+/// IDAMAX: 1-based position of the first entry of largest |x_i|, 0 when `n` < 1.
+KVO_EXPORT int BLAC_IDAMAX(int const* n, double const* x, int const* incx);
+
+/// @}
+/// @name BLAS, level 2: matrix and vector
+/// @{
+
+/// DGEMV: y := alpha op(A) x + beta y, A m x n.
+KVO_EXPORT void BLAC_DGEMV(char const* trans, int const* m, int const* n, double const* alpha, double const* a, int const* lda,
+                           double const* x, int const* incx, double const* beta, double* y, int const* incy);
+/// DSYMV: y := alpha A x + beta y, A symmetric.
+KVO_EXPORT void BLAC_DSYMV(char const* uplo, int const* n, double const* alpha, double const* a, int const* lda, double const* x,
+                           int const* incx, double const* beta, double* y, int const* incy);
+/// DSPMV: y := alpha A x + beta y, A symmetric, packed.
+KVO_EXPORT void BLAC_DSPMV(char const* uplo, int const* n, double const* alpha, double const* ap, double const* x, int const* incx,
+                           double const* beta, double* y, int const* incy);
+/// DGER: A := alpha x y^T + A.
+KVO_EXPORT void BLAC_DGER(int const* m, int const* n, double const* alpha, double const* x, int const* incx, double const* y,
+                          int const* incy, double* a, int const* lda);
+/// DSYR: A := alpha x x^T + A, one triangle.
+KVO_EXPORT void BLAC_DSYR(char const* uplo, int const* n, double const* alpha, double const* x, int const* incx, double* a, int const* lda);
+/// DSYR2: A := alpha (x y^T + y x^T) + A, one triangle.
+KVO_EXPORT void BLAC_DSYR2(char const* uplo, int const* n, double const* alpha, double const* x, int const* incx, double const* y,
+                           int const* incy, double* a, int const* lda);
+/// DSPR: A := alpha x x^T + A, packed.
+KVO_EXPORT void BLAC_DSPR(char const* uplo, int const* n, double const* alpha, double const* x, int const* incx, double* ap);
+/// DSPR2: A := alpha (x y^T + y x^T) + A, packed.
+KVO_EXPORT void BLAC_DSPR2(char const* uplo, int const* n, double const* alpha, double const* x, int const* incx, double const* y,
+                           int const* incy, double* ap);
+/// DTPMV: x := op(A) x, A triangular, packed.
+KVO_EXPORT void BLAC_DTPMV(char const* uplo, char const* trans, char const* diag, int const* n, double const* ap, double* x,
+                           int const* incx);
+/// DTPSV: x := op(A)^-1 x, A triangular, packed; singularity is not tested.
+KVO_EXPORT void BLAC_DTPSV(char const* uplo, char const* trans, char const* diag, int const* n, double const* ap, double* x,
+                           int const* incx);
+/// DTRMV: x := op(A) x, A triangular.
+KVO_EXPORT void BLAC_DTRMV(char const* uplo, char const* trans, char const* diag, int const* n, double const* a, int const* lda, double* x,
+                           int const* incx);
+/// DTRSV: x := op(A)^-1 x, A triangular; singularity is not tested.
+KVO_EXPORT void BLAC_DTRSV(char const* uplo, char const* trans, char const* diag, int const* n, double const* a, int const* lda, double* x,
+                           int const* incx);
+
+/// @}
+/// @name BLAS, level 3: matrices
+/// @{
+
+/// DGEMM: C := alpha op(A) op(B) + beta C, C m x n, the inner dimension k; by the provider.
+KVO_EXPORT void BLAC_DGEMM(char const* transa, char const* transb, int const* m, int const* n, int const* k, double const* alpha,
+                           double const* a, int const* lda, double const* b, int const* ldb, double const* beta, double* c, int const* ldc);
+/// DGEMM by the product that is built into the library: the same arguments and the checks of the reference routine, which report to the
+/// provider's XERBLA as "DGEMM "; the values do not depend on the provider, only on the processor. One thread.
+/// C may not overlap A or B; with beta = 0 C is written without being read.
+KVO_EXPORT void BLAC_DGEMM2(char const* transa, char const* transb, int const* m, int const* n, int const* k, double const* alpha,
+                            double const* a, int const* lda, double const* b, int const* ldb, double const* beta, double* c,
+                            int const* ldc);
+/// DSYMM: C := alpha A B + beta C or alpha B A + beta C, A symmetric.
+KVO_EXPORT void BLAC_DSYMM(char const* side, char const* uplo, int const* m, int const* n, double const* alpha, double const* a,
+                           int const* lda, double const* b, int const* ldb, double const* beta, double* c, int const* ldc);
+/// DSYRK: C := alpha A A^T + beta C or alpha A^T A + beta C, one triangle of C.
+KVO_EXPORT void BLAC_DSYRK(char const* uplo, char const* trans, int const* n, int const* k, double const* alpha, double const* a,
+                           int const* lda, double const* beta, double* c, int const* ldc);
+/// DSYR2K: C := alpha (A B^T + B A^T) + beta C or alpha (A^T B + B^T A) + beta C, one triangle of C.
+KVO_EXPORT void BLAC_DSYR2K(char const* uplo, char const* trans, int const* n, int const* k, double const* alpha, double const* a,
+                            int const* lda, double const* b, int const* ldb, double const* beta, double* c, int const* ldc);
+/// DTRMM: B := alpha op(A) B or alpha B op(A), A triangular.
+KVO_EXPORT void BLAC_DTRMM(char const* side, char const* uplo, char const* transa, char const* diag, int const* m, int const* n,
+                           double const* alpha, double const* a, int const* lda, double* b, int const* ldb);
+/// DTRSM: B := alpha op(A)^-1 B or alpha B op(A)^-1, A triangular; singularity is not tested.
+KVO_EXPORT void BLAC_DTRSM(char const* side, char const* uplo, char const* transa, char const* diag, int const* m, int const* n,
+                           double const* alpha, double const* a, int const* lda, double* b, int const* ldb);
+
+/// @}
+/// @name LAPACK: linear systems
+/// @{
+
+/// DGELSS: minimum-norm least squares by singular values; B m x nrhs in, solutions in its first n rows out.
+KVO_EXPORT void BLAC_DGELSS(int const* m, int const* n, int const* nrhs, double* a, int const* lda, double* b, int const* ldb, double* s,
+                            double const* rcond, int* rank, double* work, int const* lwork, int* info);
+/// DGESV: solves A X = B by LU factorization with row pivoting.
+KVO_EXPORT void BLAC_DGESV(int const* n, int const* nrhs, double* a, int const* lda, int* ipiv, double* b, int const* ldb, int* info);
+/// DGETRF: LU factorization with row pivoting; info = i > 0: U(i,i) is zero.
+KVO_EXPORT void BLAC_DGETRF(int const* m, int const* n, double* a, int const* lda, int* ipiv, int* info);
+/// DGETRS: solves with the factors of DGETRF.
+KVO_EXPORT void BLAC_DGETRS(char const* trans, int const* n, int const* nrhs, double const* a, int const* lda, int const* ipiv, double* b,
+                            int const* ldb, int* info);
+/// DPOTRF: Cholesky factorization; info = i > 0: the leading minor of order i is not positive definite.
+KVO_EXPORT void BLAC_DPOTRF(char const* uplo, int const* n, double* a, int const* lda, int* info);
+/// DPPSV: solves A X = B by Cholesky factorization, packed.
+KVO_EXPORT void BLAC_DPPSV(char const* uplo, int const* n, int const* nrhs, double* ap, double* b, int const* ldb, int* info);
+/// DPPTRF: Cholesky factorization, packed.
+KVO_EXPORT void BLAC_DPPTRF(char const* uplo, int const* n, double* ap, int* info);
+/// DPPTRI: inverse from the factor of DPPTRF, packed.
+KVO_EXPORT void BLAC_DPPTRI(char const* uplo, int const* n, double* ap, int* info);
+/// DPPTRS: solves with the factor of DPPTRF, packed.
+KVO_EXPORT void BLAC_DPPTRS(char const* uplo, int const* n, int const* nrhs, double const* ap, double* b, int const* ldb, int* info);
+/// DSYTRF: Bunch-Kaufman factorization of a symmetric indefinite matrix; info = i > 0: D(i,i) is zero.
+KVO_EXPORT void BLAC_DSYTRF(char const* uplo, int const* n, double* a, int const* lda, int* ipiv, double* work, int const* lwork,
+                            int* info);
+/// DSYTRS: solves with the factors of DSYTRF.
+KVO_EXPORT void BLAC_DSYTRS(char const* uplo, int const* n, int const* nrhs, double const* a, int const* lda, int const* ipiv, double* b,
+                            int const* ldb, int* info);
+/// DTPTRI: inverse of a triangular matrix, packed.
+KVO_EXPORT void BLAC_DTPTRI(char const* uplo, char const* diag, int const* n, double* ap, int* info);
+
+/// @}
+/// @name LAPACK: eigenproblems
+/// @{
+
+/// DGEEV: eigenvalues and optionally left and right eigenvectors of a general matrix.
+KVO_EXPORT void BLAC_DGEEV(char const* jobvl, char const* jobvr, int const* n, double* a, int const* lda, double* wr, double* wi,
+                           double* vl, int const* ldvl, double* vr, int const* ldvr, double* work, int const* lwork, int* info);
+/// ZGEEV: the same for a complex matrix. `a`, `w`, `vl`, `vr` and `work` are complex: real and imaginary parts in turn, leading
+/// dimensions and `lwork` count complex entries; `rwork` is real, 2 n.
+KVO_EXPORT void BLAC_ZGEEV(char const* jobvl, char const* jobvr, int const* n, double* a, int const* lda, double* w, double* vl,
+                           int const* ldvl, double* vr, int const* ldvr, double* work, int const* lwork, double* rwork, int* info);
+/// DORMTR: multiplies C by the orthogonal matrix of DSYTRD. `a` is as before on return, but the provider may write to it in between.
+KVO_EXPORT void BLAC_DORMTR(char const* side, char const* uplo, char const* trans, int const* m, int const* n, double const* a,
+                            int const* lda, double const* tau, double* c, int const* ldc, double* work, int const* lwork, int* info);
+/// DSPEVX: selected eigenvalues and vectors of a symmetric matrix, packed.
+KVO_EXPORT void BLAC_DSPEVX(char const* jobz, char const* range, char const* uplo, int const* n, double* ap, double const* vl,
+                            double const* vu, int const* il, int const* iu, double const* abstol, int* m, double* w, double* z,
+                            int const* ldz, double* work, int* iwork, int* ifail, int* info);
+/// DSTEMR: selected eigenvalues and vectors of a symmetric tridiagonal matrix (relatively robust representations). `tryrac` is a Fortran
+/// LOGICAL, 0 or 1: in whether high relative accuracy is asked for, out whether it was reached.
+KVO_EXPORT void BLAC_DSTEMR(char const* jobz, char const* range, int const* n, double* d, double* e, double const* vl, double const* vu,
+                            int const* il, int const* iu, int* m, double* w, double* z, int const* ldz, int const* nzc, int* isuppz,
+                            int* tryrac, double* work, int const* lwork, int* iwork, int const* liwork, int* info);
+/// DSTEVR: selected eigenvalues and vectors of a symmetric tridiagonal matrix.
+KVO_EXPORT void BLAC_DSTEVR(char const* jobz, char const* range, int const* n, double* d, double* e, double const* vl, double const* vu,
+                            int const* il, int const* iu, double const* abstol, int* m, double* w, double* z, int const* ldz, int* isuppz,
+                            double* work, int const* lwork, int* iwork, int const* liwork, int* info);
+/// DSYEV: all eigenvalues and optionally vectors of a symmetric matrix.
+KVO_EXPORT void BLAC_DSYEV(char const* jobz, char const* uplo, int const* n, double* a, int const* lda, double* w, double* work,
+                           int const* lwork, int* info);
+/// DSYEVX: selected eigenvalues and vectors of a symmetric matrix.
+KVO_EXPORT void BLAC_DSYEVX(char const* jobz, char const* range, char const* uplo, int const* n, double* a, int const* lda,
+                            double const* vl, double const* vu, int const* il, int const* iu, double const* abstol, int* m, double* w,
+                            double* z, int const* ldz, double* work, int const* lwork, int* iwork, int* ifail, int* info);
+/// DSYGST: reduces a symmetric-definite generalized eigenproblem to the standard form, with the Cholesky factor of B from DPOTRF.
+KVO_EXPORT void BLAC_DSYGST(int const* itype, char const* uplo, int const* n, double* a, int const* lda, double const* b, int const* ldb,
+                            int* info);
+/// DSYGV: all eigenvalues and optionally vectors of A x = lambda B x (`itype` 1), A B x = lambda x (2), B A x = lambda x (3);
+/// info = n + i: the leading minor of order i of B is not positive definite.
+KVO_EXPORT void BLAC_DSYGV(int const* itype, char const* jobz, char const* uplo, int const* n, double* a, int const* lda, double* b,
+                           int const* ldb, double* w, double* work, int const* lwork, int* info);
+/// DSYTRD: reduces a symmetric matrix to tridiagonal form by an orthogonal similarity.
+KVO_EXPORT void BLAC_DSYTRD(char const* uplo, int const* n, double* a, int const* lda, double* d, double* e, double* tau, double* work,
+                            int const* lwork, int* info);
 
 /// @}
 

@@ -1,0 +1,14 @@
+#include "KVOFortran.h"
+#include "provider.h"
+
+namespace
+{
+
+constexpr std::size_t kNameLength = 6;
+
+} // namespace
+
+extern "C" void BLAC_XERBLA(char const* name, int const* info)
+{
+    xerbla_(name, info, kNameLength);
+}

@@ -1,0 +1,132 @@
+#include "KVOFortran.h"
+#include "dense.h"
+#include "gemm_kernel_choice.h"
+#include "xerbla_capture.h"
+
+#include <iterator>
+#include <string>
+#include <utility>
+
+namespace
+{
+
+// Around the tiles (6 x 8, 16 x 14), the limits of the variant without packing (32, 201), and the blocks (72, 240, 256).
+int const kSizes[] = {1, 2, 5, 6, 7, 8, 9, 13, 14, 15, 16, 17, 31, 32, 33, 48, 71, 72, 73, 129, 200, 201, 202, 239, 241, 255, 256, 257};
+double const kAlphas[] = {1.0, -1.25, 0.0}, kBetas[] = {0.0, 1.0, -0.75};
+
+struct Case {
+    char transa, transb;
+    int m, n, k;
+    double alpha, beta;
+};
+
+// Every combination of transpositions and factors, with sizes at random.
+std::vector<Case> Cases()
+{
+    std::mt19937 generator(20);
+    auto const size = [&] { return kSizes[std::uniform_int_distribution<std::size_t>(0, std::size(kSizes) - 1)(generator)]; };
+    std::vector<Case> cases = {{'N', 'N', 18, 4100, 20, 1.0, 0.0}, {'N', 'T', 250, 3760, 9, 1.0, 1.0}};
+    for (char const transa : {'N', 'n', 'T', 't', 'C', 'c'})
+        for (char const transb : {'N', 'n', 'T', 't', 'C', 'c'})
+            for (double const alpha : kAlphas)
+                for (double const beta : kBetas)
+                    cases.push_back({transa, transb, size(), size(), size(), alpha, beta});
+    for (char const trans : {'N', 'T'})
+        for (double const beta : kBetas) {
+            cases.push_back({trans, trans, size(), size(), 0, 1.0, beta});
+            cases.push_back({trans, trans, 0, size(), size(), 1.0, beta});
+            cases.push_back({trans, trans, size(), 0, size(), 1.0, beta});
+        }
+    return cases;
+}
+
+void EntryPoint(Case const& s, Dense const& a, Dense const& b, Dense& c)
+{
+    BLAC_DGEMM2(&s.transa, &s.transb, &s.m, &s.n, &s.k, &s.alpha, a.data(), &a.ld, b.data(), &b.ld, &s.beta, c.data(), &c.ld);
+}
+
+template<kvo_gemm_kernel kernel>
+void Kernel(Case const& s, Dense const& a, Dense const& b, Dense& c)
+{
+    auto const transposed = [](char trans) { return trans != 'N' && trans != 'n'; };
+    kvo_builtin_dgemm(kernel, transposed(s.transa), transposed(s.transb), s.m, s.n, s.k, s.alpha, a.data(), a.ld, b.data(), b.ld, s.beta,
+                      c.data(), c.ld);
+}
+
+} // namespace
+
+// The entry point, and every kernel that this processor can run, also those that it would not choose.
+TEST(BuiltinGemm, Products)
+{
+    blac::ProcessorAbilities const processor = blac::ThisProcessor();
+    std::vector<std::pair<char const*, decltype(&EntryPoint)>> subjects = {{"entry point", EntryPoint},
+                                                                           {"baseline kernel", Kernel<kvo_gemm_baseline>}};
+    if (processor.avx2)
+        subjects.push_back({"AVX2 kernel", Kernel<kvo_gemm_avx2>});
+    if (processor.avx512)
+        subjects.push_back({"AVX-512 kernel", Kernel<kvo_gemm_avx512>});
+    RecordProperty("subjects", static_cast<int>(subjects.size()));
+
+    for (Case const& s : Cases()) {
+        Dense const opA = Random(s.m, s.k, 1), opB = Random(s.k, s.n, 2), before = Random(s.m, s.n, 3);
+        Dense const expected = Combined(s.alpha, opA * opB, s.beta, before);
+        // What must not be read is NaN: C when beta is 0, A and B when alpha is 0.
+        Dense const a = Op(s.transa, s.alpha == 0.0 ? Dense(s.m, s.k, kNaN) : opA);
+        Dense const b = Op(s.transb, s.alpha == 0.0 ? Dense(s.k, s.n, kNaN) : opB);
+        for (auto const& [name, product] : subjects) {
+            SCOPED_TRACE(name + (std::string{' ', s.transa, s.transb} + " m " + std::to_string(s.m) + " n " + std::to_string(s.n) + " k " +
+                                 std::to_string(s.k) + " alpha " + std::to_string(s.alpha) + " beta " + std::to_string(s.beta)));
+            Dense c = s.beta == 0.0 ? Dense(s.m, s.n, kNaN) : before;
+
+            product(s, a, b, c);
+
+            ExpectNear(c, expected, ProductTolerance(s.k, 1.5));
+            if (HasFatalFailure())
+                return;
+        }
+    }
+}
+
+TEST(BuiltinGemm, ChoiceOfKernel)
+{
+    using blac::ChooseGemmKernel;
+    blac::ProcessorAbilities const old{}, avx2{true, false, false}, avx512{true, true, false}, halves{true, true, true};
+
+    for (int const n : {4, 64, 1024}) {
+        EXPECT_EQ(ChooseGemmKernel(old, n, n, n), kvo_gemm_baseline);
+        EXPECT_EQ(ChooseGemmKernel(avx2, n, n, n), kvo_gemm_avx2);
+        EXPECT_EQ(ChooseGemmKernel(halves, n, n, n), kvo_gemm_avx2);
+    }
+    EXPECT_EQ(ChooseGemmKernel(avx512, 64, 64, 64), kvo_gemm_avx2);
+    EXPECT_EQ(ChooseGemmKernel(avx512, 256, 256, 256), kvo_gemm_avx512);
+    EXPECT_EQ(ChooseGemmKernel(avx512, 4, 1000, 1000), kvo_gemm_avx2);
+    EXPECT_EQ(ChooseGemmKernel(avx512, 50000, 50000, 50000), kvo_gemm_avx512); // the volume needs 64 bits
+}
+
+TEST(BuiltinGemm, WrongArgumentsReachXerblaInOrderAndChangeNothing)
+{
+    struct Wrong {
+        char transa, transb;
+        int m, n, k, lda, ldb, ldc, position;
+    };
+    // Each row is wrong in its position and in later ones.
+    Wrong const rows[] = {
+        {'X', 'X', -1, -1, -1, 0, 0, 0, 1}, {'N', 'X', -1, -1, -1, 0, 0, 0, 2}, {'N', 'N', -1, -1, -1, 0, 0, 0, 3},
+        {'N', 'N', 4, -1, -1, 0, 0, 0, 4},  {'N', 'N', 4, 5, -1, 0, 0, 0, 5},   {'N', 'N', 4, 5, 3, 3, 2, 3, 8},
+        {'T', 'N', 4, 5, 3, 2, 2, 3, 8},    {'N', 'N', 4, 5, 3, 4, 2, 3, 10},   {'c', 't', 4, 5, 3, 3, 4, 3, 10},
+        {'t', 'c', 4, 5, 3, 3, 5, 3, 13},   {'N', 'N', 0, 0, 0, 1, 1, 0, 13},   {'N', 'N', 0, 0, 0, 0, 1, 1, 8},
+    };
+    double const alpha = 1.0, beta = 0.0;
+    Vector const operand(100, 1.0);
+    for (Wrong const& w : rows) {
+        SCOPED_TRACE(w.position);
+        XerblaReports().clear();
+        Vector c(100, 1.0);
+
+        BLAC_DGEMM2(&w.transa, &w.transb, &w.m, &w.n, &w.k, &alpha, operand.data(), &w.lda, operand.data(), &w.ldb, &beta, c.data(),
+                    &w.ldc);
+
+        EXPECT_EQ(XerblaReports(), (std::vector<XerblaReport>{{"DGEMM ", w.position}}));
+        EXPECT_EQ(c, operand);
+    }
+}

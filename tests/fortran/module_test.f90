@@ -1,0 +1,89 @@
+! Calls the library from Fortran through the module kvo_mtx; stops with an error at the first wrong result.
+program module_test
+    use, intrinsic :: iso_c_binding, only: c_double, c_double_complex, c_int, c_size_t
+    use kvo_mtx
+    implicit none
+
+    real(c_double), parameter :: eps = epsilon(1.0_c_double)
+
+    call products()
+    call eigenproblems()
+    call environment()
+    call timers_and_sort()
+
+contains
+
+    subroutine check(right, what)
+        logical, intent(in) :: right
+        character(*), intent(in) :: what
+        if (.not. right) then
+            print '(2a)', 'wrong: ', what
+            error stop 1
+        end if
+    end subroutine check
+
+    subroutine products()
+        real(c_double) :: a(5, 4), b(6, 4), c(7, 6), c2(7, 6), expected(5, 6), x(4)
+        integer(c_int) :: wrong
+        call random_number(a)
+        call random_number(b)
+        call random_number(x)
+        c = -1
+        c2 = -1
+        call BLAC_DGEMM('N', 'T', 5_c_int, 6_c_int, 4_c_int, 2.0_c_double, a, 5_c_int, b, 6_c_int, 1.0_c_double, c, 7_c_int)
+        call BLAC_DGEMM2('n', 't', 5_c_int, 6_c_int, 4_c_int, 2.0_c_double, a, 5_c_int, b, 6_c_int, 1.0_c_double, c2, 7_c_int)
+        expected = 2*matmul(a, transpose(b)) - 1
+        wrong = count(abs(c(1:5, :) - expected) > 100*eps) + count(abs(c2(1:5, :) - expected) > 100*eps)
+        call check(wrong == 0, 'DGEMM or DGEMM2')
+        call check(all(c(6:7, :) == -1) .and. all(c2(6:7, :) == -1), 'rows below the product')
+        call check(abs(BLAC_DDOT(4_c_int, x, 1_c_int, x, 1_c_int) - BLAC_DNRM2(4_c_int, x, 1_c_int)**2) < 100*eps, 'DDOT or DNRM2')
+        call check(BLAC_IDAMAX(4_c_int, x, 1_c_int) == maxloc(x, 1), 'IDAMAX')
+    end subroutine products
+
+    subroutine eigenproblems()
+        real(c_double) :: a(3, 3), b(3, 3), w(3), work(100), rwork(6)
+        complex(c_double_complex) :: z(2, 2), values(2), vectors(2, 2), zwork(50)
+        integer(c_int) :: info
+        ! Spring chain with masses 1, 2, 1, free at both ends: squared frequencies 0, 1 and 2.
+        a = reshape([1, -1, 0, -1, 2, -1, 0, -1, 1], [3, 3])
+        b = reshape([1, 0, 0, 0, 2, 0, 0, 0, 1], [3, 3])
+        call BLAC_DSYGV(1_c_int, 'V', 'U', 3_c_int, a, 3_c_int, b, 3_c_int, w, work, size(work, kind=c_int), info)
+        call check(info == 0 .and. maxval(abs(w - [0, 1, 2])) < 100*eps, 'DSYGV')
+
+        ! A complex array goes in as it is; the eigenvalues are 1 - i and 1 + i.
+        z = reshape([(1, 0), (0, 1), (0, 1), (1, 0)], [2, 2])
+        call BLAC_ZGEEV('N', 'V', 2_c_int, z, 2_c_int, values, vectors, 2_c_int, vectors, 2_c_int, zwork, size(zwork, kind=c_int), &
+                        rwork, info)
+        call check(info == 0 .and. abs(sum(values) - 2) < 100*eps .and. abs(product(values) - 2) < 100*eps, 'ZGEEV')
+    end subroutine eigenproblems
+
+    subroutine environment()
+        integer(c_int) :: block_size
+        block_size = BLAC_ILAENV(1_c_int, 'DGETRF', ' ', 500_c_int, 500_c_int, -1_c_int, -1_c_int, 6_c_size_t, 1_c_size_t)
+        call check(block_size > 1, 'ILAENV')
+        call check(BLAC_LSAME('u', 'U') /= 0, 'LSAME of the same letter')
+        call check(BLAC_LSAME('U', 'L') == 0, 'LSAME of other letters')
+        call check(BLAC_HDMCON(12_c_int) == acos(-1.0_c_double), 'HDMCON')
+        call check(BLAC_HDMCON(0_c_int) /= BLAC_HDMCON(1_c_int), 'HDMCON of an unknown number')
+        call check(BLAC_DLAMCH('P') == eps, 'DLAMCH')
+    end subroutine environment
+
+    subroutine timers_and_sort()
+        real(c_double) :: cpu, wall, keys(3), columns(2, 3)
+        integer(c_int) :: tags(3), status
+        cpu = 0
+        wall = 0
+        ! The host makes the timer; without one there is no time.
+        call KVOSRVGETCPUTIME(cpu)
+        call KVOSRVGETWALLTIME(wall)
+        call check(cpu /= cpu .and. wall /= wall, 'times without a timer')
+
+        keys = [3, 1, 2]
+        tags = [10, 20, 30]
+        columns = reshape([7, -7, 8, -8, 9, -9], [2, 3])
+        call KVOSRVSORT13(keys, columns, tags, 2_c_int, 3_c_int, status)
+        call check(status == 0 .and. all(keys == [1, 2, 3]) .and. all(tags == [20, 30, 10]), 'SORT13')
+        call check(all(columns == reshape([8, -8, 9, -9, 7, -7], [2, 3])), 'columns of SORT13')
+    end subroutine timers_and_sort
+
+end program module_test
