@@ -1,0 +1,239 @@
+#include "KVOSrvMatrix.h"
+
+#include "DenseKernels.h"
+#include "KVOFortran.h"
+#include "KVOSrvMatrixSupport.h"
+#include "TriangleBlocks.h"
+
+#include <algorithm>
+
+using KVOSrvMatrixSupport::AllocateValues;
+using KVOSrvMatrixSupport::LeadingDimension;
+using KVOSrvMatrixSupport::ValueArray;
+
+namespace
+{
+
+constexpr KVOSrvMatrixSupport::InputCheck Require{"mtx/impl/KVOSrvMatrixArithmetic"};
+
+// Block sizes that the callers of the symmetric products know.
+constexpr int kSymmetricBlock = 128;
+constexpr int kTransposeBlock = 144;
+
+constexpr int kUnitStride = 1;
+constexpr double kOne = 1.0;
+constexpr double kZero = 0.0;
+
+struct Operand {
+    double const* values;
+    int rows; // leading dimension
+
+    double const* At(int i, int j) const { return values + i + std::int64_t{j} * rows; }
+};
+
+// C := op(A) B + beta C
+void Product(char const* transposeA, int m, int n, int k, Operand a, Operand b, double beta, double* c, int rowsOfC)
+{
+    int const lda = LeadingDimension(a.rows), ldb = LeadingDimension(b.rows), ldc = LeadingDimension(rowsOfC);
+    BLAC_DGEMM(transposeA, "N", &m, &n, &k, &kOne, a.values, &lda, b.values, &ldb, &beta, c, &ldc);
+}
+
+// Apart, since they are exact where the product with the factor is not faster, and the usual cases.
+void AddMultiple(double f, double const* source, std::int64_t count, double* target, std::ptrdiff_t stride)
+{
+    auto const apply = [=](auto const& sum) {
+        if (stride == 1)
+            for (std::int64_t i = 0; i < count; ++i)
+                target[i] = sum(target[i], source[i]);
+        else
+            for (std::int64_t i = 0; i < count; ++i)
+                target[i * stride] = sum(target[i * stride], source[i]);
+    };
+    if (f == 1.0)
+        apply([](double x, double y) { return x + y; });
+    else if (f == -1.0)
+        apply([](double x, double y) { return x - y; });
+    else
+        apply([f](double x, double y) { return x + f * y; });
+}
+
+} // namespace
+
+void KVOSrvMatrix::Multiply(double s)
+{
+    if (s == 1.0)
+        return;
+    // A diagonal's array ends after its stored entries; the other elements are zero with any factor.
+    std::int64_t const count = StoredEntries();
+    for (std::int64_t i = 0; i < count; ++i)
+        m_values[i] *= s;
+}
+
+KVOSrvMatrix& KVOSrvMatrix::operator+=(KVOSrvMatrix const& B)
+{
+    // Deliberate: both report under the name of operator*=; callers match on that text.
+    Require(this != &B, "*=");
+    Require(HasShapeOf(B) && (!m_diagonal || B.m_diagonal), "*=");
+
+    Add(1.0, B);
+    return *this;
+}
+
+void KVOSrvMatrix::Add(double f, KVOSrvMatrix const& B)
+{
+    if (f == 0.0)
+        return;
+    Require(HasShapeOf(B) && (!m_diagonal || B.m_diagonal), "Add");
+
+    bool const alongDiagonal = B.m_diagonal && !m_diagonal;
+    AddMultiple(f, B.m_values, alongDiagonal ? std::min(m_rows, m_columns) : StoredEntries(), m_values,
+                alongDiagonal ? DiagonalStride() : 1);
+}
+
+void KVOSrvMatrix::Interpolate(double t, KVOSrvMatrix const& A, KVOSrvMatrix const& B)
+{
+    Require(HasShapeOf(A) && HasShapeOf(B), "Interpolate");
+    Require(!(t < 0.0 || t > 1.0), "Interpolate");                                    // so written that a NaN passes
+    Require(m_diagonal == A.m_diagonal && m_diagonal == B.m_diagonal, "Interpolate"); // entries pair up by their places in the arrays
+
+    std::int64_t const count = StoredEntries();
+    double const s = 1.0 - t;
+    for (std::int64_t i = 0; i < count; ++i)
+        m_values[i] = s * A.m_values[i] + t * B.m_values[i];
+}
+
+void KVOSrvMatrix::Multiply(KVOSrvMatrix const& B, KVOSrvMatrix& C, int /*option*/, int accumulate) const
+{
+    Product("N", m_rows, B.m_columns, B.m_rows, {m_values, m_rows}, {B.m_values, B.m_rows}, accumulate != 0 ? 1.0 : 0.0, C.m_values,
+            C.m_rows);
+}
+
+void KVOSrvMatrix::Multiply(KVOSrvMatrix const& A, KVOSrvMatrix const& B)
+{
+    Require(A.m_columns == B.m_rows, "Multiply");
+    Require(m_rows == A.m_rows && m_columns == B.m_columns, "Multiply");
+    Require((!A.m_diagonal || A.IsSquare()) && (!B.m_diagonal || B.IsSquare()), "Multiply");
+    if (A.m_diagonal && B.m_diagonal) {
+        MultiplyDiagonals(A, B);
+        return;
+    }
+    Require(!m_diagonal, "Multiply");
+    if (!A.m_diagonal && !B.m_diagonal) {
+        Require(m_values != A.m_values && m_values != B.m_values, "Multiply"); // DGEMM would read its own results
+        Product("N", m_rows, m_columns, A.m_columns, {A.m_values, A.m_rows}, {B.m_values, B.m_rows}, 0.0, m_values, m_rows);
+        return;
+    }
+    for (int j = 0; j < m_columns; ++j) {
+        double const* const a = A.m_diagonal ? A.m_values : A.Column(j);
+        double const* const b = B.Column(j);
+        double* const c = Column(j);
+        if (B.m_diagonal)
+            for (int i = 0; i < m_rows; ++i)
+                c[i] = a[i] * B.m_values[j];
+        else
+            for (int i = 0; i < m_rows; ++i)
+                c[i] = b[i] * a[i];
+    }
+}
+
+void KVOSrvMatrix::MultiplyDiagonals(KVOSrvMatrix const& A, KVOSrvMatrix const& B)
+{
+    // Deliberate: the first column alone is cleared; the other elements off the diagonal stay.
+    if (!m_diagonal)
+        std::fill_n(m_values, m_rows, 0.0);
+    for (int i = 0; i < m_rows; ++i)
+        m_values[i * DiagonalStride()] = B.m_values[i] * A.m_values[i];
+}
+
+void KVOSrvMatrix::SymmetricMultiply(KVOSrvMatrix const& A, KVOSrvMatrix const& B)
+{
+    Require(IsSquare() && m_rows == A.m_columns && m_rows == B.m_rows, "SymmetricMultiply");
+    Require(HasShapeOf(A) && HasShapeOf(B), "SymmetricMultiply");
+    Require(!m_diagonal && !A.m_diagonal && !B.m_diagonal, "SymmetricMultiply");
+    Require(m_values != A.m_values && m_values != B.m_values, "SymmetricMultiply"); // they would be cleared
+
+    *this = 0.0;
+    TriangleBlocks::Cut const cut{m_rows, kSymmetricBlock, true};
+    Operand const a{A.m_values, m_rows}, b{B.m_values, m_rows};
+    TriangleBlocks::Cover(cut, 0, cut.NumberOfBlocks(), m_rows, [&](int firstColumn, int endColumn, int firstRow, int endRow) {
+        Product("N", endRow - firstRow, endColumn - firstColumn, m_rows, {a.At(firstRow, 0), m_rows}, {b.At(0, firstColumn), m_rows}, 0.0,
+                Column(firstColumn) + firstRow, m_rows);
+    });
+}
+
+void KVOSrvMatrix::TransposeMultiply(KVOSrvMatrix const& B, KVOSrvMatrix& C, int symmetricResult, int accumulate) const
+{
+    int const m = m_columns, n = B.m_columns, k = B.m_rows;
+    Operand const a{m_values, k}, b{B.m_values, k}; // this matrix has k rows too
+    auto const product = [&](int firstRow, int endRow, int firstColumn, int endColumn) {
+        Product("T", endRow - firstRow, endColumn - firstColumn, k, {a.At(0, firstRow), k}, {b.At(0, firstColumn), k},
+                accumulate != 0 ? 1.0 : 0.0, C.Column(firstColumn) + firstRow, C.m_rows);
+    };
+    if (symmetricResult == 0) {
+        product(0, m, 0, n);
+    } else if (m < n) {
+        TriangleBlocks::Cut const cut{m, kTransposeBlock, false};
+        TriangleBlocks::Cover(cut, 0, cut.NumberOfBlocks(), n, product);
+    } else {
+        TriangleBlocks::Cut const cut{n, kTransposeBlock, false};
+        TriangleBlocks::Cover(cut, 0, cut.NumberOfBlocks(), m, [&](int firstColumn, int endColumn, int firstRow, int endRow) {
+            product(firstRow, endRow, firstColumn, endColumn);
+        });
+    }
+}
+
+KVOSrvMatrix& KVOSrvMatrix::operator*=(KVOSrvMatrix const& B)
+{
+    Require(this != &B, "*=");
+    Require(m_rows == B.m_columns, "*=");
+    Require(!B.m_diagonal || B.IsSquare(), "*=");
+    bool const isColumn = m_columns == 1;
+    if (B.m_diagonal && (m_diagonal || (isColumn && !IsSquare()))) {
+        for (int i = 0; i < m_rows; ++i)
+            m_values[i] *= B.m_values[i];
+    } else if (B.m_diagonal && IsSquare()) {
+        for (int j = 0; j < m_columns; ++j)
+            for (int i = 0; i < m_rows; ++i)
+                Column(j)[i] *= B.m_values[j];
+    } else if (isColumn) { // deliberate: a vector is multiplied from the left, a square matrix from the right
+        MultiplyFromLeft(B);
+    } else if (m_columns > 1) {
+        MultiplyFromRight(B);
+    }
+    return *this;
+}
+
+void KVOSrvMatrix::MultiplyFromRight(KVOSrvMatrix const& B)
+{
+    Require(IsSquare() && B.IsSquare() && !m_diagonal && m_values != B.m_values, "Multiply");
+
+    KVOSrvMatrix const copy(*this);
+    Product("N", m_rows, m_rows, m_rows, {copy.m_values, m_rows}, {B.m_values, m_rows}, 0.0, m_values, m_rows);
+}
+
+void KVOSrvMatrix::MultiplyFromLeft(KVOSrvMatrix const& B)
+{
+    Require(B.IsSquare() && m_values != B.m_values, "Multiply"); // the result has as many rows as B
+
+    KVOSrvMatrix const copy(*this);
+    int const lda = LeadingDimension(m_rows);
+    BLAC_DGEMV("N", &B.m_rows, &B.m_columns, &kOne, B.m_values, &lda, copy.m_values, &kUnitStride, &kZero, m_values, &kUnitStride);
+}
+
+void KVOSrvMatrix::PermuteRowsInPlace(int const* perm, int n)
+{
+    Require(n == m_rows, "PermuteRowsInPlace");
+    Require(!m_diagonal, "PermuteRowsInPlace"); // its rows cannot be anywhere else
+
+    ValueArray const buffer = AllocateValues(m_rows);
+    for (int j = 0; j < m_columns; ++j) {
+        double* const column = Column(j);
+        std::copy_n(column, m_rows, buffer.get());
+        for (int i = 0; i < m_rows; ++i) {
+            if (perm[i] > m_rows)
+                KVOSrvMtxIllegalPermVect().Throw("mtx/impl/KVOSrvMatrixArithmetic", __LINE__);
+            if (perm[i] >= 0 && perm[i] < m_rows) // deliberate: what the bound above lets through is not refused, but leaves no mark either
+                column[perm[i]] = buffer[i];
+        }
+    }
+}

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "KVOSrvMtxExceptions.h"
+#include "mem_Allocator.h"
+
+#include <cstdint>
+#include <memory>
+
+/// What the sources of KVOSrvMatrix share.
+namespace KVOSrvMatrixSupport
+{
+
+/// Refuses illegal input; every source of the class has one that carries its name.
+class InputCheck
+{
+public:
+    explicit constexpr InputCheck(char const* source) : m_source(source) {}
+    /// @throws KVOSrvMtxIllegalInput `operation` unless `valid`
+    void operator()(bool valid, char const* operation, int line = __builtin_LINE()) const
+    {
+        if (!valid)
+            KVOSrvMtxIllegalInput(operation).Throw(m_source, line);
+    }
+
+private:
+    char const* m_source;
+};
+
+using ValueArray = std::unique_ptr<double[], mem_Deleter>;
+
+/// An array of `count` doubles, not initialised; a negative count cannot be had. @throws mem_OutOfMemory
+inline ValueArray AllocateValues(std::int64_t count)
+{
+    return ValueArray(static_cast<double*>(mem_OperatorNewThrow(mem_ArrayBytes(count, sizeof(double)))));
+}
+
+/// The leading dimension that BLAS and LAPACK take for `rows` rows: they refuse 0, also for an empty matrix.
+constexpr int LeadingDimension(int rows) noexcept
+{
+    return rows > 0 ? rows : 1;
+}
+
+} // namespace KVOSrvMatrixSupport

@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# usage: check_install.sh BUILD_DIR CONSUMER_SOURCE CMAKE CXX FORTRAN FLAGS
+set -euo pipefail
+build=$1 source=$2 cmake=$3 cxx=$4 fortran=$5 flags=$6
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+"$cmake" --install "$build" --prefix "$work/first" >"$work/install.log"
+mv "$work/first" "$work/prefix" # an installed tree can be moved
+
+echo "== by find_package"
+"$cmake" -S "$source" -B "$work/build" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" \
+    -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_Fortran_COMPILER="$fortran" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_Fortran_FLAGS="$flags" >"$work/configure.log"
+"$cmake" --build "$work/build"
+"$work/build/consumer"
+"$work/build/fortran_consumer"
+
+echo "== by pkg-config"
+export PKG_CONFIG_PATH=$(dirname "$(find "$work/prefix" -name KVOMtxLinearAlgebra.pc)")
+libdir=$(pkg-config --variable=libdir KVOMtxLinearAlgebra)
+# shellcheck disable=SC2046 # the flags are words
+"$cxx" $flags $(pkg-config --cflags KVOMtxLinearAlgebra) "$source/consumer.cpp" -o "$work/by_pkg_config" $(pkg-config --libs KVOMtxLinearAlgebra)
+LD_LIBRARY_PATH=$libdir "$work/by_pkg_config"

@@ -1,0 +1,164 @@
+#pragma once
+
+#include "KVOSrvMatrix.h"
+#include "KVOSrvMtxExceptions.h"
+#include "mem_Allocator.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <random>
+#include <string>
+#include <vector>
+
+inline int StoredEntries(KVOSrvMatrix const& matrix)
+{
+    return matrix.IsDiagonal() ? matrix.NumberOfRows() : matrix.NumberOfRows() * matrix.NumberOfColumns();
+}
+
+/// Element (i, j) of either storage.
+inline double Element(KVOSrvMatrix const& matrix, int i, int j)
+{
+    if (matrix.IsDiagonal())
+        return i == j ? matrix.Values()[i] : 0.0;
+    return matrix.Values()[i + std::ptrdiff_t{j} * matrix.NumberOfRows()];
+}
+
+inline void FillRandom(KVOSrvMatrix& matrix)
+{
+    static std::mt19937_64 s_random(20240607);
+    std::generate_n(matrix.Values(), StoredEntries(matrix), [] { return std::uniform_real_distribution<>(-1.0, 1.0)(s_random); });
+}
+
+inline KVOSrvMatrix RandomMatrix(int rows, int columns, bool diagonal = false)
+{
+    KVOSrvMatrix matrix(rows, columns, nullptr, false, diagonal);
+    FillRandom(matrix);
+    return matrix;
+}
+
+/// A random matrix that wraps an array of the test, with guards on both sides that are checked at the end.
+class GuardedMatrix
+{
+public:
+    GuardedMatrix(int rows, int columns, bool symmetric, bool diagonal)
+        : m_array(static_cast<std::size_t>(2 * kGuard + (diagonal ? rows : rows * columns)), kPattern),
+          matrix(rows, columns, m_array.data() + kGuard, symmetric, diagonal)
+    {
+        FillRandom(matrix);
+    }
+    GuardedMatrix(GuardedMatrix const&) = delete;
+    GuardedMatrix& operator=(GuardedMatrix const&) = delete;
+    ~GuardedMatrix()
+    {
+        EXPECT_EQ(std::count(m_array.begin(), m_array.begin() + kGuard, kPattern), kGuard);
+        EXPECT_EQ(std::count(m_array.end() - kGuard, m_array.end(), kPattern), kGuard);
+    }
+
+private:
+    static constexpr int kGuard = 17; // odd, so that the matrix begins within a cache line
+    static constexpr double kPattern = -8.25e99;
+    std::vector<double> m_array;
+
+public:
+    KVOSrvMatrix matrix;
+};
+
+/// A dense copy of any matrix: what the tests compute with.
+struct Dense {
+    Dense(int rowCount, int columnCount)
+        : rows(rowCount), columns(columnCount), values(static_cast<std::size_t>(rowCount) * static_cast<std::size_t>(columnCount))
+    {
+    }
+    explicit Dense(KVOSrvMatrix const& matrix) : Dense(matrix.NumberOfRows(), matrix.NumberOfColumns())
+    {
+        for (int j = 0; j < columns; ++j)
+            for (int i = 0; i < rows; ++i)
+                At(i, j) = Element(matrix, i, j);
+    }
+    double& At(int i, int j) { return values[i + static_cast<std::size_t>(j) * rows]; }
+    double At(int i, int j) const { return values[i + static_cast<std::size_t>(j) * rows]; }
+
+    int rows, columns;
+    std::vector<double> values;
+};
+
+inline bool SameBits(double x, double y)
+{
+    return std::memcmp(&x, &y, sizeof x) == 0;
+}
+
+/// What an element must be, up to `bound`; without a bound to the bit.
+struct Expected {
+    Expected(double v, double b = 0.0) : value(v), bound(b) {}
+    bool Admits(double x) const { return SameBits(x, value) || (bound > 0.0 && std::abs(x - value) <= bound); }
+    double value, bound;
+};
+
+/// Every element of `matrix` is expected(i, j), a double or an Expected.
+template<class Expectation>
+void ExpectElements(KVOSrvMatrix const& matrix, Expectation const& expectation)
+{
+    int wrong = 0;
+    for (int j = 0; j < matrix.NumberOfColumns(); ++j)
+        for (int i = 0; i < matrix.NumberOfRows(); ++i) {
+            Expected const expected = expectation(i, j);
+            double const actual = Element(matrix, i, j);
+            if (!expected.Admits(actual) && ++wrong <= 3)
+                ADD_FAILURE() << "element (" << i << ", " << j << ") is " << actual << " instead of " << expected.value;
+        }
+    EXPECT_EQ(wrong, 0);
+}
+
+/// All of a matrix that a caller can see, to be compared after a failure.
+class Snapshot
+{
+public:
+    explicit Snapshot(KVOSrvMatrix const& matrix) : m_matrix(matrix), m_array(matrix.Values()), m_copy(matrix) {}
+    void ExpectUnchanged() const
+    {
+        EXPECT_EQ(m_matrix.Values(), m_array);
+        EXPECT_EQ(m_matrix.NumberOfRows(), m_copy.NumberOfRows());
+        EXPECT_EQ(m_matrix.NumberOfColumns(), m_copy.NumberOfColumns());
+        EXPECT_EQ(m_matrix.IsSymmetric(), m_copy.IsSymmetric());
+        EXPECT_EQ(m_matrix.IsDiagonal(), m_copy.IsDiagonal());
+        EXPECT_TRUE(std::equal(m_array, m_array + StoredEntries(m_copy), m_copy.Values(), SameBits));
+    }
+
+private:
+    KVOSrvMatrix const& m_matrix;
+    double const* m_array;
+    KVOSrvMatrix m_copy;
+};
+
+/// Expects KVOSrvMtxIllegalInput with the name `operation`, and `matrix` unchanged.
+template<class Run>
+void ExpectRefused(char const* operation, KVOSrvMatrix const& matrix, Run const& run)
+{
+    Snapshot const before(matrix);
+    try {
+        run();
+        ADD_FAILURE() << operation << ": not refused";
+    } catch (KVOSrvMtxIllegalInput const& exception) {
+        EXPECT_EQ(std::string(exception.AsString().c_str()), std::string("KVOSrvMatrix::") + operation + " - Illegal input.");
+    }
+    before.ExpectUnchanged();
+}
+
+/// Lets each allocation of `run` fail in turn, and expects mem_OutOfMemory and `matrix` unchanged. Returns how many there are.
+template<class Run>
+int FailEachAllocation(KVOSrvMatrix const& matrix, Run const& run)
+{
+    for (int allocation = 0;; ++allocation) {
+        Snapshot const before(matrix);
+        mem_FailAllocationAfter(allocation);
+        try {
+            run();
+            mem_FailAllocationAfter(-1);
+            return allocation;
+        } catch (mem_OutOfMemory const&) {
+            before.ExpectUnchanged();
+        }
+    }
+}
