@@ -491,6 +491,34 @@ module kvo_mtx
             integer(c_int), intent(out) :: info
             real(c_double), intent(inout) :: a(lda, *), d(*), e(*), tau(*), work(*)
         end subroutine BLAC_DSYTRD
+
+        ! Sparse matrices; indices are 0-based, see the header.
+        subroutine BLAC_SPARSE_UMV(a, x, ia, ja, y, n, m, nvec) bind(C, name="BLAC_SPARSE_UMV")
+            import
+            integer(c_int), intent(in) :: ia(*), ja(*), n, m, nvec
+            real(c_double), intent(in) :: a(*), x(m, *)
+            real(c_double), intent(inout) :: y(n, *)
+        end subroutine BLAC_SPARSE_UMV
+
+        subroutine BLAC_SPARSE_UMTV(a, x, ia, ja, y, n, m, nvec) bind(C, name="BLAC_SPARSE_UMTV")
+            import
+            integer(c_int), intent(in) :: ia(*), ja(*), n, m, nvec
+            real(c_double), intent(in) :: a(*), x(n, *)
+            real(c_double), intent(inout) :: y(m, *)
+        end subroutine BLAC_SPARSE_UMTV
+
+        subroutine BLAC_SPARSE_SPARSE_UMTV(a, x, ia, ja, y, nIndex, m, nvec, index) bind(C, name="BLAC_SPARSE_SPARSE_UMTV")
+            import
+            integer(c_int), intent(in) :: ia(*), ja(*), nIndex, m, nvec, index(*)
+            real(c_double), intent(in) :: a(*), x(nIndex, *)
+            real(c_double), intent(inout) :: y(m, *)
+        end subroutine BLAC_SPARSE_SPARSE_UMTV
+
+        subroutine BLAC_SPARSE_LEVEL(request, inForce) bind(C, name="BLAC_SPARSE_LEVEL")
+            import
+            integer(c_int), intent(in) :: request
+            integer(c_int), intent(out) :: inForce
+        end subroutine BLAC_SPARSE_LEVEL
     end interface
 
 end module kvo_mtx

@@ -246,5 +246,40 @@ KVO_EXPORT void BLAC_DSYTRD(char const* uplo, int const* n, double* a, int const
                             int const* lwork, int* info);
 
 /// @}
+/// @name Sparse matrices
+///
+/// Products of a matrix A of compressed rows with a block of `nvec` vectors, stored by columns without gaps. The arrays of A are 0-based
+/// also for Fortran: the entries of row i = 0 ... n - 1 are a[k], in column ja[k], for k from ia[i] to ia[i + 1] - 1; `ia` is read as
+/// unsigned. Columns may stand in any order and more than once. Nothing is checked; x and y may not overlap. No scratch memory.
+///
+/// Every sum is formed as the plain loop does it, by ascending k and rounded after each product and each sum, whatever the processor and
+/// however the vectors are grouped: nine vectors at once give the bits of nine calls with one.
+/// @{
+
+/// y := A x, y(i, j) = sum over k of a[k] x(ja[k], j).
+/// @param x     `m` x `nvec`
+/// @param[out] y  `n` x `nvec`; assigned
+/// @param n,m   rows and columns of A
+/// @param nvec  0 touches nothing
+KVO_EXPORT void BLAC_SPARSE_UMV(double const* a, double const* x, int const* ia, int const* ja, double* y, int const* n, int const* m,
+                                int const* nvec);
+/// y := A^T x: y is set to 0, then y(ja[k], j) += a[k] x(i, j) row after row, by ascending k.
+/// @param x     `n` x `nvec`
+/// @param[out] y  `m` x `nvec`
+KVO_EXPORT void BLAC_SPARSE_UMTV(double const* a, double const* x, int const* ia, int const* ja, double* y, int const* n, int const* m,
+                                 int const* nvec);
+/// y := B^T x as BLAC_SPARSE_UMTV, where row l of B is row index[l] of A.
+/// @param x       `nIndex` x `nvec`
+/// @param[out] y  `m` x `nvec`
+/// @param index   `nIndex` row numbers, 0-based, in any order and also repeated
+KVO_EXPORT void BLAC_SPARSE_SPARSE_UMTV(double const* a, double const* x, int const* ia, int const* ja, double* y, int const* nIndex,
+                                        int const* m, int const* nvec, int const* index);
+/// Chooses the instructions of the three products for the whole process, to compare or to time them; results do not depend on it.
+/// @param request  0 baseline (SSE2), 1 AVX2, 2 AVX-512; what the processor lacks is replaced by the best that it has, which a negative
+///                 request also gives and which is in force from the start
+/// @param[out] inForce  the level from now on
+KVO_EXPORT void BLAC_SPARSE_LEVEL(int const* request, int* inForce);
+
+/// @}
 
 } // extern "C"

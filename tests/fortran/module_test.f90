@@ -10,6 +10,7 @@ program module_test
     call eigenproblems()
     call environment()
     call timers_and_sort()
+    call sparse_products()
 
 contains
 
@@ -86,4 +87,17 @@ contains
         call check(all(columns == reshape([8, -8, 9, -9, 7, -7], [2, 3])), 'columns of SORT13')
     end subroutine timers_and_sort
 
+    ! Also the 0-based indices: A has the rows (1 0 2), (0 0 0) and (0 3 4).
+    subroutine sparse_products()
+        integer(c_int), parameter :: starts(4) = [0, 2, 2, 4], columns(4) = [0, 2, 1, 2]
+        real(c_double), parameter :: values(4) = [1, 2, 3, 4]
+        real(c_double) :: x(3, 2), y(3, 2)
+        x = reshape([1, 2, 3, 4, 5, 6], [3, 2])
+        call BLAC_SPARSE_UMV(values, x, starts, columns, y, 3_c_int, 3_c_int, 2_c_int)
+        call check(all(y == reshape([7, 0, 18, 16, 0, 39], [3, 2])), 'SPARSE_UMV')
+        call BLAC_SPARSE_UMTV(values, x, starts, columns, y, 3_c_int, 3_c_int, 2_c_int)
+        call check(all(y == reshape([1, 9, 14, 4, 18, 32], [3, 2])), 'SPARSE_UMTV')
+        call BLAC_SPARSE_SPARSE_UMTV(values, x(1:2, :), starts, columns, y, 2_c_int, 3_c_int, 2_c_int, [2_c_int, 0_c_int])
+        call check(all(y == reshape([2, 3, 8, 5, 12, 26], [3, 2])), 'SPARSE_SPARSE_UMTV')
+    end subroutine sparse_products
 end program module_test

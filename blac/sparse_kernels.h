@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+
+namespace blac
+{
+
+/// The rows of a sparse matrix that a product uses, in their order.
+struct SparseRows {
+    double const* a;      ///< stored values
+    unsigned const* ia;   ///< row starts; the caller's 32-bit integers, read as unsigned as the matrix class stores them
+    int const* ja;        ///< column indices
+    std::ptrdiff_t count; ///< rows used
+    int const* index;     ///< their `count` numbers, or null for 0, 1, 2 ...
+    std::ptrdiff_t columns;
+};
+
+/// One pass over the rows for some vectors; `x` and `y` point to the first of them.
+using SparsePass = void (*)(SparseRows const& rows, double const* x, double* y);
+
+/// The passes for groups of 8, 4, 2 and 1 vectors, as one kind of processor runs them fastest. All round after each product and after each
+/// sum and take the entries in storage order, so that every pass of every kind gives the bits of the plain loop.
+struct SparseKernels {
+    SparsePass times[4];           ///< y = A x; leading dimensions: x `columns`, y `count`
+    SparsePass transposedTimes[4]; ///< y += A^T x; leading dimensions: x `count`, y `columns`
+};
+
+extern SparseKernels const sparseKernelsBaseline; ///< SSE2
+extern SparseKernels const sparseKernelsAvx2;
+extern SparseKernels const sparseKernelsAvx512; ///< AVX-512 F, DQ and VL
+
+/// The kernels of the level in force.
+SparseKernels const& SparseKernelsInForce();
+
+/// How many vectors go through the rows together: 8, or fewer (4, 2, 1) where the places that eight vectors are touched at would be
+/// spread over more memory than the processor can address quickly. Changes the speed only.
+int SparseGroupSize(SparseRows const& rows);
+
+} // namespace blac
