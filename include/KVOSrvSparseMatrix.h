@@ -1,0 +1,219 @@
+#pragma once
+
+#include "KVOExport.h"
+#include "cow_List.h"
+#include "mem_Allocator.h"
+
+#include <cstdint>
+#include <memory>
+
+class KVOFsmSystemDofDefinition;
+namespace KVOSrvSparseSupport
+{
+struct SparseRows;
+}
+
+/// One coordinate entry; row and column are 0-based.
+struct KVOSrvSparseMatrixEntry {
+    unsigned row;
+    unsigned column;
+    double value;
+};
+
+/// Sparse matrix of doubles in compressed rows.
+///
+/// A caller fills it entry by entry, BeginAssembly(), AddData() ..., EndAssembly(), or reads it from a file; every other operation works
+/// on the assembled form. All indices are 0-based; lists that an operation returns belong to the caller and are released with delete[].
+///
+/// Two kinds of storage: full, every entry stored; half, for a symmetric matrix: each off-diagonal pair once, in one triangle, and the
+/// diagonal in an array of its own. Half storage comes from files of formats 0, 1 and 6 and from the database.
+///
+/// Invariants of the assembled form:
+/// 1. m_rowStart has m_rowCount + 1 offsets, ascending from 0; the entries of row i are the positions m_rowStart[i] to
+///    m_rowStart[i + 1] - 1 of m_columnIndices and m_values. m_rowStart is null before the first assembly, and between BeginAssembly()
+///    and EndAssembly(): the matrix then counts as one without entries.
+/// 2. Column indices ascend strictly within a row of an assembled matrix. Zeros are stored like any other value.
+/// 3. The matrix is half-stored exactly when m_symmetryState is 1 and m_diagonal is not null (IsHalfStored()).
+/// 4. Loops take their lengths from m_rowStart: m_nonzeroCount also counts the diagonal after an import of format 6.
+///
+/// Used by one thread at a time.
+class KVO_EXPORT KVOSrvSparseMatrix : public mem_AllocationOperators
+{
+public:
+    /// An empty, not yet assembled matrix of rows x columns; AddData() enlarges it as needed.
+    KVOSrvSparseMatrix(int rows, int columns);
+    ~KVOSrvSparseMatrix();
+    KVOSrvSparseMatrix(KVOSrvSparseMatrix const&) = delete;
+    KVOSrvSparseMatrix& operator=(KVOSrvSparseMatrix const&) = delete;
+
+    // ---- queries
+
+    /// Stored entries. A half-stored matrix counts its triangle without the diagonal, except after an import of format 6, which counts
+    /// the diagonal in.
+    int NumberOfNonzeros() const noexcept { return m_nonzeroCount; }
+    int NumberOfRows() const noexcept { return m_rowCount; }
+    int NumberOfColumns() const noexcept { return m_columnCount; }
+
+    /// True when no stored value differs from 0 (a NaN does), and for a matrix without rows.
+    bool IsNull() const;
+
+    /// True when the matrix equals its transpose: as many entries above as below the diagonal, and for every entry b below it an entry
+    /// a at the mirrored place with |(a - b) / a| <= 1e-16 (|a - b| where a is 0). Column indices must ascend within the rows.
+    ///
+    /// The verdict is kept until the next AddData() or import. It changes no storage: full storage stays full.
+    bool IsSymmetric() const;
+
+    /// All entries of the matrix, a half-stored one in full: for each row i first (i, i, diagonal), then for each stored entry (i, c)
+    /// its mirror (c, i) and itself. Null when the matrix has no rows.
+    /// @param[out] count  length of the list
+    /// @throws KVOSrvMtxIllegalInput "GetEntries" when the list would have more than INT_MAX entries, mem_OutOfMemory
+    KVOSrvSparseMatrixEntry* GetEntries(int& count) const;
+
+    // ---- assembly
+
+    /// Drops the stored entries; sizes, pending entries and the kept verdict on symmetry stay.
+    void BeginAssembly();
+
+    /// Adds an entry; entries of equal place are summed by EndAssembly(). Enlarges the matrix to hold it. Amortised O(1).
+    /// Call BeginAssembly() first on an assembled matrix: EndAssembly() does nothing there.
+    /// @throws mem_OutOfMemory; nothing is changed then. Indices are not checked here but by EndAssembly(), except that an assembled
+    /// matrix refuses one above INT_MAX - 1, by KVOSrvMtxIllegalInput "AddData"
+    void AddData(unsigned row, unsigned column, double value)
+    {
+        if (m_rowStart != nullptr) [[unlikely]]
+            CoverPlace(row, column);
+        m_pendingEntries.Append({row, column, value});
+        if (row + 1 > static_cast<unsigned>(m_rowCount))
+            m_rowCount = static_cast<int>(row + 1);
+        if (column + 1 > static_cast<unsigned>(m_columnCount))
+            m_columnCount = static_cast<int>(column + 1);
+        m_symmetryState = m_symmetryState == 1 ? 2 : 0;
+        if (m_diagonal != nullptr) [[unlikely]]
+            m_diagonal.reset();
+    }
+
+    /// Builds compressed rows from the entries added since the last EndAssembly(); entries of equal place are summed in the order in which
+    /// they were added. Does nothing on an assembled matrix.
+    /// @throws KVOSrvMtxIllegalInput "EndAssembly" when a row or column index exceeds INT_MAX - 1, or more than INT_MAX entries are stored
+    /// @throws mem_OutOfMemory
+    /// After either the matrix is as it was, the pending entries included.
+    /// @complexity O(entries + rows + columns); at its peak, memory of 28 bytes an added entry and 8 bytes a column, the 16 bytes of the
+    /// pending entry included
+    void EndAssembly();
+
+    // ---- products
+
+    /// y = A x, or y = A^T x when `transpose`, for `nvec` vectors; 0 or fewer leave y untouched. Half storage multiplies as the full
+    /// matrix. A matrix not assembled gives zeros.
+    ///
+    /// @param x  column-major, leading dimension the columns of A (the rows when `transpose`)
+    /// @param y  column-major, leading dimension the rows of A (the columns when `transpose`); overwritten. Must not overlap x
+    void Multiply(double const* x, int nvec, double* y, bool transpose) const;
+
+    /// Multiplies every stored value by s.
+    void Scale(double s);
+
+    /// this = A - B, assembled anew in full storage. Places that cancel stay stored with value 0; the sizes only grow. A and B may be
+    /// this matrix.
+    void Subtract(KVOSrvSparseMatrix const& A, KVOSrvSparseMatrix const& B);
+
+    // ---- restructuring
+
+    /// The transposed matrix, a new one that the caller deletes; half storage stays half storage.
+    KVOSrvSparseMatrix* Transpose() const;
+
+    /// The matrix with rows and columns permuted, a new one that the caller deletes. perm[k] is the old number of new row and column k,
+    /// for every row of this square matrix.
+    /// @throws KVOSrvMtxIllegalInput "Permute" when the matrix is not square
+    /// @throws KVOSrvMtxIllegalPermVect unless perm holds each row number once
+    KVOSrvSparseMatrix* Permute(int const* perm) const;
+
+    /// The same permutation applied to this matrix, with the same errors; nothing is changed after one.
+    void PermuteInPlace(int const* perm);
+
+    /// Permutes the rows of this matrix; here perm[i] is the new number of old row i (the other way round than in Permute, on purpose).
+    /// @throws KVOSrvMtxNoSymmetricTrue "PermuteRows" on half storage
+    /// @throws KVOSrvMtxIllegalPermVect unless perm holds each row number once
+    /// Nothing is changed after an error.
+    void PermuteRows(int const* perm);
+
+    /// The rows, or columns, that hold a stored entry, ascending; a stored zero counts.
+    /// @param[out] count  length of the list
+    unsigned* FindNontrivialRows(int& count) const;
+    unsigned* FindNontrivialColumns(int& count) const;
+
+    /// Drops the columns without a stored entry and renumbers the others.
+    /// @param[out] count  the new number of columns
+    /// @return for each new column its old number
+    /// @throws KVOSrvMtxNoSymmetricTrue "EliminateTrivialColumns" on half storage: its columns are its rows too
+    unsigned* EliminateTrivialColumns(int& count);
+
+    /// Sets the stored values of n columns to 0; the entries stay stored.
+    /// @throws KVOSrvMtxNoSymmetricTrue "SetcolumnsToZero" on half storage
+    /// @throws KVOSrvMtxIllegalInput "SetColumnsToZero" when n is negative or a column lies outside; nothing is changed then
+    void SetColumnsToZero(int const* columns, int n);
+
+    // ---- files, see docs/sparse-files.md
+
+    /// Reads a file of format 0, 1, 2, 3, 6 or 7 into this matrix.
+    /// @throws KVOSrvMtxUnsupportedImpFmt for another format (the matrix is then marked assembled) and for malformed content
+    /// @throws KVOSrvMtxOpenFileException with the path
+    /// After either of the two last the matrix is as it was.
+    void Import(char const* path, int format);
+
+    /// Writes a file of format 3, 4, 5, 6 or 7.
+    /// @param dofs  node and degree of freedom of each row, needed by format 4 only
+    /// @throws KVOSrvMtxUnsupportedExpFmt for another format, and for format 4 without `dofs` or with fewer than rows
+    /// @throws KVOSrvMtxNoUnsymmetric for format 6 when the matrix is not half-stored
+    /// @throws KVOSrvMtxOpenFileException, KVOSrvMtxFileWriteFailure with the path
+    void Export(char const* path, int format, KVOFsmSystemDofDefinition const* dofs = nullptr) const;
+
+private:
+    friend class KVOSrvSparseImExPorter;
+
+    template<class T>
+    using Array = std::unique_ptr<T[], mem_Deleter>;
+
+    /// Takes the four arrays as they are; half-stored when `diagonal` is not null.
+    KVOSrvSparseMatrix(unsigned* rowStart, int* columnIndices, double* values, double* diagonal, int nonzeroCount, int rows, int columns);
+
+    bool IsHalfStored() const noexcept { return m_symmetryState == 1 && m_diagonal != nullptr; }
+    /// Half-stored and not between BeginAssembly() and EndAssembly(): the diagonal counts.
+    bool HoldsDiagonal() const noexcept { return IsHalfStored() && m_rowStart != nullptr; }
+    /// Entries in the compressed rows (invariant 4).
+    int StoredEntries() const noexcept;
+
+    /// The matrix of these arrays with this one's number of nonzeros; takes them over.
+    KVOSrvSparseMatrix* NewMatrix(KVOSrvSparseSupport::SparseRows& rows, Array<double> diagonal, int rowCount, int columnCount) const;
+    Array<double> CopyOfDiagonal(int const* perm) const;
+    KVOSrvSparseSupport::SparseRows PermutedRows(int const* perm) const;
+    void ReplaceRows(KVOSrvSparseSupport::SparseRows& rows) noexcept;
+
+    /// Makes the offsets of an assembled matrix last for `row`; the rows they did not have yet are empty.
+    /// @throws KVOSrvMtxIllegalInput "AddData" when an index exceeds INT_MAX - 1, mem_OutOfMemory; nothing is changed then
+    void CoverPlace(unsigned row, unsigned column);
+    /// Takes over assembled rows of full storage. The pending entries are dropped.
+    void TakeRows(KVOSrvSparseSupport::SparseRows& rows, int nonzeroCount) noexcept;
+
+    /// Replaces the content by `count` unordered entries of a matrix of rows x columns, duplicates summed; full storage, assembled.
+    /// Pending entries are dropped.
+    /// @throws KVOSrvMtxIllegalInput "ResetData" when a size is negative or an entry lies outside, mem_OutOfMemory; nothing is changed then
+    void ResetData(KVOSrvSparseMatrixEntry const* entries, int count, int rows, int columns);
+
+    void MultiplyHalf(double const* x, int nvec, double* y) const;
+
+    /// y = (rows index[0 .. nIndex-1] of A)^T x; x has leading dimension nIndex. Rows count as they are stored, half storage or not.
+    /// @throws KVOSrvMtxNoTranspose unless `transpose`
+    void MultiplyIndexed(double const* x, int nvec, double* y, bool transpose, int nIndex, unsigned const* index) const;
+
+    cow_List<KVOSrvSparseMatrixEntry> m_pendingEntries;
+    Array<double> m_values;
+    Array<int> m_columnIndices;
+    Array<unsigned> m_rowStart;
+    Array<double> m_diagonal; // of a half-stored matrix
+    int m_nonzeroCount = 0;
+    int m_rowCount; // negative, as the columns, only without m_rowStart: after AddData() of a row above INT_MAX - 1
+    int m_columnCount;
+    mutable int m_symmetryState = 0; // 0 not known, 1 symmetric, 2 not symmetric; IsSymmetric() keeps its verdict here
+    bool m_assembled = false;
+};

@@ -1,0 +1,216 @@
+#include "KVOSrvMtxExceptions.h"
+#include "KVOSrvSparseImExPorter.h"
+#include "MatrixFiles.h"
+#include "SparseRows.h"
+
+#include <algorithm>
+#include <climits>
+
+using KVOSrvSparseSupport::AllocateArray;
+
+namespace
+{
+
+constexpr char kSource[] = "mtx/impl/KVOSrvSparseImExPorterChunks";
+constexpr int kChunkBits = 17;
+constexpr std::int64_t kChunkLength = std::int64_t{1} << kChunkBits; // items
+constexpr std::int64_t kItemBytes = sizeof(int) + sizeof(double);
+
+struct Header {
+    std::int32_t n;            // rows and columns
+    std::int32_t offDiagonals; // stored entries
+    std::int32_t chunks;
+    std::int32_t full; // 0: half storage
+    std::int32_t chunkBits;
+    std::int32_t one;
+};
+static_assert(sizeof(Header) == 24);
+
+[[noreturn]] void Refuse(int line)
+{
+    KVOSrvMtxUnsupportedImpFmt().Throw(kSource, line);
+}
+
+// A file without items has one chunk all the same, of padding: so divides (n - 1) / length + 1 in C.
+std::int64_t ChunksFor(std::int64_t items, std::int64_t length)
+{
+    return std::max<std::int64_t>(1, (items + length - 1) / length);
+}
+
+Header ReadHeader(InputFile& file)
+{
+    Header header;
+    file.ReadItems(&header, 1);
+    if (header.n < 0 || header.offDiagonals < 0)
+        Refuse(__LINE__);
+    return header;
+}
+
+// Before anything is allocated: the file is as long as its header says.
+void RequireSize(InputFile const& file, Header const& header, std::int64_t chunks, std::int64_t chunkLength)
+{
+    std::int64_t const n = header.n;
+    std::int64_t const pattern = static_cast<std::int64_t>(sizeof header) + (n + 1) * std::int64_t{sizeof(unsigned)};
+    if (file.Size() < pattern + n * std::int64_t{sizeof(double)} + chunks * chunkLength * kItemBytes)
+        Refuse(__LINE__);
+}
+
+bool AscendFromZero(unsigned const* rowStart, int n, int entries)
+{
+    return rowStart[0] == 0 && std::is_sorted(rowStart, rowStart + n + 1) && rowStart[n] == static_cast<unsigned>(entries);
+}
+
+bool AllBelow(int const* indices, std::int64_t count, int n)
+{
+    // The sign bit of one of the two terms tells an index outside; without a comparison the loop is vectorised.
+    unsigned bits = 0;
+    for (std::int64_t k = 0; k < count; ++k) {
+        auto const index = static_cast<unsigned>(indices[k]);
+        bits |= index | (static_cast<unsigned>(n) - 1 - index);
+    }
+    return bits <= INT_MAX;
+}
+
+void WriteZeros(OutputFile& file, std::int64_t bytes)
+{
+    static constexpr char kZeros[65536] = {};
+    for (std::int64_t part; bytes > 0; bytes -= part) {
+        part = std::min<std::int64_t>(bytes, sizeof kZeros);
+        file.WriteItems(kZeros, part);
+    }
+}
+
+template<class T>
+void WritePadded(OutputFile& file, T const* items, std::int64_t count)
+{
+    file.WriteItems(items, count);
+    WriteZeros(file, (kChunkLength - count) * std::int64_t{sizeof(T)});
+}
+
+template<class NumberOfRow>
+void WriteEach(OutputFile& file, int n, NumberOfRow const& numberOfRow)
+{
+    for (int i = 0; i < n; ++i) {
+        std::int32_t const number = numberOfRow(i);
+        file.WriteItems(&number, 1);
+    }
+}
+
+void ReadChunk(InputFile& file, int* columnIndices, double* values, std::int64_t count, std::int64_t chunkLength, int n)
+{
+    file.ReadItems(columnIndices, count);
+    file.Skip((chunkLength - count) * std::int64_t{sizeof(int)});
+    file.ReadItems(values, count);
+    if (!AllBelow(columnIndices, count, n))
+        Refuse(__LINE__);
+}
+
+} // namespace
+
+// Reads row starts, diagonal and the first `items` items; those behind them become column 0, value 0.
+void KVOSrvSparseImExPorter::ReadHalfStored(InputFile& file, KVOSrvSparseMatrix& matrix, int n, int offDiagonals, std::int64_t items,
+                                            std::int64_t chunkLength)
+{
+    matrix.m_rowStart = AllocateArray<unsigned>(std::int64_t{n} + 1);
+    file.ReadItems(matrix.m_rowStart.get(), std::int64_t{n} + 1);
+    if (!AscendFromZero(matrix.m_rowStart.get(), n, offDiagonals))
+        Refuse(__LINE__);
+    matrix.m_diagonal = AllocateArray<double>(n);
+    file.ReadItems(matrix.m_diagonal.get(), n);
+
+    matrix.m_columnIndices = AllocateArray<int>(offDiagonals);
+    matrix.m_values = AllocateArray<double>(offDiagonals);
+    for (std::int64_t begin = 0; begin < items; begin += chunkLength)
+        ReadChunk(file, matrix.m_columnIndices.get() + begin, matrix.m_values.get() + begin, std::min(chunkLength, items - begin),
+                  chunkLength, n);
+    std::fill(matrix.m_columnIndices.get() + items, matrix.m_columnIndices.get() + offDiagonals, 0);
+    std::fill(matrix.m_values.get() + items, matrix.m_values.get() + offDiagonals, 0.0);
+
+    matrix.m_nonzeroCount = offDiagonals;
+    matrix.m_rowCount = matrix.m_columnCount = n;
+    matrix.m_symmetryState = 1;
+}
+
+void KVOSrvSparseImExPorter::ImportHalfStoredChunks(KVOSrvSparseMatrix& matrix, char const* path)
+{
+    InputFile file(path);
+    Header const header = ReadHeader(file);
+    int const n = header.n, offDiagonals = header.offDiagonals;
+    if (std::int64_t{n} + offDiagonals > INT_MAX)
+        Refuse(__LINE__);
+    // Deliberate: only the two counts of the header are looked at.
+    RequireSize(file, header, ChunksFor(offDiagonals, kChunkLength), kChunkLength);
+    // Deliberate: a last chunk that is full is passed over as if it were padding.
+    std::int64_t const items = offDiagonals % kChunkLength != 0 ? offDiagonals : std::max<std::int64_t>(0, offDiagonals - kChunkLength);
+    ReadHalfStored(file, matrix, n, offDiagonals, items, kChunkLength);
+    matrix.m_nonzeroCount = offDiagonals + n; // Deliberate: this reader counts the diagonal in.
+}
+
+void KVOSrvSparseImExPorter::ImportChunks(KVOSrvSparseMatrix& matrix, char const* path)
+{
+    constexpr std::int32_t kMostChunkBits = 30; // no matrix has more items than fit into one chunk of this length
+
+    InputFile file(path);
+    Header const header = ReadHeader(file);
+    if (header.chunkBits < 0 || header.chunkBits > kMostChunkBits)
+        Refuse(__LINE__);
+    std::int64_t const chunkLength = std::int64_t{1} << header.chunkBits;
+    bool const noChunks = header.offDiagonals == 0 && header.chunks == 0;
+    if (header.chunks != ChunksFor(header.offDiagonals, chunkLength) && !noChunks)
+        Refuse(__LINE__);
+    RequireSize(file, header, header.chunks, chunkLength);
+
+    if (header.full == 0) {
+        ReadHalfStored(file, matrix, header.n, header.offDiagonals, header.offDiagonals, chunkLength);
+        return;
+    }
+    if (header.n + std::int64_t{2} * header.offDiagonals > INT_MAX)
+        Refuse(__LINE__);
+    KVOSrvSparseMatrix half(0, 0);
+    ReadHalfStored(file, half, header.n, header.offDiagonals, header.offDiagonals, chunkLength);
+    AssembleFull(matrix, half);
+}
+
+void KVOSrvSparseImExPorter::AssembleFull(KVOSrvSparseMatrix& matrix, KVOSrvSparseMatrix const& half)
+{
+    matrix.BeginAssembly();
+    Rows const rows(half);
+    for (int i = 0; i < half.m_rowCount; ++i) {
+        auto const row = static_cast<unsigned>(i);
+        matrix.AddData(row, row, half.m_diagonal[i]);
+        for (std::int64_t k = rows.Begin(i); k < rows.End(i); ++k) {
+            auto const column = static_cast<unsigned>(half.m_columnIndices[k]);
+            matrix.AddData(row, column, half.m_values[k]);
+            matrix.AddData(column, row, half.m_values[k]);
+        }
+    }
+    matrix.EndAssembly();
+}
+
+void KVOSrvSparseImExPorter::ExportChunks(KVOSrvSparseMatrix const& matrix, char const* path)
+{
+    if (!matrix.HoldsDiagonal())
+        KVOSrvMtxNoUnsymmetric().Throw(kSource, __LINE__);
+
+    // Deliberate: not truncated, an existing longer file keeps its tail.
+    OutputFile file(path, OutputFile::Existing::kOverwrite, 0644);
+    int const n = matrix.m_rowCount;
+    auto const items = Rows(matrix).Entries();
+    std::int64_t const chunks = ChunksFor(items, kChunkLength);
+    Header const header{n, static_cast<std::int32_t>(items), static_cast<std::int32_t>(chunks), 0, kChunkBits, 1};
+    file.WriteItems(&header, 1);
+    file.WriteItems(matrix.m_rowStart.get(), std::int64_t{n} + 1);
+    file.WriteItems(matrix.m_diagonal.get(), n);
+    for (std::int64_t chunk = 0; chunk < chunks; ++chunk) {
+        std::int64_t const begin = chunk * kChunkLength, count = std::min(kChunkLength, items - begin);
+        WritePadded(file, matrix.m_columnIndices.get() + begin, count);
+        WritePadded(file, matrix.m_values.get() + begin, count);
+    }
+    // The pattern once more, with the weight 1 and the number of every row.
+    file.WriteItems(&n, 1);
+    file.WriteItems(matrix.m_rowStart.get(), std::int64_t{n} + 1);
+    file.WriteItems(matrix.m_columnIndices.get(), items);
+    WriteEach(file, n, [](int) { return 1; });
+    WriteEach(file, n, [](int row) { return row; });
+    file.Close();
+}

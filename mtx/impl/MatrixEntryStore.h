@@ -1,0 +1,54 @@
+#pragma once
+
+#include "KVOSrvSparseMatrix.h"
+#include "SparseRows.h"
+
+#include <algorithm>
+#include <cstdint>
+
+/// Entries read from a file, in one piece, of a number that is known only in the end.
+///
+/// The room is estimated from the share of the file that the entries so far came from, so that it rarely grows and hardly more is taken
+/// than the entries need.
+class MatrixEntryStore
+{
+public:
+    /// @param source  what the entries are read from, in any unit
+    explicit MatrixEntryStore(std::int64_t source) : m_source(source) {}
+
+    std::int64_t Count() const noexcept { return m_count; }
+    KVOSrvSparseMatrixEntry const* Entries() const noexcept { return m_entries.get(); }
+
+    /// Makes room for `count` more entries.
+    /// @param consumed  how much of the source the entries so far came from
+    void Reserve(std::int64_t count, std::int64_t consumed)
+    {
+        if (m_capacity - m_count < count)
+            Grow(count, consumed);
+    }
+
+    /// Within the room that was reserved.
+    void Append(KVOSrvSparseMatrixEntry const& entry) noexcept { m_entries[m_count++] = entry; }
+
+private:
+    void Grow(std::int64_t count, std::int64_t consumed)
+    {
+        double const share = consumed > 0 ? static_cast<double>(consumed) / static_cast<double>(m_source) : 1.0;
+        auto const estimate = static_cast<std::int64_t>(1.02 * static_cast<double>(m_count) / std::min(share, 1.0));
+        std::int64_t const capacity = std::max(estimate, m_count + m_count / 2) + count;
+        std::size_t const bytes = mem_ArrayBytes(capacity, sizeof(KVOSrvSparseMatrixEntry));
+        // Large memory is moved by remapping its pages, not by copying.
+        void* const entries = mem_Realloc(m_entries.get(), bytes);
+        if (entries == nullptr)
+            throw mem_OutOfMemory(bytes);
+        static_cast<void>(m_entries.release());
+        m_entries.reset(static_cast<KVOSrvSparseMatrixEntry*>(entries));
+        KVOSrvSparseSupport::UseLargePages(entries, bytes);
+        m_capacity = capacity;
+    }
+
+    std::int64_t m_source;
+    std::int64_t m_count = 0;
+    std::int64_t m_capacity = 0;
+    KVOSrvSparseSupport::Array<KVOSrvSparseMatrixEntry> m_entries;
+};

@@ -1,0 +1,131 @@
+#include "MatrixFiles.h"
+
+#include "KVOSrvMtxExceptions.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr char kSource[] = "mtx/impl/MatrixFiles";
+
+// Without waiting for the other end of a FIFO. -1 on failure.
+int OpenAtOnce(char const* path, int flags, unsigned permissions = 0)
+{
+    return path != nullptr ? open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, permissions) : -1;
+}
+
+} // namespace
+
+InputFile::InputFile(char const* path) : m_descriptor(OpenAtOnce(path, O_RDONLY))
+{
+    struct stat status;
+    // Only a regular file has a size to hold its content against; a directory and an idle FIFO can be opened, but not read.
+    if (m_descriptor >= 0 && fstat(m_descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
+        m_size = status.st_size;
+        return;
+    }
+    if (m_descriptor >= 0)
+        close(m_descriptor);
+    KVOSrvMtxOpenFileException(path).Throw(kSource, __LINE__);
+}
+
+InputFile::~InputFile()
+{
+    close(m_descriptor);
+}
+
+std::size_t InputFile::Read(void* target, std::size_t bytes)
+{
+    std::size_t done = 0;
+    while (done < bytes) {
+        ssize_t const got = read(m_descriptor, static_cast<char*>(target) + done, bytes - done);
+        if (got == 0)
+            break;
+        if (got > 0)
+            done += static_cast<std::size_t>(got);
+        else if (errno != EINTR)
+            KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
+    }
+    return done;
+}
+
+void InputFile::ReadExactly(void* target, std::size_t bytes)
+{
+    if (Read(target, bytes) != bytes)
+        KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
+}
+
+void InputFile::Skip(std::int64_t bytes)
+{
+    if (lseek(m_descriptor, bytes, SEEK_CUR) < 0)
+        KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
+}
+
+OutputFile::OutputFile(char const* path, Existing existing, unsigned permissions)
+    : m_path(path), m_descriptor(-1), m_buffer(static_cast<char*>(mem_OperatorNewThrow(kBufferBytes)))
+{
+    m_descriptor = OpenAtOnce(path, O_WRONLY | O_CREAT | (existing == Existing::kTruncate ? O_TRUNC : 0), permissions);
+    if (m_descriptor < 0)
+        KVOSrvMtxOpenFileException(path).Throw(kSource, __LINE__);
+    // A FIFO that has a reader is written at the reader's pace.
+    int const flags = fcntl(m_descriptor, F_GETFL);
+    if (flags >= 0)
+        fcntl(m_descriptor, F_SETFL, flags & ~O_NONBLOCK);
+}
+
+OutputFile::~OutputFile()
+{
+    if (m_descriptor >= 0)
+        close(m_descriptor);
+}
+
+void OutputFile::Write(void const* data, std::size_t bytes)
+{
+    if (bytes >= kBufferBytes) {
+        Flush();
+        WriteThrough(static_cast<char const*>(data), bytes);
+        return;
+    }
+    if (bytes != 0)
+        std::memcpy(Room(bytes), data, bytes);
+    m_used += bytes;
+}
+
+void OutputFile::WriteThrough(char const* data, std::size_t bytes)
+{
+    while (bytes > 0) {
+        ssize_t const written = write(m_descriptor, data, bytes);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            ThrowWriteFailure();
+        data += written;
+        bytes -= static_cast<std::size_t>(written);
+    }
+}
+
+void OutputFile::Flush()
+{
+    WriteThrough(m_buffer.get(), m_used);
+    m_used = 0;
+}
+
+void OutputFile::Close()
+{
+    Flush();
+    int const descriptor = m_descriptor;
+    m_descriptor = -1;
+    // After EINTR the descriptor is closed all the same.
+    if (close(descriptor) != 0 && errno != EINTR)
+        ThrowWriteFailure();
+}
+
+void OutputFile::ThrowWriteFailure() const
+{
+    KVOSrvMtxFileWriteFailure(m_path).Throw(kSource, __LINE__);
+}

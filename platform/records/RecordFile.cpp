@@ -1,0 +1,175 @@
+#include "RecordFile.h"
+
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <limits>
+#include <sys/stat.h>
+#include <unistd.h>
+
+static_assert(std::endian::native == std::endian::little, "markers and items are taken as they stand in the file");
+
+namespace
+{
+
+constexpr std::uint64_t kMarkerBytes = 4;
+
+// As many bytes as there are, up to `bytes`; 0 at the end and on an error.
+std::size_t ReadSome(int descriptor, void* target, std::size_t bytes)
+{
+    for (;;) {
+        ssize_t const got = read(descriptor, target, bytes);
+        if (got >= 0)
+            return static_cast<std::size_t>(got);
+        if (errno != EINTR)
+            return 0;
+    }
+}
+
+} // namespace
+
+std::unique_ptr<RecordFile> RecordFile::Open(char const* path)
+{
+    // A FIFO without a writer would keep open() waiting.
+    int const descriptor = path != nullptr ? open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY) : -1;
+    if (descriptor < 0)
+        return nullptr;
+    struct stat status;
+    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+        close(descriptor);
+        return nullptr;
+    }
+    try {
+        return std::unique_ptr<RecordFile>(new RecordFile(descriptor, status.st_size));
+    } catch (...) {
+        close(descriptor);
+        throw;
+    }
+}
+
+RecordFile::~RecordFile()
+{
+    close(m_descriptor);
+}
+
+KVOForStatus RecordFile::NextRecord()
+{
+    if (m_malformed)
+        return KVOForMalformed;
+    while (m_inRecord)
+        if (!TakeItems(nullptr, m_itemBytes))
+            return Malformed();
+    if (m_left == 0)
+        return KVOForEndOfFile;
+    m_continued = false;
+    return BeginSubRecord() && CloseUsedUpSubRecords() ? KVOForOk : Malformed();
+}
+
+KVOForStatus RecordFile::Transmit(void* items, std::uint64_t bytes)
+{
+    if (m_malformed)
+        return KVOForMalformed;
+    for (char* target = static_cast<char*>(items); bytes > 0;) {
+        if (!m_inRecord)
+            return KVOForEndOfRecord;
+        std::uint64_t const part = std::min(bytes, m_itemBytes);
+        if (!TakeItems(target, part))
+            return Malformed();
+        bytes -= part;
+        if (target != nullptr)
+            target += part;
+    }
+    return KVOForOk;
+}
+
+KVOForStatus RecordFile::Malformed()
+{
+    m_malformed = true;
+    m_inRecord = false;
+    return KVOForMalformed;
+}
+
+bool RecordFile::TakeItems(char* items, std::uint64_t bytes)
+{
+    if (!(items != nullptr ? Take(items, bytes) : Skip(bytes)))
+        return false;
+    m_itemBytes -= bytes;
+    return CloseUsedUpSubRecords();
+}
+
+bool RecordFile::BeginSubRecord()
+{
+    std::int32_t marker;
+    if (!Take(&marker, kMarkerBytes) || marker == std::numeric_limits<std::int32_t>::min())
+        return false;
+    m_continues = marker < 0;
+    m_length = m_continues ? -marker : marker;
+    m_itemBytes = static_cast<std::uint64_t>(m_length);
+    m_inRecord = true;
+    return m_itemBytes + kMarkerBytes <= m_left;
+}
+
+bool RecordFile::EndSubRecord()
+{
+    std::int32_t marker;
+    return Take(&marker, kMarkerBytes) && marker == (m_continued ? -m_length : m_length);
+}
+
+bool RecordFile::CloseUsedUpSubRecords()
+{
+    while (m_inRecord && m_itemBytes == 0) {
+        if (!EndSubRecord())
+            return false;
+        m_continued = true;
+        m_inRecord = false;
+        if (m_continues && !BeginSubRecord())
+            return false;
+    }
+    return true;
+}
+
+bool RecordFile::Take(void* target, std::uint64_t bytes)
+{
+    if (bytes > m_left)
+        return false;
+    char* to = static_cast<char*>(target);
+    while (bytes > 0) {
+        if (m_next == m_end && bytes >= sizeof m_buffer) {
+            std::size_t const got = ReadSome(m_descriptor, to, bytes);
+            if (got == 0)
+                return false;
+            to += got;
+            bytes -= got;
+            m_left -= got;
+            continue;
+        }
+        if (m_next == m_end && !Fill())
+            return false;
+        std::size_t const part = std::min<std::size_t>(bytes, m_end - m_next);
+        std::memcpy(to, m_buffer + m_next, part);
+        m_next += part;
+        to += part;
+        bytes -= part;
+        m_left -= part;
+    }
+    return true;
+}
+
+bool RecordFile::Skip(std::uint64_t bytes)
+{
+    if (bytes > m_left)
+        return false;
+    m_left -= bytes;
+    std::size_t const buffered = std::min<std::size_t>(bytes, m_end - m_next);
+    m_next += buffered;
+    return bytes == buffered || lseek(m_descriptor, static_cast<off_t>(bytes - buffered), SEEK_CUR) >= 0;
+}
+
+bool RecordFile::Fill()
+{
+    m_next = 0;
+    m_end = ReadSome(m_descriptor, m_buffer, sizeof m_buffer);
+    return m_end > 0;
+}

@@ -1,0 +1,279 @@
+#include "SparseFiles.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+
+namespace
+{
+
+constexpr std::size_t kChunk = 131072;
+
+using KVOSrvSparseBinaryFiles = SparseFilesTest;
+
+// What follows the chunks in an exported file.
+std::string Trailer(Half const& half)
+{
+    std::string bytes = Bytes(half.Size());
+    for (unsigned const start : half.RowStart())
+        bytes += Bytes(start);
+    for (auto const& row : half.rows)
+        for (auto const& item : row)
+            bytes += Bytes(item.first);
+    for (int i = 0; i < half.Size(); ++i)
+        bytes += Bytes(1);
+    for (int i = 0; i < half.Size(); ++i)
+        bytes += Bytes(i);
+    return bytes;
+}
+
+// The counts of items lie around the ends of chunks. Read with the general reader the file gives the matrix back.
+TEST_F(KVOSrvSparseBinaryFiles, WritesChunksAndReadsThemBack)
+{
+    for (std::size_t const items : {std::size_t{0}, std::size_t{1}, kChunk - 1, kChunk, kChunk + 1, 2 * kChunk}) {
+        SCOPED_TRACE(items);
+        Half const half = Half::Random(items < 2 ? 3 : 800, items, 7);
+        KVOSrvSparseMatrix matrix(0, 0), again(0, 0);
+        Import(matrix, half.File(10), 1);
+
+        std::string const file = Export(matrix, 6);
+        again.Import(m_path.c_str(), 1);
+
+        EXPECT_TRUE(file == half.File() + Trailer(half));
+        EXPECT_EQ(matrix.NumberOfNonzeros(), static_cast<int>(items));
+        EXPECT_TRUE(ContentOf(again) == ContentOf(matrix));
+        EXPECT_TRUE(ContentOf(again).entries == half.Entries());
+    }
+}
+
+// The reader of half storage counts the diagonal in, looks at two words of the header only, and takes a last chunk that is full for
+// padding.
+TEST_F(KVOSrvSparseBinaryFiles, ReadsHalfStorage)
+{
+    for (std::size_t const items : {std::size_t{0}, std::size_t{5}, kChunk - 1, kChunk, kChunk + 3, 2 * kChunk}) {
+        SCOPED_TRACE(items);
+        int const n = items <= 5 ? 4 : 800;
+        Half half = Half::Random(n, items, 9);
+        std::string file = half.File();
+        file.replace(8, 16, Bytes(-1, 77, 3, 0));
+        KVOSrvSparseMatrix matrix(0, 0);
+
+        Import(matrix, file, 6);
+
+        if (items > 0 && items % kChunk == 0) {
+            std::size_t position = 0;
+            for (auto& row : half.rows)
+                for (auto& item : row)
+                    if (position++ >= items - kChunk)
+                        item = {0, 0.0};
+        }
+        EXPECT_EQ(matrix.NumberOfNonzeros(), static_cast<int>(items) + n);
+        EXPECT_TRUE(ContentOf(matrix).entries == half.Entries());
+        KVOSrvSparseMatrix again(0, 0);
+        Import(again, Export(matrix, 6), 6); // counts the diagonal, but writes by the row starts
+        EXPECT_EQ(again.NumberOfNonzeros(), matrix.NumberOfNonzeros());
+    }
+}
+
+TEST_F(KVOSrvSparseBinaryFiles, ReadsChunksOfAnyLengthAndBothStorages)
+{
+    for (int const chunkBits : {0, 1, 3, 11})
+        for (std::size_t const items : {0u, 1u, 7u, 8u, 9u, 16u}) {
+            SCOPED_TRACE("items " + std::to_string(items) + ", bits " + std::to_string(chunkBits));
+            Half const half = Half::Random(8, items, 3);
+            KVOSrvSparseMatrix halfStored(0, 0), full(0, 0);
+            Import(halfStored, half.File(chunkBits), 1);
+            Import(full, half.File(chunkBits, 2), 1);
+
+            std::vector<Entry> expected = half.Entries();
+            EXPECT_EQ(ContentOf(halfStored).entries, expected);
+            std::ranges::sort(expected);
+            EXPECT_EQ(ContentOf(full), (Content{8, 8, static_cast<int>(expected.size()), expected}));
+            EXPECT_EQ(halfStored.NumberOfNonzeros(), static_cast<int>(items));
+            EXPECT_NO_THROW(halfStored.Export(m_path.c_str(), 6));
+            EXPECT_THROW(full.Export(m_path.c_str(), 6), KVOSrvMtxNoUnsymmetric);
+        }
+    // A header may say that there is no chunk at all.
+    std::string file = Half::Random(2, 0, 1).File(0).substr(0, 24 + 3 * 4 + 2 * 8);
+    file.replace(8, 4, Bytes(0));
+    KVOSrvSparseMatrix matrix(0, 0);
+    EXPECT_NO_THROW(Import(matrix, file, 1));
+}
+
+TEST_F(KVOSrvSparseBinaryFiles, RefusesMalformedChunks)
+{
+    Half half = Half::Random(4, 5, 3);
+    std::string const small = half.File(1), large = half.File();
+    for (std::size_t length = 0; length < small.size(); ++length)
+        ExpectRefused(small.substr(0, length), 1);
+    for (std::size_t const length : {0u, 3u, 23u, 24u, 43u, 75u, 76u, 77u, 600000u, 2000000u})
+        ExpectRefused(large.substr(0, std::min(length, large.size() - 1)), 6);
+
+    struct Damage {
+        std::size_t place;
+        int word;
+    };
+    // n, items, chunks, bits; first, inner and last row start; the first column.
+    for (auto const& [place, word] : std::vector<Damage>{
+             {0, -1}, {0, 5},   {0, 3},  {0, INT32_MAX}, {0, INT32_MIN}, {4, -1}, {4, 4},   {4, 6},         {4, INT32_MAX},  {8, -1},
+             {8, 0},  {8, 2},   {8, 4},  {8, INT32_MAX}, {16, -1},       {16, 2}, {16, 31}, {16, 63},       {16, INT32_MAX}, {24, 1},
+             {28, 6}, {28, -1}, {36, 2}, {40, 4},        {40, 6},        {76, 4}, {76, -1}, {76, INT32_MIN}}) {
+        SCOPED_TRACE("place " + std::to_string(place) + ", word " + std::to_string(word));
+        for (int const full : {0, 1}) {
+            std::string file = half.File(1, full);
+            file.replace(place, 4, Bytes(word));
+            ExpectRefused(file, 1);
+        }
+        if (place != 8 && place != 16) {
+            std::string file = large;
+            file.replace(place, 4, Bytes(word));
+            ExpectRefused(file, 6);
+        }
+    }
+}
+
+std::string DenseFile(int rows, int columns, std::vector<double> const& values)
+{
+    std::string bytes = Bytes(rows, columns, rows, columns);
+    for (double const value : values)
+        bytes += Bytes(value);
+    return bytes;
+}
+
+// Shapes on both sides of the window the dense matrix passes through, also with columns longer than it.
+TEST_F(KVOSrvSparseBinaryFiles, WritesAndReadsTheDenseMatrix)
+{
+    std::mt19937 random(31);
+    for (auto const& [rows, columns] : std::vector<std::pair<int, int>>{
+             {0, 0}, {5, 0}, {0, 5}, {1, 1}, {3, 2}, {32768, 1}, {181, 182}, {70001, 3}, {1, 40000}, {524289, 2}, {17, 5000}}) {
+        SCOPED_TRACE(std::to_string(rows) + " x " + std::to_string(columns));
+        std::size_t const elements = static_cast<std::size_t>(rows) * static_cast<std::size_t>(columns);
+        std::vector<double> dense(elements);
+        std::vector<Entry> entries;
+        KVOSrvSparseMatrix matrix(rows, columns), again(0, 0);
+        for (unsigned i = 0; i < static_cast<unsigned>(rows); ++i)
+            for (unsigned j = 0; j < static_cast<unsigned>(columns); ++j) {
+                if (random() % 5 != 0 && elements > 6)
+                    continue;
+                double const value = std::normal_distribution<>()(random);
+                dense[i + std::size_t{j} * static_cast<std::size_t>(rows)] = value;
+                matrix.AddData(i, j, value);
+                entries.push_back(MakeEntry(i, j, value));
+            }
+        matrix.EndAssembly();
+
+        EXPECT_TRUE(Export(matrix, 7) == DenseFile(rows, columns, dense));
+        again.Import(m_path.c_str(), 7);
+
+        EXPECT_TRUE(ContentOf(again) == (Content{rows, columns, static_cast<int>(entries.size()), entries}));
+    }
+}
+
+TEST_F(KVOSrvSparseBinaryFiles, DropsTinyDenseElements)
+{
+    double const nan = std::numeric_limits<double>::quiet_NaN();
+    KVOSrvSparseMatrix matrix(0, 0);
+    Import(matrix, DenseFile(2, 4, {1e-17, 2e-16, 1e-16, -0.0, -2e-16, INFINITY, nan, std::nextafter(1e-16, 1.0)}), 7);
+    EXPECT_EQ(ContentOf(matrix), (Content{2,
+                                          4,
+                                          4,
+                                          {MakeEntry(0, 2, -2e-16), MakeEntry(1, 0, 2e-16), MakeEntry(1, 2, INFINITY),
+                                           MakeEntry(1, 3, std::nextafter(1e-16, 1.0))}}));
+}
+
+TEST_F(KVOSrvSparseBinaryFiles, RefusesMalformedDenseFiles)
+{
+    std::string const file = DenseFile(3, 2, {1, 2, 3, 4, 5, 6});
+    for (std::size_t length = 0; length < file.size(); ++length)
+        ExpectRefused(file.substr(0, length), 7);
+    for (auto const& [rows, columns] : std::vector<std::pair<int, int>>{{-1, 2},
+                                                                        {3, -2},
+                                                                        {-3, -2},
+                                                                        {INT32_MAX, INT32_MAX},
+                                                                        {INT32_MIN, INT32_MIN},
+                                                                        {4, 2},
+                                                                        {INT32_MAX, 0},
+                                                                        {0, INT32_MAX},
+                                                                        {65536, 65536}})
+        ExpectRefused(Bytes(rows, columns) + file.substr(8), 7);
+}
+
+// Only what is stored: neither the diagonal nor the mirrored triangle. The rows of the file need not be in order.
+TEST_F(KVOSrvSparseBinaryFiles, WritesTheStoredTriangleDense)
+{
+    constexpr int kSize = 400; // several windows
+    Half half(kSize);
+    half.rows[0] = {{kSize - 1, 8.0}, {1, 7.0}};
+    std::vector<double> dense(kSize * kSize);
+    dense[kSize * (kSize - 1)] = 8.0;
+    dense[kSize] = 7.0;
+    KVOSrvSparseMatrix matrix(0, 0);
+    Import(matrix, half.File(0), 1);
+    EXPECT_TRUE(Export(matrix, 7) == DenseFile(kSize, kSize, dense));
+    matrix.BeginAssembly(); // no entries any more
+    EXPECT_TRUE(Export(matrix, 7) == DenseFile(kSize, kSize, std::vector<double>(dense.size())));
+    EXPECT_THROW(matrix.Export(m_path.c_str(), 6), KVOSrvMtxNoUnsymmetric); // and no diagonal either
+}
+
+TEST_F(KVOSrvSparseBinaryFiles, KeepTheTailOfALongerFile)
+{
+    KVOSrvSparseMatrix matrix(0, 0);
+    Import(matrix, Half::Random(2, 1, 1).File(0), 1);
+    for (int const format : {6, 7}) {
+        std::string const file = Export(matrix, format), longer = std::string(file.size() + 100, 'x');
+        WriteFile(m_path, longer);
+        matrix.Export(m_path.c_str(), format);
+        EXPECT_TRUE(ReadFile(m_path) == file + longer.substr(file.size())) << format;
+        EXPECT_NO_THROW(matrix.Import(m_path.c_str(), format));
+    }
+}
+
+std::string Record(std::string const& items)
+{
+    auto const length = static_cast<int>(items.size());
+    return Bytes(length) + items + Bytes(length);
+}
+
+TEST_F(KVOSrvSparseBinaryFiles, ReadsRecordFilesOfFortran)
+{
+    for (char const* const program : {KVO_WRITE_RECORDS, KVO_WRITE_SPLIT_RECORDS})
+        for (int const n : {0, 1, 2, 400}) {
+            SCOPED_TRACE(std::string(program) + ", n " + std::to_string(n));
+            ASSERT_EQ(std::system((std::string(program) + " " + m_path + " " + std::to_string(n)).c_str()), 0);
+            Half expected(n);
+            int items = 0;
+            for (int i = 1; i <= n; ++i) {
+                auto const row = static_cast<std::size_t>(i - 1);
+                expected.diagonal[row] = 1001.0 * i / 7.0;
+                for (int j = i + 1; j <= (i == 1 ? n : std::min(n, i + i % 4)); ++j, ++items)
+                    expected.rows[row].emplace_back(j - 1, (1000.0 * i + j) / 7.0);
+            }
+            KVOSrvSparseMatrix matrix(0, 0);
+
+            matrix.Import(m_path.c_str(), 0);
+
+            EXPECT_EQ(ContentOf(matrix), (Content{n, n, items, expected.Entries()}));
+        }
+}
+
+TEST_F(KVOSrvSparseBinaryFiles, RefusesMalformedRecordFiles)
+{
+    std::string const first = Record(Bytes(2)), row1 = Record(Bytes(2, 1, 2, 4.0, 7.0)), row2 = Record(Bytes(1, 2, 5.0));
+    std::string const file = first + row1 + row2;
+    KVOSrvSparseMatrix matrix(0, 0);
+    Import(matrix, file, 0);
+    ASSERT_EQ(matrix.NumberOfNonzeros(), 1);
+
+    for (std::size_t length = 0; length < file.size(); ++length)
+        ExpectRefused(file.substr(0, length), 0);
+    for (int const n : {-1, 3, INT32_MAX, INT32_MIN})
+        ExpectRefused(Record(Bytes(n)) + row1 + row2, 0);
+    for (int const m : {0, -1, 3, INT32_MAX, INT32_MIN})
+        ExpectRefused(first + Record(Bytes(m, 1, 2, 4.0, 7.0)) + row2, 0);
+    for (int const column : {0, 3, -1, INT32_MAX, INT32_MIN})
+        ExpectRefused(first + Record(Bytes(2, 1, column, 4.0, 7.0)) + row2, 0);
+    ExpectRefused(first + Record(Bytes(2, 2, 1, 4.0, 7.0)) + row2, 0); // the diagonal is not the first item
+    ExpectRefused(first + Record("") + row2, 0);
+}
+
+} // namespace

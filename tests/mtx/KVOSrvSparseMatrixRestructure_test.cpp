@@ -1,0 +1,273 @@
+#include "KVOSrvMtxExceptions.h"
+#include "SparseOracle.h"
+
+#include <gmock/gmock.h>
+
+namespace
+{
+
+constexpr SparseShape kShapes[] = {{0, 0, 0}, {0, 4, 0}, {5, 0, 0}, {1, 1, 1}, {4, 6, 3}, {9, 7, 40}, {300, 40, 3000}, {200, 200, 9000}};
+
+using Places = std::map<std::pair<unsigned, unsigned>, double>;
+
+// The entries with each place sent to another.
+template<class Send>
+SparseOracle Sent(SparseOracle const& oracle, int rows, int columns, Send const& send)
+{
+    SparseOracle result{rows, columns, {}};
+    for (auto const& [place, value] : oracle.places)
+        result.places[send(place.first, place.second)] = value;
+    return result;
+}
+
+std::vector<unsigned> Inverse(std::vector<int> const& perm)
+{
+    std::vector<unsigned> inverse(perm.size());
+    for (unsigned k = 0; k < perm.size(); ++k)
+        inverse[static_cast<unsigned>(perm[k])] = k;
+    return inverse;
+}
+
+std::vector<unsigned> TakeList(unsigned* list, int count)
+{
+    std::unique_ptr<unsigned[]> const owner(list);
+    return {list, list + count};
+}
+
+template<class Refused>
+void ExpectHalfStorageRefused(char const* operation, Refused const& call)
+{
+    auto const matrix = HalfStored(Half::Random(6, 8, 1));
+    Content const before = ContentOf(*matrix);
+    try {
+        call(*matrix);
+        ADD_FAILURE() << operation << " is accepted";
+    } catch (KVOSrvMtxNoSymmetricTrue const& error) {
+        EXPECT_EQ(error.AsString(), "KVOSrvSparseMatrix::" + std::string(operation) + " symmetric:True not supported!");
+    }
+    EXPECT_EQ(ContentOf(*matrix), before);
+}
+
+TEST(KVOSrvSparseMatrixRestructure, MovesEveryEntryToItsPlace)
+{
+    for (SparseShape const& shape : kShapes) {
+        SCOPED_TRACE(testing::Message() << shape.rows << " x " << shape.columns << ", " << shape.entries << " entries");
+        SparseOracle const oracle = RandomOracle(shape, 2);
+        auto const matrix = oracle.Matrix();
+        Content const before = ContentOf(*matrix);
+        auto const contentOf = [&](SparseOracle const& moved) {
+            return Content{moved.rows, moved.columns, before.nonzeros, moved.Entries()};
+        };
+
+        std::unique_ptr<KVOSrvSparseMatrix> const transposed(matrix->Transpose());
+        EXPECT_EQ(ContentOf(*transposed),
+                  contentOf(Sent(oracle, shape.columns, shape.rows, [](unsigned row, unsigned column) { return std::pair(column, row); })));
+
+        // perm[i] is the new place of row i here, and the old place of row and column k there.
+        std::vector<int> const perm = RandomPermutation(shape.rows, 3);
+        if (shape.rows == shape.columns) {
+            std::vector<unsigned> const inverse = Inverse(perm);
+            SparseOracle const expected = Sent(oracle, shape.rows, shape.columns,
+                                               [&](unsigned row, unsigned column) { return std::pair(inverse[row], inverse[column]); });
+            std::unique_ptr<KVOSrvSparseMatrix> const permuted(matrix->Permute(perm.data()));
+            EXPECT_EQ(ContentOf(*permuted), contentOf(expected));
+            permuted->PermuteInPlace(std::vector<int>(inverse.begin(), inverse.end()).data());
+            EXPECT_EQ(ContentOf(*permuted), before);
+        }
+        EXPECT_EQ(ContentOf(*matrix), before);
+        matrix->PermuteRows(perm.data());
+        EXPECT_EQ(ContentOf(*matrix), contentOf(Sent(oracle, shape.rows, shape.columns, [&](unsigned row, unsigned column) {
+                      return std::pair(static_cast<unsigned>(perm[row]), column);
+                  })));
+    }
+}
+
+TEST(KVOSrvSparseMatrixRestructure, MovesHalfStorageAsTheFullMatrix)
+{
+    for (int const n : {0, 1, 2, 40}) {
+        Half const half = Half::Random(n, static_cast<std::size_t>(n * (n - 1) / 3), 7);
+        SparseOracle const oracle = FullOracle(half);
+        auto const matrix = HalfStored(half);
+        auto const expectHalfStored = [&](KVOSrvSparseMatrix const& result, SparseOracle const& expected) {
+            EXPECT_EQ(SortedEntries(result), SortedEntries(*expected.Matrix()));
+            EXPECT_EQ(result.NumberOfNonzeros(), matrix->NumberOfNonzeros());
+            EXPECT_TRUE(result.IsSymmetric());
+        };
+
+        std::unique_ptr<KVOSrvSparseMatrix> const transposed(matrix->Transpose());
+        expectHalfStored(*transposed, oracle);
+        std::vector<int> const perm = RandomPermutation(n, 8);
+        std::vector<unsigned> const inverse = Inverse(perm);
+        SparseOracle const expected =
+            Sent(oracle, n, n, [&](unsigned row, unsigned column) { return std::pair(inverse[row], inverse[column]); });
+        std::unique_ptr<KVOSrvSparseMatrix> const permuted(matrix->Permute(perm.data()));
+        expectHalfStored(*permuted, expected);
+        matrix->PermuteInPlace(perm.data());
+        EXPECT_EQ(ContentOf(*matrix), ContentOf(*permuted));
+    }
+}
+
+TEST(KVOSrvSparseMatrixRestructure, KeepsRepeatedAndUnorderedColumnsOfAFile)
+{
+    Half half(30);
+    for (int k = 0; k < 40; ++k) // more than are sorted by insertion
+        half.rows[4].emplace_back(k * 7 % 20, k);
+    half.rows[6] = {{3, 1.0}, {0, 2.0}, {3, 3.0}};
+    auto const matrix = HalfStored(half);
+    std::vector<int> const perm = RandomPermutation(30, 9);
+    std::unique_ptr<KVOSrvSparseMatrix> const permuted(matrix->Permute(perm.data()));
+    permuted->PermuteInPlace(std::vector<int>([&] {
+                                 std::vector<unsigned> const inverse = Inverse(perm);
+                                 return std::vector<int>(inverse.begin(), inverse.end());
+                             }())
+                                 .data());
+    EXPECT_EQ(permuted->NumberOfNonzeros(), matrix->NumberOfNonzeros());
+    EXPECT_EQ(SortedEntries(*permuted), SortedEntries(*matrix));
+}
+
+TEST(KVOSrvSparseMatrixRestructure, PermutesTheOtherWayRoundWhenRowsOnly)
+{
+    SparseOracle const oracle{3, 3, {{{0, 0}, 1.0}, {{1, 1}, 2.0}, {{2, 2}, 3.0}}};
+    int const perm[] = {2, 0, 1};
+    std::unique_ptr<KVOSrvSparseMatrix> const permuted(oracle.Matrix()->Permute(perm));
+    EXPECT_THAT(ContentOf(*permuted).entries, testing::ElementsAre(MakeEntry(0, 0, 3), MakeEntry(1, 1, 1), MakeEntry(2, 2, 2)));
+    auto const rows = oracle.Matrix();
+    rows->PermuteRows(perm);
+    EXPECT_THAT(ContentOf(*rows).entries, testing::ElementsAre(MakeEntry(0, 1, 2), MakeEntry(1, 2, 3), MakeEntry(2, 0, 1)));
+    EXPECT_FALSE(rows->IsSymmetric());
+}
+
+TEST(KVOSrvSparseMatrixRestructure, FindsAndEliminatesTrivialColumns)
+{
+    for (SparseShape const& shape : kShapes) {
+        SparseOracle const oracle = RandomOracle(shape, 10);
+        auto const matrix = oracle.Matrix();
+        std::map<unsigned, unsigned> rows, newColumn;
+        for (auto const& [place, value] : oracle.places) {
+            rows[place.first] = 0;
+            newColumn[place.second] = 0;
+        }
+        std::vector<unsigned> expectedRows, expectedColumns;
+        for (auto& [row, number] : rows)
+            expectedRows.push_back(row);
+        for (auto& [column, number] : newColumn) {
+            number = static_cast<unsigned>(expectedColumns.size());
+            expectedColumns.push_back(column);
+        }
+        int count = -1;
+        unsigned* list = matrix->FindNontrivialRows(count);
+        EXPECT_EQ(TakeList(list, count), expectedRows);
+        list = matrix->FindNontrivialColumns(count);
+        EXPECT_EQ(TakeList(list, count), expectedColumns);
+        list = matrix->EliminateTrivialColumns(count);
+        EXPECT_EQ(TakeList(list, count), expectedColumns);
+        EXPECT_EQ(matrix->NumberOfColumns(), count);
+        SparseOracle const expected =
+            Sent(oracle, shape.rows, count, [&](unsigned row, unsigned column) { return std::pair(row, newColumn.at(column)); });
+        EXPECT_EQ(ContentOf(*matrix).entries, expected.Entries());
+    }
+    ExpectHalfStorageRefused("EliminateTrivialColumns", [](KVOSrvSparseMatrix& matrix) {
+        int count = 0;
+        matrix.EliminateTrivialColumns(count);
+    });
+}
+
+TEST(KVOSrvSparseMatrixRestructure, AssemblesEntriesOfColumnsThatWereEliminated)
+{
+    KVOSrvSparseMatrix matrix(3, 9);
+    matrix.AddData(1, 4, 2.0);
+    matrix.EndAssembly();
+    matrix.AddData(2, 7, 3.0);
+    int count = 0;
+    TakeList(matrix.EliminateTrivialColumns(count), 0);
+    EXPECT_EQ(ContentOf(matrix), (Content{3, 1, 1, {MakeEntry(1, 0, 2.0)}}));
+    matrix.BeginAssembly();
+    matrix.EndAssembly();
+    EXPECT_EQ(ContentOf(matrix), (Content{3, 8, 1, {MakeEntry(2, 7, 3.0)}}));
+}
+
+TEST(KVOSrvSparseMatrixRestructure, SetsColumnsToZeroAndKeepsTheStructure)
+{
+    SparseOracle oracle = RandomOracle({30, 20, 200}, 11);
+    oracle.places[{3, 17}] = std::numeric_limits<double>::quiet_NaN();
+    auto const matrix = oracle.Matrix();
+    Content const before = ContentOf(*matrix);
+    EXPECT_FALSE(matrix->IsSymmetric());
+    int const columns[] = {17, 0, 5, 17};
+    for (auto& [place, value] : oracle.places)
+        if (std::ranges::count(columns, static_cast<int>(place.second)) != 0)
+            value = 0;
+
+    for (int const outside : {-1, 20}) {
+        int const bad[] = {1, outside};
+        EXPECT_THROW(matrix->SetColumnsToZero(bad, 2), KVOSrvMtxIllegalInput);
+    }
+    EXPECT_THROW(matrix->SetColumnsToZero(columns, -1), KVOSrvMtxIllegalInput);
+    matrix->SetColumnsToZero(nullptr, 0);
+    EXPECT_EQ(ContentOf(*matrix), before);
+    matrix->SetColumnsToZero(columns, 4);
+    EXPECT_EQ(ContentOf(*matrix), (Content{30, 20, before.nonzeros, oracle.Entries()}));
+
+    auto const lopsided = SparseOracle{2, 2, {{{0, 1}, 1.0}, {{1, 0}, 2.0}}}.Matrix();
+    EXPECT_FALSE(lopsided->IsSymmetric());
+    int const both[] = {0, 1};
+    lopsided->SetColumnsToZero(both, 2);
+    EXPECT_TRUE(lopsided->IsSymmetric());
+    ExpectHalfStorageRefused("SetcolumnsToZero", [&](KVOSrvSparseMatrix& half) { half.SetColumnsToZero(both, 2); });
+}
+
+TEST(KVOSrvSparseMatrixRestructure, RefusesWhatIsNoPermutation)
+{
+    auto const matrix = RandomOracle({4, 4, 9}, 12).Matrix();
+    Content const before = ContentOf(*matrix);
+    for (std::vector<int> const& perm : std::vector<std::vector<int>>{{0, 1, 2, 4}, {0, -1, 2, 3}, {0, 1, 1, 3}, {3, 2, 1, INT32_MIN}}) {
+        EXPECT_THROW(matrix->Permute(perm.data()), KVOSrvMtxIllegalPermVect);
+        EXPECT_THROW(matrix->PermuteInPlace(perm.data()), KVOSrvMtxIllegalPermVect);
+        EXPECT_THROW(matrix->PermuteRows(perm.data()), KVOSrvMtxIllegalPermVect);
+        EXPECT_EQ(ContentOf(*matrix), before);
+    }
+    int const perm[] = {0, 1, 2, 3, 4};
+    EXPECT_THROW(RandomOracle({4, 5, 9}, 12).Matrix()->Permute(perm), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(RandomOracle({5, 4, 9}, 12).Matrix()->PermuteInPlace(perm), KVOSrvMtxIllegalInput);
+    ExpectHalfStorageRefused("PermuteRows", [&](KVOSrvSparseMatrix& half) { half.PermuteRows(perm); });
+}
+
+TEST(KVOSrvSparseMatrixRestructure, TakesAMatrixThatWasNotAssembled)
+{
+    KVOSrvSparseMatrix matrix(3, 3);
+    matrix.AddData(1, 1, 1.0);
+    int const perm[] = {2, 0, 1};
+    int count = -1;
+    std::unique_ptr<KVOSrvSparseMatrix> const transposed(matrix.Transpose()), permuted(matrix.Permute(perm));
+    EXPECT_EQ(ContentOf(*transposed), (Content{3, 3, 0, {}}));
+    EXPECT_EQ(ContentOf(*permuted), (Content{3, 3, 0, {}}));
+    EXPECT_THAT(TakeList(matrix.FindNontrivialRows(count), 0), testing::IsEmpty());
+    EXPECT_EQ(count, 0);
+    EXPECT_THAT(TakeList(matrix.FindNontrivialColumns(count), 0), testing::IsEmpty());
+    EXPECT_EQ(count, 0);
+    matrix.PermuteRows(perm);
+    matrix.PermuteInPlace(perm);
+    matrix.SetColumnsToZero(perm, 3);
+    matrix.EndAssembly();
+    EXPECT_THAT(ContentOf(matrix).entries, testing::ElementsAre(MakeEntry(1, 1, 1.0)));
+}
+
+TEST(KVOSrvSparseMatrixRestructure, LosesNothingWithoutMemory)
+{
+    std::vector<int> const perm = RandomPermutation(50, 13);
+    auto const half = HalfStored(Half::Random(50, 400, 14));
+    auto const full = RandomOracle({50, 50, 1000}, 15).Matrix();
+    for (KVOSrvSparseMatrix* const matrix : {half.get(), full.get()}) {
+        ExpectUnchangedWithoutMemory(*matrix, [&] { delete matrix->Transpose(); });
+        ExpectUnchangedWithoutMemory(*matrix, [&] { delete matrix->Permute(perm.data()); });
+        ExpectUnchangedWithoutMemory(*matrix, [&] { matrix->PermuteInPlace(perm.data()); });
+    }
+    ExpectUnchangedWithoutMemory(*full, [&] { full->PermuteRows(perm.data()); });
+    ExpectUnchangedWithoutMemory(*full, [&] { full->SetColumnsToZero(perm.data(), 5); });
+    ExpectUnchangedWithoutMemory(*full, [&] {
+        int count = 0;
+        TakeList(full->EliminateTrivialColumns(count), 0);
+    });
+}
+
+} // namespace

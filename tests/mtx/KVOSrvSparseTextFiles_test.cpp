@@ -1,0 +1,289 @@
+#include "KVOFsmSystemDofDefinition.h"
+#include "SparseFiles.h"
+
+#include <clocale>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+#include <locale>
+#include <map>
+
+namespace
+{
+
+using KVOSrvSparseTextFiles = SparseFilesTest;
+
+std::string Print(char const* format, auto... arguments)
+{
+    char line[512];
+    int const length = std::snprintf(line, sizeof line, format, arguments...);
+    return {line, static_cast<std::size_t>(length)};
+}
+
+TEST_F(KVOSrvSparseTextFiles, SumsRepeatedEntriesAndTakesSizesFromTheLargestIndices)
+{
+    for (int const format : {2, 3}) {
+        KVOSrvSparseMatrix matrix(9, 9);
+        Import(matrix, "1 1 2.0\n1 1 3.0\n3 2 1.0\n", format);
+        EXPECT_EQ(ContentOf(matrix), (Content{3, 2, 2, {MakeEntry(0, 0, 5.0), MakeEntry(2, 1, 1.0)}}));
+        Import(matrix, "", format);
+        EXPECT_EQ(ContentOf(matrix), (Content{0, 0, 0, {}}));
+    }
+}
+
+TEST_F(KVOSrvSparseTextFiles, AcceptsAnyLayoutOfWellFormedNumbers)
+{
+    Content const expected{4, 12, 2, {MakeEntry(0, 11, -0.5), MakeEntry(3, 0, 1e300)}};
+    for (char const* const text :
+         {"1 12 -.5 4 1 1e300", "\r\n\t1\v12\f-5.e-1\r\n\r\n4 1 +1E+300\r\n  ", "+1\n+012\n-0.5\n0004\n1\n1000e297"}) {
+        SCOPED_TRACE(text);
+        KVOSrvSparseMatrix matrix(0, 0);
+        Import(matrix, text, 3);
+        EXPECT_EQ(ContentOf(matrix), expected);
+    }
+}
+
+TEST_F(KVOSrvSparseTextFiles, ReadsValuesAsScanfDoes)
+{
+    std::vector<std::string> tokens{"inf",
+                                    "-INF",
+                                    "Infinity",
+                                    "nan",
+                                    "-NaN",
+                                    "+nan",
+                                    "0x1.8p-3",
+                                    "-0X.1P+4",
+                                    "0x10",
+                                    "1e400",
+                                    "-1e400",
+                                    "1e-400",
+                                    "4e-324",
+                                    "2e-324",
+                                    "3e-324",
+                                    "2.2250738585072011e-308",
+                                    "1e-5000",
+                                    "1e999999",
+                                    "-0",
+                                    "+0.",
+                                    "0e99999",
+                                    "1.7976931348623159e308",
+                                    "9007199254740993"};
+    tokens.push_back(std::string(400, '1') + "." + std::string(400, '7') + "e-380");
+    tokens.push_back("0." + std::string(5000, '0') + "12345e5000");
+    std::mt19937_64 random(5);
+    for (int k = 0; k < 20000; ++k)
+        tokens.push_back(Print(k % 2 != 0 ? "%.17g" : "%.9e", std::bit_cast<double>(random())));
+
+    std::string text;
+    std::vector<std::uint64_t> expected;
+    for (std::string const& token : tokens) {
+        text += "1 " + std::to_string(expected.size() + 1) + " " + token + "\n";
+        double value = 0;
+        ASSERT_EQ(std::sscanf(token.c_str(), "%lf", &value), 1) << token;
+        expected.push_back(std::bit_cast<std::uint64_t>(value));
+    }
+    KVOSrvSparseMatrix matrix(0, 0);
+    Import(matrix, text, 2);
+
+    Content const content = ContentOf(matrix);
+    ASSERT_EQ(content.entries.size(), expected.size());
+    for (std::size_t k = 0; k < expected.size(); ++k)
+        EXPECT_EQ(std::get<2>(content.entries[k]), expected[k]) << tokens[k];
+}
+
+TEST_F(KVOSrvSparseTextFiles, RefusesMalformedText)
+{
+    std::string const null(1, '\0');
+    for (std::string const& text : std::vector<std::string>{"1",
+                                                            "1 1",
+                                                            "1 1 1.0\n2",
+                                                            "1 1 1.0\n2 2 \n",
+                                                            "x",
+                                                            "1 b 2.0",
+                                                            "1 1 abc",
+                                                            "1 1 1.0x",
+                                                            "1 1 1.0 rubbish",
+                                                            "1 1 1.0\n# end",
+                                                            "%%MatrixMarket",
+                                                            "0 1 1.0",
+                                                            "1 0 1.0",
+                                                            "-1 1 1.0",
+                                                            "1 -2 1.0",
+                                                            "-0 1 1.0",
+                                                            "2147483648 1 1.0",
+                                                            "1 4294967297 1.0",
+                                                            "99999999999999999999999 1 1.0",
+                                                            "2.5 1 1.0",
+                                                            "1 1.5",
+                                                            "1 1-2.0",
+                                                            "1+1 1.0",
+                                                            "1 1.0 1.0",
+                                                            "1e0 1 1.0",
+                                                            "0x1 1 1.0",
+                                                            "1,1,1.0",
+                                                            "1 1 1,5",
+                                                            "1 1 1.5,",
+                                                            "1 1 1e",
+                                                            "1 1 1e+",
+                                                            "1 1 +",
+                                                            "1 1 -",
+                                                            "1 1 .",
+                                                            "1 1 +-1",
+                                                            "1 1 --1",
+                                                            "1 1 0x",
+                                                            "1 1 0x1p",
+                                                            "1 1 infx",
+                                                            "1 1 infin",
+                                                            "1 1 nan(12)",
+                                                            "1 1 1d5",
+                                                            "1 1 1.0f",
+                                                            "++1 1 1.0",
+                                                            "+ 1 1.0",
+                                                            "1 1 1.0" + null,
+                                                            null,
+                                                            "1 1" + null + " 1.0",
+                                                            "\xEF\xBB\xBF"
+                                                            "1 1 1.0",
+                                                            "\xA0",
+                                                            "1 1 1 1"}) {
+        SCOPED_TRACE(testing::PrintToString(text));
+        ExpectRefused(text, 2);
+        ExpectRefused(text, 3);
+    }
+}
+
+// Tokens and blanks in random places relative to the reader's windows; single ones far longer than a window.
+TEST_F(KVOSrvSparseTextFiles, ReadsAcrossItsWindows)
+{
+    std::mt19937 random(11);
+    for (unsigned const longest : {1u, 9u, 40000u, 900000u}) {
+        std::map<std::pair<unsigned, unsigned>, double> expected;
+        std::string text;
+        auto const addToken = [&](std::string const& token) {
+            text += std::string(random() % 4 == 0 ? random() % longest : 0, '0') + token;
+            text.append(1 + (random() % 4 == 0 ? random() % longest : 0), " \n\t\r"[random() % 4]);
+        };
+        while (text.size() < 3000000) {
+            auto const row = static_cast<unsigned>(random() % 1000), column = static_cast<unsigned>(random() % 1000);
+            auto const value = static_cast<unsigned>(random() % 1000);
+            addToken(std::to_string(row + 1));
+            addToken(std::to_string(column + 1));
+            addToken(std::to_string(value) + ".25");
+            expected[{row, column}] += value + 0.25;
+        }
+        std::vector<Entry> entries;
+        for (auto const& [place, value] : expected)
+            entries.push_back(MakeEntry(place.first, place.second, value));
+
+        KVOSrvSparseMatrix matrix(0, 0);
+        Import(matrix, text, 3);
+
+        EXPECT_TRUE(ContentOf(matrix).entries == entries) << longest;
+        ExpectRefused(text + "1 ", 3);
+        ExpectRefused(text + std::string(700000, '1'), 3);
+    }
+}
+
+// Bits of every kind of double: finite ones of all sizes, denormal ones, zeros, infinities, NaN of both signs.
+std::vector<double> ManyValues()
+{
+    std::mt19937_64 random(23);
+    std::vector<double> values{0.0,      -0.0,     1.0, 9.9999999999999995, 0.5, 1e23, 5e-324, std::numeric_limits<double>::max(),
+                               INFINITY, -INFINITY};
+    values.push_back(std::numeric_limits<double>::quiet_NaN());
+    values.push_back(-std::numeric_limits<double>::quiet_NaN());
+    while (values.size() < 30000)
+        values.push_back(std::bit_cast<double>(random()));
+    return values;
+}
+
+TEST_F(KVOSrvSparseTextFiles, WritesEveryNumberAsPrintfDoes)
+{
+    KVOSrvSparseMatrix matrix(7, 200000);
+    std::string triplets, commas;
+    unsigned row = 0, column = 0;
+    for (double const value : ManyValues()) {
+        matrix.AddData(row, column, value);
+        triplets += Print("%ld %ld %18.15le\n", row + 1L, column + 1L, value);
+        commas += Print("%d,%d, %18.15e\n", row, column, value);
+        column += 1 + column / 100;
+        if (column > 150000) {
+            column = 0;
+            row += 12345;
+        }
+    }
+    matrix.EndAssembly();
+    EXPECT_TRUE(Export(matrix, 3) == triplets);
+    EXPECT_TRUE(Export(matrix, 5) == commas);
+}
+
+TEST_F(KVOSrvSparseTextFiles, WritesHalfStorageAsEachFormatWants)
+{
+    Half half(2);
+    half.diagonal = {4, 5};
+    half.rows[0] = {{1, 7.0}};
+    KVOSrvSparseMatrix matrix(0, 0);
+    Import(matrix, half.File(0), 1);
+    int const nodes[] = {101, 102}, dofs[] = {3, -6};
+    KVOFsmSystemDofDefinition const definition(2, nodes, dofs);
+
+    EXPECT_EQ(Export(matrix, 3), "1 1 4.000000000000000e+00\n2 2 5.000000000000000e+00\n"
+                                 "1 2 7.000000000000000e+00\n2 1 7.000000000000000e+00\n");
+    EXPECT_EQ(Export(matrix, 5), "0,0, 4.000000000000000e+00\n0,1, 7.000000000000000e+00\n1,1, 5.000000000000000e+00\n");
+    matrix.Export(m_path.c_str(), 4, &definition);
+    EXPECT_EQ(ReadFile(m_path), "101,3,102,-6,7.000000000000000e+00\n");
+}
+
+// A full matrix that IsSymmetric() has found symmetric has no diagonal of its own, also not one left over from earlier content.
+TEST_F(KVOSrvSparseTextFiles, WritesAFullSymmetricMatrixInFullStorage)
+{
+    KVOSrvSparseMatrix matrix(0, 0);
+    Import(matrix, Half::Random(3, 2, 1).File(1), 1);
+    Import(matrix, "1 1 4 1 2 7 2 1 7 2 2 5", 3);
+    ASSERT_TRUE(matrix.IsSymmetric());
+    EXPECT_EQ(Export(matrix, 5), "0,0, 4.000000000000000e+00\n0,1, 7.000000000000000e+00\n"
+                                 "1,0, 7.000000000000000e+00\n1,1, 5.000000000000000e+00\n");
+    EXPECT_EQ(Export(matrix, 3).substr(0, 8), "1 1 4.00");
+    EXPECT_THROW(matrix.Export(m_path.c_str(), 6), KVOSrvMtxNoUnsymmetric);
+}
+
+TEST_F(KVOSrvSparseTextFiles, NamesNodeAndDofOfColumnsOnlyInASquareMatrix)
+{
+    int const nodes[] = {10, 20, 30}, dofs[] = {1, 2, 3};
+    KVOFsmSystemDofDefinition const definition(3, nodes, dofs), tooSmall(2, nodes, dofs);
+    KVOSrvSparseMatrix square(3, 3), wide(3, 4);
+    for (KVOSrvSparseMatrix* const matrix : {&square, &wide}) {
+        matrix->AddData(2, 1, -1.5);
+        matrix->EndAssembly();
+    }
+    square.Export(m_path.c_str(), 4, &definition);
+    EXPECT_EQ(ReadFile(m_path), "30,3,20,2,-1.500000000000000e+00\n");
+    wide.Export(m_path.c_str(), 4, &definition);
+    EXPECT_EQ(ReadFile(m_path), "30,3,1,0,-1.500000000000000e+00\n");
+
+    for (KVOFsmSystemDofDefinition const* const missing : {static_cast<KVOFsmSystemDofDefinition const*>(nullptr), &tooSmall})
+        EXPECT_THROW(wide.Export(m_path.c_str(), 4, missing), KVOSrvMtxUnsupportedExpFmt);
+    EXPECT_EQ(ReadFile(m_path), "30,3,1,0,-1.500000000000000e+00\n"); // refused before the file is touched
+}
+
+struct CommaDecimals : std::numpunct<char> {
+    char do_decimal_point() const override { return ','; }
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\3"; }
+};
+
+TEST_F(KVOSrvSparseTextFiles, DoesNotDependOnTheLocale)
+{
+    std::locale const before = std::locale::global(std::locale(std::locale(), new CommaDecimals));
+    std::setlocale(LC_ALL, "de_DE.UTF-8"); // where it is installed
+    KVOSrvSparseMatrix matrix(0, 0);
+    Import(matrix, "1234567 1 1.5\n1234567 2 0x1.8p0\n", 3);
+    std::string const text = Export(matrix, 3);
+    EXPECT_THROW(Import(matrix, "1 1 1,5", 3), KVOSrvMtxUnsupportedImpFmt);
+    std::locale::global(before);
+    std::setlocale(LC_ALL, "C");
+    EXPECT_EQ(text, "1234567 1 1.500000000000000e+00\n1234567 2 1.500000000000000e+00\n");
+}
+
+} // namespace

@@ -1,0 +1,151 @@
+#pragma once
+
+#include "KVOSrvMtxExceptions.h"
+#include "KVOSrvSparseMatrix.h"
+#include "TemporaryFolder.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <gtest/gtest.h>
+#include <memory>
+#include <random>
+#include <string>
+#include <tuple>
+#include <vector>
+
+/// What the tests of the matrix files share.
+
+/// Row, column and the value's bits.
+using Entry = std::tuple<unsigned, unsigned, std::uint64_t>;
+
+inline Entry MakeEntry(unsigned row, unsigned column, double value)
+{
+    return {row, column, std::bit_cast<std::uint64_t>(value)};
+}
+
+/// What a matrix shows of its content.
+struct Content {
+    int rows;
+    int columns;
+    int nonzeros;
+    std::vector<Entry> entries; // in full, in the order of GetEntries()
+    friend bool operator==(Content const&, Content const&) = default;
+};
+
+inline Content ContentOf(KVOSrvSparseMatrix const& matrix)
+{
+    Content content{matrix.NumberOfRows(), matrix.NumberOfColumns(), matrix.NumberOfNonzeros(), {}};
+    int count = 0;
+    std::unique_ptr<KVOSrvSparseMatrixEntry[]> const entries(matrix.GetEntries(count));
+    for (int k = 0; k < count; ++k)
+        content.entries.push_back(MakeEntry(entries[k].row, entries[k].column, entries[k].value));
+    return content;
+}
+
+inline std::vector<Entry> SortedEntries(KVOSrvSparseMatrix const& matrix)
+{
+    std::vector<Entry> entries = ContentOf(matrix).entries;
+    std::ranges::sort(entries);
+    return entries;
+}
+
+/// A half-stored matrix as plain lists; the columns need not ascend.
+struct Half {
+    explicit Half(int n) : diagonal(static_cast<std::size_t>(n)), rows(static_cast<std::size_t>(n)) {}
+
+    /// `offDiagonals` entries in random rows of the upper triangle, random values.
+    static Half Random(int n, std::size_t offDiagonals, unsigned seed)
+    {
+        std::mt19937 random(seed);
+        std::normal_distribution<> value;
+        Half half(n);
+        std::ranges::generate(half.diagonal, [&] { return value(random); });
+        std::size_t left = offDiagonals;
+        for (int row = 0; left > 0 && row < n; ++row)
+            for (int column = row + 1; left > 0 && column < n; ++column, --left)
+                half.rows[static_cast<std::size_t>(row)].emplace_back(column, value(random));
+        return half;
+    }
+
+    int Size() const { return static_cast<int>(diagonal.size()); }
+
+    std::vector<unsigned> RowStart() const
+    {
+        std::vector<unsigned> rowStart{0};
+        for (auto const& row : rows)
+            rowStart.push_back(rowStart.back() + static_cast<unsigned>(row.size()));
+        return rowStart;
+    }
+
+    /// The chunked file, without what follows its chunks.
+    std::string File(int chunkBits = 17, int full = 0) const
+    {
+        std::vector<std::pair<int, double>> items;
+        for (auto const& row : rows)
+            items.insert(items.end(), row.begin(), row.end());
+        std::size_t const length = std::size_t{1} << chunkBits, chunks = items.empty() ? 1 : (items.size() - 1) / length + 1;
+        std::string bytes = Bytes(Size(), static_cast<int>(items.size()), static_cast<int>(chunks), full, chunkBits, 1);
+        for (unsigned const start : RowStart())
+            bytes += Bytes(start);
+        for (double const value : diagonal)
+            bytes += Bytes(value);
+        items.resize(chunks * length);
+        for (std::size_t begin = 0; begin < items.size(); begin += length) {
+            for (std::size_t k = begin; k < begin + length; ++k)
+                bytes += Bytes(items[k].first);
+            for (std::size_t k = begin; k < begin + length; ++k)
+                bytes += Bytes(items[k].second);
+        }
+        return bytes;
+    }
+
+    /// The entries in full, as GetEntries() orders those of half storage.
+    std::vector<Entry> Entries() const
+    {
+        std::vector<Entry> entries;
+        for (unsigned i = 0; i < rows.size(); ++i) {
+            entries.push_back(MakeEntry(i, i, diagonal[i]));
+            for (auto const& [column, value] : rows[i]) {
+                entries.push_back(MakeEntry(static_cast<unsigned>(column), i, value));
+                entries.push_back(MakeEntry(i, static_cast<unsigned>(column), value));
+            }
+        }
+        return entries;
+    }
+
+    std::vector<double> diagonal;
+    std::vector<std::vector<std::pair<int, double>>> rows;
+};
+
+/// Files in a folder of their own, named by what the test gives.
+class SparseFilesTest : public testing::Test
+{
+protected:
+    void Import(KVOSrvSparseMatrix& matrix, std::string const& bytes, int format)
+    {
+        WriteFile(m_path, bytes);
+        matrix.Import(m_path.c_str(), format);
+    }
+
+    std::string Export(KVOSrvSparseMatrix const& matrix, int format)
+    {
+        std::filesystem::remove(m_path);
+        matrix.Export(m_path.c_str(), format);
+        return ReadFile(m_path);
+    }
+
+    /// The file is refused as malformed, and the matrix stays as it was.
+    void ExpectRefused(std::string const& bytes, int format)
+    {
+        KVOSrvSparseMatrix matrix(3, 5);
+        matrix.AddData(2, 1, 7.0);
+        matrix.EndAssembly();
+        Content const before = ContentOf(matrix);
+        EXPECT_THROW(Import(matrix, bytes, format), KVOSrvMtxUnsupportedImpFmt);
+        EXPECT_EQ(ContentOf(matrix), before);
+    }
+
+    TemporaryFolder m_folder;
+    std::string const m_path = m_folder / "matrix";
+};

@@ -1,0 +1,123 @@
+#pragma once
+
+#include "KVOSrvSparseMatrix.h"
+#include "SparseFiles.h"
+#include "mem_Allocator.h"
+
+#include <cstdint>
+#include <map>
+#include <random>
+#include <utility>
+#include <vector>
+
+/// What the tests of the sparse matrix compute with: a map from place to value.
+struct SparseOracle {
+    /// Adds up in the order of the calls.
+    void Add(unsigned row, unsigned column, double value)
+    {
+        auto const [place, isNew] = places.try_emplace({row, column}, value);
+        if (!isNew)
+            place->second += value;
+    }
+
+    /// The stored entries row by row, columns ascending.
+    std::vector<Entry> Entries() const
+    {
+        std::vector<Entry> entries;
+        for (auto const& [place, value] : places)
+            entries.push_back(MakeEntry(place.first, place.second, value));
+        return entries;
+    }
+
+    /// A matrix of the same entries, assembled.
+    std::unique_ptr<KVOSrvSparseMatrix> Matrix() const
+    {
+        auto matrix = std::make_unique<KVOSrvSparseMatrix>(rows, columns);
+        for (auto const& [place, value] : places)
+            matrix->AddData(place.first, place.second, value);
+        matrix->EndAssembly();
+        return matrix;
+    }
+
+    int rows;
+    int columns;
+    std::map<std::pair<unsigned, unsigned>, double> places;
+};
+
+struct SparseShape {
+    int rows, columns, entries;
+};
+
+/// `entries` random entries, some of them on equal places, many on few rows, some 0 or -0.0, all in no order.
+inline std::vector<KVOSrvSparseMatrixEntry> RandomEntries(SparseShape const& shape, unsigned seed)
+{
+    std::mt19937 random(seed);
+    std::normal_distribution<> value;
+    auto const below = [&](int limit) { return static_cast<unsigned>(random() % static_cast<unsigned>(limit)); };
+    std::vector<KVOSrvSparseMatrixEntry> entries;
+    for (int k = 0; k < shape.entries; ++k) {
+        unsigned const place = random() % 8;
+        if (place == 0 && !entries.empty())
+            entries.push_back(entries[below(k)]);
+        else
+            entries.push_back({place == 1 ? below(shape.rows) / 7 : below(shape.rows), below(shape.columns), value(random)});
+        if (place == 2)
+            entries.back().value = random() % 2 != 0 ? 0.0 : -0.0;
+    }
+    return entries;
+}
+
+inline SparseOracle RandomOracle(SparseShape const& shape, unsigned seed)
+{
+    SparseOracle oracle{shape.rows, shape.columns, {}};
+    for (auto const& [row, column, value] : RandomEntries(shape, seed))
+        oracle.Add(row, column, value);
+    return oracle;
+}
+
+inline std::vector<int> RandomPermutation(int n, unsigned seed)
+{
+    std::vector<int> perm;
+    for (int k = 0; k < n; ++k)
+        perm.push_back(k);
+    std::shuffle(perm.begin(), perm.end(), std::mt19937(seed));
+    return perm;
+}
+
+/// A half-stored matrix: `half` through a file.
+inline std::unique_ptr<KVOSrvSparseMatrix> HalfStored(Half const& half)
+{
+    TemporaryFolder const folder;
+    WriteFile(folder / "half", half.File(4));
+    auto matrix = std::make_unique<KVOSrvSparseMatrix>(0, 0);
+    matrix->Import((folder / "half").c_str(), 1);
+    return matrix;
+}
+
+inline SparseOracle FullOracle(Half const& half)
+{
+    SparseOracle oracle{half.Size(), half.Size(), {}};
+    for (auto const& [row, column, bits] : half.Entries())
+        oracle.Add(row, column, std::bit_cast<double>(bits));
+    return oracle;
+}
+
+/// Runs change() on `matrix` with each of its allocations failing in turn, up to the first run without a failure: the matrix is as it was
+/// after every failure.
+template<class Change>
+void ExpectUnchangedWithoutMemory(KVOSrvSparseMatrix const& matrix, Change const& change)
+{
+    Content const before = ContentOf(matrix);
+    for (int successes = 0;; ++successes) {
+        mem_FailAllocationAfter(successes);
+        try {
+            change();
+            mem_FailAllocationAfter(-1);
+            EXPECT_GT(successes, 0) << "nothing was allocated";
+            return;
+        } catch (mem_OutOfMemory const&) {
+            mem_FailAllocationAfter(-1);
+            ASSERT_EQ(ContentOf(matrix), before) << "after " << successes << " allocations";
+        }
+    }
+}
