@@ -1,0 +1,79 @@
+#!/usr/bin/env python3
+"""Writes the seed corpus of sparse_import_fuzz: make_seeds.py FOLDER. One small sound file of every kind, in every format."""
+import os
+import struct
+import sys
+
+RECORDS, CHUNKS, TEXT_BINARY, TEXT, HALF_CHUNKS, DENSE = range(6)
+
+
+def ints(*values):
+    return struct.pack("<%di" % len(values), *values)
+
+
+def doubles(*values):
+    return struct.pack("<%dd" % len(values), *values)
+
+
+def record(items, longest=10**9):
+    parts = [items[k : k + longest] for k in range(0, len(items), longest)] or [b""]
+    text = b""
+    for k, part in enumerate(parts):
+        head = -len(part) if k + 1 < len(parts) else len(part)
+        text += ints(head) + part + ints(-len(part) if k > 0 else len(part))
+    return text
+
+
+def records(longest=10**9):
+    rows = [([1, 2, 3], [4.0, 7.0, -1.5]), ([2], [5.0]), ([3, 1], [6.0, 0.5])]
+    text = record(ints(len(rows)))
+    for columns, values in rows:
+        text += record(ints(len(columns), *columns) + doubles(*values), longest)
+    return text
+
+
+def chunks(bits, full, items=5, n=4, padded=True):
+    length = 1 << bits
+    count = (items - 1) // length + 1 if items else 1
+    start = [min(items, 2 * i) for i in range(n)] + [items]
+    text = ints(n, items, count, full, bits, 1) + ints(*start) + doubles(*[float(i + 1) for i in range(n)])
+    columns = [(k + 1) % n for k in range(items)]
+    values = [0.5 * k - 1 for k in range(items)]
+    if not padded:
+        return text + ints(*columns)
+    columns += [0] * (count * length - items)
+    values += [0.0] * (count * length - items)
+    for k in range(0, count * length, length):
+        text += ints(*columns[k : k + length]) + doubles(*values[k : k + length])
+    return text
+
+
+SEEDS = {
+    "records": (RECORDS, 0, records()),
+    "records-split": (RECORDS, 0, records(7)),
+    "records-empty": (RECORDS, 0, record(ints(0))),
+    "chunks-half": (CHUNKS, 0, chunks(1, 0)),
+    "chunks-full": (CHUNKS, 0, chunks(2, 1)),
+    "chunks-single": (CHUNKS, 0, chunks(0, 0)),
+    "chunks-empty": (CHUNKS, 0, chunks(3, 1, items=0)),
+    "chunks-long": (CHUNKS, 3, chunks(13, 1, padded=False)),
+    "half-chunks": (HALF_CHUNKS, 25, chunks(17, 0, padded=False)),
+    "half-chunks-empty": (HALF_CHUNKS, 24, chunks(17, 0, items=0, padded=False)),
+    "half-chunks-exact": (HALF_CHUNKS, 40, ints(1, 131072, 1, 0, 17, 1) + ints(0, 131072) + doubles(2.0)),
+    "half-chunks-two": (HALF_CHUNKS, 56, ints(1, 131073, 2, 0, 17, 1) + ints(0, 131073) + doubles(2.0)),
+    "dense": (DENSE, 0, ints(3, 2, 3, 2) + doubles(1, 0, -2, 1e-17, 2e-16, 3)),
+    "dense-zeros": (DENSE, 3, ints(150, 160, 150, 160) + doubles(1, 2, 3)),
+    "dense-empty": (DENSE, 0, ints(5, 0, 5, 0)),
+    "text": (TEXT, 0, b"1 1 2.0\n1 1 3.0\n3 2 1.0\n"),
+    "text-empty": (TEXT, 0, b""),
+    "text-layout": (TEXT_BINARY, 0, b"\r\n +1\t002 -.5e+3 4\v1\f1E-7"),
+    "text-rare": (TEXT_BINARY, 0, b"1 1 inf 1 2 -nan 1 3 0x1.8p-3 1 4 1e400 2 1 4e-324 2 2 -INFINITY 2 3 1e-400"),
+    "text-long": (TEXT, 0, b"2 1 0.1234567890123456789012345678901234567890e-5 0000000000000000012 7 1." + b"0" * 200),
+    "text-export": (TEXT, 0, b"1 1 4.000000000000000e+00\n2 2 5.000000000000000e+00\n1 2 7.000000000000000e+00\n"),
+}
+
+folder = sys.argv[1]
+os.makedirs(folder, exist_ok=True)
+for name, (kind, zeros, content) in SEEDS.items():
+    with open(os.path.join(folder, name), "wb") as seed:
+        seed.write(bytes([kind, zeros]) + content)
