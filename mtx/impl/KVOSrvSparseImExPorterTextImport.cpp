@@ -91,7 +91,7 @@ struct Triplets {
 
     char* ReadRecords(char* text, char const* end);
 
-    MatrixEntryStore entries;
+    MatrixEntryStore<KVOSrvSparseMatrixEntry> entries;
     int rows = 0;
     int columns = 0;
     bool ascend = true; // row by row, each row's columns strictly, as an export writes them

@@ -1,15 +1,15 @@
 #pragma once
 
-#include "KVOSrvSparseMatrix.h"
 #include "SparseRows.h"
 
 #include <algorithm>
 #include <cstdint>
 
-/// Entries read from a file, in one piece, of a number that is known only in the end.
+/// Entries, or parts of them, read from a file, in one piece, of a number that is known only in the end.
 ///
 /// The room is estimated from the share of the file that the entries so far came from, so that it rarely grows and hardly more is taken
 /// than the entries need.
+template<class Entry>
 class MatrixEntryStore
 {
 public:
@@ -17,7 +17,7 @@ public:
     explicit MatrixEntryStore(std::int64_t source) : m_source(source) {}
 
     std::int64_t Count() const noexcept { return m_count; }
-    KVOSrvSparseMatrixEntry const* Entries() const noexcept { return m_entries.get(); }
+    Entry const* Entries() const noexcept { return m_entries.get(); }
 
     /// Makes room for `count` more entries.
     /// @param consumed  how much of the source the entries so far came from
@@ -28,7 +28,11 @@ public:
     }
 
     /// Within the room that was reserved.
-    void Append(KVOSrvSparseMatrixEntry const& entry) noexcept { m_entries[m_count++] = entry; }
+    void Append(Entry const& entry) noexcept { m_entries[m_count++] = entry; }
+
+    /// The same for many, which are written to End() on; `end` is where they end.
+    Entry* End() noexcept { return m_entries.get() + m_count; }
+    void Commit(Entry const* end) noexcept { m_count = end - m_entries.get(); }
 
 private:
     void Grow(std::int64_t count, std::int64_t consumed)
@@ -36,13 +40,13 @@ private:
         double const share = consumed > 0 ? static_cast<double>(consumed) / static_cast<double>(m_source) : 1.0;
         auto const estimate = static_cast<std::int64_t>(1.02 * static_cast<double>(m_count) / std::min(share, 1.0));
         std::int64_t const capacity = std::max(estimate, m_count + m_count / 2) + count;
-        std::size_t const bytes = mem_ArrayBytes(capacity, sizeof(KVOSrvSparseMatrixEntry));
+        std::size_t const bytes = mem_ArrayBytes(capacity, sizeof(Entry));
         // Large memory is moved by remapping its pages, not by copying.
         void* const entries = mem_Realloc(m_entries.get(), bytes);
         if (entries == nullptr)
             throw mem_OutOfMemory(bytes);
         static_cast<void>(m_entries.release());
-        m_entries.reset(static_cast<KVOSrvSparseMatrixEntry*>(entries));
+        m_entries.reset(static_cast<Entry*>(entries));
         KVOSrvSparseSupport::UseLargePages(entries, bytes);
         m_capacity = capacity;
     }
@@ -50,5 +54,5 @@ private:
     std::int64_t m_source;
     std::int64_t m_count = 0;
     std::int64_t m_capacity = 0;
-    KVOSrvSparseSupport::Array<KVOSrvSparseMatrixEntry> m_entries;
+    KVOSrvSparseSupport::Array<Entry> m_entries;
 };

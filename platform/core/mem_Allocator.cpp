@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <sys/mman.h>
-#include <unistd.h>
 
 namespace
 {
@@ -12,13 +11,16 @@ namespace
 // Large arrays are asked for in pages of 2 MiB where the system grants them on request: they are mapped afresh each time, and in pages of
 // 4 KiB a copy of 120 MB into a new array took 62 ms, in large ones 12, of which the memcpy is 10.
 constexpr std::size_t kLargeArray = std::size_t{8} << 20;
+constexpr std::size_t kLargePage = std::size_t{2} << 20;
 
-void AskForLargePages(void* memory, std::size_t bytes) noexcept
+// Whole large pages: the ends that do not fill one cost hundreds of page faults, a third of the time of reading a file of 60 MB.
+void* AllocateLargePages(std::size_t bytes) noexcept
 {
-    auto const page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-    auto const begin = (reinterpret_cast<std::uintptr_t>(memory) + page - 1) / page * page;
-    auto const end = (reinterpret_cast<std::uintptr_t>(memory) + bytes) / page * page;
-    madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE); // a wish: failure changes nothing
+    std::size_t const rounded = (bytes + kLargePage - 1) / kLargePage * kLargePage;
+    void* const memory = std::aligned_alloc(kLargePage, rounded);
+    if (memory != nullptr)
+        madvise(memory, rounded, MADV_HUGEPAGE); // a wish: failure changes nothing
+    return memory;
 }
 
 // Atomic although the libraries above are single-threaded: one allocator serves every thread of the host.
@@ -52,10 +54,7 @@ void* mem_Malloc(std::size_t bytes) noexcept
 {
     if (bytes > PTRDIFF_MAX || InjectedFailure())
         return nullptr;
-    void* const memory = std::malloc(bytes != 0 ? bytes : 1);
-    if (memory != nullptr && bytes >= kLargeArray)
-        AskForLargePages(memory, bytes);
-    return memory;
+    return bytes < kLargeArray ? std::malloc(bytes != 0 ? bytes : 1) : AllocateLargePages(bytes);
 }
 
 void* mem_OperatorNewThrow(std::size_t bytes)

@@ -140,33 +140,35 @@ std::string DenseFile(int rows, int columns, std::vector<double> const& values)
     return bytes;
 }
 
-// Shapes on both sides of the window the dense matrix passes through, also with columns longer than it.
+// Shapes on both sides of the window the dense matrix passes through, also with columns longer than it. Sparse, filled and full matrices
+// take different ways; so does one that is filled only from some column on.
 TEST_F(KVOSrvSparseBinaryFiles, WritesAndReadsTheDenseMatrix)
 {
     std::mt19937 random(31);
     for (auto const& [rows, columns] : std::vector<std::pair<int, int>>{
-             {0, 0}, {5, 0}, {0, 5}, {1, 1}, {3, 2}, {32768, 1}, {181, 182}, {70001, 3}, {1, 40000}, {524289, 2}, {17, 5000}}) {
-        SCOPED_TRACE(std::to_string(rows) + " x " + std::to_string(columns));
-        std::size_t const elements = static_cast<std::size_t>(rows) * static_cast<std::size_t>(columns);
-        std::vector<double> dense(elements);
-        std::vector<Entry> entries;
-        KVOSrvSparseMatrix matrix(rows, columns), again(0, 0);
-        for (unsigned i = 0; i < static_cast<unsigned>(rows); ++i)
-            for (unsigned j = 0; j < static_cast<unsigned>(columns); ++j) {
-                if (random() % 5 != 0 && elements > 6)
-                    continue;
-                double const value = std::normal_distribution<>()(random);
-                dense[i + std::size_t{j} * static_cast<std::size_t>(rows)] = value;
-                matrix.AddData(i, j, value);
-                entries.push_back(MakeEntry(i, j, value));
-            }
-        matrix.EndAssembly();
+             {0, 0}, {5, 0}, {0, 5}, {1, 1}, {3, 2}, {32768, 1}, {181, 182}, {70001, 3}, {1, 40000}, {524289, 2}, {17, 5000}, {2051, 140}})
+        for (auto const& [percentBefore, percentBehind] :
+             std::vector<std::pair<unsigned, unsigned>>{{2, 2}, {25, 25}, {5, 95}, {100, 100}}) {
+            SCOPED_TRACE(std::to_string(rows) + " x " + std::to_string(columns) + ", % " + std::to_string(percentBehind));
+            std::vector<double> dense(static_cast<std::size_t>(rows) * static_cast<std::size_t>(columns));
+            std::vector<Entry> entries;
+            KVOSrvSparseMatrix matrix(rows, columns), again(0, 0);
+            for (unsigned i = 0; i < static_cast<unsigned>(rows); ++i)
+                for (unsigned j = 0; j < static_cast<unsigned>(columns); ++j) {
+                    if (random() % 100 >= (j < static_cast<unsigned>(columns) / 4 ? percentBefore : percentBehind))
+                        continue;
+                    double const value = std::normal_distribution<>()(random);
+                    dense[i + std::size_t{j} * static_cast<std::size_t>(rows)] = value;
+                    matrix.AddData(i, j, value);
+                    entries.push_back(MakeEntry(i, j, value));
+                }
+            matrix.EndAssembly();
 
-        EXPECT_TRUE(Export(matrix, 7) == DenseFile(rows, columns, dense));
-        again.Import(m_path.c_str(), 7);
+            EXPECT_TRUE(Export(matrix, 7) == DenseFile(rows, columns, dense));
+            again.Import(m_path.c_str(), 7);
 
-        EXPECT_TRUE(ContentOf(again) == (Content{rows, columns, static_cast<int>(entries.size()), entries}));
-    }
+            EXPECT_TRUE(ContentOf(again) == (Content{rows, columns, static_cast<int>(entries.size()), entries}));
+        }
 }
 
 TEST_F(KVOSrvSparseBinaryFiles, DropsTinyDenseElements)

@@ -1,13 +1,11 @@
+#include "DenseFileHeader.h"
 #include "KVOSrvMtxExceptions.h"
 #include "KVOSrvSparseImExPorter.h"
-#include "MatrixEntryStore.h"
 #include "MatrixFiles.h"
 #include "SparseRowSorter.h"
 #include "SparseRows.h"
 
 #include <algorithm>
-#include <climits>
-#include <cmath>
 
 using KVOSrvSparseSupport::AllocateArray;
 using KVOSrvSparseSupport::Array;
@@ -15,82 +13,26 @@ using KVOSrvSparseSupport::Array;
 namespace
 {
 
-constexpr char kSource[] = "mtx/impl/KVOSrvSparseImExPorterDense";
+constexpr char kSource[] = "mtx/impl/KVOSrvSparseImExPorterDenseExport";
 
-// The dense matrix passes through a window about the size of the second-level cache, not through memory of its whole size.
-constexpr std::int64_t kWindow = 65536; // doubles
+// The dense matrix passes through a window, not through memory of its whole size. The window of a sparse one is about the size of the
+// second-level cache; a filled one gains more from longer pieces of its rows (16 columns at a time took 3.2 to 3.4 times the raw write
+// where 64 took 2.9).
+constexpr std::int64_t kWindow = 65536, kFilledWindow = 262144; // doubles
 
-struct Header {
-    std::int32_t rows;
-    std::int32_t columns;
-    std::int32_t rowsAgain;
-    std::int32_t columnsAgain;
-};
-static_assert(sizeof(Header) == 16);
+constexpr std::int64_t kTileRows = 8; // a cache line of the dense matrix
+constexpr std::int64_t kTileColumns = 64;
 
-// Deliberate: smaller elements are dropped, and so is a NaN, which compares with nothing.
-bool IsKept(double value)
+// Each row's columns, without one twice.
+bool ColumnsAscendStrictly(unsigned const* rowStart, int const* columnIndices, std::int64_t rows)
 {
-    return std::fabs(value) > 1e-16;
+    // The sign bit of one of the differences tells; without a comparison the loop is vectorised.
+    int bits = 0;
+    for (std::int64_t i = 0; i < rows; ++i)
+        for (std::int64_t k = rowStart[i]; k + 1 < rowStart[i + 1]; ++k)
+            bits |= columnIndices[k + 1] - columnIndices[k] - 1;
+    return bits >= 0;
 }
-
-// Most groups of a sparse matrix's elements are passed over by one vectorised look.
-constexpr std::int64_t kGroup = 16;
-
-bool AnyKept(double const* group)
-{
-    std::int64_t any = 0;
-    for (std::int64_t k = 0; k < kGroup; ++k)
-        any |= IsKept(group[k]);
-    return any != 0;
-}
-
-/// Walks down the columns of a dense matrix as its elements come in.
-class DenseReader
-{
-public:
-    DenseReader(int rows, std::int64_t elements) : m_rows(rows), m_entries(elements) {}
-
-    void Take(double const* values, std::int64_t count)
-    {
-        m_entries.Reserve(count, m_taken);
-        m_taken += count;
-        for (std::int64_t part; count > 0; values += part, count -= part) {
-            part = std::min<std::int64_t>(count, m_rows - m_row);
-            TakeOfColumn(values, part);
-            m_row += static_cast<int>(part);
-            if (m_row == m_rows) {
-                m_row = 0;
-                ++m_column;
-            }
-        }
-    }
-
-    MatrixEntryStore const& Entries() const noexcept { return m_entries; }
-
-private:
-    void TakeOfColumn(double const* values, std::int64_t count)
-    {
-        std::int64_t k = 0;
-        for (; k + kGroup <= count; k += kGroup)
-            if (AnyKept(values + k))
-                TakeKept(values, k, k + kGroup);
-        TakeKept(values, k, count);
-    }
-
-    void TakeKept(double const* values, std::int64_t begin, std::int64_t end)
-    {
-        for (std::int64_t k = begin; k < end; ++k)
-            if (IsKept(values[k]))
-                m_entries.Append({static_cast<unsigned>(m_row + k), m_column, values[k]});
-    }
-
-    int m_rows;
-    int m_row = 0;
-    unsigned m_column = 0;
-    std::int64_t m_taken = 0;
-    MatrixEntryStore m_entries;
-};
 
 bool ColumnsAscend(unsigned const* rowStart, int const* columnIndices, std::int64_t rows)
 {
@@ -106,10 +48,12 @@ class DenseWriter
 public:
     DenseWriter(unsigned const* rowStart, int const* columnIndices, double const* values, std::int64_t rows, std::int64_t columns)
         : m_rowStart(rowStart), m_columnIndices(columnIndices), m_values(values), m_rows(rows), m_columns(columns),
-          m_next(AllocateArray<unsigned>(rows))
+          m_filled(rowStart[rows] > rows * columns / kTouchedShare), m_next(AllocateArray<unsigned>(rows))
     {
         std::copy_n(rowStart, rows, m_next.get());
-        if (!ColumnsAscend(rowStart, columnIndices, rows))
+        bool const strictly = ColumnsAscendStrictly(rowStart, columnIndices, rows);
+        m_mostlyFull = strictly && rowStart[rows] > rows * columns / 2;
+        if (!strictly && !ColumnsAscend(rowStart, columnIndices, rows))
             SortRows();
     }
 
@@ -119,16 +63,20 @@ public:
         constexpr std::int64_t kFewColumns = 8, kManyRows = 524288;
 
         std::int64_t const rowsAtOnce = m_rows <= kManyRows ? m_rows : kWindow;
-        std::int64_t const columnsAtOnce = m_rows <= kManyRows ? std::max(kFewColumns, kWindow / m_rows) : 1;
+        std::int64_t const columnsAtOnce = m_rows <= kManyRows ? std::max(kFewColumns, (m_filled ? kFilledWindow : kWindow) / m_rows) : 1;
         std::int64_t const size = rowsAtOnce * std::min(columnsAtOnce, m_columns);
         Array<double> const window = AllocateArray<double>(size);
         std::fill_n(window.get(), size, 0.0);
         for (std::int64_t column = 0; column < m_columns; column += columnsAtOnce)
             for (std::int64_t row = 0; row < m_rows; row += rowsAtOnce) {
                 std::int64_t const rows = std::min(rowsAtOnce, m_rows - row), columns = std::min(columnsAtOnce, m_columns - column);
-                Scatter(row, rows, column, columns, window.get());
+                if (m_filled)
+                    ScatterTiles(row, rows, column, columns, window.get());
+                else
+                    Scatter(row, rows, column, columns, window.get());
                 file.WriteItems(window.get(), rows * columns);
-                Clear(window.get(), rows * columns);
+                if (!m_filled)
+                    Clear(window.get(), rows * columns);
             }
     }
 
@@ -168,6 +116,61 @@ private:
         }
     }
 
+    // Writes every element, zeros too: a tile at a time in the first-level cache, whose columns then go to the
+    // window as whole cache lines.
+    void ScatterTiles(std::int64_t firstRow, std::int64_t rows, std::int64_t firstColumn, std::int64_t columns, double* window)
+    {
+        for (std::int64_t column = 0; column < columns; column += kTileColumns)
+            for (std::int64_t row = 0; row < rows; row += kTileRows) {
+                std::int64_t const tileRows = std::min(kTileRows, rows - row), tileColumns = std::min(kTileColumns, columns - column);
+                double tile[kTileColumns][kTileRows];
+                FillTile(firstRow + row, tileRows, firstColumn + column, tileColumns, tile);
+                double* target = window + row + column * rows;
+                for (std::int64_t c = 0; c < tileColumns; ++c, target += rows)
+                    if (tileRows == kTileRows)
+                        std::copy_n(tile[c], kTileRows, target);
+                    else
+                        std::copy_n(tile[c], tileRows, target);
+            }
+    }
+
+    void FillTile(std::int64_t firstRow, std::int64_t rows, std::int64_t firstColumn, std::int64_t columns,
+                  double (*tile)[kTileRows]) noexcept
+    {
+        // Every row lies elsewhere, so the processor does not foresee what is needed next.
+        constexpr std::int64_t kRowsAhead = 2 * kTileRows, kPerLine = 8; // values in a cache line
+        for (std::int64_t row = firstRow + kRowsAhead; row < std::min(firstRow + kRowsAhead + kTileRows, m_rows); ++row) {
+            __builtin_prefetch(m_columnIndices + m_next[row]);
+            __builtin_prefetch(m_values + m_next[row]);
+            __builtin_prefetch(m_values + m_next[row] + kPerLine);
+        }
+        std::int64_t fullRows = 0;
+        for (std::int64_t r = 0; m_mostlyFull && r < rows; ++r)
+            fullRows += IsFull(firstRow + r, firstColumn, columns);
+        if (fullRows < rows)
+            std::fill_n(tile[0], columns * kTileRows, 0.0);
+        for (std::int64_t r = 0; r < rows; ++r) {
+            unsigned& next = m_next[firstRow + r];
+            if (fullRows > 0 && IsFull(firstRow + r, firstColumn, columns)) {
+                for (std::int64_t c = 0; c < columns; ++c)
+                    tile[c][r] = m_values[next + c];
+                next += static_cast<unsigned>(columns);
+                continue;
+            }
+            unsigned k = next;
+            for (unsigned const end = m_rowStart[firstRow + r + 1]; k != end && m_columnIndices[k] < firstColumn + columns; ++k)
+                tile[m_columnIndices[k] - firstColumn][r] = m_values[k];
+            next = k;
+        }
+    }
+
+    // Whether the row has an entry in each of the columns; those in front of them have been written.
+    bool IsFull(std::int64_t row, std::int64_t firstColumn, std::int64_t columns) const noexcept
+    {
+        std::int64_t const last = m_next[row] + columns - 1;
+        return last < m_rowStart[row + 1] && m_columnIndices[last] == firstColumn + columns - 1;
+    }
+
     // Sets back to 0 what Scatter() touched: of a sparse matrix a small part.
     void Clear(double* window, std::int64_t size)
     {
@@ -178,13 +181,16 @@ private:
         m_touchedCount = 0;
     }
 
-    static constexpr std::int64_t kTouched = kWindow / 16;
+    static constexpr std::int64_t kTouchedShare = 16; // of a matrix with more than one entry in so many elements all are written anew
+    static constexpr std::int64_t kTouched = kWindow / kTouchedShare;
 
     unsigned const* m_rowStart;
     int const* m_columnIndices;
     double const* m_values;
     std::int64_t m_rows;
     std::int64_t m_columns;
+    bool m_filled;
+    bool m_mostlyFull;      // rows may have an entry in every column, and none has two
     Array<unsigned> m_next; // entry of every row
     std::int64_t m_touched[kTouched];
     std::int64_t m_touchedCount = 0;
@@ -193,31 +199,6 @@ private:
 };
 
 } // namespace
-
-void KVOSrvSparseImExPorter::ImportDense(KVOSrvSparseMatrix& matrix, char const* path)
-{
-    // Without elements nothing in the file stands for the rows or columns; so many are believed.
-    constexpr int kMostWithoutElements = 1 << 24;
-
-    InputFile file(path);
-    Header header;
-    file.ReadItems(&header, 1);
-    std::int64_t const rows = header.rows, elements = rows * header.columns;
-    if (header.rows < 0 || header.columns < 0 || elements > (file.Size() - std::int64_t{sizeof header}) / std::int64_t{sizeof(double)} ||
-        (elements == 0 && std::max(header.rows, header.columns) > kMostWithoutElements))
-        KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
-
-    DenseReader reader(header.rows, elements);
-    Array<double> const window = AllocateArray<double>(std::min(kWindow, elements));
-    for (std::int64_t left = elements, count; left > 0; left -= count) {
-        count = std::min(kWindow, left);
-        file.ReadItems(window.get(), count);
-        reader.Take(window.get(), count);
-        if (reader.Entries().Count() > INT_MAX)
-            KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
-    }
-    matrix.ResetData(reader.Entries().Entries(), static_cast<int>(reader.Entries().Count()), header.rows, header.columns);
-}
 
 // Deliberate: of a half-stored matrix neither the diagonal nor the mirrored entries are written.
 void KVOSrvSparseImExPorter::ExportDense(KVOSrvSparseMatrix const& matrix, char const* path)
@@ -238,7 +219,7 @@ void KVOSrvSparseImExPorter::ExportDense(KVOSrvSparseMatrix const& matrix, char 
 
     // Deliberate: not truncated, an existing longer file keeps its tail.
     OutputFile file(path, OutputFile::Existing::kOverwrite, 0644);
-    Header const header{matrix.m_rowCount, matrix.m_columnCount, matrix.m_rowCount, matrix.m_columnCount};
+    DenseFileHeader const header{matrix.m_rowCount, matrix.m_columnCount, matrix.m_rowCount, matrix.m_columnCount};
     file.WriteItems(&header, 1);
     if (rows > 0)
         writer.Write(file);
