@@ -4,34 +4,50 @@
 #include <benchmark/benchmark.h>
 #include <chrono>
 #include <cstring>
+#include <ctime>
 #include <vector>
 
 /// Times `subject`, the measured one, in turns with `peer`. The counter `ratio` is the median of their ratios, pair by pair, which cancels
-/// what else the machine does; `peer_ms` is the median time of the peer.
-template<class Subject, class Peer>
-void AgainstPeer(benchmark::State& state, Subject const& subject, Peer const& peer)
+/// what else the machine does; `cpu_ratio` is the same by processor time, which a busy machine disturbs less; `peer_ms` is the median time
+/// of the peer. `prepare` comes before each pair and is not timed.
+template<class Subject, class Peer, class Prepare>
+void AgainstPeer(benchmark::State& state, Subject const& subject, Peer const& peer, Prepare const& prepare)
 {
-    auto const seconds = [](auto const& run) {
+    struct Times {
+        double wall, cpu;
+    };
+    auto const times = [](auto const& run) {
+        std::clock_t const cpuStart = std::clock();
         auto const start = std::chrono::steady_clock::now();
         run();
         benchmark::ClobberMemory();
-        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        double const wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        return Times{wall, static_cast<double>(std::clock() - cpuStart) / CLOCKS_PER_SEC};
     };
     auto const median = [](std::vector<double>& values) {
         std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2), values.end());
         return values[values.size() / 2];
     };
-    std::vector<double> ratios, peers;
+    std::vector<double> ratios, cpuRatios, peers;
     for (auto _ : state) {
-        double const peerTime = seconds(peer), time = seconds(subject);
-        state.SetIterationTime(time);
-        peers.push_back(peerTime);
-        ratios.push_back(time / peerTime);
+        prepare();
+        Times const ofPeer = times(peer), ofSubject = times(subject);
+        state.SetIterationTime(ofSubject.wall);
+        peers.push_back(ofPeer.wall);
+        ratios.push_back(ofSubject.wall / ofPeer.wall);
+        cpuRatios.push_back(ofSubject.cpu / ofPeer.cpu);
     }
     if (ratios.empty())
         return;
     state.counters["ratio"] = median(ratios);
+    state.counters["cpu_ratio"] = median(cpuRatios);
     state.counters["peer_ms"] = 1e3 * median(peers);
+}
+
+template<class Subject, class Peer>
+void AgainstPeer(benchmark::State& state, Subject const& subject, Peer const& peer)
+{
+    AgainstPeer(state, subject, peer, [] {});
 }
 
 /// Times `subject` against the memcpy that moves as many bytes: it reads one half and writes the other.

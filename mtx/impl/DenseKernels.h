@@ -33,7 +33,13 @@ void TransposeInPlace(int n, double* a, std::int64_t lda);
 /// Copies the strict triangle `from` of `a`, of order n, onto the other one, with the sign bits flipped if asked for.
 void MirrorTriangle(int n, Triangle from, Sign sign, double* a, std::int64_t lda);
 
+/// target[i * stride] := target[i * stride] + f * source[i] for `count` elements; for f = 1 and -1 exactly the sum and the difference.
+void AddMultiple(double f, double const* source, std::int64_t count, double* target, std::int64_t stride);
+
 /// Whether every element below the diagonal equals its mirror image; a NaN equals nothing.
 bool IsSymmetric(int n, double const* a, std::int64_t lda);
+
+/// Whether a = b^T for `a` of rows x columns; a NaN equals nothing. For arrays that the last-level cache holds.
+bool EqualsTransposed(int rows, int columns, double const* a, std::int64_t lda, double const* b, std::int64_t ldb);
 
 } // namespace DenseKernels

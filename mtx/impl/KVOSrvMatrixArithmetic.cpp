@@ -38,25 +38,6 @@ void Product(char const* transposeA, int m, int n, int k, Operand a, Operand b, 
     BLAC_DGEMM(transposeA, "N", &m, &n, &k, &kOne, a.values, &lda, b.values, &ldb, &beta, c, &ldc);
 }
 
-// Apart, since they are exact where the product with the factor is not faster, and the usual cases.
-void AddMultiple(double f, double const* source, std::int64_t count, double* target, std::ptrdiff_t stride)
-{
-    auto const apply = [=](auto const& sum) {
-        if (stride == 1)
-            for (std::int64_t i = 0; i < count; ++i)
-                target[i] = sum(target[i], source[i]);
-        else
-            for (std::int64_t i = 0; i < count; ++i)
-                target[i * stride] = sum(target[i * stride], source[i]);
-    };
-    if (f == 1.0)
-        apply([](double x, double y) { return x + y; });
-    else if (f == -1.0)
-        apply([](double x, double y) { return x - y; });
-    else
-        apply([f](double x, double y) { return x + f * y; });
-}
-
 } // namespace
 
 void KVOSrvMatrix::Multiply(double s)
@@ -86,8 +67,8 @@ void KVOSrvMatrix::Add(double f, KVOSrvMatrix const& B)
     Require(HasShapeOf(B) && (!m_diagonal || B.m_diagonal), "Add");
 
     bool const alongDiagonal = B.m_diagonal && !m_diagonal;
-    AddMultiple(f, B.m_values, alongDiagonal ? std::min(m_rows, m_columns) : StoredEntries(), m_values,
-                alongDiagonal ? DiagonalStride() : 1);
+    DenseKernels::AddMultiple(f, B.m_values, alongDiagonal ? std::min(m_rows, m_columns) : StoredEntries(), m_values,
+                              alongDiagonal ? DiagonalStride() : 1);
 }
 
 void KVOSrvMatrix::Interpolate(double t, KVOSrvMatrix const& A, KVOSrvMatrix const& B)

@@ -2,9 +2,7 @@
 
 #include "KVOFortran.h"
 #include "KVOSrvMatrixSupport.h"
-
-#include <algorithm>
-#include <limits>
+#include "LapackWorkspace.h"
 
 using KVOSrvMatrixSupport::AllocateValues;
 using KVOSrvMatrixSupport::LeadingDimension;
@@ -15,20 +13,6 @@ namespace
 
 constexpr char const* kSource = "mtx/impl/KVOSrvMatrixSolve";
 constexpr KVOSrvMatrixSupport::InputCheck Require{kSource};
-
-// LAPACK counts its workspace in 32 bits; a smaller one than asked for costs it speed at most.
-int WorkspaceSize(std::int64_t entries)
-{
-    return static_cast<int>(std::clamp<std::int64_t>(entries, 1, std::numeric_limits<int>::max()));
-}
-
-// The diagonal solver of the tridiagonal reduction's optimal block, or the least that DSYGV takes.
-int EigenWorkspaceSize(int n)
-{
-    int const blockSize = 1, unused = -1;
-    std::int64_t const block = BLAC_ILAENV(&blockSize, "DSYTRD", "L", &n, &unused, &unused, &unused, 6, 1);
-    return WorkspaceSize(std::max((block + 2) * n, std::int64_t{3} * n - 1));
-}
 
 void CopyAsFull(KVOSrvMatrix const& source, KVOSrvMatrix& target)
 {
@@ -52,7 +36,7 @@ void KVOSrvMatrix::Factorize(int* pivots)
     int info = 0;
     if (m_symmetric) {
         Require(IsSquare(), "Factorize");
-        int const lwork = WorkspaceSize(std::int64_t{m_rows} * m_rows);
+        int const lwork = LapackWorkspace::Size(std::int64_t{m_rows} * m_rows);
         ValueArray const work = AllocateValues(lwork);
         BLAC_DSYTRF("L", &m_rows, m_values, &lda, pivots, work.get(), &lwork, &info);
     } else {
@@ -101,7 +85,7 @@ void KVOSrvMatrix::SolveEigenproblemSymmetric(KVOSrvMatrix const& B, KVOSrvMatri
 
     // All allocations and the copy of B first: nothing is written if they fail, and the results may go to A or B.
     KVOSrvMatrix factorOfB(n, n, nullptr, false, false);
-    int const lwork = EigenWorkspaceSize(n);
+    int const lwork = LapackWorkspace::SizeForSymmetricEigenproblem(n);
     ValueArray const work = AllocateValues(lwork);
     CopyAsFull(B, factorOfB);
     if (&eigenvectors != this)

@@ -1,5 +1,5 @@
+#include "Dense.h"
 #include "KVOFortran.h"
-#include "dense.h"
 #include "xerbla_capture.h"
 
 #include <bit>

@@ -1,11 +1,11 @@
 #include "DenseKernels.h"
-#include "TriangleBlocks.h"
 
 #include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <limits>
+#include <utility>
 #include <vector>
 
 namespace
@@ -35,9 +35,9 @@ std::uint64_t Bits(double x)
 }
 
 // Compares everything, padding included, to the bit.
-bool Same(Array const& a, Array const& b)
+void ExpectSame(Array const& a, Array const& b)
 {
-    return std::equal(a.values.begin(), a.values.end(), b.values.begin(), [](double x, double y) { return Bits(x) == Bits(y); });
+    EXPECT_TRUE(std::ranges::equal(a.values, b.values, {}, Bits, Bits));
 }
 
 int const kOrders[] = {0, 1, 2, 7, 8, 9, 16, 31, 255, 256, 257, 271, 520}; // around the tile of 8 and the supertile of 256
@@ -47,25 +47,25 @@ TEST(DenseKernels, TransposeAndMirrorInPlace)
     for (int n : kOrders)
         for (int padding : {0, 3}) {
             SCOPED_TRACE(testing::Message() << "order " << n << ", padding " << padding);
-            Array const original(n, n, padding);
-            Array source = original, array = original, expected = original;
-            for (int j = 0; j < n; ++j)
-                for (int i = 0; i < n; ++i)
-                    expected.At(i, j) = source.At(j, i);
+            Array original(n, n, padding), array = original;
+            // Those places that moves(i, j) names receive what lies mirrored, its sign flipped or not.
+            auto const expectMirrored = [&](auto const& moves, std::uint64_t sign = 0) {
+                Array expected = original;
+                for (int j = 0; j < n; ++j)
+                    for (int i = 0; i < n; ++i)
+                        if (moves(i, j))
+                            expected.At(i, j) = std::bit_cast<double>(Bits(original.At(j, i)) ^ sign << 63);
+                ExpectSame(array, expected);
+                array = original;
+            };
             DenseKernels::TransposeInPlace(n, array.Data(), array.lda);
-            EXPECT_TRUE(Same(array, expected));
-
-            for (Triangle from : {Triangle::Lower, Triangle::Upper})
-                for (Sign sign : {Sign::Keep, Sign::Flip}) {
-                    array = expected = original;
-                    for (int j = 0; j < n; ++j)
-                        for (int i = 0; i < n; ++i)
-                            if (from == Triangle::Lower ? i < j : i > j)
-                                expected.At(i, j) =
-                                    std::bit_cast<double>(Bits(source.At(j, i)) ^ (std::uint64_t{sign == Sign::Flip} << 63));
-                    DenseKernels::MirrorTriangle(n, from, sign, array.Data(), array.lda);
-                    EXPECT_TRUE(Same(array, expected));
-                }
+            expectMirrored([](int i, int j) { return i != j; });
+            for (Sign sign : {Sign::Keep, Sign::Flip}) {
+                DenseKernels::MirrorTriangle(n, Triangle::Lower, sign, array.Data(), array.lda);
+                expectMirrored([](int i, int j) { return i < j; }, sign == Sign::Flip);
+                DenseKernels::MirrorTriangle(n, Triangle::Upper, sign, array.Data(), array.lda);
+                expectMirrored([](int i, int j) { return i > j; }, sign == Sign::Flip);
+            }
         }
 }
 
@@ -73,15 +73,39 @@ TEST(DenseKernels, IsSymmetricSeesEveryElementOffTheDiagonal)
 {
     for (int n : {1, 2, 8, 9, 31, 271}) {
         Array array(n, n, 3);
-        std::fill(array.values.begin(), array.values.end(), 0.0);
-        for (int j = 0; j<n; j += n> 60 ? 15 : 1)
-            for (int i = 0; i<n; i += n> 60 ? 15 : 1)
+        std::ranges::fill(array.values, 0.0);
+        int const step = n > 60 ? 15 : 1;
+        for (int j = 0; j < n; j += step)
+            for (int i = 0; i < n; i += step)
                 for (double value : {std::numeric_limits<double>::denorm_min(), std::numeric_limits<double>::quiet_NaN(), -0.0}) {
                     array.At(i, j) = value;
                     EXPECT_EQ(DenseKernels::IsSymmetric(n, array.Data(), array.lda), i == j || value == 0.0) << i << ", " << j;
                     array.At(j, i) = value;
                     EXPECT_EQ(DenseKernels::IsSymmetric(n, array.Data(), array.lda), i == j || value == value) << i << ", " << j;
                     array.At(i, j) = array.At(j, i) = 0.0;
+                }
+    }
+}
+
+TEST(DenseKernels, EqualsTransposedSeesEveryElement)
+{
+    for (auto const& [rows, columns] : std::vector<std::pair<int, int>>{{0, 3}, {1, 1}, {7, 9}, {8, 8}, {17, 40}, {50, 16}}) {
+        SCOPED_TRACE(testing::Message() << rows << " x " << columns);
+        int const lda = rows + 3, ldb = columns + 1;
+        std::vector<double> a(static_cast<std::size_t>(lda * columns), 1e300), b(static_cast<std::size_t>(ldb * rows), -1e300);
+        for (int j = 0; j < columns; ++j)
+            for (int i = 0; i < rows; ++i)
+                a[static_cast<std::size_t>(i + j * lda)] = b[static_cast<std::size_t>(j + i * ldb)] = i + 100 * j;
+        auto const equal = [&] { return DenseKernels::EqualsTransposed(rows, columns, a.data(), lda, b.data(), ldb); };
+
+        EXPECT_TRUE(equal());
+        for (int j = 0; j < columns; ++j)
+            for (int i = 0; i < rows; ++i)
+                for (double const wrong : {-1.0, std::numeric_limits<double>::quiet_NaN()}) {
+                    double& element = a[static_cast<std::size_t>(i + j * lda)];
+                    double const right = std::exchange(element, wrong);
+                    EXPECT_FALSE(equal()) << i << ", " << j;
+                    element = right;
                 }
     }
 }
@@ -99,32 +123,8 @@ TEST(DenseKernels, TransposeOutOfPlace)
             for (int i = 0; i < c[0]; ++i)
                 expected.At(j, i) = source.At(i, j);
         DenseKernels::Transpose(c[0], c[1], source.Data(), source.lda, target.Data(), target.lda);
-        EXPECT_TRUE(Same(target, expected));
+        ExpectSame(target, expected);
     }
-}
-
-TEST(TriangleBlocks, CoverEachEntryOfTheTriangleOnceAndNoOther)
-{
-    for (int size : {0, 1, 127, 128, 129, 257, 700})
-        for (int beyond : {0, 300})
-            for (bool remainderFirst : {true, false}) {
-                SCOPED_TRACE(testing::Message() << size << " + " << beyond << (remainderFirst ? ", remainder first" : ""));
-                TriangleBlocks::Cut const cut{size, 128, remainderFirst};
-                std::vector<int> covered(static_cast<std::size_t>(size) * (size + beyond), 0);
-                TriangleBlocks::Cover(cut, 0, cut.NumberOfBlocks(), size + beyond, [&](int first, int end, int otherFirst, int otherEnd) {
-                    for (int other = otherFirst; other < otherEnd; ++other)
-                        for (int strip = first; strip < end; ++strip)
-                            ++covered[strip + static_cast<std::size_t>(other) * size];
-                });
-                int const firstBlock = remainderFirst && size % 128 != 0 ? size % 128 : 128;
-                int wrong = 0;
-                for (int strip = 0; strip < size; ++strip) {
-                    int const blockStart = strip < firstBlock ? 0 : firstBlock + (strip - firstBlock) / 128 * 128;
-                    for (int other = 0; other < size + beyond; ++other)
-                        wrong += covered[strip + static_cast<std::size_t>(other) * size] != (other >= blockStart ? 1 : 0);
-                }
-                EXPECT_EQ(wrong, 0);
-            }
 }
 
 } // namespace

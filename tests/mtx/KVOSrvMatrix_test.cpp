@@ -1,22 +1,20 @@
 #include "MatrixSupport.h"
 
 #include <climits>
-#include <limits>
 
 namespace
 {
 
-double const kNaN = std::numeric_limits<double>::quiet_NaN();
-int const kShapes[][2] = {{0, 0}, {0, 3}, {1, 1}, {1, 9}, {9, 1}, {2, 3}, {8, 8}, {9, 7}, {40, 40}, {17, 130}, {300, 145}};
+bool const kDiagonal = true;
 
 TEST(KVOSrvMatrix, RefusesSizesThatCannotBe)
 {
     KVOSrvMatrix small = RandomMatrix(2, 2);
     ExpectRefused("KVOSrvMatrix", small, [] { KVOSrvMatrix(-1, 2, nullptr, false, false); });
-    ExpectRefused("KVOSrvMatrix", small, [] { KVOSrvMatrix(2, -1, nullptr, false, true); });
+    ExpectRefused("KVOSrvMatrix", small, [] { KVOSrvMatrix(2, -1, nullptr, false, kDiagonal); });
     for (int order : {65536, 46341, INT_MAX}) // the first squared is 0 in 32 bits
         EXPECT_THROW(KVOSrvMatrix(order, order, nullptr, false, false), mem_OutOfMemory);
-    KVOSrvMatrix(70000, 70000, nullptr, false, true) = 1.0; // its diagonal alone
+    KVOSrvMatrix(70000, 70000, nullptr, false, kDiagonal) = 1.0; // its diagonal alone
 
     double value = 0.0;
     KVOSrvMatrix const tooLarge(65536, 65536, &value, false, false);
@@ -28,17 +26,18 @@ TEST(KVOSrvMatrix, RefusesSizesThatCannotBe)
 TEST(KVOSrvMatrix, BlocksGoInAndOutPacked)
 {
     int const blocks[][4] = {{0, 8, 0, 6}, {0, 8, 2, 5}, {3, 3, 4, 4}, {2, 7, 0, 6}, {8, 8, 0, 6}}; // of 9 x 7: first and last row, column
-    for (auto const& [r0, r1, c0, c1] : blocks) {
-        SCOPED_TRACE(testing::Message() << r0 << ".." << r1 << ", " << c0 << ".." << c1);
-        GuardedMatrix target(9, 7, false, false), out(c1 - c0 + 1, r1 - r0 + 1, false, false); // the shape of `out` plays no part
+    for (auto const& b : blocks) {
+        SCOPED_TRACE(testing::PrintToString(b));
+        int const rows = b[1] - b[0] + 1, columns = b[3] - b[2] + 1;
+        GuardedMatrix target(9, 7), out(columns, rows); // the shape of `out` plays no part
         Dense const before(target.matrix);
-        KVOSrvMatrix const block = RandomMatrix(r1 - r0 + 1, c1 - c0 + 1);
+        KVOSrvMatrix const block = RandomMatrix(rows, columns);
 
-        c1 - c0 == 6 ? target.matrix.SetRows(r0, r1, block) : target.matrix.SetValues(r0, r1, c0, c1, block);
-        c1 - c0 == 6 ? target.matrix.GetRows(r0, r1, out.matrix) : target.matrix.GetValues(r0, r1, c0, c1, out.matrix);
+        columns == 7 ? target.matrix.SetRows(b[0], b[1], block) : target.matrix.SetValues(b[0], b[1], b[2], b[3], block);
+        columns == 7 ? target.matrix.GetRows(b[0], b[1], out.matrix) : target.matrix.GetValues(b[0], b[1], b[2], b[3], out.matrix);
 
-        ExpectElements(target.matrix, [&, r0 = r0, r1 = r1, c0 = c0, c1 = c1](int i, int j) {
-            return i >= r0 && i <= r1 && j >= c0 && j <= c1 ? Element(block, i - r0, j - c0) : before.At(i, j);
+        ExpectElements(target.matrix, [&](int i, int j) {
+            return i >= b[0] && i <= b[1] && j >= b[2] && j <= b[3] ? Element(block, i - b[0], j - b[2]) : before.At(i, j);
         });
         EXPECT_TRUE(std::equal(block.Values(), block.Values() + StoredEntries(block), out.matrix.Values()));
     }
@@ -46,12 +45,11 @@ TEST(KVOSrvMatrix, BlocksGoInAndOutPacked)
 
 TEST(KVOSrvMatrix, RefusesBlocksThatDoNotFit)
 {
-    KVOSrvMatrix matrix = RandomMatrix(4, 3), large = RandomMatrix(4, 3), small = RandomMatrix(1, 3),
-                 noColumns(4, 0, nullptr, false, false);
+    KVOSrvMatrix matrix = RandomMatrix(4, 3), large = RandomMatrix(4, 3), small = RandomMatrix(1, 3), noColumns = RandomMatrix(4, 0);
     int const wrong[][4] = {{-1, 0, 0, 0}, {0, 4, 0, 0}, {0, 0, -1, 0},  {0, 0, 0, 3},
                             {2, 1, 0, 0},  {0, 0, 2, 1}, {3, -1, 2, -1}, {INT_MIN, INT_MAX, INT_MIN, INT_MAX}};
     for (auto const& w : wrong) {
-        SCOPED_TRACE(testing::Message() << w[0] << ".." << w[1] << ", " << w[2] << ".." << w[3]);
+        SCOPED_TRACE(testing::PrintToString(w));
         ExpectRefused("SetValues", matrix, [&] { matrix.SetValues(w[0], w[1], w[2], w[3], large.Values()); });
         ExpectRefused("SetValues", matrix, [&] { matrix.SetValues(w[0], w[1], w[2], w[3], large); });
         ExpectRefused("GetValues", large, [&] { matrix.GetValues(w[0], w[1], w[2], w[3], large); });
@@ -61,12 +59,12 @@ TEST(KVOSrvMatrix, RefusesBlocksThatDoNotFit)
     ExpectRefused("SetValues", noColumns, [&] { noColumns.SetRows(0, 0, large); });
 
     // An array that was allocated for a diagonal ends there; whoever wraps one as a diagonal has it taken as full storage.
-    KVOSrvMatrix diagonal = RandomMatrix(3, 3, true);
+    KVOSrvMatrix diagonal = RandomMatrix(3, 3, kDiagonal);
     ExpectRefused("SetValues", diagonal, [&] { diagonal.SetValues(0, 0, 1, 1, large); });
     ExpectRefused("SetValues", large, [&] { large.SetValues(0, 1, 0, 1, diagonal); });
     ExpectRefused("GetValues", diagonal, [&] { large.GetValues(0, 1, 0, 1, diagonal); });
     double values[4] = {1, 2, 3, 4};
-    KVOSrvMatrix(2, 2, values, false, true).SetValues(1, 1, 1, 1, large);
+    KVOSrvMatrix(2, 2, values, false, kDiagonal).SetValues(1, 1, 1, 1, large);
     EXPECT_EQ(values[3], large.Values()[0]);
 }
 
@@ -87,133 +85,136 @@ TEST(KVOSrvMatrix, CopiesAndAssignmentsOfEveryKind)
             }
             EXPECT_EQ(FailEachAllocation(target, [&] { target = source.matrix; }), inPlace ? 0 : 1);
 
+            ASSERT_EQ(target.NumberOfRows(), 5);
             ExpectElements(target, [&](int i, int j) { return Element(source.matrix, i, j); });
-            EXPECT_EQ(target.NumberOfRows(), 5);
             EXPECT_EQ(target.IsSymmetric(), !inPlace);
             EXPECT_EQ(target.IsDiagonal(), inPlace ? targetDiagonal : sourceDiagonal);
         }
     KVOSrvMatrix matrix = RandomMatrix(4, 6), before(matrix);
     matrix = KVOSrvMatrix(8, 3, matrix.Values(), false, false); // from a view of its own array
-    EXPECT_EQ(matrix.NumberOfRows(), 8);
-    EXPECT_TRUE(std::equal(before.Values(), before.Values() + 24, matrix.Values()));
+    EXPECT_TRUE(matrix == KVOSrvMatrix(8, 3, before.Values(), false, false));
 }
 
 TEST(KVOSrvMatrix, ComparesExactly)
 {
     KVOSrvMatrix const a = RandomMatrix(3, 3);
-    KVOSrvMatrix b(a), zeros(3, 3, nullptr, false, false), diagonalZeros(3, 3, nullptr, false, true);
+    KVOSrvMatrix b(a), zeros(3, 3, nullptr, false, false), diagonalZeros(3, 3, nullptr, false, kDiagonal);
     b.Values()[8] = std::nextafter(b.Values()[8], 2.0);
     EXPECT_FALSE(a == b);
-    b.Values()[8] = kNaN;
+    b.Values()[8] = kNotANumber;
     KVOSrvMatrix const& same = b;
     EXPECT_TRUE(b == same);
     EXPECT_FALSE(b == KVOSrvMatrix(b));
-    EXPECT_FALSE(b == kNaN);
-    EXPECT_TRUE(KVOSrvMatrix(0, 4, nullptr, false, false) == kNaN);
+    EXPECT_FALSE(b == kNotANumber);
+    EXPECT_TRUE(RandomMatrix(0, 4) == kNotANumber);
     zeros = -0.0;
     diagonalZeros = 0.0;
     EXPECT_TRUE(zeros == 0.0);
     EXPECT_FALSE(diagonalZeros == zeros);
-    EXPECT_FALSE(KVOSrvMatrix(0, 3, nullptr, false, false) == KVOSrvMatrix(3, 0, nullptr, false, false));
+    EXPECT_FALSE(RandomMatrix(0, 3) == RandomMatrix(3, 0));
 }
 
-TEST(KVOSrvMatrix, SetDiagonalOfEveryKind)
-{
-    for (int kinds = 0; kinds < 8; ++kinds) {
-        bool const targetDiagonal = (kinds & 1) != 0, sourceDiagonal = (kinds & 2) != 0;
-        GuardedMatrix target(3, 3, false, targetDiagonal);
-        Dense const before(target.matrix);
-        int const order = (kinds & 4) != 0 ? 5 : 3;
-        KVOSrvMatrix const source = RandomMatrix(order, order, sourceDiagonal);
-        double const d[3] = {Element(source, 0, 0), Element(source, 1, 1), Element(source, 2, 2)};
-        if (targetDiagonal && !sourceDiagonal)
-            ExpectRefused("SetDiagonal", target.matrix, [&] { target.matrix.SetDiagonal(source); });
-        if (kinds == 0 || (targetDiagonal && !sourceDiagonal))
-            target.matrix.SetDiagonal(d);
-        else
-            target.matrix.SetDiagonal(source);
-        ExpectElements(target.matrix, [&](int i, int j) { return i == j ? d[i] : before.At(i, j); });
-    }
-    KVOSrvMatrix square = RandomMatrix(3, 3), wide = RandomMatrix(3, 4), smaller = RandomMatrix(2, 2);
-    ExpectRefused("SetDiagonal", square, [&] { square.SetDiagonal(wide); });
-    ExpectRefused("SetDiagonal", wide, [&] { wide.SetDiagonal(square); });
-    ExpectRefused("SetDiagonal", square, [&] { square.SetDiagonal(smaller); });
-}
+// What brings a source into a target, element by element, at an offset or not.
+struct Operation {
+    char const* name; // by which it refuses a source that a diagonal target has no room for
+    bool offset, refusesEveryDiagonal;
+    void (*run)(KVOSrvMatrix& target, KVOSrvMatrix const& source, int row, int column);
+    double (*expected)(double before, double source, bool onDiagonal);
+};
+Operation const kOperations[] = {
+    {"SetDiagonal", false, false, [](auto& t, auto& s, int, int) { t.SetDiagonal(s); },
+     [](double x, double s, bool onDiagonal) { return onDiagonal ? s : x; }},
+    {"SetSlice", true, false, [](auto& t, auto& s, int r, int c) { t.SetSlice(1.0, s, r, c); }, [](double, double s, bool) { return s; }},
+    {"SetSlice", true, false, [](auto& t, auto& s, int r, int c) { t.SetSlice(-0.3, s, r, c); },
+     [](double, double s, bool) { return 0.0 - 0.3 * s; }},
+    {"Assignment operator", true, true, [](auto& t, auto& s, int r, int c) { t.AddSlice(1.0, s, r, c); },
+     [](double x, double s, bool) { return x + s; }},
+    {"Assignment operator", true, true, [](auto& t, auto& s, int r, int c) { t.AddSlice(-0.3, s, r, c); },
+     [](double x, double s, bool) { return x - 0.3 * s; }},
+    {"*=", false, false, [](auto& t, auto& s, int, int) { t += s; }, [](double x, double s, bool) { return x + s; }},
+    {"Add", false, false, [](auto& t, auto& s, int, int) { t.Add(-1.0, s); }, [](double x, double s, bool) { return x - s; }},
+    {"Add", false, false, [](auto& t, auto& s, int, int) { t.Add(0.3, s); }, [](double x, double s, bool) { return x + 0.3 * s; }},
+};
 
-TEST(KVOSrvMatrix, SlicesOfEveryKind)
+TEST(KVOSrvMatrix, ElementwiseOperationsOfEveryKind)
 {
-    for (int kinds = 0; kinds < 8; ++kinds)
-        for (double f : {1.0, -0.3}) {
-            bool const targetDiagonal = (kinds & 1) != 0, sourceDiagonal = (kinds & 2) != 0, whole = (kinds & 4) != 0;
-            SCOPED_TRACE(testing::Message() << "kinds " << kinds << ", factor " << f);
-            int const order = whole ? 9 : 4, r = whole ? 0 : 2, c = whole ? 0 : 5;
+    for (Operation const& operation : kOperations)
+        for (int kinds = 0; kinds < 8; ++kinds) {
+            bool const targetDiagonal = (kinds & 1) != 0, sourceDiagonal = (kinds & 2) != 0, part = (kinds & 4) != 0 && operation.offset;
+            SCOPED_TRACE(testing::Message() << operation.name << " at " << &operation - kOperations << ", kinds " << kinds);
+            int const order = part ? 4 : 9, row = part ? 2 : 0, column = part ? 5 : 0;
             GuardedMatrix guarded(9, 9, false, targetDiagonal);
             KVOSrvMatrix& target = guarded.matrix;
             KVOSrvMatrix const source = RandomMatrix(order, order, sourceDiagonal);
-            auto const inside = [&](int i, int j) { return i >= r && i < r + order && j >= c && j < c + order; };
             Dense const before(target);
-            if (targetDiagonal)
-                ExpectRefused("Assignment operator", target, [&] { target.AddSlice(f, source, r, c); });
-            if (targetDiagonal && !sourceDiagonal) {
-                ExpectRefused("SetSlice", target, [&] { target.SetSlice(f, source, r, c); });
+            if (targetDiagonal && (!sourceDiagonal || operation.refusesEveryDiagonal)) {
+                ExpectRefused(operation.name, target, [&] { operation.run(target, source, row, column); });
                 continue;
             }
-            target.SetSlice(f, source, r, c);
+            operation.run(target, source, row, column);
             ExpectElements(target, [&](int i, int j) {
-                if (targetDiagonal) // the column offset plays no part
-                    return i == j && i >= r && i < r + order ? f * source.Values()[i - r] : before.At(i, j);
-                return !inside(i, j) ? before.At(i, j) : sourceDiagonal && i - r != j - c ? 0.0 : f * Element(source, i - r, j - c);
-            });
-            if (targetDiagonal)
-                continue;
-            Dense const set(target);
-            target.AddSlice(f, source, r, c);
-            ExpectElements(target, [&](int i, int j) {
-                bool const added = inside(i, j) && (!sourceDiagonal || i - r == j - c);
-                return added ? set.At(i, j) + f * Element(source, i - r, j - c) : set.At(i, j);
+                int const y = i - row, x = j - (targetDiagonal ? row : column); // the column offset plays no part in a diagonal
+                bool const inside = y >= 0 && y < order && x >= 0 && x < order && !(targetDiagonal && x != y);
+                return inside ? operation.expected(before.At(i, j), Element(source, y, x), i == j) : before.At(i, j);
             });
         }
-    KVOSrvMatrix matrix = RandomMatrix(5, 4);
+
+    KVOSrvMatrix matrix = RandomMatrix(5, 4), other = RandomMatrix(4, 5); // into itself
     Dense const before(matrix);
     matrix.SetSlice(-3.0, matrix, 0, 0);
     matrix.AddSlice(0.5, matrix, 0, 0);
-    ExpectElements(matrix, [&](int i, int j) { return -3.0 * before.At(i, j) + 0.5 * (-3.0 * before.At(i, j)); });
+    matrix.Add(-0.0, other);
+    matrix.Add(2.0, matrix);
+    ExpectElements(matrix, [&](int i, int j) {
+        double const x = -3.0 * before.At(i, j), y = x + 0.5 * x;
+        return y + 2.0 * y;
+    });
+
+    KVOSrvMatrix square = RandomMatrix(3, 3), wide = RandomMatrix(3, 4), smaller = RandomMatrix(2, 2), larger = RandomMatrix(5, 5);
+    for (auto const& [target, source] : {std::pair(&square, &wide), {&wide, &square}, {&square, &smaller}})
+        ExpectRefused("SetDiagonal", *target, [&, target = target, source = source] { target->SetDiagonal(*source); });
+    ExpectRefused("Add", matrix, [&] { matrix.Add(kNotANumber, other); });
+    ExpectRefused("*=", matrix, [&] { matrix += other; });
+    ExpectRefused("*=", matrix, [&] { matrix += matrix; });
+    square.SetDiagonal(larger);
+    smaller.SetDiagonal(larger.Values());
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(Element(square, i, i), Element(larger, i, i));
+    EXPECT_EQ(Element(smaller, 1, 1), larger.Values()[1]);
 }
 
 TEST(KVOSrvMatrix, TransposesOwnedAndWrappedArraysAndMirrorsTheTriangleThatTheShapeNames)
 {
-    for (auto const& [rows, columns] : kShapes) {
-        SCOPED_TRACE(testing::Message() << rows << " x " << columns);
-        GuardedMatrix wrapped(rows, columns, false, false), mirrored(rows, columns, false, false), skew(rows, columns, false, false);
+    for (auto const& [m, n] : {std::pair(0, 0), {0, 3}, {1, 1}, {1, 9}, {9, 1}, {2, 3}, {8, 8}, {9, 7}, {40, 40}, {17, 130}, {300, 145}}) {
+        SCOPED_TRACE(testing::Message() << m << " x " << n);
+        GuardedMatrix wrapped(m, n), mirrored(m, n), skew(m, n);
         KVOSrvMatrix owned(wrapped.matrix);
-        Dense const before(wrapped.matrix);
+        Dense const before(owned);
         mirrored.matrix = owned;
         skew.matrix = owned;
         double const* const array = wrapped.matrix.Values();
 
-        int const allocations = FailEachAllocation(owned, [&] { owned.Transpose(); });
+        int const allocations = m == n ? 0 : 1;
+        EXPECT_EQ(FailEachAllocation(owned, [&] { owned.Transpose(); }), allocations);
         EXPECT_EQ(FailEachAllocation(wrapped.matrix, [&] { wrapped.matrix.Transpose(); }), allocations);
         mirrored.matrix.SetSymmetricResults();
         skew.matrix.SetSkewSymmetricResults();
 
-        EXPECT_EQ(allocations, rows == columns ? 0 : 1);
         EXPECT_EQ(wrapped.matrix.Values(), array);
-        EXPECT_EQ(owned.NumberOfRows(), columns);
+        ASSERT_EQ(owned.NumberOfRows(), n);
         ExpectElements(owned, [&](int i, int j) { return before.At(j, i); });
         EXPECT_TRUE(owned == wrapped.matrix);
-        auto const mirrors = [rows = rows, columns = columns](int i, int j) { return rows < columns ? j < i : i < j && j < columns; };
+        auto const mirrors = [m = m, n = n](int i, int j) { return m < n ? j < i : i < j && j < n; };
         ExpectElements(mirrored.matrix, [&](int i, int j) { return mirrors(i, j) ? before.At(j, i) : before.At(i, j); });
         ExpectElements(skew.matrix, [&](int i, int j) { return mirrors(i, j) ? -before.At(j, i) : before.At(i, j); });
-        EXPECT_EQ(mirrored.matrix.IsSymmetricNumerically(), rows == columns);
-        EXPECT_EQ(skew.matrix.IsSymmetricNumerically(), rows == columns && rows < 2);
+        EXPECT_EQ(mirrored.matrix.IsSymmetricNumerically(), m == n);
+        EXPECT_EQ(skew.matrix.IsSymmetricNumerically(), m == n && m < 2);
     }
-}
 
-TEST(KVOSrvMatrix, FlagsThatLeaveNothingToTranspose)
-{
+    // Flags that leave nothing to do.
     double values[6] = {1, 2, 3, 4, 5, 6};
-    KVOSrvMatrix symmetric(2, 3, values, true, false), diagonal(3, 3, nullptr, false, true);
-    diagonal = kNaN;
+    KVOSrvMatrix symmetric(2, 3, values, true, false), diagonal(3, 3, nullptr, false, kDiagonal);
+    diagonal = kNotANumber;
     Snapshot const before(symmetric), beforeDiagonal(diagonal);
     symmetric.Transpose();
     diagonal.Transpose();

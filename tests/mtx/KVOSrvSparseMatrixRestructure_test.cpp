@@ -2,13 +2,12 @@
 #include "SparseOracle.h"
 
 #include <gmock/gmock.h>
+#include <set>
 
 namespace
 {
 
 constexpr SparseShape kShapes[] = {{0, 0, 0}, {0, 4, 0}, {5, 0, 0}, {1, 1, 1}, {4, 6, 3}, {9, 7, 40}, {300, 40, 3000}, {200, 200, 9000}};
-
-using Places = std::map<std::pair<unsigned, unsigned>, double>;
 
 // The entries with each place sent to another.
 template<class Send>
@@ -20,11 +19,19 @@ SparseOracle Sent(SparseOracle const& oracle, int rows, int columns, Send const&
     return result;
 }
 
-std::vector<unsigned> Inverse(std::vector<int> const& perm)
+// Row and column i go to place newNumber[i].
+SparseOracle Renumbered(SparseOracle const& oracle, std::vector<int> const& newNumber)
 {
-    std::vector<unsigned> inverse(perm.size());
-    for (unsigned k = 0; k < perm.size(); ++k)
-        inverse[static_cast<unsigned>(perm[k])] = k;
+    return Sent(oracle, oracle.rows, oracle.columns, [&](unsigned row, unsigned column) {
+        return std::pair(static_cast<unsigned>(newNumber[row]), static_cast<unsigned>(newNumber[column]));
+    });
+}
+
+std::vector<int> Inverse(std::vector<int> const& perm)
+{
+    std::vector<int> inverse(perm.size());
+    for (std::size_t k = 0; k < perm.size(); ++k)
+        inverse[perm[k]] = static_cast<int>(k);
     return inverse;
 }
 
@@ -39,12 +46,8 @@ void ExpectHalfStorageRefused(char const* operation, Refused const& call)
 {
     auto const matrix = HalfStored(Half::Random(6, 8, 1));
     Content const before = ContentOf(*matrix);
-    try {
-        call(*matrix);
-        ADD_FAILURE() << operation << " is accepted";
-    } catch (KVOSrvMtxNoSymmetricTrue const& error) {
-        EXPECT_EQ(error.AsString(), "KVOSrvSparseMatrix::" + std::string(operation) + " symmetric:True not supported!");
-    }
+    ExpectThrows<KVOSrvMtxNoSymmetricTrue>("KVOSrvSparseMatrix::" + std::string(operation) + " symmetric:True not supported!",
+                                           [&] { call(*matrix); });
     EXPECT_EQ(ContentOf(*matrix), before);
 }
 
@@ -54,31 +57,26 @@ TEST(KVOSrvSparseMatrixRestructure, MovesEveryEntryToItsPlace)
         SCOPED_TRACE(testing::Message() << shape.rows << " x " << shape.columns << ", " << shape.entries << " entries");
         SparseOracle const oracle = RandomOracle(shape, 2);
         auto const matrix = oracle.Matrix();
-        Content const before = ContentOf(*matrix);
-        auto const contentOf = [&](SparseOracle const& moved) {
-            return Content{moved.rows, moved.columns, before.nonzeros, moved.Entries()};
-        };
 
         std::unique_ptr<KVOSrvSparseMatrix> const transposed(matrix->Transpose());
-        EXPECT_EQ(ContentOf(*transposed),
-                  contentOf(Sent(oracle, shape.columns, shape.rows, [](unsigned row, unsigned column) { return std::pair(column, row); })));
+        SparseOracle const expected =
+            Sent(oracle, shape.columns, shape.rows, [](unsigned row, unsigned column) { return std::pair(column, row); });
+        EXPECT_EQ(ContentOf(*transposed), expected.ExpectedContent());
 
         // perm[i] is the new place of row i here, and the old place of row and column k there.
-        std::vector<int> const perm = RandomPermutation(shape.rows, 3);
+        std::vector<int> const perm = RandomPermutation(shape.rows, 3), inverse = Inverse(perm);
         if (shape.rows == shape.columns) {
-            std::vector<unsigned> const inverse = Inverse(perm);
-            SparseOracle const expected = Sent(oracle, shape.rows, shape.columns,
-                                               [&](unsigned row, unsigned column) { return std::pair(inverse[row], inverse[column]); });
             std::unique_ptr<KVOSrvSparseMatrix> const permuted(matrix->Permute(perm.data()));
-            EXPECT_EQ(ContentOf(*permuted), contentOf(expected));
-            permuted->PermuteInPlace(std::vector<int>(inverse.begin(), inverse.end()).data());
-            EXPECT_EQ(ContentOf(*permuted), before);
+            EXPECT_EQ(ContentOf(*permuted), Renumbered(oracle, inverse).ExpectedContent());
+            permuted->PermuteInPlace(inverse.data());
+            EXPECT_EQ(ContentOf(*permuted), oracle.ExpectedContent());
         }
-        EXPECT_EQ(ContentOf(*matrix), before);
+        EXPECT_EQ(ContentOf(*matrix), oracle.ExpectedContent());
         matrix->PermuteRows(perm.data());
-        EXPECT_EQ(ContentOf(*matrix), contentOf(Sent(oracle, shape.rows, shape.columns, [&](unsigned row, unsigned column) {
-                      return std::pair(static_cast<unsigned>(perm[row]), column);
-                  })));
+        SparseOracle const rowsMoved = Sent(oracle, shape.rows, shape.columns, [&](unsigned row, unsigned column) {
+            return std::pair(static_cast<unsigned>(perm[row]), column);
+        });
+        EXPECT_EQ(ContentOf(*matrix), rowsMoved.ExpectedContent());
     }
 }
 
@@ -94,14 +92,10 @@ TEST(KVOSrvSparseMatrixRestructure, MovesHalfStorageAsTheFullMatrix)
             EXPECT_TRUE(result.IsSymmetric());
         };
 
-        std::unique_ptr<KVOSrvSparseMatrix> const transposed(matrix->Transpose());
-        expectHalfStored(*transposed, oracle);
         std::vector<int> const perm = RandomPermutation(n, 8);
-        std::vector<unsigned> const inverse = Inverse(perm);
-        SparseOracle const expected =
-            Sent(oracle, n, n, [&](unsigned row, unsigned column) { return std::pair(inverse[row], inverse[column]); });
-        std::unique_ptr<KVOSrvSparseMatrix> const permuted(matrix->Permute(perm.data()));
-        expectHalfStored(*permuted, expected);
+        std::unique_ptr<KVOSrvSparseMatrix> const transposed(matrix->Transpose()), permuted(matrix->Permute(perm.data()));
+        expectHalfStored(*transposed, oracle);
+        expectHalfStored(*permuted, Renumbered(oracle, Inverse(perm)));
         matrix->PermuteInPlace(perm.data());
         EXPECT_EQ(ContentOf(*matrix), ContentOf(*permuted));
     }
@@ -116,25 +110,9 @@ TEST(KVOSrvSparseMatrixRestructure, KeepsRepeatedAndUnorderedColumnsOfAFile)
     auto const matrix = HalfStored(half);
     std::vector<int> const perm = RandomPermutation(30, 9);
     std::unique_ptr<KVOSrvSparseMatrix> const permuted(matrix->Permute(perm.data()));
-    permuted->PermuteInPlace(std::vector<int>([&] {
-                                 std::vector<unsigned> const inverse = Inverse(perm);
-                                 return std::vector<int>(inverse.begin(), inverse.end());
-                             }())
-                                 .data());
+    permuted->PermuteInPlace(Inverse(perm).data());
     EXPECT_EQ(permuted->NumberOfNonzeros(), matrix->NumberOfNonzeros());
     EXPECT_EQ(SortedEntries(*permuted), SortedEntries(*matrix));
-}
-
-TEST(KVOSrvSparseMatrixRestructure, PermutesTheOtherWayRoundWhenRowsOnly)
-{
-    SparseOracle const oracle{3, 3, {{{0, 0}, 1.0}, {{1, 1}, 2.0}, {{2, 2}, 3.0}}};
-    int const perm[] = {2, 0, 1};
-    std::unique_ptr<KVOSrvSparseMatrix> const permuted(oracle.Matrix()->Permute(perm));
-    EXPECT_THAT(ContentOf(*permuted).entries, testing::ElementsAre(MakeEntry(0, 0, 3), MakeEntry(1, 1, 1), MakeEntry(2, 2, 2)));
-    auto const rows = oracle.Matrix();
-    rows->PermuteRows(perm);
-    EXPECT_THAT(ContentOf(*rows).entries, testing::ElementsAre(MakeEntry(0, 1, 2), MakeEntry(1, 2, 3), MakeEntry(2, 0, 1)));
-    EXPECT_FALSE(rows->IsSymmetric());
 }
 
 TEST(KVOSrvSparseMatrixRestructure, FindsAndEliminatesTrivialColumns)
@@ -142,14 +120,14 @@ TEST(KVOSrvSparseMatrixRestructure, FindsAndEliminatesTrivialColumns)
     for (SparseShape const& shape : kShapes) {
         SparseOracle const oracle = RandomOracle(shape, 10);
         auto const matrix = oracle.Matrix();
-        std::map<unsigned, unsigned> rows, newColumn;
+        std::set<unsigned> rows;
+        std::map<unsigned, unsigned> newColumn;
         for (auto const& [place, value] : oracle.places) {
-            rows[place.first] = 0;
+            rows.insert(place.first);
             newColumn[place.second] = 0;
         }
-        std::vector<unsigned> expectedRows, expectedColumns;
-        for (auto& [row, number] : rows)
-            expectedRows.push_back(row);
+        std::vector<unsigned> const expectedRows(rows.begin(), rows.end());
+        std::vector<unsigned> expectedColumns;
         for (auto& [column, number] : newColumn) {
             number = static_cast<unsigned>(expectedColumns.size());
             expectedColumns.push_back(column);
@@ -161,10 +139,9 @@ TEST(KVOSrvSparseMatrixRestructure, FindsAndEliminatesTrivialColumns)
         EXPECT_EQ(TakeList(list, count), expectedColumns);
         list = matrix->EliminateTrivialColumns(count);
         EXPECT_EQ(TakeList(list, count), expectedColumns);
-        EXPECT_EQ(matrix->NumberOfColumns(), count);
         SparseOracle const expected =
             Sent(oracle, shape.rows, count, [&](unsigned row, unsigned column) { return std::pair(row, newColumn.at(column)); });
-        EXPECT_EQ(ContentOf(*matrix).entries, expected.Entries());
+        EXPECT_EQ(ContentOf(*matrix), expected.ExpectedContent());
     }
     ExpectHalfStorageRefused("EliminateTrivialColumns", [](KVOSrvSparseMatrix& matrix) {
         int count = 0;
@@ -192,7 +169,6 @@ TEST(KVOSrvSparseMatrixRestructure, SetsColumnsToZeroAndKeepsTheStructure)
     oracle.places[{3, 17}] = std::numeric_limits<double>::quiet_NaN();
     auto const matrix = oracle.Matrix();
     Content const before = ContentOf(*matrix);
-    EXPECT_FALSE(matrix->IsSymmetric());
     int const columns[] = {17, 0, 5, 17};
     for (auto& [place, value] : oracle.places)
         if (std::ranges::count(columns, static_cast<int>(place.second)) != 0)
@@ -206,14 +182,8 @@ TEST(KVOSrvSparseMatrixRestructure, SetsColumnsToZeroAndKeepsTheStructure)
     matrix->SetColumnsToZero(nullptr, 0);
     EXPECT_EQ(ContentOf(*matrix), before);
     matrix->SetColumnsToZero(columns, 4);
-    EXPECT_EQ(ContentOf(*matrix), (Content{30, 20, before.nonzeros, oracle.Entries()}));
-
-    auto const lopsided = SparseOracle{2, 2, {{{0, 1}, 1.0}, {{1, 0}, 2.0}}}.Matrix();
-    EXPECT_FALSE(lopsided->IsSymmetric());
-    int const both[] = {0, 1};
-    lopsided->SetColumnsToZero(both, 2);
-    EXPECT_TRUE(lopsided->IsSymmetric());
-    ExpectHalfStorageRefused("SetcolumnsToZero", [&](KVOSrvSparseMatrix& half) { half.SetColumnsToZero(both, 2); });
+    EXPECT_EQ(ContentOf(*matrix), oracle.ExpectedContent());
+    ExpectHalfStorageRefused("SetcolumnsToZero", [&](KVOSrvSparseMatrix& half) { half.SetColumnsToZero(columns, 0); });
 }
 
 TEST(KVOSrvSparseMatrixRestructure, RefusesWhatIsNoPermutation)

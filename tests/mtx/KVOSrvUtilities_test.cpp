@@ -1,5 +1,6 @@
 #include "KVOSrvUtilities.h"
 
+#include "ExpectThrows.h"
 #include "KVOSrvMtxExceptions.h"
 
 #include <climits>
@@ -10,6 +11,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace
@@ -31,33 +33,19 @@ TEST(KVOSrvUtilities, LimitChunkSize2GB)
     for (auto [rows, cols, nRows, nCols, expectedRows, expectedCols] : kCases) {
         SCOPED_TRACE(std::to_string(rows) + ' ' + std::to_string(cols) + " of " + std::to_string(nRows) + " x " + std::to_string(nCols));
         KVOSrvUtilities::LimitChunkSize2GB(rows, cols, nRows, nCols);
-        EXPECT_EQ(rows, expectedRows);
-        EXPECT_EQ(cols, expectedCols);
+        EXPECT_EQ(std::pair(rows, cols), std::pair(expectedRows, expectedCols));
     }
-}
-
-TEST(KVOSrvUtilities, LimitChunkSize2GBRefusesAnEmptyMatrix)
-{
-    struct {
-        int nRows, nCols;
-    } const kShapes[] = {{0, 5}, {5, 0}, {-1, 5}, {5, INT_MIN}};
-    for (auto const [nRows, nCols] : kShapes) {
+    for (auto const& [nRows, nCols] : {std::pair(0, 5), {5, 0}, {-1, 5}, {5, INT_MIN}}) {
         int rows = 1 << 30, cols = 1 << 30;
-        try {
-            KVOSrvUtilities::LimitChunkSize2GB(rows, cols, nRows, nCols);
-            ADD_FAILURE() << nRows << " x " << nCols << " was taken";
-        } catch (KVOSrvMtxIllegalInput const& exception) {
-            EXPECT_STREQ(exception.AsString().c_str(), "KVOSrvMatrix::LimitChunkSize2GB - Illegal input.");
-        }
-        EXPECT_EQ(rows, 1 << 30);
-        EXPECT_EQ(cols, 1 << 30);
+        ExpectThrows<KVOSrvMtxIllegalInput>("KVOSrvMatrix::LimitChunkSize2GB - Illegal input.",
+                                            [&, r = nRows, c = nCols] { KVOSrvUtilities::LimitChunkSize2GB(rows, cols, r, c); });
+        EXPECT_EQ(std::pair(rows, cols), std::pair(1 << 30, 1 << 30));
     }
 }
 
 TEST(KVOSrvUtilities, TempDirectoryIsSharedText)
 {
     EXPECT_TRUE(KVOSrvUtilities::GetTempDirectory().IsEmpty());
-
     {
         cow_String const directory("/scratch/run 7");
         KVOSrvUtilities::SetTempDirectory(directory);
@@ -65,9 +53,7 @@ TEST(KVOSrvUtilities, TempDirectoryIsSharedText)
     }
     KVOSrvUtilities::SetTempDirectory(KVOSrvUtilities::GetTempDirectory());
     EXPECT_STREQ(KVOSrvUtilities::GetTempDirectory().c_str(), "/scratch/run 7");
-
     KVOSrvUtilities::SetTempDirectory(cow_String());
-    EXPECT_TRUE(KVOSrvUtilities::GetTempDirectory().IsEmpty());
 }
 
 std::vector<int> Ranges(std::vector<int> const& indices, int n, int maxRun)
@@ -81,7 +67,7 @@ std::vector<int> Ranges(std::vector<int> const& indices, int n, int maxRun)
     return {offsets.get(), offsets.get() + nRanges + 1};
 }
 
-TEST(KVOSrvFindContiguousRanges, Examples)
+TEST(KVOSrvFindContiguousRanges, RunsAreMaximal)
 {
     struct {
         std::vector<int> indices;
@@ -100,33 +86,18 @@ TEST(KVOSrvFindContiguousRanges, Examples)
     };
     for (auto const& c : kCases)
         EXPECT_EQ(Ranges(c.indices, c.n, c.maxRun), c.expected) << testing::PrintToString(c.indices) << ", at most " << c.maxRun;
-}
 
-// The runs tile the positions, none is longer than maxRun, and each is as long as it can be.
-TEST(KVOSrvFindContiguousRanges, RunsAreMaximal)
-{
     std::mt19937 random(5);
     for (int trial = 0; trial < 500; ++trial) {
         int const n = 1 + static_cast<int>(random() % 60), maxRun = 1 + static_cast<int>(random() % 9);
-        SCOPED_TRACE("trial " + std::to_string(trial) + ", n " + std::to_string(n) + ", maxRun " + std::to_string(maxRun));
-        std::vector<int> indices{static_cast<int>(random() % 100)};
-        while (static_cast<int>(indices.size()) < n)
+        std::vector<int> indices{7}, expected{0};
+        for (int k = 1; k < n; ++k) {
             indices.push_back(indices.back() + (random() % 5 != 0 ? 1 : static_cast<int>(random() % 7) - 3));
-
-        std::vector<int> const offsets = Ranges(indices, n, maxRun);
-
-        ASSERT_EQ(offsets.front(), 0);
-        ASSERT_EQ(offsets.back(), n);
-        for (std::size_t run = 0; run + 1 < offsets.size(); ++run) {
-            int const begin = offsets[run], end = offsets[run + 1];
-            ASSERT_LT(begin, end);
-            ASSERT_LE(end - begin, maxRun);
-            for (int k = begin + 1; k < end; ++k)
-                ASSERT_EQ(indices[k], indices[k - 1] + 1);
-            if (end < n && end - begin < maxRun) {
-                ASSERT_NE(indices[end], indices[end - 1] + 1);
-            }
+            if (indices[k] != indices[k - 1] + 1 || k - expected.back() == maxRun)
+                expected.push_back(k);
         }
+        expected.push_back(n);
+        EXPECT_EQ(Ranges(indices, n, maxRun), expected) << testing::PrintToString(indices) << ", at most " << maxRun;
     }
 }
 

@@ -11,7 +11,8 @@
 namespace
 {
 
-std::vector<std::string> s_calls;
+using Calls = std::vector<std::string>;
+Calls s_calls;
 
 // Stands for a dependent library that adds one module to the tally, or takes it off again.
 void Record(char const* call, int& tally, int change)
@@ -22,138 +23,62 @@ void Record(char const* call, int& tally, int change)
 
 } // namespace
 
-void KVOBasCoreUtils_initialize(int& tally)
-{
-    Record("+CoreUtils", tally, 1);
-}
-void KVOBasCoreUtils_finalize(int& tally)
-{
-    Record("-CoreUtils", tally, -1);
-}
-void KVOBasShared_initialize(int& tally)
-{
-    Record("+Shared", tally, 1);
-}
-void KVOBasShared_finalize(int& tally)
-{
-    Record("-Shared", tally, -1);
-}
-void KVOBasDrexa_initialize(int& tally)
-{
-    Record("+Drexa", tally, 1);
-}
-void KVOBasDrexa_finalize(int& tally)
-{
-    Record("-Drexa", tally, -1);
-}
-void KVOSimContainers_initialize(int& tally)
-{
-    Record("+Containers", tally, 1);
-}
-void KVOSimContainers_finalize(int& tally)
-{
-    Record("-Containers", tally, -1);
-}
-void KVOSimAPI_initialize(int& tally)
-{
-    Record("+API", tally, 1);
-}
-void KVOSimAPI_finalize(int& tally)
-{
-    Record("-API", tally, -1);
-}
-void KVOSrvBasic_initialize(int& tally)
-{
-    Record("+Basic", tally, 1);
-}
-void KVOSrvBasic_finalize(int& tally)
-{
-    Record("-Basic", tally, -1);
-}
-void KVOFsmShared_initialize(int& tally)
-{
-    Record("+Fsm", tally, 1);
-}
-void KVOFsmShared_finalize(int& tally)
-{
-    Record("-Fsm", tally, -1);
-}
-void blaC_initialize(int& tally)
-{
-    Record("+blaC", tally, 1);
-}
-void blaC_finalize(int& tally)
-{
-    Record("-blaC", tally, -1);
-}
+#define KVO_STAND_IN(library)                                                                                                              \
+    void library##_initialize(int& tally)                                                                                                  \
+    {                                                                                                                                      \
+        Record("+" #library, tally, 1);                                                                                                    \
+    }                                                                                                                                      \
+    void library##_finalize(int& tally)                                                                                                    \
+    {                                                                                                                                      \
+        Record("-" #library, tally, -1);                                                                                                   \
+    }
+
+KVO_STAND_IN(KVOBasCoreUtils)
+KVO_STAND_IN(KVOBasShared)
+KVO_STAND_IN(KVOBasDrexa)
+KVO_STAND_IN(KVOSimContainers)
+KVO_STAND_IN(KVOSimAPI)
+KVO_STAND_IN(KVOSrvBasic)
+KVO_STAND_IN(KVOFsmShared)
+KVO_STAND_IN(blaC)
 
 namespace
 {
 
-using Calls = std::vector<std::string>;
-
 // From a tally of 100: the library itself is 101, mtx comes last to start and first to end.
-Calls const kStart{"+CoreUtils 101", "+Shared 102", "+Drexa 103", "+Containers 104", "+API 105", "+Basic 106", "+Fsm 107", "+blaC 108"};
-Calls const kEnd{"-blaC 108", "-Fsm 107", "-Basic 106", "-API 105", "-Containers 104", "-Drexa 103", "-Shared 102", "-CoreUtils 101"};
+Calls const kStart{"+KVOBasCoreUtils 101", "+KVOBasShared 102", "+KVOBasDrexa 103",  "+KVOSimContainers 104",
+                   "+KVOSimAPI 105",       "+KVOSrvBasic 106",  "+KVOFsmShared 107", "+blaC 108"};
+Calls const kEnd{"-blaC 108",        "-KVOFsmShared 107", "-KVOSrvBasic 106",    "-KVOSimAPI 105", "-KVOSimContainers 104",
+                 "-KVOBasDrexa 103", "-KVOBasShared 102", "-KVOBasCoreUtils 101"};
 
-class Lifecycle : public testing::Test
+TEST(Lifecycle, OutermostPairStartsAndEndsTheDependentLibraries)
 {
-protected:
-    Calls Start()
-    {
+    auto const start = KVOMtxLinearAlgebra_initialize, end = KVOMtxLinearAlgebra_finalize, startModule = mtx_initialize,
+               endModule = mtx_finalize;
+    struct {
+        void (*run)(int&);
+        int tally; // afterwards
+        Calls calls;
+    } const kSteps[] = {
+        {start, 110, kStart}, {start, 110, {}},     {end, 110, {}},
+        {end, 100, kEnd},     {end, 100, {}}, // an end without a start makes the next start do nothing
+        {start, 100, {}},     {start, 110, kStart}, {end, 100, kEnd},
+    };
+    int tally = 100;
+    for (auto const& step : kSteps) {
         s_calls.clear();
-        KVOMtxLinearAlgebra_initialize(m_tally);
-        return s_calls;
+        step.run(tally);
+        EXPECT_EQ(tally, step.tally) << "step " << &step - kSteps;
+        EXPECT_EQ(s_calls, step.calls) << "step " << &step - kSteps;
     }
 
-    Calls End()
-    {
-        s_calls.clear();
-        KVOMtxLinearAlgebra_finalize(m_tally);
-        return s_calls;
+    // A host that starts the matrix module first keeps it after the library's end; the library then counts it only once.
+    std::vector<int> tallies;
+    for (auto const run : {startModule, start, startModule, endModule, end, endModule}) {
+        run(tally);
+        tallies.push_back(tally);
     }
-
-    int m_tally = 100;
-};
-
-TEST_F(Lifecycle, OutermostPairStartsAndEndsTheDependentLibraries)
-{
-    for (int round = 0; round < 2; ++round) {
-        EXPECT_EQ(Start(), kStart);
-        EXPECT_EQ(m_tally, 110);
-        EXPECT_EQ(Start(), Calls());
-        EXPECT_EQ(End(), Calls());
-        EXPECT_EQ(m_tally, 110);
-        EXPECT_EQ(End(), kEnd);
-        EXPECT_EQ(m_tally, 100);
-    }
-}
-
-TEST_F(Lifecycle, EndWithoutStartMakesTheNextStartDoNothing)
-{
-    EXPECT_EQ(End(), Calls());
-    EXPECT_EQ(Start(), Calls());
-    EXPECT_EQ(m_tally, 100);
-    EXPECT_EQ(Start(), kStart);
-    EXPECT_EQ(m_tally, 110);
-    EXPECT_EQ(End(), kEnd);
-    EXPECT_EQ(m_tally, 100);
-}
-
-// A host that starts the matrix module first keeps it after the library's end; the library then counts it only once.
-TEST_F(Lifecycle, MatrixModuleCountsByItself)
-{
-    mtx_initialize(m_tally);
-    EXPECT_EQ(m_tally, 101);
-    Start();
-    EXPECT_EQ(m_tally, 110);
-    mtx_initialize(m_tally);
-    mtx_finalize(m_tally);
-    EXPECT_EQ(m_tally, 110);
-    End();
-    EXPECT_EQ(m_tally, 101);
-    mtx_finalize(m_tally);
-    EXPECT_EQ(m_tally, 100);
+    EXPECT_EQ(tallies, (std::vector{101, 110, 110, 110, 101, 100}));
 }
 
 } // namespace

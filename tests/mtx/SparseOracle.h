@@ -1,11 +1,13 @@
 #pragma once
 
+#include "ExpectThrows.h"
 #include "KVOSrvSparseMatrix.h"
 #include "SparseFiles.h"
 #include "mem_Allocator.h"
 
 #include <cstdint>
 #include <map>
+#include <numeric>
 #include <random>
 #include <utility>
 #include <vector>
@@ -20,13 +22,13 @@ struct SparseOracle {
             place->second += value;
     }
 
-    /// The stored entries row by row, columns ascending.
-    std::vector<Entry> Entries() const
+    /// What a matrix of full storage shows: its entries row by row, columns ascending.
+    Content ExpectedContent() const
     {
-        std::vector<Entry> entries;
+        Content content{rows, columns, static_cast<int>(places.size()), {}};
         for (auto const& [place, value] : places)
-            entries.push_back(MakeEntry(place.first, place.second, value));
-        return entries;
+            content.entries.push_back(MakeEntry(place.first, place.second, value));
+        return content;
     }
 
     /// A matrix of the same entries, assembled.
@@ -77,9 +79,8 @@ inline SparseOracle RandomOracle(SparseShape const& shape, unsigned seed)
 
 inline std::vector<int> RandomPermutation(int n, unsigned seed)
 {
-    std::vector<int> perm;
-    for (int k = 0; k < n; ++k)
-        perm.push_back(k);
+    std::vector<int> perm(static_cast<std::size_t>(n));
+    std::iota(perm.begin(), perm.end(), 0);
     std::shuffle(perm.begin(), perm.end(), std::mt19937(seed));
     return perm;
 }

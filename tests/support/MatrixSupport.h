@@ -1,16 +1,14 @@
 #pragma once
 
+#include "Dense.h"
+#include "ExpectThrows.h"
 #include "KVOSrvMatrix.h"
 #include "KVOSrvMtxExceptions.h"
 #include "mem_Allocator.h"
 
-#include <algorithm>
-#include <cmath>
+#include <array>
 #include <cstring>
-#include <gtest/gtest.h>
-#include <random>
 #include <string>
-#include <vector>
 
 inline int StoredEntries(KVOSrvMatrix const& matrix)
 {
@@ -42,8 +40,8 @@ inline KVOSrvMatrix RandomMatrix(int rows, int columns, bool diagonal = false)
 class GuardedMatrix
 {
 public:
-    GuardedMatrix(int rows, int columns, bool symmetric, bool diagonal)
-        : m_array(static_cast<std::size_t>(2 * kGuard + (diagonal ? rows : rows * columns)), kPattern),
+    GuardedMatrix(int rows, int columns, bool symmetric = false, bool diagonal = false)
+        : m_array(static_cast<std::size_t>(2 * kGuard + (diagonal ? rows : rows * columns)), kPadding),
           matrix(rows, columns, m_array.data() + kGuard, symmetric, diagonal)
     {
         FillRandom(matrix);
@@ -52,36 +50,16 @@ public:
     GuardedMatrix& operator=(GuardedMatrix const&) = delete;
     ~GuardedMatrix()
     {
-        EXPECT_EQ(std::count(m_array.begin(), m_array.begin() + kGuard, kPattern), kGuard);
-        EXPECT_EQ(std::count(m_array.end() - kGuard, m_array.end(), kPattern), kGuard);
+        EXPECT_EQ(std::count(m_array.begin(), m_array.begin() + kGuard, kPadding), kGuard);
+        EXPECT_EQ(std::count(m_array.end() - kGuard, m_array.end(), kPadding), kGuard);
     }
 
 private:
     static constexpr int kGuard = 17; // odd, so that the matrix begins within a cache line
-    static constexpr double kPattern = -8.25e99;
-    std::vector<double> m_array;
+    Vector m_array;
 
 public:
     KVOSrvMatrix matrix;
-};
-
-/// A dense copy of any matrix: what the tests compute with.
-struct Dense {
-    Dense(int rowCount, int columnCount)
-        : rows(rowCount), columns(columnCount), values(static_cast<std::size_t>(rowCount) * static_cast<std::size_t>(columnCount))
-    {
-    }
-    explicit Dense(KVOSrvMatrix const& matrix) : Dense(matrix.NumberOfRows(), matrix.NumberOfColumns())
-    {
-        for (int j = 0; j < columns; ++j)
-            for (int i = 0; i < rows; ++i)
-                At(i, j) = Element(matrix, i, j);
-    }
-    double& At(int i, int j) { return values[i + static_cast<std::size_t>(j) * rows]; }
-    double At(int i, int j) const { return values[i + static_cast<std::size_t>(j) * rows]; }
-
-    int rows, columns;
-    std::vector<double> values;
 };
 
 inline bool SameBits(double x, double y)
@@ -118,11 +96,11 @@ public:
     explicit Snapshot(KVOSrvMatrix const& matrix) : m_matrix(matrix), m_array(matrix.Values()), m_copy(matrix) {}
     void ExpectUnchanged() const
     {
+        auto const fields = [](KVOSrvMatrix const& m) {
+            return std::array{m.NumberOfRows(), m.NumberOfColumns(), int{m.IsSymmetric()}, int{m.IsDiagonal()}};
+        };
         EXPECT_EQ(m_matrix.Values(), m_array);
-        EXPECT_EQ(m_matrix.NumberOfRows(), m_copy.NumberOfRows());
-        EXPECT_EQ(m_matrix.NumberOfColumns(), m_copy.NumberOfColumns());
-        EXPECT_EQ(m_matrix.IsSymmetric(), m_copy.IsSymmetric());
-        EXPECT_EQ(m_matrix.IsDiagonal(), m_copy.IsDiagonal());
+        EXPECT_EQ(fields(m_matrix), fields(m_copy));
         EXPECT_TRUE(std::equal(m_array, m_array + StoredEntries(m_copy), m_copy.Values(), SameBits));
     }
 
@@ -137,12 +115,7 @@ template<class Run>
 void ExpectRefused(char const* operation, KVOSrvMatrix const& matrix, Run const& run)
 {
     Snapshot const before(matrix);
-    try {
-        run();
-        ADD_FAILURE() << operation << ": not refused";
-    } catch (KVOSrvMtxIllegalInput const& exception) {
-        EXPECT_EQ(std::string(exception.AsString().c_str()), std::string("KVOSrvMatrix::") + operation + " - Illegal input.");
-    }
+    ExpectThrows<KVOSrvMtxIllegalInput>(std::string("KVOSrvMatrix::") + operation + " - Illegal input.", run);
     before.ExpectUnchanged();
 }
 

@@ -10,9 +10,9 @@
 class TemporaryFolder
 {
 public:
-    TemporaryFolder()
+    explicit TemporaryFolder(std::filesystem::path const& parent = std::filesystem::temp_directory_path())
     {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kvo-test-XXXXXX").string();
+        std::string pattern = (parent / "kvo-test-XXXXXX").string();
         if (mkdtemp(pattern.data()) == nullptr)
             throw std::runtime_error("no temporary folder");
         m_path = pattern;

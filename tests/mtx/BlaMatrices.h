@@ -1,0 +1,142 @@
+#pragma once
+
+#include "KVOSrvBlaMatrix.h"
+#include "MatrixSupport.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+
+// What the tests of the BLAS-backed matrix share.
+
+using Property = KVOSrvBlaMatrix::KVOSrvMtxProperty;
+Property const kGeneral = KVOSrvBlaMatrix::KVOSrvMtxGeneral;
+Property const kSymmetric = KVOSrvBlaMatrix::KVOSrvMtxSymmetric;
+Property const kSkewSymmetric = KVOSrvBlaMatrix::KVOSrvMtxSkewSymmetric;
+Property const kSecondSymmetric = KVOSrvBlaMatrix::KVOSrvMtxSecondSymmetric;
+
+struct BlaDeleter {
+    void operator()(KVOSrvBlaMatrix* matrix) const
+    {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor" // of this very class
+        delete matrix;
+#pragma GCC diagnostic pop
+    }
+};
+using BlaPointer = std::unique_ptr<KVOSrvBlaMatrix, BlaDeleter>;
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+/// An operand that shows a test which tiles are fetched from it, as "firstRow-lastRow,firstColumn-lastColumn", and takes what to give.
+class Probe final : public KVOSrvBlaMatrix
+{
+public:
+    using Give = std::function<KVOSrvBlaMatrix*(std::string const& range, KVOSrvBlaMatrix* tile)>;
+
+    Probe(Dense const& values, Give give)
+        : KVOSrvBlaMatrix(values.rows, values.columns, values.values.data(), kGeneral), m_give(std::move(give))
+    {
+    }
+    KVOSrvBlaMatrix* Submatrix(int startRow, int endRow, int startCol, int endCol) const override
+    {
+        std::string const rows = std::to_string(startRow) + '-' + std::to_string(endRow);
+        return m_give(rows + ',' + std::to_string(startCol) + '-' + std::to_string(endCol),
+                      KVOSrvBlaMatrix::Submatrix(startRow, endRow, startCol, endCol));
+    }
+
+private:
+    Give m_give;
+};
+#pragma GCC diagnostic pop
+
+inline Dense RandomDense(int rows, int columns)
+{
+    return Dense(RandomMatrix(rows, columns));
+}
+
+inline BlaPointer MakeBla(Dense const& values, Property property = kGeneral)
+{
+    return BlaPointer(new KVOSrvBlaMatrix(values.rows, values.columns, values.values.data(), property));
+}
+
+inline Dense ValuesOf(KVOSrvBlaMatrix const& matrix)
+{
+    Dense values(matrix.NumberOfRows(), matrix.NumberOfColumns());
+    if (!values.values.empty())
+        matrix.GetValues(0, values.rows - 1, 0, values.columns - 1, values.values.data());
+    return values;
+}
+
+/// A random matrix that a view shows a part of: it has a leading dimension wider than its rows, and guards around.
+class Framed
+{
+public:
+    Framed(int rows, int columns)
+        : m_rows(rows), m_columns(columns), m_frame(RandomDense(rows + 5, columns + 3)), m_parent(MakeBla(m_frame)),
+          m_view(m_parent->Submatrix(2, 1 + rows, 1, columns)), values(Part())
+    {
+    }
+    KVOSrvBlaMatrix& operator*() const { return *m_view; }
+    KVOSrvBlaMatrix* operator->() const { return m_view.get(); }
+    /// Expects everything around the view to be as it was.
+    void ExpectFrameUnchanged() const
+    {
+        Dense frame = m_frame, now = ValuesOf(*m_parent);
+        for (int j = 1; j <= m_columns; ++j)
+            for (int i = 2; i < m_rows + 2; ++i)
+                frame.At(i, j) = now.At(i, j) = 0.0;
+        EXPECT_TRUE(std::equal(frame.values.begin(), frame.values.end(), now.values.begin(), SameBits));
+    }
+
+private:
+    Dense Part() const
+    {
+        Dense part(m_rows, m_columns);
+        for (int j = 0; j < m_columns; ++j)
+            for (int i = 0; i < m_rows; ++i)
+                part.At(i, j) = m_frame.At(i + 2, j + 1);
+        return part;
+    }
+
+    int m_rows, m_columns;
+    Dense m_frame;
+    BlaPointer m_parent, m_view;
+
+public:
+    Dense const values; // the view's first
+};
+
+/// Every element of `matrix` is expected(i, j), a double or an Expected.
+template<class Expectation>
+void ExpectBlaElements(KVOSrvBlaMatrix const& matrix, Expectation const& expectation)
+{
+    Dense values = ValuesOf(matrix);
+    ExpectElements(KVOSrvMatrix(values.rows, values.columns, values.values.data(), false, false), expectation);
+}
+
+inline void ExpectValues(KVOSrvBlaMatrix const& matrix, Dense const& expected)
+{
+    ASSERT_EQ(matrix.NumberOfRows(), expected.rows);
+    ASSERT_EQ(matrix.NumberOfColumns(), expected.columns);
+    ExpectBlaElements(matrix, [&](int i, int j) { return expected.At(i, j); });
+}
+
+/// Lets each allocation of `run` fail in turn, and expects mem_OutOfMemory and the values of `matrix` unchanged. Returns how many there
+/// are.
+template<class Run>
+int FailEachBlaAllocation(KVOSrvBlaMatrix const& matrix, Run const& run)
+{
+    for (int allocation = 0;; ++allocation) {
+        Dense const before = ValuesOf(matrix);
+        mem_FailAllocationAfter(allocation);
+        try {
+            run();
+            mem_FailAllocationAfter(-1);
+            return allocation;
+        } catch (mem_OutOfMemory const&) {
+            ExpectValues(matrix, before);
+        }
+    }
+}

@@ -1,0 +1,168 @@
+#include "BlaMatrices.h"
+
+#include <array>
+#include <random>
+
+namespace
+{
+
+TEST(KVOSrvBlaMatrix, CopiesItsValuesOrIsZero)
+{
+    for (auto const& [rows, columns] : {std::pair(0, 0), {0, 3}, {3, 0}, {1, 1}, {7, 8}, {145, 3}}) {
+        SCOPED_TRACE(testing::Message() << rows << " x " << columns);
+        Dense const values = RandomDense(rows, columns);
+        ExpectValues(*MakeBla(values, kSymmetric), values);
+        ExpectValues(KVOSrvBlaMatrix(rows, columns, nullptr, kGeneral), Dense(rows, columns));
+    }
+    KVOSrvBlaMatrix const bystander(1, 1, nullptr, kGeneral);
+    EXPECT_EQ(FailEachBlaAllocation(bystander, [] { KVOSrvBlaMatrix(3, 3, nullptr, kGeneral); }), 2);
+    for (auto const& [rows, columns] : {std::pair(-1, 5), {65536, 65536}, {65537, 65537}}) // the last wraps around to a small number
+        EXPECT_THROW(KVOSrvBlaMatrix(rows, columns, nullptr, kGeneral), mem_OutOfMemory);
+}
+
+TEST(KVOSrvBlaMatrix, PropertiesAndShapeOfViews)
+{
+    struct {
+        int property;
+        bool symmetric, skewSymmetric;
+    } const kCases[] = {{0, false, false}, {1, true, false}, {2, false, true}, {3, true, false}};
+    for (auto const& [property, symmetric, skewSymmetric] : kCases) {
+        KVOSrvBlaMatrix const matrix(4, 4, nullptr, static_cast<Property>(property));
+        BlaPointer const view(matrix.Submatrix(0, 3, 1, 2));
+        EXPECT_EQ(matrix.IsSymmetric(), symmetric);
+        EXPECT_EQ(matrix.IsSkewSymmetric(), skewSymmetric);
+        EXPECT_FALSE(view->IsSymmetric() || view->IsSkewSymmetric());
+        EXPECT_EQ(view->NumberOfRows(), 4);
+        EXPECT_EQ(view->NumberOfColumns(), 2);
+    }
+}
+
+TEST(KVOSrvBlaMatrix, ViewsShareTheArrayAndOutliveTheirParents)
+{
+    std::mt19937 random(7);
+    Dense values = RandomDense(9, 8);
+    struct View {
+        BlaPointer matrix;
+        int row, column; // of its first element
+    };
+    std::array<View, 6> views;
+    for (int round = 0; round < 20; ++round) {
+        views[0] = {MakeBla(values), 0, 0};
+        for (std::size_t v = 1; v < views.size(); ++v) { // each of an earlier one, none of them empty
+            View const& parent = views[random() % v];
+            auto const range = [&](int size) {
+                int const first = static_cast<int>(random() % ((static_cast<unsigned>(size) + 1) / 2));
+                return std::pair(first, first + static_cast<int>(random() % static_cast<unsigned>(size - first)));
+            };
+            auto const [row, lastRow] = range(parent.matrix->NumberOfRows());
+            auto const [column, lastColumn] = range(parent.matrix->NumberOfColumns());
+            views[v] = {BlaPointer(parent.matrix->Submatrix(row, lastRow, column, lastColumn)), parent.row + row, parent.column + column};
+        }
+        std::shuffle(views.begin(), views.end(), random);
+        for (View& gone : views) { // written by one, seen by all, one less at a time
+            double const value = values.At(gone.row, gone.column) = round + 0.5;
+            gone.matrix->SetValues(0, 0, 0, 0, &value);
+            for (View const& view : views)
+                if (view.matrix != nullptr)
+                    ExpectBlaElements(*view.matrix, [&](int i, int j) { return values.At(view.row + i, view.column + j); });
+            gone.matrix.reset();
+        }
+    }
+    KVOSrvBlaMatrix const matrix(3, 3, nullptr, kGeneral);
+    EXPECT_EQ(FailEachBlaAllocation(matrix, [&] { BlaPointer(matrix.Submatrix(0, 1, 0, 1)); }), 1);
+}
+
+TEST(KVOSrvBlaMatrix, SetsAndGetsRanges)
+{
+    struct {
+        int rows, columns, firstRow, lastRow, firstColumn, lastColumn;
+    } const kCases[] = {{1, 1, 0, 0, 0, 0}, {9, 7, 0, 8, 0, 6}, {9, 7, 2, 5, 6, 6}, {9, 7, 0, 8, 1, 3}, {9, 7, 8, 8, 0, 6}};
+    for (auto const& [rows, columns, firstRow, lastRow, firstColumn, lastColumn] : kCases) {
+        SCOPED_TRACE(testing::Message() << firstRow << " to " << lastRow << ", " << firstColumn << " to " << lastColumn);
+        Framed const target(rows, columns), block(lastRow - firstRow + 1, lastColumn - firstColumn + 1);
+        Dense packed = RandomDense(block.values.rows, block.values.columns), expected = target.values;
+        auto const expectPut = [&, row = firstRow, column = firstColumn](Dense const& put) {
+            for (int j = 0; j < put.columns; ++j)
+                for (int i = 0; i < put.rows; ++i)
+                    expected.At(row + i, column + j) = put.At(i, j);
+            ExpectValues(*target, expected);
+        };
+
+        target->SetValues(firstRow, lastRow, firstColumn, lastColumn, packed.values.data());
+        expectPut(packed);
+        target->SetValues(firstRow, lastRow, firstColumn, lastColumn, *block);
+        expectPut(block.values);
+        target->GetValues(firstRow, lastRow, firstColumn, lastColumn, packed.values.data());
+        EXPECT_EQ(packed.values, block.values.values);
+        Framed const taken(packed.rows, packed.columns);
+        target->GetValues(firstRow, lastRow, firstColumn, lastColumn, *taken);
+        ExpectValues(*taken, packed);
+
+        target.ExpectFrameUnchanged();
+        taken.ExpectFrameUnchanged();
+    }
+}
+
+TEST(KVOSrvBlaMatrix, SetDiagonal)
+{
+    double const values[] = {1.5, 2.5, 3.5, 4.5};
+    for (auto const& [rows, columns] : {std::pair(3, 4), {4, 3}, {4, 4}, {1, 1}, {0, 4}}) {
+        Framed const matrix(std::max(rows, 1), columns);
+        BlaPointer const view(rows > 0 ? matrix->Submatrix(0, rows - 1, 0, columns - 1) : new KVOSrvBlaMatrix(0, 4, nullptr, kGeneral));
+        view->SetDiagonal(values);
+        ExpectBlaElements(*view, [&](int i, int j) { return i == j ? values[i] : matrix.values.At(i, j); });
+        matrix.ExpectFrameUnchanged();
+    }
+}
+
+TEST(KVOSrvBlaMatrix, AssignmentCopiesValuesAndProperty)
+{
+    Framed const target(5, 7), source(5, 7);
+    *target = *source;
+    ExpectValues(*target, source.values);
+    target.ExpectFrameUnchanged();
+
+    KVOSrvBlaMatrix symmetric(5, 7, nullptr, kSymmetric);
+    symmetric = 2.0;
+    EXPECT_TRUE(symmetric.IsSymmetric());
+    *target = symmetric;
+    EXPECT_TRUE(target->IsSymmetric());
+    symmetric = *source;
+    EXPECT_FALSE(symmetric.IsSymmetric());
+    *source = -1.0; // shared by nobody
+    ExpectValues(symmetric, source.values);
+    ExpectBlaElements(*target, [](int, int) { return 2.0; });
+    target.ExpectFrameUnchanged();
+    source.ExpectFrameUnchanged();
+    KVOSrvBlaMatrix& same = symmetric;
+    symmetric = same;
+    ExpectValues(symmetric, source.values);
+}
+
+TEST(KVOSrvBlaMatrix, Transpose)
+{
+    for (int n : {1, 2, 7, 9, 33}) {
+        Framed const matrix(n, n);
+        matrix->Transpose();
+        ExpectBlaElements(*matrix, [&](int i, int j) { return matrix.values.At(j, i); });
+        matrix.ExpectFrameUnchanged();
+    }
+    Dense const values = RandomDense(2, 3);
+    BlaPointer const matrix = MakeBla(values, kSymmetric);
+    EXPECT_EQ(FailEachBlaAllocation(*matrix, [&] { matrix->Transpose(); }), 1);
+    EXPECT_EQ(matrix->NumberOfRows(), 3);
+    EXPECT_EQ(matrix->NumberOfColumns(), 2);
+    EXPECT_TRUE(matrix->IsSymmetric());
+    // By columns without gaps, but the leading dimension is still 2: the second column is found one element early.
+    double transposed[] = {values.At(0, 0), values.At(0, 1), values.At(0, 2), values.At(1, 0), values.At(1, 1)};
+    ExpectBlaElements(*matrix, [&](int i, int j) { return transposed[2 * j + i]; });
+    double const diagonal[] = {transposed[0] = 7.5, transposed[3] = 8.5};
+    matrix->SetDiagonal(diagonal);
+    ExpectBlaElements(*matrix, [&](int i, int j) { return transposed[2 * j + i]; });
+    Dense const last = RandomDense(1, 40);
+    BlaPointer const row = MakeBla(last);
+    row->Transpose();
+    ExpectBlaElements(*row, [&](int i, int) { return last.At(0, i); });
+}
+
+} // namespace
