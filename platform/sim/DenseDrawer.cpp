@@ -1,0 +1,195 @@
+#include "DenseDrawer.h"
+
+#include "DataPath.h"
+#include "Hdf5Dataset.h"
+#include "KVOSimTypeKey.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace simdb
+{
+
+struct DenseDrawer::State {
+    State(std::shared_ptr<File> owner, std::unique_ptr<Hdf5Dataset> data, bool isNew) : file(std::move(owner)), dataset(std::move(data))
+    {
+        if (!FileAccess::Of(*file).LeavesAllToHdf5() && !dataset->IsFiltered())
+            path = std::make_unique<DataPath>(*file, *dataset, isNew);
+    }
+
+    std::shared_ptr<File> file;
+    std::unique_ptr<Hdf5Dataset> dataset;
+    std::unique_ptr<DataPath> path; ///< null: HDF5 moves the values
+};
+
+namespace
+{
+
+void RequireRanges(std::span<std::int64_t const> sizes, std::span<Range const> ranges, char const* doing, std::string const& path)
+{
+    bool inside = ranges.size() == sizes.size();
+    for (std::size_t d = 0; inside && d < ranges.size(); ++d)
+        inside = ranges[d].first >= 0 && ranges[d].first <= ranges[d].last && ranges[d].last < sizes[d];
+    if (!inside)
+        ThrowReason(doing, path, "the range lies outside the drawer");
+}
+
+void RequireShape(DenseShape const& shape, std::string const& path)
+{
+    auto const require = [&](bool held, char const* why) {
+        if (!held)
+            ThrowReason("Cannot create a dense drawer in", path, why);
+    };
+    require(!shape.sizes.empty() && shape.sizes.size() <= H5S_MAX_RANK, "a drawer has 1 to 32 dimensions");
+    require(shape.chunkSizes.empty() || shape.chunkSizes.size() == shape.sizes.size(), "there must be one chunk size per dimension");
+    std::int64_t const valueBytes = KVOSimTypeKeySize(shape.typeKey);
+    std::int64_t bytes = valueBytes;
+    for (std::int64_t const size : shape.sizes)
+        require(size >= 0 && !__builtin_mul_overflow(bytes, std::max<std::int64_t>(size, 1), &bytes), "its sizes are too large");
+    std::int64_t chunkBytes = valueBytes;
+    for (std::int64_t const size : shape.chunkSizes)
+        require(size >= 1 && !__builtin_mul_overflow(chunkBytes, size, &chunkBytes) &&
+                    chunkBytes <= std::numeric_limits<std::uint32_t>::max(),
+                "a chunk must have 1 or more values in every dimension and less than 4 GiB");
+}
+
+} // namespace
+
+DenseDrawer::DenseDrawer(std::unique_ptr<State> state) noexcept : m_state(std::move(state)) {}
+
+DenseDrawer::~DenseDrawer() = default;
+
+std::shared_ptr<DenseDrawer> DenseDrawer::Create(std::shared_ptr<File> file, DenseShape const& shape)
+{
+    SilentErrors const silent;
+    RequireShape(shape, file->Path());
+    auto dataset = std::make_unique<Hdf5Dataset>(file, shape);
+    return std::shared_ptr<DenseDrawer>(new DenseDrawer(std::make_unique<State>(file, std::move(dataset), true)));
+}
+
+std::shared_ptr<DenseDrawer> DenseDrawer::Open(std::shared_ptr<File> file, hid_t group, char const* name)
+{
+    SilentErrors const silent;
+    auto dataset = std::make_unique<Hdf5Dataset>(file, group, name);
+    return std::shared_ptr<DenseDrawer>(new DenseDrawer(std::make_unique<State>(file, std::move(dataset), false)));
+}
+
+void DenseDrawer::LinkTo(hid_t group, char const* name)
+{
+    SilentErrors const silent;
+    m_state->dataset->LinkTo(group, name);
+}
+
+DenseShape const& DenseDrawer::Shape() const noexcept
+{
+    return m_state->dataset->Shape();
+}
+
+hid_t DenseDrawer::Dataset()
+{
+    return m_state->dataset->Id();
+}
+
+void DenseDrawer::Read(std::span<Range const> ranges, void* buffer)
+{
+    RequireRanges(Shape().sizes, ranges, "Cannot read values of", m_state->file->Path());
+    if (m_state->path)
+        return m_state->path->Read(ranges, buffer);
+    SilentErrors const silent;
+    m_state->dataset->Read(ranges, buffer);
+}
+
+void DenseDrawer::Write(std::span<Range const> ranges, void const* buffer)
+{
+    RequireRanges(Shape().sizes, ranges, "Cannot write values to", m_state->file->Path());
+    if (m_state->path)
+        return m_state->path->Write(ranges, buffer);
+    SilentErrors const silent;
+    m_state->dataset->Write(ranges, buffer);
+}
+
+void DenseDrawer::Announce(std::span<Range const> ranges) noexcept
+{
+    try {
+        RequireRanges(Shape().sizes, ranges, "Cannot announce values of", m_state->file->Path());
+        if (m_state->path)
+            m_state->path->Announce(ranges);
+    } catch (...) {
+        // Deliberate: an announcement is a hint, the transfer that follows reports what is wrong.
+    }
+}
+
+void DenseDrawer::Resize(int dim, std::int64_t size)
+{
+    SilentErrors const silent;
+    DenseShape shape = Shape();
+    std::string const& path = m_state->file->Path();
+    if (dim < 0 || static_cast<std::size_t>(dim) >= shape.sizes.size())
+        ThrowReason("Cannot resize a dense drawer of", path, "it has no such dimension");
+    if (m_state->file->IsReadOnly())
+        ThrowReason("Cannot resize a dense drawer of", path, "the database is open for reading only");
+    shape.sizes[static_cast<std::size_t>(dim)] = size;
+    RequireShape(shape, path);
+    if (shape.chunkSizes.empty())
+        return ReplaceBy(shape);
+    if (m_state->path)
+        m_state->path->Resize(dim, size);
+    else
+        m_state->dataset->SetExtent(dim, size);
+}
+
+void DenseDrawer::ReplaceBy(DenseShape const& shape)
+{
+    DenseDrawer other(std::make_unique<State>(m_state->file, std::make_unique<Hdf5Dataset>(m_state->file, shape), true));
+    CopyTo(other);
+    other.m_state->dataset->TakePlaceOf(*m_state->dataset);
+    m_state.swap(other.m_state);
+}
+
+// Some slices along the first dimension at a time.
+void DenseDrawer::CopyTo(DenseDrawer& other)
+{
+    constexpr std::int64_t kBytes = 16 << 20;
+    std::vector<Range> ranges;
+    for (std::size_t d = 0; d < Shape().sizes.size(); ++d)
+        ranges.push_back({0, std::min(Shape().sizes[d], other.Shape().sizes[d]) - 1});
+    std::int64_t const count = ranges[0].Count();
+    std::int64_t sliceBytes = KVOSimTypeKeySize(Shape().typeKey);
+    for (std::size_t d = 1; d < ranges.size(); ++d)
+        sliceBytes *= ranges[d].Count();
+    if (sliceBytes == 0)
+        return;
+    std::int64_t const step = std::clamp<std::int64_t>(kBytes / sliceBytes, 1, std::max<std::int64_t>(count, 1));
+    std::unique_ptr<void, mem_Deleter> const values(mem_OperatorNewThrow(mem_ArrayBytes(step, static_cast<std::size_t>(sliceBytes))));
+    for (std::int64_t first = 0; first < count; first += step) {
+        ranges[0] = {first, std::min(first + step, count) - 1};
+        Read(ranges, values.get());
+        other.Write(ranges, values.get());
+    }
+}
+
+bool DenseDrawer::ChunksAllocated(std::span<Range const> chunks) const
+{
+    SilentErrors const silent;
+    DenseShape const& shape = Shape();
+    if (shape.chunkSizes.empty())
+        return true;
+    ChunkGrid const grid(shape.sizes, shape.chunkSizes);
+    RequireRanges(grid.ChunkCounts(), chunks, "Cannot find chunks of", m_state->file->Path());
+    return ChunkGrid::ForEachPlace(chunks, [&](Extents const& at) {
+        if (m_state->path)
+            return m_state->path->IsWritten(at);
+        Extents origin;
+        for (std::size_t d = 0; d < grid.Rank(); ++d)
+            origin[d] = at[d] * grid.ChunkSizes()[d];
+        return m_state->dataset->ChunkAddress({origin.data(), grid.Rank()}).has_value();
+    });
+}
+
+void DenseDrawer::SetCacheBytes(std::uint64_t bytes) noexcept
+{
+    if (m_state->path)
+        m_state->path->SetCacheBytes(bytes);
+}
+
+} // namespace simdb

@@ -1,0 +1,315 @@
+#include "Distribution.h"
+
+#include "Context.h"
+#include "FileAccess.h"
+#include "KVOBasException.h"
+#include "KVOSimTypeKey.h"
+#include "Session.h"
+
+#include <algorithm>
+#include <new>
+
+namespace simdb
+{
+
+namespace
+{
+
+constexpr char const* kOpening = "Cannot open a drawer of the database";
+
+std::string NameOf(int distribution, int drawer)
+{
+    return "distribution_" + std::to_string(distribution) + "_drawer_" + std::to_string(drawer);
+}
+
+// Enumerations and references lie in the file as the integers they are.
+int StoredKey(int typeKey) noexcept
+{
+    return typeKey == KVOSimEnum32 ? KVOSimInt32 : typeKey == KVOSimReference32 ? KVOSimUInt32 : typeKey;
+}
+
+/// Tells the distribution when its last client has gone.
+struct Lease {
+    explicit Lease(std::shared_ptr<Distribution> d) noexcept : distribution(std::move(d)) {}
+    Lease(Lease const&) = delete;
+    Lease& operator=(Lease const&) = delete;
+    ~Lease() { distribution->Return(); }
+
+    std::shared_ptr<Distribution> distribution;
+};
+
+} // namespace
+
+std::vector<std::shared_ptr<MemberSet>> Drawer::SetsAfter(std::size_t kept) const
+{
+    std::vector<std::shared_ptr<MemberSet>> result = sets;
+    for (std::size_t i = changes.size(); i > kept; --i)
+        result[static_cast<std::size_t>(changes[i - 1].dim)] = changes[i - 1].before;
+    return result;
+}
+
+Distribution::Distribution(Context& context, int index, int rangeType, int type, std::vector<Dimension> grid)
+    : m_context(&context), m_id(context.ID(), index), m_rangeType(rangeType), m_type(type), m_grid(std::move(grid))
+{
+    for (Dimension const& dimension : m_grid)
+        m_collections.Append(KVOSimCollectionID(context.ID(), dimension.collection, dimension.color));
+}
+
+Distribution::~Distribution() = default;
+
+Context& Distribution::Require(char const* doing) const
+{
+    if (m_context == nullptr)
+        ThrowReason(doing, "", "the distribution's database was closed, or the transaction that made it did not commit");
+    return *m_context;
+}
+
+std::string const& Distribution::Path() const noexcept
+{
+    static std::string const kClosed;
+    return m_context != nullptr ? m_context->Path() : kClosed;
+}
+
+Drawer& Distribution::DrawerAt(int number, char const* doing) const
+{
+    Require(doing);
+    if (number < 0 || number >= static_cast<int>(m_drawers.size()) || m_drawers[static_cast<std::size_t>(number)] == nullptr)
+        ThrowReason(doing, Path(), "distribution " + std::to_string(m_id.Index()) + " has no drawer " + std::to_string(number));
+    return *m_drawers[static_cast<std::size_t>(number)];
+}
+
+// A process that died with an extension in an open transaction may leave the dataset larger than its sets.
+void Distribution::FitToSets(Drawer& drawer, DenseDrawer& dense) const
+{
+    for (int d = 0; d < Rank(); ++d) {
+        std::int64_t const size = drawer.sets[static_cast<std::size_t>(d)]->size;
+        if (dense.Shape().sizes[static_cast<std::size_t>(d)] > size)
+            dense.Resize(d, size);
+    }
+}
+
+DenseDrawer& Distribution::Dense(Drawer& drawer)
+{
+    Context& context = Require(kOpening);
+    if (drawer.dense != nullptr)
+        return *drawer.dense;
+    if (drawer.kind != KVOSimDenseDrawer)
+        ThrowReason(kOpening, Path(), "it is a sparse drawer");
+    Session const& session = context.OpenSession(kOpening);
+    std::string const name = NameOf(m_id.Index(), drawer.number);
+    std::shared_ptr<DenseDrawer> dense = DenseDrawer::Open(session.GetFile(), context.Group(), name.c_str());
+    DenseShape const& shape = dense->Shape();
+    bool fits = static_cast<int>(shape.sizes.size()) == Rank() && shape.typeKey == StoredKey(m_rangeType);
+    for (std::size_t d = 0; fits && d < shape.sizes.size(); ++d)
+        fits = shape.sizes[d] >= drawer.sets[d]->size;
+    for (std::int64_t const chunk : shape.chunkSizes)
+        fits = fits && chunk <= INT32_MAX;
+    if (!fits)
+        ThrowReason(kOpening, Path(), "the dataset " + name + " does not fit the catalogue: the file is damaged");
+    if (!session.GetFile()->IsReadOnly())
+        FitToSets(drawer, *dense);
+    dense->SetCacheBytes(CacheSize());
+    drawer.dense = std::move(dense);
+    return *drawer.dense;
+}
+
+SparseDrawer& Distribution::Sparse(Drawer& drawer)
+{
+    Context& context = Require(kOpening);
+    if (drawer.sparse != nullptr)
+        return *drawer.sparse;
+    if (drawer.kind == KVOSimDenseDrawer)
+        ThrowReason(kOpening, Path(), "it is a dense drawer");
+    SparseShape const expected{drawer.kind, m_rangeType, drawer.sets[0]->size, drawer.sets[1]->size, 0};
+    drawer.sparse =
+        SparseDrawer::Open(context.OpenSession(kOpening).GetFile(), context.Group(), NameOf(m_id.Index(), drawer.number).c_str(), expected);
+    return *drawer.sparse;
+}
+
+Drawer& Distribution::AddDrawer(int kind, std::vector<std::shared_ptr<MemberSet>> sets, std::shared_ptr<DenseDrawer> dense,
+                                std::shared_ptr<SparseDrawer> sparse)
+{
+    constexpr char const* kAdding = "Cannot create a drawer in the database";
+    Context& context = Require(kAdding);
+    context.Touch(*this);
+    if (!IsTemporary())
+        for (auto const& set : sets)
+            context.MakeStorable(set);
+    auto drawer = std::make_unique<Drawer>();
+    drawer->number = static_cast<int>(m_drawers.size());
+    drawer->kind = kind;
+    drawer->sets = std::move(sets);
+    drawer->fate.owner = context.OpenSession(kAdding).CurrentTransaction();
+    drawer->dense = std::move(dense);
+    drawer->sparse = std::move(sparse);
+    if (drawer->dense != nullptr)
+        drawer->dense->SetCacheBytes(CacheSize());
+    m_drawers.push_back(std::move(drawer));
+    return *m_drawers.back();
+}
+
+Drawer& Distribution::AddStoredDrawer(int number, int kind)
+{
+    std::size_t const place = static_cast<std::size_t>(number);
+    if (place >= m_drawers.size())
+        m_drawers.resize(place + 1);
+    if (m_drawers[place] == nullptr) {
+        m_drawers[place] = std::make_unique<Drawer>();
+        m_drawers[place]->number = number;
+        m_drawers[place]->kind = kind;
+        m_drawers[place]->fate.stored = true;
+        m_drawers[place]->linked = true;
+    }
+    return *m_drawers[place];
+}
+
+void Distribution::ChangeSet(Drawer& drawer, int dim, std::shared_ptr<MemberSet> set)
+{
+    constexpr char const* kChanging = "Cannot change a dimension of a drawer of the database";
+    Context& context = Require(kChanging);
+    context.Touch(*this);
+    if (!IsTemporary())
+        context.MakeStorable(set);
+    std::shared_ptr<MemberSet>& current = drawer.sets[static_cast<std::size_t>(dim)];
+    drawer.changes.push_back({context.OpenSession(kChanging).CurrentTransaction(), dim, current});
+    try {
+        if (drawer.kind == KVOSimDenseDrawer && current->size != set->size) {
+            DenseDrawer& dense = Dense(drawer);
+            FitToSets(drawer, dense); // a rollback may have failed to
+            dense.Resize(dim, set->size);
+        }
+    } catch (...) {
+        drawer.changes.pop_back();
+        throw;
+    }
+    current = std::move(set);
+}
+
+std::shared_ptr<Distribution> Distribution::Borrow()
+{
+    std::shared_ptr<Distribution> borrowed = m_borrowed.lock();
+    if (borrowed == nullptr) {
+        borrowed = std::shared_ptr<Distribution>(std::make_shared<Lease>(shared_from_this()), this);
+        m_borrowed = borrowed;
+    }
+    return borrowed;
+}
+
+void Distribution::Return() noexcept
+{
+    ResetCacheSize();
+    CloseUnlessBorrowed();
+}
+
+// What has its name in the file can be opened again; everything else must stay open to exist.
+void Distribution::CloseUnlessBorrowed() noexcept
+{
+    if (!m_borrowed.expired())
+        return;
+    for (auto const& drawer : m_drawers)
+        if (drawer != nullptr && drawer->linked) {
+            drawer->dense.reset();
+            drawer->sparse.reset();
+        }
+}
+
+std::uint64_t Distribution::CacheSize() const noexcept
+{
+    return m_cacheGrant != 0 ? m_cacheGrant : CacheBytesDefault();
+}
+
+void Distribution::SetCacheSize(std::uint64_t bytes)
+{
+    constexpr char const* kCaching = "Cannot set the cache of a distribution";
+    m_cacheGrant = Require(kCaching).OpenSession(kCaching).GrantCache(bytes, m_cacheGrant);
+    PassCacheSize();
+}
+
+void Distribution::ResetCacheSize() noexcept
+{
+    if (m_cacheGrant == 0)
+        return;
+    if (m_context != nullptr)
+        m_context->OpenSession("").GrantCache(0, m_cacheGrant);
+    m_cacheGrant = 0;
+    PassCacheSize();
+}
+
+void Distribution::PassCacheSize() noexcept
+{
+    for (auto const& drawer : m_drawers)
+        if (drawer != nullptr && drawer->dense != nullptr)
+            drawer->dense->SetCacheBytes(CacheSize());
+}
+
+void Distribution::Link(Drawer& drawer)
+{
+    std::string const name = NameOf(m_id.Index(), drawer.number);
+    if (drawer.dense != nullptr)
+        drawer.dense->LinkTo(m_context->Group(), name.c_str());
+    else
+        drawer.sparse->LinkTo(m_context->Group(), name.c_str());
+    drawer.linked = true;
+}
+
+// The object lives on without a name as long as it is open. Should HDF5 refuse, the name stays, and the next commit that wants it says so.
+void Distribution::Unlink(Drawer& drawer) noexcept
+{
+    H5Ldelete(m_context->Group(), NameOf(m_id.Index(), drawer.number).c_str(), H5P_DEFAULT);
+    drawer.linked = false;
+}
+
+// Should it fail, the dataset stays larger than its sets: no reader of the database sees that, and who opens or extends it tries again.
+void Distribution::ShrinkAfterRollBack(Drawer& drawer) noexcept
+{
+    try {
+        FitToSets(drawer, Dense(drawer));
+    } catch (KVOBasException const&) {
+    } catch (std::bad_alloc const&) {
+    }
+}
+
+void Distribution::RollBack(Owner owner) noexcept
+{
+    for (auto& drawer : m_drawers) {
+        if (drawer == nullptr)
+            continue;
+        auto& changes = drawer->changes;
+        std::size_t const before = changes.size();
+        while (!changes.empty() && changes.back().owner == owner) {
+            drawer->sets[static_cast<std::size_t>(changes.back().dim)] = changes.back().before;
+            changes.pop_back();
+        }
+        // Below a change that stays, the ones of `owner` stay with it.
+        for (std::size_t i = changes.size(); i-- > 1;)
+            if (changes[i - 1].owner == owner)
+                changes[i - 1].owner = changes[i].owner;
+        if (!drawer->fate.stored && drawer->fate.owner == owner) {
+            if (changes.empty()) {
+                drawer.reset();
+                continue;
+            }
+            drawer->fate.owner = changes.front().owner;
+        }
+        if (changes.size() != before && drawer->kind == KVOSimDenseDrawer)
+            ShrinkAfterRollBack(*drawer);
+    }
+    while (!m_drawers.empty() && m_drawers.back() == nullptr)
+        m_drawers.pop_back();
+}
+
+bool Distribution::HasOpenWork() const noexcept
+{
+    return IsTemporary() || !fate.stored || // a temporary one may always hold on to what a transaction made
+           std::any_of(m_drawers.begin(), m_drawers.end(),
+                       [](auto const& drawer) { return drawer != nullptr && (!drawer->fate.stored || !drawer->changes.empty()); });
+}
+
+void Distribution::Detach() noexcept
+{
+    ResetCacheSize();
+    m_drawers.clear();
+    m_context = nullptr;
+}
+
+} // namespace simdb

@@ -1,0 +1,112 @@
+#pragma once
+
+#include "Catalogue.h"
+#include "DenseDrawer.h"
+#include "KVOSimArray.h"
+#include "KVOSimIdentifiers.h"
+#include "SparseDrawer.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace simdb
+{
+
+/// A dimension of a drawer got another set in a transaction that is still open.
+struct Change {
+    Owner owner;
+    int dim;
+    std::shared_ptr<MemberSet> before;
+};
+
+struct Drawer {
+    int number = 0;
+    int kind = 0;                                 ///< a KVOSimDrawerKind
+    std::vector<std::shared_ptr<MemberSet>> sets; ///< one a dimension
+    std::vector<Change> changes;                  ///< oldest first
+    Fate fate;
+    bool linked = false;                ///< has its name in the file: may be closed and opened again
+    std::shared_ptr<DenseDrawer> dense; ///< null: not open
+    std::shared_ptr<SparseDrawer> sparse;
+
+    /// The sets once the changes from number `kept` on are taken back.
+    std::vector<std::shared_ptr<MemberSet>> SetsAfter(std::size_t kept) const;
+};
+
+/// A distribution and its drawers.
+class Distribution : public std::enable_shared_from_this<Distribution>
+{
+public:
+    Distribution(Context& context, int index, int rangeType, int type, std::vector<Dimension> grid);
+    Distribution(Distribution const&) = delete;
+    Distribution& operator=(Distribution const&) = delete;
+    ~Distribution();
+
+    KVOSimDistributionID const& ID() const noexcept { return m_id; }
+    bool IsTemporary() const noexcept { return m_id.Index() <= kFirstTemporary; }
+    int RangeType() const noexcept { return m_rangeType; }
+    int Type() const noexcept { return m_type; }
+    std::vector<Dimension> const& Grid() const noexcept { return m_grid; }
+    int Rank() const noexcept { return static_cast<int>(m_grid.size()); }
+    KVOSimArray<KVOSimCollectionID> const& Collections() const noexcept { return m_collections; }
+
+    /// @throws KVOSimException when the database was closed or this distribution was rolled back
+    Context& Require(char const* doing) const;
+    std::string const& Path() const noexcept;
+
+    /// Drawers by number; one that was rolled back in the middle leaves a null.
+    std::vector<std::unique_ptr<Drawer>> const& Drawers() const noexcept { return m_drawers; }
+    /// @throws KVOSimException when there is none
+    Drawer& DrawerAt(int number, char const* doing) const;
+    /// The data of a drawer, opened when needed. @throws KVOSimException when the drawer is of another kind or damaged
+    DenseDrawer& Dense(Drawer& drawer);
+    SparseDrawer& Sparse(Drawer& drawer);
+
+    Drawer& AddDrawer(int kind, std::vector<std::shared_ptr<MemberSet>> sets, std::shared_ptr<DenseDrawer> dense,
+                      std::shared_ptr<SparseDrawer> sparse);
+    /// A drawer as the catalogue says; a number that is there already is an error of the caller.
+    Drawer& AddStoredDrawer(int number, int kind);
+    /// Lets dimension `dim` be numbered by `set`, the drawer's values growing with it.
+    void ChangeSet(Drawer& drawer, int dim, std::shared_ptr<MemberSet> set);
+
+    /// For a client: when the last one has let go, the drawers are closed.
+    std::shared_ptr<Distribution> Borrow();
+    void Return() noexcept;
+    /// Closes the drawers that can be opened again, unless a client has borrowed them.
+    void CloseUnlessBorrowed() noexcept;
+
+    void SetCacheSize(std::uint64_t bytes);
+    void ResetCacheSize() noexcept;
+    std::uint64_t CacheSize() const noexcept;
+
+    /// Gives a drawer its name below the context's group.
+    void Link(Drawer& drawer);
+    void Unlink(Drawer& drawer) noexcept;
+    /// Takes the open changes of `owner` back and drops its drawers. What others built upon stays, and becomes theirs.
+    void RollBack(Owner owner) noexcept;
+    bool HasOpenWork() const noexcept;
+    /// Every later use is refused.
+    void Detach() noexcept;
+
+    Fate fate;
+    bool isPending = false; ///< in the context's list
+
+private:
+    void PassCacheSize() noexcept;
+    void FitToSets(Drawer& drawer, DenseDrawer& dense) const;
+    void ShrinkAfterRollBack(Drawer& drawer) noexcept;
+
+    Context* m_context; ///< null once closed or rolled back
+    KVOSimDistributionID m_id;
+    int m_rangeType;
+    int m_type;
+    std::vector<Dimension> m_grid;
+    KVOSimArray<KVOSimCollectionID> m_collections;
+    std::vector<std::unique_ptr<Drawer>> m_drawers;
+    std::weak_ptr<Distribution> m_borrowed;
+    std::uint64_t m_cacheGrant = 0; ///< 0: the default, which is not counted
+};
+
+} // namespace simdb

@@ -1,0 +1,132 @@
+#include "FileAccess.h"
+
+#include "SimIo.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+namespace simdb
+{
+
+namespace
+{
+
+#ifndef XFS_SUPER_MAGIC
+constexpr long XFS_SUPER_MAGIC = 0x58465342;
+#endif
+
+// File systems that write a block in place: the space of what was written once is there for good. On those that copy on write, a full disk
+// would make a signal of a write through a mapping, and over a network every failure would.
+bool WritesInPlace(int descriptor) noexcept
+{
+    struct statfs status;
+    if (fstatfs(descriptor, &status) != 0)
+        return false;
+    auto const magic = static_cast<long>(status.f_type);
+    return magic == EXT4_SUPER_MAGIC || magic == XFS_SUPER_MAGIC || magic == TMPFS_MAGIC;
+}
+
+bool VariableSaysHdf5() noexcept
+{
+    char const* const variable = std::getenv("KVO_SIM_DATA_PATH");
+    return variable != nullptr && std::strcmp(variable, "hdf5") == 0;
+}
+
+std::uint64_t PhysicalBytes() noexcept
+{
+    long const pages = sysconf(_SC_PHYS_PAGES), pageBytes = sysconf(_SC_PAGESIZE);
+    return pages > 0 && pageBytes > 0 ? static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageBytes) : std::uint64_t(1) << 30;
+}
+
+} // namespace
+
+std::uint64_t CacheBytesLimit() noexcept
+{
+    static std::uint64_t const s_bytes = PhysicalBytes() / 8;
+    return s_bytes;
+}
+
+std::uint64_t CacheBytesDefault() noexcept
+{
+    return CacheBytesLimit() / 4;
+}
+
+FileAccess::FileAccess(File const& file)
+    : m_path(file.Path()), m_descriptor(file.Descriptor()), m_writesMapped(!file.IsReadOnly() && WritesInPlace(m_descriptor)),
+      m_leavesAllToHdf5(VariableSaysHdf5()), m_mapping(m_descriptor, m_writesMapped)
+{
+}
+
+FileAccess& FileAccess::Of(File& file)
+{
+    if (!file.IsOpen())
+        ThrowReason("Cannot use values of", file.Path(), "the database is closed");
+    std::shared_ptr<void>& attachment = file.Attachment();
+    if (!attachment)
+        attachment = std::make_shared<FileAccess>(file);
+    return *static_cast<FileAccess*>(attachment.get());
+}
+
+void FileAccess::Read(std::uint64_t offset, void* target, std::size_t bytes)
+{
+    std::size_t read = 0;
+    if (int const error = io::Read(m_descriptor, target, bytes, offset, read))
+        ThrowErrno("Cannot read values of", m_path, error);
+    if (read < bytes)
+        ThrowReason("Cannot read values of", m_path, "the file ends in the middle of them; it was cut short");
+}
+
+void FileAccess::Write(std::uint64_t offset, void const* source, std::size_t bytes)
+{
+    if (int const error = io::Write(m_descriptor, source, bytes, offset))
+        ThrowErrno("Cannot write values to", m_path, error);
+}
+
+bool FileAccess::HasHole(std::uint64_t offset, std::uint64_t bytes) const noexcept
+{
+    off_t const hole = lseek(m_descriptor, static_cast<off_t>(offset), SEEK_HOLE);
+    return hole < 0 || static_cast<std::uint64_t>(hole) < offset + bytes;
+}
+
+void FileAccess::Clear(std::uint64_t offset, std::uint64_t bytes)
+{
+    struct stat status;
+    if (fstat(m_descriptor, &status) != 0)
+        ThrowErrno("Cannot make space for values in", m_path, errno);
+    auto const fileBytes = static_cast<std::uint64_t>(status.st_size);
+    std::byte const* const zeros = fileBytes > offset ? Initial({}, 1, std::min(bytes, kStagingBytes)) : nullptr;
+    for (std::uint64_t at = offset, end = std::min(fileBytes, offset + bytes); at < end; at += kStagingBytes)
+        Write(at, zeros, std::min(end - at, kStagingBytes));
+    if (fileBytes < offset + bytes)
+        if (int const error = io::SetLength(m_descriptor, offset + bytes))
+            ThrowErrno("Cannot make space for values in", m_path, error);
+}
+
+void FileAccess::Announce(std::uint64_t offset, std::uint64_t bytes) const noexcept
+{
+    posix_fadvise(m_descriptor, static_cast<off_t>(offset), static_cast<off_t>(bytes), POSIX_FADV_WILLNEED);
+}
+
+std::byte const* FileAccess::Initial(std::array<std::byte, 8> const& value, std::size_t valueBytes, std::uint64_t bytes)
+{
+    std::byte const* const values = m_initialValues.Bytes(value, valueBytes, bytes);
+    if (values == nullptr)
+        ThrowErrno("Cannot get memory for values of", m_path, errno);
+    return values;
+}
+
+std::byte* FileAccess::Staging()
+{
+    if (!m_staging)
+        m_staging.reset(static_cast<std::byte*>(mem_OperatorNewThrow(kStagingBytes)));
+    return m_staging.get();
+}
+
+} // namespace simdb

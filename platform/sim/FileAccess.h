@@ -1,0 +1,68 @@
+#pragma once
+
+#include "FileMapping.h"
+#include "InitialValues.h"
+#include "SimFile.h"
+#include "mem_Allocator.h"
+
+#include <memory>
+
+namespace simdb
+{
+
+/// The bytes of an open file beside HDF5: calls, the kept mapping, and memory that all drawers of the file share.
+///
+/// Offsets are HDF5's addresses. Members that throw throw KVOSimException with the file's path.
+class FileAccess
+{
+public:
+    /// The file's one, made when it is first asked for. @throws KVOSimException when the file is closed
+    static FileAccess& Of(File& file);
+    explicit FileAccess(File const& file);
+
+    /// The variable KVO_SIM_DATA_PATH was "hdf5".
+    bool LeavesAllToHdf5() const noexcept { return m_leavesAllToHdf5; }
+
+    /// Exactly `bytes` bytes; also an exception when the file ends before.
+    void Read(std::uint64_t offset, void* target, std::size_t bytes);
+    void Write(std::uint64_t offset, void const* source, std::size_t bytes);
+
+    /// The mapped bytes, to be read; null when they can only be read by Read().
+    std::byte const* ForReading(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept
+    {
+        return m_mapping.Bytes(offset, bytes, residentBytes);
+    }
+    /// The mapped bytes, to be written; null when they can only be written by Write(). They must have space on the disk: !HasHole().
+    std::byte* ForWriting(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept
+    {
+        return m_writesMapped ? m_mapping.Bytes(offset, bytes, residentBytes) : nullptr;
+    }
+    /// What one of the two gave for `offset`; the mapping may have moved since.
+    std::byte* Again(std::uint64_t offset) const noexcept { return m_mapping.Again(offset); }
+    bool HasHole(std::uint64_t offset, std::uint64_t bytes) const noexcept;
+
+    /// Lets the file reach [offset, offset + bytes) and zeros there what an earlier use of the space left.
+    void Clear(std::uint64_t offset, std::uint64_t bytes);
+    /// Starts reading ahead.
+    void Announce(std::uint64_t offset, std::uint64_t bytes) const noexcept;
+
+    std::byte const* Initial(std::array<std::byte, 8> const& value, std::size_t valueBytes, std::uint64_t bytes);
+    /// Memory for one chunk on its way, kStagingBytes long; its content is anything.
+    std::byte* Staging();
+    static constexpr std::size_t kStagingBytes = std::size_t(16) << 20;
+
+private:
+    std::string m_path;
+    int m_descriptor;
+    bool m_writesMapped;
+    bool m_leavesAllToHdf5;
+    FileMapping m_mapping;
+    InitialValues m_initialValues;
+    std::unique_ptr<std::byte, mem_Deleter> m_staging;
+};
+
+/// An eighth of the machine's memory, the most that SetCacheBytes() lets a drawer have, and a thirty-second, what it has without it.
+std::uint64_t CacheBytesLimit() noexcept;
+std::uint64_t CacheBytesDefault() noexcept;
+
+} // namespace simdb

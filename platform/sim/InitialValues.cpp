@@ -1,0 +1,74 @@
+#include "InitialValues.h"
+
+#include <cstring>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace simdb
+{
+
+namespace
+{
+
+constexpr std::uint64_t kTile = std::uint64_t(1) << 20; // stays in the second-level cache; a multiple of every value's size
+
+std::array<std::byte, 8> EightBytesOf(std::array<std::byte, 8> const& value, std::size_t valueBytes) noexcept
+{
+    std::array<std::byte, 8> pattern;
+    for (std::size_t i = 0; i < pattern.size(); ++i)
+        pattern[i] = value[i % valueBytes];
+    return pattern;
+}
+
+// Nothing is written for zeros: what memory of the system holds at first.
+bool MapTiles(int memory, std::array<std::byte, 8> const& pattern, std::byte* base, std::uint64_t bytes) noexcept
+{
+    for (std::uint64_t at = 0; at < bytes; at += kTile) {
+        int const protection = at == 0 ? PROT_READ | PROT_WRITE : PROT_READ;
+        if (mmap(base + at, kTile, protection, MAP_SHARED | MAP_FIXED, memory, 0) == MAP_FAILED)
+            return false;
+    }
+    if (pattern != std::array<std::byte, 8>{})
+        for (std::uint64_t at = 0; at < kTile; at += pattern.size())
+            std::memcpy(base + at, pattern.data(), pattern.size());
+    return mprotect(base, kTile, PROT_READ) == 0;
+}
+
+} // namespace
+
+InitialValues::~InitialValues()
+{
+    Release();
+}
+
+void InitialValues::Release() noexcept
+{
+    if (m_base != nullptr)
+        munmap(m_base, m_bytes);
+    m_base = nullptr;
+    m_bytes = 0;
+}
+
+std::byte const* InitialValues::Bytes(std::array<std::byte, 8> const& value, std::size_t valueBytes, std::uint64_t bytes) noexcept
+{
+    std::array<std::byte, 8> const pattern = EightBytesOf(value, valueBytes);
+    if (m_base != nullptr && bytes <= m_bytes && pattern == m_pattern)
+        return m_base;
+    Release();
+    std::uint64_t const rounded = (bytes + kTile - 1) / kTile * kTile;
+    void* const base = mmap(nullptr, rounded, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (base == MAP_FAILED)
+        return nullptr;
+    m_base = static_cast<std::byte*>(base);
+    m_bytes = rounded;
+    m_pattern = pattern;
+    int const memory = memfd_create("initial values", MFD_CLOEXEC);
+    bool const made = memory >= 0 && ftruncate(memory, static_cast<off_t>(kTile)) == 0 && MapTiles(memory, pattern, m_base, m_bytes);
+    if (memory >= 0)
+        close(memory);
+    if (!made)
+        Release();
+    return m_base;
+}
+
+} // namespace simdb

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+/// A list that goes in or comes out of the database interface; copies its elements.
+template<class T>
+class KVOSimArray
+{
+public:
+    KVOSimArray() = default;
+    /// Copies elements[0 .. count-1]; `elements` may be null when `count` is 0.
+    /// @throws std::invalid_argument for a negative count and for a missing list
+    KVOSimArray(T const* elements, int count)
+    {
+        if (count < 0 || (count > 0 && elements == nullptr))
+            throw std::invalid_argument("KVOSimArray: a negative count or a missing list");
+        m_elements.assign(elements, elements + count);
+    }
+    explicit KVOSimArray(std::vector<T> elements) : m_elements(std::move(elements)) {}
+
+    int Size() const noexcept { return static_cast<int>(m_elements.size()); }
+    bool IsEmpty() const noexcept { return m_elements.empty(); }
+
+    /// Element `i`, 0-based, below Size(); not checked.
+    T const& operator[](int i) const noexcept { return m_elements[static_cast<std::size_t>(i)]; }
+    T& operator[](int i) noexcept { return m_elements[static_cast<std::size_t>(i)]; }
+
+    void Append(T const& element) { m_elements.push_back(element); }
+
+    T const* begin() const noexcept { return m_elements.data(); }
+    T const* end() const noexcept { return m_elements.data() + m_elements.size(); }
+
+private:
+    static_assert(!std::is_same_v<T, bool>, "a vector of bool has no elements to point at");
+    std::vector<T> m_elements;
+};

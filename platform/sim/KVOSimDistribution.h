@@ -1,0 +1,87 @@
+#pragma once
+
+#include "KVOExport.h"
+#include "KVOSimArray.h"
+#include "KVOSimIdentifiers.h"
+#include "KVOSimTypeKey.h"
+
+#include <cstdint>
+#include <memory>
+
+namespace simdb
+{
+class Distribution;
+}
+
+/// How a transfer lays out a drawer: dense by default.
+class KVO_EXPORT KVOSimSerializationType
+{
+public:
+    void SetSparse() noexcept { m_code = KVOSimSparseDrawer; }
+    void SetSparseSym() noexcept { m_code = KVOSimSparseSymDrawer; }
+    /// A KVOSimDrawerKind.
+    int Code() const noexcept { return m_code; }
+
+private:
+    int m_code = KVOSimDenseDrawer;
+};
+
+/// What QueryDrawers says of one drawer.
+struct KVOSimDrawer {
+    int id = 0;                            ///< number of the drawer in its distribution
+    int kind = KVOSimDenseDrawer;          ///< a KVOSimDrawerKind
+    int typeKey = KVOSimDouble;            ///< of its values
+    KVOSimSerializationType serialization; ///< for a transfer that reads it
+    KVOSimArray<int> dimensionSizes;       ///< members per dimension
+    KVOSimArray<int> chunkSizes;           ///< per dimension; empty: unchunked
+    KVOSimArray<KVOSimCSetID> csets;       ///< the set that numbers each dimension, in the dimension's colour
+    int extendableDim = -1; ///< -1: none, d: that one alone, 2: both of two; also -1 for three and more, although each of them can grow
+};
+
+/// A range of one dimension, first to last, both inclusive. Kind 3 counts chunks.
+struct KVOSimDimRange {
+    KVOSimCollectionID collection;
+    int first = 0;
+    int last = 0;
+    int kind = 3;
+};
+
+/// The values over a grid of collections, in one or more drawers. Copies stand on the same distribution.
+class KVO_EXPORT KVOSimDistribution
+{
+public:
+    /// None.
+    KVOSimDistribution() noexcept = default;
+    /// @throws KVOSimException for a null identifier, one of a closed database, or one that names nothing
+    explicit KVOSimDistribution(KVOSimDistributionID const& id);
+
+    bool IsNull() const noexcept { return m_distribution == nullptr; }
+    /// Null for none.
+    KVOSimDistributionID ID() const;
+    /// The number that CreateTypedDistribution was given; -1 without.
+    int Type() const;
+
+    int NumDimensions() const;
+    /// The collection of each dimension, with its colour.
+    KVOSimArray<KVOSimCollectionID> const& Collections() const;
+    /// Descriptions of all drawers, in the order in which they were made.
+    void QueryDrawers(KVOSimArray<KVOSimDrawer>& drawers) const;
+    /// Number of values in slot `item` of a drawer: 0 values, 1 column indices, 2 row starts, 3 diagonal; a dense drawer has slot 0 only.
+    std::int64_t DataSizeItems(int drawer, int item) const;
+
+    /// Whether every chunk of the range (one entry a dimension, in the order of the dimensions) exists. An unchunked drawer exists.
+    bool ChunkAllocated(int drawer, KVOSimArray<KVOSimDimRange> const& range) const;
+
+    /// Wishes for `bytes` of cache for this distribution: how far its values are read ahead and kept in the process's memory. The database
+    /// honours wishes up to an eighth of the physical memory each, and a quarter for all of its distributions; a wish that finds nothing
+    /// left changes nothing. What was granted is given back by ResetCacheSize() and when the last object of the distribution goes.
+    void SetCacheSize(std::uint64_t bytes);
+    /// Back to the default.
+    void ResetCacheSize();
+    /// What the database grants at present, in bytes.
+    std::uint64_t CacheSize() const;
+
+private:
+    friend class KVOSimTransfer;
+    std::shared_ptr<simdb::Distribution> m_distribution;
+};

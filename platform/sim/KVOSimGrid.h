@@ -1,0 +1,27 @@
+#pragma once
+
+#include "KVOSimArray.h"
+#include "KVOSimIdentifiers.h"
+#include "KVOSimTypeKey.h"
+
+/// The dimensions of a distribution: one collection (with its colour) each, all distinct.
+class KVOSimGrid
+{
+public:
+    explicit KVOSimGrid(KVOSimArray<KVOSimCollectionID> const& collections) : m_collections(collections) {}
+    KVOSimArray<KVOSimCollectionID> const& Collections() const noexcept { return m_collections; }
+
+private:
+    KVOSimArray<KVOSimCollectionID> m_collections;
+};
+
+/// The type of a distribution's values.
+class KVOSimRangeType
+{
+public:
+    explicit KVOSimRangeType(int key) noexcept : m_key(key) {}
+    int Key() const noexcept { return m_key; }
+
+private:
+    int m_key;
+};

@@ -1,0 +1,119 @@
+#pragma once
+
+#include "KVOExport.h"
+#include "KVOSimDistribution.h"
+#include "mem_Allocator.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace simdb
+{
+struct DenseView;
+struct Drawer;
+} // namespace simdb
+
+/// Makes, reads and writes the drawers of a distribution: set a view, check it, give buffers, execute.
+///
+/// A dense drawer has one buffer, slot 0: the view's values packed, the last dimension varying fastest. A sparse one has the slots 0
+/// values, 1 column indices, 2 row starts (rows + 1 entries) and, symmetric, 3 the diagonal. Buffers stay the caller's; they are read or
+/// written by ExecWrite and ExecRead only. Without SetMakeNewDrawer the transfer works on drawer 0. Copies are independent and cheap.
+///
+/// Every member throws KVOSimException for misuse (a view without its dimensions, a buffer smaller than the view, ...) and for failures.
+class KVO_EXPORT KVOSimTransfer : public mem_AllocationOperators
+{
+public:
+    explicit KVOSimTransfer(KVOSimDistribution const& distribution);
+
+    /// The drawer will be new, and not chunked.
+    void SetMakeNewDrawer();
+    /// The drawer will be new, with one chunk size per dimension, 1 or more; larger than the dimension is allowed.
+    void SetMakeNewDrawerChunked(KVOSimArray<int> const& chunkSizes);
+    void SetRead() noexcept { m_read = true; }
+    void SetWrite() noexcept { m_write = true; }
+    /// @param bytes  0, the only choice
+    void SetBufferPadding(int bytes);
+    void SetSerialization(KVOSimSerializationType const& type) noexcept { m_serialization = type; }
+    /// Number of stored values of a new sparse drawer, 0 or more.
+    void SetSparseNNonzero(std::int64_t count);
+    /// The values that are not written read as this. @param typeKey  of the distribution
+    void SetInitializationValue(double value, int typeKey);
+
+    /// The view covers the members of `set` in dimension `dim`, in the order of the set; in a drawer that exists, they are members of the
+    /// drawer's set. A set of the base collection serves a dimension of a colour variant.
+    void SetDim(int dim, KVOSimCSetID const& set);
+    /// The view covers the positions first to last, inclusive, 0-based, of the drawer's dimension `dim` over `collection`.
+    void SetDimOrdinalRange(int dim, KVOSimCollectionID const& collection, int first, int last);
+    /// The drawer will grow along `dim` by the members of `set`, which follow those it has.
+    void SetDimExtension(int dim, KVOSimCSetID const& set);
+
+    /// Refuses a view that cannot be executed.
+    void CheckView();
+
+    /// Makes the new dense drawer; its values are the initialization value. This transfer works on it from then on.
+    void InitializePersistentDrawer();
+    /// Lets the drawer grow as set, the new values being the initialization value. Its dimension is then numbered by the old members and
+    /// the new ones behind them.
+    void InitializeExtension();
+    /// The set that numbers dimension `dim` from now on; as many members as the dimension has.
+    void SetDimMembers(int dim, KVOSimCSetID const& set);
+
+    /// @param bytes  size of the caller's memory, at least what the view needs
+    void SetBuffer(int slot, void* memory, std::size_t bytes);
+    /// For writing only.
+    void SetBuffer(int slot, void const* memory, std::size_t bytes);
+    void ExecRead();
+    /// Makes the new drawer first where that was asked for; a sparse one comes into being in no other way.
+    void ExecWrite();
+    void RelinquishBuffers() noexcept;
+
+    /// Tells that the view will be read soon: the reading of it starts, without waiting.
+    void AnnounceRead() const noexcept;
+
+private:
+    struct Dim {
+        KVOSimCSetID set; ///< null: the range first to last
+        KVOSimCSetID extension;
+        std::int64_t first = 0;
+        std::int64_t last = -1;
+        bool isSet = false;
+    };
+    struct Buffer {
+        void* memory = nullptr;
+        std::size_t bytes = 0;
+        bool isSet = false;
+        bool writable = false;
+    };
+    enum class NewDrawer { None, Plain, Chunked };
+
+    simdb::Distribution& Require(char const* doing) const;
+    [[noreturn]] void Refuse(char const* doing, std::string const& why) const;
+    Dim& DimAt(int dim, KVOSimCollectionID const& collection, char const* doing);
+    bool IsExtension() const noexcept;
+    void RequireWritable(char const* doing) const;
+    void CheckNewDrawer(char const* doing) const;
+    void CheckExtension(char const* doing) const;
+    simdb::Drawer& ViewedDrawer(char const* doing) const;
+    simdb::DenseView ViewOf(simdb::Drawer const& drawer, char const* doing) const;
+    void CheckSparseView(simdb::Drawer const& drawer, char const* doing) const;
+    void* BufferOf(int slot, std::int64_t bytes, bool forReading, char const* doing) const;
+    void SetBufferOf(int slot, void* memory, std::size_t bytes, bool writable);
+    void MakeDenseDrawer(char const* doing);
+    void MakeSparseDrawer(char const* doing);
+
+    std::shared_ptr<simdb::Distribution> m_distribution;
+    std::vector<Dim> m_dims;
+    std::vector<std::int64_t> m_chunkSizes;
+    std::array<Buffer, 4> m_buffers;
+    KVOSimSerializationType m_serialization;
+    std::int64_t m_nonzeros = 0;
+    std::array<std::byte, 8> m_initialValue{}; ///< of the distribution's type
+    NewDrawer m_newDrawer = NewDrawer::None;
+    int m_drawer = 0;
+    bool m_read = false;
+    bool m_write = false;
+};

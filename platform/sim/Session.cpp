@@ -1,0 +1,263 @@
+#include "Session.h"
+
+#include "Context.h"
+#include "FileAccess.h"
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <utility>
+
+#include <unistd.h>
+
+namespace simdb
+{
+
+namespace
+{
+
+constexpr char const* kOpening = "Cannot open the database";
+constexpr char const* kCreating = "Cannot create the database";
+constexpr char const* kCommitting = "Cannot commit to the database";
+constexpr char const* kFormat = "KVOSim";
+constexpr std::int32_t kVersion = 1;
+
+// Never destroyed: databases in objects of static storage duration may be closed after everything else.
+std::map<std::uint64_t, std::weak_ptr<Session>>& Registry()
+{
+    static auto& registry = *new std::map<std::uint64_t, std::weak_ptr<Session>>;
+    return registry;
+}
+
+std::uint64_t NextSerial() noexcept
+{
+    static std::uint64_t last = 0;
+    return ++last;
+}
+
+Hid FormatType(char const* doing, std::string const& path)
+{
+    Hid type(Checked(H5Tcopy(H5T_C_S1), doing, path));
+    if (H5Tset_size(type, std::strlen(kFormat)) < 0 || H5Tset_strpad(type, H5T_STR_NULLPAD) < 0)
+        ThrowHdf5(doing, path);
+    return type;
+}
+
+void WriteAttribute(hid_t object, char const* name, hid_t type, void const* value, std::string const& path)
+{
+    Hid attribute;
+    if (H5Aexists(object, name) > 0) {
+        attribute = Hid(H5Aopen(object, name, H5P_DEFAULT));
+    } else {
+        Hid const space(H5Screate(H5S_SCALAR));
+        attribute = Hid(H5Acreate2(object, name, type, space, H5P_DEFAULT, H5P_DEFAULT));
+    }
+    if (!attribute.IsValid() || H5Awrite(attribute, type, value) < 0)
+        ThrowHdf5(kCommitting, path);
+}
+
+// False when there is no scalar attribute of that name and kind.
+bool ReadAttribute(hid_t object, char const* name, hid_t type, void* value)
+{
+    if (H5Aexists(object, name) <= 0)
+        return false;
+    Hid const attribute(H5Aopen(object, name, H5P_DEFAULT));
+    if (!attribute.IsValid())
+        return false;
+    Hid const fileType(H5Aget_type(attribute));
+    Hid const space(H5Aget_space(attribute));
+    return fileType.IsValid() && space.IsValid() && H5Tget_class(fileType) == H5Tget_class(type) &&
+           H5Sget_simple_extent_type(space) == H5S_SCALAR && H5Aread(attribute, type, value) >= 0;
+}
+
+} // namespace
+
+Session::Session(std::shared_ptr<File> file, std::string const& path) : m_serial(NextSerial()), m_path(path), m_file(std::move(file)) {}
+
+Session::~Session()
+{
+    Detach();
+}
+
+void Session::Register()
+{
+    Registry()[m_serial] = weak_from_this();
+}
+
+std::shared_ptr<Session> Session::Find(std::uint64_t serial) noexcept
+{
+    auto const found = Registry().find(serial);
+    return found != Registry().end() ? found->second.lock() : nullptr;
+}
+
+std::shared_ptr<Session> Session::Create(std::string const& path, File::Kind kind)
+{
+    SilentErrors const silent;
+    std::shared_ptr<Session> const session(new Session(File::Create(path, kind), path));
+    if (!session->IsScratch())
+        try {
+            // At once, so that the file is a database from now on, whatever becomes of the process.
+            session->WriteHeader();
+            session->m_file->Commit();
+        } catch (...) {
+            session->Detach();
+            unlink(path.c_str());
+            throw;
+        }
+    session->Register();
+    return session;
+}
+
+std::shared_ptr<Session> Session::Open(std::string const& path, bool readOnly)
+{
+    SilentErrors const silent;
+    std::shared_ptr<Session> const session(new Session(File::Open(path, readOnly), path));
+    session->LoadContexts();
+    session->Register();
+    return session;
+}
+
+void Session::WriteHeader()
+{
+    Hid const type = FormatType(kCreating, m_path);
+    std::int32_t const contexts = ContextCount();
+    WriteAttribute(m_file->Hdf5(), "format", type, kFormat, m_path);
+    WriteAttribute(m_file->Hdf5(), "format_version", H5T_STD_I32LE, &kVersion, m_path);
+    WriteAttribute(m_file->Hdf5(), "contexts", H5T_STD_I32LE, &contexts, m_path);
+    m_contextsInFile = contexts;
+}
+
+void Session::LoadContexts()
+{
+    Hid const type = FormatType(kOpening, m_path);
+    std::string format(std::strlen(kFormat), '\0');
+    std::int32_t version = 0, contexts = 0;
+    if (!ReadAttribute(m_file->Hdf5(), "format", type, format.data()) || format != kFormat ||
+        !ReadAttribute(m_file->Hdf5(), "format_version", H5T_NATIVE_INT32, &version))
+        ThrowReason(kOpening, m_path, "it is an HDF5 file, but no simulation database");
+    if (version < 1 || version > kVersion)
+        ThrowReason(kOpening, m_path,
+                    "its format version is " + std::to_string(version) + ", this program reads version " + std::to_string(kVersion));
+    if (!ReadAttribute(m_file->Hdf5(), "contexts", H5T_NATIVE_INT32, &contexts) || contexts < 0)
+        ThrowReason(kOpening, m_path, "the number of its contexts is missing or negative: the file is damaged");
+    for (int index = 0; index < contexts; ++index) {
+        m_contexts.push_back(std::make_shared<Context>(*this, index));
+        m_contexts.back()->Load();
+    }
+    m_contextsInFile = contexts;
+}
+
+void Session::RequireWritable(char const* doing) const
+{
+    if (m_file->IsReadOnly())
+        ThrowReason(doing, m_path, "the database is open for reading only");
+}
+
+std::shared_ptr<Context> Session::CreateContext()
+{
+    RequireWritable("Cannot create a context in the database");
+    m_contexts.push_back(std::make_shared<Context>(*this, ContextCount()));
+    return m_contexts.back();
+}
+
+std::shared_ptr<Context> Session::ContextAt(int index) const noexcept
+{
+    return index >= 0 && index < ContextCount() ? m_contexts[static_cast<std::size_t>(index)] : nullptr;
+}
+
+Owner Session::BeginTransaction()
+{
+    m_transactions.push_back(m_lastTransaction + 1);
+    return ++m_lastTransaction;
+}
+
+void Session::Commit(Owner owner)
+{
+    RequireWritable(kCommitting);
+    SilentErrors const silent;
+    Keep(owner);
+}
+
+void Session::Keep(Owner owner)
+{
+    try {
+        for (auto const& context : m_contexts)
+            context->Stage(owner);
+        if (!IsScratch()) {
+            for (auto const& context : m_contexts)
+                context->Write();
+            if (m_contextsInFile != ContextCount())
+                WriteHeader();
+            m_file->Commit();
+        }
+    } catch (...) {
+        for (auto const& context : m_contexts)
+            context->Withdraw();
+        throw;
+    }
+    for (auto const& context : m_contexts)
+        context->Accept();
+}
+
+void Session::EndTransaction(Owner owner)
+{
+    SilentErrors const silent;
+    for (auto const& context : m_contexts)
+        context->RollBack(owner);
+    std::erase(m_transactions, owner);
+}
+
+void Session::Close()
+{
+    SilentErrors const silent;
+    std::shared_ptr<Session> const self = shared_from_this(); // the owner may let go meanwhile
+    if (m_file == nullptr)
+        return;
+    try {
+        while (!m_transactions.empty())
+            EndTransaction(m_transactions.back());
+        if (!m_file->IsReadOnly())
+            Keep(kNoOwner);
+    } catch (...) {
+        Detach();
+        throw;
+    }
+    for (auto const& context : m_contexts)
+        context->Detach();
+    Registry().erase(m_serial);
+    std::exchange(m_file, nullptr)->Close();
+}
+
+// The file closes itself, without a commit, when the last of its drawers is gone.
+void Session::Detach() noexcept
+{
+    SilentErrors const silent;
+    Registry().erase(m_serial);
+    for (auto const& context : m_contexts)
+        context->Detach();
+    m_contexts.clear();
+    m_file.reset();
+}
+
+std::uint64_t Session::GrantCache(std::uint64_t wish, std::uint64_t held) noexcept
+{
+    m_cacheGranted -= held;
+    std::uint64_t const granted = std::min({wish, CacheBytesLimit(), 2 * CacheBytesLimit() - m_cacheGranted});
+    m_cacheGranted += granted;
+    return granted;
+}
+
+std::shared_ptr<Context> FindContext(KVOSimContextID const& id, char const* doing)
+{
+    if (id.IsNull())
+        ThrowReason(doing, "", "the identifier is null");
+    std::shared_ptr<Session> const session = Session::Find(id.Database());
+    if (session == nullptr)
+        ThrowReason(doing, "", "the identifier's database is not open any more");
+    std::shared_ptr<Context> context = session->ContextAt(id.Index());
+    if (context == nullptr)
+        ThrowReason(doing, session->Path(), "there is no context " + std::to_string(id.Index()));
+    return context;
+}
+
+} // namespace simdb

@@ -1,0 +1,155 @@
+#include "SparseDrawer.h"
+
+#include "KVOSimTypeKey.h"
+
+#include <string>
+#include <utility>
+
+namespace simdb
+{
+
+namespace
+{
+
+constexpr char const* kCreating = "Cannot create a sparse drawer in the database";
+constexpr char const* kOpening = "Cannot open a sparse drawer of the database";
+constexpr char const* kReading = "Cannot read a sparse drawer of the database";
+constexpr char const* kWriting = "Cannot write a sparse drawer of the database";
+constexpr std::array<char const*, SparseDrawer::kSlots> kNames{"values", "column_indices", "row_start", "diagonal"};
+
+hid_t ValueType(int typeKey) noexcept
+{
+    switch (typeKey) {
+    case KVOSimInt8:
+        return H5T_STD_I8LE;
+    case KVOSimUInt8:
+        return H5T_STD_U8LE;
+    case KVOSimFloat:
+        return H5T_IEEE_F32LE;
+    case KVOSimInt32:
+    case KVOSimEnum32:
+        return H5T_STD_I32LE;
+    case KVOSimUInt32:
+    case KVOSimReference32:
+        return H5T_STD_U32LE;
+    default:
+        return H5T_IEEE_F64LE;
+    }
+}
+
+hid_t SlotType(SparseShape const& shape, int slot) noexcept
+{
+    return slot == 0 || slot == 3 ? ValueType(shape.typeKey) : H5T_STD_I32LE;
+}
+
+// One pass without branches over each array: it runs at the speed of reading them.
+bool AreRows(SparseShape const& shape, std::int32_t const* rowStart, std::int32_t const* columns) noexcept
+{
+    bool held = rowStart[0] == 0 && rowStart[shape.rows] == shape.nonzeros;
+    for (std::int64_t row = 0; row < shape.rows; ++row)
+        held &= rowStart[row] <= rowStart[row + 1];
+    std::uint32_t largest = 0;
+    for (std::int64_t k = 0; k < shape.nonzeros; ++k)
+        largest = largest < static_cast<std::uint32_t>(columns[k]) ? static_cast<std::uint32_t>(columns[k]) : largest;
+    return held && (shape.nonzeros == 0 || largest < shape.columns); // a negative index is a large unsigned one
+}
+
+void RequireRows(SparseShape const& shape, void const* rowStart, void const* columns, char const* doing, std::string const& path)
+{
+    if (!AreRows(shape, static_cast<std::int32_t const*>(rowStart), static_cast<std::int32_t const*>(columns)))
+        ThrowReason(
+            doing, path,
+            "its row starts must rise from 0 to the number of values, and its column indices lie from 0 to the number of columns - 1");
+}
+
+} // namespace
+
+std::int64_t SparseDrawer::Count(SparseShape const& shape, int slot) noexcept
+{
+    return slot == 2 ? shape.rows + 1 : slot == 3 ? shape.rows : shape.nonzeros;
+}
+
+std::size_t SparseDrawer::EntryBytes(SparseShape const& shape, int slot) noexcept
+{
+    return slot == 0 || slot == 3 ? static_cast<std::size_t>(KVOSimTypeKeySize(shape.typeKey)) : sizeof(std::int32_t);
+}
+
+std::shared_ptr<SparseDrawer> SparseDrawer::Create(std::shared_ptr<File> file, SparseShape const& shape, ConstBuffers const& values)
+{
+    SilentErrors const silent;
+    std::string const path = file->Path();
+    RequireRows(shape, values[2], values[1], kCreating, path);
+    std::shared_ptr<SparseDrawer> drawer(new SparseDrawer(std::move(file), shape));
+    Hid const properties(Checked(H5Pcreate(H5P_DATASET_CREATE), kCreating, path));
+    Checked(H5Pset_obj_track_times(properties, false), kCreating, path);
+    drawer->m_group = Hid(Checked(H5Gcreate_anon(drawer->m_file->Hdf5(), H5P_DEFAULT, H5P_DEFAULT), kCreating, path));
+    for (int slot = 0; slot < drawer->Slots(); ++slot) {
+        hsize_t const count = static_cast<hsize_t>(Count(shape, slot));
+        Hid const space(Checked(H5Screate_simple(1, &count, nullptr), kCreating, path));
+        drawer->m_datasets[static_cast<std::size_t>(slot)] =
+            Hid(Checked(H5Dcreate2(drawer->m_group, kNames[static_cast<std::size_t>(slot)], SlotType(shape, slot), space, H5P_DEFAULT,
+                                   properties, H5P_DEFAULT),
+                        kCreating, path));
+    }
+    drawer->WriteSlots(values);
+    return drawer;
+}
+
+std::shared_ptr<SparseDrawer> SparseDrawer::Open(std::shared_ptr<File> file, hid_t group, char const* name, SparseShape const& expected)
+{
+    SilentErrors const silent;
+    std::string const path = file->Path();
+    std::shared_ptr<SparseDrawer> drawer(new SparseDrawer(std::move(file), expected));
+    drawer->m_group = Hid(Checked(H5Gopen2(group, name, H5P_DEFAULT), kOpening, path));
+    for (int slot = 0; slot < drawer->Slots(); ++slot) {
+        char const* const slotName = kNames[static_cast<std::size_t>(slot)];
+        Hid dataset(Checked(H5Dopen2(drawer->m_group, slotName, H5P_DEFAULT), kOpening, path));
+        Hid const type(Checked(H5Dget_type(dataset), kOpening, path));
+        Hid const space(Checked(H5Dget_space(dataset), kOpening, path));
+        hsize_t count = 0;
+        bool fits = H5Tequal(type, SlotType(expected, slot)) > 0 && H5Sget_simple_extent_ndims(space) == 1 &&
+                    H5Sget_simple_extent_dims(space, &count, nullptr) == 1;
+        if (slot == 0)
+            drawer->m_shape.nonzeros = static_cast<std::int64_t>(count);
+        fits = fits && drawer->m_shape.nonzeros >= 0 && count == static_cast<hsize_t>(Count(drawer->m_shape, slot));
+        if (!fits)
+            ThrowReason(kOpening, path,
+                        std::string("the dataset ") + name + "/" + slotName + " does not fit the catalogue: the file is damaged");
+        drawer->m_datasets[static_cast<std::size_t>(slot)] = std::move(dataset);
+    }
+    return drawer;
+}
+
+void SparseDrawer::LinkTo(hid_t group, char const* name)
+{
+    SilentErrors const silent;
+    if (H5Olink(m_group, group, name, H5P_DEFAULT, H5P_DEFAULT) < 0)
+        ThrowHdf5(kWriting, m_file->Path());
+}
+
+void SparseDrawer::Read(Buffers const& values)
+{
+    SilentErrors const silent;
+    for (int slot = 0; slot < Slots(); ++slot)
+        if (Count(m_shape, slot) > 0 && H5Dread(m_datasets[static_cast<std::size_t>(slot)], SlotType(m_shape, slot), H5S_ALL, H5S_ALL,
+                                                H5P_DEFAULT, values[static_cast<std::size_t>(slot)]) < 0)
+            ThrowHdf5(kReading, m_file->Path());
+    RequireRows(m_shape, values[2], values[1], kReading, m_file->Path());
+}
+
+void SparseDrawer::Write(ConstBuffers const& values)
+{
+    SilentErrors const silent;
+    RequireRows(m_shape, values[2], values[1], kWriting, m_file->Path());
+    WriteSlots(values);
+}
+
+void SparseDrawer::WriteSlots(ConstBuffers const& values)
+{
+    for (int slot = 0; slot < Slots(); ++slot)
+        if (Count(m_shape, slot) > 0 && H5Dwrite(m_datasets[static_cast<std::size_t>(slot)], SlotType(m_shape, slot), H5S_ALL, H5S_ALL,
+                                                 H5P_DEFAULT, values[static_cast<std::size_t>(slot)]) < 0)
+            ThrowHdf5(kWriting, m_file->Path());
+}
+
+} // namespace simdb

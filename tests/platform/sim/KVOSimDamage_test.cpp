@@ -1,0 +1,266 @@
+#include "SimClient.h"
+
+#include <climits>
+#include <functional>
+
+#include <hdf5.h>
+
+using namespace SimClient;
+using testing::AnyOf;
+using testing::HasSubstr;
+
+namespace
+{
+
+/// A closed database with dense and sparse matrices, which the tests edit through HDF5 as a stranger would.
+class Damage : public DatabaseTest
+{
+protected:
+    Damage()
+    {
+        KVOSimDatabase database;
+        KVOSimContextID const context = Create(database);
+        KVOSimCollectionID const rows = KVOSimContext(context).CreateCollection(3), columns = KVOSimContext(context).CreateCollection(2);
+        WriteAll(MakeMatrix(context, {Biggest(columns), MakeSet(rows, {5, 7, 6})}, {2, 2}), Ramp(6));
+        WriteAll(MakeMatrix(context, {Biggest(columns)}), Ramp(2));
+        KVOSimArray<KVOSimCollectionID> grid;
+        grid.Append(rows), grid.Append(columns);
+        KVOSimDistributionID const sparse = KVOSimContext(context).CreateDistribution(KVOSimGrid(grid), KVOSimRangeType(KVOSimDouble), -1);
+        KVOSimTransfer transfer = NewDrawer(KVOSimDistribution(sparse), {Biggest(rows), Biggest(columns)}, {});
+        KVOSimSerializationType type;
+        type.SetSparse();
+        transfer.SetSerialization(type);
+        transfer.SetSparseNNonzero(2);
+        double const values[] = {1, 2};
+        int const columnIndices[] = {1, 0}, rowStart[] = {0, 1, 1, 2};
+        transfer.SetBuffer(0, values, sizeof values);
+        transfer.SetBuffer(1, columnIndices, sizeof columnIndices);
+        transfer.SetBuffer(2, rowStart, sizeof rowStart);
+        transfer.ExecWrite();
+        database.Close();
+        sound = ReadFile(path);
+    }
+
+    /// Opens the sound file with HDF5 and lets `edit` loose on it.
+    void Edit(std::function<void(hid_t file)> const& edit) const
+    {
+        WriteFile(path, sound);
+        hid_t const file = H5Fopen(path.c_str(), H5F_ACC_RDWR, H5P_DEFAULT);
+        ASSERT_GE(file, 0);
+        edit(file);
+        ASSERT_EQ(H5Fget_obj_count(file, H5F_OBJ_ALL), 1) << "the edit left something open";
+        ASSERT_GE(H5Fclose(file), 0);
+    }
+
+    /// Opens the database and uses all that is in it. @return the text of the first failure
+    std::string UseAll(bool readOnly) const
+    {
+        return FailureOf([&] {
+            KVOSimDatabase database;
+            database.OpenFile(path.c_str(), readOnly);
+            for (KVOSimContextID const& context : database.QueryContexts())
+                for (KVOSimDistributionID const& id : KVOSimContext(context).QueryDistributions()) {
+                    KVOSimDistribution const distribution(id);
+                    KVOSimArray<KVOSimDrawer> drawers;
+                    distribution.QueryDrawers(drawers);
+                    for (KVOSimDrawer const& drawer : drawers)
+                        Use(distribution, drawer);
+                }
+            database.Close();
+        });
+    }
+
+    static void Use(KVOSimDistribution const& distribution, KVOSimDrawer const& drawer)
+    {
+        KVOSimTransfer transfer(distribution);
+        transfer.SetRead();
+        transfer.SetSerialization(drawer.serialization);
+        std::vector<std::vector<std::byte>> buffers;
+        int const slots = drawer.kind == KVOSimDenseDrawer ? 1 : drawer.kind == KVOSimSparseDrawer ? 3 : 4;
+        for (int slot = 0; slot < slots; ++slot) {
+            std::int64_t const bytes = distribution.DataSizeItems(drawer.id, slot) * 8;
+            if (bytes > 1000000)
+                return; // a matrix may be large: that is no damage
+            buffers.emplace_back(static_cast<std::size_t>(bytes));
+            transfer.SetBuffer(slot, buffers.back().data(), buffers.back().size());
+        }
+        for (int d = 0; d < drawer.csets.Size(); ++d) {
+            Members(drawer.csets[d]);
+            transfer.SetDim(d, drawer.csets[d]);
+        }
+        transfer.ExecRead();
+    }
+
+    std::string sound;
+};
+
+void Overwrite(hid_t file, char const* name, hid_t type, std::vector<int> const& values)
+{
+    hid_t const dataset = H5Dopen2(file, name, H5P_DEFAULT);
+    ASSERT_GE(dataset, 0) << name;
+    EXPECT_GE(H5Dwrite(dataset, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()), 0);
+    H5Dclose(dataset);
+}
+
+/// A dataset of the given sizes in the place of another.
+void Replace(hid_t file, char const* name, hid_t type, std::vector<hsize_t> const& sizes)
+{
+    EXPECT_GE(H5Ldelete(file, name, H5P_DEFAULT), 0);
+    hid_t const space = H5Screate_simple(static_cast<int>(sizes.size()), sizes.data(), nullptr);
+    hid_t const dataset = H5Dcreate2(file, name, type, space, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT);
+    EXPECT_GE(dataset, 0);
+    H5Dclose(dataset);
+    H5Sclose(space);
+}
+
+void SetAttribute(hid_t file, char const* name, int value)
+{
+    hid_t const attribute = H5Aopen(file, name, H5P_DEFAULT);
+    EXPECT_GE(H5Awrite(attribute, H5T_NATIVE_INT, &value), 0);
+    H5Aclose(attribute);
+}
+
+void Delete(hid_t file, char const* name)
+{
+    EXPECT_GE(H5Ldelete(file, name, H5P_DEFAULT), 0);
+}
+
+} // namespace
+
+TEST_F(Damage, IsAKVOSimExceptionWhateverIsMissingOrAbsurd)
+{
+    struct Case {
+        char const* expected;
+        std::function<void(hid_t)> edit;
+    };
+    std::vector<Case> const cases{
+        {"no failure", [](hid_t) {}},
+        {"no simulation database", [](hid_t f) { H5Adelete(f, "format"); }},
+        {"no simulation database", [](hid_t f) { H5Adelete(f, "format_version"); }},
+        {"format version is 2", [](hid_t f) { SetAttribute(f, "format_version", 2); }},
+        {"format version is 0", [](hid_t f) { SetAttribute(f, "format_version", 0); }},
+        {"number of its contexts", [](hid_t f) { H5Adelete(f, "contexts"); }},
+        {"number of its contexts", [](hid_t f) { SetAttribute(f, "contexts", -1); }},
+        {"Cannot read the catalogue", [](hid_t f) { SetAttribute(f, "contexts", INT_MAX); }},
+        {"Cannot read the catalogue", [](hid_t f) { Delete(f, "context_0"); }},
+        {"a wrong row for set", [](hid_t f) { Delete(f, "context_0/collections"); }},
+        {"a wrong row for set", [](hid_t f) { Delete(f, "context_0/set_members"); }},
+        {"a drawer without a distribution", [](hid_t f) { Delete(f, "context_0/distributions"); }},
+        {"a wrong row for distribution", [](hid_t f) { Delete(f, "context_0/grids"); }},
+        {"the table sets is not of the documented form", [](hid_t f) { Replace(f, "context_0/sets", H5T_IEEE_F64LE, {3}); }},
+        {"the table set_members is not of the documented form",
+         [](hid_t f) {
+             Replace(f, "context_0/set_members", H5T_STD_I32LE, {3, 1});
+         }},
+        {"more rows than the file can hold",
+         [](hid_t f) {
+             hid_t const table = H5Dopen2(f, "context_0/collections", H5P_DEFAULT);
+             hsize_t const rows = hsize_t{1} << 40;
+             H5Dset_extent(table, &rows);
+             H5Dclose(table);
+         }},
+        {"a wrong row for collection 0", // rows of zeros
+         [](hid_t f) {
+             hid_t const table = H5Dopen2(f, "context_0/collections", H5P_DEFAULT);
+             hsize_t const rows = 9;
+             H5Dset_extent(table, &rows);
+             H5Dclose(table);
+         }},
+        {"a negative member number in set 1",
+         [](hid_t f) {
+             Overwrite(f, "context_0/set_members", H5T_NATIVE_INT, {5, -7, 6});
+         }},
+        {"distribution_0_drawer_0", [](hid_t f) { Delete(f, "context_0/distribution_0_drawer_0"); }},
+        {"does not fit the catalogue",
+         [](hid_t f) {
+             Replace(f, "context_0/distribution_0_drawer_0", H5T_IEEE_F64LE, {2, 2});
+         }},
+        {"does not fit the catalogue",
+         [](hid_t f) {
+             Replace(f, "context_0/distribution_0_drawer_0", H5T_STD_I32LE, {2, 3});
+         }},
+        {"does not fit the catalogue",
+         [](hid_t f) {
+             Replace(f, "context_0/distribution_0_drawer_0", H5T_IEEE_F64LE, {2, 3, 1});
+         }},
+        {"Cannot open a sparse drawer", [](hid_t f) { Delete(f, "context_0/distribution_2_drawer_0/row_start"); }},
+        {"does not fit the catalogue", [](hid_t f) { Replace(f, "context_0/distribution_2_drawer_0/row_start", H5T_STD_I32LE, {5}); }},
+        {"does not fit the catalogue", [](hid_t f) { Replace(f, "context_0/distribution_2_drawer_0/values", H5T_IEEE_F64LE, {3}); }},
+        {"does not fit the catalogue", [](hid_t f) { Replace(f, "context_0/distribution_2_drawer_0/values", H5T_IEEE_F32LE, {2}); }},
+        {"row starts",
+         [](hid_t f) {
+             Overwrite(f, "context_0/distribution_2_drawer_0/row_start", H5T_NATIVE_INT, {0, 9, 1, 2});
+         }},
+        {"column indices",
+         [](hid_t f) {
+             Overwrite(f, "context_0/distribution_2_drawer_0/column_indices", H5T_NATIVE_INT, {1, 2});
+         }},
+    };
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        SCOPED_TRACE(i);
+        for (bool const readOnly : {true, false}) {
+            Edit(cases[i].edit);
+            testing::internal::CaptureStderr();
+            EXPECT_THAT(UseAll(readOnly), HasSubstr(cases[i].expected));
+            EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "HDF5 speaks for itself";
+        }
+    }
+}
+
+// Every number of every table, one at a time, set to values that are likely to lead astray: refused or right, nothing else.
+TEST_F(Damage, OfAnyNumberOfTheTablesIsNoMoreThanAnException)
+{
+    int refused = 0, tried = 0;
+    for (char const* const name : {"collections", "sets", "distributions", "grids", "drawers"}) {
+        std::string const table = std::string("context_0/") + name;
+        for (std::size_t word = 0, words = 1; word < words; ++word)
+            for (int const value : {-1, 1, 2, 3, 7, INT_MAX, INT_MIN}) {
+                SCOPED_TRACE(table + " word " + std::to_string(word) + " = " + std::to_string(value));
+                Edit([&](hid_t file) {
+                    hid_t const dataset = H5Dopen2(file, table.c_str(), H5P_DEFAULT), type = H5Dget_type(dataset),
+                                space = H5Dget_space(dataset);
+                    std::vector<int> rows(H5Tget_size(type) / sizeof(int) * static_cast<std::size_t>(H5Sget_simple_extent_npoints(space)));
+                    words = rows.size();
+                    EXPECT_GE(H5Dread(dataset, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, rows.data()), 0);
+                    rows[word] = value;
+                    H5Dclose(dataset);
+                    Overwrite(file, table.c_str(), type, rows);
+                    H5Sclose(space);
+                    H5Tclose(type);
+                });
+                std::string const failure = UseAll(true);
+                EXPECT_THAT(failure, AnyOf(HasSubstr("no failure"), HasSubstr(path)));
+                refused += failure != "no failure";
+                ++tried;
+            }
+    }
+    EXPECT_GT(tried, 300);
+    EXPECT_GT(refused, tried / 2);
+}
+
+// A process that dies while an extension waits in a transaction, and another one commits, leaves the dataset larger than its sets.
+TEST_F(Damage, ByADeathBesideAnExtensionIsRepairedOnOpening)
+{
+    Edit([](hid_t file) {
+        hid_t const dataset = H5Dopen2(file, "context_0/distribution_0_drawer_0", H5P_DEFAULT);
+        hsize_t const sizes[] = {2, 4};
+        H5Dset_extent(dataset, sizes);
+        double const values[] = {1, 2, 3, 66, 4, 5, 6, 77};
+        EXPECT_GE(H5Dwrite(dataset, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, values), 0);
+        H5Dclose(dataset);
+    });
+
+    KVOSimDatabase database;
+    for (bool const readOnly : {true, false}) {
+        database.OpenFile(path.c_str(), readOnly);
+        EXPECT_EQ(ReadAll(KVOSimDistributionID(database.ContextID(), 0)), Ramp(6));
+        database.Close();
+    }
+    database.OpenFile(path.c_str(), false);
+    KVOSimDistributionID const id(database.ContextID(), 0);
+    KVOSimTransfer transfer{KVOSimDistribution(id)};
+    transfer.SetWrite();
+    transfer.SetDimExtension(1, MakeSet(Describe(id).csets[1].CollectionID(), {9}));
+    transfer.InitializeExtension();
+    EXPECT_EQ(ReadAll(id), (std::vector<double>{1, 2, 3, 0, 4, 5, 6, 0})) << "what was never committed must not come back";
+}

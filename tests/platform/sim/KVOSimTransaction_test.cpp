@@ -1,0 +1,248 @@
+#include "SimClient.h"
+
+#include <optional>
+
+using namespace SimClient;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace
+{
+
+/// A database with one stored 2 x 3 matrix over a collection each.
+class Transaction : public DatabaseTest
+{
+protected:
+    Transaction()
+    {
+        contextID = Create(database);
+        context.emplace(contextID);
+        columns = context->CreateCollection(2);
+        rows = context->CreateCollection(3);
+        matrix = MakeMatrix(contextID, {MakeSet(columns, {0, 1}), MakeSet(rows, {10, 11, 12})}, {2, 2}, -1.0);
+        WriteAll(matrix, Ramp(6));
+        Again();
+    }
+
+    /// Closes, opens, and finds everything again.
+    void Again()
+    {
+        Reopen(database);
+        contextID = database.ContextID();
+        context.emplace(contextID);
+        columns = KVOSimCollectionID(contextID, columns.Index());
+        rows = KVOSimCollectionID(contextID, rows.Index());
+        matrix = KVOSimDistributionID(contextID, matrix.Index());
+    }
+
+    static void Extend(KVOSimDistributionID const& id, int dim, KVOSimCSetID const& members)
+    {
+        KVOSimTransfer transfer{KVOSimDistribution(id)};
+        transfer.SetWrite();
+        transfer.SetDimExtension(dim, members);
+        transfer.CheckView();
+        transfer.InitializeExtension();
+    }
+    std::vector<int> RowNumbers() const { return Members(Describe(matrix).csets[1]); }
+    int Count() const { return context->QueryDistributions().Size(); }
+
+    KVOSimDatabase database;
+    KVOSimContextID contextID;
+    std::optional<KVOSimContext> context;
+    KVOSimCollectionID columns, rows;
+    KVOSimDistributionID matrix;
+};
+
+} // namespace
+
+TEST_F(Transaction, LeavesNothingBehindUnlessCommitted)
+{
+    KVOSimCollectionID collection;
+    KVOSimCSetID set;
+    KVOSimDistributionID made;
+    KVOSimDistribution kept;
+    std::string const before = ReadFile(path);
+    {
+        KVOSimTransaction transaction(*context);
+        collection = context->CreateCollection(4);
+        set = MakeSet(collection, {3, 1});
+        made = MakeMatrix(contextID, {set, Biggest(rows)});
+        WriteAll(made, Ramp(6));
+        kept = KVOSimDistribution(made);
+    }
+
+    EXPECT_THAT(FailureOf([&] { KVOSimCollection{collection}; }), HasSubstr("no collection"));
+    EXPECT_THAT(FailureOf([&] { KVOSimCSet{set}; }), HasSubstr("no collection"));
+    EXPECT_THAT(FailureOf([&] { KVOSimDistribution{made}; }), HasSubstr("no distribution"));
+    EXPECT_THAT(FailureOf([&] { kept.NumDimensions(); }), HasSubstr("did not commit"));
+    EXPECT_EQ(Count(), 1);
+    Again();
+    EXPECT_EQ(Count(), 1);
+    EXPECT_EQ(ReadAll(matrix), Ramp(6));
+    EXPECT_THAT(FailureOf([&] { KVOSimCollection(KVOSimCollectionID(contextID, collection.Index())); }), HasSubstr("no collection"));
+}
+
+TEST_F(Transaction, KeepsWhatEachCommitFoundAndDropsTheRest)
+{
+    KVOSimDistributionID first, second, third;
+    {
+        KVOSimTransaction transaction(*context);
+        first = MakeMatrix(contextID, {Biggest(rows)});
+        transaction.Commit();
+        second = MakeMatrix(contextID, {Biggest(columns)});
+        WriteAll(second, Ramp(2));
+        transaction.Commit();
+        third = MakeMatrix(contextID, {Biggest(columns)});
+    }
+    EXPECT_EQ(Count(), 3);
+    Again();
+
+    EXPECT_EQ(Count(), 3);
+    EXPECT_EQ(ReadAll(KVOSimDistributionID(contextID, second.Index())), Ramp(2));
+    EXPECT_THAT(FailureOf([&] { KVOSimDistribution(KVOSimDistributionID(contextID, third.Index())); }), HasSubstr("no distribution"));
+}
+
+TEST_F(Transaction, NestsAndOverlaps)
+{
+    KVOSimDistributionID byInner, byOuter, byOverlapping;
+    {
+        KVOSimTransaction outer(*context);
+        KVOSimCollectionID const collection = context->CreateCollection(2); // the inner one's matrix needs it: kept with it
+        {
+            KVOSimTransaction inner(*context);
+            byInner = MakeMatrix(contextID, {Biggest(collection)});
+            inner.Commit();
+        }
+        byOuter = MakeMatrix(contextID, {Biggest(collection)});
+    }
+    EXPECT_EQ(Count(), 2);
+    EXPECT_THAT(FailureOf([&] { KVOSimDistribution{byOuter}; }), HasSubstr("no distribution"));
+    {
+        std::optional<KVOSimTransaction> one, two;
+        one.emplace(*context);
+        KVOSimCSetID const set = MakeSet(columns, {77});
+        two.emplace(*context);
+        byOverlapping = MakeMatrix(contextID, {set});
+        one.reset(); // the set stays, for it is used
+        EXPECT_THAT(Members(Describe(byOverlapping).csets[0]), ElementsAre(77));
+        two->Commit();
+    }
+    Again();
+
+    EXPECT_EQ(Count(), 3);
+    EXPECT_EQ(KVOSimDistribution(KVOSimDistributionID(contextID, byInner.Index())).DataSizeItems(0, 0), 2);
+    EXPECT_THAT(Members(Describe(KVOSimDistributionID(contextID, byOverlapping.Index())).csets[0]), ElementsAre(77));
+}
+
+TEST_F(Transaction, TakesAnExtensionBack)
+{
+    for (bool const commit : {false, true}) {
+        SCOPED_TRACE(commit);
+        {
+            KVOSimTransaction transaction(*context);
+            Extend(matrix, 1, MakeSet(rows, {20, 21}));
+            EXPECT_EQ(ReadAll(matrix), (std::vector<double>{1, 2, 3, -1, -1, 4, 5, 6, -1, -1}));
+            EXPECT_THAT(RowNumbers(), ElementsAre(10, 11, 12, 20, 21));
+            WriteAll(matrix, Ramp(10));
+            if (commit)
+                transaction.Commit();
+        }
+        for (int opened = 0; opened < 2; ++opened, Again())
+            if (commit) {
+                EXPECT_EQ(ReadAll(matrix), Ramp(10));
+                EXPECT_THAT(RowNumbers(), ElementsAre(10, 11, 12, 20, 21));
+            } else {
+                EXPECT_EQ(ReadAll(matrix), (std::vector<double>{1, 2, 3, 6, 7, 8}));
+                EXPECT_THAT(RowNumbers(), ElementsAre(10, 11, 12));
+            }
+        WriteAll(matrix, Ramp(commit ? 10 : 6));
+    }
+}
+
+TEST_F(Transaction, TakesExtensionsOfSeveralTransactionsBackInAnyOrder)
+{
+    std::optional<KVOSimTransaction> one, two;
+    one.emplace(*context);
+    Extend(matrix, 1, MakeSet(rows, {20}));
+    two.emplace(*context);
+    Extend(matrix, 1, MakeSet(rows, {30}));
+    Extend(matrix, 0, MakeSet(columns, {5}));
+
+    one.reset(); // the second one's members stand behind this one's: they stay for it
+    EXPECT_THAT(RowNumbers(), ElementsAre(10, 11, 12, 20, 30));
+    two.reset();
+    EXPECT_THAT(RowNumbers(), ElementsAre(10, 11, 12));
+    EXPECT_EQ(ReadAll(matrix), Ramp(6));
+
+    one.emplace(*context);
+    Extend(matrix, 1, MakeSet(rows, {20}));
+    two.emplace(*context);
+    Extend(matrix, 1, MakeSet(rows, {30}));
+    one->Commit();
+    two.reset();
+    one.reset();
+    for (int opened = 0; opened < 2; ++opened, Again())
+        EXPECT_THAT(RowNumbers(), ElementsAre(10, 11, 12, 20));
+}
+
+TEST_F(Transaction, NumbersTheDimensionAnew)
+{
+    Extend(matrix, 1, MakeSet(rows, {20}));
+    KVOSimTransfer transfer{KVOSimDistribution(matrix)};
+    transfer.SetWrite();
+    KVOSimCSetID const numbering = MakeSet(rows, {10, 11, 12, 20});
+    transfer.SetDimMembers(1, numbering);
+
+    EXPECT_EQ(Describe(matrix).csets[1], numbering);
+    EXPECT_THAT(FailureOf([&] { transfer.SetDimMembers(1, Biggest(rows)); }), HasSubstr("the set has 3 members, the dimension 4"));
+    Again();
+    EXPECT_EQ(Describe(matrix).csets[1].Index(), numbering.Index());
+}
+
+TEST_F(Transaction, ClosingKeepsWhatIsInNoOpenTransaction)
+{
+    KVOSimDistributionID const outside = MakeMatrix(contextID, {Biggest(rows)});
+    KVOSimTransaction transaction(*context);
+    KVOSimDistributionID const inside = MakeMatrix(contextID, {Biggest(rows)});
+    Again();
+
+    EXPECT_EQ(KVOSimDistribution(KVOSimDistributionID(contextID, outside.Index())).NumDimensions(), 1);
+    EXPECT_THAT(FailureOf([&] { KVOSimDistribution(KVOSimDistributionID(contextID, inside.Index())); }), HasSubstr("no distribution"));
+}
+
+TEST_F(Transaction, NeverGivesAnIndexTwice)
+{
+    int dropped = 0;
+    {
+        KVOSimTransaction transaction(*context);
+        dropped = MakeMatrix(contextID, {Biggest(rows)}).Index();
+    }
+    EXPECT_GT(MakeMatrix(contextID, {Biggest(rows)}).Index(), dropped);
+    Again();
+    EXPECT_EQ(ReadAll(matrix), Ramp(6));
+}
+
+TEST_F(Transaction, ManyObjectsInManyCommits)
+{
+    std::vector<int> made;
+    for (int commit = 0; commit < 20; ++commit) {
+        KVOSimTransaction transaction(*context);
+        for (int i = 0; i < 60; ++i) {
+            int const number = commit * 60 + i;
+            made.push_back(MakeMatrix(contextID, {MakeSet(columns, {number, number + 1})}).Index());
+            WriteAll(KVOSimDistributionID(contextID, made.back()), Ramp(2, number));
+        }
+        if (commit % 5 != 3)
+            transaction.Commit();
+        else
+            made.resize(made.size() - 60);
+    }
+    Again();
+
+    EXPECT_EQ(Count(), static_cast<int>(made.size()) + 1);
+    for (int const index : made) {
+        KVOSimDistributionID const id(contextID, index);
+        int const number = Members(Describe(id).csets[0])[0];
+        EXPECT_EQ(ReadAll(id), Ramp(2, number));
+    }
+}

@@ -1,0 +1,156 @@
+#pragma once
+
+#include "KVOSimCSet.h"
+#include "KVOSimCollection.h"
+#include "KVOSimContext.h"
+#include "KVOSimDatabase.h"
+#include "KVOSimDistribution.h"
+#include "KVOSimException.h"
+#include "KVOSimPosition.h"
+#include "KVOSimTransaction.h"
+#include "KVOSimTransfer.h"
+#include "TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+/// What the tests of the database's clients share.
+namespace SimClient
+{
+
+/// A database file in a fresh folder.
+class DatabaseTest : public testing::Test
+{
+protected:
+    TemporaryFolder const folder;
+    std::string const path = folder / "test.sim";
+
+    /// Makes the file, with one context.
+    KVOSimContextID Create(KVOSimDatabase& database) const
+    {
+        database.CreateFile(path.c_str(), 0);
+        return database.CreateContext();
+    }
+    void Reopen(KVOSimDatabase& database, bool readOnly = false) const
+    {
+        database.Close();
+        database.OpenFile(path.c_str(), readOnly);
+    }
+};
+
+inline std::vector<int> List(KVOSimArray<int> const& array)
+{
+    return {array.begin(), array.end()};
+}
+
+inline std::vector<int> Members(KVOSimCSetID const& set)
+{
+    return List(KVOSimCSet(set).OrderedMembers());
+}
+
+inline KVOSimCSetID MakeSet(KVOSimCollectionID const& collection, std::vector<int> const& numbers)
+{
+    return KVOSimCollection(collection).CreateOrderedCSet(numbers.data(), static_cast<int>(numbers.size()));
+}
+
+inline KVOSimCSetID Biggest(KVOSimCollectionID const& collection)
+{
+    return KVOSimCollection(collection).BiggestCSetID();
+}
+
+/// A transfer that is to make a drawer over `sets`, dense unless said otherwise later.
+inline KVOSimTransfer NewDrawer(KVOSimDistribution const& distribution, std::vector<KVOSimCSetID> const& sets,
+                                std::vector<int> const& chunks)
+{
+    KVOSimTransfer transfer(distribution);
+    if (chunks.empty())
+        transfer.SetMakeNewDrawer();
+    else
+        transfer.SetMakeNewDrawerChunked(KVOSimArray<int>(chunks));
+    transfer.SetWrite();
+    for (std::size_t d = 0; d < sets.size(); ++d)
+        transfer.SetDim(static_cast<int>(d), sets[d]);
+    return transfer;
+}
+
+/// A distribution of doubles over the collections of `sets`, with one dense drawer of zeros.
+inline KVOSimDistributionID MakeMatrix(KVOSimContextID const& context, std::vector<KVOSimCSetID> const& sets,
+                                       std::vector<int> const& chunks = {}, double initial = 0.0)
+{
+    std::vector<KVOSimCollectionID> collections;
+    for (KVOSimCSetID const& set : sets)
+        collections.push_back(set.CollectionID());
+    KVOSimDistributionID const id = KVOSimContext(context).CreateDistribution(KVOSimGrid(KVOSimArray<KVOSimCollectionID>(collections)),
+                                                                              KVOSimRangeType(KVOSimDouble), -1);
+    KVOSimTransfer transfer = NewDrawer(KVOSimDistribution(id), sets, chunks);
+    transfer.SetInitializationValue(initial, KVOSimDouble);
+    transfer.CheckView();
+    transfer.InitializePersistentDrawer();
+    return id;
+}
+
+inline KVOSimDrawer Describe(KVOSimDistributionID const& id, int drawer = 0)
+{
+    KVOSimArray<KVOSimDrawer> drawers;
+    KVOSimDistribution(id).QueryDrawers(drawers);
+    return drawers[drawer];
+}
+
+/// A transfer over all of drawer 0.
+inline KVOSimTransfer WholeView(KVOSimDistributionID const& id)
+{
+    KVOSimDistribution const distribution(id);
+    KVOSimTransfer transfer(distribution);
+    transfer.SetRead();
+    transfer.SetWrite();
+    KVOSimDrawer const drawer = Describe(id);
+    for (int d = 0; d < distribution.NumDimensions(); ++d)
+        transfer.SetDim(d, drawer.csets[d]);
+    transfer.CheckView();
+    return transfer;
+}
+
+inline std::vector<double> ReadAll(KVOSimDistributionID const& id)
+{
+    std::vector<double> values(static_cast<std::size_t>(KVOSimDistribution(id).DataSizeItems(0, 0)), -99.0);
+    KVOSimTransfer transfer = WholeView(id);
+    transfer.SetBuffer(0, values.data(), values.size() * sizeof(double));
+    transfer.ExecRead();
+    return values;
+}
+
+inline void WriteAll(KVOSimDistributionID const& id, std::vector<double> const& values)
+{
+    KVOSimTransfer transfer = WholeView(id);
+    transfer.SetBuffer(0, values.data(), values.size() * sizeof(double));
+    transfer.ExecWrite();
+}
+
+/// first, first + 1, ...
+inline std::vector<double> Ramp(std::size_t count, double first = 1.0)
+{
+    std::vector<double> values(count);
+    for (std::size_t i = 0; i < count; ++i)
+        values[i] = first + static_cast<double>(i);
+    return values;
+}
+
+/// The text of the KVOSimException that `run` ends in.
+template<class Run>
+std::string FailureOf(Run const& run)
+{
+    try {
+        run();
+    } catch (KVOSimException const& failure) {
+        return failure.AsString().c_str();
+    }
+    return "no failure";
+}
+
+} // namespace SimClient

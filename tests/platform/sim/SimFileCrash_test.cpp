@@ -1,0 +1,269 @@
+#include "ChildProcess.h"
+#include "KVOSimException.h"
+#include "KVOSimFaults.h"
+#include "SimFile.h"
+#include "SimIo.h"
+#include "SimWorkload.h"
+#include "TemporaryFolder.h"
+
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <map>
+#include <random>
+#include <thread>
+
+namespace
+{
+
+using simdb::File;
+
+constexpr int kOpenings = 2, kCommitsPerOpening = 3;
+
+/// A program that makes a database, commits, closes it, opens it again and commits more. Tells `report` of each commit that returned.
+template<class Report>
+void RunProgram(std::string const& path, Report const& report)
+{
+    int number = 0;
+    for (int opening = 0; opening < kOpenings; ++opening) {
+        auto const file = opening == 0 ? File::Create(path, File::Kind::Persistent) : File::Open(path, false);
+        for (int i = 0; i < kCommitsPerOpening; ++i) {
+            workload::Change(*file, ++number);
+            file->Commit();
+            report(number);
+        }
+        file->Close();
+    }
+}
+
+/// The commits that are whole in the file; 0 also for a file to which nothing was ever committed.
+int CommitsIn(std::string const& path, bool readOnly)
+{
+    try {
+        return workload::CheckedCommits(*File::Open(path, readOnly));
+    } catch (KVOSimException const& exception) {
+        std::string const text = exception.AsString().c_str();
+        EXPECT_TRUE(text.find("nothing was ever committed") != std::string::npos || text.find("it is empty") != std::string::npos ||
+                    text.find("No such file") != std::string::npos)
+            << text;
+        return 0;
+    }
+}
+
+/// A reader and then a writer see the same, at least what was reported and at most one commit more; and the work can go on.
+void ExpectWhole(std::string const& path, int reported)
+{
+    int const commits = CommitsIn(path, true);
+    EXPECT_GE(commits, reported);
+    EXPECT_LE(commits, reported + 1);
+    EXPECT_EQ(CommitsIn(path, false), commits);
+    if (commits == 0)
+        return;
+    auto const file = File::Open(path, false);
+    workload::Change(*file, commits + 1);
+    file->Close();
+    EXPECT_EQ(CommitsIn(path, true), commits + 1);
+}
+
+/// Pipe through which a child says which commits have returned.
+struct Reports {
+    Reports()
+    {
+        if (pipe(ends.data()) != 0)
+            throw std::runtime_error("no pipe");
+    }
+    ~Reports()
+    {
+        close(ends[0]);
+        close(ends[1]);
+    }
+    void Send(int number) const
+    {
+        if (write(ends[1], &number, sizeof number) != sizeof number)
+            _exit(97);
+    }
+    /// The last one sent; to be asked when the sender is dead.
+    int Last()
+    {
+        close(ends[1]);
+        int last = 0;
+        while (read(ends[0], &last, sizeof last) == sizeof last) {
+        }
+        return last;
+    }
+    std::array<int, 2> ends;
+};
+
+TEST(SimFileCrash, KilledAtEveryCall)
+{
+    TemporaryFolder const folder(workload::FolderWithoutDisk());
+    std::string const path = folder / "a.sim";
+    int kills = 0;
+    for (bool const torn : {false, true})
+        for (int call = 0;; ++call) {
+            SCOPED_TRACE("call " + std::to_string(call) + (torn ? ", torn" : ""));
+            std::filesystem::remove(path);
+            std::filesystem::remove(path + ".journal");
+            Reports reports;
+            ChildProcess child([&] {
+                KVOSimFaults::KillAfter(call, torn);
+                RunProgram(path, [&](int number) { reports.Send(number); });
+                return 0;
+            });
+            int const end = child.Wait();
+            ExpectWhole(path, reports.Last());
+            if (end == 0 || HasFailure())
+                break;
+            ASSERT_EQ(end, -SIGKILL);
+            ++kills;
+        }
+    std::printf("%d kills\n", kills);
+    EXPECT_GT(kills, 150);
+}
+
+// A number of rounds in KVO_CRASH_ROUNDS makes a longer run; docs/reliability.md has the figures of one.
+TEST(SimFileCrash, KilledAtRandomMoments)
+{
+    char const* const variable = std::getenv("KVO_CRASH_ROUNDS");
+    int const rounds = variable != nullptr ? std::atoi(variable) : 30;
+    TemporaryFolder const folder(workload::FolderWithoutDisk());
+    std::mt19937_64 random(4711);
+    long committed = 0;
+    for (int round = 0; round < rounds && !HasFailure(); ++round) {
+        SCOPED_TRACE(round);
+        std::string const path = folder / "a.sim";
+        std::filesystem::remove(path);
+        std::filesystem::remove(path + ".journal");
+        Reports reports;
+        ChildProcess child([&] {
+            auto const file = File::Create(path, File::Kind::Persistent);
+            for (int number = 1;; ++number) {
+                workload::Change(*file, number);
+                file->Commit();
+                reports.Send(number);
+            }
+            return 0;
+        });
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 60000));
+        child.Kill();
+        int const reported = reports.Last();
+        committed += reported;
+        ExpectWhole(path, reported);
+    }
+    std::printf("%d kills, %ld commits\n", rounds, committed);
+}
+
+/// What a disk has of the files when the power goes: what was synced, and any part of what came after.
+class Disk : public simdb::io::Observer
+{
+public:
+    explicit Disk(std::string folder) : m_folder(std::move(folder)) {}
+
+    /// The last commit that has returned, and the number of times that the power went.
+    int reported = 0;
+    int failures = 0;
+
+    void OnWrite(int descriptor, void const* data, std::size_t bytes, std::uint64_t offset) override
+    {
+        Blackout();
+        auto const* const begin = static_cast<char const*>(data);
+        // A disk writes sectors; each is written or not.
+        for (std::size_t at = 0; at < bytes;) {
+            std::size_t const count = std::min(bytes - at, kSector - (offset + at) % kSector);
+            FileAt(descriptor).unsynced.push_back({offset + at, {begin + at, count}, 0});
+            at += count;
+        }
+    }
+    void OnSync(int descriptor) override
+    {
+        Blackout();
+        Content& file = FileAt(descriptor);
+        for (Change const& change : file.unsynced)
+            Make(file.synced, change);
+        file.unsynced.clear();
+    }
+    void OnLength(int descriptor, std::uint64_t length) override
+    {
+        Blackout();
+        FileAt(descriptor).unsynced.push_back({0, {}, length});
+    }
+    void OnRemove(std::string const& path) override
+    {
+        Blackout();
+        if (m_random() % 2 == 0) // or the removal never reaches the disk
+            m_files.erase(std::filesystem::path(path).filename());
+    }
+
+private:
+    static constexpr std::size_t kSector = 512;
+    struct Change {
+        std::uint64_t offset;
+        std::string bytes;
+        std::uint64_t length; // a change of the length, where it is not 0
+    };
+    struct Content {
+        std::string synced;
+        std::vector<Change> unsynced;
+    };
+
+    static void Make(std::string& content, Change const& change)
+    {
+        if (change.length != 0)
+            content.resize(change.length);
+        else if (content.size() < change.offset + change.bytes.size())
+            content.resize(change.offset + change.bytes.size());
+        content.replace(change.offset, change.bytes.size(), change.bytes);
+    }
+    Content& FileAt(int descriptor)
+    {
+        auto const path = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor));
+        return m_files[path.filename()];
+    }
+    void Blackout()
+    {
+        if (testing::Test::HasFailure())
+            return;
+        simdb::io::observer = nullptr;
+        for (int share : {0, 50, 90, 100}) { // of the changes that reach the disk, in per cent
+            std::string const path = m_folder + "/a.sim";
+            for (char const* const name : {"a.sim", "a.sim.journal"}) {
+                std::filesystem::remove(m_folder + "/" + name);
+                auto const file = m_files.find(name);
+                if (file == m_files.end())
+                    continue;
+                std::string content = file->second.synced;
+                for (Change const& change : file->second.unsynced)
+                    if (static_cast<int>(m_random() % 100) < share)
+                        Make(content, change);
+                WriteFile(m_folder + "/" + name, content);
+            }
+            ++failures;
+            SCOPED_TRACE("power failure " + std::to_string(failures));
+            try { // the calls that are watched are noexcept
+                ExpectWhole(path, reported);
+            } catch (KVOSimException const& exception) {
+                ADD_FAILURE() << exception.AsString().c_str();
+            }
+        }
+        simdb::io::observer = this;
+    }
+
+    std::string m_folder;
+    std::map<std::string, Content> m_files;
+    std::mt19937_64 m_random{99};
+};
+
+TEST(SimFileCrash, PowerFailureAtEveryCall)
+{
+    TemporaryFolder const folder(workload::FolderWithoutDisk()), afterwards(workload::FolderWithoutDisk());
+    Disk disk(afterwards / "");
+    simdb::io::observer = &disk;
+    RunProgram(folder / "a.sim", [&](int number) { disk.reported = number; });
+    simdb::io::observer = nullptr;
+    std::printf("%d power failures\n", disk.failures);
+    EXPECT_GT(disk.failures, 300);
+}
+
+} // namespace

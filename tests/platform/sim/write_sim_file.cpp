@@ -1,0 +1,78 @@
+// Writes the database that read_sim_file.py reads: write_sim_file PATH
+#include "SimClient.h"
+
+#include <cstdio>
+
+using namespace SimClient;
+
+namespace
+{
+
+void StoreSparse(KVOSimContextID const& context, KVOSimCSetID const& rows, KVOSimCSetID const& columns, bool symmetric)
+{
+    KVOSimArray<KVOSimCollectionID> grid;
+    grid.Append(rows.CollectionID()), grid.Append(columns.CollectionID());
+    KVOSimDistribution const distribution(KVOSimContext(context).CreateDistribution(KVOSimGrid(grid), KVOSimRangeType(KVOSimDouble), -1));
+    KVOSimTransfer transfer = NewDrawer(distribution, {rows, columns}, {});
+    KVOSimSerializationType type;
+    symmetric ? type.SetSparseSym() : type.SetSparse();
+    transfer.SetSerialization(type);
+    transfer.SetSparseNNonzero(3);
+    double const values[] = {0.5, 0.25, -1.0}, diagonal[] = {10, 20, 30, 40};
+    int const columnIndices[] = {1, 2, symmetric ? 3 : 2}, rowStart[] = {0, 2, 2, 3, 3};
+    transfer.SetBuffer(0, values, sizeof values);
+    transfer.SetBuffer(1, columnIndices, sizeof columnIndices);
+    transfer.SetBuffer(2, rowStart, sizeof rowStart);
+    if (symmetric)
+        transfer.SetBuffer(3, diagonal, sizeof diagonal);
+    transfer.ExecWrite();
+}
+
+void Write(char const* path)
+{
+    KVOSimDatabase database;
+    database.CreateFile(path, 0);
+    KVOSimContextID const context = database.CreateContext();
+    KVOSimCollectionID const rows = KVOSimContext(context).CreateCollection(4), columns = KVOSimContext(context).CreateCollection(3);
+    KVOSimCSetID const rowSet = MakeSet(rows, {100, 300, 200, 400});
+
+    KVOSimDistributionID const whole = MakeMatrix(context, {Biggest(columns), rowSet}, {2, 3}); // distribution 0
+    WriteAll(whole, Ramp(12));
+    KVOSimDistributionID const partial = MakeMatrix(context, {Biggest(columns), rowSet}, {1, 2}, 7.5); // 1: one chunk of six is written
+    KVOSimTransfer transfer{KVOSimDistribution(partial)};
+    transfer.SetWrite();
+    transfer.SetDimOrdinalRange(0, columns, 1, 1);
+    transfer.SetDimOrdinalRange(1, rows, 2, 2);
+    double const value = -2.0;
+    transfer.SetBuffer(0, &value, sizeof value);
+    transfer.ExecWrite();
+    WriteAll(MakeMatrix(context, {rowSet}), Ramp(4));                                          // 2: contiguous
+    StoreSparse(context, rowSet, Biggest(columns), false);                                     // 3
+    StoreSparse(context, rowSet, Biggest(KVOSimCollection(rows).CreateColorVariant(1)), true); // 4
+
+    // 0 grows: its drawer has a second block of rows in the table.
+    KVOSimTransfer extension{KVOSimDistribution(whole)};
+    extension.SetWrite();
+    KVOSimContext contextObject(context);
+    KVOSimTransaction transaction(contextObject);
+    transaction.Commit();
+    extension.SetDimExtension(1, MakeSet(rows, {500}));
+    extension.InitializeExtension();
+    transaction.Commit();
+    database.Close();
+}
+
+} // namespace
+
+int main(int count, char** arguments)
+{
+    try {
+        if (count != 2)
+            return 2;
+        Write(arguments[1]);
+        return 0;
+    } catch (KVOSimException const& failure) {
+        std::fprintf(stderr, "%s\n", failure.AsString().c_str());
+        return 1;
+    }
+}

@@ -1,0 +1,99 @@
+#pragma once
+
+#include "KVOSimCSet.h"
+#include "KVOSimCollection.h"
+#include "KVOSimContext.h"
+#include "KVOSimDatabase.h"
+#include "KVOSrvDenseMatrix.h"
+#include "KVOSrvUtilities.h"
+#include "MatrixSupport.h"
+#include "TemporaryFolder.h"
+
+#include <memory>
+#include <numeric>
+
+/// A database in a fresh folder, with one context, and matrices in it.
+class TestDatabase
+{
+public:
+    TestDatabase()
+    {
+        m_database.SetScratch(); // nothing here is about syncing
+        m_database.CreateFile(DRXUnicodeString(Path().c_str()), 0);
+        m_database.CreateContext();
+    }
+
+    std::string Path() const { return m_folder / "test.sim"; }
+    KVOSimContext Context() const
+    {
+        KVOSimContext context(m_database.ContextID());
+        context.Open();
+        return context;
+    }
+
+    /// A new set of `count` members, numbered from `first` on in steps of `step`, in a collection of its own.
+    KVOSimCSetID Members(int count, int first = 0, int step = 1) const
+    {
+        std::vector<int> numbers;
+        for (int i = 0; i < count; ++i)
+            numbers.push_back(first + i * step);
+        return Members(numbers);
+    }
+    KVOSimCSetID Members(std::vector<int> const& numbers) const
+    {
+        auto const count = static_cast<int>(numbers.size());
+        return KVOSimCollection(Context().CreateCollection(count)).CreateOrderedCSet(numbers.data(), count);
+    }
+
+    /// A new matrix of zeros; chunk sizes as Create2DDistribution takes them.
+    KVOSimDistributionID Matrix(int rows, int columns, int rowChunk, int columnChunk) const
+    {
+        return KVOSrvUtilities::Create2DDistribution(Members(rows), Members(columns), rowChunk, columnChunk);
+    }
+
+private:
+    TemporaryFolder m_folder;
+    KVOSimDatabase m_database;
+};
+
+inline std::vector<int> ToVector(KVOSimArray<int> const& list)
+{
+    return {list.begin(), list.end()};
+}
+
+/// The member numbers of a set.
+inline std::vector<int> NumbersOf(KVOSimCSetID const& set)
+{
+    return ToVector(KVOSimCSet(set).OrderedMembers());
+}
+
+/// All values of a stored matrix.
+inline Dense StoredValues(KVOSrvDenseMatrix const& matrix)
+{
+    Dense content(matrix.NumberOfRows(), matrix.NumberOfColumns());
+    matrix.GetAllValues(content.values.data());
+    return content;
+}
+
+/// Stores random values in all of a matrix and returns them.
+inline Dense Randomize(KVOSrvDenseMatrix& matrix)
+{
+    KVOSrvMatrix const values = RandomMatrix(matrix.NumberOfRows(), matrix.NumberOfColumns());
+    matrix.SetRows(0, matrix.NumberOfRows() - 1, values);
+    return Dense(values);
+}
+
+/// Every value of `matrix` is expected(i, j), to the bit.
+template<class Expectation>
+void ExpectContent(KVOSrvDenseMatrix const& matrix, Expectation const& expected)
+{
+    Dense content = StoredValues(matrix);
+    ExpectElements(KVOSrvMatrix(content.rows, content.columns, content.values.data(), false, false), expected);
+}
+
+inline void ExpectContent(KVOSrvDenseMatrix const& matrix, Dense const& expected)
+{
+    ASSERT_EQ(matrix.NumberOfRows(), expected.rows);
+    ASSERT_EQ(matrix.NumberOfColumns(), expected.columns);
+    ExpectContent(matrix, [&](int i, int j) { return expected.At(i, j); });
+}
