@@ -1,0 +1,3 @@
+#include "cow_Btree.h"
+
+template class cow_Btree<int, KVOSrvDenseMatrix*>;
