@@ -4,9 +4,9 @@
 ! complex arrays here and interleaved doubles in C. A Fortran LOGICAL (tryrac) and the result of BLAC_LSAME are integers, 0 or 1.
 ! The interfaces follow the header's order; a test compiles them as C prototypes together with it.
 module kvo_mtx
-    use, intrinsic :: iso_c_binding, only: c_char, c_double, c_double_complex, c_float, c_int, c_size_t
+    use, intrinsic :: iso_c_binding, only: c_char, c_double, c_double_complex, c_float, c_int, c_int64_t, c_size_t
     implicit none
-    private :: c_char, c_double, c_double_complex, c_float, c_int, c_size_t
+    private :: c_char, c_double, c_double_complex, c_float, c_int, c_int64_t, c_size_t
 
     interface
         ! Timers and sort.
@@ -519,6 +519,38 @@ module kvo_mtx
             integer(c_int), intent(in) :: request
             integer(c_int), intent(out) :: inForce
         end subroutine BLAC_SPARSE_LEVEL
+
+        ! Matrix containers.
+        function KVOSRVMATRIXCONTAINERCREATE() bind(C, name="KVOSRVMATRIXCONTAINERCREATE") result(handle)
+            import
+            integer(c_int64_t) :: handle
+        end function KVOSRVMATRIXCONTAINERCREATE
+
+        function KVOSRVMATRIXCONTAINERNUMROWS(handle, id) bind(C, name="KVOSRVMATRIXCONTAINERNUMROWS") result(r)
+            import
+            integer(c_int64_t), value :: handle
+            integer(c_int), intent(in) :: id
+            integer(c_int) :: r
+        end function KVOSRVMATRIXCONTAINERNUMROWS
+
+        function KVOSRVMATRIXCONTAINERNUMCOLUMNS(handle, id) bind(C, name="KVOSRVMATRIXCONTAINERNUMCOLUMNS") result(r)
+            import
+            integer(c_int64_t), value :: handle
+            integer(c_int), intent(in) :: id
+            integer(c_int) :: r
+        end function KVOSRVMATRIXCONTAINERNUMCOLUMNS
+
+        subroutine KVOSRVMATRIXCONTAINERGETVALUES(handle, id, values) bind(C, name="KVOSRVMATRIXCONTAINERGETVALUES")
+            import
+            integer(c_int64_t), value :: handle
+            integer(c_int), intent(in) :: id
+            real(c_double), intent(inout) :: values(*)
+        end subroutine KVOSRVMATRIXCONTAINERGETVALUES
+
+        subroutine KVOSRVMATRIXCONTAINERDELETE(handle) bind(C, name="KVOSRVMATRIXCONTAINERDELETE")
+            import
+            integer(c_int64_t), value :: handle
+        end subroutine KVOSRVMATRIXCONTAINERDELETE
     end interface
 
 end module kvo_mtx

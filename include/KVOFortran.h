@@ -3,12 +3,14 @@
 #include "KVOExport.h"
 
 #include <cstddef>
+#include <cstdint>
 
 /// The Fortran-callable entry points, as C prototypes; the Fortran module kvo_mtx declares the same for Fortran.
 ///
-/// Conventions. Every argument is passed by reference: inputs point to const, outputs do not. Integers are 32-bit, reals 64-bit, matrices
-/// are stored by columns. A character argument is one character, of which only the first is read, and takes no hidden length; the one
-/// exception is BLAC_ILAENV. No entry point keeps a pointer, allocates for its caller or throws by itself.
+/// Conventions. Every argument but a container's handle is passed by reference: inputs point to const, outputs do not. Integers are 32-bit,
+/// reals 64-bit, matrices are stored by columns. A character argument is one character, of which only the first is read, and takes no
+/// hidden length; the one exception is BLAC_ILAENV. No entry point keeps a pointer, and but for the matrix containers' none allocates for
+/// its caller or throws by itself.
 ///
 /// BLAC_<ROUTINE> takes the arguments of the BLAS or LAPACK routine of that name, in its order, and forwards them unchanged to the
 /// provider that is loaded: shapes, workspace sizes and results are those of the routine's own documentation (LAPACK Users' Guide, 3rd
@@ -279,6 +281,27 @@ KVO_EXPORT void BLAC_SPARSE_SPARSE_UMTV(double const* a, double const* x, int co
 ///                 request also gives and which is in force from the start
 /// @param[out] inForce  the level from now on
 KVO_EXPORT void BLAC_SPARSE_LEVEL(int const* request, int* inForce);
+
+/// @}
+/// @name Matrix containers
+///
+/// A container (KVOSrvMatrixContainer, which see) holds database matrices by id, in a file of its own in the working directory. C++ creates
+/// and removes its matrices; these entry points make the container, read the matrices and delete the container. Its handle is its address:
+/// C++ may make one, too, with `new`. Handle 0 is no container.
+///
+/// Asked for a matrix that is not there (unknown or removed, or no container), they write a line to the error stream and answer as stated.
+/// Where the database fails, KVOSimException leaves through the caller, which only C++ can catch.
+/// @{
+
+/// Makes an empty container. @return its handle; KVOSRVMATRIXCONTAINERDELETE ends it
+KVO_EXPORT std::int64_t KVOSRVMATRIXCONTAINERCREATE(void);
+/// The rows, and the columns, of the matrix `id`; 0 when there is none.
+KVO_EXPORT int KVOSRVMATRIXCONTAINERNUMROWS(std::int64_t handle, int const* id);
+KVO_EXPORT int KVOSRVMATRIXCONTAINERNUMCOLUMNS(std::int64_t handle, int const* id);
+/// Reads the whole matrix `id`. @param[out] values  rows x columns, without gaps; not touched when there is no such matrix
+KVO_EXPORT void KVOSRVMATRIXCONTAINERGETVALUES(std::int64_t handle, int const* id, double* values);
+/// Deletes the container with its matrices and its file; the handle 0 does nothing.
+KVO_EXPORT void KVOSRVMATRIXCONTAINERDELETE(std::int64_t handle);
 
 /// @}
 

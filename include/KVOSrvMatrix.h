@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+class KVOSrvDenseMatrix;
+
 /// A dense matrix of doubles in memory: the common operand of the library.
 ///
 /// Element (i, j), 0-based, stands at values[j * rows + i]: by columns, the leading dimension is always the number of rows. A matrix that
@@ -46,6 +48,9 @@ public:
     /// The array; it stays the matrix's, and valid until an assignment or Transpose() reallocates it.
     double* Values() noexcept { return m_values; }
     double const* Values() const noexcept { return m_values; }
+    /// How many entries members that take the array as full storage may reach: rows * columns, whoever wraps a diagonal vouching for its
+    /// array, but `rows` where the array was allocated for a diagonal.
+    std::int64_t AddressableEntries() const noexcept;
     /// @}
 
     /// @name Assignment and comparison
@@ -126,6 +131,12 @@ public:
     /// this := this + f * B; B may be this matrix. A factor of 0 does nothing, whatever the shapes.
     /// @throws KVOSrvMtxIllegalInput "Add" if the shapes differ, or this matrix is diagonal and B full
     void Add(double f, KVOSrvMatrix const& B);
+    /// this := this + f * D, piece by piece of the stored matrix D, which may be smaller: the rows and columns behind it stay. A factor of
+    /// 0 does nothing. A square matrix that is declared symmetric reads the upper triangle of D only, and its own upper triangle is then
+    /// copied onto the lower one.
+    /// @throws KVOSrvMtxIllegalInput "Add" if D has more rows or columns, or this matrix is diagonal
+    /// @throws KVOSimException if the database fails; what was added by then stays
+    void Add(double f, KVOSrvDenseMatrix const& D);
     /// this := (1 - t) * A + t * B; A and B may be this matrix. A NaN in `t` is let through.
     /// @throws KVOSrvMtxIllegalInput "Interpolate" if the shapes differ, t < 0, t > 1, or some of the three are diagonal but not all
     void Interpolate(double t, KVOSrvMatrix const& A, KVOSrvMatrix const& B);
@@ -196,7 +207,6 @@ public:
 
 private:
     std::int64_t StoredEntries() const noexcept;
-    std::int64_t AddressableEntries() const noexcept;
     bool IsAllocatedAsDiagonal() const noexcept { return m_diagonal && m_ownsValues; }
     bool IsSquare() const noexcept { return m_rows == m_columns; }
     bool HasShapeOf(KVOSrvMatrix const& other) const noexcept { return m_rows == other.m_rows && m_columns == other.m_columns; }

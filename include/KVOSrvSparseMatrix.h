@@ -1,6 +1,7 @@
 #pragma once
 
 #include "KVOExport.h"
+#include "KVOSimIdentifiers.h"
 #include "cow_List.h"
 #include "mem_Allocator.h"
 
@@ -8,6 +9,7 @@
 #include <memory>
 
 class KVOFsmSystemDofDefinition;
+class KVOSrvDenseMatrix;
 namespace KVOSrvSparseSupport
 {
 struct SparseRows;
@@ -42,6 +44,8 @@ class KVO_EXPORT KVOSrvSparseMatrix : public mem_AllocationOperators
 public:
     /// An empty, not yet assembled matrix of rows x columns; AddData() enlarges it as needed.
     KVOSrvSparseMatrix(int rows, int columns);
+    /// The matrix stored in a distribution, as Import() reads it; a null one gives an empty matrix.
+    explicit KVOSrvSparseMatrix(KVOSimDistributionID const& distribution);
     ~KVOSrvSparseMatrix();
     KVOSrvSparseMatrix(KVOSrvSparseMatrix const&) = delete;
     KVOSrvSparseMatrix& operator=(KVOSrvSparseMatrix const&) = delete;
@@ -110,6 +114,19 @@ public:
     /// @param y  column-major, leading dimension the rows of A (the columns when `transpose`); overwritten. Must not overlap x
     void Multiply(double const* x, int nvec, double* y, bool transpose) const;
 
+    /// Y = A X, or Y = A^T X when `transpose`, for stored matrices, block column of X by block column. Rows of Y behind those of the
+    /// product become zero. Y may be X itself, but overlap it in no other way.
+    /// @param X  at least as many rows as the product takes @param Y  at least the product's rows and X's columns
+    /// @throws KVOSrvMtxIllegalInput "MultiplyDense" when the sizes do not fit; nothing is changed then
+    /// @throws KVOSimException when the database fails; Y keeps the block columns written by then
+    void MultiplyDense(KVOSrvDenseMatrix const& X, KVOSrvDenseMatrix& Y, bool transpose) const;
+    /// y = A^T X into memory, reading only those rows of X that meet an entry.
+    /// @param y          column-major, the columns of A x the columns of X; overwritten
+    /// @param transpose  true; anything else ends in KVOSrvMtxNoTranspose when the first block of X was read
+    /// @throws KVOSrvMtxNoSymmetricTrue "MultiplyDense" on half storage
+    /// @throws KVOSrvMtxIllegalInput "MultiplyDense" when X has too few rows, KVOSimException when the database fails
+    void MultiplyDense(KVOSrvDenseMatrix const& X, double* y, bool transpose) const;
+
     /// Multiplies every stored value by s.
     void Scale(double s);
 
@@ -168,6 +185,25 @@ public:
     /// @throws KVOSrvMtxOpenFileException, KVOSrvMtxFileWriteFailure with the path
     void Export(char const* path, int format, KVOFsmSystemDofDefinition const* dofs = nullptr) const;
 
+    // ---- database
+
+    /// Replaces this matrix by the first drawer of a distribution, in half storage when that is symmetric; pending entries are dropped.
+    /// @throws KVOSrvMtxIllegalInput "Import" when that is no sparse matrix of doubles
+    /// @throws KVOSimException when the database fails
+    /// After either the matrix is as it was.
+    void Import(KVOSimDistributionID const& distribution);
+
+    /// Writes this matrix as a new drawer of a distribution, see KVOSrvUtilities::CreateSparseDistribution(): in half storage as a
+    /// symmetric one.
+    /// @param rows,columns  the sets that number them: as many members as this matrix has rows, and at least as many as columns
+    /// @throws KVOSrvMtxIllegalInput "Export" when they have not
+    /// @throws KVOSimException when the database fails; there is no new drawer then
+    void Export(KVOSimCSetID const& rows, KVOSimCSetID const& columns, KVOSimDistributionID const& distribution) const;
+
+    /// The sets that number the rows and the columns in the database; null but after an import from there.
+    KVOSimCSetID RowCSetID() const { return m_rowCSet; }
+    KVOSimCSetID ColumnCSetID() const { return m_columnCSet; }
+
 private:
     friend class KVOSrvSparseImExPorter;
 
@@ -211,6 +247,8 @@ private:
     Array<int> m_columnIndices;
     Array<unsigned> m_rowStart;
     Array<double> m_diagonal; // of a half-stored matrix
+    KVOSimCSetID m_rowCSet;   // of the last import from a database
+    KVOSimCSetID m_columnCSet;
     int m_nonzeroCount = 0;
     int m_rowCount; // negative, as the columns, only without m_rowStart: after AddData() of a row above INT_MAX - 1
     int m_columnCount;

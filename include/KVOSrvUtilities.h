@@ -1,6 +1,10 @@
 #pragma once
 
 #include "KVOExport.h"
+#include "KVOSimArray.h"
+#include "KVOSimDistribution.h"
+#include "KVOSimIdentifiers.h"
+#include "KVOSimPosition.h"
 #include "cow_String.h"
 
 /// Services that the matrix classes share. Not locked: settings belong to the host's main thread.
@@ -22,6 +26,39 @@ public:
     /// the working directory.
     static void SetTempDirectory(cow_String const& dir);
     static cow_String GetTempDirectory();
+
+    /// Whether a distribution holds a dense matrix: one or two dimensions, one drawer, which is dense.
+    static bool IsDenseMatrix(KVOSimDistribution const& distribution);
+    /// Whether it holds a sparse matrix: two dimensions, one drawer, which is sparse, symmetric or not.
+    static bool IsSparseMatrix(KVOSimDistribution const& distribution);
+
+    /// @name Makers of distributions
+    /// Each makes a new distribution with one drawer; those for doubles read as 0.0 until they are written. A chunk size of -1 means all
+    /// of its dimension; without any other chunk size the drawer is not chunked. A chunk may be larger than its dimension. Chunk sizes are
+    /// not capped: see LimitChunkSize2GB(). Where two dimensions have one collection, the first takes a colour variant of it, so that the
+    /// dimensions differ. A typeIndex of 0 or greater types the distribution. Failures, null sets among them, are KVOSimException; the
+    /// distribution then disappears with the transaction, if there is one.
+    /// @{
+
+    /// Over `set`, in the context of its collection.
+    static KVOSimDistributionID Create1DDistribution(KVOSimCSetID const& set, int chunk);
+    static KVOSimDistributionID Create1DDistribution(KVOSimPosition& position, int typeIndex, KVOSimCSetID const& set, int chunk);
+    /// A matrix of rows x columns: dimension 0 over the columns, dimension 1 over the rows.
+    static KVOSimDistributionID Create2DDistribution(KVOSimCSetID const& rows, KVOSimCSetID const& columns, int rowChunk, int columnChunk);
+    static KVOSimDistributionID Create2DDistribution(KVOSimPosition& position, int typeIndex, KVOSimCSetID const& rows,
+                                                     KVOSimCSetID const& columns, int rowChunk, int columnChunk);
+    /// Dimension d over sets[d]. @param chunks  one size a dimension, or none: not chunked @param temporary  not kept with the database
+    /// @throws KVOSrvMtxIllegalInput "CreateDistribution" when the number of chunk sizes is another one
+    static KVOSimDistributionID CreateDistribution(KVOSimPosition& position, int typeIndex, KVOSimArray<KVOSimCSetID> const& sets,
+                                                   KVOSimArray<int> const& chunks, bool temporary);
+    /// Integers over `set`, not chunked, written at once. @param values  `count` of them, one a member
+    static KVOSimDistributionID Write1DIntDistribution(KVOSimCSetID const& set, int const* values, int count);
+    /// For a sparse matrix, whose export makes the drawer: dimension 0 over the rows, dimension 1 over the columns; here the columns take
+    /// the colour variant.
+    static KVOSimDistributionID CreateSparseDistribution(KVOSimCSetID const& rows, KVOSimCSetID const& columns);
+    static KVOSimDistributionID CreateSparseDistribution(KVOSimPosition& position, int typeIndex, KVOSimCSetID const& rows,
+                                                         KVOSimCSetID const& columns);
+    /// @}
 };
 
 /// Cuts indices[0 .. n-1] into runs of consecutive ascending indices of at most maxRun entries.

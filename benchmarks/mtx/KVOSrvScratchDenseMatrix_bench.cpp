@@ -1,0 +1,188 @@
+// What a database matrix costs beside its values: files, catalogue, memory.
+
+#include "AgainstPeer.h"
+#include "KVOSimCollection.h"
+#include "KVOSimContext.h"
+#include "KVOSimDatabase.h"
+#include "KVOSimTransaction.h"
+#include "KVOSrvMatrix.h"
+#include "KVOSrvScratchDenseMatrix.h"
+#include "KVOSrvUtilities.h"
+
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace
+{
+
+std::string FilePath(char const* name)
+{
+    return std::filesystem::temp_directory_path() / (std::string("kvo-bench-") + name + "-" + std::to_string(getpid()));
+}
+
+// The peer: a file is made, gets a page, is closed and removed.
+void CreateAndDestroyScratch(benchmark::State& state)
+{
+    constexpr int kTimes = 100;
+    std::string const path = FilePath("bare");
+    std::vector<char> const page(4096);
+    AgainstPeer(
+        state,
+        [] {
+            for (int i = 0; i < kTimes; ++i)
+                benchmark::DoNotOptimize(KVOSrvScratchDenseMatrix(1000, 1000, 100, 100).NumberOfRows());
+        },
+        [&] {
+            for (int i = 0; i < kTimes; ++i) {
+                int const file = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+                if (file < 0 || write(file, page.data(), page.size()) < 0)
+                    throw std::runtime_error("cannot write " + path);
+                close(file);
+                unlink(path.c_str());
+            }
+        });
+    state.counters["ms_each"] =
+        benchmark::Counter(kTimes * 1e-3, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(CreateAndDestroyScratch)->Iterations(21)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+// 1000 matrices of 20 x 20 in one persistent file, each over sets of its own; milliseconds per matrix for each step.
+void SmallMatrices(benchmark::State& state)
+{
+    constexpr int kCount = 1000, kOrder = 20;
+    std::string const path = FilePath("small") + ".sim";
+    auto const now = [] { return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now().time_since_epoch()).count(); };
+    std::vector<double> create, write, commit, open, read;
+    for (auto _ : state) {
+        KVOSrvMatrix values(kOrder, kOrder, nullptr, false, false);
+        std::vector<int> ids;
+        double const start = now();
+        double created, written, committed;
+        {
+            KVOSimDatabase database;
+            database.CreateFile(DRXUnicodeString(path.c_str()), 0);
+            KVOSimContext context(database.CreateContext());
+            context.Open();
+            KVOSimTransaction transaction(context);
+            std::vector<KVOSimDistributionID> distributions;
+            for (int k = 0; k < kCount; ++k) {
+                KVOSimCollection rows(context.CreateCollection(kOrder)), columns(context.CreateCollection(kOrder));
+                distributions.push_back(
+                    KVOSrvUtilities::Create2DDistribution(rows.BiggestCSetID(), columns.BiggestCSetID(), kOrder, kOrder));
+                ids.push_back(distributions.back().Index());
+            }
+            created = now();
+            for (int k = 0; k < kCount; ++k) {
+                values = static_cast<double>(k);
+                KVOSrvDenseMatrix(distributions[static_cast<std::size_t>(k)]).SetRows(0, kOrder - 1, values);
+            }
+            written = now();
+            transaction.Commit();
+            database.Close();
+            committed = now();
+        }
+        KVOSimDatabase database;
+        database.OpenFile(DRXUnicodeString(path.c_str()), true);
+        std::vector<std::unique_ptr<KVOSrvDenseMatrix>> matrices;
+        for (int const id : ids)
+            matrices.push_back(std::make_unique<KVOSrvDenseMatrix>(KVOSimDistributionID(database.ContextID(), id)));
+        double const opened = now();
+        for (int k = 0; k < kCount; ++k) {
+            matrices[static_cast<std::size_t>(k)]->GetRows(0, kOrder - 1, values);
+            if (!(values == static_cast<double>(k)))
+                throw std::runtime_error("wrong result");
+        }
+        double const end = now();
+        create.push_back(created - start);
+        write.push_back(written - created);
+        commit.push_back(committed - written);
+        open.push_back(opened - committed);
+        read.push_back(end - opened);
+        state.SetIterationTime((end - start) * 1e-3);
+        matrices.clear();
+        database.Close();
+        std::filesystem::remove(path);
+    }
+    auto const each = [](std::vector<double>& times) {
+        std::nth_element(times.begin(), times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2), times.end());
+        return times[times.size() / 2] / kCount;
+    };
+    state.counters["create_ms"] = each(create);
+    state.counters["write_ms"] = each(write);
+    state.counters["commit_ms"] = each(commit);
+    state.counters["reopen_ms"] = each(open);
+    state.counters["read_ms"] = each(read);
+}
+BENCHMARK(SmallMatrices)->Iterations(9)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+/// MiB of memory that the process holds, as the system says: "RssAnon", its own, or "RssFile", pages of files that are mapped.
+double ResidentMiB(std::string const& kind)
+{
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with(kind + ":"))
+            return std::stod(line.substr(kind.size() + 1)) / 1024.0;
+    throw std::runtime_error("the system does not say " + kind);
+}
+
+// 20000 x 20000 doubles, 3.2 GB, in blocks of 8 MB: the greatest growth of resident memory while all blocks are written, then scaled,
+// then read, and 100 rows at a time read through partial transfers.
+void ResidentMemory(benchmark::State& state)
+{
+    constexpr int kOrder = 20000, kChunk = 1000;
+    double anonymous = 0.0, mapped = 0.0;
+    for (auto _ : state) {
+        KVOSrvMatrix block(kChunk, kChunk, nullptr, false, false);
+        block = 0.0;
+        double const anonymousBefore = ResidentMiB("RssAnon"), mappedBefore = ResidentMiB("RssFile");
+        auto const sample = [&] {
+            anonymous = std::max(anonymous, ResidentMiB("RssAnon") - anonymousBefore);
+            mapped = std::max(mapped, ResidentMiB("RssFile") - mappedBefore);
+        };
+        KVOSrvScratchDenseMatrix matrix(kOrder, kOrder, kChunk, kChunk);
+        auto const forEachBlock = [&](auto const& run) {
+            for (int c = 0; c < kOrder; c += kChunk)
+                for (int r = 0; r < kOrder; r += kChunk) {
+                    run(r, r + kChunk - 1, c, c + kChunk - 1);
+                    sample();
+                }
+        };
+        forEachBlock([&](int r0, int r1, int c0, int c1) {
+            block = r0 + 1e-5 * c0;
+            matrix.SetValues(r0, r1, c0, c1, block);
+        });
+        matrix.Scale(2.0);
+        sample();
+        forEachBlock([&](int r0, int r1, int c0, int c1) {
+            matrix.GetValues(r0, r1, c0, c1, block);
+            if (!(block == 2.0 * (r0 + 1e-5 * c0)))
+                throw std::runtime_error("wrong result");
+        });
+        for (int r = 50; r + 100 <= kOrder; r += 1000)
+            for (int c = 0; c < kOrder; c += kChunk) {
+                matrix.GetValues(r, r + 99, c, c + kChunk - 1, block);
+                sample();
+            }
+    }
+    state.counters["RssAnon_MiB"] = anonymous;
+    state.counters["RssFile_MiB"] = mapped;
+}
+BENCHMARK(ResidentMemory)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    KVOSrvUtilities::SetTempDirectory(cow_String(std::filesystem::temp_directory_path().c_str()));
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}

@@ -1,0 +1,177 @@
+#pragma once
+
+#include "DenseTiles.h"
+#include "KVOFortran.h"
+#include "KVOSrvDenseMatrix.h"
+#include "KVOSrvMatrix.h"
+#include "KVOSrvMatrixSupport.h"
+#include "omi_Timer.h"
+
+#include <algorithm>
+#include <cstdint>
+
+/// What the products of database matrices share: they walk slabs, groups of consecutive block rows or block columns, read one after the
+/// other into memory and hand it to DGEMM.
+namespace DenseSlabs
+{
+
+using DenseTiles::Window;
+
+constexpr KVOSrvMatrixSupport::InputCheck Require("mtx/impl/KVOSrvDenseMatrix");
+
+/// How many slabs are announced before they are read: the disk then works while DGEMM computes.
+constexpr int kSlabsAhead = 2;
+
+/// First to last, both inclusive.
+struct Span {
+    int first, last;
+
+    constexpr int Count() const noexcept { return last - first + 1; }
+};
+
+/// One dimension of a matrix in slabs of some blocks each, the last one of the blocks that are left.
+class Walk
+{
+public:
+    explicit Walk(KVOSrvBlockCut const& cut, std::int64_t blocksPerSlab = 1)
+        : m_cut(cut), m_blocksPerSlab(static_cast<int>(std::clamp<std::int64_t>(blocksPerSlab, 1, std::max(1, cut.blocks))))
+    {
+    }
+
+    int Slabs() const noexcept { return m_cut.blocks / m_blocksPerSlab + (m_cut.blocks % m_blocksPerSlab != 0); }
+    Span At(int slab) const noexcept
+    {
+        int const firstBlock = slab * m_blocksPerSlab, lastBlock = std::min(firstBlock + m_blocksPerSlab, m_cut.blocks) - 1;
+        int const first = m_cut.FirstInBlock(firstBlock);
+        return {first, first + m_cut.NumberInBlocks(firstBlock, lastBlock) - 1};
+    }
+    /// Of the largest slab, which is not always the first: a view may begin with a short block.
+    int MaxCount() const noexcept
+    {
+        int count = 0;
+        for (int const slab : {0, 1, Slabs() - 1})
+            if (slab >= 0 && slab < Slabs())
+                count = std::max(count, At(slab).Count());
+        return count;
+    }
+
+    /// Calls run(Span) for every slab in order, and before that announce(Span) for those up to kSlabsAhead further on.
+    template<class Announce, class Run>
+    void ForEach(Announce const& announce, Run const& run) const
+    {
+        int announced = 0;
+        for (int slab = 0; slab < Slabs(); ++slab) {
+            for (; announced < Slabs() && announced <= slab + kSlabsAhead; ++announced)
+                announce(At(announced));
+            run(At(slab));
+        }
+    }
+
+private:
+    KVOSrvBlockCut m_cut;
+    int m_blocksPerSlab;
+};
+
+/// Deliberate: every read and every product stands between the start and the reading of a timer of the platform, although nobody uses the
+/// time here. A host that brings a platform of its own traces the two through its timer.
+template<class Step>
+void Timed(Step const& step)
+{
+    omi_Timer timer;
+    timer.Start();
+    step();
+    static_cast<void>(timer.GetElapsedTime());
+}
+
+/// Memory for the values of one slab, or a piece of it, at a time: packed by columns.
+class Slab
+{
+public:
+    explicit Slab(std::int64_t entries) : m_values(KVOSrvMatrixSupport::AllocateValues(entries)) {}
+
+    double* Values() const noexcept { return m_values.get(); }
+    /// The values from entry `offset` on.
+    KVOSrvMatrix As(int rows, int columns, std::int64_t offset = 0) const { return {rows, columns, Values() + offset, false, false}; }
+
+    /// An empty window is not read.
+    void Read(KVOSrvDenseMatrix const& matrix, Window const& w, std::int64_t offset = 0) const
+    {
+        if (w.Entries() == 0)
+            return;
+        KVOSrvMatrix values = As(w.Rows(), w.Columns(), offset);
+        Timed([&] { matrix.GetValues(w.r0, w.r1, w.c0, w.c1, values); });
+    }
+    void Write(KVOSrvDenseMatrix& matrix, Window const& w) const
+    {
+        if (w.Entries() > 0)
+            matrix.SetValues(w.r0, w.r1, w.c0, w.c1, As(w.Rows(), w.Columns()));
+    }
+
+private:
+    KVOSrvMatrixSupport::ValueArray m_values;
+};
+
+/// An operand of DGEMM with its leading dimension.
+template<class Value>
+struct Operand {
+    Value* values;
+    int rows;
+
+    Operand At(std::int64_t row, std::int64_t column) const { return {values + row + column * rows, rows}; }
+};
+using Factor = Operand<double const>;
+using Result = Operand<double>;
+
+struct Shape {
+    int m, n, k;
+};
+
+/// C := alpha op(A) B + beta C.
+inline void Multiply(char const* transA, Shape const& shape, double alpha, Factor const& a, Factor const& b, double beta, Result const& c)
+{
+    using KVOSrvMatrixSupport::LeadingDimension;
+    int const lda = LeadingDimension(a.rows), ldb = LeadingDimension(b.rows), ldc = LeadingDimension(c.rows);
+    Timed([&] { BLAC_DGEMM(transA, "N", &shape.m, &shape.n, &shape.k, &alpha, a.values, &lda, b.values, &ldb, &beta, c.values, &ldc); });
+}
+
+/// Whether the array of a matrix holds all of its elements, as full storage does.
+inline bool IsFull(KVOSrvMatrix const& matrix)
+{
+    return matrix.AddressableEntries() >= std::int64_t{matrix.NumberOfRows()} * matrix.NumberOfColumns();
+}
+
+inline bool IsFull(KVOSrvMatrix const& matrix, int rows, int columns)
+{
+    return matrix.NumberOfRows() == rows && matrix.NumberOfColumns() == columns && IsFull(matrix);
+}
+
+/// Up to this many vectors a product takes hardly longer than reading its matrix: pieces are then so small that DGEMM finds them in the
+/// cache. With more of them large pieces save it from packing the vectors again and again. Measured for 8192 x 4096 in chunks of 512 x 512,
+/// time to the product in memory: 64 vectors 1.15 with pieces of 512 x 512, 1.22 to 1.33 with larger ones; 512 vectors 1.10 with
+/// these, 1.05 to 1.07 with pieces of 2048 x 512 and larger.
+constexpr int kFewVectors = 128;
+
+/// The columns of a matrix in pieces of whole block columns that stay in the cache, for slabs of `rows` rows.
+Walk CachedPanels(KVOSrvBlockCut const& columns, int rows);
+
+/// C := alpha A(rows, all columns) X + beta C, piece by piece of the rows.
+class RowProduct
+{
+public:
+    /// @param maxRows  of all the calls that follow
+    RowProduct(KVOSrvDenseMatrix const& A, int maxRows) : RowProduct(A, maxRows, CachedPanels(A.StoredColumnBlocks(), maxRows)) {}
+    RowProduct(KVOSrvDenseMatrix const& A, int maxRows, Walk const& panels)
+        : m_matrix(A), m_panels(panels), m_slab(std::int64_t{maxRows} * panels.MaxCount())
+    {
+    }
+
+    void operator()(Span rows, double alpha, Factor const& X, int p, double beta, Result const& C) const;
+    void Announce(Span rows) const noexcept { m_matrix.AnnounceRead(rows.first, rows.last, 0, m_matrix.NumberOfColumns() - 1); }
+
+private:
+    KVOSrvDenseMatrix const& m_matrix;
+    Walk m_panels;
+    Slab m_slab;
+};
+
+} // namespace DenseSlabs

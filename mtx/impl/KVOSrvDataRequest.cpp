@@ -1,0 +1,3 @@
+#include "KVOSrvDataRequest.h"
+
+KVOSrvDataRequest::~KVOSrvDataRequest() = default;

@@ -1,0 +1,232 @@
+#include "KVOSrvDenseMatrix.h"
+
+#include "KVOSimCSet.h"
+#include "KVOSimCollection.h"
+#include "KVOSrvMatrixSupport.h"
+
+#include <algorithm>
+#include <vector>
+
+using KVOSrvMatrixSupport::InputCheck;
+
+namespace
+{
+
+constexpr InputCheck Require("mtx/impl/KVOSrvDenseMatrix");
+
+KVOSimDrawer FirstDrawer(KVOSimDistribution const& distribution)
+{
+    KVOSimArray<KVOSimDrawer> drawers;
+    distribution.QueryDrawers(drawers);
+    Require(drawers.Size() > 0, "KVOSrvDenseMatrix");
+    return drawers[0];
+}
+
+// The store's dimension of the rows: columns come first, but a one-dimensional matrix is a single column.
+int RowDim(KVOSimDistribution const& distribution)
+{
+    return distribution.NumDimensions() - 1;
+}
+
+KVOSrvBlockCut CutOf(KVOSimDrawer const& drawer, int dim)
+{
+    return KVOSrvBlockCut::Whole(drawer.dimensionSizes[dim], drawer.chunkSizes.IsEmpty() ? 0 : drawer.chunkSizes[dim]);
+}
+
+bool HaveDuplicates(std::vector<int> numbers)
+{
+    std::sort(numbers.begin(), numbers.end());
+    return std::adjacent_find(numbers.begin(), numbers.end()) != numbers.end();
+}
+
+// The set of those members of `stored` that a matrix has.
+KVOSimCSetID PartOfMembers(KVOSimCSetID const& stored, KVOSrvBlockCut const& cut)
+{
+    if (stored.IsNull())
+        return stored;
+    KVOSimCSet const set(stored);
+    if (set.Size() == cut.size)
+        return stored;
+    KVOSimArray<int> const members = set.OrderedMembers();
+    return KVOSimCollection(stored.CollectionID()).CreateTempOrderedCSet(members.begin() + cut.offset, cut.size);
+}
+
+// Deliberate: in 32 bits, and widened only then. The database is given the wish that it has always been given; it caps what is too much,
+// which a product that wrapped around to a negative number is, too.
+std::uint64_t WholeMatrixBytes(int rows, int columns, int elementSize)
+{
+    auto const bytes = static_cast<std::uint32_t>(columns) * static_cast<std::uint32_t>(rows) * static_cast<std::uint32_t>(elementSize);
+    return static_cast<std::uint64_t>(static_cast<std::int32_t>(bytes));
+}
+
+} // namespace
+
+KVOSrvDenseMatrix::KVOSrvDenseMatrix() = default;
+
+KVOSrvDenseMatrix::KVOSrvDenseMatrix(KVOSimDistributionID const& distribution)
+{
+    if (!distribution.IsNull())
+        Bind(KVOSimDistribution(distribution));
+}
+
+KVOSrvDenseMatrix::KVOSrvDenseMatrix(KVOSimDistribution const& distribution)
+{
+    if (!distribution.IsNull())
+        Bind(distribution);
+}
+
+KVOSrvDenseMatrix::KVOSrvDenseMatrix(KVOSrvDenseMatrix const& parent, int r0, int r1, int c0, int c1)
+    : m_distribution(parent.m_distribution), m_isView(true), m_rowCut(parent.m_rowCut.View(r0, r1)),
+      m_columnCut(parent.m_columnCut.View(c0, c1)), m_rowCSetID(parent.m_rowCSetID), m_columnCSetID(parent.m_columnCSetID)
+{
+    if (!m_distribution.IsNull())
+        MakeTransfer();
+}
+
+KVOSrvDenseMatrix::~KVOSrvDenseMatrix() = default;
+
+void KVOSrvDenseMatrix::Bind(KVOSimDistribution const& distribution)
+{
+    int const dims = distribution.NumDimensions();
+    Require(dims == 1 || dims == 2, "KVOSrvDenseMatrix");
+    KVOSimDrawer const drawer = FirstDrawer(distribution);
+    Require(drawer.kind == KVOSimDenseDrawer && drawer.typeKey == KVOSimDouble, "KVOSrvDenseMatrix");
+
+    m_distribution = distribution;
+    MakeTransfer();
+    int const rowDim = RowDim(distribution);
+    m_rowCut = CutOf(drawer, rowDim);
+    m_rowCSetID = drawer.csets[rowDim];
+    m_columnCut = dims == 2 ? CutOf(drawer, 0) : KVOSrvBlockCut::Whole(1, 1);
+    if (dims == 2)
+        m_columnCSetID = drawer.csets[0];
+}
+
+void KVOSrvDenseMatrix::MakeTransfer()
+{
+    auto transfer = std::make_unique<KVOSimTransfer>(m_distribution);
+    transfer->SetRead();
+    transfer->SetWrite();
+    transfer->SetBufferPadding(0);
+    m_transfer = std::move(transfer);
+}
+
+KVOSimCSetID KVOSrvDenseMatrix::RowCSetID() const
+{
+    return PartOfMembers(m_rowCSetID, m_rowCut);
+}
+
+KVOSimCSetID KVOSrvDenseMatrix::ColumnCSetID() const
+{
+    return PartOfMembers(m_columnCSetID, m_columnCut);
+}
+
+KVOSrvDenseMatrix* KVOSrvDenseMatrix::ConstSubmatrix(int r0, int r1, int c0, int c1) const
+{
+    return new KVOSrvDenseMatrix(*this, r0, r1, c0, c1);
+}
+
+KVOSrvDenseMatrix* KVOSrvDenseMatrix::Submatrix(int r0, int r1, int c0, int c1)
+{
+    return new KVOSrvDenseMatrix(*this, r0, r1, c0, c1);
+}
+
+bool KVOSrvDenseMatrix::BlockAllocated(int blockRow, int blockColumn) const
+{
+    if (blockRow < 0 || blockRow >= m_rowCut.blocks || blockColumn < 0 || blockColumn >= m_columnCut.blocks)
+        return false;
+    auto const chunk = [](KVOSimCollectionID const& collection, KVOSrvBlockCut const& cut, int block) {
+        int const number = cut.offset / cut.perBlock + block;
+        return KVOSimDimRange{collection, number, number};
+    };
+    KVOSimArray<KVOSimCollectionID> const& collections = m_distribution.Collections();
+    KVOSimArray<KVOSimDimRange> range;
+    if (collections.Size() == 2)
+        range.Append(chunk(collections[0], m_columnCut, blockColumn));
+    range.Append(chunk(collections[RowDim(m_distribution)], m_rowCut, blockRow));
+    return m_distribution.ChunkAllocated(FirstDrawer(m_distribution).id, range);
+}
+
+int KVOSrvDenseMatrix::ExtendableDim() const
+{
+    return IsNull() ? -1 : FirstDrawer(m_distribution).extendableDim;
+}
+
+int KVOSrvDenseMatrix::ExtendDim(int dim, int count, int const* numbers)
+{
+    if (m_isView)
+        return 1;
+    if (count <= 0)
+        return 2;
+    KVOSimCSetID const& members = dim == 0 ? m_columnCSetID : m_rowCSetID;
+    if (dim < 0 || dim > 1 || members.IsNull())
+        return 3;
+    Require(numbers != nullptr, "ExtendDim");
+    if (HaveDuplicates({numbers, numbers + count}))
+        return 4;
+    return ExtendDim(KVOSimCollection(members.CollectionID()).CreateTempOrderedCSet(numbers, count));
+}
+
+int KVOSrvDenseMatrix::ExtendDim(KVOSimCSetID const& newMembers)
+{
+    bool const columns = newMembers.CollectionID() == m_columnCSetID.CollectionID();
+    if (!columns && newMembers.CollectionID() != m_rowCSetID.CollectionID())
+        return 3;
+    KVOSimCSetID& members = columns ? m_columnCSetID : m_rowCSetID;
+    KVOSimArray<int> const old = KVOSimCSet(members).OrderedMembers(), added = KVOSimCSet(newMembers).OrderedMembers();
+    std::vector<int> all(old.begin(), old.end());
+    all.insert(all.end(), added.begin(), added.end());
+    if (HaveDuplicates(all))
+        return 4;
+
+    int const dim = columns ? 0 : RowDim(m_distribution);
+    auto const size = static_cast<int>(all.size());
+    KVOSimCSetID const allMembers = KVOSimCollection(members.CollectionID()).CreateOrderedCSet(all.data(), size);
+    KVOSimTransfer extension(*m_transfer);
+    extension.SetDimExtension(dim, newMembers);
+    extension.CheckView();
+    extension.InitializeExtension();
+    extension.RelinquishBuffers();
+    extension.SetDimMembers(dim, allMembers);
+    MakeTransfer();
+
+    members = allMembers;
+    // Deliberate, also when rows are added: callers know the first block column by the width that it gets here. In a matrix that was grown
+    // from one short block column this mends what Append leaves; the height of block row 0 is never mended.
+    if (m_columnCut.blocks > 0)
+        m_columnCut.inFirst = m_columnCut.blocks == 1 ? m_columnCut.inLast : m_columnCut.perBlock;
+    (columns ? m_columnCut : m_rowCut).Append(added.Size());
+    return 0;
+}
+
+void KVOSrvDenseMatrix::SetAccess(KVOSrvAccessType access)
+{
+    if (IsNull())
+        return;
+    KVOSimDrawer const drawer = FirstDrawer(m_distribution);
+    if (drawer.chunkSizes.IsEmpty())
+        return;
+    int const elementSize = KVOSimTypeKeySize(drawer.typeKey);
+    std::uint64_t const whole = WholeMatrixBytes(NumberOfRows(), NumberOfColumns(), elementSize);
+    if (drawer.chunkSizes.Size() == 1) {
+        m_distribution.SetCacheSize(whole);
+        return;
+    }
+    auto chunkBytes = static_cast<std::uint64_t>(elementSize);
+    for (int const chunkSize : drawer.chunkSizes)
+        chunkBytes *= static_cast<std::uint64_t>(chunkSize);
+    switch (access) {
+    case KVOSrvAccessDefault:
+        m_distribution.ResetCacheSize();
+        break;
+    case KVOSrvAccessRows:
+        m_distribution.SetCacheSize(static_cast<std::uint64_t>(NumberOfRows()) * chunkBytes);
+        break;
+    case KVOSrvAccessColumns:
+        m_distribution.SetCacheSize(static_cast<std::uint64_t>(NumberOfColumns()) * chunkBytes);
+        break;
+    case KVOSrvAccessAll:
+        m_distribution.SetCacheSize(whole);
+        break;
+    }
+}

@@ -1,0 +1,179 @@
+// Products of a stored matrix, walked by block rows, with matrices in memory.
+
+#include "DenseKernels.h"
+#include "DenseSlabs.h"
+
+using namespace DenseSlabs;
+
+namespace
+{
+
+// C := A X + beta C for arrays in memory.
+void MultiplyInMemory(KVOSrvDenseMatrix const& A, double const* X, int p, double beta, double* C)
+{
+    int const rows = A.NumberOfRows(), columns = A.NumberOfColumns();
+    if (rows == 0 || p == 0)
+        return;
+    Require((X != nullptr || columns == 0) && C != nullptr && X != C, "Multiply");
+    // Of many vectors, pieces one block column wide and as many block rows high as fit the memory of one block row.
+    Walk const panels(A.StoredColumnBlocks());
+    bool const tall = p > kFewVectors;
+    Walk const slabs(A.StoredRowBlocks(), tall ? columns / std::max(1, panels.MaxCount()) : 1);
+    RowProduct const product(A, slabs.MaxCount(), tall ? panels : CachedPanels(A.StoredColumnBlocks(), slabs.MaxCount()));
+    slabs.ForEach([&](Span slab) { product.Announce(slab); },
+                  [&](Span slab) {
+                      product(slab, 1.0, {X, columns}, p, beta, Result{C, rows}.At(slab.first, 0));
+                  });
+}
+
+// C(:, j) += d(j) A(:, j)
+void AddScaledColumns(double const* d, Slab const& A, int rows, int columns, double* C)
+{
+    for (int j = 0; j < columns; ++j)
+        DenseKernels::AddMultiple(d[j], A.Values() + std::int64_t{j} * rows, rows, C + std::int64_t{j} * rows, 1);
+}
+
+void Scale(double factor, std::int64_t count, double* values)
+{
+    std::for_each_n(values, count, [factor](double& value) { value *= factor; });
+}
+
+// Y := A D + beta Y, D given by its diagonal.
+void MultiplyByDiagonal(KVOSrvDenseMatrix const& A, double const* diagonal, double beta, KVOSrvDenseMatrix& Y)
+{
+    int const columns = A.NumberOfColumns();
+    Walk const slabs(Y.StoredRowBlocks());
+    Slab const slab(std::int64_t{slabs.MaxCount()} * columns), result(std::int64_t{slabs.MaxCount()} * columns);
+    slabs.ForEach([&](Span rows) { A.AnnounceRead(rows.first, rows.last, 0, columns - 1); },
+                  [&](Span rows) {
+                      std::int64_t const entries = std::int64_t{rows.Count()} * columns;
+                      Window const window{rows.first, rows.last, 0, columns - 1};
+                      if (beta == 0.0)
+                          std::fill_n(result.Values(), entries, 0.0);
+                      else
+                          result.Read(Y, window);
+                      if (beta != 0.0 && beta != 1.0)
+                          Scale(beta, entries, result.Values());
+                      slab.Read(A, window);
+                      Timed([&] { AddScaledColumns(diagonal, slab, rows.Count(), columns, result.Values()); });
+                      result.Write(Y, window);
+                  });
+}
+
+// Whether what is written to Y, rows by rows of A, is read from A later.
+bool IsReadAfterWriting(KVOSrvDenseMatrix const& A, KVOSrvDenseMatrix const& Y)
+{
+    return A.Overlaps(Y) && A.StoredRowBlocks().offset != Y.StoredRowBlocks().offset;
+}
+
+// Rows of one group: `rows` of A go to `targets` of Y.
+struct Group {
+    Span rows, targets;
+};
+
+Group GroupAt(int const* rows, int const* ranges, int g)
+{
+    int const first = ranges[g], last = ranges[g + 1] - 1;
+    return {{rows[first], rows[last]}, {first, last}};
+}
+
+// The groups rise without gaps from ranges[0], and each names as many rows of A, which are there.
+bool AreGroups(KVOSrvDenseMatrix const& A, int const* rows, int const* ranges, int count)
+{
+    if (count > 0 && ranges[0] < 0)
+        return false;
+    for (int g = 0; g < count; ++g) {
+        if (ranges[g + 1] <= ranges[g])
+            return false;
+        Group const group = GroupAt(rows, ranges, g);
+        if (group.rows.first < 0 || group.rows.last >= A.NumberOfRows() ||
+            std::int64_t{group.rows.last} - group.rows.first != group.targets.last - group.targets.first)
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+void KVOSrvDenseMatrix::Multiply(double const* x, int k, double* y) const
+{
+    Require(k >= 0, "Multiply");
+    MultiplyInMemory(*this, x, k, 1.0, y); // deliberate: y is not cleared, callers pass a prepared one
+}
+
+void KVOSrvDenseMatrix::Multiply(KVOSrvMatrix const& X, KVOSrvMatrix& Y) const
+{
+    int const p = X.NumberOfColumns();
+    Require(IsFull(X, NumberOfColumns(), p) && Y.NumberOfRows() == NumberOfRows() && Y.NumberOfColumns() >= p && IsFull(Y), "Multiply");
+    MultiplyInMemory(*this, X.Values(), p, 0.0, Y.Values());
+}
+
+void KVOSrvDenseMatrix::Multiply(double alpha, KVOSrvMatrix const& X, double beta, KVOSrvDenseMatrix& Y) const
+{
+    int const columns = NumberOfColumns(), p = X.NumberOfColumns();
+    Require(X.NumberOfRows() == columns && Y.NumberOfRows() <= NumberOfRows() && Y.NumberOfColumns() == p, "Multiply");
+    Require((X.IsDiagonal() ? p == columns : IsFull(X)) && !IsReadAfterWriting(*this, Y), "Multiply");
+    if (p == 0)
+        return;
+    if (X.IsDiagonal())
+        return MultiplyByDiagonal(*this, X.Values(), beta, Y); // deliberate: alpha is not applied to a diagonal X
+    Walk const slabs(Y.StoredRowBlocks());
+    RowProduct const product(*this, slabs.MaxCount());
+    Slab const result(std::int64_t{slabs.MaxCount()} * p);
+    slabs.ForEach(
+        [&](Span rows) {
+            if (beta != 0.0)
+                Y.AnnounceRead(rows.first, rows.last, 0, p - 1);
+            product.Announce(rows);
+        },
+        [&](Span rows) {
+            Window const window{rows.first, rows.last, 0, p - 1};
+            if (beta != 0.0)
+                result.Read(Y, window);
+            product(rows, alpha, {X.Values(), columns}, p, beta, {result.Values(), rows.Count()});
+            result.Write(Y, window);
+        });
+}
+
+void KVOSrvDenseMatrix::MultiplyAssign(KVOSrvMatrix const& X)
+{
+    int const columns = NumberOfColumns();
+    Require(IsFull(X, columns, columns), "MultiplyAssign");
+    if (columns == 0)
+        return;
+    Walk const slabs(StoredRowBlocks());
+    RowProduct const product(*this, slabs.MaxCount());
+    Slab const result(std::int64_t{slabs.MaxCount()} * columns);
+    slabs.ForEach([&](Span rows) { product.Announce(rows); },
+                  [&](Span rows) {
+                      product(rows, 1.0, {X.Values(), columns}, columns, 0.0, {result.Values(), rows.Count()});
+                      result.Write(*this, {rows.first, rows.last, 0, columns - 1});
+                  });
+}
+
+void KVOSrvDenseMatrix::IndexedMultiply(KVOSrvMatrix const& X, KVOSrvDenseMatrix& Y, int const* rows, int const* ranges, int nRanges) const
+{
+    int const p = X.NumberOfColumns();
+    Require(IsFull(X, NumberOfColumns(), p) && (nRanges <= 0 || (rows != nullptr && ranges != nullptr)), "IndexedMultiply");
+    Require(AreGroups(*this, rows, ranges, nRanges), "IndexedMultiply");
+    if (nRanges <= 0 || p == 0)
+        return;
+    Require(ranges[nRanges] <= Y.NumberOfRows() && p <= Y.NumberOfColumns() && !Overlaps(Y), "IndexedMultiply");
+    int longest = 0;
+    for (int g = 0; g < nRanges; ++g)
+        longest = std::max(longest, ranges[g + 1] - ranges[g]);
+    RowProduct const product(*this, longest);
+    Slab const result(std::int64_t{longest} * p);
+    auto const announce = [&](int g) {
+        if (g < nRanges)
+            product.Announce(GroupAt(rows, ranges, g).rows);
+    };
+    for (int g = 0; g < std::min(kSlabsAhead, nRanges); ++g)
+        announce(g);
+    for (int g = 0; g < nRanges; ++g) {
+        announce(g + kSlabsAhead);
+        Group const group = GroupAt(rows, ranges, g);
+        product(group.rows, 1.0, {X.Values(), NumberOfColumns()}, p, 0.0, {result.Values(), group.rows.Count()});
+        result.Write(Y, {group.targets.first, group.targets.last, 0, p - 1});
+    }
+}

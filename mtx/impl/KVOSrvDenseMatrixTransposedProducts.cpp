@@ -1,0 +1,166 @@
+// Products of a stored matrix, transposed, with matrices in memory or stored.
+
+#include "DenseSlabs.h"
+
+using namespace DenseSlabs;
+
+namespace
+{
+
+// The memory for the rows of both operands that are multiplied at a time, 128 MiB; one block row is taken however large it is.
+constexpr std::int64_t kPassEntries = std::int64_t{1} << 24;
+
+// As many block rows of A as make a piece about as large as one of its block columns. The products of the sizes are formed in 64 bits:
+// they may exceed 32, and the result does not depend on what comes out.
+std::int64_t BlockRowsPerPass(KVOSrvDenseMatrix const& A, int otherRows)
+{
+    std::int64_t const divisor = std::int64_t{A.StoredRowBlocks().MaxNumberInBlock()} * A.NumberOfColumns();
+    return divisor == 0 ? 1 : std::int64_t{A.StoredColumnBlocks().MaxNumberInBlock()} * otherRows / divisor;
+}
+
+// C := A(rows, :)^T X, added to C but for the first rows, in pieces of single block rows.
+class PieceProduct
+{
+public:
+    PieceProduct(KVOSrvDenseMatrix const& A, int p)
+        : m_matrix(A), m_blocks(A.StoredRowBlocks()),
+          m_panels(p > kFewVectors ? Walk(A.StoredColumnBlocks(), A.StoredColumnBlocks().blocks)
+                                   : CachedPanels(A.StoredColumnBlocks(), m_blocks.MaxNumberInBlock())),
+          m_slab(std::int64_t{m_blocks.MaxNumberInBlock()} * m_panels.MaxCount())
+    {
+    }
+
+    /// @param rows  whole block rows @param X  as many rows
+    void operator()(Span rows, KVOSrvMatrix const& X, KVOSrvMatrix& C) const
+    {
+        for (int first = rows.first; first <= rows.last;) {
+            int const count = m_blocks.NumberInBlock(m_blocks.BlockContaining(first));
+            Factor const x = Factor{X.Values(), X.NumberOfRows()}.At(first - rows.first, 0);
+            for (int panel = 0; panel < m_panels.Slabs(); ++panel) {
+                Span const columns = m_panels.At(panel);
+                m_slab.Read(m_matrix, {first, first + count - 1, columns.first, columns.last});
+                Multiply("T", {columns.Count(), X.NumberOfColumns(), count}, 1.0, {m_slab.Values(), count}, x, first == 0 ? 0.0 : 1.0,
+                         Result{C.Values(), C.NumberOfRows()}.At(columns.first, 0));
+            }
+            first += count;
+        }
+    }
+
+private:
+    KVOSrvDenseMatrix const& m_matrix;
+    KVOSrvBlockCut m_blocks;
+    Walk m_panels;
+    Slab m_slab;
+};
+
+// C := A^T X in passes over the rows; readX(rows, values) puts those of X into memory. Of a symmetric result the lower triangle is formed,
+// each pass in one.
+template<class Read>
+void MultiplyPasses(KVOSrvDenseMatrix const& A, Walk const& passes, int p, Read const& readX, KVOSrvMatrix& C, bool symmetric)
+{
+    int const columns = A.NumberOfColumns();
+    if (columns == 0 || p == 0)
+        return;
+    Slab const slab(symmetric ? std::int64_t{passes.MaxCount()} * columns : 0), other(std::int64_t{passes.MaxCount()} * p);
+    PieceProduct const product(A, p);
+    int accumulate = 0;
+    passes.ForEach([&](Span rows) { A.AnnounceRead(rows.first, rows.last, 0, columns - 1); },
+                   [&](Span rows) {
+                       KVOSrvMatrix x = other.As(rows.Count(), p);
+                       Timed([&] { readX(rows, x); });
+                       if (!symmetric)
+                           return product(rows, x, C);
+                       slab.Read(A, {rows.first, rows.last, 0, columns - 1});
+                       Timed([&] { slab.As(rows.Count(), columns).TransposeMultiply(x, C, 1, accumulate); });
+                       accumulate = 1;
+                   });
+    if (symmetric)
+        C.SetSymmetricResults();
+}
+
+} // namespace
+
+void KVOSrvDenseMatrix::TransposeMultiply(double const* x, int k, double* y, int r) const
+{
+    int const columns = NumberOfColumns();
+    Require(k >= 0 && r >= 0 && r <= NumberOfRows(), "TransposeMultiply");
+    if (k == 0 || r == 0 || columns == 0)
+        return;
+    Require(x != nullptr && y != nullptr && x != y, "TransposeMultiply");
+    Walk const slabs(StoredColumnBlocks());
+    Slab const slab(std::int64_t{r} * slabs.MaxCount());
+    slabs.ForEach([&](Span block) { AnnounceRead(0, r - 1, block.first, block.last); },
+                  [&](Span block) {
+                      slab.Read(*this, {0, r - 1, block.first, block.last});
+                      DenseSlabs::Multiply("T", {block.Count(), k, r}, 1.0, {slab.Values(), r}, {x, r}, 1.0,
+                                           {y + block.first, columns}); // deliberate: y is not cleared, callers pass a prepared one
+                  });
+}
+
+void KVOSrvDenseMatrix::TransposeMultiply(int const* perm, KVOSrvMatrix const& X, KVOSrvMatrix& Y, double alpha, double beta)
+{
+    int const rows = NumberOfRows(), p = X.NumberOfColumns();
+    Require(IsFull(X, rows, p) && Y.NumberOfRows() >= NumberOfColumns() && Y.NumberOfColumns() >= p && IsFull(Y), "TransposeMultiply");
+    if (p == 0)
+        return;
+    Require(X.Values() != Y.Values(), "TransposeMultiply");
+    Walk const slabs(StoredColumnBlocks());
+    Slab const slab(std::int64_t{rows} * slabs.MaxCount());
+    slabs.ForEach([&](Span block) { AnnounceRead(0, rows - 1, block.first, block.last); },
+                  [&](Span block) {
+                      slab.Read(*this, {0, rows - 1, block.first, block.last});
+                      if (perm != nullptr)
+                          slab.As(rows, block.Count()).PermuteRowsInPlace(perm, rows);
+                      DenseSlabs::Multiply("T", {block.Count(), p, rows}, alpha, {slab.Values(), rows}, {X.Values(), rows}, beta,
+                                           Result{Y.Values(), Y.NumberOfRows()}.At(block.first, 0));
+                  });
+}
+
+void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvMatrix const& X, double* C, int symmetric) const
+{
+    Require(C != nullptr, "TransposeMultiply");
+    KVOSrvMatrix result(NumberOfColumns(), X.NumberOfColumns(), C, false, false);
+    TransposeMultiply(X, result, symmetric);
+}
+
+void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvMatrix const& X, KVOSrvMatrix& C, int symmetric) const
+{
+    int const p = X.NumberOfColumns();
+    Require(IsFull(X, NumberOfRows(), p) && IsFull(C, NumberOfColumns(), p), "TransposeMultiply");
+    Require(C.Values() != X.Values(), "TransposeMultiply");
+    Walk const passes(StoredRowBlocks(), BlockRowsPerPass(*this, X.NumberOfRows()));
+    MultiplyPasses(
+        *this, passes, p, [&](Span rows, KVOSrvMatrix& x) { X.GetRows(rows.first, rows.last, x); }, C, symmetric != 0);
+}
+
+void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvDenseMatrix* C, int symmetric) const
+{
+    Require(B != nullptr && C != nullptr, "TransposeMultiply");
+    int const p = B->NumberOfColumns();
+    Require(B->NumberOfRows() == NumberOfRows() && C->NumberOfRows() == NumberOfColumns() && C->NumberOfColumns() >= p,
+            "TransposeMultiply");
+    if (p == 0 || C->NumberOfRows() == 0)
+        return;
+    KVOSrvMatrix result(NumberOfColumns(), p, nullptr, false, false);
+    TransposeMultiply(B, result, symmetric);
+    C->SetColumns(0, p - 1, result);
+}
+
+void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvDenseMatrix const* B, double* C, int symmetric) const
+{
+    Require(B != nullptr && C != nullptr, "TransposeMultiply");
+    KVOSrvMatrix result(NumberOfColumns(), B->NumberOfColumns(), C, false, false);
+    TransposeMultiply(B, result, symmetric);
+}
+
+void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvMatrix& C, int symmetric) const
+{
+    Require(B != nullptr, "TransposeMultiply");
+    int const p = B->NumberOfColumns();
+    Require(B->NumberOfRows() == NumberOfRows() && IsFull(C, NumberOfColumns(), p), "TransposeMultiply");
+    KVOSrvBlockCut const rows = StoredRowBlocks();
+    std::int64_t const blockRow = std::max(1, rows.MaxNumberInBlock()) * std::max<std::int64_t>(1, std::int64_t{p} + NumberOfColumns());
+    Walk const passes(rows, std::min(BlockRowsPerPass(*this, B->NumberOfRows()), kPassEntries / blockRow));
+    MultiplyPasses(
+        *this, passes, p, [&](Span pass, KVOSrvMatrix& b) { B->GetRows(pass.first, pass.last, b); }, C, symmetric != 0);
+}

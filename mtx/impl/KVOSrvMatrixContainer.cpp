@@ -1,0 +1,199 @@
+#include "KVOSrvMatrixContainer.h"
+
+#include "KVOBasUtlFilePath.h"
+#include "KVOFortran.h"
+#include "KVOSimCollection.h"
+#include "KVOSimContext.h"
+#include "KVOSimException.h"
+#include "KVOSimTransaction.h"
+#include "KVOSrvMatrix.h"
+#include "KVOSrvUtilities.h"
+#include "ScratchFiles.h"
+#include "aio_ostream.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <numeric>
+#include <string>
+#include <unistd.h>
+
+namespace
+{
+
+std::string NameFor(void const* container, int attempt)
+{
+    char address[17];
+    std::snprintf(address, sizeof address, "%016llX", static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(container)));
+    std::string name = std::string("KVOSrvMatrixContainer") + address;
+    if (attempt > 0)
+        (name += '-') += std::to_string(getpid());
+    if (attempt > 1)
+        (name += '-') += std::to_string(attempt);
+    return name += ".sim";
+}
+
+KVOSimCSetID MakeMembers(KVOSimCollectionID const& id, int count, int const* numbers)
+{
+    KVOSimCollection collection(id);
+    if (numbers != nullptr)
+        return collection.CreateOrderedCSet(numbers, count);
+    std::unique_ptr<int[], mem_Deleter> const positions(static_cast<int*>(mem_OperatorNewThrow(mem_ArrayBytes(count, sizeof(int)))));
+    std::iota(positions.get(), positions.get() + count, 0);
+    return collection.CreateOrderedCSet(positions.get(), count);
+}
+
+} // namespace
+
+KVOSrvMatrixContainer::KVOSrvMatrixContainer() : m_process(getpid())
+{
+    SetScratch();
+    MakeFile();
+    try {
+        m_contextID = CreateContext();
+        KVOSimContext context(m_contextID);
+        context.Open(context.Schema());
+        KVOSimTransaction transaction(context);
+        // Without members of their own: each matrix brings the numbers of its rows and columns.
+        m_rowCollection = context.CreateCollection(0);
+        m_colCollection = context.CreateCollection(0);
+        transaction.Commit();
+    } catch (...) {
+        RemoveFile();
+        throw;
+    }
+}
+
+KVOSrvMatrixContainer::~KVOSrvMatrixContainer()
+{
+    DeleteMatrices();
+    RemoveFile(); // the base closes it
+}
+
+void KVOSrvMatrixContainer::MakeFile()
+{
+    constexpr int kLastAttempt = 100;
+    cow_String const directory = ScratchFiles::WorkingDirectory();
+    for (int attempt = 0;; ++attempt) {
+        KVOBasUtlFilePath const file(directory, cow_String(NameFor(this, attempt)));
+        if (attempt < kLastAttempt && file.Exists() && !ScratchFiles::RemoveIfUnused(file.Path()))
+            continue;
+        try {
+            CreateFile(DRXUnicodeString(file.Path().c_str()), 0);
+            m_fileName = file.Path();
+            return;
+        } catch (KVOSimException const&) {
+            // Forked processes have their containers at one address: another one may have taken the name just now, and given it back.
+            if (attempt >= kLastAttempt || (attempt > 0 && !file.Exists()))
+                throw;
+        }
+    }
+}
+
+// The name goes while the file is still locked: so it cannot become that of somebody else's file before.
+void KVOSrvMatrixContainer::RemoveFile() noexcept
+{
+    KVOBasUtlFilePath const file(m_fileName);
+    if (m_process == getpid() && file.Exists())
+        file.Remove();
+}
+
+void KVOSrvMatrixContainer::DeleteMatrices() noexcept
+{
+    try {
+        cow_BtreeIterator<int, KVOSrvDenseMatrix*> matrix(m_matrices);
+        for (matrix.First(); matrix.Current() != nullptr; matrix.Next())
+            delete Find(matrix.Current()->Key());
+    } catch (mem_OutOfMemory const&) {
+        // The walk itself needs memory; a destructor that was started for want of it must not end the process. The rest stays allocated.
+    }
+}
+
+KVOSrvDenseMatrix& KVOSrvMatrixContainer::Create(int id, int numRows, int numCols, int blockRows, int blockCols)
+{
+    return CreateMatrix(id, numRows, numCols, nullptr, nullptr, blockRows, blockCols);
+}
+
+KVOSrvDenseMatrix& KVOSrvMatrixContainer::Create(int id, int numRows, int numCols, int const* rowIds, int const* colIds, int blockRows,
+                                                 int blockCols)
+{
+    return CreateMatrix(id, numRows, numCols, rowIds, colIds, blockRows, blockCols);
+}
+
+KVOSrvDenseMatrix& KVOSrvMatrixContainer::CreateMatrix(int id, int numRows, int numCols, int const* rowIds, int const* colIds,
+                                                       int blockRows, int blockCols)
+{
+    int rowsPerChunk = std::min(numRows, blockRows), columnsPerChunk = std::min(numCols, blockCols);
+    KVOSrvUtilities::LimitChunkSize2GB(rowsPerChunk, columnsPerChunk, numRows, numCols);
+
+    KVOSimContext context(m_contextID);
+    KVOSimTransaction transaction(context);
+    KVOSimCSetID const rows = MakeMembers(m_rowCollection, numRows, rowIds), columns = MakeMembers(m_colCollection, numCols, colIds);
+    KVOSimDistributionID const distribution = KVOSrvUtilities::Create2DDistribution(rows, columns, rowsPerChunk, columnsPerChunk);
+    transaction.Commit();
+
+    auto matrix = std::make_unique<KVOSrvDenseMatrix>(distribution);
+    // Deliberate: a taken id is not reported. Callers rely on a matrix that works in any case, and on the first one staying under its id.
+    m_matrices.InsertUnlessMember(id, matrix.get());
+    return *matrix.release();
+}
+
+// Deliberate: the id stays, so that Size() and IsMember() go by what was created and no later matrix takes over the id.
+void KVOSrvMatrixContainer::Remove(int id)
+{
+    KVOSrvDenseMatrix* const matrix = Find(id);
+    if (matrix == nullptr)
+        return;
+    m_removed.InsertUnlessMember(id, matrix);
+    delete matrix;
+}
+
+namespace
+{
+
+// The matrix that a Fortran caller asks for, null when there is none: a line for the user, not a crash in the solver.
+KVOSrvDenseMatrix* Find(std::int64_t handle, int id, char const* entryPoint)
+{
+    auto const* const container = reinterpret_cast<KVOSrvMatrixContainer const*>(handle);
+    KVOSrvDenseMatrix* const matrix = container != nullptr ? container->Find(id) : nullptr;
+    if (matrix == nullptr)
+        ((aio_cerr << entryPoint << ": there is no " << (container != nullptr ? "" : "container with a ") << "matrix ").print_int(id)
+         << ".")
+            .put('\n')
+            .flush();
+    return matrix;
+}
+
+} // namespace
+
+extern "C" std::int64_t KVOSRVMATRIXCONTAINERCREATE(void)
+{
+    return reinterpret_cast<std::int64_t>(new KVOSrvMatrixContainer);
+}
+
+extern "C" int KVOSRVMATRIXCONTAINERNUMROWS(std::int64_t handle, int const* id)
+{
+    KVOSrvDenseMatrix const* const matrix = Find(handle, *id, "KVOSRVMATRIXCONTAINERNUMROWS");
+    return matrix != nullptr ? matrix->NumberOfRows() : 0;
+}
+
+extern "C" int KVOSRVMATRIXCONTAINERNUMCOLUMNS(std::int64_t handle, int const* id)
+{
+    KVOSrvDenseMatrix const* const matrix = Find(handle, *id, "KVOSRVMATRIXCONTAINERNUMCOLUMNS");
+    return matrix != nullptr ? matrix->NumberOfColumns() : 0;
+}
+
+extern "C" void KVOSRVMATRIXCONTAINERGETVALUES(std::int64_t handle, int const* id, double* values)
+{
+    KVOSrvDenseMatrix const* const matrix = Find(handle, *id, "KVOSRVMATRIXCONTAINERGETVALUES");
+    if (matrix == nullptr)
+        return;
+    int const rows = matrix->NumberOfRows(), columns = matrix->NumberOfColumns();
+    KVOSrvMatrix target(rows, columns, values, false, false);
+    matrix->GetValues(0, rows - 1, 0, columns - 1, target);
+}
+
+extern "C" void KVOSRVMATRIXCONTAINERDELETE(std::int64_t handle)
+{
+    delete reinterpret_cast<KVOSrvMatrixContainer*>(handle);
+}

@@ -1,0 +1,37 @@
+// The one thing that the matrix in memory knows of stored ones; it stands beside their products.
+
+#include "DenseKernels.h"
+#include "DenseSlabs.h"
+
+namespace
+{
+
+constexpr KVOSrvMatrixSupport::InputCheck Require("mtx/impl/KVOSrvMatrixArithmetic");
+
+// A piece stays in the second-level cache between its reading and its sum.
+constexpr std::int64_t kPieceEntries = std::int64_t{1} << 16;
+
+} // namespace
+
+void KVOSrvMatrix::Add(double f, KVOSrvDenseMatrix const& D)
+{
+    if (f == 0.0)
+        return;
+    Require(D.NumberOfRows() <= m_rows && D.NumberOfColumns() <= m_columns && !m_diagonal, "Add");
+    bool const byTriangle = m_symmetric && IsSquare();
+    KVOSrvBlockCut const rows = D.StoredRowBlocks(), columns = D.StoredColumnBlocks();
+    DenseTiles::Limit const limit = DenseTiles::LimitEntries(rows, kPieceEntries);
+    DenseSlabs::Slab const piece(std::int64_t{std::min(rows.MaxNumberInBlock(), limit.rows)} *
+                                 std::min(columns.MaxNumberInBlock(), limit.columns));
+    DenseTiles::ForEachTile(rows, columns, limit, [&](DenseTiles::Window w) {
+        // Rows and columns may be cut differently: a piece counts up to its last diagonal element, not by its block's number.
+        if (byTriangle)
+            w.r1 = std::min(w.r1, w.c1);
+        if (w.r1 < w.r0)
+            return;
+        piece.Read(D, w);
+        AddSlice(f, piece.As(w.Rows(), w.Columns()), w.r0, w.c0);
+    });
+    if (byTriangle)
+        DenseKernels::MirrorTriangle(m_rows, DenseKernels::Triangle::Upper, DenseKernels::Sign::Keep, m_values, m_rows);
+}

@@ -1,0 +1,114 @@
+// Storage in the database.
+
+#include "KVOSimCSet.h"
+#include "KVOSimDistribution.h"
+#include "KVOSimTransfer.h"
+#include "KVOSrvSparseMatrix.h"
+#include "SparseRows.h"
+
+#include <algorithm>
+#include <utility>
+
+using namespace KVOSrvSparseSupport;
+
+namespace
+{
+
+// The buffers of a sparse drawer.
+enum Slot : int { kValues = 0, kColumnIndices = 1, kRowStart = 2, kDiagonal = 3 };
+
+template<class T>
+void SetBuffer(KVOSimTransfer& transfer, Slot slot, T* entries, std::int64_t count)
+{
+    transfer.SetBuffer(slot, entries, mem_ArrayBytes(count, sizeof(T)));
+}
+
+KVOSimDrawer SparseDrawerOf(KVOSimDistribution const& distribution)
+{
+    KVOSimArray<KVOSimDrawer> drawers;
+    distribution.QueryDrawers(drawers);
+    Require(drawers.Size() > 0, "Import");
+    KVOSimDrawer const& drawer = drawers[0];
+    Require(drawer.kind == KVOSimSparseDrawer || drawer.kind == KVOSimSparseSymDrawer, "Import");
+    Require(drawer.typeKey == KVOSimDouble && drawer.dimensionSizes.Size() == 2, "Import");
+    return drawer;
+}
+
+} // namespace
+
+KVOSrvSparseMatrix::KVOSrvSparseMatrix(KVOSimDistributionID const& distribution) : KVOSrvSparseMatrix(0, 0)
+{
+    if (!distribution.IsNull())
+        Import(distribution);
+}
+
+void KVOSrvSparseMatrix::Export(KVOSimCSetID const& rows, KVOSimCSetID const& columns, KVOSimDistributionID const& distribution) const
+{
+    Require(KVOSimCSet(rows).Size() == m_rowCount && KVOSimCSet(columns).Size() >= m_columnCount, "Export");
+    Require(!IsHalfStored() || KVOSimCSet(columns).Size() == m_columnCount, "Export"); // its columns are its rows too
+    std::int64_t const offsets = std::int64_t{m_rowCount} + 1;
+    Array<unsigned> noEntries;
+    if (m_rowStart == nullptr) { // not assembled: a matrix without entries
+        noEntries = AllocateArray<unsigned>(offsets);
+        std::fill_n(noEntries.get(), offsets, 0U);
+    }
+    unsigned const* const rowStart = m_rowStart != nullptr ? m_rowStart.get() : noEntries.get();
+    int const entries = StoredEntries(); // not m_nonzeroCount, which may count the diagonal in
+
+    KVOSimTransfer transfer{KVOSimDistribution(distribution)};
+    KVOSimSerializationType type;
+    if (HoldsDiagonal())
+        type.SetSparseSym();
+    else
+        type.SetSparse();
+    transfer.SetMakeNewDrawer();
+    transfer.SetWrite();
+    transfer.SetBufferPadding(0);
+    transfer.SetSparseNNonzero(entries);
+    transfer.SetDim(0, rows);
+    transfer.SetDim(1, columns);
+    transfer.SetSerialization(type);
+    transfer.CheckView();
+    SetBuffer(transfer, kRowStart, rowStart, offsets);
+    SetBuffer(transfer, kColumnIndices, std::as_const(m_columnIndices).get(), entries);
+    SetBuffer(transfer, kValues, static_cast<double const*>(m_values.get()), entries);
+    if (type.Code() == KVOSimSparseSymDrawer)
+        SetBuffer(transfer, kDiagonal, static_cast<double const*>(m_diagonal.get()), m_rowCount);
+    transfer.ExecWrite();
+    transfer.RelinquishBuffers();
+}
+
+void KVOSrvSparseMatrix::Import(KVOSimDistributionID const& distribution)
+{
+    KVOSimDistribution const source(distribution);
+    KVOSimDrawer const drawer = SparseDrawerOf(source);
+    bool const symmetric = drawer.serialization.Code() == KVOSimSparseSymDrawer;
+    int const rows = drawer.dimensionSizes[0], columns = drawer.dimensionSizes[1];
+    Require(!symmetric || rows == columns, "Import");
+    std::int64_t const entries = source.DataSizeItems(drawer.id, kValues), offsets = std::int64_t{rows} + 1;
+
+    SparseRows content{AllocateArray<unsigned>(offsets), AllocateArray<int>(entries), AllocateArray<double>(entries)};
+    Array<double> diagonal = symmetric ? AllocateArray<double>(rows) : nullptr;
+    KVOSimTransfer transfer(source);
+    transfer.SetRead();
+    transfer.SetBufferPadding(0);
+    transfer.SetSerialization(drawer.serialization);
+    transfer.SetDim(0, drawer.csets[0]);
+    transfer.SetDim(1, drawer.csets[1]);
+    transfer.CheckView();
+    SetBuffer(transfer, kRowStart, content.rowStart.get(), offsets);
+    SetBuffer(transfer, kColumnIndices, content.columnIndices.get(), entries);
+    if (symmetric)
+        SetBuffer(transfer, kDiagonal, diagonal.get(), rows);
+    SetBuffer(transfer, kValues, content.values.get(), entries);
+    transfer.ExecRead();
+    transfer.RelinquishBuffers();
+
+    m_rowCount = rows;
+    m_columnCount = columns;
+    TakeRows(content, static_cast<int>(entries));
+    m_diagonal = std::move(diagonal);
+    m_symmetryState = symmetric ? 1 : 2; // what is stored in full counts as not symmetric; nobody looked
+    m_rowCSet = drawer.csets[0];
+    m_columnCSet = drawer.csets[1];
+}

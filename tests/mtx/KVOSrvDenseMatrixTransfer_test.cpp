@@ -1,0 +1,382 @@
+// Transfers and whole-matrix operations against a dense copy in memory, over chunkings and views.
+
+#include "DatabaseSupport.h"
+#include "KVOSimException.h"
+
+#include <limits>
+#include <string_view>
+
+namespace
+{
+
+struct Cut {
+    int rows, columns, rowChunk, columnChunk;
+};
+
+constexpr Cut kCuts[] = {{13, 11, 4, 3}, {13, 11, 13, 2}, {13, 11, 1, 11}, {13, 11, 20, 5}, {13, 11, -1, -1}, {16, 8, 8, 4}, {1, 9, 1, 4}};
+
+std::ostream& operator<<(std::ostream& out, Cut const& cut)
+{
+    return out << cut.rows << " x " << cut.columns << " in chunks of " << cut.rowChunk << " x " << cut.columnChunk;
+}
+
+class Random
+{
+public:
+    int Below(int end) { return std::uniform_int_distribution<>(0, end - 1)(m_engine); }
+    std::pair<int, int> Range(int size)
+    {
+        int const a = Below(size), b = Below(size);
+        return {std::min(a, b), std::max(a, b)};
+    }
+
+private:
+    std::mt19937 m_engine{7};
+};
+
+/// A random view of a stored matrix, or all of it, and where it lies.
+struct RandomView {
+    RandomView(KVOSrvDenseMatrix& matrix, Random& random)
+    {
+        std::tie(r0, r1) = random.Range(matrix.NumberOfRows());
+        std::tie(c0, c1) = random.Range(matrix.NumberOfColumns());
+        if (random.Below(4) == 0)
+            r0 = c0 = 0, r1 = matrix.NumberOfRows() - 1, c1 = matrix.NumberOfColumns() - 1;
+        view.reset(matrix.Submatrix(r0, r1, c0, c1));
+    }
+    int r0, r1, c0, c1;
+    std::unique_ptr<KVOSrvDenseMatrix> view;
+};
+
+Dense Part(Dense const& whole, int r0, int r1, int c0, int c1)
+{
+    Dense part(r1 - r0 + 1, c1 - c0 + 1);
+    for (int j = 0; j < part.columns; ++j)
+        for (int i = 0; i < part.rows; ++i)
+            part.At(i, j) = whole.At(r0 + i, c0 + j);
+    return part;
+}
+
+void PutPart(Dense& whole, Dense const& part, int r0, int c0)
+{
+    for (int j = 0; j < part.columns; ++j)
+        for (int i = 0; i < part.rows; ++i)
+            whole.At(r0 + i, c0 + j) = part.At(i, j);
+}
+
+KVOSrvMatrix InCore(Dense& dense)
+{
+    return {dense.rows, dense.columns, dense.values.data(), false, false};
+}
+
+std::string MessageOf(KVOBasException const& exception)
+{
+    return exception.DeveloperReport().c_str();
+}
+
+} // namespace
+
+TEST(KVOSrvDenseMatrixTransfer, RandomWindowsThroughRandomViews)
+{
+    TestDatabase const database;
+    Random random;
+    for (Cut const& cut : kCuts) {
+        SCOPED_TRACE(testing::Message() << cut);
+        KVOSrvDenseMatrix matrix(database.Matrix(cut.rows, cut.columns, cut.rowChunk, cut.columnChunk));
+        Dense oracle(cut.rows, cut.columns);
+        for (int step = 0; step < 60; ++step) {
+            RandomView outer(matrix, random);
+            RandomView inner(*outer.view, random);
+            auto const [r0, r1] = random.Range(inner.view->NumberOfRows());
+            auto const [c0, c1] = random.Range(inner.view->NumberOfColumns());
+            int const top = outer.r0 + inner.r0 + r0, left = outer.c0 + inner.c0 + c0;
+            Dense values = Part(oracle, top, top + r1 - r0, left, left + c1 - c0);
+
+            GuardedMatrix read(values.rows + 1, values.columns, false, false); // larger than the range
+            double const behind = read.matrix.Values()[values.values.size()];
+            inner.view->GetValues(r0, r1, c0, c1, read.matrix);
+            ASSERT_TRUE(std::equal(values.values.begin(), values.values.end(), read.matrix.Values(), SameBits));
+            ASSERT_EQ(read.matrix.Values()[values.values.size()], behind);
+
+            GuardedMatrix const written(values.rows, values.columns + 1, false, false);
+            std::copy_n(written.matrix.Values(), values.values.size(), values.values.begin());
+            inner.view->SetValues(r0, r1, c0, c1, written.matrix);
+            PutPart(oracle, values, top, left);
+        }
+        ExpectContent(matrix, oracle);
+    }
+}
+
+TEST(KVOSrvDenseMatrixTransfer, RowsAndColumnsAndASingleColumn)
+{
+    TestDatabase const database;
+    KVOSrvDenseMatrix matrix(database.Matrix(7, 5, 3, 2)), column(KVOSrvUtilities::Create1DDistribution(database.Members(11), 4));
+    Dense oracle = Randomize(matrix);
+    Dense const line = Randomize(column);
+    KVOSrvMatrix const rows = RandomMatrix(2, 5), columns = RandomMatrix(7, 3);
+    matrix.SetRows(4, 5, rows);
+    PutPart(oracle, Dense(rows), 4, 0);
+    matrix.SetColumns(1, 3, columns);
+    PutPart(oracle, Dense(columns), 0, 1);
+
+    ExpectContent(matrix, oracle);
+    KVOSrvMatrix twoRows(2, 5, nullptr, false, false), twoColumns(7, 2, nullptr, false, false), part(5, 1, nullptr, false, false);
+    matrix.GetRows(2, 3, twoRows);
+    ExpectElements(twoRows, [&](int i, int j) { return oracle.At(i + 2, j); });
+    matrix.GetColumns(3, 4, twoColumns);
+    ExpectElements(twoColumns, [&](int i, int j) { return oracle.At(i, j + 3); });
+    std::unique_ptr<KVOSrvDenseMatrix> const view(column.Submatrix(2, 9, 0, 0));
+    view->GetValues(1, 5, 0, 0, part);
+    ExpectElements(part, [&](int i, int) { return line.At(i + 3, 0); });
+    EXPECT_THROW(view->GetValues(1, 5, 0, 1, part), KVOSrvMtxInvalidGetRange);
+}
+
+TEST(KVOSrvDenseMatrixTransfer, BadRangesAndSmallOperandsAreRefusedBeforeAnyWrite)
+{
+    TestDatabase const database;
+    KVOSrvDenseMatrix matrix(database.Matrix(6, 5, 4, 2));
+    Dense const values = Randomize(matrix);
+    KVOSrvMatrix operand = RandomMatrix(6, 5), small = RandomMatrix(2, 3), diagonal = RandomMatrix(6, 5, true);
+    constexpr int kRanges[][4] = {{-1, 2, 0, 1}, {0, 6, 0, 1}, {0, 2, -1, 1},       {0, 2, 0, 5},
+                                  {3, 2, 0, 1},  {0, 2, 3, 2}, {0, INT32_MAX, 0, 0}};
+    for (auto const& r : kRanges) {
+        SCOPED_TRACE(testing::PrintToString(r));
+        try {
+            matrix.SetValues(r[0], r[1], r[2], r[3], operand);
+            ADD_FAILURE();
+        } catch (KVOSrvMtxInvalidSetRange const& exception) {
+            EXPECT_EQ(MessageOf(exception),
+                      "KVOSrvDenseMatrix::SetValues invalid range values.\nFile mtx/impl/KVOSrvDenseMatrix, line 568");
+        }
+        try {
+            matrix.GetValues(r[0], r[1], r[2], r[3], operand);
+            ADD_FAILURE();
+        } catch (KVOSrvMtxInvalidGetRange const& exception) {
+            EXPECT_EQ(MessageOf(exception),
+                      "KVOSrvDenseMatrix::GetValues invalid range values.\nFile mtx/impl/KVOSrvDenseMatrix, line 544");
+        }
+        matrix.AnnounceRead(r[0], r[1], r[2], r[3]);
+    }
+    try {
+        matrix.SetValues(0, 2, 0, 2, small);
+        ADD_FAILURE();
+    } catch (KVOSimDebugOutString const& exception) {
+        EXPECT_EQ(MessageOf(exception).rfind("KVOSrvDenseMatrix::SetValues", 0), 0u);
+        EXPECT_NE(MessageOf(exception).find("\nFile mtx/impl/KVOSrvDenseMatrix, line 589"), std::string::npos);
+        EXPECT_GT(MessageOf(exception).size(), 100u); // the database's own words are in it
+    }
+    EXPECT_THROW(matrix.GetValues(0, 2, 0, 2, small), KVOSimException);
+    // The array of a diagonal that the library allocated holds the diagonal alone.
+    EXPECT_THROW(matrix.GetValues(0, 5, 0, 1, diagonal), KVOSimException);
+    ExpectContent(matrix, values);
+}
+
+TEST(KVOSrvDenseMatrixTransfer, PackedTriangles)
+{
+    TestDatabase const database;
+    for (Cut const& cut : {Cut{9, 9, 4, 2}, Cut{9, 9, 2, 9}, Cut{9, 9, -1, -1}, Cut{11, 9, 3, 4}, Cut{9, 11, 3, 4}, Cut{1, 1, 1, 1}}) {
+        SCOPED_TRACE(testing::Message() << cut);
+        KVOSrvDenseMatrix matrix(database.Matrix(cut.rows, cut.columns, cut.rowChunk, cut.columnChunk));
+        Dense const values = Randomize(matrix);
+        int const n = std::min(cut.rows, cut.columns);
+        auto const expectPacked = [&](auto const& get, auto const& expected) {
+            std::vector<double> packed(static_cast<std::size_t>(n * (n + 1) / 2) + 1, -7.5);
+            get(packed.data());
+            std::size_t at = 0;
+            for (int j = 0; j < n; ++j)
+                for (int i = 0; i <= j; ++i, ++at)
+                    EXPECT_TRUE(SameBits(packed[at], expected(i, j))) << i << ", " << j;
+            EXPECT_EQ(packed.back(), -7.5);
+        };
+        auto const upper = [&] {
+            expectPacked([&](double* p) { matrix.GetUpperValues(p); }, [&](int i, int j) { return values.At(i, j); });
+        };
+        auto const lower = [&] {
+            expectPacked([&](double* p) { matrix.GetLowerValues(p); }, [&](int i, int j) { return values.At(j, i); });
+        };
+        auto const symmetric = [&] {
+            expectPacked([&](double* p) { matrix.GetSymmetricValues(p); },
+                         [&](int i, int j) { return i == j ? values.At(i, i) : 0.5 * (values.At(i, j) + values.At(j, i)); });
+        };
+        double unused = 0.0;
+        if (cut.rows >= cut.columns)
+            upper();
+        else
+            EXPECT_THROW(matrix.GetUpperValues(&unused), KVOSrvMtxIllegalInput);
+        if (cut.rows <= cut.columns)
+            lower();
+        else
+            EXPECT_THROW(matrix.GetLowerValues(&unused), KVOSrvMtxIllegalInput);
+        if (cut.rows == cut.columns)
+            symmetric();
+        else
+            EXPECT_THROW(matrix.GetSymmetricValues(&unused), KVOSrvMtxIllegalInput);
+        EXPECT_THROW(matrix.GetAllValues(nullptr), KVOSrvMtxIllegalInput);
+    }
+}
+
+TEST(KVOSrvDenseMatrixTransfer, WholeMatrixOperationsOnRandomViews)
+{
+    TestDatabase const database;
+    Random random;
+    for (Cut const& cut : kCuts)
+        for (Cut const& otherCut : kCuts) {
+            if (otherCut.rows < cut.rows || otherCut.columns < cut.columns)
+                continue;
+            SCOPED_TRACE(testing::Message() << cut << " and " << otherCut);
+            KVOSrvDenseMatrix matrix(database.Matrix(cut.rows, cut.columns, cut.rowChunk, cut.columnChunk));
+            KVOSrvDenseMatrix other(database.Matrix(otherCut.rows, otherCut.columns, otherCut.rowChunk, otherCut.columnChunk));
+            Dense oracle = Randomize(matrix);
+            Dense const source = Randomize(other);
+            for (int step = 0; step < 4; ++step) {
+                RandomView target(matrix, random);
+                int const rows = target.view->NumberOfRows(), columns = target.view->NumberOfColumns();
+                int const top = random.Below(other.NumberOfRows() - rows + 1), left = random.Below(other.NumberOfColumns() - columns + 1);
+                std::unique_ptr<KVOSrvDenseMatrix> const operand(other.ConstSubmatrix(top, top + rows - 1, left, left + columns - 1));
+                Dense expected = Part(oracle, target.r0, target.r1, target.c0, target.c1);
+                Dense const added = Part(source, top, top + rows - 1, left, left + columns - 1);
+                switch (step) {
+                case 0:
+                    target.view->Scale(-1.75);
+                    for (double& value : expected.values)
+                        value *= -1.75;
+                    break;
+                case 1:
+                    target.view->AddAssign(*operand);
+                    for (std::size_t k = 0; k < expected.values.size(); ++k)
+                        expected.values[k] += added.values[k];
+                    break;
+                case 2:
+                    target.view->CopyValues(operand.get());
+                    expected = added;
+                    break;
+                default:
+                    other.GetSubmatrix(*target.view, top, top + rows - 1, left, left + columns - 1);
+                    expected = added;
+                }
+                PutPart(oracle, expected, target.r0, target.c0);
+                ExpectContent(matrix, oracle);
+            }
+            ExpectContent(other, source);
+        }
+}
+
+TEST(KVOSrvDenseMatrixTransfer, OperandsThatAreTheMatrixItself)
+{
+    TestDatabase const database;
+    KVOSrvDenseMatrix matrix(database.Matrix(13, 11, 4, 3));
+    Dense const values = Randomize(matrix);
+
+    matrix.AddAssign(matrix);
+    matrix.CopyValues(&matrix);
+    matrix.CopyMappedRows(&matrix, true);
+    ExpectContent(matrix, [&](int i, int j) { return 2.0 * values.At(i, j); });
+
+    std::unique_ptr<KVOSrvDenseMatrix> const upper(matrix.Submatrix(0, 11, 0, 10)), lower(matrix.Submatrix(1, 12, 0, 10));
+    lower->CopyValues(upper.get());
+    ExpectContent(matrix, [&](int i, int j) { return 2.0 * values.At(std::max(i - 1, 0), j); });
+}
+
+TEST(KVOSrvDenseMatrixTransfer, ShapesThatDoNotFitChangeNothing)
+{
+    TestDatabase const database;
+    KVOSrvDenseMatrix matrix(database.Matrix(6, 5, 4, 2));
+    KVOSrvDenseMatrix const other(database.Matrix(5, 6, 4, 2));
+    Dense const values = Randomize(matrix);
+    KVOSrvMatrix out = RandomMatrix(6, 5);
+
+    EXPECT_THROW(matrix.AddAssign(other), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(matrix.CopyValues(&other), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(matrix.CopyValues(nullptr), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(matrix.CopyMappedRows(&other, true), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(matrix.CopyMappedRows(nullptr, true), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(other.GetSubmatrix(matrix, 0, 4, 0, 5), KVOSrvMtxInvalidSetRange);
+    EXPECT_THROW(other.GetSubmatrix(matrix, 0, 5, 0, 4), KVOSrvMtxInvalidGetRange);
+    EXPECT_THROW(other.GetSubmatrix(matrix, 3, 2, 0, 4), KVOSrvMtxInvalidGetRange);
+    constexpr int kNegative[] = {0, 1, -1, 2, 3, 4}, kBeyond[] = {0, 1, 2, 3, 4, 6}, kGood[] = {5, 4, 3, 2, 1, 0};
+    Snapshot const before(out);
+    EXPECT_THROW(matrix.CopyRowsToMemory(kNegative, 6, out), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(matrix.CopyRowsToMemory(kBeyond, 6, out), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(matrix.CopyRowsToMemory(nullptr, 6, out), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(matrix.CopyRowsToMemory(kGood, 7, out), KVOSrvMtxIllegalInput); // out is too small
+    EXPECT_THROW(matrix.CopyRowsToMemory(kGood, -1, out), KVOSrvMtxIllegalInput);
+    before.ExpectUnchanged();
+    ExpectContent(matrix, values);
+}
+
+TEST(KVOSrvDenseMatrixTransfer, CopyRowsToMemoryPlacesEveryRow)
+{
+    TestDatabase const database;
+    KVOSrvDenseMatrix matrix(database.Matrix(5, 4, 2, 3));
+    Dense const values = Randomize(matrix);
+    constexpr int kMap[] = {6, 0, 3, 6, 1}; // rows 0 and 3 go to one place
+    GuardedMatrix out(7, 5, false, false);
+    Dense const before(out.matrix);
+
+    matrix.CopyRowsToMemory(kMap, 7, out.matrix);
+
+    constexpr int kSource[] = {1, 4, -1, 2, -1, -1, 3};
+    ExpectElements(out.matrix, [&](int i, int j) { return j == 4 ? before.At(i, j) : kSource[i] < 0 ? 0.0 : values.At(kSource[i], j); });
+}
+
+TEST(KVOSrvDenseMatrixTransfer, CopyMappedRowsFollowsMemberNumbers)
+{
+    TestDatabase const database;
+    auto const make = [&](std::vector<int> const& rows, int chunk) {
+        return KVOSrvDenseMatrix(KVOSrvUtilities::Create2DDistribution(database.Members(rows), database.Members(5), chunk, 2))
+            .DistributionID();
+    };
+    KVOSrvDenseMatrix source(make({7, 3, 2000000000}, 2)), target(make({3, 5, 7}, 3));
+    Dense const values = Randomize(source), before = Randomize(target);
+
+    target.CopyMappedRows(&source, true);
+    ExpectContent(target, [&](int i, int j) { return i == 1 ? 0.0 : values.At(i == 0 ? 1 : 0, j); });
+
+    KVOSrvDenseMatrix all(make({2000000000, 7, 3}, 1));
+    all.CopyMappedRows(&source, false);
+    ExpectContent(all, [&](int i, int j) { return values.At(i == 0 ? 2 : i - 1, j); });
+
+    std::unique_ptr<KVOSrvDenseMatrix> const part(source.Submatrix(1, 2, 1, 3));  // members 3 and 2000000000
+    std::unique_ptr<KVOSrvDenseMatrix> const place(target.Submatrix(0, 1, 2, 4)); // members 3 and 5
+    Dense const old = StoredValues(target);
+    place->CopyMappedRows(part.get(), true);
+    ExpectContent(target, [&](int i, int j) { return i > 1 || j < 2 ? old.At(i, j) : i == 0 ? values.At(1, j - 1) : 0.0; });
+}
+
+TEST(KVOSrvDenseMatrixTransfer, IsSymmetricForEveryChunkingAndView)
+{
+    TestDatabase const database;
+    constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+    Random random;
+    for (Cut const& cut :
+         {Cut{13, 13, 4, 4}, Cut{13, 13, 5, 2}, Cut{13, 13, 1, 13}, Cut{13, 13, -1, -1}, Cut{300, 300, 200, 150}, Cut{280, 280, 280, 9}}) {
+        SCOPED_TRACE(testing::Message() << cut);
+        int const n = cut.rows;
+        KVOSrvDenseMatrix matrix(database.Matrix(n + 3, n + 2, cut.rowChunk, cut.columnChunk));
+        Dense values = Randomize(matrix);
+        std::unique_ptr<KVOSrvDenseMatrix> const view(matrix.Submatrix(3, n + 2, 1, n));
+        EXPECT_FALSE(matrix.IsSymmetric());
+        EXPECT_FALSE(view->IsSymmetric());
+        for (int j = 0; j < n; ++j)
+            for (int i = 0; i < j; ++i)
+                values.At(3 + i, 1 + j) = values.At(3 + j, 1 + i);
+        values.At(5, 3) = kNaN; // on the diagonal of the view
+        KVOSrvMatrix const whole = InCore(values);
+        matrix.SetRows(0, n + 2, whole);
+        EXPECT_TRUE(view->IsSymmetric());
+
+        KVOSrvMatrix element(1, 1, nullptr, false, false), other = element;
+        for (int step = 0; step < 40; ++step) {
+            int const i = random.Below(n), j = random.Below(n);
+            if (i == j)
+                continue;
+            view->GetValues(i, i, j, j, element);
+            other = step % 4 == 0 ? kNaN : std::nextafter(element.Values()[0], 9.0);
+            view->SetValues(i, i, j, j, other);
+            EXPECT_FALSE(view->IsSymmetric()) << i << ", " << j;
+            view->SetValues(i, i, j, j, element);
+        }
+        EXPECT_TRUE(view->IsSymmetric());
+    }
+    EXPECT_FALSE(KVOSrvDenseMatrix(database.Matrix(3, 4, 2, 2)).IsSymmetric());
+}

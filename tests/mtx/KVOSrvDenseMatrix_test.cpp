@@ -1,0 +1,268 @@
+#include "KVOSrvDenseMatrix.h"
+
+#include "DatabaseSupport.h"
+#include "KVOSimException.h"
+#include "KVOSimTransaction.h"
+
+#include <gmock/gmock.h>
+
+using testing::ElementsAre;
+
+namespace
+{
+
+using View = std::unique_ptr<KVOSrvDenseMatrix>;
+
+std::uint64_t CacheSize(KVOSimDistributionID const& id)
+{
+    return KVOSimDistribution(id).CacheSize();
+}
+
+} // namespace
+
+TEST(KVOSrvDenseMatrix, NullMatrixAnswersEverything)
+{
+    KVOSrvDenseMatrix matrix;
+    KVOSrvDenseMatrix const fromNull{KVOSimDistributionID()};
+
+    EXPECT_TRUE(matrix.IsNull() && fromNull.IsNull());
+    EXPECT_TRUE(matrix.DistributionID().IsNull());
+    EXPECT_TRUE(matrix.RowCSetID().IsNull());
+    EXPECT_EQ(matrix.NumberOfRowBlocks(), 0);
+    EXPECT_EQ(matrix.MaxNumberOfColumnsInBlock(), 0);
+    EXPECT_FALSE(matrix.BlockAllocated(0, 0));
+    EXPECT_EQ(matrix.ExtendableDim(), -1);
+    int const number = 1;
+    EXPECT_EQ(matrix.ExtendDim(0, 1, &number), 3);
+    matrix.SetAccess(KVOSrvAccessAll);
+    matrix.AnnounceRead(0, 0, 0, 0);
+    KVOSrvMatrix value(1, 1, nullptr, false, false);
+    EXPECT_THROW(matrix.GetValues(0, 0, 0, 0, value), KVOSrvMtxInvalidGetRange);
+    EXPECT_THROW(matrix.SetValues(0, 0, 0, 0, value), KVOSrvMtxInvalidSetRange);
+    matrix.GetAllValues(nullptr);
+    matrix.GetUpperValues(nullptr);
+    matrix.GetLowerValues(nullptr);
+    matrix.GetSymmetricValues(nullptr);
+    matrix.Scale(2.0);
+    matrix.AddAssign(fromNull);
+    matrix.CopyValues(&fromNull);
+    matrix.CopyMappedRows(&fromNull, true);
+    EXPECT_TRUE(matrix.IsSymmetric());
+}
+
+TEST(KVOSrvDenseMatrix, BindsToTheChunksOfADistribution)
+{
+    TestDatabase const database;
+    KVOSrvDenseMatrix const chunked(database.Matrix(10, 7, 4, 3)), plain(database.Matrix(10, 7, -1, -1)),
+        large(database.Matrix(10, 7, 16, 3));
+    KVOSrvDenseMatrix const column(KVOSrvUtilities::Create1DDistribution(database.Members(9), 4));
+
+    EXPECT_EQ(chunked.NumberOfRows(), 10);
+    EXPECT_EQ(chunked.NumberOfColumns(), 7);
+    EXPECT_EQ(chunked.NumberOfRowBlocks(), 3);
+    EXPECT_EQ(chunked.NumberOfColumnBlocks(), 3);
+    EXPECT_EQ(chunked.NumberOfRowsInBlock(2), 2);
+    EXPECT_EQ(chunked.NumberOfColumnsInBlock(2), 1);
+    EXPECT_EQ(plain.NumberOfRowBlocks(), 1);
+    EXPECT_EQ(plain.MaxNumberOfColumnsInBlock(), 7);
+    EXPECT_EQ(large.NumberOfRowBlocks(), 1);
+    EXPECT_EQ(large.MaxNumberOfRowsInBlock(), 10);
+    EXPECT_EQ(column.NumberOfRows(), 9);
+    EXPECT_EQ(column.NumberOfColumns(), 1);
+    EXPECT_EQ(column.NumberOfRowBlocks(), 3);
+    EXPECT_EQ(column.NumberOfColumnBlocks(), 1);
+    EXPECT_TRUE(column.ColumnCSetID().IsNull());
+    EXPECT_EQ(KVOSimCSet(column.RowCSetID()).Size(), 9);
+}
+
+TEST(KVOSrvDenseMatrix, RefusesWhatIsNoDenseMatrixOfDoubles)
+{
+    TestDatabase const database;
+    KVOSimCSetID const members = database.Members(3);
+    int const values[] = {1, 2, 3};
+    KVOSimPosition position(database.Context());
+    KVOSimArray<KVOSimCSetID> cube;
+    for (int dim = 0; dim < 3; ++dim)
+        cube.Append(members);
+
+    EXPECT_THROW(KVOSrvDenseMatrix(KVOSrvUtilities::Write1DIntDistribution(members, values, 3)), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(KVOSrvDenseMatrix(KVOSrvUtilities::CreateSparseDistribution(members, members)), KVOSrvMtxIllegalInput); // no drawer yet
+    EXPECT_THROW(KVOSrvDenseMatrix(KVOSrvUtilities::CreateDistribution(position, -1, cube, {}, false)), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(KVOSrvDenseMatrix(KVOSimDistributionID(database.Context().ID(), 999)), KVOSimException);
+}
+
+TEST(KVOSrvDenseMatrix, IsFoundAgainInALaterSession)
+{
+    TemporaryFolder const folder;
+    std::string const path = folder / "kept.sim";
+    Dense values(0, 0);
+    int index = -1;
+    {
+        KVOSimDatabase database;
+        database.CreateFile(DRXUnicodeString(path.c_str()), 0);
+        KVOSimContext context(database.CreateContext());
+        context.Open();
+        KVOSimTransaction transaction(context);
+        int const rowNumbers[] = {4, 2, 9}, columnNumbers[] = {7, 8};
+        KVOSimCSetID const rows = KVOSimCollection(context.CreateCollection(3)).CreateOrderedCSet(rowNumbers, 3);
+        KVOSimCSetID const columns = KVOSimCollection(context.CreateCollection(2)).CreateOrderedCSet(columnNumbers, 2);
+        KVOSrvDenseMatrix matrix(KVOSrvUtilities::Create2DDistribution(rows, columns, 2, 2));
+        values = Randomize(matrix);
+        index = matrix.DistributionID().Index();
+        transaction.Commit();
+        database.Close();
+    }
+    KVOSimDatabase database;
+    database.OpenFile(DRXUnicodeString(path.c_str()), true);
+    KVOSrvDenseMatrix matrix(KVOSimDistributionID(database.ContextID(), index));
+
+    ExpectContent(matrix, values);
+    EXPECT_THAT(NumbersOf(matrix.RowCSetID()), ElementsAre(4, 2, 9));
+    EXPECT_THAT(NumbersOf(matrix.ColumnCSetID()), ElementsAre(7, 8));
+    View const view(matrix.Submatrix(1, 2, 0, 0));
+    EXPECT_THAT(NumbersOf(view->RowCSetID()), ElementsAre(2, 9));
+    EXPECT_THROW(matrix.Scale(2.0), KVOSimDebugOutString); // open for reading only
+}
+
+TEST(KVOSrvDenseMatrix, ViewsOutliveTheMatrixAndNameTheirMembers)
+{
+    TestDatabase const database;
+    KVOSimCSetID const rows = database.Members(10, 100, 3), columns = database.Members(7, 20);
+    auto matrix = std::make_unique<KVOSrvDenseMatrix>(KVOSrvUtilities::Create2DDistribution(rows, columns, 4, 3));
+    Dense const values = Randomize(*matrix);
+    View const view(matrix->Submatrix(2, 9, 1, 5));
+    View const inner(view->ConstSubmatrix(3, 5, 0, 2));
+
+    EXPECT_EQ(matrix->RowCSetID(), rows);
+    EXPECT_EQ(matrix->ColumnCSetID().Index(), columns.Index());
+    matrix.reset();
+
+    ExpectContent(*view, [&](int i, int j) { return values.At(i + 2, j + 1); });
+    ExpectContent(*inner, [&](int i, int j) { return values.At(i + 5, j + 1); });
+    EXPECT_THAT(NumbersOf(inner->RowCSetID()), ElementsAre(115, 118, 121));
+    EXPECT_THAT(NumbersOf(inner->ColumnCSetID()), ElementsAre(21, 22, 23));
+    EXPECT_EQ(inner->NumberOfRowBlocks(), 1);
+    EXPECT_EQ(inner->NumberOfRowsInBlock(0), 3);
+    EXPECT_EQ(view->NumberOfRowsInBlock(0), 2);
+    EXPECT_EQ(view->BlockContainingColumn(2), 1);
+}
+
+TEST(KVOSrvDenseMatrix, BlockAllocatedFollowsTheWrites)
+{
+    TestDatabase const database;
+    KVOSrvDenseMatrix matrix(database.Matrix(12, 12, 4, 3));
+    KVOSrvMatrix const value = RandomMatrix(1, 1);
+    matrix.SetValues(5, 5, 7, 7, value);
+    View const view(matrix.Submatrix(3, 11, 4, 11));
+
+    int allocated = 0;
+    for (int row = 0; row < 3; ++row)
+        for (int column = 0; column < 4; ++column)
+            allocated += matrix.BlockAllocated(row, column);
+    EXPECT_EQ(allocated, 1);
+    EXPECT_TRUE(matrix.BlockAllocated(1, 2));
+    EXPECT_TRUE(view->BlockAllocated(1, 1)); // its block row 0 is the last row of the store's, its block column 0 the store's second
+    EXPECT_FALSE(view->BlockAllocated(1, 2));
+    EXPECT_FALSE(matrix.BlockAllocated(3, 0));
+    EXPECT_FALSE(matrix.BlockAllocated(-1, 0));
+    EXPECT_TRUE(KVOSrvDenseMatrix(database.Matrix(3, 3, -1, -1)).BlockAllocated(0, 0));
+}
+
+TEST(KVOSrvDenseMatrix, ExtendDimAppendsZerosAndMembers)
+{
+    TestDatabase const database;
+    for (int const chunk : {-1, 2, 5}) {
+        SCOPED_TRACE(chunk);
+        KVOSrvDenseMatrix matrix(KVOSrvUtilities::Create2DDistribution(database.Members(4, 10), database.Members(3, 50), chunk, chunk));
+        Dense const values = Randomize(matrix);
+        View const view(matrix.Submatrix(0, 3, 0, 2));
+        int const rows[] = {77, 99, 1}, columns[] = {8};
+
+        ASSERT_EQ(matrix.ExtendDim(1, 3, rows), 0);
+        ASSERT_EQ(matrix.ExtendDim(0, 1, columns), 0);
+
+        ExpectContent(matrix, [&](int i, int j) { return i < 4 && j < 3 ? values.At(i, j) : 0.0; });
+        EXPECT_THAT(NumbersOf(matrix.RowCSetID()), ElementsAre(10, 11, 12, 13, 77, 99, 1));
+        EXPECT_THAT(NumbersOf(matrix.ColumnCSetID()), ElementsAre(50, 51, 52, 8));
+        ExpectContent(*view, values);
+        KVOSrvDenseMatrix const again(matrix.DistributionID());
+        ExpectContent(again, StoredValues(matrix));
+        EXPECT_EQ(again.RowCSetID(), matrix.RowCSetID());
+        Dense const all = Randomize(matrix);
+        ExpectContent(again, all);
+    }
+}
+
+TEST(KVOSrvDenseMatrix, ExtendDimRefusesByStatusAndChangesNothing)
+{
+    TestDatabase const database;
+    KVOSrvDenseMatrix matrix(KVOSrvUtilities::Create2DDistribution(database.Members(4, 10), database.Members(3, 50), 2, 2));
+    KVOSrvDenseMatrix column(KVOSrvUtilities::Create1DDistribution(database.Members(4), 2));
+    Dense const values = Randomize(matrix);
+    View const view(matrix.Submatrix(0, 1, 0, 1));
+    int const fresh[] = {1, 2}, known[] = {1, 12}, twice[] = {1, 1};
+
+    EXPECT_EQ(view->ExtendDim(1, 2, fresh), 1);
+    EXPECT_EQ(matrix.ExtendDim(1, 0, fresh), 2);
+    EXPECT_EQ(matrix.ExtendDim(2, 2, fresh), 3);
+    EXPECT_EQ(matrix.ExtendDim(-1, 2, fresh), 3);
+    EXPECT_EQ(column.ExtendDim(0, 2, fresh), 3);
+    EXPECT_EQ(matrix.ExtendDim(1, 2, known), 4);
+    EXPECT_EQ(matrix.ExtendDim(1, 2, twice), 4);
+    EXPECT_THROW(matrix.ExtendDim(1, 2, nullptr), KVOSrvMtxIllegalInput);
+    ExpectContent(matrix, values);
+    EXPECT_EQ(KVOSrvDenseMatrix(matrix.DistributionID()).NumberOfRows(), 4);
+
+    EXPECT_EQ(matrix.ExtendDim(0, 2, known), 0); // 12 is a row, no column
+    int const further[] = {20, 21, 22};
+    EXPECT_EQ(column.ExtendDim(1, 3, further), 0);
+    EXPECT_EQ(column.NumberOfRows(), 7);
+    EXPECT_EQ(column.NumberOfRowBlocks(), 4);
+}
+
+// A matrix of one block that was smaller than its chunk: block 0 keeps its height, and with the next extension the width of block column 0
+// becomes right.
+TEST(KVOSrvDenseMatrix, ExtensionOfAShortBlockKeepsTheFirstBlockButLosesNothing)
+{
+    TestDatabase const database;
+    KVOSrvDenseMatrix matrix(database.Matrix(3, 3, 8, 8));
+    Randomize(matrix);
+    int const first[] = {10, 11, 12, 13, 14, 15, 16}, second[] = {20};
+
+    ASSERT_EQ(matrix.ExtendDim(1, 7, first), 0);
+    ASSERT_EQ(matrix.ExtendDim(0, 7, first), 0);
+    EXPECT_EQ(matrix.NumberOfRowsInBlock(0), 3);
+    EXPECT_EQ(matrix.NumberOfColumnsInBlock(0), 3);
+    ASSERT_EQ(matrix.ExtendDim(1, 1, second), 0);
+    EXPECT_EQ(matrix.NumberOfRowsInBlock(0), 3);
+    EXPECT_EQ(matrix.NumberOfColumnsInBlock(0), 8);
+
+    Dense const values = Randomize(matrix);
+    matrix.Scale(2.0);
+    ExpectContent(matrix, [&](int i, int j) { return 2.0 * values.At(i, j); });
+}
+
+TEST(KVOSrvDenseMatrix, SetAccessWishesForCache)
+{
+    TestDatabase const database;
+    KVOSimDistributionID const id = database.Matrix(20, 30, 4, 5), plain = database.Matrix(20, 30, -1, -1);
+    KVOSimDistributionID const column = KVOSrvUtilities::Create1DDistribution(database.Members(20), 4);
+    std::uint64_t const usual = CacheSize(id);
+    KVOSrvDenseMatrix matrix(id);
+
+    matrix.SetAccess(KVOSrvAccessRows);
+    EXPECT_EQ(CacheSize(id), 20u * 8 * 4 * 5);
+    matrix.SetAccess(KVOSrvAccessColumns);
+    EXPECT_EQ(CacheSize(id), 30u * 8 * 4 * 5);
+    matrix.SetAccess(KVOSrvAccessAll);
+    EXPECT_EQ(CacheSize(id), 20u * 30 * 8);
+    matrix.SetAccess(static_cast<KVOSrvAccessType>(7));
+    EXPECT_EQ(CacheSize(id), 20u * 30 * 8);
+    matrix.SetAccess(KVOSrvAccessDefault);
+    EXPECT_EQ(CacheSize(id), usual);
+    KVOSrvDenseMatrix line(column);
+    line.SetAccess(KVOSrvAccessDefault);
+    EXPECT_EQ(CacheSize(column), 20u * 8);
+    KVOSrvDenseMatrix(plain).SetAccess(KVOSrvAccessAll);
+    EXPECT_EQ(CacheSize(plain), usual);
+}

@@ -1,0 +1,399 @@
+#include "KVOSrvMatrixContainer.h"
+
+#include "DatabaseSupport.h"
+#include "ExpectThrows.h"
+#include "FailNew.h"
+#include "KVOFortran.h"
+#include "KVOSimException.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/file.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::UnorderedElementsAre;
+
+namespace
+{
+
+/// A fresh folder that is the working one while this object lives.
+class WorkingFolder
+{
+public:
+    WorkingFolder() : m_before(std::filesystem::current_path()) { std::filesystem::current_path(m_folder / "."); }
+    ~WorkingFolder() { std::filesystem::current_path(m_before); }
+    WorkingFolder(WorkingFolder const&) = delete;
+    WorkingFolder& operator=(WorkingFolder const&) = delete;
+
+    std::string operator/(std::string const& name) const { return m_folder / name; }
+    std::vector<std::string> Files() const
+    {
+        std::vector<std::string> names;
+        for (auto const& entry : std::filesystem::directory_iterator(m_folder / "."))
+            names.push_back(entry.path().filename());
+        return names;
+    }
+
+private:
+    TemporaryFolder m_folder;
+    std::filesystem::path m_before;
+};
+
+std::string FileOf(void const* container, std::string const& suffix = "")
+{
+    char name[64];
+    std::snprintf(name, sizeof name, "KVOSrvMatrixContainer%016lX%s.sim", reinterpret_cast<unsigned long>(container), suffix.c_str());
+    return name;
+}
+
+/// Memory for a container whose address is known before it is made.
+class Place
+{
+public:
+    void const* Address() const { return m_memory; }
+    void Make() { m_container = ::new (m_memory) KVOSrvMatrixContainer; }
+    void Destroy() { std::exchange(m_container, nullptr)->~KVOSrvMatrixContainer(); }
+    KVOSrvMatrixContainer& operator*() const { return *m_container; }
+
+private:
+    alignas(KVOSrvMatrixContainer) std::byte m_memory[sizeof(KVOSrvMatrixContainer)];
+    KVOSrvMatrixContainer* m_container = nullptr;
+};
+
+/// A file that a living process has locked.
+class LockedFile
+{
+public:
+    explicit LockedFile(std::string const& path) : m_descriptor(open(path.c_str(), O_RDWR | O_CREAT, 0600))
+    {
+        EXPECT_EQ(flock(m_descriptor, LOCK_EX | LOCK_NB), 0);
+    }
+    ~LockedFile() { close(m_descriptor); }
+    LockedFile(LockedFile const&) = delete;
+    LockedFile& operator=(LockedFile const&) = delete;
+
+private:
+    int m_descriptor;
+};
+
+/// Calls run() in a child process; Await() gives 0 when it returned true.
+template<class Run>
+pid_t Fork(Run const& run)
+{
+    pid_t const child = fork();
+    if (child == 0)
+        try {
+            _exit(run() ? 0 : 1);
+        } catch (...) {
+            _exit(2);
+        }
+    return child;
+}
+
+int Await(pid_t child)
+{
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status;
+}
+
+enum Allocator { kPlatform, kStandard };
+
+/// Calls run() with one allocation failing; whether that made it throw.
+template<class Run>
+bool Fails(Allocator allocator, int allocation, Run const& run)
+{
+    bool failed = false;
+    if (allocator == kPlatform)
+        mem_FailAllocationAfter(allocation);
+    else
+        FailNewAfter(allocation);
+    try {
+        run();
+    } catch (std::bad_alloc const&) {
+        failed = true;
+    }
+    mem_FailAllocationAfter(-1);
+    FailNewAfter(-1);
+    return failed;
+}
+
+/// Whether this process has a database file open that has no name any more.
+bool HasLostAFile()
+{
+    for (auto const& link : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code closed;
+        std::string const target = std::filesystem::read_symlink(link, closed);
+        if (target.find("KVOSrvMatrixContainer") != std::string::npos && target.ends_with(" (deleted)"))
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+TEST(KVOSrvMatrixContainer, EachHasAFileNamedAfterItsAddressWhileItLives)
+{
+    WorkingFolder const folder;
+    auto first = std::make_unique<KVOSrvMatrixContainer>();
+    auto second = std::make_unique<KVOSrvMatrixContainer>();
+    Dense const firstValues = Randomize(first->Create(7, 10, 6, 4, 4)), secondValues = Randomize(second->Create(7, 3, 5, 2, -1));
+
+    EXPECT_THAT(folder.Files(), UnorderedElementsAre(FileOf(first.get()), FileOf(second.get())));
+    ExpectContent(first->Get(7), firstValues);
+    first.reset();
+    EXPECT_THAT(folder.Files(), SizeIs(1));
+    ExpectContent(second->Get(7), secondValues);
+    std::filesystem::create_directory(folder / "below");
+    std::filesystem::current_path(folder / "below");
+    second.reset();
+    EXPECT_THAT(folder.Files(), ElementsAre("below"));
+}
+
+TEST(KVOSrvMatrixContainer, MatricesHaveTheirSizesBlocksAndNumbers)
+{
+    WorkingFolder const folder;
+    KVOSrvMatrixContainer container;
+    int const rowIds[] = {8, 3, 500}, colIds[] = {9, 0};
+    KVOSrvDenseMatrix& plain = container.Create(5, 10, 4, 3, 100);
+    container.Create(0, 3, 2, rowIds, colIds, -1, 1);
+    container.Create(6, 2, 3, nullptr, rowIds, 2, 2);
+    container.Create(2, 40000, 40001, -1, 40000);
+    container.Create(1, 40000, 40001, 40000, 1);
+
+    EXPECT_EQ(&plain, &container.Get(5));
+    EXPECT_EQ(plain.NumberOfRows(), 10);
+    EXPECT_EQ(plain.NumberOfColumns(), 4);
+    KVOSimArray<KVOSimDrawer> drawers;
+    KVOSimDistribution(plain.DistributionID()).QueryDrawers(drawers);
+    EXPECT_THAT(ToVector(drawers[0].chunkSizes), ElementsAre(4, 3));
+    ExpectContent(plain, [](int, int) { return 0.0; });
+    EXPECT_THAT(NumbersOf(plain.RowCSetID()), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9));
+    EXPECT_THAT(NumbersOf(plain.ColumnCSetID()), ElementsAre(0, 1, 2, 3));
+    EXPECT_THAT(NumbersOf(container.Get(0).RowCSetID()), ElementsAre(8, 3, 500));
+    EXPECT_THAT(NumbersOf(container.Get(0).ColumnCSetID()), ElementsAre(9, 0));
+    EXPECT_EQ(container.Get(0).NumberOfRowBlocks(), 1);
+    EXPECT_EQ(container.Get(0).NumberOfColumnBlocks(), 2);
+    EXPECT_THAT(NumbersOf(container.Get(6).RowCSetID()), ElementsAre(0, 1));
+    EXPECT_THAT(NumbersOf(container.Get(6).ColumnCSetID()), ElementsAre(8, 3, 500));
+    EXPECT_EQ(container.Get(2).NumberOfColumnsInBlock(0), (1 << 28) / 40000);
+    EXPECT_EQ(container.Get(1).NumberOfRowsInBlock(0), (1 << 28) / 40001);
+    EXPECT_EQ(container.Size(), 5);
+}
+
+TEST(KVOSrvMatrixContainer, ATakenIdKeepsItsMatrixAndTheNewOneIsNobodys)
+{
+    WorkingFolder const folder;
+    auto container = std::make_unique<KVOSrvMatrixContainer>();
+    KVOSrvDenseMatrix& first = container->Create(4, 6, 5, 2, 2);
+    Dense const values = Randomize(first);
+
+    std::unique_ptr<KVOSrvDenseMatrix> const second(&container->Create(4, 3, 7, 2, 2));
+
+    EXPECT_EQ(container->Size(), 1);
+    EXPECT_EQ(&container->Get(4), &first);
+    Dense const others = Randomize(*second);
+    ExpectContent(*second, others);
+    ExpectContent(first, values);
+    container.reset(); // does not delete the second one
+    EXPECT_EQ(second->NumberOfColumns(), 7);
+    EXPECT_THROW(StoredValues(*second), KVOSimException);
+}
+
+TEST(KVOSrvMatrixContainer, RemovingKeepsTheId)
+{
+    WorkingFolder const folder;
+    KVOSrvMatrixContainer container;
+    Dense const values = Randomize(container.Create(1, 4, 4, 2, 2));
+    for (int id = 2; id < 30; ++id)
+        container.Create(id, 2, 2, 2, 2);
+    std::unique_ptr<KVOSrvDenseMatrix> const view(container.Get(1).Submatrix(1, 2, 0, 3));
+
+    for (int id : {7, 1, 20, 1, 99})
+        container.Remove(id);
+
+    EXPECT_EQ(container.Size(), 29);
+    EXPECT_TRUE(container.IsMember(1));
+    EXPECT_FALSE(container.IsMember(99));
+    EXPECT_EQ(container.Find(1), nullptr);
+    EXPECT_EQ(container.Find(99), nullptr);
+    EXPECT_EQ(container.Find(8), &container.Get(8));
+    ExpectContent(*view, [&](int i, int j) { return values.At(i + 1, j); });
+    std::unique_ptr<KVOSrvDenseMatrix> const nobodys(&container.Create(1, 2, 2, 2, 2));
+    EXPECT_EQ(container.Find(1), nullptr);
+}
+
+TEST(KVOSrvMatrixContainer, ViewsFailWhenItIsGone)
+{
+    WorkingFolder const folder;
+    auto container = std::make_unique<KVOSrvMatrixContainer>();
+    Randomize(container->Create(1, 6, 6, 4, 4));
+    std::unique_ptr<KVOSrvDenseMatrix> const view(container->Get(1).Submatrix(1, 4, 2, 5));
+    KVOSrvMatrix values(4, 4, nullptr, false, false);
+    container.reset();
+
+    EXPECT_THROW(view->GetRows(0, 3, values), KVOSimException);
+    EXPECT_THROW(view->SetRows(0, 3, values), KVOSimException);
+    EXPECT_THAT(folder.Files(), IsEmpty());
+}
+
+TEST(KVOSrvMatrixContainer, RefusalsRegisterNothing)
+{
+    WorkingFolder const folder;
+    KVOSrvMatrixContainer container;
+    Dense const values = Randomize(container.Create(1, 4, 4, 2, 2));
+
+    for (auto const& [rows, columns] : {std::pair{0, 3}, {3, 0}, {-1, 3}, {3, -5}})
+        ExpectThrows<KVOSrvMtxIllegalInput>("KVOSrvMatrix::LimitChunkSize2GB - Illegal input.",
+                                            [&, r = rows, c = columns] { container.Create(2, r, c, 2, 2); });
+    EXPECT_THROW(container.Create(2, 3, 3, 0, 2), KVOSimException);
+    EXPECT_THROW(container.Create(2, 3, 3, 2, -2), KVOSimException);
+
+    EXPECT_FALSE(container.IsMember(2));
+    ExpectContent(container.Get(1), values);
+    EXPECT_EQ(container.Create(2, 3, 3, 2, 2).NumberOfRows(), 3);
+    container.Close();
+    EXPECT_THROW(container.Create(3, 3, 3, 2, 2), KVOSimException);
+}
+
+TEST(KVOSrvMatrixContainer, FailuresLeaveNoFileAndNoMatrix)
+{
+    WorkingFolder const folder;
+    std::unique_ptr<KVOSrvMatrixContainer> container;
+    for (Allocator const allocator : {kPlatform, kStandard}) {
+        SCOPED_TRACE(allocator);
+        container.reset();
+        int failures = 0;
+        for (; Fails(allocator, failures, [&] { container = std::make_unique<KVOSrvMatrixContainer>(); }); ++failures)
+            ASSERT_THAT(folder.Files(), IsEmpty()) << failures;
+        EXPECT_GT(failures, 3);
+        for (failures = 0; Fails(allocator, failures, [&] { container->Create(1, 5, 5, 2, 2); }); ++failures)
+            ASSERT_FALSE(container->IsMember(1)) << failures;
+        EXPECT_GT(failures, 3);
+        for (failures = 0; Fails(allocator, failures, [&] { container->Remove(1); }); ++failures)
+            ASSERT_EQ(container->Find(1), &container->Get(1)) << failures;
+        EXPECT_EQ(container->Find(1), nullptr);
+    }
+
+    std::filesystem::create_directory(folder / "below");
+    std::filesystem::current_path(folder / "below");
+    std::filesystem::remove(folder / "below");
+    EXPECT_THROW(KVOSrvMatrixContainer(), KVOSimException);
+}
+
+TEST(KVOSrvMatrixContainer, ReplacesLeftoversButNothingThatIsInUse)
+{
+    WorkingFolder const folder;
+    Place place;
+    std::string const plain = FileOf(place.Address()), withProcess = FileOf(place.Address(), "-" + std::to_string(getpid())),
+                      withNumber = FileOf(place.Address(), "-" + std::to_string(getpid()) + "-2");
+    WriteFile(folder / plain, "left by a process that was killed");
+
+    place.Make();
+    Dense const values = Randomize((*place).Create(1, 3, 3, 2, 2));
+    EXPECT_THAT(folder.Files(), ElementsAre(plain));
+    ExpectContent((*place).Get(1), values);
+    place.Destroy();
+    EXPECT_THAT(folder.Files(), IsEmpty());
+
+    LockedFile const others(folder / plain);
+    place.Make();
+    EXPECT_THAT(folder.Files(), UnorderedElementsAre(plain, withProcess));
+    place.Destroy();
+    EXPECT_THAT(folder.Files(), ElementsAre(plain));
+
+    std::filesystem::create_directory(folder / withProcess); // cannot be had, either
+    place.Make();
+    EXPECT_THAT(folder.Files(), UnorderedElementsAre(plain, withProcess, withNumber));
+    place.Destroy();
+    EXPECT_THAT(folder.Files(), UnorderedElementsAre(plain, withProcess));
+}
+
+// As forked processes do that start working at the same moment. None may lose its file to another one.
+TEST(KVOSrvMatrixContainer, ProcessesMayHaveThemAtOneAddress)
+{
+    WorkingFolder const folder;
+    Place place;
+    std::vector<pid_t> children;
+    for (int process = 0; process < 8; ++process)
+        children.push_back(Fork([&] {
+            for (int round = 0; round < 200; ++round) {
+                place.Make();
+                if (HasLostAFile())
+                    return false;
+                place.Destroy();
+            }
+            return true;
+        }));
+
+    for (pid_t child : children)
+        EXPECT_EQ(Await(child), 0);
+    EXPECT_THAT(folder.Files(), IsEmpty());
+}
+
+TEST(KVOSrvMatrixContainer, AChildProcessDoesNotRemoveTheFile)
+{
+    WorkingFolder const folder;
+    auto container = std::make_unique<KVOSrvMatrixContainer>();
+    Dense const values = Randomize(container->Create(1, 20, 20, 4, 4));
+
+    EXPECT_EQ(Await(Fork([&] {
+                  container.reset();
+                  return true;
+              })),
+              0);
+
+    EXPECT_THAT(folder.Files(), SizeIs(1));
+    ExpectContent(container->Get(1), values);
+}
+
+TEST(KVOSrvMatrixContainer, FortranReadsItThroughItsHandle)
+{
+    WorkingFolder const folder;
+    std::int64_t const handle = KVOSRVMATRIXCONTAINERCREATE();
+    auto* const container = reinterpret_cast<KVOSrvMatrixContainer*>(handle);
+    Dense const values = Randomize(container->Create(3, 7, 5, 4, 2));
+    int const id = 3;
+    Dense read(7, 6, kPadding);
+
+    EXPECT_THAT(folder.Files(), ElementsAre(FileOf(container)));
+    EXPECT_EQ(KVOSRVMATRIXCONTAINERNUMROWS(handle, &id), 7);
+    EXPECT_EQ(KVOSRVMATRIXCONTAINERNUMCOLUMNS(handle, &id), 5);
+    KVOSRVMATRIXCONTAINERGETVALUES(handle, &id, read.data());
+    EXPECT_TRUE(std::equal(values.values.begin(), values.values.end(), read.values.begin()));
+    EXPECT_EQ(std::count(read.values.begin() + 35, read.values.end(), kPadding), 7);
+    KVOSRVMATRIXCONTAINERDELETE(handle);
+    EXPECT_THAT(folder.Files(), IsEmpty());
+}
+
+TEST(KVOSrvMatrixContainer, FortranIsToldOfMatricesThatAreNotThere)
+{
+    WorkingFolder const folder;
+    KVOSrvMatrixContainer container;
+    container.Create(3, 2, 2, 2, 2);
+    container.Remove(3);
+    auto const handle = reinterpret_cast<std::int64_t>(&container);
+    double untouched = 4711.0;
+    struct Case {
+        std::int64_t handle;
+        int id;
+        char const* why;
+    };
+
+    for (auto const& [given, id, why] : {Case{handle, 3, ": there is no matrix 3.\n"}, Case{handle, -8, ": there is no matrix -8.\n"},
+                                         Case{0, 3, ": there is no container with a matrix 3.\n"}}) {
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(KVOSRVMATRIXCONTAINERNUMROWS(given, &id), 0);
+        EXPECT_EQ(KVOSRVMATRIXCONTAINERNUMCOLUMNS(given, &id), 0);
+        KVOSRVMATRIXCONTAINERGETVALUES(given, &id, &untouched);
+        std::string const line(why);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "KVOSRVMATRIXCONTAINERNUMROWS" + line + "KVOSRVMATRIXCONTAINERNUMCOLUMNS" + line +
+                                                              "KVOSRVMATRIXCONTAINERGETVALUES" + line);
+    }
+    EXPECT_EQ(untouched, 4711.0);
+    KVOSRVMATRIXCONTAINERDELETE(0);
+}

@@ -1,0 +1,268 @@
+#include "KVOSrvScratchDenseMatrix.h"
+
+#include "DatabaseSupport.h"
+#include "KVOSimException.h"
+#include "ScratchFiles.h"
+
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::StartsWith;
+
+namespace
+{
+
+using ScratchMatrix = std::unique_ptr<KVOSrvScratchDenseMatrix>;
+
+/// A fresh folder for scratch files while it lives.
+class ScratchFolder
+{
+public:
+    ScratchFolder() : m_before(KVOSrvUtilities::GetTempDirectory()) { Use(Path()); }
+    ~ScratchFolder() { KVOSrvUtilities::SetTempDirectory(m_before); }
+    ScratchFolder(ScratchFolder const&) = delete;
+    ScratchFolder& operator=(ScratchFolder const&) = delete;
+
+    static void Use(std::string const& path) { KVOSrvUtilities::SetTempDirectory(cow_String(path.c_str())); }
+    std::string Path() const { return m_folder / "."; }
+    std::string operator/(std::string const& name) const { return m_folder / name; }
+    std::vector<std::string> Files() const { return FilesIn(Path()); }
+    static std::vector<std::string> FilesIn(std::string const& path)
+    {
+        std::vector<std::string> names;
+        for (auto const& entry : std::filesystem::directory_iterator(path))
+            names.push_back(entry.path().filename());
+        return names;
+    }
+
+private:
+    TemporaryFolder m_folder;
+    cow_String m_before;
+};
+
+/// A child process that calls run() once and says so, then idle() again and again until it is killed.
+class Child
+{
+public:
+    template<class Run>
+    explicit Child(Run const& run) : Child(run, [] { pause(); })
+    {
+    }
+    template<class Run, class Idle>
+    Child(Run const& run, Idle const& idle)
+    {
+        int ends[2];
+        if (pipe(ends) != 0)
+            throw std::runtime_error("no pipe");
+        m_process = fork();
+        if (m_process == 0) {
+            run();
+            [[maybe_unused]] auto const written = write(ends[1], "r", 1);
+            while (getppid() != 1)
+                idle();
+            _exit(0);
+        }
+        close(ends[1]);
+        char ready = 0;
+        m_isReady = read(ends[0], &ready, 1) == 1;
+        close(ends[0]);
+    }
+    Child(Child const&) = delete;
+    Child& operator=(Child const&) = delete;
+    ~Child() { Kill(); }
+
+    bool IsReady() const { return m_isReady; }
+    void Kill()
+    {
+        if (m_process <= 0)
+            return;
+        kill(m_process, SIGKILL);
+        waitpid(m_process, nullptr, 0);
+        m_process = 0;
+    }
+
+private:
+    pid_t m_process;
+    bool m_isReady;
+};
+
+} // namespace
+
+TEST(KVOSrvScratchDenseMatrix, EachHasAFileOfItsOwnWhileItLives)
+{
+    ScratchFolder const folder;
+    auto first = std::make_unique<KVOSrvScratchDenseMatrix>(9, 7, 4, 3);
+    auto second = std::make_unique<KVOSrvScratchDenseMatrix>(5, 5, 100, -1);
+    KVOSrvScratchDenseMatrix const empty;
+    Dense const firstValues = Randomize(*first), secondValues = Randomize(*second);
+
+    EXPECT_TRUE(empty.IsNull());
+    EXPECT_THAT(folder.Files(), SizeIs(2));
+    for (std::string const& name : folder.Files()) {
+        EXPECT_THAT(name, StartsWith("KVOSrvScratchDenseMatrix"));
+        EXPECT_THAT(name, EndsWith("-" + std::to_string(getpid()) + ".sim"));
+    }
+    EXPECT_EQ(first->NumberOfRowsInBlock(0), 4);
+    EXPECT_EQ(second->NumberOfRowsInBlock(0), 5);
+    EXPECT_EQ(second->NumberOfColumnBlocks(), 1);
+    ExpectContent(*first, firstValues);
+    ExpectContent(*second, secondValues);
+    EXPECT_THAT(NumbersOf(second->RowCSetID()), ElementsAre(0, 1, 2, 3, 4));
+    first.reset();
+    EXPECT_THAT(folder.Files(), SizeIs(1));
+    second.reset();
+    EXPECT_THAT(folder.Files(), IsEmpty());
+}
+
+TEST(KVOSrvScratchDenseMatrix, ViewsKeepTheFile)
+{
+    ScratchFolder const folder;
+    auto matrix = std::make_unique<KVOSrvScratchDenseMatrix>(9, 7, 4, 3);
+    Dense const values = Randomize(*matrix);
+    std::unique_ptr<KVOSrvDenseMatrix> view(static_cast<KVOSrvDenseMatrix&>(*matrix).Submatrix(2, 8, 1, 5));
+    std::unique_ptr<KVOSrvDenseMatrix> inner(view->ConstSubmatrix(1, 3, 0, 1));
+    matrix.reset();
+
+    ExpectContent(*view, [&](int i, int j) { return values.At(i + 2, j + 1); });
+    view.reset();
+    ExpectContent(*inner, [&](int i, int j) { return values.At(i + 3, j + 1); });
+    EXPECT_THAT(NumbersOf(inner->RowCSetID()), ElementsAre(3, 4, 5));
+    EXPECT_THAT(folder.Files(), SizeIs(1));
+    inner.reset();
+    EXPECT_THAT(folder.Files(), IsEmpty());
+}
+
+TEST(KVOSrvScratchDenseMatrix, CarriesMemberNumbersAndTheCallersSets)
+{
+    ScratchFolder const folder;
+    TestDatabase const database;
+    int const rowNumbers[] = {8, 3, 5};
+    KVOSrvScratchDenseMatrix const numbered(3, 2, rowNumbers, nullptr, 2, 2);
+    KVOSimCSetID const rows = database.Members({30, 10, 20}), columns = database.Members({7, 9});
+    KVOSrvScratchDenseMatrix const fromSets(rows, columns, 2, 2);
+    std::unique_ptr<KVOSrvDenseMatrix> const view(fromSets.ConstSubmatrix(1, 2, 0, 1));
+
+    EXPECT_THAT(NumbersOf(numbered.RowCSetID()), ElementsAre(8, 3, 5));
+    EXPECT_THAT(NumbersOf(numbered.ColumnCSetID()), ElementsAre(0, 1));
+    EXPECT_EQ(fromSets.RowCSetID(), rows);
+    EXPECT_EQ(fromSets.ColumnCSetID(), columns);
+    EXPECT_THAT(NumbersOf(view->RowCSetID()), ElementsAre(10, 20));
+    EXPECT_NE(view->ColumnCSetID().Database(), columns.Database());
+}
+
+TEST(KVOSrvScratchDenseMatrix, WithoutADirectoryInTheWorkingOne)
+{
+    ScratchFolder const folder;
+    std::filesystem::path const before = std::filesystem::current_path();
+    std::filesystem::create_directory(folder / "below");
+    std::filesystem::current_path(folder / "below");
+    ScratchFolder::Use("");
+    auto matrix = std::make_unique<KVOSrvScratchDenseMatrix>(2, 2, 2, 2);
+    ScratchFolder::Use("..");
+    auto beside = std::make_unique<KVOSrvScratchDenseMatrix>(2, 2, 2, 2);
+    EXPECT_THAT(ScratchFolder::FilesIn(folder / "below"), SizeIs(1));
+    EXPECT_THAT(folder.Files(), SizeIs(2));
+    std::filesystem::current_path(before); // the files are found nevertheless
+    matrix.reset();
+    beside.reset();
+
+    EXPECT_THAT(ScratchFolder::FilesIn(folder / "below"), IsEmpty());
+    EXPECT_THAT(folder.Files(), SizeIs(1));
+    std::filesystem::current_path(folder / "below");
+    std::filesystem::remove(folder / "below");
+    ScratchFolder::Use("");
+    EXPECT_THROW(KVOSrvScratchDenseMatrix(2, 2, 2, 2), KVOSimException);
+    std::filesystem::current_path(before);
+}
+
+TEST(KVOSrvScratchDenseMatrix, FailuresLeaveNoFile)
+{
+    ScratchFolder const folder;
+    KVOSimCSetID const null;
+    EXPECT_THROW(KVOSrvScratchDenseMatrix(0, 2, 2, 2), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(KVOSrvScratchDenseMatrix(2, -1, 2, 2), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(KVOSrvScratchDenseMatrix(2, 2, 0, 2), KVOSimException);
+    EXPECT_THROW(KVOSrvScratchDenseMatrix(2, 2, 2, -2), KVOSimException);
+    EXPECT_THROW(KVOSrvScratchDenseMatrix(null, null, 2, 2), KVOSimException);
+    EXPECT_THAT(folder.Files(), IsEmpty());
+
+    int failures = 0;
+    for (bool made = false; !made; ++failures) {
+        mem_FailAllocationAfter(failures);
+        try {
+            KVOSrvScratchDenseMatrix const matrix(20, 20, 4, 4);
+            made = true;
+        } catch (std::bad_alloc const&) {
+        }
+        mem_FailAllocationAfter(-1);
+        ASSERT_THAT(folder.Files(), IsEmpty()) << failures;
+    }
+    EXPECT_GT(failures, 3);
+
+    ScratchFolder::Use(folder / "missing");
+    EXPECT_THROW(KVOSrvScratchDenseMatrix(2, 2, 2, 2), KVOSimException);
+}
+
+TEST(KVOSrvScratchDenseMatrix, LeftoversGoButNothingThatIsInUse)
+{
+    ScratchFolder const folder;
+    std::filesystem::create_directory(folder / "other");
+    // Another process: it leaves one file behind when it is killed, and a second one keeps one in use.
+    ScratchFolder::Use(folder / "other");
+    Child killed([] { new KVOSrvScratchDenseMatrix(50, 50, 10, 10); });
+    ASSERT_TRUE(killed.IsReady());
+    std::vector<std::string> const leftover = ScratchFolder::FilesIn(folder / "other");
+    Child const alive([] { new KVOSrvScratchDenseMatrix(50, 50, 10, 10); });
+    ASSERT_TRUE(alive.IsReady());
+    killed.Kill();
+    WriteFile(folder / "other/KVOSrvScratchDenseMatrix.txt", "not a database");
+    WriteFile(folder / "other/mine.sim", "not ours");
+    WriteFile(folder / "other/KVOSrvScratchDenseMatrixShort.sim", "");
+    std::filesystem::create_symlink(folder / "other/mine.sim", folder / "other/KVOSrvScratchDenseMatrixLink.sim");
+    std::filesystem::create_directory(folder / "other/KVOSrvScratchDenseMatrixFolder.sim");
+    ASSERT_THAT(leftover, SizeIs(1));
+    ASSERT_THAT(ScratchFolder::FilesIn(folder / "other"), SizeIs(7));
+
+    auto matrix = std::make_unique<KVOSrvScratchDenseMatrix>(2, 2, 2, 2);
+
+    EXPECT_THAT(ScratchFolder::FilesIn(folder / "other"), SizeIs(6)); // the killed one's and the empty one have gone
+    EXPECT_FALSE(std::filesystem::exists(folder / ("other/" + leftover[0])));
+    EXPECT_EQ(ReadFile(folder / "other/mine.sim"), "not ours");
+    Randomize(*matrix);
+    // Only the first matrix in a directory looks for leftovers.
+    WriteFile(folder / "other/KVOSrvScratchDenseMatrixLate.sim", "");
+    KVOSrvScratchDenseMatrix const another(2, 2, 2, 2);
+    EXPECT_TRUE(std::filesystem::exists(folder / "other/KVOSrvScratchDenseMatrixLate.sim"));
+}
+
+// One process makes matrices, all under one name, the other looks for leftovers as new processes do. No matrix may lose its file.
+TEST(KVOSrvScratchDenseMatrix, CleaningDoesNotDisturbProcessesThatMakeFiles)
+{
+    ScratchFolder const folder;
+    cow_String const path(folder.Path().c_str());
+    Child const cleaner([] {}, [&] { ScratchFiles::RemoveLeftovers(path); });
+    ASSERT_TRUE(cleaner.IsReady());
+
+    for (int round = 0; round < 500; ++round) {
+        KVOSrvScratchDenseMatrix const matrix(2, 2, 2, 2);
+        ASSERT_THAT(folder.Files(), SizeIs(1)) << round;
+    }
+}
+
+TEST(KVOSrvScratchDenseMatrix, AChildProcessDoesNotRemoveTheFile)
+{
+    ScratchFolder const folder;
+    auto matrix = std::make_unique<KVOSrvScratchDenseMatrix>(20, 20, 4, 4);
+    Dense const values = Randomize(*matrix);
+    Child const child([&] { matrix.reset(); });
+    ASSERT_TRUE(child.IsReady());
+
+    EXPECT_THAT(folder.Files(), SizeIs(1));
+    ExpectContent(*matrix, values);
+    EXPECT_THAT(folder.Files(), SizeIs(1));
+}

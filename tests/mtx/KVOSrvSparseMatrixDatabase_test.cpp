@@ -1,0 +1,263 @@
+#include "DatabaseSupport.h"
+#include "KVOSimException.h"
+#include "KVOSimFaults.h"
+#include "KVOSimTransaction.h"
+#include "SparseOracle.h"
+
+#include <cerrno>
+
+namespace
+{
+
+// Whole numbers, so that sums are exact in any order.
+SparseOracle WholeNumbers(SparseShape const& shape, unsigned seed)
+{
+    SparseOracle oracle = RandomOracle(shape, seed);
+    for (auto& entry : oracle.places)
+        entry.second = std::round(4 * entry.second);
+    return oracle;
+}
+
+KVOSimDistributionID Export(KVOSrvSparseMatrix const& matrix, KVOSimCSetID const& rows, KVOSimCSetID const& columns)
+{
+    KVOSimDistributionID const id = KVOSrvUtilities::CreateSparseDistribution(rows, columns);
+    matrix.Export(rows, columns, id);
+    return id;
+}
+
+KVOSimDistributionID Export(KVOSrvSparseMatrix const& matrix, TestDatabase const& database)
+{
+    return Export(matrix, database.Members(matrix.NumberOfRows()), database.Members(matrix.NumberOfColumns()));
+}
+
+// op(a) x for the first rows of x
+Dense ProductOf(SparseOracle const& a, bool transpose, Dense const& x, int rows)
+{
+    Dense y(rows, x.columns);
+    for (auto const& [place, value] : a.places)
+        for (int j = 0; j < x.columns; ++j)
+            y.At(static_cast<int>(transpose ? place.second : place.first), j) +=
+                value * x.At(static_cast<int>(transpose ? place.first : place.second), j);
+    return y;
+}
+
+Dense StoreNumbers(KVOSrvDenseMatrix& matrix)
+{
+    KVOSrvMatrix values = RandomMatrix(matrix.NumberOfRows(), matrix.NumberOfColumns());
+    std::for_each_n(values.Values(), StoredEntries(values), [](double& value) { value = std::round(9 * value); });
+    matrix.SetRows(0, matrix.NumberOfRows() - 1, values);
+    return Dense(values);
+}
+
+TEST(KVOSrvSparseMatrixDatabase, ComesBackAsItWasStored)
+{
+    TestDatabase const database;
+    for (SparseShape const& shape : {SparseShape{5, 7, 0}, {20, 13, 100}, {1, 1, 1}}) {
+        auto const full = RandomOracle(shape, 31).Matrix();
+        KVOSimCSetID const rows = database.Members(shape.rows, 3, 2), columns = database.Members(shape.columns);
+        KVOSimDistributionID const id = Export(*full, rows, columns);
+        KVOSrvSparseMatrix const read(id);
+        EXPECT_EQ(ContentOf(read), ContentOf(*full));
+        EXPECT_FALSE(read.IsSymmetric()); // full storage counts as not symmetric, also where it is (1 x 1)
+        EXPECT_EQ(read.RowCSetID(), rows);
+        EXPECT_EQ(read.ColumnCSetID(), columns);
+        EXPECT_TRUE(full->RowCSetID().IsNull());
+        EXPECT_TRUE(KVOSrvUtilities::IsSparseMatrix(KVOSimDistribution(id)));
+    }
+    auto const half = HalfStored(Half::Random(30, 90, 32));
+    KVOSimCSetID const members = database.Members(30);
+    KVOSrvSparseMatrix read(Export(*half, members, members));
+    EXPECT_EQ(ContentOf(read), ContentOf(*half));
+    EXPECT_TRUE(read.IsSymmetric());
+    EXPECT_EQ(read.ColumnCSetID().CollectionID().Color(), 1);
+
+    // Over what there was: pending entries and the diagonal go.
+    auto const full = RandomOracle({9, 8, 30}, 33).Matrix();
+    read.Import(Export(*full, database));
+    EXPECT_EQ(ContentOf(read), ContentOf(*full));
+    read.BeginAssembly();
+    read.AddData(2, 2, 1.0);
+    read.Import(Export(*half, database));
+    EXPECT_EQ(ContentOf(read), ContentOf(*half));
+    read.BeginAssembly();
+    read.EndAssembly();
+    EXPECT_EQ(ContentOf(read).entries, std::vector<Entry>()); // the pending entry has gone
+
+    KVOSrvSparseMatrix const unassembled(3, 4);
+    EXPECT_EQ(ContentOf(KVOSrvSparseMatrix(Export(unassembled, database))), (Content{3, 4, 0, {}}));
+    EXPECT_EQ(KVOSrvSparseMatrix(KVOSimDistributionID()).NumberOfRows(), 0);
+}
+
+TEST(KVOSrvSparseMatrixDatabase, IsFoundAgainInAReopenedFile)
+{
+    TemporaryFolder const folder;
+    DRXUnicodeString const path((folder / "sparse.sim").c_str());
+    auto const full = RandomOracle({40, 25, 200}, 34).Matrix();
+    auto const half = HalfStored(Half::Random(30, 90, 35));
+    int fullIndex = -1, halfIndex = -1;
+    {
+        KVOSimDatabase database;
+        database.CreateFile(path, 0);
+        KVOSimContext context(database.CreateContext());
+        context.Open();
+        KVOSimTransaction transaction(context);
+        auto const members = [&](int count) { return KVOSimCollection(context.CreateCollection(count)).BiggestCSetID(); };
+        KVOSimCSetID const square = members(30);
+        fullIndex = Export(*full, members(40), members(25)).Index();
+        halfIndex = Export(*half, square, square).Index();
+        transaction.Commit();
+        database.Close();
+    }
+    KVOSimDatabase database;
+    database.OpenFile(path, true);
+    KVOSimContext(database.ContextID()).Open();
+    KVOSrvSparseMatrix const fullRead(KVOSimDistributionID(database.ContextID(), fullIndex));
+    KVOSrvSparseMatrix const halfRead(KVOSimDistributionID(database.ContextID(), halfIndex));
+    EXPECT_EQ(ContentOf(fullRead), ContentOf(*full));
+    EXPECT_EQ(ContentOf(halfRead), ContentOf(*half));
+    EXPECT_TRUE(halfRead.IsSymmetric());
+}
+
+TEST(KVOSrvSparseMatrixDatabase, IsUnchangedByAnImportThatFails)
+{
+    TestDatabase const database;
+    KVOSimDistributionID const other = Export(*RandomOracle({9, 8, 30}, 36).Matrix(), database);
+    auto const matrix = HalfStored(Half::Random(10, 20, 37));
+    Content const before = ContentOf(*matrix);
+    EXPECT_THROW(matrix->Import(KVOSimDistributionID()), KVOSimException);
+    EXPECT_THROW(matrix->Import(database.Matrix(10, 10, -1, -1)), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(matrix->Import(KVOSrvUtilities::CreateSparseDistribution(database.Members(3), database.Members(3))),
+                 KVOSrvMtxIllegalInput);
+    EXPECT_EQ(ContentOf(*matrix), before);
+    EXPECT_TRUE(matrix->IsSymmetric());
+    ExpectUnchangedWithoutMemory(*matrix, [&] { matrix->Import(other); });
+}
+
+TEST(KVOSrvSparseMatrixDatabase, RefusesSetsThatDoNotNumberIt)
+{
+    TestDatabase const database;
+    auto const matrix = RandomOracle({9, 8, 30}, 38).Matrix();
+    auto const half = HalfStored(Half::Random(8, 9, 39));
+    KVOSimCSetID const eight = database.Members(8), nine = database.Members(9), null;
+    EXPECT_THROW(Export(*matrix, eight, eight), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(Export(*matrix, nine, database.Members(7)), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(Export(*half, eight, nine), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(matrix->Export(null, eight, Export(*matrix, nine, eight)), KVOSimException);
+    EXPECT_EQ(KVOSrvSparseMatrix(Export(*matrix, nine, nine)).NumberOfColumns(), 9);
+}
+
+TEST(KVOSrvSparseMatrixDatabase, MultipliesStoredMatrices)
+{
+    TestDatabase const database;
+    struct {
+        SparseShape shape;
+        int columns, rowChunk, columnChunk;
+    } const cases[] = {
+        {{12, 9, 40}, 7, 4, 3}, {{9, 12, 40}, 8, -1, -1}, {{20, 20, 5}, 9, 3, 9}, {{4, 5, 0}, 3, 2, 2}, {{4500, 30, 3000}, 5, 512, 2}};
+    for (auto const& c : cases) {
+        SparseOracle const oracle = WholeNumbers(c.shape, 40);
+        auto const a = oracle.Matrix();
+        for (bool const transpose : {false, true}) {
+            SCOPED_TRACE(std::to_string(c.shape.rows) + (transpose ? " transposed" : ""));
+            int const inRows = transpose ? c.shape.rows : c.shape.columns, outRows = transpose ? c.shape.columns : c.shape.rows;
+            for (int const more : {0, 3}) { // Y is larger: its rows become zero, its columns stay
+                KVOSrvDenseMatrix x(database.Matrix(inRows, c.columns, c.rowChunk, c.columnChunk));
+                KVOSrvDenseMatrix y(database.Matrix(outRows + more, c.columns + more, 5, 4));
+                Dense const values = StoreNumbers(x);
+                Dense const before = Randomize(y), product = ProductOf(oracle, transpose, values, outRows + more);
+                a->MultiplyDense(x, y, transpose);
+                ExpectContent(y, [&](int i, int j) { return j < c.columns ? Expected(product.At(i, j), 0.25) : before.At(i, j); });
+
+                if (!transpose)
+                    continue;
+                GuardedMatrix inMemory(outRows, c.columns, false, false);
+                a->MultiplyDense(x, inMemory.matrix.Values(), true);
+                ExpectElements(inMemory.matrix, [&](int i, int j) { return Expected(product.At(i, j), 0.25); });
+            }
+        }
+    }
+}
+
+// Rows in two runs with a gap, and of every second row more runs than are read one by one.
+TEST(KVOSrvSparseMatrixDatabase, ReadsTheRowsItNeeds)
+{
+    TestDatabase const database;
+    for (int const step : {1, 2}) {
+        SparseOracle oracle{2500, 4, {}};
+        for (unsigned row = 7; row < 2500; row += static_cast<unsigned>(step))
+            if (row < 900 || row > 1000 || step == 2)
+                oracle.Add(row, row % 4, row % 13);
+        KVOSrvDenseMatrix x(database.Matrix(2500, 5, 300, 2));
+        Dense const product = ProductOf(oracle, true, StoreNumbers(x), 4);
+        GuardedMatrix y(4, 5, false, false);
+        oracle.Matrix()->MultiplyDense(x, y.matrix.Values(), true);
+        ExpectElements(y.matrix, [&](int i, int j) { return Expected(product.At(i, j), 0.25); });
+    }
+}
+
+TEST(KVOSrvSparseMatrixDatabase, MultipliesHalfStorageInTheDatabaseOnly)
+{
+    TestDatabase const database;
+    Half half(2);
+    half.diagonal = {2, 3};
+    half.rows[0] = {{1, 1.0}};
+    auto const a = HalfStored(half);
+    KVOSrvDenseMatrix x(database.Matrix(2, 1, -1, -1));
+    KVOSrvMatrix ones(2, 1, nullptr, false, false);
+    ones = 1.0;
+    x.SetColumns(0, 0, ones);
+    double y[] = {-1.0, -1.0};
+    EXPECT_THROW(a->MultiplyDense(x, y, true), KVOSrvMtxNoSymmetricTrue);
+    EXPECT_EQ(y[0], -1.0);
+    a->MultiplyDense(x, x, false); // X is its own result
+    ExpectContent(x, [](int i, int) { return i == 0 ? 3.0 : 4.0; });
+}
+
+TEST(KVOSrvSparseMatrixDatabase, RefusesProductsThatDoNotFit)
+{
+    TestDatabase const database;
+    auto const a = RandomOracle({6, 4, 15}, 41).Matrix();
+    KVOSrvDenseMatrix x(database.Matrix(6, 5, 4, 4)), y(database.Matrix(4, 5, 4, 4)), small(database.Matrix(3, 5, 4, 4)),
+        store(database.Matrix(12, 5, 4, 4));
+    KVOSrvMatrix values = RandomMatrix(4, 5);
+    y.SetColumns(0, 4, values);
+    auto const refused = [&](auto const& run) { ExpectRefused("MultiplyDense", values, run); };
+    refused([&] { a->MultiplyDense(small, y, true); });
+    refused([&] { a->MultiplyDense(x, small, true); });
+    refused([&] { a->MultiplyDense(x, *std::unique_ptr<KVOSrvDenseMatrix>(y.Submatrix(0, 3, 0, 3)), true); });
+    refused([&] { a->MultiplyDense(small, values.Values(), true); });
+    std::unique_ptr<KVOSrvDenseMatrix> const upper(store.Submatrix(0, 5, 0, 4)), lower(store.Submatrix(4, 9, 0, 4));
+    refused([&] { a->MultiplyDense(*upper, *lower, true); });
+    ExpectContent(y, Dense(values));
+
+    Snapshot const before(values);
+    EXPECT_THROW(a->MultiplyDense(x, values.Values(), false), KVOSrvMtxNoTranspose);
+    before.ExpectUnchanged();
+}
+
+TEST(KVOSrvSparseMatrixDatabase, LeavesNoDrawerWhenTheDiskIsFull)
+{
+    TestDatabase const database;
+    auto const matrix = RandomOracle({200, 300, 20000}, 42).Matrix();
+    Content const before = ContentOf(*matrix);
+    KVOSimCSetID const rows = database.Members(200), columns = database.Members(300);
+    for (int write = 0;; ++write) {
+        KVOSimDistributionID const id = KVOSrvUtilities::CreateSparseDistribution(rows, columns);
+        KVOSimFaults::FailAfter(write, ENOSPC);
+        try {
+            matrix->Export(rows, columns, id);
+            KVOSimFaults::Disarm();
+            EXPECT_GT(write, 0);
+            EXPECT_EQ(ContentOf(KVOSrvSparseMatrix(id)), before);
+            break;
+        } catch (KVOSimException const&) {
+            KVOSimFaults::Disarm();
+            KVOSimArray<KVOSimDrawer> drawers;
+            KVOSimDistribution(id).QueryDrawers(drawers);
+            EXPECT_EQ(drawers.Size(), 0);
+            EXPECT_EQ(ContentOf(*matrix), before);
+        }
+    }
+}
+
+} // namespace
