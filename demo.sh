@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds and runs the main job on a real model: factors a stiffness matrix, solves with it and takes the
-# eigenpairs of the stiffness and mass pair.
+# Installs what is missing, builds, and runs the main job on real models: in core with the library's classes, then out of core with the
+# companion program, whose frequencies are compared with the references that stand beside the data.
 set -euo pipefail
 cd "$(dirname "$0")"
 scripts/install-packages.sh
@@ -8,3 +8,9 @@ scripts/install-packages.sh
 cmake --preset release -DKVO_BUILD_TESTS=OFF -B build/demo
 cmake --build build/demo --parallel "$(nproc)"
 build/demo/examples/modes_in_core data
+
+kvomtx=build/demo/tools/kvomtx
+$kvomtx spy data/bcsstk11.mtx -o build/demo/stiffness.png
+$kvomtx modes data/bcsstk11.mtx data/bcsstm12.mtx --count 10 --reference data/reference/orecar.txt \
+    -o build/demo/orecar.sim --picture build/demo/convergence.png
+echo "Pictures: build/demo/stiffness.png (the pattern of K), build/demo/convergence.png; the modes: build/demo/orecar.sim"

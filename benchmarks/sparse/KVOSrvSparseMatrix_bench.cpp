@@ -1,5 +1,5 @@
+#include "BrickModel.h"
 #include "KVOSrvSparseMatrix.h"
-#include "brick_model.h"
 
 #include <Eigen/SparseCore>
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "AgainstPeer.h"
+#include "BrickModel.h"
 #include "KVOSrvSparseMatrix.h"
-#include "brick_model.h"
 
 #include <algorithm>
 #include <bit>

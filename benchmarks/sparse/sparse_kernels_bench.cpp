@@ -4,8 +4,8 @@
 //   ratio       time over that of the fastest peer; eigen, cholmod, plain: over that of each
 //   roofline    time over that of merely reading the matrix, scaled up to all bytes that a product must move
 
+#include "BrickModel.h"
 #include "KVOFortran.h"
-#include "brick_model.h"
 
 #include <Eigen/Sparse>
 #include <algorithm>

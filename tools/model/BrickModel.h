@@ -21,7 +21,15 @@ struct BrickRows {
     std::vector<double> values;
 };
 
-/// The stiffness model of a block of elastic 8-node bricks: cubes of edge 1, 3 displacements a node, isotropic linear elasticity.
+/// The material and the size of the bricks.
+struct BrickProperties {
+    double youngsModulus = 1.0;
+    double poissonsRatio = 0.3; ///< below 0.5
+    double density = 1.0;
+    std::array<double, 3> edges = {1.0, 1.0, 1.0}; ///< of one element, along x, y and z
+};
+
+/// The model of a block of elastic 8-node bricks, 3 displacements a node, isotropic linear elasticity.
 ///
 /// Nodes are numbered along x first, then y, then z, from 0; unknown d (0, 1, 2: along x, y, z) of node i is row 3 i + d. An element's
 /// nodes stand in the usual order: the lower face counter-clockwise from its corner of lowest coordinates, then the upper face. A
@@ -36,7 +44,10 @@ public:
 
     /// A block of ex x ey x ez elements.
     /// @param number  for each node of the natural numbering its number; empty for the natural one
-    BrickModel(int ex, int ey, int ez, std::vector<int> number = {}) : m_elements{ex, ey, ez}, m_number(std::move(number)) {}
+    BrickModel(int ex, int ey, int ez, std::vector<int> number = {}, BrickProperties const& properties = {})
+        : m_elements{ex, ey, ez}, m_number(std::move(number)), m_properties(properties)
+    {
+    }
 
     int NumberOfElements() const { return m_elements[0] * m_elements[1] * m_elements[2]; }
     int NumberOfNodes() const { return (m_elements[0] + 1) * (m_elements[1] + 1) * (m_elements[2] + 1); }
@@ -54,47 +65,66 @@ public:
     }
 
     /// The stiffness of one element, integrated with 2 x 2 x 2 Gauss points; symmetric to the last bit.
-    /// @param youngsModulus,poissonsRatio  of the material; the ratio below 0.5
-    static ElementMatrix ElementStiffness(double youngsModulus = 1.0, double poissonsRatio = 0.3)
+    static ElementMatrix ElementStiffness(BrickProperties const& properties = {})
     {
-        double const lambda = youngsModulus * poissonsRatio / ((1 + poissonsRatio) * (1 - 2 * poissonsRatio));
-        double const mu = youngsModulus / (2 * (1 + poissonsRatio));
+        double const e = properties.youngsModulus, nu = properties.poissonsRatio;
+        double const lambda = e * nu / ((1 + nu) * (1 - 2 * nu));
+        double const mu = e / (2 * (1 + nu));
+        double const weight = Volume(properties) / 8; // eight points of equal weight
         ElementMatrix stiffness{};
         for (auto const& point : kCorner) { // The Gauss points lie at the corners' signs times 1/sqrt(3).
-            auto const gradient = ShapeGradients(point[0] * kGauss, point[1] * kGauss, point[2] * kGauss);
-            double const volume = 1.0 / 8; // weight 1 times the Jacobian's determinant
+            auto const gradient = ShapeGradients(point[0] * kGauss, point[1] * kGauss, point[2] * kGauss, properties.edges);
             for (std::size_t k = 0; k < kElementNodes; ++k)
                 for (std::size_t l = 0; l <= k; ++l)
-                    AddNodePair(stiffness, k, l, gradient[k], gradient[l], lambda * volume, mu * volume);
+                    AddNodePair(stiffness, k, l, gradient[k], gradient[l], lambda * weight, mu * weight);
         }
         return stiffness;
     }
 
+    /// The consistent mass of one element, integrated exactly: the integral of the product of two linear functions on an edge is a third of
+    /// the edge where they belong to one end, else a sixth.
+    static ElementMatrix ElementMass(BrickProperties const& properties = {})
+    {
+        double const mass = properties.density * Volume(properties);
+        ElementMatrix matrix{};
+        for (std::size_t k = 0; k < kElementNodes; ++k)
+            for (std::size_t l = 0; l < kElementNodes; ++l) {
+                int same = 0;
+                for (std::size_t d = 0; d < 3; ++d)
+                    same += kCorner[k][d] == kCorner[l][d];
+                double const value = mass * (1 << same) / 216;
+                for (std::size_t d = 0; d < 3; ++d)
+                    matrix[(3 * k + d) * kElementSize + 3 * l + d] = value;
+            }
+        return matrix;
+    }
+
     /// Calls take(row, column, value) for the 576 entries of every element, element after element, each element row by row.
     template<class Take>
-    void ForEachTriplet(Take const& take) const
+    void ForEachTriplet(Take const& take, ElementMatrix const& element) const
     {
-        ElementMatrix const stiffness = ElementStiffness();
-        for (int element = 0; element < NumberOfElements(); ++element) {
-            auto const nodes = ElementNodes(element);
+        for (int e = 0; e < NumberOfElements(); ++e) {
+            auto const nodes = ElementNodes(e);
             for (std::size_t i = 0; i < kElementSize; ++i)
                 for (std::size_t j = 0; j < kElementSize; ++j)
                     take(3 * nodes[i / 3] + static_cast<int>(i % 3), 3 * nodes[j / 3] + static_cast<int>(j % 3),
-                         stiffness[i * kElementSize + j]);
+                         element[i * kElementSize + j]);
         }
     }
 
-    /// The same entries as a list.
+    /// The entries of the stiffness as a list.
     std::vector<BrickTriplet> Triplets() const
     {
         std::vector<BrickTriplet> list;
         list.reserve(static_cast<std::size_t>(NumberOfElements()) * kElementSize * kElementSize);
-        ForEachTriplet([&](int row, int column, double value) { list.push_back({row, column, value}); });
+        ForEachTriplet([&](int row, int column, double value) { list.push_back({row, column, value}); }, ElementStiffness(m_properties));
         return list;
     }
 
     /// The sum of all elements; entries of equal place are added in the order of the elements.
-    BrickRows Assembled() const;
+    BrickRows Assembled(ElementMatrix const& element) const;
+    /// That of the stiffness.
+    BrickRows Assembled() const { return Assembled(ElementStiffness(m_properties)); }
 
 private:
     using Vector = std::array<double, 3>;
@@ -109,14 +139,16 @@ private:
         return m_number.empty() ? natural : m_number[static_cast<std::size_t>(natural)];
     }
 
-    // Gradients of the trilinear shape functions at a point of [-1, 1]^3, by the coordinates of the unit cube (twice as steep).
-    static std::array<Vector, kElementNodes> ShapeGradients(double r, double s, double t)
+    static double Volume(BrickProperties const& properties) { return properties.edges[0] * properties.edges[1] * properties.edges[2]; }
+
+    // Gradients of the trilinear shape functions at a point of [-1, 1]^3, by the coordinates of the element.
+    static std::array<Vector, kElementNodes> ShapeGradients(double r, double s, double t, std::array<double, 3> const& edges)
     {
         std::array<Vector, kElementNodes> gradients{};
         for (std::size_t k = 0; k < kElementNodes; ++k) {
             int const* sign = kCorner[k];
             double const p = 1 + sign[0] * r, q = 1 + sign[1] * s, w = 1 + sign[2] * t;
-            gradients[k] = {sign[0] * q * w / 4, p * sign[1] * w / 4, p * q * sign[2] / 4};
+            gradients[k] = {sign[0] * q * w / 4 / edges[0], p * sign[1] * w / 4 / edges[1], p * q * sign[2] / 4 / edges[2]};
         }
         return gradients;
     }
@@ -138,17 +170,18 @@ private:
 
     std::array<int, 3> m_elements;
     std::vector<int> m_number;
+    BrickProperties m_properties;
 };
 
-inline BrickRows BrickModel::Assembled() const
+inline BrickRows BrickModel::Assembled(ElementMatrix const& element) const
 {
     // A node meets at most 26 others and itself: 27 slots a node, filled in the order of the elements, then sorted.
     constexpr int kSlots = 27;
     auto const nodeCount = static_cast<std::size_t>(NumberOfNodes());
     std::vector<std::array<int, kSlots>> neighbours(nodeCount);
     std::vector<int> count(nodeCount);
-    for (int element = 0; element < NumberOfElements(); ++element) {
-        auto const nodes = ElementNodes(element);
+    for (int e = 0; e < NumberOfElements(); ++e) {
+        auto const nodes = ElementNodes(e);
         for (int const node : nodes)
             for (int const other : nodes) {
                 auto& list = neighbours[static_cast<std::size_t>(node)];
@@ -170,17 +203,18 @@ inline BrickRows BrickModel::Assembled() const
     for (std::size_t node = 0; node < nodeCount; ++node)
         for (int d = 0; d < 3; ++d) {
             for (int k = 0; k < count[node]; ++k)
-                for (int e = 0; e < 3; ++e)
-                    matrix.columns.push_back(3 * neighbours[node][static_cast<std::size_t>(k)] + e);
+                for (int c = 0; c < 3; ++c)
+                    matrix.columns.push_back(3 * neighbours[node][static_cast<std::size_t>(k)] + c);
             matrix.start.push_back(static_cast<int>(matrix.columns.size()));
         }
     matrix.values.assign(matrix.columns.size(), 0.0);
-    ForEachTriplet([&](int row, int column, double value) {
+    auto const add = [&](int row, int column, double value) {
         auto const node = static_cast<std::size_t>(row / 3);
         int k = 0;
         while (neighbours[node][static_cast<std::size_t>(k)] != column / 3)
             ++k;
         matrix.values[static_cast<std::size_t>(matrix.start[static_cast<std::size_t>(row)] + 3 * k + column % 3)] += value;
-    });
+    };
+    ForEachTriplet(add, element);
     return matrix;
 }

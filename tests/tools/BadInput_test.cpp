@@ -1,0 +1,193 @@
+#include "Tool.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace
+{
+
+// A failure is one line that begins with the program's name, and leaves the folder as it was.
+void ExpectFailure(Tool const& tool, std::vector<std::string> const& arguments, int code, std::string const& text, rlim_t fileLimit = 0)
+{
+    std::string line;
+    for (std::string const& argument : arguments)
+        line += argument + " ";
+    SCOPED_TRACE(line);
+    auto const before = tool.Files();
+
+    Outcome const outcome = tool(arguments, fileLimit);
+
+    EXPECT_EQ(outcome.code, code);
+    EXPECT_THAT(outcome.err, AllOf(StartsWith("kvomtx: "), HasSubstr(text)));
+    EXPECT_EQ(std::ranges::count(outcome.err, '\n'), 1) << outcome.err;
+    EXPECT_TRUE(tool.Files() == before) << "files were changed or left";
+}
+
+std::string const kGeneral = "%%MatrixMarket matrix coordinate real general\n";
+
+} // namespace
+
+TEST(BadInput, MalformedMatrixMarketFilesAreReportedByLine)
+{
+    std::string const array = "%%MatrixMarket matrix array real general\n";
+    std::string const symmetric = "%%MatrixMarket matrix coordinate real symmetric\n";
+    std::pair<std::string, std::string> const cases[] = {
+        {"", "line 1: expected \"%%MatrixMarket\", found the end of the file"},
+        {"1 1 5\n", "line 1: expected \"%%MatrixMarket\", found \"1\""},
+        {"%%MatrixMarket matrix coordinate pattern symmetric\n2 2 1\n1 1\n", "line 1: a pattern matrix has no values"},
+        {"%%MatrixMarket matrix coordinate complex general\n", "line 1: a complex matrix"},
+        {"%%MatrixMarket matrix coordinate real skew-symmetric\n", "line 1: a skew-symmetric file"},
+        {kGeneral, "line 1: the file ends here, expected the line with the sizes"},
+        {kGeneral + "% comment\n2 2 -1\n", "line 3: expected the number of entries from 0 to 2147483647, found \"-1\""},
+        {kGeneral + "2 2147483648 1\n", "line 2: expected the number of columns"},
+        {kGeneral + "2 2 2\n1 1 5\n", "line 3: the file ends here, after 1 of 2 entries"},
+        {kGeneral + "2 2 1\n\n3 1 5\n", "line 4: expected a row from 1 to 2, found \"3\""},
+        {kGeneral + "2 2 1\n1 0 5\n", "line 3: expected a column from 1 to 2, found \"0\""},
+        {kGeneral + "2 2 1\n1 1\n", "line 3: expected a value, found the end of the line"},
+        {kGeneral + "2 2 1\n1 1 5,0\n", "line 3: expected a value, found \"5,0\""},
+        {kGeneral + "2 2 1\n1 1 5\n2 2 6\n", "line 4: expected the end of the file after 1 entries"},
+        {symmetric + "2 2 1\n1 2 5\n", "line 3: a symmetric file holds the lower triangle only"},
+        {symmetric + "2 3 1\n1 1 5\n", "line 2: a symmetric matrix has as many columns as rows"},
+        {array + "2 2\n1\n2\n3\n", "line 5: the file ends here, after 3 of 4 entries"},
+    };
+    Tool const tool;
+    for (auto const& [content, text] : cases) {
+        SCOPED_TRACE(content);
+        WriteFile(tool / "bad.mtx", content);
+        ExpectFailure(tool, {"info", "bad.mtx"}, 3, "bad.mtx: " + text);
+    }
+}
+
+TEST(BadInput, MalformedFilesOfTheLibraryAreReportedByPlace)
+{
+    using Int = std::int32_t;
+    Tool const tool;
+    tool.Do({"convert", Data("bcsstk01.mtx"), "good.chunks"});
+    std::string const chunks = ReadFile(tool / "good.chunks");
+    auto const changed = [&chunks](std::size_t byte, Int number) { return std::string(chunks).replace(byte, 4, Bytes(number)); };
+    std::string const firstRecord = Bytes(Int{4}, Int{1}, Int{4});
+    struct Case {
+        char const* file;
+        std::string content;
+        char const* text;
+    } const cases[] = {
+        {"bad.txt", "1 1 2.5\n1 x 3\n", "line 2: expected a column number (whole, from 1 to 2147483647), found \"x\""},
+        {"bad.txt", "1 1 2.5\n\n0 1 3\n", "line 3: expected a row number (whole, from 1 to 2147483647), found \"0\""},
+        {"bad.txt", "1 1 2.5\n1 1", "line 2: expected a value, found the end of the file"},
+        {"bad.txt", "1 1 1.0x\n", "line 1: expected a value, found \"1.0x\""},
+        {"bad.chunks", chunks.substr(0, 20), "byte 20: the file ends here; the header of a chunked file takes 24 bytes"},
+        {"bad.chunks", chunks.substr(0, 1000), "byte 1000: the file ends here; a matrix of order 48 with 176 entries"},
+        {"bad.chunks", changed(0, -1), "byte 0: expected the number of rows"},
+        {"bad.chunks", changed(8, 3), "byte 8: expected the number of chunks, 1"},
+        {"bad.chunks", changed(16, 31), "byte 16: expected the logarithm of the chunk length"},
+        {"bad.chunks", changed(24, 1), "byte 24: expected 0 as the first row start, found 1"},
+        {"bad.chunks", changed(28, 1000), "byte 28: expected a row start from 0 to 176, found 1000"},
+        {"bad.chunks", changed(24 + 4 * 49 + 8 * 48 + 4, 48), "byte 608: expected a column from 0 to 47, found 48"},
+        {"bad.dense", Bytes(Int{2}, Int{2}), "byte 8: the file ends here; the header of a dense file"},
+        {"bad.dense", Bytes(Int{2}, Int{-3}, Int{2}, Int{-3}), "byte 4: expected the number of columns, found -3"},
+        {"bad.dense", Bytes(Int{2}, Int{2}, Int{2}, Int{2}, 1.0), "byte 24: the file ends here; a matrix of 2 x 2"},
+        {"bad.records", "", "byte 0: expected a record with the number of rows"},
+        {"bad.records", firstRecord, "byte 12: the file ends here, expected the record of row 1 of 1"},
+        {"bad.records", Bytes(Int{4}, Int{1}, Int{5}), "byte 8: expected 4, the length of the record that ends here, found 5"},
+        {"bad.records", firstRecord + Bytes(Int{900}), "byte 12: expected the length of a record, found 900"},
+        {"bad.records", firstRecord + Bytes(Int{16}, Int{1}, Int{2}, 1.0, Int{16}),
+         "row 1 should have the diagonal first, column 1, found 2"},
+        {"bad.records", firstRecord + Bytes(Int{28}, Int{2}, Int{1}, Int{2}, 1.0, 2.0, Int{28}), "row 1 should have columns from 1 to 1"},
+    };
+    for (Case const& bad : cases) {
+        WriteFile(tool / bad.file, bad.content);
+        ExpectFailure(tool, {"info", bad.file}, 3,
+                      std::string(bad.file) + ": " + (bad.text[0] == 'r' ? "byte 12: the record of " : "") + bad.text);
+    }
+}
+
+TEST(BadInput, FilesOfAnotherKindAreRecognised)
+{
+    Tool const tool;
+    tool.Do({"convert", Data("bcsstk01.mtx"), "k.sim"});
+    ExpectFailure(tool, {"info", Data("bcsstk01.mtx"), "--format", "6"}, 3, "this is a Matrix Market file");
+    ExpectFailure(tool, {"info", "k.sim", "--format", "mtx"}, 3, "this is a database");
+    ExpectFailure(tool, {"info", Data("bcsstk01.mtx") + ":0"}, 3, "it is no database");
+    ExpectFailure(tool, {"info", "k.sim:7"}, 3, "holds no matrix 7");
+    ExpectFailure(tool, {"info", "missing.mtx"}, 3, "missing.mtx: cannot be read: No such file or directory");
+    ExpectFailure(tool, {"info", ".", "--format", "mtx"}, 3, "is not a regular file");
+    ExpectFailure(tool, {"info", "missing.sim:0"}, 3, "missing.sim");
+    WriteFile(tool / "cut.sim", ReadFile(tool / "k.sim").substr(0, 3000));
+    ExpectFailure(tool, {"info", "cut.sim:0"}, 3, "cut short");
+    ExpectFailure(tool, {"info", "matrix.unknown"}, 2, "the ending of the file does not tell its format");
+}
+
+TEST(BadInput, PairsThatAreNoneAreRefused)
+{
+    std::string const k = Data("bcsstk01.mtx");
+    Tool const tool;
+    WriteFile(tool / "nan.mtx", kGeneral + "2 2 2\n1 1 1\n2 2 nan\n");
+    WriteFile(tool / "empty.mtx", kGeneral + "0 0 0\n");
+    WriteFile(tool / "nearly.mtx", kGeneral + "2 2 4\n1 1 1\n2 2 1\n1 2 0.5\n2 1 0.50000001\n");
+    WriteFile(tool / "one-sided.mtx", kGeneral + "3 3 4\n1 1 1\n2 2 1\n3 3 1\n1 3 0.5\n");
+    WriteFile(tool / "indefinite.mtx", kGeneral + "2 2 2\n1 1 -1\n2 2 1\n");
+    WriteFile(tool / "unit.mtx", kGeneral + "2 2 2\n1 1 1\n2 2 1\n");
+    WriteFile(tool / "zero.mtx", kGeneral + "2 2 1\n1 1 0\n");
+    ExpectFailure(tool, {"modes", Data("west0479.mtx"), Data("west0479.mtx")}, 1,
+                  "west0479.mtx is not symmetric: the entry (456, 455) is -316220");
+    ExpectFailure(tool, {"modes", k, Data("illc1033.mtx")}, 1, "is no square matrix (1033 x 320)");
+    ExpectFailure(tool, {"modes", k, Data("bcsstm02r.mtx")}, 1, "is of order 66 and the stiffness of order 48");
+    ExpectFailure(tool, {"modes", "nan.mtx", "nan.mtx", "-n", "1"}, 1, "nan.mtx holds nan at (2, 2)");
+    ExpectFailure(tool, {"modes", "nearly.mtx", "unit.mtx", "-n", "1"}, 1, "the entry (2, 1) is 0.5");
+    ExpectFailure(tool, {"modes", "one-sided.mtx", "unit.mtx", "-n", "1"}, 1, "the entry (1, 3) is 0.5, the entry (3, 1) is 0");
+    ExpectFailure(tool, {"modes", "empty.mtx", "empty.mtx"}, 1, "has no rows");
+    ExpectFailure(tool, {"modes", "unit.mtx", "zero.mtx", "-n", "1"}, 1, "0 unknowns with mass");
+    ExpectFailure(tool, {"modes", "indefinite.mtx", "unit.mtx", "-n", "1"}, 1, "--shift");
+    ExpectFailure(tool, {"modes", k, k, "--reference", Data("README.md")}, 3, "line 3: expected \"lambda frequency\"");
+    EXPECT_NEAR(tool.Json({"modes", "indefinite.mtx", "unit.mtx", "-n", "1", "--shift", "3"}).at("eigenvalues")[0], -1.0, 1e-9);
+}
+
+TEST(BadInput, WrongCommandLinesAreRefused)
+{
+    std::string const k = Data("bcsstk01.mtx");
+    Tool const tool;
+    tool.Do({"convert", k, "k.sim"});
+    ExpectFailure(tool, {}, 2, "subcommand");
+    ExpectFailure(tool, {"mods", k, k}, 2, "\"mods\" is no command");
+    ExpectFailure(tool, {"modes", k}, 2, "M is required");
+    ExpectFailure(tool, {"modes", k, k, "-n", "0"}, 2, "0 is less than 1");
+    ExpectFailure(tool, {"modes", k, k, "-n", "many"}, 2, "many");
+    ExpectFailure(tool, {"modes", "k.sim:0", "k.sim:0", "-o", "k.sim"}, 2, "is the input k.sim as well");
+    ExpectFailure(tool, {"convert", k, "k.records"}, 2, "can be read only");
+    ExpectFailure(tool, {"convert", k, "out", "--to", "1"}, 2, "can be read only");
+    ExpectFailure(tool, {"convert", k, "out", "--to", "8"}, 2, "\"8\" is no format");
+    ExpectFailure(tool, {"convert", "k.csv", "k.mtx"}, 2, "cannot be read");
+    ExpectFailure(tool, {"convert", k, "k.nodes"}, 2, "--nodes");
+    ExpectFailure(tool, {"convert", k, "k.sim:1"}, 2, "an output is a whole file");
+    ExpectFailure(tool, {"make-brick", "0", "1", "1", "k.mtx", "m.mtx"}, 2, "NX");
+    ExpectFailure(tool, {"make-brick", "1", "1", "1", "k.mtx", "m.mtx", "--poisson", "0.5"}, 2, "--poisson");
+    ExpectFailure(tool, {"make-brick", "2000000000", "2000000000", "2000000000", "k.mtx", "m.mtx"}, 2, "too large");
+    ExpectFailure(tool, {"make-brick", "1", "1", "1", "k.mtx", "k.mtx"}, 2, "named twice");
+    ExpectFailure(tool, {"convert", Data("west0479.mtx"), "w.chunks"}, 1, "holds symmetric matrices only; the input is not symmetric");
+}
+
+TEST(BadInput, OutputsThatCannotBeMadeLeaveWhatWasThere)
+{
+    std::string const k = Data("bcsstk11.mtx"), m = Data("bcsstm12.mtx");
+    Tool const tool;
+    std::filesystem::create_directory(tool / "folder");
+    ExpectFailure(tool, {"modes", k, m, "-o", "missing/modes.sim"}, 4, "make its folder first");
+    ExpectFailure(tool, {"modes", k, m, "-o", "folder"}, 4, "Is a directory");
+    ExpectFailure(tool, {"modes", k, m, "-o", "/dev/full"}, 4, "is not a regular file");
+    ExpectFailure(tool, {"modes", k, m, "-o", "modes.sim", "--picture", "missing/p.png"}, 4, "missing/p.png");
+    ExpectFailure(tool, {"modes", k, m, "--scratch", "missing"}, 4, "--scratch");
+
+    // A file that may not grow stands for a full disk.
+    for (char const* name : {"out.mtx", "out.txt", "out.csv", "out.chunks", "out.dense", "out.sim"}) {
+        WriteFile(tool / name, "good");
+        ExpectFailure(tool, {"convert", k, name}, 4, "", 2048);
+    }
+    ExpectFailure(tool, {"modes", k, m, "-o", "out.sim"}, 4, "", 400000); // in the middle of the computation
+    ExpectFailure(tool, {"make-brick", "5", "5", "5", "out.mtx", "m.mtx"}, 4, "out.mtx", 50000);
+    ExpectFailure(tool, {"spy", k, "-o", "out.png"}, 4, "out.png", 2048);
+    ExpectFailure(tool, {"sparse-times-dense", k, m, "-o", "out.sim"}, 4, "", 20000);
+}

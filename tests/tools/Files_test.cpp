@@ -1,0 +1,147 @@
+#include "Tool.h"
+
+#include <cmath>
+#include <gtest/gtest.h>
+
+namespace
+{
+
+void WriteUnsymmetric(std::string const& path)
+{
+    WriteFile(path, "%%MatrixMarket matrix coordinate real general\n% a comment\n4 3 5\n"
+                    "1 1 0.25\n3 2 -2.5e-7\n1 1 0.5\n2 3 1e300\n4 1 0\n");
+}
+
+std::map<std::pair<int, int>, double> const kUnsymmetric = {{{0, 0}, 0.75}, {{2, 1}, -2.5e-7}, {{1, 2}, 1e300}, {{3, 0}, 0.0}};
+
+} // namespace
+
+TEST(Files, ConvertKeepsAMatrixThroughEveryFormat)
+{
+    MarketFile const symmetric(Data("bcsstk01.mtx"));
+    Tool const tool;
+    WriteUnsymmetric(tool / "a.mtx");
+    for (char const* name : {"k.mtx", "k.triplets", "k.txt", "k.dense", "k.chunks", "k.sim"}) {
+        SCOPED_TRACE(name);
+        tool.Do({"convert", Data("bcsstk01.mtx"), name});
+        tool.Do({"convert", name, "back.mtx"});
+        EXPECT_EQ(MarketFile(tool / "back.mtx").entries, symmetric.entries);
+        EXPECT_NE(ReadFile(tool / "back.mtx").find("symmetric"), std::string::npos);
+        if (std::string(name) == "k.chunks")
+            continue;
+        tool.Do({"convert", "a.mtx", name});
+        tool.Do({"convert", name, "back.mtx"});
+        auto expected = kUnsymmetric;
+        if (std::string(name) == "k.dense")
+            expected.erase({3, 0}); // the format knows no stored zeros
+        MarketFile const back(tool / "back.mtx");
+        EXPECT_EQ(back.entries, expected);
+        EXPECT_EQ(back.rows, 4);
+    }
+    EXPECT_EQ(tool.Files().at("k.chunks").substr(12, 4), std::string(4, '\0')); // half storage
+}
+
+// The library's own exports would drop the diagonal and a triangle of half storage in formats 4, 5 and 7.
+TEST(Files, ConvertWritesAllOfAHalfStoredMatrix)
+{
+    Tool const tool;
+    WriteFile(tool / "k.mtx", "%%MatrixMarket matrix coordinate integer symmetric\n2 2 2\n1 1 4\n2 1 7\n");
+    WriteFile(tool / "nodes", "11 1\n12 3\n");
+    tool.Do({"convert", "k.mtx", "k.chunks"});
+    tool.Do({"convert", "k.chunks", "k.csv"});
+    tool.Do({"convert", "k.chunks", "k.nodes", "--nodes", "nodes"});
+    tool.Do({"convert", "k.chunks", "d", "--to", "7"});
+    tool.Do({"convert", "d", "back.mtx", "--from", "7"});
+
+    EXPECT_EQ(ReadFile(tool / "k.csv"), "0,0, 4.000000000000000e+00\n0,1, 7.000000000000000e+00\n"
+                                        "1,0, 7.000000000000000e+00\n1,1, 0.000000000000000e+00\n");
+    EXPECT_EQ(ReadFile(tool / "k.nodes"), "11,1,11,1,4.000000000000000e+00\n11,1,12,3,7.000000000000000e+00\n"
+                                          "12,3,11,1,7.000000000000000e+00\n12,3,12,3,0.000000000000000e+00\n");
+    EXPECT_EQ(MarketFile(tool / "back.mtx").entries, (std::map<std::pair<int, int>, double>{{{0, 0}, 4}, {{0, 1}, 7}, {{1, 0}, 7}}));
+}
+
+TEST(Files, RecordFilesAndMatrixMarketArraysAreRead)
+{
+    using Int = std::int32_t;
+    Tool const tool;
+    WriteFile(tool / "k.records", Bytes(Int{4}, Int{2}, Int{4}) + Bytes(Int{28}, Int{2}, Int{1}, Int{2}, 4.0, 7.0, Int{28}) +
+                                      Bytes(Int{16}, Int{1}, Int{2}, 5.0, Int{16}));
+    WriteFile(tool / "k.mtx", "%%MatrixMarket matrix array real symmetric\n2 2\n4\n7\n5\n");
+    std::map<std::pair<int, int>, double> const expected = {{{0, 0}, 4}, {{0, 1}, 7}, {{1, 0}, 7}, {{1, 1}, 5}};
+    for (char const* name : {"k.records", "k.mtx"}) {
+        SCOPED_TRACE(name);
+        tool.Do({"convert", name, "back.mtx"});
+        EXPECT_EQ(MarketFile(tool / "back.mtx").entries, expected);
+    }
+}
+
+TEST(Files, ConvertReplacesWhatALinkPointsTo)
+{
+    Tool const tool;
+    WriteFile(tool / "target.mtx", "old");
+    std::filesystem::create_symlink("target.mtx", tool / "link.mtx");
+    tool.Do({"convert", Data("bcsstk01.mtx"), "link.mtx"});
+    EXPECT_TRUE(std::filesystem::is_symlink(tool / "link.mtx"));
+    EXPECT_EQ(MarketFile(tool / "target.mtx").rows, 48);
+}
+
+TEST(Files, InfoTellsWhatAMatrixIsLike)
+{
+    Tool const tool;
+    WriteFile(tool / "a.mtx", "%%MatrixMarket matrix coordinate real general\n5 4 5\n1 3 -2\n4 1 8\n4 4 0.5\n2 1 0\n3 3 nan\n");
+    nlohmann::json const facts = tool.Json({"info", "a.mtx"});
+    nlohmann::json const expected = {{"matrix", "a.mtx"},
+                                     {"format", "Matrix Market"},
+                                     {"rows", 5},
+                                     {"columns", 4},
+                                     {"entries", 5},
+                                     {"stored_zeros", 1},
+                                     {"not_finite", 1},
+                                     {"symmetry", "not square"},
+                                     {"lower_bandwidth", 3},
+                                     {"upper_bandwidth", 2},
+                                     {"smallest_value", -2.0},
+                                     {"largest_value", 8.0},
+                                     {"trivial_rows", 1},
+                                     {"zero_rows", 1},
+                                     {"trivial_columns", 1},
+                                     {"smallest_nonzero_size", 0.5}};
+    EXPECT_EQ(facts, expected);
+
+    auto const symmetryOf = [&](std::string const& values) {
+        WriteFile(tool / "s.mtx", "%%MatrixMarket matrix array real general\n2 2\n" + values);
+        return tool.Json({"info", "s.mtx"}).at("symmetry").get<std::string>();
+    };
+    EXPECT_EQ(symmetryOf("1\n2\n2\n1\n"), "symmetric");
+    EXPECT_EQ(symmetryOf("1\n2\n2.0000000000000004\n1\n"), "symmetric up to rounding");
+    EXPECT_EQ(symmetryOf("1\n2\n0\n1\n"), "not symmetric");
+    EXPECT_EQ(symmetryOf("1\n0\n-2\n1\n"), "not symmetric");
+}
+
+TEST(Files, DatabaseIsListedAndExported)
+{
+    Tool const tool;
+    tool.Do({"modes", Data("bcsstk01.mtx"), Data("bcsstm01.mtx"), "-n", "3", "-o", "modes.sim"});
+    auto const list = tool.Json({"db", "ls", "modes.sim"}).at("matrices");
+    ASSERT_EQ(list.size(), 4U);
+    char const* const contents[] = {"stiffness", "mass", "modes", "eigenvalues"};
+    std::vector<int> const sizes[] = {{48, 48}, {48, 48}, {48, 3}, {3}};
+    for (std::size_t k = 0; k < 4; ++k) {
+        EXPECT_EQ(list[k].at("id"), std::to_string(k));
+        EXPECT_EQ(list[k].at("content"), contents[k]);
+        EXPECT_EQ(list[k].at("sizes"), sizes[k]);
+        EXPECT_EQ(list[k].at("storage"), k < 2 ? "sparse, symmetric" : "dense");
+    }
+
+    tool.Do({"db", "export", "modes.sim", "0", "k.mtx"});
+    tool.Do({"db", "export", "modes.sim", "2", "modes.mtx"});
+    tool.Do({"db", "export", "modes.sim", "2", "modes.dense"});
+    tool.Do({"convert", "modes.dense", "again.mtx"});
+    EXPECT_EQ(MarketFile(tool / "k.mtx").entries, MarketFile(Data("bcsstk01.mtx")).entries);
+    auto const again = MarketFile(tool / "again.mtx").entries;
+    for (auto const& [place, value] : MarketFile(tool / "modes.mtx").entries)
+        EXPECT_EQ(again.contains(place) ? again.at(place) : 0.0, std::fabs(value) > 1e-16 ? value : 0.0);
+    Outcome const several = tool({"info", "modes.sim"});
+    EXPECT_EQ(several.code, 3);
+    EXPECT_NE(several.err.find("name one as modes.sim:ID"), std::string::npos);
+}

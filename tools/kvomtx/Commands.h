@@ -1,0 +1,20 @@
+#pragma once
+
+#include <functional>
+
+namespace CLI
+{
+class App;
+}
+
+/// What the command line asked for, to be run when all of it is understood.
+using Command = std::function<void()>;
+
+/// Each adds a subcommand that leaves its work in `chosen`.
+void AddModesCommand(CLI::App& app, Command& chosen);
+void AddBrickCommand(CLI::App& app, Command& chosen);
+void AddInfoCommand(CLI::App& app, Command& chosen);
+void AddConvertCommand(CLI::App& app, Command& chosen);
+void AddSpyCommand(CLI::App& app, Command& chosen);
+void AddDatabaseCommands(CLI::App& app, Command& chosen);
+void AddProductCommands(CLI::App& app, Command& chosen);

@@ -1,0 +1,8 @@
+#pragma once
+
+class OutputFile;
+struct SubspaceResult;
+
+/// Draws the relative change of every eigenvalue over the iterations, logarithmic, as a PNG file.
+/// @throws ToolError kUnwritable
+void DrawConvergence(SubspaceResult const& result, OutputFile& file);

@@ -1,0 +1,194 @@
+#include "Commands.h"
+
+#include "Database.h"
+#include "DenseFileWriter.h"
+#include "Errors.h"
+#include "MatrixMarket.h"
+#include "MatrixName.h"
+#include "MatrixReader.h"
+#include "MatrixWriter.h"
+#include "ScratchFolder.h"
+
+#include "KVOSimCSet.h"
+#include "KVOSimException.h"
+#include "KVOSrvDenseMatrix.h"
+#include "KVOSrvMtxExceptions.h"
+#include "KVOSrvSparseMatrix.h"
+#include "KVOSrvUtilities.h"
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+constexpr char kListFooter[] =
+    "\nEXAMPLE\n"
+    "  kvomtx db ls orecar.sim\n\n"
+    "One line a stored matrix: the number that stands behind the colon in FILE.sim:ID (with the context in front of it,\n"
+    "as in FILE.sim:1.4, where that is not the first one), its size, its storage, and what it is where kvomtx has made it.";
+constexpr char kExportFooter[] = "\nEXAMPLE\n"
+                                 "  kvomtx db export orecar.sim 3 eigenvalues.mtx\n\n"
+                                 "A sparse matrix is written in any format that convert writes, a dense one as a Matrix Market array\n"
+                                 "or as a dense file.";
+
+using DenseWriter = void (*)(KVOSrvDenseMatrix const&, OutputFile const&);
+
+/// One line of the list.
+struct Stored {
+    std::string id;
+    std::string kind;
+    std::string content;
+    std::vector<int> sizes;
+    std::vector<int> chunks;
+    std::int64_t values = 0;
+};
+
+std::string KindOf(KVOSimDrawer const& drawer)
+{
+    return drawer.kind == KVOSimSparseSymDrawer ? "sparse, symmetric" : drawer.kind == KVOSimSparseDrawer ? "sparse" : "dense";
+}
+
+Stored Describe(KVOSimDistributionID const& id, KVOSimContextID const& firstContext)
+{
+    KVOSimDistribution const distribution(id);
+    KVOSimArray<KVOSimDrawer> drawers;
+    distribution.QueryDrawers(drawers);
+    Stored stored;
+    stored.id = (id.ContextID() == firstContext ? "" : std::to_string(id.ContextID().Index()) + ".") + std::to_string(id.Index());
+    stored.content = DescribeType(distribution.Type());
+    if (drawers.IsEmpty()) {
+        stored.kind = "empty";
+        return stored;
+    }
+    KVOSimDrawer const& drawer = drawers[0];
+    stored.kind = KindOf(drawer) + (drawer.typeKey == KVOSimDouble ? "" : ", no doubles");
+    stored.sizes.assign(drawer.dimensionSizes.begin(), drawer.dimensionSizes.end());
+    stored.chunks.assign(drawer.chunkSizes.begin(), drawer.chunkSizes.end());
+    if (drawer.kind == KVOSimDenseDrawer) { // stored by columns: dimension 0 are the columns
+        std::ranges::reverse(stored.sizes);
+        std::ranges::reverse(stored.chunks);
+    }
+    stored.values = distribution.DataSizeItems(drawer.id, 0);
+    if (drawer.kind == KVOSimSparseSymDrawer)
+        stored.values += distribution.DataSizeItems(drawer.id, 3);
+    return stored;
+}
+
+std::string Times(std::vector<int> const& sizes)
+{
+    std::string text;
+    for (int const size : sizes)
+        text += (text.empty() ? "" : " x ") + std::to_string(size);
+    return text;
+}
+
+void PrintList(std::vector<Stored> const& list, bool json)
+{
+    if (!json) {
+        std::printf("%-6s %-20s %-18s %-14s %-14s %s\n", "ID", "size", "storage", "stored values", "chunks", "content");
+        for (Stored const& stored : list)
+            std::printf("%-6s %-20s %-18s %-14lld %-14s %s\n", stored.id.c_str(), Times(stored.sizes).c_str(), stored.kind.c_str(),
+                        static_cast<long long>(stored.values), Times(stored.chunks).c_str(), stored.content.c_str());
+        return;
+    }
+    nlohmann::ordered_json array = nlohmann::ordered_json::array();
+    for (Stored const& stored : list)
+        array.push_back({{"id", stored.id},
+                         {"sizes", stored.sizes},
+                         {"storage", stored.kind},
+                         {"stored_values", stored.values},
+                         {"chunks", stored.chunks},
+                         {"content", stored.content}});
+    nlohmann::ordered_json object;
+    object["matrices"] = array;
+    std::printf("%s\n", object.dump(4).c_str());
+}
+
+void RunList(std::string const& path, bool json)
+{
+    InputDatabase const database(path);
+    std::vector<Stored> list;
+    KVOSimContextID first;
+    for (KVOSimContextID const& context : database.Contexts()) {
+        if (first.IsNull())
+            first = context;
+        for (KVOSimDistributionID const& id : KVOSimContext(context).QueryDistributions())
+            list.push_back(Describe(id, first));
+    }
+    PrintList(list, json);
+}
+
+void ExportDense(KVOSimDistributionID const& id, MatrixName const& source, MatrixName const& target)
+{
+    if (target.format != MatrixFormat::kMatrixMarket && target.format != MatrixFormat::kDense)
+        throw ToolError(ExitCode::kUsage, source.text + ": is a dense matrix, which is written as .mtx or .dense only; name the output so");
+    OutputFile file(target.path);
+    try {
+        (target.format == MatrixFormat::kDense ? WriteDenseFile : static_cast<DenseWriter>(WriteMatrixMarket))(KVOSrvDenseMatrix(id), file);
+    } catch (KVOSrvMtxIllegalInput const&) {
+        throw ToolError(ExitCode::kUnreadable, source.text + ": is no matrix of doubles; kvomtx db ls shows what it is");
+    } catch (KVOSimException const& error) {
+        throw ToolError(ExitCode::kUnreadable, error.UserReport().c_str());
+    }
+    file.Commit();
+}
+
+void RunExport(std::string const& path, std::string const& id, std::string const& output, std::string const& format)
+{
+    MatrixName const source = ParseMatrixName(path + ":" + id, {}, true);
+    MatrixName const target = ParseMatrixName(output, format, false);
+    if (source.distribution < 0)
+        throw ToolError(ExitCode::kUsage, "\"" + id + "\" is no number of a matrix; kvomtx db ls shows the numbers");
+    RequireOtherFile(target.path, source.path);
+    bool dense = false;
+    {
+        InputDatabase const database(source.path);
+        KVOSimDistributionID const distribution = database.Find(source, true);
+        dense = KVOSrvUtilities::IsDenseMatrix(KVOSimDistribution(distribution));
+        if (dense)
+            ExportDense(distribution, source, target);
+    }
+    if (!dense) {
+        MatrixWriter writer(target);
+        ScratchFolder const scratch(ScratchFolder::FolderOf(target.path));
+        writer.Prepare(*ReadMatrix(source));
+        writer.Commit();
+    }
+    std::printf("%s: %s\n", output.c_str(), DescribeFormat(target.format).c_str());
+}
+
+} // namespace
+
+void AddDatabaseCommands(CLI::App& app, Command& chosen)
+{
+    struct Options {
+        std::string file;
+        std::string id;
+        std::string output;
+        std::string format;
+        bool json = false;
+    };
+    auto const options = std::make_shared<Options>();
+    CLI::App* const database = app.add_subcommand("db", "What a simulation database holds");
+    database->require_subcommand(1);
+    CLI::App* const list = database->add_subcommand("ls", "The matrices in a database");
+    list->footer(kListFooter);
+    list->add_option("FILE", options->file, "Database")->required();
+    list->add_flag("--json", options->json, "Print one JSON object");
+    list->callback([options, &chosen] { chosen = [options] { RunList(options->file, options->json); }; });
+
+    CLI::App* const take = database->add_subcommand("export", "A matrix of a database as a file");
+    take->footer(kExportFooter);
+    take->add_option("FILE", options->file, "Database")->required();
+    take->add_option("ID", options->id, "Number of the matrix, as db ls shows it")->required();
+    take->add_option("OUT", options->output, "Matrix file to write")->required();
+    take->add_option("--format", options->format, "Format of OUT, when its ending does not tell it (see convert --help)");
+    take->callback([options, &chosen] { chosen = [options] { RunExport(options->file, options->id, options->output, options->format); }; });
+}

@@ -1,0 +1,92 @@
+#include "MatrixReader.h"
+
+#include "Database.h"
+#include "Diagnosis.h"
+#include "Errors.h"
+#include "Interrupt.h"
+#include "MatrixMarket.h"
+#include "MatrixName.h"
+#include "Progress.h"
+
+#include "KVOSimException.h"
+#include "KVOSrvMtxExceptions.h"
+#include "KVOSrvSparseMatrix.h"
+#include "KVOSrvUtilities.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+
+// Says why a file cannot be opened, before a reader says only that it cannot.
+void RequireReadable(std::string const& path)
+{
+    int const file = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    struct stat status {
+    };
+    int const error = file < 0 || fstat(file, &status) != 0 ? errno : 0;
+    if (file >= 0)
+        close(file);
+    if (error != 0)
+        throw ToolError(ExitCode::kUnreadable, path + ": cannot be read: " + std::strerror(error) +
+                                                   (error == ENOENT ? "; check the name" : "; check its permissions"));
+    if (!S_ISREG(status.st_mode))
+        throw ToolError(ExitCode::kUnreadable, path + ": is not a regular file; give a matrix file");
+}
+
+std::unique_ptr<KVOSrvSparseMatrix> ReadFromDatabase(MatrixName const& name)
+{
+    InputDatabase const database(name.path);
+    KVOSimDistributionID const id = database.Find(name, true);
+    std::string const place = name.path + ":" + std::to_string(id.Index());
+    try {
+        if (KVOSrvUtilities::IsDenseMatrix(KVOSimDistribution(id)))
+            throw ToolError(ExitCode::kUnreadable,
+                            place + ": is a dense matrix, a sparse one is needed here; kvomtx db export makes a file of it");
+        return std::make_unique<KVOSrvSparseMatrix>(id);
+    } catch (KVOSrvMtxIllegalInput const&) {
+        throw ToolError(ExitCode::kUnreadable, place + ": is no sparse matrix of doubles; kvomtx db ls shows what it is");
+    } catch (KVOSimException const& error) {
+        throw ToolError(ExitCode::kUnreadable, error.UserReport().c_str());
+    }
+}
+
+std::unique_ptr<KVOSrvSparseMatrix> Import(MatrixName const& name)
+{
+    int const format = static_cast<int>(name.format);
+    auto matrix = std::make_unique<KVOSrvSparseMatrix>(0, 0);
+    try {
+        matrix->Import(name.path.c_str(), format);
+    } catch (KVOSrvMtxUnsupportedImpFmt const&) {
+        throw ToolError(ExitCode::kUnreadable, name.path + ": " + Diagnose(name.path, format));
+    } catch (KVOSrvMtxIllegalInput const&) {
+        throw ToolError(ExitCode::kUnreadable, name.path + ": more entries than a matrix can have (2147483647); split the model");
+    }
+    return matrix;
+}
+
+} // namespace
+
+std::unique_ptr<KVOSrvSparseMatrix> ReadMatrix(MatrixName const& name)
+{
+    if (name.format == MatrixFormat::kNodes || name.format == MatrixFormat::kLines)
+        throw ToolError(ExitCode::kUsage, name.path + ": " + DescribeFormat(name.format) +
+                                              " is written for other programs and cannot be read; give the file it was made from");
+    RequireReadable(name.path);
+    CheckInterrupt();
+    Progress progress("reading " + name.path);
+    if (name.format == MatrixFormat::kMatrixMarket)
+        return ReadMatrixMarket(name.path, progress);
+    auto matrix = name.format == MatrixFormat::kDatabase ? ReadFromDatabase(name) : Import(name);
+    CheckInterrupt();
+    return matrix;
+}
+
+std::unique_ptr<KVOSrvSparseMatrix> ReadMatrix(std::string const& text, std::string const& format)
+{
+    return ReadMatrix(ParseMatrixName(text, format, true));
+}

@@ -1,0 +1,128 @@
+#include "MatrixWriter.h"
+
+#include "Database.h"
+#include "Errors.h"
+#include "Interrupt.h"
+#include "MatrixMarket.h"
+#include "OutputFile.h"
+#include "Progress.h"
+#include "SparseStructure.h"
+#include "SymmetricStorage.h"
+
+#include "KVOFsmSystemDofDefinition.h"
+#include "KVOSimPosition.h"
+#include "KVOSrvMtxExceptions.h"
+#include "KVOSrvSparseMatrix.h"
+
+namespace
+{
+
+void RequireWritable(MatrixName const& name, KVOFsmSystemDofDefinition const* dofs)
+{
+    switch (name.format) {
+    case MatrixFormat::kRecords:
+    case MatrixFormat::kChunksAsStored:
+    case MatrixFormat::kTriplets2:
+        throw ToolError(ExitCode::kUsage,
+                        name.text + ": " + DescribeFormat(name.format) + " can be read only; write mtx, sim, 3, 5, 6 or 7");
+    case MatrixFormat::kNodes:
+        if (dofs == nullptr)
+            throw ToolError(ExitCode::kUsage,
+                            name.text + ": " + DescribeFormat(name.format) +
+                                " needs the node and the degree of freedom of each row; give a list of them with --nodes");
+        break;
+    default:
+        break;
+    }
+}
+
+// The same matrix in full storage: of half storage some formats take the stored triangle only.
+std::unique_ptr<KVOSrvSparseMatrix> MakeFull(KVOSrvSparseMatrix const& matrix)
+{
+    auto full = std::make_unique<KVOSrvSparseMatrix>(matrix.NumberOfRows(), matrix.NumberOfColumns());
+    int count = 0;
+    std::unique_ptr<KVOSrvSparseMatrixEntry[]> const entries(matrix.GetEntries(count));
+    full->BeginAssembly();
+    for (std::size_t k = 0; k < static_cast<std::size_t>(count); ++k)
+        full->AddData(entries[k].row, entries[k].column, entries[k].value);
+    full->EndAssembly();
+    return full;
+}
+
+bool EqualsItsTranspose(SparseStructure const& matrix)
+{
+    return matrix.Rows() == matrix.Columns() && FindAsymmetry(matrix).largest == 0.0;
+}
+
+} // namespace
+
+MatrixWriter::MatrixWriter(MatrixName const& name, KVOFsmSystemDofDefinition const* dofs) : m_name(name), m_dofs(dofs)
+{
+    RequireWritable(name, dofs);
+    if (name.format == MatrixFormat::kDatabase)
+        m_database = std::make_unique<OutputDatabase>(name.path);
+    else
+        m_file = std::make_unique<OutputFile>(name.path);
+}
+
+MatrixWriter::~MatrixWriter() = default;
+
+void MatrixWriter::Prepare(KVOSrvSparseMatrix const& matrix)
+{
+    CheckInterrupt();
+    Progress progress("writing " + m_name.path);
+    if (m_name.format == MatrixFormat::kDatabase)
+        Store(matrix);
+    else if (m_name.format == MatrixFormat::kMatrixMarket)
+        WriteMatrixMarket(matrix, EqualsItsTranspose(SparseStructure(matrix)), *m_file);
+    else if (m_name.format == MatrixFormat::kChunks)
+        ExportHalf(matrix, m_file->TemporaryPath());
+    else
+        Export(*MakeFull(matrix), m_file->TemporaryPath());
+    CheckInterrupt();
+}
+
+void MatrixWriter::Commit()
+{
+    if (m_database)
+        m_database->Commit();
+    else
+        m_file->Commit();
+}
+
+// The library names the file that it was given: the temporary one.
+void MatrixWriter::Export(KVOSrvSparseMatrix const& matrix, std::string const& path) const
+{
+    try {
+        matrix.Export(path.c_str(), static_cast<int>(m_name.format), m_dofs);
+    } catch (KVOSrvMtxFileWriteFailure const&) {
+        throw ToolError(ExitCode::kUnwritable, m_name.path + ": cannot be written; make room or write elsewhere");
+    } catch (KVOSrvMtxUnsupportedExpFmt const&) { // the format itself was checked
+        throw ToolError(ExitCode::kCannot, m_name.path + ": the list of nodes has " + std::to_string(m_dofs->NumberOfDofs()) +
+                                               " lines, the matrix " + std::to_string(matrix.NumberOfRows()) +
+                                               " rows; give one line a row");
+    }
+}
+
+void MatrixWriter::ExportHalf(KVOSrvSparseMatrix const& matrix, std::string const& path) const
+{
+    try {
+        Export(matrix, path);
+    } catch (KVOSrvMtxNoUnsymmetric const&) { // in full storage
+        SparseStructure const structure(matrix);
+        RequireSymmetric(structure, m_name.text + ": " + DescribeFormat(m_name.format) + " holds symmetric matrices only; the input");
+        Export(*MakeHalfStored(structure), path);
+    }
+}
+
+void MatrixWriter::Store(KVOSrvSparseMatrix const& matrix)
+{
+    SparseStructure const structure(matrix);
+    KVOSimCSetID const rows = m_database->MakeSet(structure.Rows());
+    if (EqualsItsTranspose(structure)) {
+        KVOSimPosition position(m_database->Context());
+        StoreHalf(structure, position, kMatrixType, rows, rows);
+    } else {
+        m_database->StoreSparse(matrix, kMatrixType, rows, m_database->MakeSet(structure.Columns()));
+    }
+}

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "MatrixName.h"
+
+#include <memory>
+#include <string>
+
+class KVOFsmSystemDofDefinition;
+class KVOSrvSparseMatrix;
+class OutputDatabase;
+class OutputFile;
+
+/// Writes a sparse matrix in any format that can be written. The file comes into being with Commit().
+class MatrixWriter
+{
+public:
+    /// @param dofs  node and degree of freedom of each row, needed by format 4 only
+    /// @throws ToolError kUsage for a format that cannot be written, kUnwritable when the file cannot be made
+    explicit MatrixWriter(MatrixName const& name, KVOFsmSystemDofDefinition const* dofs = nullptr);
+    ~MatrixWriter();
+    MatrixWriter(MatrixWriter const&) = delete;
+    MatrixWriter& operator=(MatrixWriter const&) = delete;
+
+    /// Writes all of the matrix, whatever its storage, under a temporary name. A matrix that equals its transpose is written as a symmetric
+    /// one where the format knows such. Format 6 needs the library's folder for scratch files (ScratchFolder).
+    /// @throws ToolError kCannot when the format cannot hold this matrix
+    void Prepare(KVOSrvSparseMatrix const& matrix);
+    void Commit();
+
+private:
+    void Export(KVOSrvSparseMatrix const& matrix, std::string const& path) const;
+    void ExportHalf(KVOSrvSparseMatrix const& matrix, std::string const& path) const;
+    void Store(KVOSrvSparseMatrix const& matrix);
+
+    MatrixName m_name;
+    KVOFsmSystemDofDefinition const* m_dofs;
+    std::unique_ptr<OutputFile> m_file;         // of all formats but a database
+    std::unique_ptr<OutputDatabase> m_database; // of a database
+};

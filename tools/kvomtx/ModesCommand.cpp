@@ -1,0 +1,185 @@
+#include "Commands.h"
+
+#include "ConvergencePicture.h"
+#include "Database.h"
+#include "Errors.h"
+#include "MatrixName.h"
+#include "MatrixReader.h"
+#include "ModesReport.h"
+#include "Progress.h"
+#include "ScratchFolder.h"
+#include "SparseStructure.h"
+#include "SubspaceIteration.h"
+#include "SymmetricStorage.h"
+#include "Validators.h"
+
+#include "KVOSimCSet.h"
+#include "KVOSrvDenseMatrix.h"
+#include "KVOSrvMatrix.h"
+#include "KVOSrvSparseMatrix.h"
+#include "KVOSrvUtilities.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <utility>
+
+namespace
+{
+
+constexpr char kFooter[] =
+    "\nEXAMPLE\n"
+    "  kvomtx modes data/bcsstk11.mtx data/bcsstm12.mtx --count 5 -o orecar.sim --picture convergence.png\n\n"
+    "K and M are symmetric and of one order; M may be singular. The frequency of an eigenvalue lambda is sqrt(lambda) / (2 pi).\n"
+    "The database holds the stiffness (matrix 0), the mass (1), the modes, scaled to x^T M x = 1 (2, one a column), and the\n"
+    "eigenvalues (3). The residual of a mode is |K x - lambda M x| over |(lambda + shift) M x|, both in the norm of the inverse\n"
+    "of K + shift M: it bounds the relative distance of lambda + shift to an exact eigenvalue.\n"
+    "A free model has rigid body modes of frequency 0; its singular stiffness is shifted. --shift, in the unit of lambda, is\n"
+    "chosen by itself where it is needed and not given: about the lowest eigenvalue that is not 0 is a good one.\n"
+    "With --json one object is printed, with the arrays eigenvalues, frequencies and residuals.";
+
+struct Options {
+    std::string stiffness;
+    std::string mass;
+    std::string format;
+    std::string output;
+    std::string picture;
+    std::string scratch;
+    std::string reference;
+    bool json = false;
+    double shift = 0.0;
+    SubspaceSettings settings;
+};
+
+std::string DefaultOutput(std::string const& stiffness)
+{
+    return std::filesystem::path(stiffness).stem().string() + "-modes.sim";
+}
+
+/// A stiffness or mass matrix as it stands in the output database, read back from there in half storage.
+std::unique_ptr<KVOSrvSparseMatrix> TakeMatrix(MatrixName const& name, OutputDatabase& database, int type, KVOSimCSetID& unknowns)
+{
+    std::unique_ptr<SparseStructure> structure;
+    structure = std::make_unique<SparseStructure>(*ReadMatrix(name));
+    RequireSymmetric(*structure, name.text);
+    if (structure->Rows() == 0)
+        throw ToolError(ExitCode::kCannot, name.text + ": has no rows; give the matrix of a model");
+    if (unknowns.IsNull())
+        unknowns = database.MakeSet(structure->Rows());
+    else if (KVOSimCSet(unknowns).Size() != structure->Rows())
+        throw ToolError(ExitCode::kCannot, name.text + ": is of order " + std::to_string(structure->Rows()) +
+                                               " and the stiffness of order " + std::to_string(KVOSimCSet(unknowns).Size()) +
+                                               "; give the stiffness and the mass of one model");
+    KVOSimPosition position(database.Context());
+    return std::make_unique<KVOSrvSparseMatrix>(StoreHalf(*structure, position, type, unknowns, unknowns));
+}
+
+void StoreModes(SubspaceResult const& result, OutputDatabase& database, KVOSimCSetID const& unknowns)
+{
+    constexpr int kChunkRows = 16384;
+    auto const count = static_cast<int>(result.lambda.size());
+    KVOSimCSetID const numbers = database.MakeSet(count);
+    KVOSimPosition position(database.Context());
+    KVOSrvDenseMatrix modes(KVOSrvUtilities::Create2DDistribution(position, kModesType, unknowns, numbers,
+                                                                  std::min(kChunkRows, result.modes->NumberOfRows()), count));
+    modes.CopyValues(result.modes.get());
+    KVOSrvDenseMatrix eigenvalues(KVOSrvUtilities::Create1DDistribution(position, kEigenvaluesType, numbers, -1));
+    KVOSrvMatrix values(count, 1, nullptr, false, false);
+    std::copy(result.lambda.begin(), result.lambda.end(), values.Values());
+    eigenvalues.SetColumns(0, 0, values);
+}
+
+SubspaceResult Compute(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix const& mass, SubspaceSettings const& settings)
+{
+    Progress progress("factoring the stiffness matrix");
+    return SolveSubspace(stiffness, mass, settings, [&](SubspaceProgress const& state) {
+        // The changes shrink by about the same factor every time: their logarithm tells how far the slowest mode has come.
+        double const share = std::isfinite(state.largestChange) ? std::log10(state.largestChange) / std::log10(settings.tolerance) : 0.0;
+        progress.Set(std::clamp(share, 0.0, 1.0));
+        progress.Say("iteration " + std::to_string(state.iteration) + ", " + std::to_string(state.converged) + " of " +
+                     std::to_string(settings.count) + " modes");
+    });
+}
+
+void RequireAgreement(ModesReport const& report)
+{
+    double const difference = report.reference->LargestDifference(report.frequencies);
+    if (difference <= ReferenceFrequencies::kTolerance)
+        return;
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1e", difference);
+    throw ToolError(ExitCode::kCannot, report.reference->Path() + ": the frequencies differ by up to " + text +
+                                           " relatively; see whether it belongs to this model");
+}
+
+void RunModes(Options const& options)
+{
+    auto const begin = std::chrono::steady_clock::now();
+    MatrixName const stiffnessName = ParseMatrixName(options.stiffness, options.format, true);
+    MatrixName const massName = ParseMatrixName(options.mass, options.format, true);
+    std::string const output = options.output.empty() ? DefaultOutput(stiffnessName.path) : options.output;
+    for (std::string const& written : {output, options.picture})
+        for (std::string const& read : {stiffnessName.path, massName.path, options.reference})
+            RequireOtherFile(written, read);
+    if (!options.picture.empty() && options.picture == output)
+        throw ToolError(ExitCode::kUsage, output + ": is named twice as an output; give the picture another name");
+
+    std::optional<ReferenceFrequencies> reference;
+    if (!options.reference.empty())
+        reference.emplace(options.reference);
+    std::optional<OutputFile> picture;
+    if (!options.picture.empty())
+        picture.emplace(options.picture);
+    OutputDatabase database(output);
+    ScratchFolder const scratch(options.scratch.empty() ? ScratchFolder::FolderOf(output) : options.scratch);
+    KVOSimCSetID unknowns;
+    auto const stiffness = TakeMatrix(stiffnessName, database, kStiffnessType, unknowns);
+    auto const mass = TakeMatrix(massName, database, kMassType, unknowns);
+
+    SubspaceResult const result = Compute(*stiffness, *mass, options.settings);
+    StoreModes(result, database, unknowns);
+    database.Commit();
+    if (picture)
+        DrawConvergence(result, *picture);
+
+    std::chrono::duration<double> const elapsed = std::chrono::steady_clock::now() - begin;
+    ModesReport const report{options.stiffness,         options.mass,    output, options.picture,
+                             stiffness->NumberOfRows(), elapsed.count(), result, FrequenciesOf(result.lambda),
+                             std::move(reference)};
+    if (options.json)
+        PrintJson(report);
+    else
+        PrintTable(report);
+    if (report.reference)
+        RequireAgreement(report);
+}
+
+} // namespace
+
+void AddModesCommand(CLI::App& app, Command& chosen)
+{
+    auto const options = std::make_shared<Options>();
+    CLI::App* const modes = app.add_subcommand("modes", "The lowest natural frequencies and modes of a stiffness and mass pair");
+    modes->footer(kFooter);
+    modes->add_option("K", options->stiffness, "Stiffness matrix: a matrix file or FILE.sim:ID")->required();
+    modes->add_option("M", options->mass, "Mass matrix")->required();
+    modes->add_option("-n,--count", options->settings.count, "Number of modes (10)")->check(RequireAtLeastOne);
+    modes->add_option("-o,--output", options->output, "Database to write (K's name with -modes.sim)");
+    modes->add_option("--picture", options->picture, "Draw the convergence into this PNG file");
+    modes->add_option("--reference", options->reference,
+                      "File of \"lambda frequency\" lines; fail where a frequency differs by 1e-8 relatively");
+    CLI::Option const* const shift = modes->add_option("--shift", options->shift, "Factor K + shift M instead of K");
+    modes->add_option("--scratch", options->scratch, "Folder for scratch files (that of the output)");
+    modes->add_option("--format", options->format, "Format of K and M, when their endings do not tell it (see convert --help)");
+    modes->add_flag("--json", options->json, "Print one JSON object");
+    modes->callback([options, shift, &chosen] {
+        if (shift->count() > 0)
+            options->settings.shift = options->shift;
+        chosen = [options] { RunModes(*options); };
+    });
+}

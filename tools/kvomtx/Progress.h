@@ -1,0 +1,34 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+
+/// A line on the terminal for a step that takes more than a second: its name and a bar. Nothing is written when the error stream is no
+/// terminal. The line is removed with the object.
+class Progress
+{
+public:
+    explicit Progress(std::string name);
+    ~Progress();
+    Progress(Progress const&) = delete;
+    Progress& operator=(Progress const&) = delete;
+
+    /// How much is done, 0 to 1; before the first call the bar moves to and fro. Throws Interrupted, so that long loops need call nothing
+    /// else.
+    void Set(double share);
+    /// Replaces the name.
+    void Say(std::string text);
+
+private:
+    void Draw();
+
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    std::string m_name;
+    std::atomic<double> m_share{-1.0};
+    bool m_stop = false;
+    std::thread m_thread; // draws, so that calls into the library need not come back for it
+};
