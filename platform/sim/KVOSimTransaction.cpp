@@ -6,6 +6,7 @@
 #include "Transaction.h"
 
 #include <exception>
+#include <utility>
 
 namespace
 {
@@ -26,7 +27,7 @@ KVOSimTransaction::~KVOSimTransaction()
 {
     try {
         if (auto const session = m_transaction->session.lock(); session != nullptr && session->IsOpen())
-            session->EndTransaction(m_transaction->owner);
+            End(*session);
     } catch (KVOBasException const&) {
     } catch (std::exception const&) {
     }
@@ -38,4 +39,11 @@ void KVOSimTransaction::Commit()
     if (session == nullptr || !session->IsOpen())
         simdb::ThrowReason("Cannot commit a transaction", "", "its database was closed");
     session->Commit(m_transaction->owner);
+    End(*session);
+}
+
+void KVOSimTransaction::End(simdb::Session& session)
+{
+    if (m_transaction->owner != simdb::kNoOwner)
+        session.EndTransaction(std::exchange(m_transaction->owner, simdb::kNoOwner));
 }

@@ -7,6 +7,7 @@
 
 namespace simdb
 {
+class Session;
 struct Transaction;
 }
 
@@ -21,9 +22,12 @@ public:
     ~KVOSimTransaction();
 
     /// Keeps what was created. When it returns, that is on the disk, with all values written before (scratch databases: no promise).
-    /// A second call commits what was created since. @throws KVOSimException when that fails; nothing is lost in memory then
+    /// The transaction is over then: what is created later is kept as if this object were gone; a second call brings that to the disk, too.
+    /// @throws KVOSimException when that fails; nothing is lost in memory then, and the transaction goes on
     void Commit();
 
 private:
+    void End(simdb::Session& session);
+
     std::unique_ptr<simdb::Transaction> m_transaction;
 };

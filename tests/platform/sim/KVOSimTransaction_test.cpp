@@ -82,7 +82,7 @@ TEST_F(Transaction, LeavesNothingBehindUnlessCommitted)
     EXPECT_THAT(FailureOf([&] { KVOSimCollection(KVOSimCollectionID(contextID, collection.Index())); }), HasSubstr("no collection"));
 }
 
-TEST_F(Transaction, KeepsWhatEachCommitFoundAndDropsTheRest)
+TEST_F(Transaction, IsOverWhenItIsCommitted)
 {
     KVOSimDistributionID first, second, third;
     {
@@ -92,14 +92,17 @@ TEST_F(Transaction, KeepsWhatEachCommitFoundAndDropsTheRest)
         second = MakeMatrix(contextID, {Biggest(columns)});
         WriteAll(second, Ramp(2));
         transaction.Commit();
+        Extend(matrix, 1, MakeSet(rows, {20}));
         third = MakeMatrix(contextID, {Biggest(columns)});
     }
-    EXPECT_EQ(Count(), 3);
+    EXPECT_EQ(Count(), 4);
     Again();
 
-    EXPECT_EQ(Count(), 3);
+    EXPECT_EQ(Count(), 4);
+    EXPECT_THAT(RowNumbers(), ElementsAre(10, 11, 12, 20));
+    for (KVOSimDistributionID const& id : {first, second, third})
+        EXPECT_EQ(KVOSimDistribution(KVOSimDistributionID(contextID, id.Index())).NumDimensions(), 1);
     EXPECT_EQ(ReadAll(KVOSimDistributionID(contextID, second.Index())), Ramp(2));
-    EXPECT_THAT(FailureOf([&] { KVOSimDistribution(KVOSimDistributionID(contextID, third.Index())); }), HasSubstr("no distribution"));
 }
 
 TEST_F(Transaction, NestsAndOverlaps)
