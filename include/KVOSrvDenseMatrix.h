@@ -151,7 +151,8 @@ public:
     /// (A + A^T) / 2 of a square matrix, packed as GetUpperValues; the diagonal is not touched by rounding.
     void GetSymmetricValues(double* out) const;
     /// Copies rows r0 to r1, columns c0 to c1 to the rows and columns of `dest` from 0 on, block of `dest` by block.
-    /// @throws KVOSrvMtxInvalidGetRange when the range is empty or leaves this matrix, KVOSrvMtxInvalidSetRange when `dest` is smaller
+    /// @throws KVOSrvMtxInvalidGetRange when the range is empty or leaves this matrix, KVOSrvMtxInvalidSetRange when `dest` has fewer
+    ///         columns; rows that `dest` lacks are left out
     void GetSubmatrix(KVOSrvDenseMatrix& dest, int r0, int r1, int c0, int c1) const;
     /// Clears the first n x columns values of out's array and places every row i of this matrix into its row rowMap[i], n being the
     /// leading dimension.

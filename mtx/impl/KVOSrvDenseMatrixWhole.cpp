@@ -187,9 +187,11 @@ void KVOSrvDenseMatrix::GetSubmatrix(KVOSrvDenseMatrix& dest, int r0, int r1, in
 {
     if (!Contains(r0, r1, c0, c1))
         KVOSrvMtxInvalidGetRange().Throw("mtx/impl/KVOSrvDenseMatrix", 544);
-    if (r1 - r0 >= dest.NumberOfRows() || c1 - c0 >= dest.NumberOfColumns())
+    if (c1 - c0 >= dest.NumberOfColumns())
         KVOSrvMtxInvalidSetRange().Throw("mtx/impl/KVOSrvDenseMatrix", 568);
-    KVOSrvBlockCut const rows = KVOSrvBlockCut::AtChunks(r1 - r0 + 1, dest.m_rowCut.perBlock, dest.m_rowCut.offset);
+    // The walk is over the rows of `dest`: what has no row there is left out.
+    KVOSrvBlockCut const rows =
+        KVOSrvBlockCut::AtChunks(std::min(r1 - r0 + 1, dest.NumberOfRows()), dest.m_rowCut.perBlock, dest.m_rowCut.offset);
     KVOSrvBlockCut const columns = KVOSrvBlockCut::AtChunks(c1 - c0 + 1, dest.m_columnCut.perBlock, dest.m_columnCut.offset);
     DenseTiles::Limit const limit = LimitEntries(rows, kPieceEntries);
     Piece const piece = PieceFor(rows, columns, limit);

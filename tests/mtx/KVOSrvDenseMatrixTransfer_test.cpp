@@ -277,6 +277,17 @@ TEST(KVOSrvDenseMatrixTransfer, OperandsThatAreTheMatrixItself)
     ExpectContent(matrix, [&](int i, int j) { return 2.0 * values.At(std::max(i - 1, 0), j); });
 }
 
+TEST(KVOSrvDenseMatrixTransfer, SubmatrixFillsTheRowsThatThereAre)
+{
+    TestDatabase const database;
+    KVOSrvDenseMatrix matrix(database.Matrix(9, 5, 4, 2)), target(database.Matrix(5, 4, 3, 2));
+    Dense const values = Randomize(matrix);
+
+    matrix.GetSubmatrix(target, 1, 8, 1, 4);
+
+    ExpectContent(target, [&](int i, int j) { return values.At(i + 1, j + 1); });
+}
+
 TEST(KVOSrvDenseMatrixTransfer, ShapesThatDoNotFitChangeNothing)
 {
     TestDatabase const database;
