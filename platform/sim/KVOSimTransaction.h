@@ -9,7 +9,7 @@ namespace simdb
 {
 class Session;
 struct Transaction;
-}
+} // namespace simdb
 
 /// What is created in the context's database from the construction on (collections, sets, distributions, extensions) disappears with
 /// this object unless it was committed. Values written to matrices that existed before are not taken back.
