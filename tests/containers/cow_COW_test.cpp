@@ -53,7 +53,8 @@ TYPED_TEST(cow_COWTest, AssignmentMovesOneHolderFromObjectToObject)
     EXPECT_EQ(a.ConstGet().value, 4);
     EXPECT_EQ(a.Count(), 1);
     a = b;
-    a = a;
+    Handle const& itself = a;
+    a = itself;
     EXPECT_EQ(b.Count(), 2);
     EXPECT_EQ(Object::s_alive, 2);
 }
