@@ -96,7 +96,7 @@ TEST(DenseKernels, EqualsTransposedSeesEveryElement)
         for (int j = 0; j < columns; ++j)
             for (int i = 0; i < rows; ++i)
                 a[static_cast<std::size_t>(i + j * lda)] = b[static_cast<std::size_t>(j + i * ldb)] = i + 100 * j;
-        auto const equal = [&] { return DenseKernels::EqualsTransposed(rows, columns, a.data(), lda, b.data(), ldb); };
+        auto const equal = [&, m = rows, n = columns] { return DenseKernels::EqualsTransposed(m, n, a.data(), lda, b.data(), ldb); };
 
         EXPECT_TRUE(equal());
         for (int j = 0; j < columns; ++j)

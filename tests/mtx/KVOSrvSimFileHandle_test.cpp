@@ -33,7 +33,8 @@ TEST(KVOSrvSimFileHandle, FileGoesWithTheLastCopy)
     EXPECT_FALSE(copy->ContextID().IsNull());
     assigned = *copy;
     EXPECT_FALSE(Exists(otherPath));
-    assigned = assigned;
+    KVOSrvSimFileHandle const& itself = assigned;
+    assigned = itself;
     handle.reset();
     copy.reset();
     EXPECT_TRUE(Exists(path));
