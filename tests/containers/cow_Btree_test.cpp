@@ -161,13 +161,16 @@ void FollowModels(int steps, int keyRange, unsigned seed)
         case 6:
         case 7:
         case 8:
-        case 9:
-            ASSERT_EQ(models[a].Remove(key), plain[a].erase(key) != 0);
-            ASSERT_EQ(maps[a].Remove(key), maps[a].Size() != models[a].size);
+        case 9: {
+            bool const isRemoved = models[a].Remove(key);
+            ASSERT_EQ(isRemoved, plain[a].erase(key) != 0);
+            ASSERT_EQ(maps[a].Remove(key), isRemoved);
             break;
+        }
         default:
-            ASSERT_EQ(models[a].InsertUnlessMember(key, step), plain[a].emplace(key, step).second);
-            ASSERT_EQ(maps[a].InsertUnlessMember(key, step), maps[a].Size() != models[a].size);
+            bool const isInserted = models[a].InsertUnlessMember(key, step);
+            ASSERT_EQ(isInserted, plain[a].emplace(key, step).second);
+            ASSERT_EQ(maps[a].InsertUnlessMember(key, step), isInserted);
         }
         ASSERT_EQ(maps[a].Size(), models[a].size);
         if (step % 8 != 0 && keyRange > 100)
