@@ -1,3 +1,4 @@
+#include "BenchmarkFolder.h"
 #include "DenseDrawer.h"
 #include "KVOSimTypeKey.h"
 
@@ -29,32 +30,7 @@ namespace
 constexpr std::int64_t kSize = 8192;
 constexpr double kBytes = 8.0 * kSize * kSize;
 
-void Require(bool held, char const* what)
-{
-    if (!held)
-        throw std::runtime_error(what);
-}
-
-/// A folder that goes with the program.
-class Folder
-{
-public:
-    Folder()
-    {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kvo-bench-XXXXXX").string();
-        Require(mkdtemp(pattern.data()) != nullptr, "no temporary folder");
-        m_path = pattern;
-    }
-    ~Folder() { std::filesystem::remove_all(m_path); }
-    Folder(Folder const&) = delete;
-    Folder& operator=(Folder const&) = delete;
-    std::string operator/(std::string const& name) const { return (m_path / name).string(); }
-
-private:
-    std::filesystem::path m_path;
-};
-
-Folder const s_folder;
+BenchmarkFolder const s_folder;
 
 /// A matrix in memory, columns of kSize rows: what drawers are filled from, and the memory of the limits.
 std::vector<double>& Memory()

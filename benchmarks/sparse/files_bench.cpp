@@ -1,4 +1,5 @@
 #include "AgainstPeer.h"
+#include "BenchmarkFolder.h"
 #include "BrickModel.h"
 #include "KVOSrvSparseMatrix.h"
 
@@ -25,32 +26,7 @@
 namespace
 {
 
-void Require(bool held, char const* what)
-{
-    if (!held)
-        throw std::runtime_error(what);
-}
-
-/// A folder that goes with the program.
-class Folder
-{
-public:
-    Folder()
-    {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kvo-bench-XXXXXX").string();
-        Require(mkdtemp(pattern.data()) != nullptr, "no temporary folder");
-        m_path = pattern;
-    }
-    ~Folder() { std::filesystem::remove_all(m_path); }
-    Folder(Folder const&) = delete;
-    Folder& operator=(Folder const&) = delete;
-    std::string operator/(char const* name) const { return (m_path / name).string(); }
-
-private:
-    std::filesystem::path m_path;
-};
-
-Folder const s_folder;
+BenchmarkFolder const s_folder;
 
 /// The brick model, 65 856 rows and 5.0 million entries with full mantissas, as it comes, and its files.
 struct Model {
