@@ -24,8 +24,11 @@ template<class K, class V>
 class KVO_EXPORT cow_Btree
 {
 public:
+    /// A node, with its key and value.
     using Node = cow_BtreeNode<K, V>;
+    /// What holds a node for its parent.
     using Handle = typename Node::Handle;
+    /// Walks over the map.
     using Iterator = cow_BtreeIterator<K, V>;
 
     /// The empty map; the default value is V(), null for a pointer. One small allocation, for the pool of the nodes to come.
@@ -41,12 +44,14 @@ public:
           m_pool(other.m_pool)
     {
     }
+    /// Shares all nodes of `other`, as copying does. @throws mem_OutOfMemory, the map is as it was
     cow_Btree& operator=(cow_Btree const& other)
     {
         if (this != &other)
             *this = cow_Btree(other);
         return *this;
     }
+    /// Swaps the contents.
     cow_Btree& operator=(cow_Btree&& other) noexcept
     {
         std::swap(m_root, other.m_root);
@@ -77,8 +82,10 @@ public:
         Node* const node = Find(key);
         return node != nullptr ? node->Value() : m_default;
     }
+    /// Whether `key` is there. O(depth), never copies.
     bool IsMember(K const& key) const noexcept { return ConstFind(key) != nullptr; }
 
+    /// Number of keys.
     int Size() const noexcept { return m_size; }
     /// What look-ups of keys that are not there refer to.
     V const& Default() const noexcept { return m_default; }

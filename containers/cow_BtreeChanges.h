@@ -22,8 +22,11 @@ public:
     cow_BtreeStack(cow_BtreeStack const&) = delete;
     cow_BtreeStack& operator=(cow_BtreeStack const&) = delete;
 
+    /// Whether there are no values.
     bool IsEmpty() const noexcept { return m_size == 0; }
+    /// The value pushed last; there must be one.
     T const& Top() const noexcept { return m_values[m_size - 1]; }
+    /// Drops the value pushed last; there must be one.
     void Pop() noexcept { --m_size; }
 
     /// @throws mem_OutOfMemory, the stack is as it was
@@ -59,7 +62,9 @@ template<class K, class V>
 class cow_BtreeChanges
 {
 public:
+    /// A node of the map.
     using Node = cow_BtreeNode<K, V>;
+    /// What holds a node for its parent.
     using Handle = cow_COW<Node>;
 
     cow_BtreeChanges() noexcept = default;
@@ -87,6 +92,7 @@ public:
     /// A handle that is linked no longer: deleted if the changes are kept.
     void Removed(Handle* handle) noexcept { m_removed.reset(handle); }
 
+    /// The changes stay: the destructor takes nothing back.
     void Keep() noexcept
     {
         static_cast<void>(m_added.release()); // the links own it

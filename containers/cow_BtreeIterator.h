@@ -11,11 +11,16 @@ template<class K, class V>
 class cow_BtreeNodeLink : public mem_AllocationOperators
 {
 public:
+    /// What holds a node for its parent.
     using Handle = typename cow_BtreeNode<K, V>::Handle;
 
+    /// @param node  its handle
+    /// @param next  the cell below, toward the root; null at the bottom
     cow_BtreeNodeLink(Handle const* node, cow_BtreeNodeLink* next) noexcept : m_node(node), m_next(next) {}
 
+    /// The handle of the node.
     Handle const* Node() const noexcept { return m_node; }
+    /// The cell toward the root; null at the bottom.
     cow_BtreeNodeLink* Next() const noexcept { return m_next; }
 
 private:
@@ -32,21 +37,28 @@ template<class K, class V>
 class cow_BtreeIterator
 {
 public:
+    /// The map.
     using Map = cow_Btree<K, V>;
+    /// A node of the map.
     using Node = cow_BtreeNode<K, V>;
+    /// A cell of the stack.
     using Link = cow_BtreeNodeLink<K, V>;
+    /// What holds a node for its parent.
     using Handle = typename Node::Handle;
 
+    /// Past the end of `map`, which must outlive this object.
     explicit cow_BtreeIterator(Map const& map) noexcept : m_root(&map.m_root) {}
     cow_BtreeIterator(cow_BtreeIterator const&) = delete;
     cow_BtreeIterator& operator=(cow_BtreeIterator const&) = delete;
     ~cow_BtreeIterator() { Clear(); }
 
-    /// Goes to the smallest or the greatest key; past the end when the map is empty.
+    /// Goes to the smallest key; past the end when the map is empty.
     void First() { Start(&Node::Left); }
+    /// Goes to the greatest key; past the end when the map is empty.
     void Last() { Start(&Node::Right); }
-    /// Goes to the next greater or the next smaller key; past the end when there is none, where it stays.
+    /// Goes to the next greater key; past the end when there is none, where it stays.
     void Next() { Step(&Node::Left, &Node::Right); }
+    /// Goes to the next smaller key; past the end when there is none, where it stays.
     void Previous() { Step(&Node::Right, &Node::Left); }
 
     /// The current node, null past the end.

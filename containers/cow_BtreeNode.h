@@ -14,10 +14,14 @@
 template<class K, class V>
 class cow_Btree;
 
-/// Nodes are copied into the pool they come from.
+/// Nodes are copied into the pool they come from; one that comes from none is copied by `new`.
 template<class K, class V>
 struct cow_Direct<cow_BtreeNode<K, V>> {
-    static cow_BtreeNode<K, V>* Copy(cow_BtreeNode<K, V> const& source) { return source.m_pool->New(source); }
+    /// The copy of `source`; it belongs to the caller.
+    static cow_BtreeNode<K, V>* Copy(cow_BtreeNode<K, V> const& source)
+    {
+        return source.m_pool != nullptr ? source.m_pool->New(source) : new cow_BtreeNode<K, V>(source);
+    }
 };
 
 /// A node of cow_Btree: one key, one value, at most two children, each behind a handle that this node owns.
@@ -33,6 +37,7 @@ class cow_BtreeNode
     static_assert(std::signed_integral<K> && sizeof(K) == sizeof(std::int32_t));
 
 public:
+    /// What holds a node for its parent.
     using Handle = cow_COW<cow_BtreeNode>;
 
     /// A node without children.
@@ -51,14 +56,24 @@ public:
         ReleaseSubtree(m_side[kLeft].handle);
         ReleaseSubtree(m_side[kRight].handle);
     }
-    /// Gives the memory back to the pool that made the node.
-    static void operator delete(cow_BtreeNode* node, std::destroying_delete_t) noexcept { node->m_pool->Delete(node); }
+    /// Gives the memory back to the pool that made the node, or to the system.
+    static void operator delete(cow_BtreeNode* node, std::destroying_delete_t) noexcept
+    {
+        if (node->m_pool != nullptr)
+            return node->m_pool->Delete(node);
+        node->~cow_BtreeNode();
+        ::operator delete(node);
+    }
 
+    /// The key.
     K const& Key() const noexcept { return m_key; }
+    /// The value.
     V const& Value() const noexcept { return m_value; }
+    /// The value, for changing it: of a node that Find() gave.
     V& Value() noexcept { return m_value; }
-    /// The subtrees of smaller and of greater keys; null where there is none.
+    /// The subtree of smaller keys; null where there is none.
     Handle const* Left() const noexcept { return m_side[kLeft].handle; }
+    /// The subtree of greater keys; null where there is none.
     Handle const* Right() const noexcept { return m_side[kRight].handle; }
     /// 0 for a node without children, else 1 + the greatest height of its children; removals may leave a greater number behind.
     int Height() const noexcept { return m_height; }
@@ -142,7 +157,7 @@ private:
     Link m_side[2]; // the subtrees of smaller and of greater keys
     std::int32_t m_height = 0;
     std::int32_t m_holders = 0; // the handles' count; it lies in what would be padding
-    Pool* m_pool = nullptr;     // null for a node that is nobody's, on the stack
+    Pool* m_pool = nullptr;     // null for a node that no map made
 };
 
 template<class K, class V>

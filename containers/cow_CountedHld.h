@@ -15,6 +15,7 @@ class cow_CountedHld : public mem_AllocationOperators
 public:
     /// Takes `object`, not null and made with `new`; its count is 1. @throws mem_OutOfMemory, the object is deleted then
     explicit cow_CountedHld(T* object) : m_count(NewCount(object)), m_object(object) {}
+    /// Shares the object of `other`.
     cow_CountedHld(cow_CountedHld const& other) noexcept : m_count(other.m_count), m_object(other.m_object) { ++*m_count; }
     ~cow_CountedHld() { Release(); }
 
@@ -49,7 +50,9 @@ public:
 
     /// The object itself, shared or not: changing it shows in every holder.
     T* GetPtr() const noexcept { return m_object; }
+    /// The same as a reference.
     T& GetRef() const noexcept { return *m_object; }
+    /// The object for reading.
     T const& ConstGet() const noexcept { return *m_object; }
 
     /// Number of holders that share the object, this one included.

@@ -1,8 +1,8 @@
-! The Fortran-callable entry points of the library, with explicit interfaces; KVOFortran.h declares the same for C, with the manual.
-!
-! A character argument is one character; only BLAC_ILAENV takes lengths, those of its name and options. Complex arrays are ordinary
-! complex arrays here and interleaved doubles in C. A Fortran LOGICAL (tryrac) and the result of BLAC_LSAME are integers, 0 or 1.
-! The interfaces follow the header's order; a test compiles them as C prototypes together with it.
+!> The Fortran-callable entry points of the library, with explicit interfaces; KVOFortran.h declares the same for C, with the manual.
+!!
+!! A character argument is one character; only BLAC_ILAENV takes lengths, those of its name and options. Complex arrays are ordinary
+!! complex arrays here and interleaved doubles in C. A Fortran LOGICAL (tryrac) and the result of BLAC_LSAME are integers, 0 or 1.
+!! The interfaces follow the header's order; a test compiles them as C prototypes together with it.
 module kvo_mtx
     use, intrinsic :: iso_c_binding, only: c_char, c_double, c_double_complex, c_float, c_int, c_int64_t, c_size_t
     implicit none

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+/// @file
 /// The Fortran-callable entry points, as C prototypes; the Fortran module kvo_mtx declares the same for Fortran.
 ///
 /// Conventions. Every argument but a container's handle is passed by reference: inputs point to const, outputs do not. Integers are 32-bit,
@@ -295,8 +296,9 @@ KVO_EXPORT void BLAC_SPARSE_LEVEL(int const* request, int* inForce);
 
 /// Makes an empty container. @return its handle; KVOSRVMATRIXCONTAINERDELETE ends it
 KVO_EXPORT std::int64_t KVOSRVMATRIXCONTAINERCREATE(void);
-/// The rows, and the columns, of the matrix `id`; 0 when there is none.
+/// The rows of the matrix `id`; 0 when there is none.
 KVO_EXPORT int KVOSRVMATRIXCONTAINERNUMROWS(std::int64_t handle, int const* id);
+/// The columns of the matrix `id`; 0 when there is none.
 KVO_EXPORT int KVOSRVMATRIXCONTAINERNUMCOLUMNS(std::int64_t handle, int const* id);
 /// Reads the whole matrix `id`. @param[out] values  rows x columns, without gaps; not touched when there is no such matrix
 KVO_EXPORT void KVOSRVMATRIXCONTAINERGETVALUES(std::int64_t handle, int const* id, double* values);

@@ -2,6 +2,7 @@
 
 #include "KVOExport.h"
 
+/// @file
 /// Start and end of the library and of its modules.
 ///
 /// Every entry counts its users. The start that takes its count from 0 to 1 adds 1 to `tally`, the caller's count of running modules; the

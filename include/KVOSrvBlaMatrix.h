@@ -28,6 +28,7 @@ struct cow_Counter;
 class KVO_EXPORT KVOSrvBlaMatrix : public mem_AllocationOperators
 {
 public:
+    /// What is promised about the values.
     enum KVOSrvMtxProperty : std::int32_t {
         KVOSrvMtxGeneral = 0,
         KVOSrvMtxSymmetric = 1,
@@ -48,9 +49,14 @@ public:
 
     /// @name Shape and structure
     /// @{
+
+    /// Number of rows.
     int NumberOfRows() const noexcept { return m_dim1; }
+    /// Number of columns.
     int NumberOfColumns() const noexcept { return m_dim2; }
+    /// Whether the property is one of the symmetric ones.
     bool IsSymmetric() const noexcept { return m_property == KVOSrvMtxSymmetric || m_property == KVOSrvMtxSecondSymmetric; }
+    /// Whether the property is the skew-symmetric one.
     bool IsSkewSymmetric() const noexcept { return m_property == KVOSrvMtxSkewSymmetric; }
     /// @}
 

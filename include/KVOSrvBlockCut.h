@@ -74,6 +74,7 @@ struct KVOSrvBlockCut {
         return b >= blocks - 1 ? inLast : perBlock;
     }
 
+    /// Rows of the largest block; 0 without blocks.
     constexpr int MaxNumberInBlock() const noexcept
     {
         if (blocks >= 3)
@@ -105,5 +106,6 @@ struct KVOSrvBlockCut {
         return (r - inFirst) / perBlock + 1;
     }
 
+    /// Whether both cut the same rows at the same places.
     friend constexpr bool operator==(KVOSrvBlockCut const&, KVOSrvBlockCut const&) noexcept = default;
 };

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// The dense matrix in the database, and how it may be read and written.
+
 #include "KVOExport.h"
 #include "KVOSimArray.h"
 #include "KVOSimDistribution.h"
@@ -30,19 +33,21 @@ public:
     /// The matrix stored in the first drawer of a distribution; a null one gives the null matrix.
     /// @throws KVOSrvMtxIllegalInput "KVOSrvDenseMatrix" when that is no dense matrix of doubles with one or two dimensions
     explicit KVOSrvDenseMatrix(KVOSimDistributionID const& distribution);
+    /// The same, of an open distribution.
     explicit KVOSrvDenseMatrix(KVOSimDistribution const& distribution);
     KVOSrvDenseMatrix(KVOSrvDenseMatrix const&) = delete;
     KVOSrvDenseMatrix& operator=(KVOSrvDenseMatrix const&) = delete;
     virtual ~KVOSrvDenseMatrix();
 
-    /// The sets that number the rows and the columns; a one-dimensional matrix has none for its column. A view answers a temporary set of
-    /// its part of the members.
+    /// The set that numbers the rows. A view answers a temporary set of its part of the members.
     virtual KVOSimCSetID RowCSetID() const;
+    /// The set that numbers the columns, as RowCSetID(); a one-dimensional matrix has none.
     virtual KVOSimCSetID ColumnCSetID() const;
 
     /// A view of rows r0 to r1 and columns c0 to c1, which must lie inside this matrix; nothing is copied. It stays valid when this matrix
     /// is gone. The caller owns it and deletes it.
     virtual KVOSrvDenseMatrix* ConstSubmatrix(int r0, int r1, int c0, int c1) const;
+    /// The same for a matrix that may be written through the view.
     virtual KVOSrvDenseMatrix* Submatrix(int r0, int r1, int c0, int c1);
 
     /// y += A x for k vectors. @param x  columns x k @param y  rows x k, not cleared, deliberately: callers pass a prepared y
@@ -61,17 +66,22 @@ public:
     virtual void TransposeMultiply(double const* x, int k, double* y, int r) const;
     /// Y = alpha (P A)^T X + beta Y, with the rows of A permuted by `perm`, or not at all when it is null.
     virtual void TransposeMultiply(int const* perm, KVOSrvMatrix const& X, KVOSrvMatrix& Y, double alpha, double beta);
-    /// The two products after the next ones, into the caller's array of columns x (other operand's columns).
+    /// C = A^T X into the caller's array, columns x (columns of X), column-major. @param symmetric  as in the next one
     virtual void TransposeMultiply(KVOSrvMatrix const& X, double* C, int symmetric) const;
-    /// C = A^T X; a non-zero `symmetric` says that the result is symmetric: half of it is computed.
+    /// C = A^T X; a non-zero `symmetric` says that the result is symmetric: half of it is computed and mirrored.
     virtual void TransposeMultiply(KVOSrvMatrix const& X, KVOSrvMatrix& C, int symmetric) const;
+    /// C = A^T B, all stored; columns of C behind those of B stay. The product is formed in memory, so C may be A or B.
+    /// @param symmetric  as in the product with X
     virtual void TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvDenseMatrix* C, int symmetric) const;
+    /// C = A^T B into the caller's array, columns x (columns of B), column-major. @param symmetric  as in the product with X
     virtual void TransposeMultiply(KVOSrvDenseMatrix const* B, double* C, int symmetric) const;
+    /// C = A^T B of a stored B. @param symmetric  as in the product with X
     virtual void TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvMatrix& C, int symmetric) const;
     /// Rows ranges[g] .. ranges[g + 1] - 1 of Y = rows rows[ranges[g]] .. of A, times X, for g = 0 .. nRanges - 1; the row numbers of a
     /// group are consecutive, as KVOSrvFindContiguousRanges makes them.
     virtual void IndexedMultiply(KVOSrvMatrix const& X, KVOSrvDenseMatrix& Y, int const* rows, int const* ranges, int nRanges) const;
 
+    /// Whether it has no distribution.
     bool IsNull() const noexcept { return m_distribution.IsNull(); }
     /// Null for the null matrix.
     KVOSimDistributionID DistributionID() const { return m_distribution.ID(); }
@@ -79,36 +89,54 @@ public:
     /// @name Blocks
     /// Numbers out of range get an answer too; the rules stand at KVOSrvBlockCut.
     /// @{
+
+    /// Number of rows.
     int NumberOfRows() const noexcept { return m_rowCut.size; }
+    /// Number of columns.
     int NumberOfColumns() const noexcept { return m_columnCut.size; }
+    /// Number of blocks along the rows; 0 without rows.
     int NumberOfRowBlocks() const noexcept { return m_rowCut.blocks; }
+    /// Number of blocks along the columns; 0 without columns.
     int NumberOfColumnBlocks() const noexcept { return m_columnCut.blocks; }
+    /// Rows of the blocks in block row `b`.
     int NumberOfRowsInBlock(int b) const noexcept { return m_rowCut.NumberInBlock(b); }
+    /// Columns of the blocks in block column `b`.
     int NumberOfColumnsInBlock(int b) const noexcept { return m_columnCut.NumberInBlock(b); }
+    /// Rows of the highest block.
     int MaxNumberOfRowsInBlock() const noexcept { return m_rowCut.MaxNumberInBlock(); }
+    /// Columns of the widest block.
     int MaxNumberOfColumnsInBlock() const noexcept { return m_columnCut.MaxNumberInBlock(); }
+    /// Rows of the block rows `b0` to `b1`.
     int NumberOfRowsInBlockRange(int b0, int b1) const noexcept { return m_rowCut.NumberInBlocks(b0, b1); }
+    /// Columns of the block columns `b0` to `b1`.
     int NumberOfColumnsInBlockRange(int b0, int b1) const noexcept { return m_columnCut.NumberInBlocks(b0, b1); }
+    /// First row of block row `b`.
     int FirstRowInBlock(int b) const noexcept { return m_rowCut.FirstInBlock(b); }
+    /// First column of block column `b`.
     int FirstColumnInBlock(int b) const noexcept { return m_columnCut.FirstInBlock(b); }
+    /// The block row of row `r`.
     int BlockContainingRow(int r) const noexcept { return m_rowCut.BlockContaining(r); }
+    /// The block column of column `c`.
     int BlockContainingColumn(int c) const noexcept { return m_columnCut.BlockContaining(c); }
-    /// The same rows and columns cut where the store is: what a walk over a matrix that may have been extended goes by.
+    /// The same rows cut where the store is: what a walk over a matrix that may have been extended goes by.
     KVOSrvBlockCut StoredRowBlocks() const noexcept { return m_rowCut.Stored(); }
+    /// The same columns cut where the store is.
     KVOSrvBlockCut StoredColumnBlocks() const noexcept { return m_columnCut.Stored(); }
     /// @}
 
     /// Whether some stored value belongs to both matrices, as with two views that overlap.
     bool Overlaps(KVOSrvDenseMatrix const& other) const noexcept;
 
-    /// Whether the chunk that holds that block was ever written; block numbers as in this matrix. False for a block that is not there.
+    /// Whether the chunk that holds that block was ever written; block numbers as in this matrix. False for a block that is not there, and
+    /// true for every block of a matrix that is stored without chunks.
     bool BlockAllocated(int blockRow, int blockColumn) const;
 
     /// -1 when the stored matrix can grow along no dimension, its number (0 columns, 1 rows) when along one, 2 when along both.
     int ExtendableDim() const;
     /// Appends `count` members with the given numbers to the columns (dim 0) or the rows (dim 1) of the stored matrix; the new values are
     /// zero. Views made before keep their size.
-    /// @return 0 done; 1 this is a view; 2 there are no new members; 3 the matrix has no such dimension; 4 a number is there already, or
+    /// @return 0 done; 1 this is a view; 2 there are no new members (count below 1, or null); 3 the matrix has no such dimension; 4 a
+    /// number is there already, or
     ///         twice among the new ones. Nothing is changed but for 0, nor when an exception leaves
     int ExtendDim(int dim, int count, int const* numbers);
     /// Tells the database how the matrix will be used, so that it can size its cache; the database caps the wish. Other values than the
@@ -128,10 +156,22 @@ public:
     /// @throws KVOSrvMtxInvalidGetRange when the range is empty or leaves this matrix
     /// @throws KVOSimException also when m's array is smaller than the range; nothing is read then
     void GetValues(int r0, int r1, int c0, int c1, KVOSrvMatrix& m) const;
+    /// SetValues() over all columns.
     void SetRows(int r0, int r1, KVOSrvMatrix const& m) { SetValues(r0, r1, 0, NumberOfColumns() - 1, m); }
+    /// GetValues() over all columns.
     void GetRows(int r0, int r1, KVOSrvMatrix& m) const { GetValues(r0, r1, 0, NumberOfColumns() - 1, m); }
+    /// SetValues() over all rows.
     void SetColumns(int c0, int c1, KVOSrvMatrix const& m) { SetValues(0, NumberOfRows() - 1, c0, c1, m); }
+    /// GetValues() over all rows.
     void GetColumns(int c0, int c1, KVOSrvMatrix& m) const { GetValues(0, NumberOfRows() - 1, c0, c1, m); }
+    /// The values of that range where the database keeps them, packed as GetValues() packs them, or null: it may be any range that is more
+    /// than one block, or not at hand. For those that can do without a copy; they stay there until the next call for a matrix of the file.
+    /// @throws KVOSimException when the database fails
+    double const* ValuesInPlace(int r0, int r1, int c0, int c1) const;
+    /// The same, also at the first use, and fetched from the disk where they have to be: for a walk through the matrix.
+    double const* FetchInPlace(int r0, int r1, int c0, int c1) const;
+    /// As ValuesInPlace(), to be changed there.
+    double* ValuesInPlace(int r0, int r1, int c0, int c1);
     /// Starts reading that range into memory, for a GetValues that follows soon; does not wait. Ranges outside are ignored.
     void AnnounceRead(int r0, int r1, int c0, int c1) const noexcept;
     /// @}
@@ -181,7 +221,6 @@ protected:
     void Bind(KVOSimDistribution const& distribution);
 
 private:
-    void MakeTransfer();
     int ExtendDim(KVOSimCSetID const& newMembers);
     bool Contains(int r0, int r1, int c0, int c1) const noexcept;
     KVOSimTransfer TransferOf(int r0, int r1, int c0, int c1) const;

@@ -40,13 +40,18 @@ public:
 
     /// @name Shape, flags, array
     /// @{
+
+    /// Number of rows.
     int NumberOfRows() const noexcept { return m_rows; }
+    /// Number of columns.
     int NumberOfColumns() const noexcept { return m_columns; }
+    /// Whether the array holds the diagonal alone.
     bool IsDiagonal() const noexcept { return m_diagonal; }
     /// The flag given at creation, not a property of the values: see IsSymmetricNumerically().
     bool IsSymmetric() const noexcept { return m_symmetric; }
     /// The array; it stays the matrix's, and valid until an assignment or Transpose() reallocates it.
     double* Values() noexcept { return m_values; }
+    /// The same for reading.
     double const* Values() const noexcept { return m_values; }
     /// How many entries members that take the array as full storage may reach: rows * columns, whoever wraps a diagonal vouching for its
     /// array, but `rows` where the array was allocated for a diagonal.
@@ -134,7 +139,7 @@ public:
     /// this := this + f * D, piece by piece of the stored matrix D, which may be smaller: the rows and columns behind it stay. A factor of
     /// 0 does nothing. A square matrix that is declared symmetric reads the upper triangle of D only, and its own upper triangle is then
     /// copied onto the lower one.
-    /// @throws KVOSrvMtxIllegalInput "Add" if D has more rows or columns, or this matrix is diagonal
+    /// @throws KVOSrvMtxIllegalInput "Add" if D has more rows or columns, "Assignment operator" if this matrix is diagonal
     /// @throws KVOSimException if the database fails; what was added by then stays
     void Add(double f, KVOSrvDenseMatrix const& D);
     /// this := (1 - t) * A + t * B; A and B may be this matrix. A NaN in `t` is let through.

@@ -46,8 +46,9 @@ public:
     KVOSrvDenseMatrix& Get(int id) { return *m_matrices.ConstLookup(id); }
     /// The registered matrix, null when the id is unknown or its matrix was removed. The container owns it.
     KVOSrvDenseMatrix* Find(int id) const noexcept { return m_removed.IsMember(id) ? nullptr : m_matrices.ConstLookup(id); }
-    /// Whether the id was ever registered, and the number of ids that were: those of removed matrices count.
+    /// Whether the id was ever registered: that of a removed matrix counts.
     bool IsMember(int id) const noexcept { return m_matrices.IsMember(id); }
+    /// Number of ids that were ever registered: those of removed matrices count.
     int Size() const noexcept { return m_matrices.Size(); }
 
     /// Deletes the matrix of `id`; the id stays registered. An unknown id, or one removed before, changes nothing.

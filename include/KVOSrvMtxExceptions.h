@@ -4,6 +4,7 @@
 #include "KVOExport.h"
 #include "atr_String.h"
 
+/// @file
 /// The failures of the matrix classes: one class each, with a fixed number and message. A message is translated as a format; its place
 /// receives the payload. The numbers 205, 216 and 217 belong to no class.
 

@@ -29,12 +29,14 @@ public:
     KVOSrvScratchDenseMatrix& operator=(KVOSrvScratchDenseMatrix const&) = delete;
     ~KVOSrvScratchDenseMatrix() override;
 
-    /// The caller's sets, if the matrix was made from such; else, and for views, as for every database matrix.
+    /// The caller's set of the rows, if the matrix was made from one; else, and for views, as for every database matrix.
     KVOSimCSetID RowCSetID() const override;
+    /// The caller's set of the columns, alike.
     KVOSimCSetID ColumnCSetID() const override;
 
     /// The view keeps the file.
     KVOSrvScratchDenseMatrix* ConstSubmatrix(int r0, int r1, int c0, int c1) const override;
+    /// The same for a matrix that may be written through the view.
     KVOSrvScratchDenseMatrix* Submatrix(int r0, int r1, int c0, int c1) override;
 
 protected:

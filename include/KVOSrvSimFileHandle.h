@@ -20,6 +20,7 @@ public:
     KVOSrvSimFileHandle();
     /// Shares the database.
     KVOSrvSimFileHandle(KVOSrvSimFileHandle const& other) noexcept;
+    /// Shares the database of `other`; the one held so far is closed and removed if this was its last handle.
     KVOSrvSimFileHandle& operator=(KVOSrvSimFileHandle const& other) noexcept;
     ~KVOSrvSimFileHandle();
 

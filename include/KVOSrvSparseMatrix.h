@@ -17,9 +17,9 @@ struct SparseRows;
 
 /// One coordinate entry; row and column are 0-based.
 struct KVOSrvSparseMatrixEntry {
-    unsigned row;
-    unsigned column;
-    double value;
+    unsigned row;    ///< 0-based
+    unsigned column; ///< 0-based
+    double value;    ///< what is added at that place
 };
 
 /// Sparse matrix of doubles in compressed rows.
@@ -55,7 +55,9 @@ public:
     /// Stored entries. A half-stored matrix counts its triangle without the diagonal, except after an import of format 6, which counts
     /// the diagonal in.
     int NumberOfNonzeros() const noexcept { return m_nonzeroCount; }
+    /// Number of rows.
     int NumberOfRows() const noexcept { return m_rowCount; }
+    /// Number of columns.
     int NumberOfColumns() const noexcept { return m_columnCount; }
 
     /// True when no stored value differs from 0 (a NaN does), and for a matrix without rows.
@@ -127,7 +129,7 @@ public:
     /// @throws KVOSrvMtxIllegalInput "MultiplyDense" when X has too few rows, KVOSimException when the database fails
     void MultiplyDense(KVOSrvDenseMatrix const& X, double* y, bool transpose) const;
 
-    /// Multiplies every stored value by s.
+    /// Multiplies every stored value by s. The verdict on symmetry stays.
     void Scale(double s);
 
     /// this = A - B, assembled anew in full storage. Places that cancel stay stored with value 0; the sizes only grow. A and B may be
@@ -154,9 +156,11 @@ public:
     /// Nothing is changed after an error.
     void PermuteRows(int const* perm);
 
-    /// The rows, or columns, that hold a stored entry, ascending; a stored zero counts.
+    /// The rows that hold a stored entry, ascending; a stored zero counts.
     /// @param[out] count  length of the list
     unsigned* FindNontrivialRows(int& count) const;
+    /// The columns that hold a stored entry, alike.
+    /// @param[out] count  length of the list
     unsigned* FindNontrivialColumns(int& count) const;
 
     /// Drops the columns without a stored entry and renumbers the others.
@@ -200,8 +204,9 @@ public:
     /// @throws KVOSimException when the database fails; there is no new drawer then
     void Export(KVOSimCSetID const& rows, KVOSimCSetID const& columns, KVOSimDistributionID const& distribution) const;
 
-    /// The sets that number the rows and the columns in the database; null but after an import from there.
+    /// The set that numbers the rows in the database; null but after an import from there.
     KVOSimCSetID RowCSetID() const { return m_rowCSet; }
+    /// The set that numbers the columns in the database; null but after an import from there.
     KVOSimCSetID ColumnCSetID() const { return m_columnCSet; }
 
 private:

@@ -17,12 +17,18 @@ public:
 
     /// @name The shape of op(X), in elements and in blocks; without rows there is no block of rows, columns alike
     /// @{
+
+    /// Rows of op(X).
     int NumberOfRows() const noexcept { return m_numRows; }
+    /// Columns of op(X).
     int NumberOfColumns() const noexcept { return m_numCols; }
+    /// Blocks of rows.
     int NumberOfRowBlocks() const noexcept { return m_numRowBlocks; }
+    /// Blocks of columns.
     int NumberOfColBlocks() const noexcept { return m_numColBlocks; }
-    /// Rows of the row block `i` and columns of the column block `j`, 0-based; not checked.
+    /// Rows of the row block `i`, 0-based; not checked.
     int RowBlockSize(int i) const noexcept { return i == m_numRowBlocks - 1 ? m_lastRowBlockSize : m_blockSize; }
+    /// Columns of the column block `j`, 0-based; not checked.
     int ColBlockSize(int j) const noexcept { return j == m_numColBlocks - 1 ? m_lastColBlockSize : m_blockSize; }
     /// @}
 

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Services that the matrix classes share.
+
 #include "KVOExport.h"
 #include "KVOSimArray.h"
 #include "KVOSimDistribution.h"
@@ -25,6 +28,7 @@ public:
     /// Sets the folder for scratch database files of the process; the text is shared, not copied. Empty, the state at load time, means
     /// the working directory.
     static void SetTempDirectory(cow_String const& dir);
+    /// The folder for scratch database files; empty means the working directory.
     static cow_String GetTempDirectory();
 
     /// Whether a distribution holds a dense matrix: one or two dimensions, one drawer, which is dense.
@@ -40,14 +44,17 @@ public:
     /// distribution then disappears with the transaction, if there is one.
     /// @{
 
-    /// Over `set`, in the context of its collection.
+    /// A vector over `set`, in the context of its collection.
     static KVOSimDistributionID Create1DDistribution(KVOSimCSetID const& set, int chunk);
+    /// The same at `position`, typed.
     static KVOSimDistributionID Create1DDistribution(KVOSimPosition& position, int typeIndex, KVOSimCSetID const& set, int chunk);
     /// A matrix of rows x columns: dimension 0 over the columns, dimension 1 over the rows.
     static KVOSimDistributionID Create2DDistribution(KVOSimCSetID const& rows, KVOSimCSetID const& columns, int rowChunk, int columnChunk);
+    /// The same at `position`, typed.
     static KVOSimDistributionID Create2DDistribution(KVOSimPosition& position, int typeIndex, KVOSimCSetID const& rows,
                                                      KVOSimCSetID const& columns, int rowChunk, int columnChunk);
-    /// Dimension d over sets[d]. @param chunks  one size a dimension, or none: not chunked @param temporary  not kept with the database
+    /// Dimension d over sets[d]. @param chunks  one size a dimension (-1: all of it), or none: not chunked
+    /// @param temporary  not kept with the database
     /// @throws KVOSrvMtxIllegalInput "CreateDistribution" when the number of chunk sizes is another one
     static KVOSimDistributionID CreateDistribution(KVOSimPosition& position, int typeIndex, KVOSimArray<KVOSimCSetID> const& sets,
                                                    KVOSimArray<int> const& chunks, bool temporary);
@@ -56,6 +63,7 @@ public:
     /// For a sparse matrix, whose export makes the drawer: dimension 0 over the rows, dimension 1 over the columns; here the columns take
     /// the colour variant.
     static KVOSimDistributionID CreateSparseDistribution(KVOSimCSetID const& rows, KVOSimCSetID const& columns);
+    /// The same at `position`, typed.
     static KVOSimDistributionID CreateSparseDistribution(KVOSimPosition& position, int typeIndex, KVOSimCSetID const& rows,
                                                          KVOSimCSetID const& columns);
     /// @}

@@ -129,6 +129,17 @@ void SwapTiles(double* lower, double* upper, std::int64_t lda)
         }
 }
 
+// Walking along a row, no prefetcher of the processor follows the lines of the tiles. They are fetched kAhead columns before they are used,
+// into the second level of the cache: with a leading dimension of a power of two they would drive each other out of the first. Time of
+// comparing squares of 512 in memory over that of copying them: not fetched 1.7, 4 tiles ahead 1.3 to either level, 8 ahead 1.1, 16 1.15.
+constexpr std::int64_t kAhead = 8 * kTile;
+
+void FetchTile(double const* a, std::int64_t lda)
+{
+    for (std::int64_t k = 0; k < kTile; ++k)
+        __builtin_prefetch(a + k * lda, 0, 2);
+}
+
 bool TilesEqual(double const* a, std::int64_t lda, double const* b, std::int64_t ldb)
 {
     PairMask equal = {-1, -1};
@@ -252,7 +263,12 @@ void AddMultiple(double f, double const* source, std::int64_t count, double* tar
 bool IsSymmetric(int n, double const* a, std::int64_t lda)
 {
     return VisitTiles(
-        n, Triangle::Lower, [=](std::int64_t i, std::int64_t j) { return TilesEqual(a + i + j * lda, lda, a + j + i * lda, lda); },
+        n, Triangle::Lower,
+        [=](std::int64_t i, std::int64_t j) {
+            if (i + kAhead + kTile <= n)
+                FetchTile(a + j + (i + kAhead) * lda, lda);
+            return TilesEqual(a + i + j * lda, lda, a + j + i * lda, lda);
+        },
         [=](std::int64_t i, std::int64_t j) { return a[i + j * lda] == a[j + i * lda]; });
 }
 
@@ -268,9 +284,8 @@ bool EqualsTransposed(int rows, int columns, double const* a, std::int64_t lda, 
     std::int64_t const endRow = rows - rows % kTile, endColumn = columns - columns % kTile;
     for (std::int64_t j = 0; j < endColumn; j += kTile)
         for (std::int64_t i = 0; i < endRow; i += kTile) {
-            if (i + 5 * kTile <= endRow) // no prefetcher of the processor follows the lines of `b`: 10 % of the time
-                for (std::int64_t k = 0; k < kTile; ++k)
-                    __builtin_prefetch(b + j + (i + k + 4 * kTile) * ldb);
+            if (i + kAhead < endRow)
+                FetchTile(b + j + (i + kAhead) * ldb, ldb);
             if (!TilesEqual(a + i + j * lda, lda, b + j + i * ldb, ldb))
                 return false;
         }

@@ -145,31 +145,73 @@ inline bool IsFull(KVOSrvMatrix const& matrix, int rows, int columns)
     return matrix.NumberOfRows() == rows && matrix.NumberOfColumns() == columns && IsFull(matrix);
 }
 
-/// Up to this many vectors a product takes hardly longer than reading its matrix: pieces are then so small that DGEMM finds them in the
-/// cache. With more of them large pieces save it from packing the vectors again and again. Measured for 8192 x 4096 in chunks of 512 x 512,
-/// time to the product in memory: 64 vectors 1.15 with pieces of 512 x 512, 1.22 to 1.33 with larger ones; 512 vectors 1.10 with
-/// these, 1.05 to 1.07 with pieces of 2048 x 512 and larger.
+/// Calls run(Span) for the parts of `span`, rows or columns, that lie in one block each, in order.
+template<class Run>
+void ForEachBlock(KVOSrvBlockCut const& cut, Span const& span, Run const& run)
+{
+    for (int first = span.first; first <= span.last;) {
+        int const block = cut.BlockContaining(first);
+        int const last = std::min(span.last, cut.FirstInBlock(block) + cut.NumberInBlock(block) - 1);
+        run(Span{first, last});
+        first = last + 1;
+    }
+}
+
+/// Up to this many vectors a product that copies takes hardly longer than reading its matrix: pieces are then so small that DGEMM finds
+/// them in the cache. With more of them large pieces save it from packing the vectors again and again. Measured for 8192 x 4096 in chunks
+/// of 512 x 512, time to the product in memory: 64 vectors 1.15 with pieces of 512 x 512, 1.22 to 1.33 with larger ones; 512 vectors 1.10
+/// with these, 1.05 to 1.07 with pieces of 2048 x 512 and larger.
 constexpr int kFewVectors = 128;
+
+/// How a product with p vectors comes to the values of its stored matrix: block by block, where they lie in the file, or in copied pieces.
+class Source
+{
+public:
+    /// @param blockHeight  of the result of one block: its rows or, transposed, its columns
+    Source(KVOSrvDenseMatrix const& matrix, int p, int blockHeight);
+
+    KVOSrvDenseMatrix const& Matrix() const noexcept { return m_matrix; }
+    bool IsByBlocks() const noexcept { return m_byBlocks; }
+    /// Starts the reading of what is copied later. Blocks are fetched when it is their turn: in large pages, which an announcement
+    /// prevents.
+    void Announce(Window const& w) const noexcept
+    {
+        if (!m_byBlocks)
+            m_matrix.AnnounceRead(w.r0, w.r1, w.c0, w.c1);
+    }
+    void AnnounceRows(Span rows) const noexcept { Announce({rows.first, rows.last, 0, m_matrix.NumberOfColumns() - 1}); }
+    /// The values of a part of a block, where they lie or else copied to `slab`; they are there until the next call for any stored matrix.
+    double const* Find(Window const& w, Slab const& slab) const;
+
+private:
+    KVOSrvDenseMatrix const& m_matrix;
+    bool m_byBlocks;
+};
+
+/// C := alpha op(A(rows, columns)) X + beta C, block by block in order, through `slab`, which holds the largest block, where it must.
+void MultiplyByBlocks(Source const& A, Slab const& slab, char const* transA, Span rows, Span columns, double alpha, Factor const& X, int p,
+                      double beta, Result const& C);
 
 /// The columns of a matrix in pieces of whole block columns that stay in the cache, for slabs of `rows` rows.
 Walk CachedPanels(KVOSrvBlockCut const& columns, int rows);
+
+/// How many block rows a product by rows takes at a time: of many vectors, those that fit the memory of one, the matrix being read in
+/// pieces of one block column. @param resultColumns  of the result's slab, p where it is stored, else 0
+std::int64_t BlockRowsPerSlab(KVOSrvDenseMatrix const& A, int p, int resultColumns);
 
 /// C := alpha A(rows, all columns) X + beta C, piece by piece of the rows.
 class RowProduct
 {
 public:
-    /// @param maxRows  of all the calls that follow
-    RowProduct(KVOSrvDenseMatrix const& A, int maxRows) : RowProduct(A, maxRows, CachedPanels(A.StoredColumnBlocks(), maxRows)) {}
-    RowProduct(KVOSrvDenseMatrix const& A, int maxRows, Walk const& panels)
-        : m_matrix(A), m_panels(panels), m_slab(std::int64_t{maxRows} * panels.MaxCount())
-    {
-    }
+    /// For p vectors. @param maxRows  of all the calls that follow
+    RowProduct(KVOSrvDenseMatrix const& A, int maxRows, int p);
 
-    void operator()(Span rows, double alpha, Factor const& X, int p, double beta, Result const& C) const;
-    void Announce(Span rows) const noexcept { m_matrix.AnnounceRead(rows.first, rows.last, 0, m_matrix.NumberOfColumns() - 1); }
+    void operator()(Span rows, double alpha, Factor const& X, double beta, Result const& C) const;
+    void Announce(Span rows) const noexcept { m_source.AnnounceRows(rows); }
 
 private:
-    KVOSrvDenseMatrix const& m_matrix;
+    Source m_source;
+    int m_vectors;
     Walk m_panels;
     Slab m_slab;
 };

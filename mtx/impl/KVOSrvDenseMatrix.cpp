@@ -2,9 +2,12 @@
 
 #include "KVOSimCSet.h"
 #include "KVOSimCollection.h"
+#include "KVOSimException.h"
 #include "KVOSrvMatrixSupport.h"
 
 #include <algorithm>
+#include <new>
+#include <utility>
 #include <vector>
 
 using KVOSrvMatrixSupport::InputCheck;
@@ -33,10 +36,23 @@ KVOSrvBlockCut CutOf(KVOSimDrawer const& drawer, int dim)
     return KVOSrvBlockCut::Whole(drawer.dimensionSizes[dim], drawer.chunkSizes.IsEmpty() ? 0 : drawer.chunkSizes[dim]);
 }
 
-bool HaveDuplicates(std::vector<int> numbers)
+// Whether `added` names a member twice, or one of `present`.
+bool RepeatMembers(KVOSimArray<int> const& present, std::vector<int> added)
 {
-    std::sort(numbers.begin(), numbers.end());
-    return std::adjacent_find(numbers.begin(), numbers.end()) != numbers.end();
+    std::vector<int> old(present.begin(), present.end());
+    std::sort(old.begin(), old.end());
+    std::sort(added.begin(), added.end());
+    return std::adjacent_find(added.begin(), added.end()) != added.end() ||
+           std::any_of(added.begin(), added.end(), [&](int number) { return std::binary_search(old.begin(), old.end(), number); });
+}
+
+std::unique_ptr<KVOSimTransfer> NewTransfer(KVOSimDistribution const& distribution)
+{
+    auto transfer = std::make_unique<KVOSimTransfer>(distribution);
+    transfer->SetRead();
+    transfer->SetWrite();
+    transfer->SetBufferPadding(0);
+    return transfer;
 }
 
 // The set of those members of `stored` that a matrix has.
@@ -80,7 +96,7 @@ KVOSrvDenseMatrix::KVOSrvDenseMatrix(KVOSrvDenseMatrix const& parent, int r0, in
       m_columnCut(parent.m_columnCut.View(c0, c1)), m_rowCSetID(parent.m_rowCSetID), m_columnCSetID(parent.m_columnCSetID)
 {
     if (!m_distribution.IsNull())
-        MakeTransfer();
+        m_transfer = NewTransfer(m_distribution);
 }
 
 KVOSrvDenseMatrix::~KVOSrvDenseMatrix() = default;
@@ -93,22 +109,13 @@ void KVOSrvDenseMatrix::Bind(KVOSimDistribution const& distribution)
     Require(drawer.kind == KVOSimDenseDrawer && drawer.typeKey == KVOSimDouble, "KVOSrvDenseMatrix");
 
     m_distribution = distribution;
-    MakeTransfer();
+    m_transfer = NewTransfer(m_distribution);
     int const rowDim = RowDim(distribution);
     m_rowCut = CutOf(drawer, rowDim);
     m_rowCSetID = drawer.csets[rowDim];
     m_columnCut = dims == 2 ? CutOf(drawer, 0) : KVOSrvBlockCut::Whole(1, 1);
     if (dims == 2)
         m_columnCSetID = drawer.csets[0];
-}
-
-void KVOSrvDenseMatrix::MakeTransfer()
-{
-    auto transfer = std::make_unique<KVOSimTransfer>(m_distribution);
-    transfer->SetRead();
-    transfer->SetWrite();
-    transfer->SetBufferPadding(0);
-    m_transfer = std::move(transfer);
 }
 
 KVOSimCSetID KVOSrvDenseMatrix::RowCSetID() const
@@ -140,11 +147,14 @@ bool KVOSrvDenseMatrix::BlockAllocated(int blockRow, int blockColumn) const
         return KVOSimDimRange{collection, number, number};
     };
     KVOSimArray<KVOSimCollectionID> const& collections = m_distribution.Collections();
+    KVOSimDrawer const drawer = FirstDrawer(m_distribution);
+    if (drawer.chunkSizes.IsEmpty())
+        return true; // stored in one piece, whatever blocks the matrix counts since it was extended
     KVOSimArray<KVOSimDimRange> range;
     if (collections.Size() == 2)
         range.Append(chunk(collections[0], m_columnCut, blockColumn));
     range.Append(chunk(collections[RowDim(m_distribution)], m_rowCut, blockRow));
-    return m_distribution.ChunkAllocated(FirstDrawer(m_distribution).id, range);
+    return m_distribution.ChunkAllocated(drawer.id, range);
 }
 
 int KVOSrvDenseMatrix::ExtendableDim() const
@@ -156,13 +166,12 @@ int KVOSrvDenseMatrix::ExtendDim(int dim, int count, int const* numbers)
 {
     if (m_isView)
         return 1;
-    if (count <= 0)
+    if (count <= 0 || numbers == nullptr)
         return 2;
     KVOSimCSetID const& members = dim == 0 ? m_columnCSetID : m_rowCSetID;
     if (dim < 0 || dim > 1 || members.IsNull())
         return 3;
-    Require(numbers != nullptr, "ExtendDim");
-    if (HaveDuplicates({numbers, numbers + count}))
+    if (RepeatMembers({}, {numbers, numbers + count}))
         return 4;
     return ExtendDim(KVOSimCollection(members.CollectionID()).CreateTempOrderedCSet(numbers, count));
 }
@@ -174,22 +183,29 @@ int KVOSrvDenseMatrix::ExtendDim(KVOSimCSetID const& newMembers)
         return 3;
     KVOSimCSetID& members = columns ? m_columnCSetID : m_rowCSetID;
     KVOSimArray<int> const old = KVOSimCSet(members).OrderedMembers(), added = KVOSimCSet(newMembers).OrderedMembers();
+    if (RepeatMembers(old, {added.begin(), added.end()}))
+        return 4;
     std::vector<int> all(old.begin(), old.end());
     all.insert(all.end(), added.begin(), added.end());
-    if (HaveDuplicates(all))
-        return 4;
 
     int const dim = columns ? 0 : RowDim(m_distribution);
     auto const size = static_cast<int>(all.size());
     KVOSimCSetID const allMembers = KVOSimCollection(members.CollectionID()).CreateOrderedCSet(all.data(), size);
+    std::unique_ptr<KVOSimTransfer> transfer = NewTransfer(m_distribution);
     KVOSimTransfer extension(*m_transfer);
     extension.SetDimExtension(dim, newMembers);
     extension.CheckView();
     extension.InitializeExtension();
     extension.RelinquishBuffers();
-    extension.SetDimMembers(dim, allMembers);
-    MakeTransfer();
+    // The store has grown: from here on nothing may leave before this matrix has, too. A dimension that keeps the set that the extension
+    // made for it has the same members.
+    try {
+        extension.SetDimMembers(dim, allMembers);
+    } catch (KVOSimException const&) {
+    } catch (std::bad_alloc const&) {
+    }
 
+    m_transfer = std::move(transfer);
     members = allMembers;
     // Deliberate, also when rows are added: callers know the first block column by the width that it gets here. In a matrix that was grown
     // from one short block column this mends what Append leaves; the height of block row 0 is never mended.

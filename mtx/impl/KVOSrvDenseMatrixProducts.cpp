@@ -15,14 +15,11 @@ void MultiplyInMemory(KVOSrvDenseMatrix const& A, double const* X, int p, double
     if (rows == 0 || p == 0)
         return;
     Require((X != nullptr || columns == 0) && C != nullptr && X != C, "Multiply");
-    // Of many vectors, pieces one block column wide and as many block rows high as fit the memory of one block row.
-    Walk const panels(A.StoredColumnBlocks());
-    bool const tall = p > kFewVectors;
-    Walk const slabs(A.StoredRowBlocks(), tall ? columns / std::max(1, panels.MaxCount()) : 1);
-    RowProduct const product(A, slabs.MaxCount(), tall ? panels : CachedPanels(A.StoredColumnBlocks(), slabs.MaxCount()));
+    Walk const slabs(A.StoredRowBlocks(), BlockRowsPerSlab(A, p, 0));
+    RowProduct const product(A, slabs.MaxCount(), p);
     slabs.ForEach([&](Span slab) { product.Announce(slab); },
                   [&](Span slab) {
-                      product(slab, 1.0, {X, columns}, p, beta, Result{C, rows}.At(slab.first, 0));
+                      product(slab, 1.0, {X, columns}, beta, Result{C, rows}.At(slab.first, 0));
                   });
 }
 
@@ -117,8 +114,8 @@ void KVOSrvDenseMatrix::Multiply(double alpha, KVOSrvMatrix const& X, double bet
         return;
     if (X.IsDiagonal())
         return MultiplyByDiagonal(*this, X.Values(), beta, Y); // deliberate: alpha is not applied to a diagonal X
-    Walk const slabs(Y.StoredRowBlocks());
-    RowProduct const product(*this, slabs.MaxCount());
+    Walk const slabs(Y.StoredRowBlocks(), BlockRowsPerSlab(*this, p, p));
+    RowProduct const product(*this, slabs.MaxCount(), p);
     Slab const result(std::int64_t{slabs.MaxCount()} * p);
     slabs.ForEach(
         [&](Span rows) {
@@ -130,7 +127,7 @@ void KVOSrvDenseMatrix::Multiply(double alpha, KVOSrvMatrix const& X, double bet
             Window const window{rows.first, rows.last, 0, p - 1};
             if (beta != 0.0)
                 result.Read(Y, window);
-            product(rows, alpha, {X.Values(), columns}, p, beta, {result.Values(), rows.Count()});
+            product(rows, alpha, {X.Values(), columns}, beta, {result.Values(), rows.Count()});
             result.Write(Y, window);
         });
 }
@@ -142,11 +139,11 @@ void KVOSrvDenseMatrix::MultiplyAssign(KVOSrvMatrix const& X)
     if (columns == 0)
         return;
     Walk const slabs(StoredRowBlocks());
-    RowProduct const product(*this, slabs.MaxCount());
+    RowProduct const product(*this, slabs.MaxCount(), columns);
     Slab const result(std::int64_t{slabs.MaxCount()} * columns);
     slabs.ForEach([&](Span rows) { product.Announce(rows); },
                   [&](Span rows) {
-                      product(rows, 1.0, {X.Values(), columns}, columns, 0.0, {result.Values(), rows.Count()});
+                      product(rows, 1.0, {X.Values(), columns}, 0.0, {result.Values(), rows.Count()});
                       result.Write(*this, {rows.first, rows.last, 0, columns - 1});
                   });
 }
@@ -162,7 +159,7 @@ void KVOSrvDenseMatrix::IndexedMultiply(KVOSrvMatrix const& X, KVOSrvDenseMatrix
     int longest = 0;
     for (int g = 0; g < nRanges; ++g)
         longest = std::max(longest, ranges[g + 1] - ranges[g]);
-    RowProduct const product(*this, longest);
+    RowProduct const product(*this, longest, p);
     Slab const result(std::int64_t{longest} * p);
     auto const announce = [&](int g) {
         if (g < nRanges)
@@ -173,7 +170,7 @@ void KVOSrvDenseMatrix::IndexedMultiply(KVOSrvMatrix const& X, KVOSrvDenseMatrix
     for (int g = 0; g < nRanges; ++g) {
         announce(g + kSlabsAhead);
         Group const group = GroupAt(rows, ranges, g);
-        product(group.rows, 1.0, {X.Values(), NumberOfColumns()}, p, 0.0, {result.Values(), group.rows.Count()});
+        product(group.rows, 1.0, {X.Values(), NumberOfColumns()}, 0.0, {result.Values(), group.rows.Count()});
         result.Write(Y, {group.targets.first, group.targets.last, 0, p - 1});
     }
 }

@@ -6,6 +6,13 @@
 
 using namespace DenseSlabs;
 
+namespace
+{
+
+constexpr KVOSrvMatrixSupport::InputCheck RequireOfSet("mtx/impl/KVOSrvDenseMatrixSet");
+
+} // namespace
+
 KVOSrvDenseMatrixSet::KVOSrvDenseMatrixSet(KVOSrvDenseMatrix const** members, int count) : m_members(members), m_numMembers(count)
 {
     if (members == nullptr || count < 1)
@@ -19,7 +26,7 @@ KVOSrvDenseMatrixSet::KVOSrvDenseMatrixSet(KVOSrvDenseMatrix const** members, in
         columns += members[k]->NumberOfColumns();
         m_maxColumnsInBlock = std::max(m_maxColumnsInBlock, members[k]->MaxNumberOfColumnsInBlock());
     }
-    Require(columns <= INT_MAX, "KVOSrvDenseMatrixSet");
+    RequireOfSet(columns <= INT_MAX, "KVOSrvDenseMatrixSet");
     m_numColumns = static_cast<int>(columns);
 }
 
@@ -40,9 +47,9 @@ bool KVOSrvDenseMatrixSet::FitsMembers() const
 
 void KVOSrvDenseMatrixSet::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvDenseMatrix* C, int symmetric) const
 {
-    Require(FitsMembers() && B != nullptr && C != nullptr, "TransposeMultiply");
+    RequireOfSet(FitsMembers() && B != nullptr && C != nullptr, "TransposeMultiply");
     int const n = B->NumberOfColumns();
-    Require(B->NumberOfRows() == m_numRows && C->NumberOfRows() == m_numColumns && C->NumberOfColumns() >= n, "TransposeMultiply");
+    RequireOfSet(B->NumberOfRows() == m_numRows && C->NumberOfRows() == m_numColumns && C->NumberOfColumns() >= n, "TransposeMultiply");
     if (n == 0 || m_numColumns == 0)
         return;
     KVOSrvMatrix product(m_numColumns, n, nullptr, false, false);
@@ -52,9 +59,9 @@ void KVOSrvDenseMatrixSet::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvD
 
 void KVOSrvDenseMatrixSet::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvMatrix& C, int symmetric) const
 {
-    Require(FitsMembers() && B != nullptr, "TransposeMultiply");
+    RequireOfSet(FitsMembers() && B != nullptr, "TransposeMultiply");
     int const n = B->NumberOfColumns();
-    Require(B->NumberOfRows() == m_numRows && IsFull(C, m_numColumns, n), "TransposeMultiply");
+    RequireOfSet(B->NumberOfRows() == m_numRows && IsFull(C, m_numColumns, n), "TransposeMultiply");
     if (n == 0 || m_numColumns == 0)
         return;
     // 64 bits, because the products may exceed 32; the result does not depend on what comes out.

@@ -63,6 +63,21 @@ void KVOSrvDenseMatrix::GetValues(int r0, int r1, int c0, int c1, KVOSrvMatrix& 
     transfer.RelinquishBuffers();
 }
 
+double const* KVOSrvDenseMatrix::ValuesInPlace(int r0, int r1, int c0, int c1) const
+{
+    return Contains(r0, r1, c0, c1) ? static_cast<double const*>(TransferOf(r0, r1, c0, c1).InPlace()) : nullptr;
+}
+
+double const* KVOSrvDenseMatrix::FetchInPlace(int r0, int r1, int c0, int c1) const
+{
+    return Contains(r0, r1, c0, c1) ? static_cast<double const*>(TransferOf(r0, r1, c0, c1).FetchInPlace()) : nullptr;
+}
+
+double* KVOSrvDenseMatrix::ValuesInPlace(int r0, int r1, int c0, int c1)
+{
+    return Contains(r0, r1, c0, c1) ? static_cast<double*>(TransferOf(r0, r1, c0, c1).InPlaceForWriting()) : nullptr;
+}
+
 void KVOSrvDenseMatrix::AnnounceRead(int r0, int r1, int c0, int c1) const noexcept
 {
     if (!Contains(r0, r1, c0, c1))

@@ -2,6 +2,8 @@
 
 #include "DenseSlabs.h"
 
+#include <climits>
+
 using namespace DenseSlabs;
 
 namespace
@@ -23,32 +25,35 @@ class PieceProduct
 {
 public:
     PieceProduct(KVOSrvDenseMatrix const& A, int p)
-        : m_matrix(A), m_blocks(A.StoredRowBlocks()),
+        : m_source(A, p, A.StoredColumnBlocks().MaxNumberInBlock()),
           m_panels(p > kFewVectors ? Walk(A.StoredColumnBlocks(), A.StoredColumnBlocks().blocks)
-                                   : CachedPanels(A.StoredColumnBlocks(), m_blocks.MaxNumberInBlock())),
-          m_slab(std::int64_t{m_blocks.MaxNumberInBlock()} * m_panels.MaxCount())
+                                   : CachedPanels(A.StoredColumnBlocks(), A.StoredRowBlocks().MaxNumberInBlock())),
+          m_slab(std::int64_t{A.StoredRowBlocks().MaxNumberInBlock()} * m_panels.MaxCount())
     {
     }
 
+    void Announce(Span rows) const noexcept { m_source.AnnounceRows(rows); }
     /// @param rows  whole block rows @param X  as many rows
     void operator()(Span rows, KVOSrvMatrix const& X, KVOSrvMatrix& C) const
     {
-        for (int first = rows.first; first <= rows.last;) {
-            int const count = m_blocks.NumberInBlock(m_blocks.BlockContaining(first));
-            Factor const x = Factor{X.Values(), X.NumberOfRows()}.At(first - rows.first, 0);
+        Factor const x{X.Values(), X.NumberOfRows()};
+        Result const c{C.Values(), C.NumberOfRows()};
+        KVOSrvDenseMatrix const& A = m_source.Matrix();
+        int const p = X.NumberOfColumns();
+        if (m_source.IsByBlocks())
+            return MultiplyByBlocks(m_source, m_slab, "T", rows, {0, A.NumberOfColumns() - 1}, 1.0, x, p, rows.first == 0 ? 0.0 : 1.0, c);
+        ForEachBlock(A.StoredRowBlocks(), rows, [&](Span block) {
             for (int panel = 0; panel < m_panels.Slabs(); ++panel) {
                 Span const columns = m_panels.At(panel);
-                m_slab.Read(m_matrix, {first, first + count - 1, columns.first, columns.last});
-                Multiply("T", {columns.Count(), X.NumberOfColumns(), count}, 1.0, {m_slab.Values(), count}, x, first == 0 ? 0.0 : 1.0,
-                         Result{C.Values(), C.NumberOfRows()}.At(columns.first, 0));
+                m_slab.Read(A, {block.first, block.last, columns.first, columns.last});
+                Multiply("T", {columns.Count(), p, block.Count()}, 1.0, {m_slab.Values(), block.Count()}, x.At(block.first - rows.first, 0),
+                         block.first == 0 ? 0.0 : 1.0, c.At(columns.first, 0));
             }
-            first += count;
-        }
+        });
     }
 
 private:
-    KVOSrvDenseMatrix const& m_matrix;
-    KVOSrvBlockCut m_blocks;
+    Source m_source;
     Walk m_panels;
     Slab m_slab;
 };
@@ -64,7 +69,7 @@ void MultiplyPasses(KVOSrvDenseMatrix const& A, Walk const& passes, int p, Read 
     Slab const slab(symmetric ? std::int64_t{passes.MaxCount()} * columns : 0), other(std::int64_t{passes.MaxCount()} * p);
     PieceProduct const product(A, p);
     int accumulate = 0;
-    passes.ForEach([&](Span rows) { A.AnnounceRead(rows.first, rows.last, 0, columns - 1); },
+    passes.ForEach([&](Span rows) { symmetric ? A.AnnounceRead(rows.first, rows.last, 0, columns - 1) : product.Announce(rows); },
                    [&](Span rows) {
                        KVOSrvMatrix x = other.As(rows.Count(), p);
                        Timed([&] { readX(rows, x); });
@@ -89,12 +94,19 @@ void KVOSrvDenseMatrix::TransposeMultiply(double const* x, int k, double* y, int
     Require(x != nullptr && y != nullptr && x != y, "TransposeMultiply");
     Walk const slabs(StoredColumnBlocks());
     Slab const slab(std::int64_t{r} * slabs.MaxCount());
-    slabs.ForEach([&](Span block) { AnnounceRead(0, r - 1, block.first, block.last); },
-                  [&](Span block) {
-                      slab.Read(*this, {0, r - 1, block.first, block.last});
-                      DenseSlabs::Multiply("T", {block.Count(), k, r}, 1.0, {slab.Values(), r}, {x, r}, 1.0,
-                                           {y + block.first, columns}); // deliberate: y is not cleared, callers pass a prepared one
-                  });
+    Source const source(*this, k, slabs.MaxCount());
+    slabs.ForEach(
+        [&](Span block) {
+            source.Announce({0, r - 1, block.first, block.last});
+        },
+        [&](Span block) {
+            Result const result = Result{y, columns}.At(block.first, 0);
+            // Deliberate: y is not cleared, callers pass a prepared one.
+            if (source.IsByBlocks())
+                return MultiplyByBlocks(source, slab, "T", {0, r - 1}, block, 1.0, {x, r}, k, 1.0, result);
+            slab.Read(*this, {0, r - 1, block.first, block.last});
+            DenseSlabs::Multiply("T", {block.Count(), k, r}, 1.0, {slab.Values(), r}, {x, r}, 1.0, result);
+        });
 }
 
 void KVOSrvDenseMatrix::TransposeMultiply(int const* perm, KVOSrvMatrix const& X, KVOSrvMatrix& Y, double alpha, double beta)
@@ -106,14 +118,21 @@ void KVOSrvDenseMatrix::TransposeMultiply(int const* perm, KVOSrvMatrix const& X
     Require(X.Values() != Y.Values(), "TransposeMultiply");
     Walk const slabs(StoredColumnBlocks());
     Slab const slab(std::int64_t{rows} * slabs.MaxCount());
-    slabs.ForEach([&](Span block) { AnnounceRead(0, rows - 1, block.first, block.last); },
-                  [&](Span block) {
-                      slab.Read(*this, {0, rows - 1, block.first, block.last});
-                      if (perm != nullptr)
-                          slab.As(rows, block.Count()).PermuteRowsInPlace(perm, rows);
-                      DenseSlabs::Multiply("T", {block.Count(), p, rows}, alpha, {slab.Values(), rows}, {X.Values(), rows}, beta,
-                                           Result{Y.Values(), Y.NumberOfRows()}.At(block.first, 0));
-                  });
+    Source const source(*this, perm == nullptr ? p : INT_MAX, slabs.MaxCount()); // rows are permuted in a copy
+    slabs.ForEach(
+        [&](Span block) {
+            source.Announce({0, rows - 1, block.first, block.last});
+        },
+        [&](Span block) {
+            Factor const x{X.Values(), rows};
+            Result const result = Result{Y.Values(), Y.NumberOfRows()}.At(block.first, 0);
+            if (source.IsByBlocks())
+                return MultiplyByBlocks(source, slab, "T", {0, rows - 1}, block, alpha, x, p, beta, result);
+            slab.Read(*this, {0, rows - 1, block.first, block.last});
+            if (perm != nullptr)
+                slab.As(rows, block.Count()).PermuteRowsInPlace(perm, rows);
+            DenseSlabs::Multiply("T", {block.Count(), p, rows}, alpha, {slab.Values(), rows}, x, beta, result);
+        });
 }
 
 void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvMatrix const& X, double* C, int symmetric) const

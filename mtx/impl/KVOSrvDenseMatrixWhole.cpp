@@ -24,11 +24,13 @@ namespace
 
 constexpr InputCheck Require("mtx/impl/KVOSrvDenseMatrix");
 
-// What is computed with stays in the cache between its transfers, 1 MiB of each matrix: time of Scale and AddAssign over that of their
-// transfers by blocks of 512 x 512, with pieces of 256 KiB 1.48 and 1.45, 512 KiB 1.32 and 1.30, 1 MiB 1.17 and 1.21, 2 MiB 1.21 and 1.27.
+// What is computed with is worked on where it lies, or stays in the cache between its transfers, 1 MiB of each matrix: time of Scale and
+// AddAssign, copied, over that of their transfers by blocks of 512 x 512, with pieces of 256 KiB 1.48 and 1.45, 512 KiB 1.32 and 1.30, 1
+// MiB 1.17 and 1.21, 2 MiB 1.21 and 1.27.
 constexpr std::int64_t kCacheEntries = 1 << 17;
-// Two squares are compared at a time. Whole blocks although they lie in the last-level cache only: smaller squares are no contiguous part
-// of the file, and reading those takes more than is won (time over that of reading all blocks: 2.7 with a side of 128, 1.9 with 512).
+// Two squares are compared at a time, where they lie or copied. Whole blocks although they lie in the last-level cache only: smaller
+// squares are no contiguous part of the file, and reading those takes more than is won (time over that of reading all blocks: 2.7 with a
+// side of 128, 1.9 with 512).
 constexpr int kComparedSide = 1024;
 // What is only passed on goes by whole blocks, but an unchunked matrix, all one block, does not go as a whole.
 constexpr std::int64_t kPieceEntries = 1 << 24;
@@ -46,6 +48,14 @@ public:
     {
         KVOSrvMatrix values = Of(w.Rows(), w.Columns());
         matrix.GetValues(w.r0, w.r1, w.c0, w.c1, values);
+    }
+    /// The values where they lie, or read.
+    double const* Find(KVOSrvDenseMatrix const& matrix, Window const& w) const
+    {
+        if (double const* const values = matrix.ValuesInPlace(w.r0, w.r1, w.c0, w.c1))
+            return values;
+        Read(matrix, w);
+        return Values();
     }
     void Write(KVOSrvDenseMatrix& matrix, Window const& w) const { matrix.SetValues(w.r0, w.r1, w.c0, w.c1, Of(w.Rows(), w.Columns())); }
 
@@ -263,10 +273,17 @@ void KVOSrvDenseMatrix::CopyMappedRows(KVOSrvDenseMatrix const* src, bool /*clea
 void KVOSrvDenseMatrix::AddAssign(KVOSrvDenseMatrix const& other)
 {
     Require(other.NumberOfRows() == NumberOfRows() && other.NumberOfColumns() == NumberOfColumns(), "AddAssign");
+    // Views of one store may overlap.
+    bool const sameStore = !IsNull() && DistributionID() == other.DistributionID();
     KVOSrvBlockCut const rows = m_rowCut.Stored(), columns = m_columnCut.Stored();
     DenseTiles::Limit const limit = LimitEntries(rows, kCacheEntries);
     Piece const sum = PieceFor(rows, columns, limit), addend = PieceFor(rows, columns, limit);
     ForEachTile(rows, columns, limit, [&](Window const& w) {
+        double* const values = sameStore ? nullptr : ValuesInPlace(w.r0, w.r1, w.c0, w.c1);
+        double const* const added = values != nullptr ? other.ValuesInPlace(w.r0, w.r1, w.c0, w.c1) : nullptr;
+        // Asked again: a matrix of the same file may have moved the values when its own were looked for.
+        if (double* const still = added != nullptr ? ValuesInPlace(w.r0, w.r1, w.c0, w.c1) : nullptr)
+            return DenseKernels::AddMultiple(1.0, added, w.Entries(), still, 1);
         sum.Read(*this, w);
         addend.Read(other, w);
         DenseKernels::AddMultiple(1.0, addend.Values(), w.Entries(), sum.Values(), 1);
@@ -280,9 +297,13 @@ void KVOSrvDenseMatrix::Scale(double factor)
     DenseTiles::Limit const limit = LimitEntries(rows, kCacheEntries);
     Piece const piece = PieceFor(rows, columns, limit);
     ForEachTile(rows, columns, limit, [&](Window const& w) {
-        piece.Read(*this, w);
-        std::for_each(piece.Values(), piece.Values() + w.Entries(), [factor](double& value) { value *= factor; });
-        piece.Write(*this, w);
+        double* const inPlace = ValuesInPlace(w.r0, w.r1, w.c0, w.c1);
+        if (inPlace == nullptr)
+            piece.Read(*this, w);
+        double* const values = inPlace != nullptr ? inPlace : piece.Values();
+        std::for_each(values, values + w.Entries(), [factor](double& value) { value *= factor; });
+        if (inPlace == nullptr)
+            piece.Write(*this, w);
     });
 }
 
@@ -299,13 +320,15 @@ bool KVOSrvDenseMatrix::IsSymmetric() const
     ForEachTile(rows, columns, limit, [&](Window const& w) {
         if (!symmetric || w.r0 > w.c1) // known already, or below the diagonal: it has been the mirror image of others
             return;
-        piece.Read(*this, w);
         if (w.r0 == w.c0 && w.r1 == w.c1) {
-            symmetric = DenseKernels::IsSymmetric(w.Rows(), piece.Values(), w.Rows());
+            symmetric = DenseKernels::IsSymmetric(w.Rows(), piece.Find(*this, w), w.Rows());
             return;
         }
-        mirror.Read(*this, {w.c0, w.c1, w.r0, w.r1});
-        symmetric = EqualsMirror(w, piece.Values(), mirror.Values());
+        double const* a = piece.Find(*this, w);
+        double const* const b = mirror.Find(*this, {w.c0, w.c1, w.r0, w.r1});
+        if (a != piece.Values())
+            a = piece.Find(*this, w); // finding the mirror image may have moved it
+        symmetric = EqualsMirror(w, a, b);
     });
     return symmetric;
 }

@@ -17,7 +17,8 @@ void KVOSrvMatrix::Add(double f, KVOSrvDenseMatrix const& D)
 {
     if (f == 0.0)
         return;
-    Require(D.NumberOfRows() <= m_rows && D.NumberOfColumns() <= m_columns && !m_diagonal, "Add");
+    Require(!m_diagonal, "Assignment operator"); // as AddSlice(), which adds each piece, refuses a diagonal target
+    Require(D.NumberOfRows() <= m_rows && D.NumberOfColumns() <= m_columns, "Add");
     bool const byTriangle = m_symmetric && IsSquare();
     KVOSrvBlockCut const rows = D.StoredRowBlocks(), columns = D.StoredColumnBlocks();
     DenseTiles::Limit const limit = DenseTiles::LimitEntries(rows, kPieceEntries);

@@ -99,6 +99,4 @@ void KVOSrvSparseMatrix::Scale(double s)
     std::for_each_n(m_values.get(), StoredEntries(), [s](double& value) { value *= s; });
     if (HoldsDiagonal())
         std::for_each_n(m_diagonal.get(), m_rowCount, [s](double& value) { value *= s; });
-    if (m_symmetryState == 2)
-        m_symmetryState = 0; // a factor of 0 makes entries equal
 }

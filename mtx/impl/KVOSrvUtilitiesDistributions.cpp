@@ -6,6 +6,8 @@
 #include "KVOSrvMtxExceptions.h"
 #include "KVOSrvUtilities.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <utility>
 #include <vector>
 
@@ -85,26 +87,49 @@ KVOSimDistributionID WithDrawer(KVOSimDistributionID const& id, KVOSimArray<KVOS
 }
 
 // Bad arguments are refused before the distribution is there, which would stay behind empty.
-void Require(bool valid, char const* doing, char const* why, int line = __builtin_LINE())
+void Require(bool valid, KVOSimContext const& context, char const* doing, char const* why, int line = __builtin_LINE())
 {
     if (!valid)
-        KVOSimException(doing, "", why).Throw("mtx/impl/KVOSrvUtilities", line);
+        KVOSimException(doing, context.Path(), why).Throw("mtx/impl/KVOSrvUtilities", line);
 }
 
-// None when all are -1; else with the sizes of the sets put in for -1.
-KVOSimArray<int> ChunkSizes(KVOSimArray<KVOSimCSetID> const& sets, KVOSimArray<int> chunks)
+bool IsWhole(KVOSimArray<int> const& chunks)
 {
-    bool chunked = false;
-    for (int const chunk : chunks) {
-        Require(chunk > 0 || chunk == kWholeDimension, "Cannot make a distribution", "a chunk size is neither positive nor -1");
-        chunked = chunked || chunk != kWholeDimension;
-    }
-    if (!chunked)
-        return {};
-    for (int dim = 0; dim < chunks.Size(); ++dim)
+    return std::all_of(chunks.begin(), chunks.end(), [](int chunk) { return chunk == kWholeDimension; });
+}
+
+bool IsChunk(KVOSimArray<int> const& chunks)
+{
+    std::uint64_t bytes = sizeof(double);
+    for (int const chunk : chunks)
+        if (__builtin_mul_overflow(bytes, static_cast<std::uint64_t>(chunk), &bytes))
+            return false;
+    return bytes < std::uint64_t{1} << 32; // what the database stores in one piece
+}
+
+// With the sizes of the sets put in for -1. Chunks that are too large for the database only because they reach beyond the matrix end with
+// it.
+KVOSimArray<int> ChunkSizes(KVOSimContext const& context, KVOSimArray<KVOSimCSetID> const& sets, KVOSimArray<int> chunks)
+{
+    constexpr char const* kMaking = "Cannot make a distribution";
+    KVOSimArray<int> sizes;
+    for (int dim = 0; dim < chunks.Size(); ++dim) {
+        Require(chunks[dim] > 0 || chunks[dim] == kWholeDimension, context, kMaking, "a chunk size is neither positive nor -1");
+        sizes.Append(std::max(1, KVOSimCSet(sets[dim]).Size()));
         if (chunks[dim] == kWholeDimension)
-            chunks[dim] = KVOSimCSet(sets[dim]).Size();
+            chunks[dim] = sizes[dim];
+    }
+    if (!IsChunk(chunks))
+        for (int dim = 0; dim < chunks.Size(); ++dim)
+            chunks[dim] = std::min(chunks[dim], sizes[dim]);
+    Require(IsChunk(chunks), context, kMaking, "a chunk must stay below 4 GiB");
     return chunks;
+}
+
+// Matrices whose chunk sizes are all -1 are not chunked.
+KVOSimArray<int> ChunksOrNone(KVOSimContext const& context, KVOSimArray<KVOSimCSetID> const& sets, KVOSimArray<int> const& chunks)
+{
+    return IsWhole(chunks) ? KVOSimArray<int>() : ChunkSizes(context, sets, chunks);
 }
 
 template<class T>
@@ -140,7 +165,7 @@ KVOSimDistributionID KVOSrvUtilities::Create1DDistribution(KVOSimCSetID const& s
 KVOSimDistributionID KVOSrvUtilities::Create1DDistribution(KVOSimPosition& position, int typeIndex, KVOSimCSetID const& set, int chunk)
 {
     KVOSimArray<KVOSimCSetID> const sets = List<KVOSimCSetID>({set});
-    KVOSimArray<int> const chunks = ChunkSizes(sets, List<int>({chunk}));
+    KVOSimArray<int> const chunks = ChunksOrNone(position.Context(), sets, List<int>({chunk}));
     return WithDrawer(CreateAt(position, typeIndex, GridOf(sets)), sets, chunks);
 }
 
@@ -155,7 +180,7 @@ KVOSimDistributionID KVOSrvUtilities::Create2DDistribution(KVOSimPosition& posit
                                                            KVOSimCSetID const& columns, int rowChunk, int columnChunk)
 {
     KVOSimArray<KVOSimCSetID> const sets = InDistinctColors(List<KVOSimCSetID>({columns, rows}));
-    KVOSimArray<int> const chunks = ChunkSizes(sets, List<int>({columnChunk, rowChunk}));
+    KVOSimArray<int> const chunks = ChunksOrNone(position.Context(), sets, List<int>({columnChunk, rowChunk}));
     return WithDrawer(CreateAt(position, typeIndex, GridOf(sets)), sets, chunks);
 }
 
@@ -165,7 +190,7 @@ KVOSimDistributionID KVOSrvUtilities::CreateDistribution(KVOSimPosition& positio
     if (!chunks.IsEmpty() && chunks.Size() != sets.Size())
         KVOSrvMtxIllegalInput("CreateDistribution").Throw("mtx/impl/KVOSrvUtilities", __LINE__);
     KVOSimArray<KVOSimCSetID> const colored = InDistinctColors(sets);
-    KVOSimArray<int> const sizes = ChunkSizes(colored, chunks);
+    KVOSimArray<int> const sizes = ChunkSizes(position.Context(), colored, chunks);
     KVOSimGrid const grid = GridOf(colored);
     KVOSimDistributionID const id = temporary ? CreateTemporaryAt(position, typeIndex, grid) : CreateAt(position, typeIndex, grid);
     return WithDrawer(id, colored, sizes);
@@ -174,7 +199,10 @@ KVOSimDistributionID KVOSrvUtilities::CreateDistribution(KVOSimPosition& positio
 KVOSimDistributionID KVOSrvUtilities::Write1DIntDistribution(KVOSimCSetID const& set, int const* values, int count)
 {
     KVOSimContext context = ContextOf(set);
-    Require(count >= KVOSimCSet(set).Size(), "Cannot write a distribution", "there are fewer values than members");
+    constexpr char const* kWriting = "Cannot write a distribution";
+    int const members = KVOSimCSet(set).Size();
+    Require(count >= members, context, kWriting, "there are fewer values than members");
+    Require(values != nullptr || members == 0, context, kWriting, "the values are null");
     KVOSimGrid const grid = GridOf(List<KVOSimCSetID>({set}));
     KVOSimDistributionID const id = context.CreateDistribution(grid, KVOSimRangeType(KVOSimInt32), -1);
     KVOSimTransfer transfer{KVOSimDistribution(id)};

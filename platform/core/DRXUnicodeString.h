@@ -13,8 +13,10 @@ public:
 
     /// The bytes, null-terminated, never null; they live as long as this object or a copy of it.
     char const* Utf8() const noexcept { return m_text.c_str(); }
+    /// Whether there are no bytes.
     bool IsEmpty() const noexcept { return m_text.IsEmpty(); }
 
+    /// Compares the bytes.
     friend bool operator==(DRXUnicodeString const& a, DRXUnicodeString const& b) noexcept { return a.m_text == b.m_text; }
 
 private:

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Messages, put together from a format and values, and their translation.
+
 #include "KVOExport.h"
 #include "atr_String.h"
 

@@ -23,12 +23,15 @@ class cow_List
 
 public:
     cow_List() noexcept = default;
+    /// Shares the content of `other`, O(1).
     cow_List(cow_List const& other) noexcept : m_content(other.m_content)
     {
         if (m_content != nullptr)
             ++m_content->sharers;
     }
+    /// Takes the content of `other`, which is empty then.
     cow_List(cow_List&& other) noexcept : m_content(std::exchange(other.m_content, nullptr)) {}
+    /// Takes the content of `other`, a copy or a temporary; shares it when it was copied.
     cow_List& operator=(cow_List other) noexcept
     {
         std::swap(m_content, other.m_content);
@@ -36,6 +39,7 @@ public:
     }
     ~cow_List() { Release(); }
 
+    /// Number of elements.
     std::int64_t Size() const noexcept { return m_content != nullptr ? m_content->Size() : 0; }
 
     /// Element `index`, 0-based; not checked.
@@ -71,8 +75,9 @@ public:
         m_content->limit = m_content->blocks[last] + LengthOf(last);
     }
 
-    /// The content in order, in pieces: Block(0), Block(1), ... Block(BlockCount() - 1), none of them empty.
+    /// Number of pieces that Block() gives; 0 for an empty list.
     int BlockCount() const noexcept { return m_content != nullptr ? m_content->blockCount : 0; }
+    /// The content in order, in pieces: Block(0), Block(1), ... Block(BlockCount() - 1), none of them empty.
     std::span<T const> Block(int block) const noexcept
     {
         T const* const begin = m_content->blocks[block];

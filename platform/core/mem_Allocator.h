@@ -6,12 +6,14 @@
 #include <cstdint>
 #include <new>
 
+/// @file
 /// The platform's allocator. Every array and every object of the libraries above comes from here.
 
 /// Thrown when memory is exhausted or a size is larger than any object can be; the text names the size asked for.
 class KVO_EXPORT mem_OutOfMemory : public std::bad_alloc
 {
 public:
+    /// @param bytes  the size that was asked for
     explicit mem_OutOfMemory(std::size_t bytes) noexcept;
     ~mem_OutOfMemory() override;
     mem_OutOfMemory(mem_OutOfMemory const&) noexcept = default;
@@ -57,13 +59,18 @@ KVO_EXPORT void mem_FailAllocationAfter(std::int64_t successes) noexcept;
 class KVO_EXPORT mem_AllocationOperators
 {
 public:
+    /// Allocates by mem_OperatorNewThrow().
     static void* operator new(std::size_t bytes) { return mem_OperatorNewThrow(bytes); }
+    /// Constructs in place, without allocating.
     static void* operator new(std::size_t, void* place) noexcept { return place; }
+    /// Releases by mem_Free().
     static void operator delete(void* memory) noexcept { mem_Free(memory); }
+    /// Belongs to the construction in place; does nothing.
     static void operator delete(void*, void*) noexcept {}
 };
 
 /// Deleter for a unique_ptr that holds an array of the platform's allocator.
 struct mem_Deleter {
+    /// Releases by mem_Free().
     void operator()(void* memory) const noexcept { mem_Free(memory); }
 };

@@ -14,6 +14,7 @@ public:
     /// @throws std::invalid_argument for a negative count and for a missing list
     KVOFsmSystemDofDefinition(int count, int const* nodes, int const* dofs);
 
+    /// Length of the lists.
     int NumberOfDofs() const noexcept { return static_cast<int>(m_places.Size()); }
 
     /// Node and degree of freedom behind a number of the solver.

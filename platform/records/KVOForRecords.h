@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+/// @file
 /// Reads files of unformatted sequential Fortran records, as `write(unit) a, b, c` leaves them, by unit number.
 ///
 /// A record is its items without gaps, between two 4-byte little-endian markers that hold its length. A record too long for a marker (or
@@ -15,6 +16,8 @@
 ///
 /// The functions have C++ linkage on purpose: the Fortran runtime of a host may bring C symbols of the same names. Units belong to the
 /// calling thread, which closes what it left open when it ends.
+
+/// What the functions return.
 enum KVOForStatus : int {
     KVOForEndOfFile = -1,  ///< there is no further record
     KVOForOk = 0,          ///< done as described

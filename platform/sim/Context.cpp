@@ -41,6 +41,11 @@ std::size_t ContentHash(int collection, std::span<int const> numbers)
 
 } // namespace
 
+Context::Context(Session& session, int index)
+    : m_session(&session), m_path(std::make_shared<std::string const>(session.Path())), m_index(index)
+{
+}
+
 Context::~Context()
 {
     Detach();
@@ -66,14 +71,8 @@ KVOSimContextID Context::ID() const
 Session& Context::OpenSession(char const* doing) const
 {
     if (m_session == nullptr)
-        ThrowReason(doing, "", "the database was closed");
+        ThrowReason(doing, Path(), "the database was closed");
     return *m_session;
-}
-
-std::string const& Context::Path() const noexcept
-{
-    static std::string const kClosed;
-    return m_session != nullptr ? m_session->Path() : kClosed;
 }
 
 KVOSimCollectionID Context::CreateCollection(int members, int type)

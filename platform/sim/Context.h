@@ -29,7 +29,7 @@ struct Drawer;
 class Context
 {
 public:
-    Context(Session& session, int index) noexcept : m_session(&session), m_index(index) {}
+    Context(Session& session, int index);
     Context(Context const&) = delete;
     Context& operator=(Context const&) = delete;
     ~Context();
@@ -40,7 +40,9 @@ public:
     KVOSimContextID ID() const;
     /// @throws KVOSimException when the database was closed
     Session& OpenSession(char const* doing) const;
-    std::string const& Path() const noexcept;
+    /// Of the database's file; known for error texts also when that was closed.
+    std::shared_ptr<std::string const> const& SharedPath() const noexcept { return m_path; }
+    std::string const& Path() const noexcept { return *m_path; }
     /// The context's group in the file; only once something was written or loaded.
     hid_t Group() const noexcept { return m_group; }
 
@@ -110,6 +112,7 @@ private:
     void DropOwnedBy(Owner owner);
 
     Session* m_session; ///< null once the database is closed
+    std::shared_ptr<std::string const> m_path;
     int m_index;
     Hid m_group;
     std::optional<CatalogueTables> m_tables;

@@ -13,7 +13,7 @@ namespace simdb
 namespace
 {
 
-// From here on a call moves a contiguous part faster than a copy through the mapping, whose pages must be looked up one by one.
+// From here on a call moves a contiguous part faster than a copy through pages of the mapping that have to be looked up one by one.
 constexpr std::size_t kDirectBytes = std::size_t(64) << 10;
 
 Extents BufferExtents(std::span<Range const> ranges) noexcept
@@ -121,7 +121,7 @@ void DataPath::ReadPiece(MappedCopies& copies, ChunkPiece const& piece, StridedR
         return CopyToSecond(runs.Repeating(0), access.Initial(m_dataset.Shape().initialValue, m_valueBytes, runs.runBytes), buffer);
     std::uint64_t const offset = place.address + static_cast<std::uint64_t>(piece.chunkOffset) * m_valueBytes;
     if (runs.IsOneRun() && runs.runBytes >= kDirectBytes)
-        return access.Read(offset, buffer, runs.runBytes);
+        return access.ReadMany(offset, buffer, runs.runBytes, m_cacheBytes);
     if (access.ForReading(offset, static_cast<std::uint64_t>(runs.Span(0)), m_cacheBytes) != nullptr)
         return copies.Add(runs, offset, nullptr, buffer);
     runs.ForEachRun([&](std::int64_t inFile, std::int64_t inBuffer) {
@@ -152,13 +152,50 @@ void DataPath::WritePiece(MappedCopies& copies, ChunkPiece const& piece, ChunkPl
     FileAccess& access = copies.access;
     std::uint64_t const offset = place.address + static_cast<std::uint64_t>(piece.chunkOffset) * m_valueBytes;
     if (runs.IsOneRun() && runs.runBytes >= kDirectBytes)
-        return access.Write(offset, buffer, runs.runBytes);
+        return access.WriteMany(offset, buffer, runs.runBytes, MayWriteMapped(access, piece.chunk, place), m_cacheBytes);
     if (MayWriteMapped(access, piece.chunk, place) &&
         access.ForWriting(offset, static_cast<std::uint64_t>(runs.Span(0)), m_cacheBytes) != nullptr)
         return copies.Add(runs, offset, buffer, nullptr);
     runs.ForEachRun([&](std::int64_t inFile, std::int64_t inBuffer) {
         access.Write(offset + static_cast<std::uint64_t>(inFile), buffer + inBuffer, runs.runBytes);
     });
+}
+
+void* DataPath::InPlace(std::span<Range const> ranges, bool toWrite)
+{
+    FileAccess& access = FileAccess::Of(m_file);
+    return FindInPlace(ranges, [&](std::int64_t chunk, ChunkPlace& place, std::uint64_t offset, std::uint64_t bytes) {
+        bool const may = !toWrite || MayWriteMapped(access, chunk, place);
+        return may ? access.InPlace(offset, bytes, m_cacheBytes, toWrite) : nullptr;
+    });
+}
+
+void const* DataPath::FetchInPlace(std::span<Range const> ranges)
+{
+    FileAccess& access = FileAccess::Of(m_file);
+    return FindInPlace(ranges, [&](std::int64_t, ChunkPlace const&, std::uint64_t offset, std::uint64_t bytes) {
+        return access.Fetched(offset, bytes, m_cacheBytes);
+    });
+}
+
+// find(chunk, place, offset, bytes) for values that lie in one piece of the file; else null.
+template<class Find>
+void* DataPath::FindInPlace(std::span<Range const> ranges, Find const& find)
+{
+    std::array<Range, kMaxRank> const chunks = m_grid.Chunks(ranges);
+    if (std::any_of(chunks.begin(), chunks.begin() + static_cast<std::ptrdiff_t>(ranges.size()),
+                    [](Range const& range) { return range.Count() > 1; }))
+        return nullptr;
+    Extents const extents = BufferExtents(ranges);
+    std::byte* values = nullptr;
+    m_grid.ForEachPiece(ranges, [&](ChunkPiece const& piece) {
+        StridedRuns const runs = Runs(piece, {extents.data(), m_grid.Rank()});
+        ChunkPlace place = Place(piece.chunk, piece.origin);
+        std::uint64_t const offset = place.address + static_cast<std::uint64_t>(piece.chunkOffset) * m_valueBytes;
+        if (runs.IsOneRun() && place.state == ChunkPlace::State::Written && offset % m_valueBytes == 0)
+            values = find(piece.chunk, place, offset, runs.runBytes);
+    });
+    return values;
 }
 
 bool DataPath::MayWriteMapped(FileAccess const& access, std::int64_t chunk, ChunkPlace& place)

@@ -25,6 +25,10 @@ public:
 
     void Read(std::span<Range const> ranges, void* buffer);
     void Write(std::span<Range const> ranges, void const* buffer);
+    /// The values themselves where they lie in one piece and the mapping is the fast way to them, else null.
+    void* InPlace(std::span<Range const> ranges, bool toWrite);
+    /// The same to be read, whether or not it is fast: they are fetched from the disk where they have to be.
+    void const* FetchInPlace(std::span<Range const> ranges);
     void Announce(std::span<Range const> ranges);
     bool IsWritten(Extents const& chunk);
     /// Changes the size of dimension `dim` of a chunked drawer.
@@ -40,6 +44,8 @@ private:
     void WriteNewChunk(MappedCopies& copies, ChunkPiece const& piece, StridedRuns const& runs, std::byte const* buffer);
     void CreateChunk(ChunkPiece const& piece, std::byte const* values);
     void ForgetFailedChunk(ChunkPiece const& failed);
+    template<class Find>
+    void* FindInPlace(std::span<Range const> ranges, Find const& find);
     bool MayWriteMapped(FileAccess const& access, std::int64_t chunk, ChunkPlace& place);
     void FillMargin(std::size_t dim, std::int64_t oldSize);
 

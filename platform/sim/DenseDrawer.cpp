@@ -108,6 +108,18 @@ void DenseDrawer::Write(std::span<Range const> ranges, void const* buffer)
     m_state->dataset->Write(ranges, buffer);
 }
 
+void* DenseDrawer::InPlace(std::span<Range const> ranges, bool toWrite)
+{
+    RequireRanges(Shape().sizes, ranges, "Cannot find values of", m_state->file->Path());
+    return m_state->path && !(toWrite && m_state->file->IsReadOnly()) ? m_state->path->InPlace(ranges, toWrite) : nullptr;
+}
+
+void const* DenseDrawer::FetchInPlace(std::span<Range const> ranges)
+{
+    RequireRanges(Shape().sizes, ranges, "Cannot find values of", m_state->file->Path());
+    return m_state->path ? m_state->path->FetchInPlace(ranges) : nullptr;
+}
+
 void DenseDrawer::Announce(std::span<Range const> ranges) noexcept
 {
     try {

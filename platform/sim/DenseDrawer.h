@@ -56,6 +56,11 @@ public:
     /// Moves the values of `ranges` (one a dimension, inside the sizes) packed from or to `buffer`.
     void Read(std::span<Range const> ranges, void* buffer);
     void Write(std::span<Range const> ranges, void const* buffer);
+    /// The values of `ranges` themselves, packed, where the file is mapped and they lie in one piece; null where Read() or Write() is the
+    /// better way, and always before the second use of a part of the file. They stay there until anything else is asked of the file.
+    void* InPlace(std::span<Range const> ranges, bool toWrite);
+    /// The same to be read, also at the first use: they are fetched from the disk where they have to be.
+    void const* FetchInPlace(std::span<Range const> ranges);
     /// Starts reading the values of `ranges` into the page cache, without waiting and without failing.
     void Announce(std::span<Range const> ranges) noexcept;
 

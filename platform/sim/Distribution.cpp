@@ -49,7 +49,8 @@ std::vector<std::shared_ptr<MemberSet>> Drawer::SetsAfter(std::size_t kept) cons
 }
 
 Distribution::Distribution(Context& context, int index, int rangeType, int type, std::vector<Dimension> grid)
-    : m_context(&context), m_id(context.ID(), index), m_rangeType(rangeType), m_type(type), m_grid(std::move(grid))
+    : m_context(&context), m_path(context.SharedPath()), m_id(context.ID(), index), m_rangeType(rangeType), m_type(type),
+      m_grid(std::move(grid))
 {
     for (Dimension const& dimension : m_grid)
         m_collections.Append(KVOSimCollectionID(context.ID(), dimension.collection, dimension.color));
@@ -60,14 +61,8 @@ Distribution::~Distribution() = default;
 Context& Distribution::Require(char const* doing) const
 {
     if (m_context == nullptr)
-        ThrowReason(doing, "", "the distribution's database was closed, or the transaction that made it did not commit");
+        ThrowReason(doing, Path(), "the distribution's database was closed, or the transaction that made it did not commit");
     return *m_context;
-}
-
-std::string const& Distribution::Path() const noexcept
-{
-    static std::string const kClosed;
-    return m_context != nullptr ? m_context->Path() : kClosed;
 }
 
 Drawer& Distribution::DrawerAt(int number, char const* doing) const

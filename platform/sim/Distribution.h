@@ -54,7 +54,7 @@ public:
 
     /// @throws KVOSimException when the database was closed or this distribution was rolled back
     Context& Require(char const* doing) const;
-    std::string const& Path() const noexcept;
+    std::string const& Path() const noexcept { return *m_path; }
 
     /// Drawers by number; one that was rolled back in the middle leaves a null.
     std::vector<std::unique_ptr<Drawer>> const& Drawers() const noexcept { return m_drawers; }
@@ -99,6 +99,7 @@ private:
     void ShrinkAfterRollBack(Drawer& drawer) noexcept;
 
     Context* m_context; ///< null once closed or rolled back
+    std::shared_ptr<std::string const> m_path;
     KVOSimDistributionID m_id;
     int m_rangeType;
     int m_type;

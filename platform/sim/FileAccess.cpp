@@ -1,6 +1,7 @@
 #include "FileAccess.h"
 
 #include "SimIo.h"
+#include "StridedCopy.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -37,6 +38,17 @@ bool VariableSaysHdf5() noexcept
 {
     char const* const variable = std::getenv("KVO_SIM_DATA_PATH");
     return variable != nullptr && std::strcmp(variable, "hdf5") == 0;
+}
+
+// Calls move(offset, bytes) for the parts of a part of the file that lie in one region of the mapping each.
+template<class Move>
+void ForEachRegion(std::uint64_t offset, std::uint64_t bytes, Move const& move)
+{
+    for (std::uint64_t const end = offset + bytes; offset < end;) {
+        std::uint64_t const next = std::min(end, (offset / FileMapping::kRegion + 1) * FileMapping::kRegion);
+        move(offset, next - offset);
+        offset = next;
+    }
 }
 
 std::uint64_t PhysicalBytes() noexcept
@@ -87,6 +99,39 @@ void FileAccess::Write(std::uint64_t offset, void const* source, std::size_t byt
 {
     if (int const error = io::Write(m_descriptor, source, bytes, offset))
         ThrowErrno("Cannot write values to", m_path, error);
+}
+
+void FileAccess::ReadMany(std::uint64_t offset, std::byte* target, std::size_t bytes, std::uint64_t residentBytes)
+{
+    ForEachRegion(offset, bytes, [&](std::uint64_t at, std::size_t count) {
+        std::byte* const to = target + (at - offset);
+        if (std::byte const* const from = m_mapping.Settled(at, count, residentBytes, false)) {
+            std::memcpy(to, from, count);
+            return;
+        }
+        Read(at, to, count);
+        m_mapping.MarkUsed(at);
+    });
+}
+
+void FileAccess::WriteMany(std::uint64_t offset, std::byte const* source, std::size_t bytes, bool mayBeMapped, std::uint64_t residentBytes)
+{
+    ForEachRegion(offset, bytes, [&](std::uint64_t at, std::size_t count) {
+        std::byte const* const from = source + (at - offset);
+        if (std::byte* const to = mayBeMapped && m_writesMapped ? m_mapping.Settled(at, count, residentBytes, true) : nullptr)
+            return CopyPastCache(to, from, count);
+        Write(at, from, count);
+        m_mapping.MarkUsed(at);
+    });
+}
+
+std::byte* FileAccess::InPlace(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes, bool toWrite) noexcept
+{
+    bool settled = bytes <= FileMapping::kPassing / 4 && (!toWrite || m_writesMapped); // two such parts are in use at a time
+    ForEachRegion(offset, bytes, [&](std::uint64_t at, std::size_t count) {
+        settled = settled && m_mapping.Settled(at, count, residentBytes, toWrite) != nullptr;
+    });
+    return settled ? m_mapping.Again(offset) : nullptr;
 }
 
 bool FileAccess::HasHole(std::uint64_t offset, std::uint64_t bytes) const noexcept

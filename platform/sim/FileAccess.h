@@ -27,6 +27,19 @@ public:
     void Read(std::uint64_t offset, void* target, std::size_t bytes);
     void Write(std::uint64_t offset, void const* source, std::size_t bytes);
 
+    /// The same for many bytes at once: through the mapping where that is faster, with pages that have been used before.
+    void ReadMany(std::uint64_t offset, std::byte* target, std::size_t bytes, std::uint64_t residentBytes);
+    /// They must have space on the disk, !HasHole(), where `mayBeMapped`.
+    void WriteMany(std::uint64_t offset, std::byte const* source, std::size_t bytes, bool mayBeMapped, std::uint64_t residentBytes);
+    /// The bytes themselves, where both would move them through the mapping, else null. They stay there until anything else is asked.
+    std::byte* InPlace(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes, bool toWrite) noexcept;
+
+    /// The bytes themselves, to be read, in memory: what is not is read from the disk first. Null where the system cannot, or the disk.
+    std::byte* Fetched(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept
+    {
+        return m_mapping.Fetched(offset, bytes, residentBytes);
+    }
+
     /// The mapped bytes, to be read; null when they can only be read by Read().
     std::byte const* ForReading(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept
     {

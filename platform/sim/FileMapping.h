@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -11,9 +12,9 @@ namespace simdb
 ///
 /// Invariants:
 /// 1. Only bytes in front of the file's end are handed out: behind it, a touch is a signal.
-/// 2. It is at most `residentBytes` (as told with each use) that stay in the process's memory, in steps of kRegion; the pages that leave
-/// stay in
-///    the system's cache.
+/// 2. It is at most `residentBytes` (as told with each use) that stay in the process's memory, in steps of kRegion, and at most kPassing
+///    of what is walked through: parts that were fetched or are large pages, which cost next to nothing to map again. The pages that
+///    leave stay in the system's cache.
 class FileMapping
 {
 public:
@@ -26,17 +27,45 @@ public:
     /// The bytes [offset, offset + bytes) of the file, valid until the next call; writable where the mapping is. Null when the file is
     /// shorter or the system refuses.
     std::byte* Bytes(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept;
-    /// The same without a check, for a part that was handed out before: it moves when the mapping grows.
+    /// The same for a part of one region that a call could move as well; null where the call is better: before the second use of the
+    /// region, when touching it might wait for the disk or fail, when it would make another part leave the memory, and, for writing, when
+    /// the system does not map the region as one page (page by page it takes 13 times as long as the call once the pages have been written
+    /// back).
+    std::byte* Settled(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes, bool toWrite) noexcept;
+    /// The same as Bytes(), with the bytes in memory: what the system's cache does not have is read from the disk, in large pages where the
+    /// system can. Null also where that fails, and for more bytes than half of what may stay.
+    std::byte* Fetched(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept;
+    /// Tells of a use of a part of one region that a call served.
+    void MarkUsed(std::uint64_t offset) noexcept;
+    /// The same as Bytes() without a check, for a part that was handed out before: it moves when the mapping grows.
     std::byte* Again(std::uint64_t offset) const noexcept { return m_base + offset; }
     /// Whether [offset, offset + bytes) lies in the file.
     bool Reaches(std::uint64_t offset, std::uint64_t bytes) noexcept;
 
-private:
-    static constexpr unsigned kRegionShift = 21; ///< 2 MiB: what one page table maps
+    static constexpr unsigned kRegionShift = 21; ///< 2 MiB: what one page table maps, or one large page
     static constexpr std::uint64_t kRegion = std::uint64_t(1) << kRegionShift;
+    static constexpr std::uint64_t kPassing = 32 * kRegion;
+
+private:
+    /// What is known of a region's pages.
+    enum class Residence : unsigned char {
+        None,
+        Seen,     ///< not resident, but used before
+        Touched,  ///< resident, as far as it was touched; from here on it counts
+        Pages,    ///< resident as a whole
+        LargePage ///< the same, as one page
+    };
 
     bool Grow(std::uint64_t bytes) noexcept;
+    bool KnowRegions(std::uint64_t end) noexcept;
     bool KeepResident(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept;
+    bool Settle(std::uint64_t region, std::uint64_t residentBytes) noexcept;
+    bool IsCached(std::uint64_t offset, std::uint64_t bytes) const noexcept;
+    void ReadLargePage(std::uint64_t region) const noexcept;
+    bool Advise(std::uint64_t offset, std::uint64_t bytes, int advice) const noexcept;
+    void AddPassing(std::uint64_t region, std::uint64_t residentBytes) noexcept;
+    void DropOldestPassing() noexcept;
+    void DropAll() noexcept;
 
     int m_descriptor;
     bool m_forWriting;
@@ -44,8 +73,11 @@ private:
     std::byte* m_base = nullptr;
     std::uint64_t m_mapped = 0;
     std::uint64_t m_fileBytes = 0; ///< as last seen; the file never becomes shorter while it is open
-    std::vector<bool> m_touched;   ///< by region
+    std::vector<Residence> m_regions;
     std::uint64_t m_touchedBytes = 0;
+    std::uint64_t m_refusedBytes = 0;                          ///< not settled for want of room since the last DropAll()
+    std::array<std::uint64_t, kPassing / kRegion> m_passing{}; ///< a ring of the regions that are walked through
+    std::size_t m_oldestPassing = 0, m_passingCount = 0;
 };
 
 } // namespace simdb

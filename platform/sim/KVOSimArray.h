@@ -18,18 +18,25 @@ public:
             throw std::invalid_argument("KVOSimArray: a negative count or a missing list");
         m_elements.assign(elements, elements + count);
     }
+    /// Takes the elements of a vector.
     explicit KVOSimArray(std::vector<T> elements) : m_elements(std::move(elements)) {}
 
+    /// Number of elements.
     int Size() const noexcept { return static_cast<int>(m_elements.size()); }
+    /// Whether there are no elements.
     bool IsEmpty() const noexcept { return m_elements.empty(); }
 
     /// Element `i`, 0-based, below Size(); not checked.
     T const& operator[](int i) const noexcept { return m_elements[static_cast<std::size_t>(i)]; }
+    /// The same for writing.
     T& operator[](int i) noexcept { return m_elements[static_cast<std::size_t>(i)]; }
 
+    /// Adds a copy of `element` behind the last one.
     void Append(T const& element) { m_elements.push_back(element); }
 
+    /// The first element, for loops over all.
     T const* begin() const noexcept { return m_elements.data(); }
+    /// One past the last element.
     T const* end() const noexcept { return m_elements.data() + m_elements.size(); }
 
 private:

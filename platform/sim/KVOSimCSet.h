@@ -18,7 +18,9 @@ public:
     /// @throws KVOSimException for a null identifier, one of a closed database, or one that names nothing
     explicit KVOSimCSet(KVOSimCSetID const& id);
 
+    /// The identifier that this object was made from.
     KVOSimCSetID ID() const noexcept { return m_id; }
+    /// Number of members. @throws KVOSimException when the database was closed
     int Size() const;
     /// The member numbers, in order.
     KVOSimArray<int> OrderedMembers() const;

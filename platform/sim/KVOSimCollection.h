@@ -18,7 +18,9 @@ public:
     /// @throws KVOSimException for a null identifier, one of a closed database, or one that names nothing
     explicit KVOSimCollection(KVOSimCollectionID const& id);
 
+    /// The identifier that this object was made from.
     KVOSimCollectionID ID() const noexcept { return m_id; }
+    /// Number of members. @throws KVOSimException when the database was closed
     int NumberOfMembers() const;
 
     /// The set of all members in order, 0 to NumberOfMembers() - 1.

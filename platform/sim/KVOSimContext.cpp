@@ -15,6 +15,11 @@ void KVOSimContext::Open(KVOSimTypeSchemaSnapshot const&)
     Open();
 }
 
+char const* KVOSimContext::Path() const noexcept
+{
+    return m_context->Path().c_str();
+}
+
 KVOSimContextID KVOSimContext::ID() const
 {
     return m_context->ID();

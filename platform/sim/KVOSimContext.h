@@ -15,8 +15,11 @@ class Context;
 class KVO_EXPORT KVOSimTypeSchemaSnapshot
 {
 public:
+    /// Of no context.
     KVOSimTypeSchemaSnapshot() noexcept = default;
+    /// @param context  whose types TypeID() gives
     explicit KVOSimTypeSchemaSnapshot(KVOSimContextID const& context) noexcept : m_context(context) {}
+    /// The type of that number in the context, whether it was used before or not.
     KVOSimTypeID TypeID(int typeIndex) const noexcept { return KVOSimTypeID(m_context, typeIndex); }
 
 private:
@@ -32,9 +35,14 @@ public:
 
     /// Readies the context for work; the schema is the one it has. May be called again.
     void Open();
+    /// The same; `schema` plays no part, a context has but one.
     void Open(KVOSimTypeSchemaSnapshot const& schema);
 
+    /// The path of the database's file, for error texts; valid while this object lives, also when the database was closed.
+    char const* Path() const noexcept;
+    /// The identifier of the context.
     KVOSimContextID ID() const;
+    /// The types of the context.
     KVOSimTypeSchemaSnapshot Schema() const;
 
     /// A new collection of `members` members, 0 or more, numbered 0 to members - 1. @param type  a number kept with it; -1: none

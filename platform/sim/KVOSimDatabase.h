@@ -39,8 +39,10 @@ public:
     /// Writes what is not in a transaction that is still open, and closes the file; a second call does nothing. The database is closed
     /// also when an exception leaves. What still refers to it (distributions, identifiers) fails with a KVOSimException from then on.
     void Close();
+    /// Whether this object has a database open.
     bool IsOpen() const noexcept;
 
+    /// A new context behind those there are. @throws KVOSimException when no database is open, or it is open for reading
     KVOSimContextID CreateContext();
     /// The context that was made first; null when there is none or no database is open.
     KVOSimContextID ContextID() const;

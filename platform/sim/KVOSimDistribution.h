@@ -17,7 +17,9 @@ class Distribution;
 class KVO_EXPORT KVOSimSerializationType
 {
 public:
+    /// A sparse drawer.
     void SetSparse() noexcept { m_code = KVOSimSparseDrawer; }
+    /// A symmetric sparse drawer: a triangle without its diagonal, and the diagonal.
     void SetSparseSym() noexcept { m_code = KVOSimSparseSymDrawer; }
     /// A KVOSimDrawerKind.
     int Code() const noexcept { return m_code; }
@@ -40,10 +42,10 @@ struct KVOSimDrawer {
 
 /// A range of one dimension, first to last, both inclusive. Kind 3 counts chunks.
 struct KVOSimDimRange {
-    KVOSimCollectionID collection;
-    int first = 0;
-    int last = 0;
-    int kind = 3;
+    KVOSimCollectionID collection; ///< that of the dimension
+    int first = 0;                 ///< 0-based
+    int last = 0;                  ///< inclusive
+    int kind = 3;                  ///< 3, the only choice
 };
 
 /// The values over a grid of collections, in one or more drawers. Copies stand on the same distribution.
@@ -55,12 +57,14 @@ public:
     /// @throws KVOSimException for a null identifier, one of a closed database, or one that names nothing
     explicit KVOSimDistribution(KVOSimDistributionID const& id);
 
+    /// Whether this stands on no distribution.
     bool IsNull() const noexcept { return m_distribution == nullptr; }
     /// Null for none.
     KVOSimDistributionID ID() const;
     /// The number that CreateTypedDistribution was given; -1 without.
     int Type() const;
 
+    /// Number of dimensions: of collections in the grid.
     int NumDimensions() const;
     /// The collection of each dimension, with its colour.
     KVOSimArray<KVOSimCollectionID> const& Collections() const;

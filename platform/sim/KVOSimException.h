@@ -30,6 +30,7 @@ protected:
     /// A failure whose whole text is `text`.
     explicit KVOSimException(atr_String const& text) noexcept : m_text(text) {}
 
+    /// The whole text.
     atr_String m_text;
 };
 

@@ -8,7 +8,9 @@
 class KVOSimGrid
 {
 public:
+    /// Dimension d is over collections[d].
     explicit KVOSimGrid(KVOSimArray<KVOSimCollectionID> const& collections) : m_collections(collections) {}
+    /// The collections, one a dimension.
     KVOSimArray<KVOSimCollectionID> const& Collections() const noexcept { return m_collections; }
 
 private:
@@ -19,7 +21,9 @@ private:
 class KVOSimRangeType
 {
 public:
+    /// @param key  a KVOSimTypeKey
     explicit KVOSimRangeType(int key) noexcept : m_key(key) {}
+    /// The KVOSimTypeKey.
     int Key() const noexcept { return m_key; }
 
 private:

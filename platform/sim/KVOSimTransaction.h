@@ -16,6 +16,7 @@ struct Transaction;
 class KVO_EXPORT KVOSimTransaction
 {
 public:
+    /// Begins. @throws KVOSimException when the database was closed
     explicit KVOSimTransaction(KVOSimContext& context);
     KVOSimTransaction(KVOSimTransaction const&) = delete;
     KVOSimTransaction& operator=(KVOSimTransaction const&) = delete;

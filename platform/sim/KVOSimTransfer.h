@@ -27,16 +27,20 @@ struct Drawer;
 class KVO_EXPORT KVOSimTransfer : public mem_AllocationOperators
 {
 public:
+    /// A transfer without a view. @throws KVOSimException for no distribution, and when its database was closed
     explicit KVOSimTransfer(KVOSimDistribution const& distribution);
 
     /// The drawer will be new, and not chunked.
     void SetMakeNewDrawer();
     /// The drawer will be new, with one chunk size per dimension, 1 or more; larger than the dimension is allowed.
     void SetMakeNewDrawerChunked(KVOSimArray<int> const& chunkSizes);
+    /// Allows ExecRead().
     void SetRead() noexcept { m_read = true; }
+    /// Allows what changes the drawer.
     void SetWrite() noexcept { m_write = true; }
     /// @param bytes  0, the only choice
     void SetBufferPadding(int bytes);
+    /// The kind of a new drawer; dense by default.
     void SetSerialization(KVOSimSerializationType const& type) noexcept { m_serialization = type; }
     /// Number of stored values of a new sparse drawer, 0 or more.
     void SetSparseNNonzero(std::int64_t count);
@@ -66,9 +70,20 @@ public:
     void SetBuffer(int slot, void* memory, std::size_t bytes);
     /// For writing only.
     void SetBuffer(int slot, void const* memory, std::size_t bytes);
+    /// Reads the view into the buffers.
     void ExecRead();
     /// Makes the new drawer first where that was asked for; a sparse one comes into being in no other way.
     void ExecWrite();
+    /// The values of the view where the database keeps them, packed as in a buffer, or null: where they lie in several pieces, where the
+    /// database does not have them at hand, and always at their first use since the file was opened. ExecRead() serves then. They stay
+    /// there until the next call of any object of the file.
+    void const* InPlace() const;
+    /// The same, also at the first use, and fetched from the disk where it has to be: for a walk through much, each part used as a whole.
+    /// Null as well where the part exceeds the database's memory for a distribution, and where the disk fails: ExecRead() tells how.
+    void const* FetchInPlace() const;
+    /// The values of the view as InPlace(), to be changed there, which has the effect of ExecWrite(); null also where they cannot be.
+    void* InPlaceForWriting();
+    /// Forgets the buffers; they are the caller's alone again.
     void RelinquishBuffers() noexcept;
 
     /// Tells that the view will be read soon: the reading of it starts, without waiting.
@@ -100,6 +115,8 @@ private:
     simdb::Drawer& ViewedDrawer(char const* doing) const;
     simdb::DenseView ViewOf(simdb::Drawer const& drawer, char const* doing) const;
     void CheckSparseView(simdb::Drawer const& drawer, char const* doing) const;
+    template<class Values, class Find>
+    Values* FindInPlace(char const* doing, Find const& find) const;
     void* BufferOf(int slot, std::int64_t bytes, bool forReading, char const* doing) const;
     void SetBufferOf(int slot, void* memory, std::size_t bytes, bool writable);
     void MakeDenseDrawer(char const* doing);

@@ -145,6 +145,35 @@ void KVOSimTransfer::ExecWrite()
     sparse.Write(values);
 }
 
+// find(drawer, ranges) for a view of a dense drawer that is ranges; else null.
+template<class Values, class Find>
+Values* KVOSimTransfer::FindInPlace(char const* doing, Find const& find) const
+{
+    simdb::Drawer& drawer = ViewedDrawer(doing);
+    if (drawer.kind != KVOSimDenseDrawer)
+        return nullptr;
+    simdb::DenseView const view = ViewOf(drawer, doing);
+    return view.bytes > 0 && view.runs.empty() ? find(m_distribution->Dense(drawer), view.Ranges()) : nullptr;
+}
+
+void const* KVOSimTransfer::InPlace() const
+{
+    auto const find = [](simdb::DenseDrawer& dense, std::span<simdb::Range const> ranges) { return dense.InPlace(ranges, false); };
+    return m_read ? FindInPlace<void const>(kReading, find) : nullptr;
+}
+
+void const* KVOSimTransfer::FetchInPlace() const
+{
+    auto const find = [](simdb::DenseDrawer& dense, std::span<simdb::Range const> ranges) { return dense.FetchInPlace(ranges); };
+    return m_read ? FindInPlace<void const>(kReading, find) : nullptr;
+}
+
+void* KVOSimTransfer::InPlaceForWriting()
+{
+    auto const find = [](simdb::DenseDrawer& dense, std::span<simdb::Range const> ranges) { return dense.InPlace(ranges, true); };
+    return m_read && m_write ? FindInPlace<void>(kWriting, find) : nullptr;
+}
+
 void KVOSimTransfer::AnnounceRead() const noexcept
 {
     try {

@@ -86,11 +86,11 @@ void KVOSimTransfer::CheckExtension(char const* doing) const
             if (added->size == 0)
                 Refuse(doing, "the set of new members is empty");
             size += added->size;
-            auto const present = context.NumbersOf(*drawer.sets[d]), more = context.NumbersOf(*added);
-            std::vector<int> all(*present);
-            all.insert(all.end(), more->begin(), more->end());
-            std::sort(all.begin(), all.end());
-            if (std::adjacent_find(all.begin(), all.end()) != all.end())
+            std::vector<int> present = *context.NumbersOf(*drawer.sets[d]), more = *context.NumbersOf(*added);
+            std::sort(present.begin(), present.end());
+            std::sort(more.begin(), more.end());
+            if (std::adjacent_find(more.begin(), more.end()) != more.end() ||
+                std::any_of(more.begin(), more.end(), [&](int m) { return std::binary_search(present.begin(), present.end(), m); }))
                 Refuse(doing, "a member would be there twice in dimension " + std::to_string(d));
         }
         if (size > INT32_MAX || __builtin_mul_overflow(bytes, std::max<std::int64_t>(size, 1), &bytes))

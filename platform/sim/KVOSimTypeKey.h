@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// The types of stored values and the kinds of drawers.
+
 #include "KVOExport.h"
 
 /// The types of stored values. The numbers are part of the files.

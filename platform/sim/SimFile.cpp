@@ -158,11 +158,8 @@ void CheckBeginning(DriverFile const& driver, std::string const& path, bool read
 Hid AccessList(std::string const& path, std::shared_ptr<DriverFile> const& driver, char const* doing)
 {
     Hid list(Checked(H5Pcreate(H5P_FILE_ACCESS), doing, path));
-    // Large objects on pages, so that values are moved and mapped whole; small ones would waste what they use.
-    constexpr hsize_t kLarge = 16384, kPage = 4096;
     // Up to 1.10, because the file-space strategy is stored as of there; all else is in the format of 1.8.
-    if (H5Pset_libver_bounds(list, H5F_LIBVER_V18, H5F_LIBVER_V110) < 0 || H5Pset_alignment(list, kLarge, kPage) < 0 ||
-        H5Pset_cache(list, 0, 0, 0, 0.0) < 0 || !SetDriver(list, driver))
+    if (H5Pset_libver_bounds(list, H5F_LIBVER_V18, H5F_LIBVER_V110) < 0 || H5Pset_cache(list, 0, 0, 0, 0.0) < 0 || !SetDriver(list, driver))
         ThrowHdf5(doing, path);
     return list;
 }

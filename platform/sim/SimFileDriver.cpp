@@ -59,7 +59,8 @@ herr_t CloseCallback(H5FD_t* hdf5)
 // sieve buffer would hide values from the data path.
 herr_t QueryCallback(H5FD_t const*, unsigned long* features)
 {
-    *features = H5FD_FEAT_SUPPORTS_SWMR_IO; // H5Fget_eoa, which the data path asks, insists on it; nothing is opened that way
+    *features = H5FD_FEAT_SUPPORTS_SWMR_IO  // H5Fget_eoa, which the data path asks, insists on it; nothing is opened that way
+                | H5FD_FEAT_USE_ALLOC_SIZE; // HDF5 leaves where a piece begins to Allocate()
     return 0;
 }
 
@@ -76,6 +77,26 @@ herr_t SetEndOfAllocation(H5FD_t* hdf5, H5FD_mem_t, haddr_t end)
         end = std::max<haddr_t>(end, FileMark::kEnd);
     file.end = end;
     return 0;
+}
+
+// Large pieces begin at a page, so that values are moved and mapped whole; those of the size of a large page at one, so that the system
+// can keep and map them as such, unless they would take an eighth more room by it. Small ones would waste what they use.
+haddr_t AlignmentOf(hsize_t bytes) noexcept
+{
+    constexpr hsize_t kLarge = 16384, kPage = 4096, kLargePage = hsize_t(2) << 20;
+    if (bytes < kLarge)
+        return 1;
+    return bytes >= kLargePage && (0 - bytes) % kLargePage <= bytes / 8 ? kLargePage : kPage;
+}
+
+haddr_t Allocate(H5FD_t* hdf5, H5FD_mem_t type, hid_t, hsize_t bytes)
+{
+    haddr_t const alignment = AlignmentOf(bytes), end = FileOf(hdf5).end;
+    haddr_t const address = (end + alignment - 1) / alignment * alignment;
+    if (address < end || address + bytes < address || address + bytes > INT64_MAX)
+        return HADDR_UNDEF;
+    SetEndOfAllocation(hdf5, type, address + bytes);
+    return address;
 }
 
 // HDF5 takes an end of 0 for a file that it has to begin, and refuses a file that ends before its superblock says.
@@ -150,6 +171,7 @@ H5FD_class_t DriverClass() noexcept
     driver.open = OpenCallback;
     driver.close = CloseCallback;
     driver.query = QueryCallback;
+    driver.alloc = Allocate;
     driver.free = FreeNothing;
     driver.get_eoa = GetEndOfAllocation;
     driver.set_eoa = SetEndOfAllocation;

@@ -1,7 +1,11 @@
 #include "StridedCopy.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 namespace simdb
 {
@@ -121,6 +125,22 @@ void CopyToFirst(StridedRuns const& runs, std::byte* array0, std::byte const* ar
 void CopyToSecond(StridedRuns const& runs, std::byte const* array0, std::byte* array1, Upcoming const& upcoming) noexcept
 {
     Copy<1>(runs, array1, array0, upcoming);
+}
+
+void CopyPastCache(std::byte* to, std::byte const* from, std::size_t bytes) noexcept
+{
+#ifdef __SSE2__
+    std::size_t const head = std::min(bytes, static_cast<std::size_t>(-reinterpret_cast<std::uintptr_t>(to) & (kLine - 1)));
+    std::memcpy(to, from, head);
+    std::size_t i = head;
+    for (; bytes - i >= kLine; i += kLine) // whole lines, so that each leaves its write buffer full
+        for (std::size_t k = 0; k < kLine; k += sizeof(__m128i))
+            _mm_stream_si128(reinterpret_cast<__m128i*>(to + i + k), _mm_loadu_si128(reinterpret_cast<__m128i const*>(from + i + k)));
+    _mm_sfence();
+    std::memcpy(to + i, from + i, bytes - i);
+#else
+    std::memcpy(to, from, bytes);
+#endif
 }
 
 } // namespace simdb

@@ -95,4 +95,7 @@ struct Upcoming {
 void CopyToFirst(StridedRuns const& runs, std::byte* array0, std::byte const* array1, Upcoming const& upcoming = {}) noexcept;
 void CopyToSecond(StridedRuns const& runs, std::byte const* array0, std::byte* array1, Upcoming const& upcoming = {}) noexcept;
 
+/// memcpy for what will not be read again soon: it does not read what it overwrites into the cache first, where the processor can do that.
+void CopyPastCache(std::byte* to, std::byte const* from, std::size_t bytes) noexcept;
+
 } // namespace simdb

@@ -1,7 +1,5 @@
 #include "cow_Btree.h"
 
-#include "ModelTree.h"
-
 #include <climits>
 #include <gtest/gtest.h>
 #include <map>
@@ -29,31 +27,31 @@ using Map = cow_Btree<int, Value>;
 using Node = Map::Node;
 using Handle = Map::Handle;
 
-// The tree in one line: (left key=value^height*count right).
-std::string Text(Handle const* handle, bool counts)
+// The tree in one line: (left key=value^height right).
+std::string Text(Handle const* handle)
 {
     if (handle == nullptr)
         return "";
     Node const& node = handle->ConstGet();
-    return '(' + Text(node.Left(), counts) + std::to_string(node.Key()) + '=' + std::to_string(node.Value().number) + '^' +
-           std::to_string(node.Height()) + (counts ? '*' + std::to_string(handle->Count()) : "") + Text(node.Right(), counts) + ')';
-}
-std::string Text(ModelTree::Link const& link, bool counts)
-{
-    if (!link)
-        return "";
-    return '(' + Text(link->left, counts) + std::to_string(link->key) + '=' + std::to_string(link->value) + '^' +
-           std::to_string(link->height) + (counts ? '*' + std::to_string(link.use_count()) : "") + Text(link->right, counts) + ')';
+    return '(' + Text(node.Left()) + std::to_string(node.Key()) + '=' + std::to_string(node.Value().number) + '^' +
+           std::to_string(node.Height()) + Text(node.Right()) + ')';
 }
 
+// Its shape: (left key^height right), the key alone of a leaf of height 0.
 std::string Shape(Handle const* handle)
 {
     if (handle == nullptr)
         return ".";
     Node const& node = handle->ConstGet();
-    if (node.Height() == 0)
-        return std::to_string(node.Key());
-    return '(' + Shape(node.Left()) + ' ' + std::to_string(node.Key()) + ' ' + Shape(node.Right()) + ')';
+    std::string const key = std::to_string(node.Key());
+    if (node.Height() == 0 && node.Left() == nullptr && node.Right() == nullptr)
+        return key;
+    return '(' + Shape(node.Left()) + ' ' + key + '^' + std::to_string(node.Height()) + ' ' + Shape(node.Right()) + ')';
+}
+
+int NumberOfNodes(Handle const* handle)
+{
+    return handle == nullptr ? 0 : NumberOfNodes(handle->ConstGet().Left()) + 1 + NumberOfNodes(handle->ConstGet().Right());
 }
 
 Map MakeMap(std::vector<int> const& keys)
@@ -91,125 +89,120 @@ protected:
 TEST_F(cow_BtreeTest, BalancesByItsOwnRule)
 {
     struct {
-        std::vector<int> keys;
+        std::vector<int> inserted, removed;
         char const* shape;
     } const cases[] = {
-        {{}, "."},
-        {{1, 2, 3}, "(. 1 (. 2 3))"}, // a missing child counts as 0
-        {{1, 2, 3, 4}, "(1 2 (. 3 4))"},
-        {{4, 3, 2, 1}, "((1 2 .) 3 4)"},
-        {{3, 1, 2}, "((. 1 2) 3 .)"},          // the zig-zag stays
-        {{1, 4, 3, 2}, "((. 1 (2 3 .)) 4 .)"}, // and is rotated once where an AVL tree would rotate twice
-        {{1, 2, 3, 4, 5, 6, 7}, "((1 2 .) 3 (4 5 (. 6 7)))"},
+        {{}, {}, "."},
+        {{1, 2, 3}, {}, "(. 1^2 (. 2^1 3))"},            // a missing child counts as 0
+        {{1, 4, 3}, {}, "(. 1^2 (3 4^1 .))"},            // the zig-zag stays
+        {{1, 4, 3, 2}, {}, "((. 1^2 (2 3^1 .)) 4^3 .)"}, // and is rotated once where an AVL tree would rotate twice
+        {{1, 2, 3, 4, 5, 6, 7}, {}, "((1 2^1 .) 3^3 (4 5^2 (. 6^1 7)))"},
+        {{1}, {1}, "."},
+        {{1, 2, 3}, {2}, "(. 1^1 3)"},
+        {{2, 1, 3}, {2}, "(1 3^1 .)"},
+        {{1, 2, 3, 4, 5, 6, 7}, {1}, "((2 3^1 4) 5^2 (. 6^1 7))"},
+        {{1, 2, 3, 4, 5, 6, 7}, {3}, "((1 2^1 .) 4^3 (. 5^2 (. 6^1 7)))"},
+        {{4, 2, 8, 1, 3, 6, 9, 7}, {4}, "((1 2^1 3) 6^2 (7 8^1 9))"},
+        {{2, 1, 7, 4, 6, 5, 3}, {4}, "((1 2^1 3) 5^3 (6 7^2 .))"}, // 7 stays higher than it is,
+        {{2, 1, 7, 4, 6, 5, 3}, {4, 6}, "((1 2^1 3) 5^2 7)"},      // up to the next removal below it
+        // Removing 0 lifts its only subtree, which is shared and leans so much that it is rotated at once: in a copy of its top.
+        {{9, 7, 6, 8, 0, 3, 1, 2}, {7, 0}, "((. 1^1 2) 3^2 (6 8^1 9))"},
     };
-    for (auto const& [keys, shape] : cases) {
-        SCOPED_TRACE(testing::PrintToString(keys));
-        EXPECT_EQ(Shape(MakeMap(keys).Root()), shape);
+    for (auto const& [inserted, removed, shape] : cases) {
+        Map map = MakeMap(inserted);
+        for (int const key : removed) {
+            Map const other(map);
+            std::string const before = Text(other.Root());
+            EXPECT_TRUE(map.Remove(key));
+            EXPECT_EQ(Text(other.Root()), before);
+        }
+        EXPECT_EQ(Shape(map.Root()), shape);
     }
 }
 
-// Removing 0 lifts its only subtree, which is shared and leans so much that it is rotated at once: in a copy of its top.
-TEST_F(cow_BtreeTest, RotatesASharedSubtreeThatReplacesItsParent)
+// Three maps that are copied from one another follow three plain maps.
+void FollowPlainMaps(int steps, int keyRange, unsigned seed)
 {
-    Map map = MakeMap({9, 7, 6, 8, 0, 3, 1, 2});
-    map.Remove(7);
-    Map const other(map);
-    std::string const before = Text(other.Root(), false);
-
-    map.Remove(0);
-
-    EXPECT_EQ(Text(other.Root(), false), before);
-    EXPECT_EQ(Walk(map, true), (std::map<int, int>{{1, 10}, {2, 20}, {3, 30}, {6, 60}, {8, 80}, {9, 90}}));
-}
-
-// Three maps that are copied from one another follow the model node by node, counts of sharers included, and three plain maps in content.
-void FollowModels(int steps, int keyRange, unsigned seed)
-{
-    SCOPED_TRACE("keys below " + std::to_string(keyRange) + ", seed " + std::to_string(seed));
     std::mt19937 random(seed);
     Map maps[3];
-    ModelTree models[3];
     std::map<int, int> plain[3];
     for (int step = 0; step < steps; ++step) {
         std::size_t const a = random() % 3, b = random() % 3;
         int const key = static_cast<int>(random() % static_cast<unsigned>(keyRange));
-        switch (random() % 16) {
-        case 0:
-            if (random() % 4 == 0) {
-                maps[a] = maps[b];
-                models[a] = models[b];
-                plain[a] = std::map<int, int>(plain[b]);
-            }
-            break;
-        case 1:
-        case 2: {
+        bool const isMember = plain[a].contains(key);
+        unsigned const action = random() % 64;
+        if (action == 0) {
+            maps[a] = maps[b];
+            plain[a] = std::map<int, int>(plain[b]);
+        } else if (action < 10) {
             Value& value = maps[a].Lookup(key);
-            ModelTree::Node* const node = models[a].Find(key);
-            ASSERT_EQ(&value == &maps[a].Default(), node == nullptr);
-            if (node != nullptr)
-                value.number = node->value = plain[a][key] = step;
-            break;
-        }
-        case 3:
-        case 4: {
-            bool const isMember = plain[a].contains(key);
+            ASSERT_EQ(&value != &maps[a].Default(), isMember);
+            if (isMember)
+                value.number = plain[a][key] = step;
+        } else if (action < 18) {
             ASSERT_EQ(maps[a].IsMember(key), isMember);
             ASSERT_EQ(maps[a].ConstLookup(key).number, isMember ? plain[a][key] : 0);
-            break;
+        } else if (action < 38) {
+            ASSERT_EQ(maps[a].Remove(key), plain[a].erase(key) != 0);
+        } else {
+            ASSERT_EQ(maps[a].InsertUnlessMember(key, step), plain[a].emplace(key, step).second);
         }
-        case 5:
-        case 6:
-        case 7:
-        case 8:
-        case 9: {
-            bool const isRemoved = models[a].Remove(key);
-            ASSERT_EQ(isRemoved, plain[a].erase(key) != 0);
-            ASSERT_EQ(maps[a].Remove(key), isRemoved);
-            break;
-        }
-        default:
-            bool const isInserted = models[a].InsertUnlessMember(key, step);
-            ASSERT_EQ(isInserted, plain[a].emplace(key, step).second);
-            ASSERT_EQ(maps[a].InsertUnlessMember(key, step), isInserted);
-        }
-        ASSERT_EQ(maps[a].Size(), models[a].size);
-        if (step % 8 != 0 && keyRange > 100)
-            continue;
-        for (std::size_t k = 0; k < 3; ++k) {
-            ASSERT_EQ(Text(maps[k].Root(), true), Text(models[k].root, true)) << "map " << k << " after step " << step;
-            ASSERT_EQ(Walk(maps[k], step % 2 == 0), plain[k]);
+        for (std::size_t k = 0; k < 3 && (step % 8 == 0 || keyRange < 100); ++k) {
+            ASSERT_EQ(Walk(maps[k], step % 2 == 0), plain[k]) << "map " << k << " after step " << step;
+            ASSERT_EQ(maps[k].Size(), static_cast<int>(plain[k].size()));
         }
     }
 }
 
-TEST_F(cow_BtreeTest, FollowsAModelThroughRandomChanges)
+TEST_F(cow_BtreeTest, FollowsPlainMapsThroughRandomChanges)
 {
     for (unsigned seed = 1; seed <= 3; ++seed) {
-        FollowModels(1500, 6, seed);
-        FollowModels(3000, 40, seed);
-        FollowModels(3000, 1000, seed);
+        FollowPlainMaps(1500, 6, seed);
+        FollowPlainMaps(3000, 40, seed);
+        FollowPlainMaps(3000, 1000, seed);
     }
+}
+
+// The first change after a copy clones the path from the root, what a rotation touches, and nothing else; looking clones nothing.
+TEST_F(cow_BtreeTest, ClonesThePathOnlyAndOnlyOnce)
+{
+    std::mt19937 random(11);
+    Map map;
+    for (int k = 0; k < 2000; ++k)
+        map.InsertUnlessMember(static_cast<int>(random() % 4000), k);
+    std::string const before = Text(map.Root());
+    for (int round = 0; round < 300; ++round) {
+        int const key = static_cast<int>(random() % 4000), path = map.Root()->ConstGet().Height() + 1;
+        Map copy(map);
+        int const shared = Value::s_alive;
+        copy.ConstLookup(key);
+        EXPECT_EQ(Value::s_alive, shared);
+        if (round % 3 == 0)
+            copy.Lookup(key);
+        else
+            round % 3 == 1 ? copy.Remove(key) : copy.InsertUnlessMember(key, -1);
+        EXPECT_LE(Value::s_alive, shared + path + 3);
+        int const unshared = Value::s_alive;
+        copy.Lookup(copy.Root()->ConstGet().Key()).number = -2;
+        EXPECT_EQ(Value::s_alive, unshared);
+    }
+    EXPECT_EQ(Text(map.Root()), before);
 }
 
 // The order is that of the wrapped difference. Keys further apart are misordered, but every operation stays defined.
 TEST_F(cow_BtreeTest, ComparesKeysByTheirWrappedDifference)
 {
     int const keys[] = {INT_MIN, INT_MIN + 1, -2, -1, 0, 1, 2, INT_MAX - 1, INT_MAX};
-    Map wrapped;
-    wrapped.InsertUnlessMember(INT_MAX, 1);
-    wrapped.InsertUnlessMember(INT_MIN, 2);
-    EXPECT_EQ(Shape(wrapped.Root()), "(. 2147483647 -2147483648)");
-    std::mt19937 random(5);
     Map map;
-    ModelTree model;
-    for (int step = 0; step < 3000; ++step) {
+    map.InsertUnlessMember(INT_MAX, 1);
+    map.InsertUnlessMember(INT_MIN, 2);
+    EXPECT_EQ(Shape(map.Root()), "(. 2147483647^1 -2147483648)");
+    std::mt19937 random(5);
+    for (int step = 0, size = 2; step < 3000; ++step) {
         int const key = keys[random() % std::size(keys)];
-        if (random() % 2 == 0)
-            ASSERT_EQ(map.InsertUnlessMember(key, step), model.InsertUnlessMember(key, step));
-        else
-            ASSERT_EQ(map.Remove(key), model.Remove(key));
-        ASSERT_EQ(map.IsMember(key), model.Find(key) != nullptr);
-        ASSERT_EQ(Text(map.Root(), true), Text(model.root, true));
+        size += random() % 2 == 0 ? map.InsertUnlessMember(key, step) : -map.Remove(key);
+        ASSERT_EQ(map.Size(), size);
+        ASSERT_EQ(NumberOfNodes(map.Root()), size);
     }
 }
 
@@ -217,35 +210,36 @@ TEST_F(cow_BtreeTest, ComparesKeysByTheirWrappedDifference)
 TEST_F(cow_BtreeTest, IsUnchangedWhenMemoryEnds)
 {
     std::mt19937 random(7);
+    auto const change = [](Map& map, bool remove, int key, int value) {
+        return remove ? map.Remove(key) : map.InsertUnlessMember(key, value);
+    };
     for (int round = 0; round < 1000; ++round) {
-        Map map;
-        ModelTree model;
+        Map map, unfailing;
         for (int k = 0; k < 60; ++k) {
             int const key = static_cast<int>(random() % 60);
             bool const remove = random() % 3 == 0;
-            remove ? map.Remove(key) : map.InsertUnlessMember(key, k);
-            remove ? model.Remove(key) : model.InsertUnlessMember(key, k);
+            change(map, remove, key, k);
+            change(unfailing, remove, key, k);
         }
         Map const other(map);
-        std::string const before = Text(map.Root(), false);
+        std::string const before = Text(map.Root());
         int const size = map.Size(), key = static_cast<int>(random() % 60);
-        bool const remove = random() % 2 == 0, member = map.IsMember(key);
+        bool const remove = random() % 2 == 0, isChange = change(unfailing, remove, key, -1);
         for (int successes = 0;; ++successes) {
             mem_FailAllocationAfter(successes);
             try {
-                EXPECT_EQ(remove ? map.Remove(key) : map.InsertUnlessMember(key, -1), remove == member);
+                EXPECT_EQ(change(map, remove, key, -1), isChange);
                 mem_FailAllocationAfter(-1);
                 break;
             } catch (mem_OutOfMemory const&) {
             }
-            ASSERT_EQ(Text(map.Root(), false), before);
-            ASSERT_EQ(Text(other.Root(), false), before);
+            ASSERT_EQ(Text(map.Root()), before);
+            ASSERT_EQ(Text(other.Root()), before);
             ASSERT_EQ(map.Size(), size);
             ASSERT_LT(successes, 200);
         }
-        remove ? model.Remove(key) : model.InsertUnlessMember(key, -1);
-        ASSERT_EQ(Text(map.Root(), false), Text(model.root, false));
-        ASSERT_EQ(Text(other.Root(), false), before);
+        ASSERT_EQ(Text(map.Root()), Text(unfailing.Root()));
+        ASSERT_EQ(Text(other.Root()), before);
     }
 }
 
@@ -304,6 +298,23 @@ TEST_F(cow_BtreeTest, UsesThePlacesOfRemovedNodesAgain)
         mem_OutOfMemory);
     mem_FailAllocationAfter(-1);
     EXPECT_EQ(map.Size(), 8);
+}
+
+// Nodes that no map made, and handles of nodes that outlive their map.
+TEST_F(cow_BtreeTest, NodesStandAlone)
+{
+    delete new Node(1, 2);
+    cow_COW<Node> alone(new Node(3, 4)), shared(alone);
+    shared.Get().Value() = 5;
+    EXPECT_EQ(alone.ConstGet().Value().number, 4);
+
+    auto map = std::make_unique<Map>(MakeMap({1, 2, 3, 4, 5}));
+    cow_COW<Node> root(*map->Root());
+    std::unique_ptr<Node> const copy(new Node(root.ConstGet()));
+    std::string const tree = Text(&root);
+    map.reset();
+    EXPECT_EQ(Text(&root), tree);
+    EXPECT_EQ(root.Get().Key(), copy->Key());
 }
 
 // The instance that the library exports.

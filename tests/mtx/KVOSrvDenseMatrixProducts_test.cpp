@@ -5,6 +5,8 @@
 #include "KVOSrvScratchDenseMatrix.h"
 
 #include <cerrno>
+#include <cstdlib>
+#include <filesystem>
 #include <limits>
 
 namespace
@@ -335,6 +337,50 @@ TEST(KVOSrvDenseMatrixProducts, EqualTheirFormulasForLargeBlocks)
         Products(database, shapes).ExpectAll();
 }
 
+// Few vectors are multiplied by the blocks where these lie in the file, unless it is HDF5 that moves the values.
+TEST(KVOSrvDenseMatrixProducts, EqualTheirFormulasInPlace)
+{
+    Layout const whole{380, 380, 0, 0, 0, 0};
+    for (char const* const dataPath : {"", "hdf5"}) {
+        SCOPED_TRACE(dataPath);
+        setenv("KVO_SIM_DATA_PATH", dataPath, 1);
+        TestDatabase const database;
+        for (int const p : {5, 140})
+            Products(database, {770, 385, p, whole, {300, 64, 299, 0, 5, 0}, whole}).ExpectAll();
+    }
+    unsetenv("KVO_SIM_DATA_PATH");
+}
+
+TEST(KVOSrvDenseMatrixProducts, ReportBlocksThatCannotBeReadFromTheFile)
+{
+    TestDatabase const database;
+    Stored a(database, 760, 760, {380, 380, 0, 0, 0, 0});
+    KVOSrvMatrix const x = Numbers(760, 3);
+    KVOSrvMatrix y = Numbers(760, 3);
+    (*a).Multiply(x, y);
+    ExpectEqual(y, Product(a.Values(), false, Dense(x)));
+    std::filesystem::resize_file(database.Path(), 100'000); // what is behind the end of a mapped file is a signal to those who touch it
+    EXPECT_THROW((*a).Multiply(x, y), KVOSimException);
+    EXPECT_THROW((*a).TransposeMultiply(x, y, 0), KVOSimException);
+}
+
+TEST(KVOSrvDenseMatrixProducts, TakeBlocksThatWereNeverWrittenAsZero)
+{
+    TestDatabase const database;
+    KVOSrvDenseMatrix a(database.Matrix(760, 760, 380, 380));
+    Dense expected(760, 760);
+    KVOSrvMatrix const values = Numbers(380, 380), x = Numbers(760, 3);
+    a.SetValues(380, 759, 0, 379, values);
+    for (int j = 0; j < 380; ++j)
+        std::copy_n(values.Values() + 380 * j, 380, &expected.At(380, j));
+    KVOSrvMatrix y = Numbers(760, 3);
+    a.Multiply(x, y);
+    ExpectEqual(y, Product(expected, false, Dense(x)));
+    a.TransposeMultiply(x, y, 0);
+    ExpectEqual(y, Product(expected, true, Dense(x)));
+    EXPECT_FALSE(a.BlockAllocated(0, 0));
+}
+
 TEST(KVOSrvDenseMatrixProducts, MeetEveryRowAndColumnOfAnExtendedMatrix)
 {
     TestDatabase const database;
@@ -459,7 +505,7 @@ TEST(KVOSrvDenseMatrixProducts, RefuseOperandsThatDoNotFit)
     int const badPerm[] = {0, 1, 2, 3, 4, 5, 8};
     EXPECT_THROW((*a).TransposeMultiply(badPerm, z, y, 1.0, 0.0), KVOSrvMtxIllegalPermVect);
     KVOSrvMatrix diagonal = Numbers(7, 7, true);
-    ExpectRefused("Add", diagonal, [&] { diagonal.Add(1.0, *a); });
+    ExpectRefused("Assignment operator", diagonal, [&] { diagonal.Add(1.0, *a); });
     diagonal.Add(0.0, *a); // does nothing
 }
 

@@ -261,6 +261,38 @@ TEST(KVOSrvDenseMatrixTransfer, WholeMatrixOperationsOnRandomViews)
         }
 }
 
+// Chunks of 2 MiB, which are worked on where they are once they have been used, beside edge chunks, which are copied.
+TEST(KVOSrvDenseMatrixTransfer, WholeMatrixOperationsWhereTheValuesAre)
+{
+    constexpr int kOrder = 1100, kChunk = 512;
+    TestDatabase const database;
+    KVOSrvDenseMatrix matrix(database.Matrix(kOrder, kOrder, kChunk, kChunk)), other(database.Matrix(kOrder, kOrder, kChunk, kChunk));
+    Dense values = Filled(kOrder, kOrder, [](int i, int j) { return i * j + 1.0; });
+    Dense added = Filled(kOrder, kOrder, [](int i, int j) { return 1.0 * i + j; });
+    matrix.SetRows(0, kOrder - 1, InCore(values));
+    other.SetRows(0, kOrder - 1, InCore(added));
+    for (int round = 0; round < 3; ++round) {
+        SCOPED_TRACE(round);
+        EXPECT_TRUE(matrix.IsSymmetric());
+
+        matrix.Scale(-1.5);
+        matrix.AddAssign(other);
+
+        for (std::size_t k = 0; k < values.values.size(); ++k)
+            values.values[k] = -1.5 * values.values[k] + added.values[k];
+        EXPECT_TRUE(StoredValues(matrix).values == values.values);
+    }
+    KVOSrvMatrix changed(1, 1, nullptr, false, false), kept(1, 1, nullptr, false, false);
+    changed = std::numeric_limits<double>::quiet_NaN();
+    for (auto const& [i, j] : {std::pair{700, 300}, {300, 700}, {700, 600}, {600, 700}, {1090, 20}, {1098, 1099}}) {
+        matrix.GetValues(i, i, j, j, kept);
+        matrix.SetValues(i, i, j, j, changed);
+        EXPECT_FALSE(matrix.IsSymmetric()) << i << ", " << j;
+        matrix.SetValues(i, i, j, j, kept);
+    }
+    EXPECT_TRUE(matrix.IsSymmetric());
+}
+
 TEST(KVOSrvDenseMatrixTransfer, OperandsThatAreTheMatrixItself)
 {
     TestDatabase const database;

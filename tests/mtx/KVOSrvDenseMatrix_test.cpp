@@ -2,7 +2,6 @@
 
 #include "DatabaseSupport.h"
 #include "KVOSimException.h"
-#include "KVOSimTransaction.h"
 
 #include <gmock/gmock.h>
 
@@ -25,9 +24,7 @@ TEST(KVOSrvDenseMatrix, NullMatrixAnswersEverything)
     KVOSrvDenseMatrix matrix;
     KVOSrvDenseMatrix const fromNull{KVOSimDistributionID()};
 
-    EXPECT_TRUE(matrix.IsNull() && fromNull.IsNull());
-    EXPECT_TRUE(matrix.DistributionID().IsNull());
-    EXPECT_TRUE(matrix.RowCSetID().IsNull());
+    EXPECT_TRUE(matrix.IsNull() && fromNull.IsNull() && matrix.DistributionID().IsNull() && matrix.RowCSetID().IsNull());
     EXPECT_EQ(matrix.NumberOfRowBlocks(), 0);
     EXPECT_EQ(matrix.MaxNumberOfColumnsInBlock(), 0);
     EXPECT_FALSE(matrix.BlockAllocated(0, 0));
@@ -53,26 +50,24 @@ TEST(KVOSrvDenseMatrix, NullMatrixAnswersEverything)
 TEST(KVOSrvDenseMatrix, BindsToTheChunksOfADistribution)
 {
     TestDatabase const database;
-    KVOSrvDenseMatrix const chunked(database.Matrix(10, 7, 4, 3)), plain(database.Matrix(10, 7, -1, -1)),
-        large(database.Matrix(10, 7, 16, 3));
-    KVOSrvDenseMatrix const column(KVOSrvUtilities::Create1DDistribution(database.Members(9), 4));
-
-    EXPECT_EQ(chunked.NumberOfRows(), 10);
-    EXPECT_EQ(chunked.NumberOfColumns(), 7);
-    EXPECT_EQ(chunked.NumberOfRowBlocks(), 3);
-    EXPECT_EQ(chunked.NumberOfColumnBlocks(), 3);
-    EXPECT_EQ(chunked.NumberOfRowsInBlock(2), 2);
-    EXPECT_EQ(chunked.NumberOfColumnsInBlock(2), 1);
-    EXPECT_EQ(plain.NumberOfRowBlocks(), 1);
-    EXPECT_EQ(plain.MaxNumberOfColumnsInBlock(), 7);
-    EXPECT_EQ(large.NumberOfRowBlocks(), 1);
-    EXPECT_EQ(large.MaxNumberOfRowsInBlock(), 10);
-    EXPECT_EQ(column.NumberOfRows(), 9);
-    EXPECT_EQ(column.NumberOfColumns(), 1);
-    EXPECT_EQ(column.NumberOfRowBlocks(), 3);
-    EXPECT_EQ(column.NumberOfColumnBlocks(), 1);
-    EXPECT_TRUE(column.ColumnCSetID().IsNull());
-    EXPECT_EQ(KVOSimCSet(column.RowCSetID()).Size(), 9);
+    KVOSimDistributionID const column = KVOSrvUtilities::Create1DDistribution(database.Members(9), 4);
+    struct {
+        KVOSimDistributionID id;
+        std::array<int, 4> sizesAndBlocks, largestAndLastBlock;
+    } const cases[] = {{database.Matrix(10, 7, 4, 3), {10, 7, 3, 3}, {4, 3, 2, 1}},
+                       {database.Matrix(10, 7, -1, -1), {10, 7, 1, 1}, {10, 7, 10, 7}},
+                       {database.Matrix(10, 7, 16, 3), {10, 7, 1, 3}, {10, 3, 10, 1}},
+                       {column, {9, 1, 3, 1}, {4, 1, 1, 1}}};
+    for (auto const& c : cases) {
+        KVOSrvDenseMatrix const m(c.id);
+        int const rowBlocks = m.NumberOfRowBlocks(), columnBlocks = m.NumberOfColumnBlocks();
+        EXPECT_EQ((std::array{m.NumberOfRows(), m.NumberOfColumns(), rowBlocks, columnBlocks}), c.sizesAndBlocks);
+        EXPECT_EQ((std::array{m.MaxNumberOfRowsInBlock(), m.MaxNumberOfColumnsInBlock(), m.NumberOfRowsInBlock(rowBlocks - 1),
+                              m.NumberOfColumnsInBlock(columnBlocks - 1)}),
+                  c.largestAndLastBlock);
+    }
+    EXPECT_TRUE(KVOSrvDenseMatrix(column).ColumnCSetID().IsNull());
+    EXPECT_EQ(KVOSimCSet(KVOSrvDenseMatrix(column).RowCSetID()).Size(), 9);
 }
 
 TEST(KVOSrvDenseMatrix, RefusesWhatIsNoDenseMatrixOfDoubles)
@@ -94,27 +89,19 @@ TEST(KVOSrvDenseMatrix, RefusesWhatIsNoDenseMatrixOfDoubles)
 TEST(KVOSrvDenseMatrix, IsFoundAgainInALaterSession)
 {
     TemporaryFolder const folder;
-    std::string const path = folder / "kept.sim";
-    Dense values(0, 0);
-    int index = -1;
-    {
-        KVOSimDatabase database;
-        database.CreateFile(DRXUnicodeString(path.c_str()), 0);
-        KVOSimContext context(database.CreateContext());
-        context.Open();
-        KVOSimTransaction transaction(context);
-        int const rowNumbers[] = {4, 2, 9}, columnNumbers[] = {7, 8};
-        KVOSimCSetID const rows = KVOSimCollection(context.CreateCollection(3)).CreateOrderedCSet(rowNumbers, 3);
-        KVOSimCSetID const columns = KVOSimCollection(context.CreateCollection(2)).CreateOrderedCSet(columnNumbers, 2);
-        KVOSrvDenseMatrix matrix(KVOSrvUtilities::Create2DDistribution(rows, columns, 2, 2));
-        values = Randomize(matrix);
-        index = matrix.DistributionID().Index();
-        transaction.Commit();
-        database.Close();
-    }
+    DRXUnicodeString const path((folder / "kept.sim").c_str());
     KVOSimDatabase database;
-    database.OpenFile(DRXUnicodeString(path.c_str()), true);
-    KVOSrvDenseMatrix matrix(KVOSimDistributionID(database.ContextID(), index));
+    database.CreateFile(path, 0);
+    KVOSimContext context(database.CreateContext());
+    auto const members = [&](std::vector<int> const& numbers) {
+        auto const count = static_cast<int>(numbers.size());
+        return KVOSimCollection(context.CreateCollection(count)).CreateOrderedCSet(numbers.data(), count);
+    };
+    KVOSrvDenseMatrix made(KVOSrvUtilities::Create2DDistribution(members({4, 2, 9}), members({7, 8}), 2, 2));
+    Dense const values = Randomize(made);
+    database.Close();
+    database.OpenFile(path, true);
+    KVOSrvDenseMatrix matrix(KVOSimDistributionID(database.ContextID(), made.DistributionID().Index()));
 
     ExpectContent(matrix, values);
     EXPECT_THAT(NumbersOf(matrix.RowCSetID()), ElementsAre(4, 2, 9));
@@ -141,8 +128,6 @@ TEST(KVOSrvDenseMatrix, ViewsOutliveTheMatrixAndNameTheirMembers)
     ExpectContent(*inner, [&](int i, int j) { return values.At(i + 5, j + 1); });
     EXPECT_THAT(NumbersOf(inner->RowCSetID()), ElementsAre(115, 118, 121));
     EXPECT_THAT(NumbersOf(inner->ColumnCSetID()), ElementsAre(21, 22, 23));
-    EXPECT_EQ(inner->NumberOfRowBlocks(), 1);
-    EXPECT_EQ(inner->NumberOfRowsInBlock(0), 3);
     EXPECT_EQ(view->NumberOfRowsInBlock(0), 2);
     EXPECT_EQ(view->BlockContainingColumn(2), 1);
 }
@@ -204,20 +189,58 @@ TEST(KVOSrvDenseMatrix, ExtendDimRefusesByStatusAndChangesNothing)
 
     EXPECT_EQ(view->ExtendDim(1, 2, fresh), 1);
     EXPECT_EQ(matrix.ExtendDim(1, 0, fresh), 2);
-    EXPECT_EQ(matrix.ExtendDim(2, 2, fresh), 3);
-    EXPECT_EQ(matrix.ExtendDim(-1, 2, fresh), 3);
+    for (int const dim : {2, -1})
+        EXPECT_EQ(matrix.ExtendDim(dim, 2, fresh), 3);
     EXPECT_EQ(column.ExtendDim(0, 2, fresh), 3);
-    EXPECT_EQ(matrix.ExtendDim(1, 2, known), 4);
-    EXPECT_EQ(matrix.ExtendDim(1, 2, twice), 4);
-    EXPECT_THROW(matrix.ExtendDim(1, 2, nullptr), KVOSrvMtxIllegalInput);
+    for (int const* const numbers : {known, twice})
+        EXPECT_EQ(matrix.ExtendDim(1, 2, numbers), 4);
+    EXPECT_EQ(matrix.ExtendDim(1, 2, nullptr), 2);
     ExpectContent(matrix, values);
     EXPECT_EQ(KVOSrvDenseMatrix(matrix.DistributionID()).NumberOfRows(), 4);
+    KVOSrvDenseMatrix alike(KVOSrvUtilities::Create1DDistribution(database.Members({7, 7, 9}), 2));
+    EXPECT_EQ(alike.ExtendDim(1, 2, fresh), 0); // members that are there twice are no reason to refuse others
 
     EXPECT_EQ(matrix.ExtendDim(0, 2, known), 0); // 12 is a row, no column
     int const further[] = {20, 21, 22};
     EXPECT_EQ(column.ExtendDim(1, 3, further), 0);
     EXPECT_EQ(column.NumberOfRows(), 7);
     EXPECT_EQ(column.NumberOfRowBlocks(), 4);
+}
+
+TEST(KVOSrvDenseMatrix, ExtendDimGrowsMatrixAndStoreOrNeither)
+{
+    int const fresh[] = {100, 101};
+    bool done = false;
+    for (int allocation = 0; !done; ++allocation) {
+        TestDatabase const database;
+        KVOSrvDenseMatrix matrix(database.Matrix(5, 4, 2, 2));
+        Dense const values = Randomize(matrix);
+        mem_FailAllocationAfter(allocation);
+        try {
+            EXPECT_EQ(matrix.ExtendDim(1, 2, fresh), 0);
+            done = true;
+        } catch (mem_OutOfMemory const&) {
+        }
+        mem_FailAllocationAfter(-1);
+
+        if (matrix.NumberOfRows() == 5) {
+            ExpectContent(matrix, values);
+            EXPECT_EQ(matrix.ExtendDim(1, 2, fresh), 0) << "after allocation " << allocation << " failed";
+        }
+        EXPECT_EQ(matrix.NumberOfRows(), 7);
+        EXPECT_EQ(KVOSrvDenseMatrix(matrix.DistributionID()).NumberOfRows(), 7);
+    }
+}
+
+TEST(KVOSrvDenseMatrix, EveryBlockOfAnExtendedUnchunkedMatrixIsAllocated)
+{
+    TestDatabase const database;
+    KVOSrvDenseMatrix matrix(database.Matrix(4, 3, -1, -1));
+    int const fresh[] = {10, 11, 12, 13, 14};
+    ASSERT_EQ(matrix.ExtendDim(1, 5, fresh), 0);
+    ASSERT_EQ(matrix.NumberOfRowBlocks(), 3);
+    EXPECT_TRUE(matrix.BlockAllocated(2, 0));
+    EXPECT_FALSE(matrix.BlockAllocated(3, 0));
 }
 
 // A matrix of one block that was smaller than its chunk: block 0 keeps its height, and with the next extension the width of block column 0
@@ -250,16 +273,15 @@ TEST(KVOSrvDenseMatrix, SetAccessWishesForCache)
     std::uint64_t const usual = CacheSize(id);
     KVOSrvDenseMatrix matrix(id);
 
-    matrix.SetAccess(KVOSrvAccessRows);
-    EXPECT_EQ(CacheSize(id), 20u * 8 * 4 * 5);
-    matrix.SetAccess(KVOSrvAccessColumns);
-    EXPECT_EQ(CacheSize(id), 30u * 8 * 4 * 5);
-    matrix.SetAccess(KVOSrvAccessAll);
-    EXPECT_EQ(CacheSize(id), 20u * 30 * 8);
-    matrix.SetAccess(static_cast<KVOSrvAccessType>(7));
-    EXPECT_EQ(CacheSize(id), 20u * 30 * 8);
-    matrix.SetAccess(KVOSrvAccessDefault);
-    EXPECT_EQ(CacheSize(id), usual);
+    std::pair<int, std::uint64_t> const cases[] = {{KVOSrvAccessRows, 20 * 8 * 4 * 5},
+                                                   {KVOSrvAccessColumns, 30 * 8 * 4 * 5},
+                                                   {KVOSrvAccessAll, 20 * 30 * 8},
+                                                   {7, 20 * 30 * 8},
+                                                   {KVOSrvAccessDefault, usual}};
+    for (auto const& [access, bytes] : cases) {
+        matrix.SetAccess(static_cast<KVOSrvAccessType>(access));
+        EXPECT_EQ(CacheSize(id), bytes) << access;
+    }
     KVOSrvDenseMatrix line(column);
     line.SetAccess(KVOSrvAccessDefault);
     EXPECT_EQ(CacheSize(column), 20u * 8);

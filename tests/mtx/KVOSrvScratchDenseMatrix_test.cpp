@@ -1,11 +1,11 @@
 #include "KVOSrvScratchDenseMatrix.h"
 
+#include "ChildProcess.h"
 #include "DatabaseSupport.h"
 #include "KVOSimException.h"
 #include "ScratchFiles.h"
 
 #include <gmock/gmock.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 using testing::ElementsAre;
@@ -16,8 +16,6 @@ using testing::StartsWith;
 
 namespace
 {
-
-using ScratchMatrix = std::unique_ptr<KVOSrvScratchDenseMatrix>;
 
 /// A fresh folder for scratch files while it lives.
 class ScratchFolder
@@ -45,63 +43,40 @@ private:
     cow_String m_before;
 };
 
-/// A child process that calls run() once and says so, then idle() again and again until it is killed.
+/// A child process that has called run() when this is there, and calls idle() again and again until it is killed.
 class Child
 {
 public:
-    template<class Run>
-    explicit Child(Run const& run) : Child(run, [] { pause(); })
+    template<class Run, class Idle = int (*)()>
+    explicit Child(Run const& run, Idle const& idle = pause)
+        : m_process([&]() -> int {
+              run();
+              m_ready.Send(1);
+              for (;;)
+                  idle();
+          })
     {
+        EXPECT_EQ(m_ready.Next(), 1);
     }
-    template<class Run, class Idle>
-    Child(Run const& run, Idle const& idle)
-    {
-        int ends[2];
-        if (pipe(ends) != 0)
-            throw std::runtime_error("no pipe");
-        m_process = fork();
-        if (m_process == 0) {
-            run();
-            [[maybe_unused]] auto const written = write(ends[1], "r", 1);
-            while (getppid() != 1)
-                idle();
-            _exit(0);
-        }
-        close(ends[1]);
-        char ready = 0;
-        m_isReady = read(ends[0], &ready, 1) == 1;
-        close(ends[0]);
-    }
-    Child(Child const&) = delete;
-    Child& operator=(Child const&) = delete;
-    ~Child() { Kill(); }
-
-    bool IsReady() const { return m_isReady; }
-    void Kill()
-    {
-        if (m_process <= 0)
-            return;
-        kill(m_process, SIGKILL);
-        waitpid(m_process, nullptr, 0);
-        m_process = 0;
-    }
+    void Kill() { m_process.Kill(); }
 
 private:
-    pid_t m_process;
-    bool m_isReady;
+    Reports m_ready;
+    ChildProcess m_process;
 };
 
 } // namespace
 
-TEST(KVOSrvScratchDenseMatrix, EachHasAFileOfItsOwnWhileItLives)
+TEST(KVOSrvScratchDenseMatrix, HasAFileOfItsOwnWhileItOrAViewLives)
 {
     ScratchFolder const folder;
     auto first = std::make_unique<KVOSrvScratchDenseMatrix>(9, 7, 4, 3);
     auto second = std::make_unique<KVOSrvScratchDenseMatrix>(5, 5, 100, -1);
-    KVOSrvScratchDenseMatrix const empty;
+    EXPECT_TRUE(KVOSrvScratchDenseMatrix().IsNull());
     Dense const firstValues = Randomize(*first), secondValues = Randomize(*second);
+    std::unique_ptr<KVOSrvDenseMatrix> view(static_cast<KVOSrvDenseMatrix&>(*first).Submatrix(2, 8, 1, 5));
+    std::unique_ptr<KVOSrvDenseMatrix> inner(view->ConstSubmatrix(1, 3, 0, 1));
 
-    EXPECT_TRUE(empty.IsNull());
     EXPECT_THAT(folder.Files(), SizeIs(2));
     for (std::string const& name : folder.Files()) {
         EXPECT_THAT(name, StartsWith("KVOSrvScratchDenseMatrix"));
@@ -110,27 +85,14 @@ TEST(KVOSrvScratchDenseMatrix, EachHasAFileOfItsOwnWhileItLives)
     EXPECT_EQ(first->NumberOfRowsInBlock(0), 4);
     EXPECT_EQ(second->NumberOfRowsInBlock(0), 5);
     EXPECT_EQ(second->NumberOfColumnBlocks(), 1);
-    ExpectContent(*first, firstValues);
-    ExpectContent(*second, secondValues);
     EXPECT_THAT(NumbersOf(second->RowCSetID()), ElementsAre(0, 1, 2, 3, 4));
-    first.reset();
-    EXPECT_THAT(folder.Files(), SizeIs(1));
+    ExpectContent(*second, secondValues);
     second.reset();
-    EXPECT_THAT(folder.Files(), IsEmpty());
-}
-
-TEST(KVOSrvScratchDenseMatrix, ViewsKeepTheFile)
-{
-    ScratchFolder const folder;
-    auto matrix = std::make_unique<KVOSrvScratchDenseMatrix>(9, 7, 4, 3);
-    Dense const values = Randomize(*matrix);
-    std::unique_ptr<KVOSrvDenseMatrix> view(static_cast<KVOSrvDenseMatrix&>(*matrix).Submatrix(2, 8, 1, 5));
-    std::unique_ptr<KVOSrvDenseMatrix> inner(view->ConstSubmatrix(1, 3, 0, 1));
-    matrix.reset();
-
-    ExpectContent(*view, [&](int i, int j) { return values.At(i + 2, j + 1); });
+    EXPECT_THAT(folder.Files(), SizeIs(1));
+    first.reset();
+    ExpectContent(*view, [&](int i, int j) { return firstValues.At(i + 2, j + 1); });
     view.reset();
-    ExpectContent(*inner, [&](int i, int j) { return values.At(i + 3, j + 1); });
+    ExpectContent(*inner, [&](int i, int j) { return firstValues.At(i + 3, j + 1); });
     EXPECT_THAT(NumbersOf(inner->RowCSetID()), ElementsAre(3, 4, 5));
     EXPECT_THAT(folder.Files(), SizeIs(1));
     inner.reset();
@@ -211,33 +173,29 @@ TEST(KVOSrvScratchDenseMatrix, FailuresLeaveNoFile)
 TEST(KVOSrvScratchDenseMatrix, LeftoversGoButNothingThatIsInUse)
 {
     ScratchFolder const folder;
-    std::filesystem::create_directory(folder / "other");
-    // Another process: it leaves one file behind when it is killed, and a second one keeps one in use.
-    ScratchFolder::Use(folder / "other");
+    // Another process leaves one file behind when it is killed, and a second one keeps one in use.
     Child killed([] { new KVOSrvScratchDenseMatrix(50, 50, 10, 10); });
-    ASSERT_TRUE(killed.IsReady());
-    std::vector<std::string> const leftover = ScratchFolder::FilesIn(folder / "other");
+    std::vector<std::string> const leftover = folder.Files();
     Child const alive([] { new KVOSrvScratchDenseMatrix(50, 50, 10, 10); });
-    ASSERT_TRUE(alive.IsReady());
     killed.Kill();
-    WriteFile(folder / "other/KVOSrvScratchDenseMatrix.txt", "not a database");
-    WriteFile(folder / "other/mine.sim", "not ours");
-    WriteFile(folder / "other/KVOSrvScratchDenseMatrixShort.sim", "");
-    std::filesystem::create_symlink(folder / "other/mine.sim", folder / "other/KVOSrvScratchDenseMatrixLink.sim");
-    std::filesystem::create_directory(folder / "other/KVOSrvScratchDenseMatrixFolder.sim");
+    WriteFile(folder / "KVOSrvScratchDenseMatrix.txt", "not a database");
+    WriteFile(folder / "mine.sim", "not ours");
+    WriteFile(folder / "KVOSrvScratchDenseMatrixShort.sim", "");
+    std::filesystem::create_symlink(folder / "mine.sim", folder / "KVOSrvScratchDenseMatrixLink.sim");
+    std::filesystem::create_directory(folder / "KVOSrvScratchDenseMatrixFolder.sim");
     ASSERT_THAT(leftover, SizeIs(1));
-    ASSERT_THAT(ScratchFolder::FilesIn(folder / "other"), SizeIs(7));
+    ASSERT_THAT(folder.Files(), SizeIs(7));
 
     auto matrix = std::make_unique<KVOSrvScratchDenseMatrix>(2, 2, 2, 2);
 
-    EXPECT_THAT(ScratchFolder::FilesIn(folder / "other"), SizeIs(6)); // the killed one's and the empty one have gone
-    EXPECT_FALSE(std::filesystem::exists(folder / ("other/" + leftover[0])));
-    EXPECT_EQ(ReadFile(folder / "other/mine.sim"), "not ours");
+    EXPECT_THAT(folder.Files(), SizeIs(6)); // the killed one's and the empty one have gone
+    EXPECT_FALSE(std::filesystem::exists(folder / leftover[0]));
+    EXPECT_EQ(ReadFile(folder / "mine.sim"), "not ours");
     Randomize(*matrix);
     // Only the first matrix in a directory looks for leftovers.
-    WriteFile(folder / "other/KVOSrvScratchDenseMatrixLate.sim", "");
+    WriteFile(folder / "KVOSrvScratchDenseMatrixLate.sim", "");
     KVOSrvScratchDenseMatrix const another(2, 2, 2, 2);
-    EXPECT_TRUE(std::filesystem::exists(folder / "other/KVOSrvScratchDenseMatrixLate.sim"));
+    EXPECT_TRUE(std::filesystem::exists(folder / "KVOSrvScratchDenseMatrixLate.sim"));
 }
 
 // One process makes matrices, all under one name, the other looks for leftovers as new processes do. No matrix may lose its file.
@@ -246,7 +204,6 @@ TEST(KVOSrvScratchDenseMatrix, CleaningDoesNotDisturbProcessesThatMakeFiles)
     ScratchFolder const folder;
     cow_String const path(folder.Path().c_str());
     Child const cleaner([] {}, [&] { ScratchFiles::RemoveLeftovers(path); });
-    ASSERT_TRUE(cleaner.IsReady());
 
     for (int round = 0; round < 500; ++round) {
         KVOSrvScratchDenseMatrix const matrix(2, 2, 2, 2);
@@ -260,9 +217,7 @@ TEST(KVOSrvScratchDenseMatrix, AChildProcessDoesNotRemoveTheFile)
     auto matrix = std::make_unique<KVOSrvScratchDenseMatrix>(20, 20, 4, 4);
     Dense const values = Randomize(*matrix);
     Child const child([&] { matrix.reset(); });
-    ASSERT_TRUE(child.IsReady());
 
     EXPECT_THAT(folder.Files(), SizeIs(1));
     ExpectContent(*matrix, values);
-    EXPECT_THAT(folder.Files(), SizeIs(1));
 }

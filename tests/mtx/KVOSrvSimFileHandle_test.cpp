@@ -5,17 +5,8 @@
 
 #include <gmock/gmock.h>
 
+using std::filesystem::exists;
 using testing::HasSubstr;
-
-namespace
-{
-
-bool Exists(std::string const& path)
-{
-    return std::filesystem::exists(path);
-}
-
-} // namespace
 
 TEST(KVOSrvSimFileHandle, FileGoesWithTheLastCopy)
 {
@@ -28,19 +19,19 @@ TEST(KVOSrvSimFileHandle, FileGoesWithTheLastCopy)
     KVOSrvSimFileHandle assigned;
     assigned.Associate(otherPath.c_str());
 
-    EXPECT_TRUE(Exists(path) && Exists(otherPath));
+    EXPECT_TRUE(exists(path) && exists(otherPath));
     EXPECT_EQ(copy->ContextID(), handle->ContextID());
     EXPECT_FALSE(copy->ContextID().IsNull());
     assigned = *copy;
-    EXPECT_FALSE(Exists(otherPath));
-    KVOSrvSimFileHandle const& itself = assigned;
-    assigned = itself;
+    EXPECT_FALSE(exists(otherPath));
     handle.reset();
     copy.reset();
-    EXPECT_TRUE(Exists(path));
+    KVOSrvSimFileHandle const& itself = assigned; // and the last one
+    assigned = itself;
+    EXPECT_TRUE(exists(path));
     EXPECT_FALSE(assigned.ContextID().IsNull());
     assigned = before; // shared the count before the association, but not the database
-    EXPECT_FALSE(Exists(path));
+    EXPECT_FALSE(exists(path));
 }
 
 TEST(KVOSrvSimFileHandle, FailureLeavesNoFileAndAUsableHandle)

@@ -42,6 +42,11 @@ TEST(KVOSrvUtilitiesDistributions, TwoDimensions)
     EXPECT_THAT(ToVector(drawer.chunkSizes), ElementsAre(300, 100));
     EXPECT_EQ(drawer.typeKey, KVOSimDouble);
     EXPECT_THAT(ToVector(DrawerOf(plain).chunkSizes), IsEmpty());
+    // Chunks larger than the matrix are allowed; too large ones end with it.
+    EXPECT_THAT(ToVector(DrawerOf(KVOSrvUtilities::Create2DDistribution(rows, columns, 1000, 1000)).chunkSizes), ElementsAre(1000, 1000));
+    EXPECT_THAT(ToVector(DrawerOf(KVOSrvUtilities::Create2DDistribution(rows, columns, 100000, 100000)).chunkSizes), ElementsAre(300, 500));
+    EXPECT_THAT(ToVector(DrawerOf(KVOSrvUtilities::Create2DDistribution(database.Members(0), columns, -1, 7)).chunkSizes),
+                ElementsAre(7, 1));
     EXPECT_EQ(KVOSimDistribution(mixed).Type(), -1);
     EXPECT_EQ(KVOSimDistribution(plain).Type(), 12);
     EXPECT_THAT(ColorsOf(mixed), ElementsAre(0, 0));
@@ -83,37 +88,11 @@ TEST(KVOSrvUtilitiesDistributions, TellDenseFromSparse)
     KVOSimDistribution const column(KVOSrvUtilities::Create1DDistribution(members, 2)),
         matrix(KVOSrvUtilities::Create2DDistribution(members, members, 2, 2)),
         cube(KVOSrvUtilities::CreateDistribution(position, -1, sets, {}, true)),
-        empty(KVOSrvUtilities::CreateSparseDistribution(members, members)),
-        sparse(KVOSrvUtilities::CreateSparseDistribution(position, -1, members, members));
-    for (bool const symmetric : {false, true}) {
-        KVOSimSerializationType type;
-        symmetric ? type.SetSparseSym() : type.SetSparse();
-        KVOSimDistribution const target(KVOSrvUtilities::CreateSparseDistribution(members, members));
-        KVOSimTransfer transfer(target);
-        transfer.SetMakeNewDrawer();
-        transfer.SetWrite();
-        transfer.SetSparseNNonzero(0);
-        transfer.SetDim(0, members);
-        transfer.SetDim(1, members);
-        transfer.SetSerialization(type);
-        transfer.CheckView();
-        int const starts[5] = {};
-        double const diagonal[4] = {}, none = 0.0;
-        transfer.SetBuffer(2, static_cast<void const*>(starts), sizeof starts);
-        transfer.SetBuffer(1, static_cast<void const*>(starts), 0);
-        transfer.SetBuffer(0, static_cast<void const*>(&none), 0);
-        if (symmetric)
-            transfer.SetBuffer(3, static_cast<void const*>(diagonal), sizeof diagonal);
-        transfer.ExecWrite();
-
-        EXPECT_TRUE(KVOSrvUtilities::IsSparseMatrix(target));
-        EXPECT_FALSE(KVOSrvUtilities::IsDenseMatrix(target));
+        empty(KVOSrvUtilities::CreateSparseDistribution(members, members));
+    for (KVOSimDistribution const& dense : {column, matrix}) {
+        EXPECT_TRUE(KVOSrvUtilities::IsDenseMatrix(dense));
+        EXPECT_FALSE(KVOSrvUtilities::IsSparseMatrix(dense));
     }
-
-    EXPECT_TRUE(KVOSrvUtilities::IsDenseMatrix(column));
-    EXPECT_FALSE(KVOSrvUtilities::IsSparseMatrix(column));
-    EXPECT_TRUE(KVOSrvUtilities::IsDenseMatrix(matrix));
-    EXPECT_FALSE(KVOSrvUtilities::IsSparseMatrix(matrix));
     EXPECT_FALSE(KVOSrvUtilities::IsDenseMatrix(cube));
     for (KVOSimDistribution const& none : {empty, KVOSimDistribution()}) {
         EXPECT_FALSE(KVOSrvUtilities::IsDenseMatrix(none));
@@ -158,5 +137,7 @@ TEST(KVOSrvUtilitiesDistributions, BadInputLeavesNoDistributionBehind)
     EXPECT_THROW(KVOSrvUtilities::CreateSparseDistribution(null, null), KVOSimException);
     EXPECT_THROW(KVOSrvUtilities::CreateDistribution(position, -1, sets, KVOSimArray<int>(chunks, 2), false), KVOSrvMtxIllegalInput);
     EXPECT_THROW(KVOSrvUtilities::Write1DIntDistribution(rows, values, 2), KVOSimException);
+    EXPECT_THROW(KVOSrvUtilities::Write1DIntDistribution(rows, nullptr, 3), KVOSimException);
+    EXPECT_THROW(KVOSrvUtilities::Create2DDistribution(database.Members(30000), database.Members(30000), -1, 30000), KVOSimException);
     EXPECT_TRUE(database.Context().QueryDistributions().IsEmpty());
 }

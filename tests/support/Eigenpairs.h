@@ -8,12 +8,7 @@
 /// op(a) b, a transposed if told so.
 inline Dense Product(Dense const& a, bool transposed, Dense const& b)
 {
-    Dense c(transposed ? a.columns : a.rows, b.columns);
-    for (int j = 0; j < c.columns; ++j)
-        for (int l = 0; l < b.rows; ++l)
-            for (int i = 0; i < c.rows; ++i)
-                c.At(i, j) += (transposed ? a.At(l, i) : a.At(i, l)) * b.At(l, j);
-    return c;
+    return (transposed ? Transposed(a) : a) * b;
 }
 
 inline Dense operator-(Dense a, Dense const& b)

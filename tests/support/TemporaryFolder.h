@@ -31,6 +31,13 @@ private:
     std::filesystem::path m_path;
 };
 
+/// Where files need no disk: for tests of what the system calls leave in a file, of which most of the time would be waiting for syncs.
+inline std::filesystem::path FolderWithoutDisk()
+{
+    char const* const memory = "/dev/shm";
+    return std::filesystem::is_directory(memory) ? memory : std::filesystem::temp_directory_path();
+}
+
 inline void WriteFile(std::string const& path, std::string const& bytes)
 {
     std::ofstream file(path, std::ios::binary | std::ios::trunc);

@@ -1,82 +1,20 @@
 #include "ChunkGrid.h"
+#include "StridedCopy.h"
 
 #include <gtest/gtest.h>
 #include <vector>
 
 using simdb::ChunkGrid;
 using simdb::ChunkPiece;
-using simdb::Extents;
 using simdb::Range;
+using simdb::StridedRuns;
 
 namespace
 {
 
 using Sizes = std::vector<std::int64_t>;
 
-// Every value of the range is in exactly one piece, at the place in chunk and buffer that its coordinates give.
-void ExpectTiled(ChunkGrid const& grid, Range const& rows, Range const& columns)
-{
-    std::int64_t const width = columns.Count();
-    std::vector<int> seen(static_cast<std::size_t>(rows.Count() * width));
-    Range const ranges[2] = {rows, columns};
-    std::int64_t last = -1;
-    grid.ForEachPiece(ranges, [&](ChunkPiece const& piece) {
-        EXPECT_GT(piece.chunk, last);
-        last = piece.chunk;
-        for (std::int64_t i = 0; i < piece.counts[0]; ++i)
-            for (std::int64_t j = 0; j < piece.counts[1]; ++j) {
-                std::int64_t const inChunk = piece.chunkOffset + i * grid.ChunkSizes()[1] + j,
-                                   inBuffer = piece.bufferOffset + i * width + j;
-                std::int64_t const row = piece.origin[0] + inChunk / grid.ChunkSizes()[1];
-                std::int64_t const column = piece.origin[1] + inChunk % grid.ChunkSizes()[1];
-                ASSERT_LT(inChunk, grid.ValuesPerChunk());
-                ASSERT_EQ(row - rows.first, inBuffer / width);
-                ASSERT_EQ(column - columns.first, inBuffer % width);
-                ++seen[static_cast<std::size_t>(inBuffer)];
-            }
-    });
-    EXPECT_EQ(seen, std::vector<int>(seen.size(), 1));
-}
-
-TEST(ChunkGrid, CutsEveryRangeOfSmallGridsIntoPiecesThatTileIt)
-{
-    for (std::int64_t rows = 1; rows <= 5; ++rows)
-        for (std::int64_t columns = 1; columns <= 4; ++columns)
-            for (std::int64_t chunkRows = 1; chunkRows <= 6; ++chunkRows)
-                for (std::int64_t chunkColumns = 1; chunkColumns <= 5; ++chunkColumns) {
-                    ChunkGrid const grid(Sizes{rows, columns}, Sizes{chunkRows, chunkColumns});
-                    for (std::int64_t r0 = 0; r0 < rows; ++r0)
-                        for (std::int64_t r1 = r0; r1 < rows; ++r1)
-                            for (std::int64_t c0 = 0; c0 < columns; ++c0)
-                                for (std::int64_t c1 = c0; c1 < columns; ++c1)
-                                    ExpectTiled(grid, {r0, r1}, {c0, c1});
-                }
-}
-
-TEST(ChunkGrid, NumbersChunksWithoutGaps)
-{
-    Sizes const sizes{5, 1, 9}, chunks{2, 4, 3};
-    ChunkGrid const grid(sizes, chunks);
-    std::vector<Range> places;
-    for (std::int64_t const count : grid.ChunkCounts())
-        places.push_back({0, count - 1});
-    std::int64_t next = 0;
-    ChunkGrid::ForEachPlace(places, [&](Extents const& at) {
-        EXPECT_EQ(grid.Number(at), next);
-        Extents const place = grid.Place(next++);
-        EXPECT_TRUE(std::equal(at.begin(), at.begin() + 3, place.begin()));
-        return true;
-    });
-    EXPECT_EQ(next, 3 * 1 * 3);
-}
-
-TEST(ChunkGrid, TakesAContiguousDrawerForOneChunk)
-{
-    Sizes const sizes{5, 3};
-    ChunkGrid const grid(sizes, {});
-    EXPECT_EQ(grid.ValuesPerChunk(), 15);
-    ExpectTiled(grid, {1, 3}, {0, 2});
-}
+// Only what the tests of the drawers, which see every value arrive, do not show.
 
 TEST(ChunkGrid, CutsSizesNearTheLargestNumber)
 {
@@ -90,6 +28,27 @@ TEST(ChunkGrid, CutsSizesNearTheLargestNumber)
         EXPECT_EQ(piece.origin[0] + piece.chunkOffset, end.first);
     });
     EXPECT_EQ(pieces, 1);
+}
+
+TEST(StridedCopy, JoinsWhatIsContiguous)
+{
+    StridedRuns const all(Sizes{4, 5, 6}, Sizes{9, 5, 6}, Sizes{4, 5, 6}, 8);
+    EXPECT_TRUE(all.IsOneRun());
+    EXPECT_EQ(all.runBytes, 4u * 5u * 6u * 8u);
+    StridedRuns const rows(Sizes{4, 5, 6}, Sizes{9, 5, 7}, Sizes{4, 5, 8}, 8); // the two outer dimensions become one loop
+    EXPECT_EQ(rows.depth, 1u);
+    EXPECT_EQ(rows.loops[0].count, 20);
+    EXPECT_EQ(rows.Span(0), (19 * 7 + 6) * 8);
+}
+
+// Behind the run lies nothing that may be read.
+TEST(StridedCopy, RepeatsARun)
+{
+    StridedRuns const runs = StridedRuns(Sizes{3, 2}, Sizes{3, 4}, Sizes{3, 3}, 4).Repeating(0);
+    std::int32_t const source[2] = {1, 2};
+    std::int32_t target[9] = {};
+    CopyToSecond(runs, reinterpret_cast<std::byte const*>(source), reinterpret_cast<std::byte*>(target));
+    EXPECT_EQ(std::vector<std::int32_t>(target, target + 9), (std::vector<std::int32_t>{1, 2, 0, 1, 2, 0, 1, 2, 0}));
 }
 
 } // namespace

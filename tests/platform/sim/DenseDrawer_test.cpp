@@ -1,12 +1,14 @@
 #include "DenseDrawer.h"
 #include "DrawerOracle.h"
-#include "KVOSimException.h"
 #include "KVOSimTypeKey.h"
 #include "TemporaryFolder.h"
 
 #include <cstdlib>
-#include <cstring>
+#include <fcntl.h>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <numeric>
+#include <unistd.h>
 
 using simdb::DenseDrawer;
 using simdb::DenseShape;
@@ -18,20 +20,10 @@ namespace
 
 using Ranges = std::vector<Range>;
 
-/// The variable that says who moves the values, while this lives.
-class MovedBy
-{
-public:
-    explicit MovedBy(char const* who) { setenv("KVO_SIM_DATA_PATH", who, 1); }
-    ~MovedBy() { unsetenv("KVO_SIM_DATA_PATH"); }
-    MovedBy(MovedBy const&) = delete;
-    MovedBy& operator=(MovedBy const&) = delete;
-};
-
 struct RandomDrawer {
-    explicit RandomDrawer(std::mt19937_64& random, std::size_t most = 3)
+    explicit RandomDrawer(std::mt19937_64& random)
     {
-        std::size_t const rank = static_cast<std::size_t>(RandomUpTo(random, 1, static_cast<std::int64_t>(most)));
+        std::size_t const rank = static_cast<std::size_t>(RandomUpTo(random, 1, 4));
         std::int64_t const longest[] = {3000, 90, 20, 9};
         bool const chunked = RandomUpTo(random, 0, 3) > 0;
         for (std::size_t d = 0; d < rank; ++d) {
@@ -56,13 +48,8 @@ struct RandomDrawer {
 
 std::string Text(DenseShape const& shape)
 {
-    std::string text = "key " + std::to_string(shape.typeKey) + " sizes";
-    for (std::int64_t const size : shape.sizes)
-        text += ' ' + std::to_string(size);
-    text += " chunks";
-    for (std::int64_t const size : shape.chunkSizes)
-        text += ' ' + std::to_string(size);
-    return text;
+    return "key " + std::to_string(shape.typeKey) + " sizes " + testing::PrintToString(shape.sizes) + " chunks " +
+           testing::PrintToString(shape.chunkSizes);
 }
 
 // Reads with a margin around the buffer that must stay as it is.
@@ -96,15 +83,34 @@ void ReadSomewhere(DenseDrawer& drawer, DrawerOracle const& oracle, std::mt19937
     drawer.Announce(ranges);
     std::vector<std::byte> const expected = oracle.Read(ranges);
     EXPECT_TRUE(Read(drawer, ranges, expected.size()) == expected);
+    auto const* const inPlace = static_cast<std::byte const*>(drawer.FetchInPlace(ranges));
+    EXPECT_TRUE(inPlace == nullptr || std::equal(expected.begin(), expected.end(), inPlace));
 }
 
 class DenseDrawerTest : public testing::Test
 {
 protected:
-    std::shared_ptr<File> NewFile(File::Kind kind = File::Kind::Persistent) { return File::Create(m_path = m_folder / Name(), kind); }
-    std::string Name() { return "file" + std::to_string(m_files++) + ".sim"; }
+    std::shared_ptr<File> NewFile(File::Kind kind = File::Kind::Persistent)
+    {
+        m_path = m_folder / ("file" + std::to_string(m_files++) + ".sim");
+        return m_file = File::Create(m_path, kind);
+    }
+    /// The drawer again, in a later session.
+    template<class Between = void (*)()>
+    std::shared_ptr<DenseDrawer> Reopened(
+        std::shared_ptr<DenseDrawer>& drawer, Between const& between = [] {}, bool readOnly = false)
+    {
+        if (H5Lexists(m_file->Hdf5(), "values", H5P_DEFAULT) == 0)
+            drawer->LinkTo(m_file->Hdf5(), "values");
+        drawer.reset();
+        m_file->Close();
+        between();
+        m_file = File::Open(m_path, readOnly);
+        return DenseDrawer::Open(m_file, m_file->Hdf5(), "values");
+    }
 
     TemporaryFolder m_folder;
+    std::shared_ptr<File> m_file;
     std::string m_path;
     int m_files = 0;
 };
@@ -113,11 +119,10 @@ TEST_F(DenseDrawerTest, HoldsWhatWasWrittenWhicheverWayItTravels)
 {
     for (std::uint64_t seed = 0; seed < 120; ++seed) {
         std::mt19937_64 random(seed);
-        RandomDrawer const made(random, 4);
+        RandomDrawer const made(random);
         SCOPED_TRACE("seed " + std::to_string(seed) + ", " + Text(made.shape));
         DrawerOracle oracle = made.Oracle();
-        auto file = NewFile(seed % 2 == 0 ? File::Kind::Persistent : File::Kind::Scratch);
-        auto drawer = DenseDrawer::Create(file, made.shape);
+        auto drawer = DenseDrawer::Create(NewFile(seed % 2 == 0 ? File::Kind::Persistent : File::Kind::Scratch), made.shape);
         ExpectSame(*drawer, oracle);
         for (int i = 0; i < 12; ++i) {
             WriteSomewhere(*drawer, oracle, random);
@@ -132,23 +137,19 @@ TEST_F(DenseDrawerTest, HoldsWhatWasWrittenWhicheverWayItTravels)
         }
         if (seed % 2 != 0)
             continue;
-        drawer->LinkTo(file->Hdf5(), "values");
-        drawer.reset();
-        file->Close();
         for (char const* const who : {"own", "hdf5"}) {
             SCOPED_TRACE(who);
-            MovedBy const moved(who);
-            file = File::Open(m_path, false);
-            drawer = DenseDrawer::Open(file, file->Hdf5(), "values");
+            setenv("KVO_SIM_DATA_PATH", who, 1);
+            drawer = Reopened(drawer);
             ExpectSame(*drawer, oracle);
             for (int i = 0; i < 3; ++i)
                 WriteSomewhere(*drawer, oracle, random);
             ExpectSame(*drawer, oracle);
-            drawer.reset();
-            file->Close();
         }
-        file = File::Open(m_path, true);
-        ExpectSame(*DenseDrawer::Open(file, file->Hdf5(), "values"), oracle);
+        unsetenv("KVO_SIM_DATA_PATH");
+        ExpectSame(*Reopened(
+                       drawer, [] {}, true),
+                   oracle);
     }
 }
 
@@ -161,8 +162,7 @@ TEST_F(DenseDrawerTest, MovesLargeChunksAndTheirParts)
         shape.initialValue[7] = std::byte{0x40}; // 2.0
         SCOPED_TRACE(Text(shape));
         DrawerOracle oracle(shape.sizes, {shape.initialValue.begin(), shape.initialValue.end()});
-        auto const file = NewFile();
-        auto const drawer = DenseDrawer::Create(file, shape);
+        auto const drawer = DenseDrawer::Create(NewFile(), shape);
         for (int i = 0; i < 3; ++i) {
             WriteSomewhere(*drawer, oracle, random);
             ReadSomewhere(*drawer, oracle, random);
@@ -173,38 +173,131 @@ TEST_F(DenseDrawerTest, MovesLargeChunksAndTheirParts)
     }
 }
 
-TEST_F(DenseDrawerTest, TakesSpaceForTouchedChunksOnly)
+// Bytes of the file that are mapped into this process at the moment.
+std::uint64_t ResidentBytes(std::string const& path)
 {
+    std::ifstream maps("/proc/self/smaps");
+    std::uint64_t bytes = 0;
+    bool ours = false;
+    for (std::string line; std::getline(maps, line);)
+        if (line.find('-') < line.find(' ')) // the first line of a mapping begins with its addresses
+            ours = line.ends_with(path);
+        else if (ours && line.starts_with("Rss:"))
+            bytes += std::stoull(line.substr(4)) << 10;
+    return bytes;
+}
+
+TEST_F(DenseDrawerTest, MapsWhatIsUsedAgainWithinItsBudget)
+{
+    // The chunks of the second shape cross the borders of the parts that are mapped, columns of the third begin in the middle of a line.
+    for (std::vector<std::int64_t> const& chunks : {std::vector<std::int64_t>{512, 512}, {300, 700}, {699, 749}})
+        for (std::uint64_t const budget : {std::uint64_t(64) << 20, std::uint64_t(5) << 20}) {
+            SCOPED_TRACE(testing::PrintToString(chunks) + " budget " + std::to_string(budget));
+            std::mt19937_64 random(budget);
+            DrawerOracle oracle({3 * chunks[0] - 10, chunks[1]}, std::vector<std::byte>(8));
+            auto const drawer = DenseDrawer::Create(NewFile(), {oracle.Sizes(), chunks, KVOSimDouble, {}});
+            drawer->SetCacheBytes(budget);
+            std::vector<Ranges> wholeChunks;
+            for (std::int64_t j = 0; j < oracle.Sizes()[0]; j += chunks[0])
+                wholeChunks.push_back({{j, std::min(j + chunks[0], oracle.Sizes()[0]) - 1}, {0, chunks[1] - 1}});
+            int found = 0;
+            for (int round = 0; round < 4; ++round) {
+                for (Ranges const& chunk : wholeChunks) {
+                    std::vector<std::byte> values = RandomBytes(random, oracle.Read(chunk).size());
+                    drawer->Write(chunk, values.data());
+                    bool const toWrite = round % 2 == 1;
+                    if (auto* const inPlace = static_cast<std::byte*>(drawer->InPlace(chunk, toWrite))) {
+                        ++found;
+                        EXPECT_TRUE(std::equal(values.begin(), values.end(), inPlace));
+                        if (toWrite)
+                            inPlace[8] = values[8] = std::byte{0x42};
+                    }
+                    oracle.Write(chunk, values);
+                    if (round > 0) {
+                        Ranges const columns{{chunk[0].first + 7, chunk[0].first + 200}, chunk[1]};
+                        values.resize(oracle.Read(columns).size());
+                        drawer->Write(columns, values.data());
+                        oracle.Write(columns, values);
+                    }
+                    EXPECT_LE(ResidentBytes(m_path), budget);
+                }
+                EXPECT_TRUE(round > 0 || ResidentBytes(m_path) == 0) << "what is used once only is not mapped";
+                for (Ranges const& chunk : wholeChunks) {
+                    std::vector<std::byte> const expected = oracle.Read(chunk);
+                    EXPECT_TRUE(Read(*drawer, chunk, expected.size()) == expected);
+                }
+            }
+            EXPECT_TRUE(found > 0 || budget < oracle.Values().size());
+            WriteSomewhere(*drawer, oracle, random);
+            ExpectSame(*drawer, oracle);
+        }
+}
+
+TEST_F(DenseDrawerTest, FetchesChunksFromTheDiskWithinItsBudget)
+{
+    std::mt19937_64 random(8);
+    DrawerOracle oracle({900, 700}, std::vector<std::byte>(8));
+    auto drawer = DenseDrawer::Create(NewFile(), {oracle.Sizes(), {400, 350}, KVOSimDouble, {}});
+    std::vector<std::byte> const values = RandomBytes(random, oracle.Values().size());
+    oracle.Write(oracle.Everything(), values);
+    drawer->Write(oracle.Everything(), values.data());
+    drawer = Reopened(drawer, [&] {
+        int const file = open(m_path.c_str(), O_RDONLY | O_CLOEXEC);
+        EXPECT_TRUE(fsync(file) == 0 && posix_fadvise(file, 0, 0, POSIX_FADV_DONTNEED) == 0);
+        close(file);
+    });
+    constexpr std::uint64_t kBudget = 4 << 20;
+    drawer->SetCacheBytes(kBudget);
+
+    for (std::int64_t const column : {0, 400, 800, 0})
+        for (std::int64_t const row : {0, 350}) {
+            Ranges const chunk{{column, std::min<std::int64_t>(column + 399, 899)}, {row, row + 349}};
+            std::vector<std::byte> const expected = oracle.Read(chunk);
+            auto const* const fetched = static_cast<std::byte const*>(drawer->FetchInPlace(chunk));
+            ASSERT_NE(fetched, nullptr);
+            EXPECT_TRUE(std::equal(expected.begin(), expected.end(), fetched));
+            EXPECT_LE(ResidentBytes(m_path), kBudget);
+        }
+    EXPECT_EQ(drawer->FetchInPlace(Ranges{{0, 399}, {0, 350}}), nullptr) << "of two chunks";
+    EXPECT_EQ(drawer->FetchInPlace(Ranges{{0, 399}, {0, 300}}), nullptr) << "not packed";
+    drawer->SetCacheBytes(1 << 20);
+    EXPECT_EQ(drawer->FetchInPlace(Ranges{{0, 399}, {0, 349}}), nullptr) << "more than may stay";
+}
+
+TEST_F(DenseDrawerTest, PutsLargeChunksOnLargePages)
+{
+    constexpr std::uint64_t kPage = 4096, kLargePage = 2 << 20;
+    std::vector<double> const values(1024 * 1024, 1.0);
+    // Shape of a chunk, and what its place is a multiple of; the fourth would take nearly 4 MiB for 2.
+    struct Case {
+        std::int64_t columns, rows;
+        std::uint64_t alignment;
+    };
     auto const file = NewFile();
-    auto const drawer = DenseDrawer::Create(file, {{100, 100}, {30, 30}, KVOSimDouble, {}});
-    double const value = 1.0;
-    drawer->Write(Ranges{{95, 95}, {31, 31}}, &value);
-
-    std::vector<double> read(100 * 100);
-    drawer->Read(Ranges{{0, 99}, {0, 99}}, read.data());
-
-    for (std::int64_t i = 0; i < 4; ++i)
-        for (std::int64_t j = 0; j < 4; ++j)
-            EXPECT_EQ(drawer->ChunksAllocated(Ranges{{i, i}, {j, j}}), i == 3 && j == 1) << i << ' ' << j;
-    EXPECT_FALSE(drawer->ChunksAllocated(Ranges{{2, 3}, {1, 1}}));
-    EXPECT_THROW(drawer->ChunksAllocated(Ranges{{0, 4}, {0, 0}}), KVOSimException);
-    EXPECT_TRUE(DenseDrawer::Create(file, {{100}, {}, KVOSimDouble, {}})->ChunksAllocated(Ranges{{0, 0}}));
+    for (auto const& [columns, rows, alignment] :
+         {Case{5, 7, 1}, {64, 32, kPage}, {512, 512, kLargePage}, {513, 512, kPage}, {1000, 1000, kLargePage}}) {
+        SCOPED_TRACE(columns);
+        auto const drawer = DenseDrawer::Create(file, {{columns, 3 * rows}, {columns, rows}, KVOSimDouble, {}});
+        for (std::int64_t i = 0; i < 3; ++i) {
+            drawer->Write(Ranges{{0, columns - 1}, {i * rows, (i + 1) * rows - 1}}, values.data());
+            hsize_t const origin[2] = {0, static_cast<hsize_t>(i * rows)};
+            unsigned filters;
+            haddr_t address = HADDR_UNDEF;
+            hsize_t bytes;
+            ASSERT_GE(H5Dget_chunk_info_by_coord(drawer->Dataset(), origin, &filters, &address, &bytes), 0);
+            EXPECT_EQ(address % alignment, 0u);
+        }
+    }
 }
 
 TEST_F(DenseDrawerTest, GrowsIntoTheInitialValueWhateverAnEdgeChunkHeld)
 {
-    auto file = NewFile();
-    auto drawer = DenseDrawer::Create(file, {{3, 3}, {4, 4}, KVOSimInt32, {std::byte{7}}});
-    drawer->LinkTo(file->Hdf5(), "values");
+    auto drawer = DenseDrawer::Create(NewFile(), {{3, 3}, {4, 4}, KVOSimInt32, {std::byte{7}}});
     std::vector<std::int32_t> chunk(16);
-    for (int i = 0; i < 16; ++i)
-        chunk[static_cast<std::size_t>(i)] = 100 + i;
+    std::iota(chunk.begin(), chunk.end(), 100);
     hsize_t const origin[2] = {0, 0};
     ASSERT_GE(H5Dwrite_chunk(drawer->Dataset(), H5P_DEFAULT, 0, origin, 64, chunk.data()), 0); // as another program may leave it
-    drawer.reset();
-    file->Close();
-    file = File::Open(m_path, false);
-    drawer = DenseDrawer::Open(file, file->Hdf5(), "values");
+    drawer = Reopened(drawer);
 
     drawer->Resize(0, 5);
     drawer->Resize(1, 4);
@@ -216,24 +309,16 @@ TEST_F(DenseDrawerTest, GrowsIntoTheInitialValueWhateverAnEdgeChunkHeld)
 
 TEST_F(DenseDrawerTest, SeesThroughHolesThatAnotherProgramMade)
 {
-    auto file = NewFile();
-    auto drawer = DenseDrawer::Create(file, {{64, 64}, {64, 64}, KVOSimDouble, {}});
-    drawer->LinkTo(file->Hdf5(), "values");
-    std::vector<double> values(64 * 64, 0.0);
-    drawer->Write(Ranges{{0, 63}, {0, 63}}, values.data());
-    drawer.reset();
-    file->Close();
-    ASSERT_EQ(std::system(("fallocate --dig-holes '" + m_path + "'").c_str()), 0);
-    file = File::Open(m_path, false);
-    drawer = DenseDrawer::Open(file, file->Hdf5(), "values");
-    std::vector<double> const column(64, 3.0);
+    DrawerOracle oracle({64, 64}, std::vector<std::byte>(8));
+    auto drawer = DenseDrawer::Create(NewFile(), {{64, 64}, {64, 64}, KVOSimDouble, {}});
+    drawer->Write(oracle.Everything(), oracle.Values().data());
+    drawer = Reopened(drawer, [&] { ASSERT_EQ(std::system(("fallocate --dig-holes '" + m_path + "'").c_str()), 0); });
+    std::vector<std::byte> const column(64 * 8, std::byte{3});
 
     drawer->Write(Ranges{{0, 63}, {5, 5}}, column.data());
+    oracle.Write(Ranges{{0, 63}, {5, 5}}, column);
 
-    drawer->Read(Ranges{{0, 63}, {0, 63}}, values.data());
-    for (std::size_t i = 0; i < 64; ++i)
-        for (std::size_t j = 0; j < 64; ++j)
-            ASSERT_EQ(values[64 * i + j], j == 5 ? 3.0 : 0.0);
+    ExpectSame(*drawer, oracle);
 }
 
 TEST_F(DenseDrawerTest, KeepsAttributesAndNameOfAContiguousDrawerThatGrows)
@@ -257,31 +342,6 @@ TEST_F(DenseDrawerTest, KeepsAttributesAndNameOfAContiguousDrawerThatGrows)
     int unit = 0;
     EXPECT_GE(H5Aread(copied, H5T_NATIVE_INT, &unit), 0);
     EXPECT_EQ(unit, 4);
-}
-
-TEST_F(DenseDrawerTest, ShowsOtherProgramsTheSameValues)
-{
-    auto file = NewFile();
-    auto drawer = DenseDrawer::Create(
-        file, {{10, 10},
-               {4, 4},
-               KVOSimDouble,
-               {std::byte{}, std::byte{}, std::byte{}, std::byte{}, std::byte{}, std::byte{}, std::byte{}, std::byte{0x40}}});
-    drawer->LinkTo(file->Hdf5(), "values");
-    std::vector<double> values{1, 2, 3, 4, 5, 6};
-    drawer->Write(Ranges{{3, 5}, {7, 8}}, values.data());
-    drawer.reset();
-    file->Close();
-    file.reset();
-
-    simdb::Hid const plain(H5Fopen(m_path.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT));
-    simdb::Hid const dataset(H5Dopen2(plain, "values", H5P_DEFAULT));
-    std::vector<double> read(100, -1.0);
-    ASSERT_GE(H5Dread(dataset, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, read.data()), 0);
-
-    for (std::size_t i = 0; i < 10; ++i)
-        for (std::size_t j = 0; j < 10; ++j)
-            EXPECT_EQ(read[10 * i + j], i >= 3 && i <= 5 && j >= 7 && j <= 8 ? values[2 * (i - 3) + (j - 7)] : 2.0);
 }
 
 } // namespace

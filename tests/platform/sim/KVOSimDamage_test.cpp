@@ -12,6 +12,8 @@ using testing::HasSubstr;
 namespace
 {
 
+using Edition = std::function<void(hid_t file)>;
+
 /// A closed database with dense and sparse matrices, which the tests edit through HDF5 as a stranger would.
 class Damage : public DatabaseTest
 {
@@ -23,26 +25,13 @@ protected:
         KVOSimCollectionID const rows = KVOSimContext(context).CreateCollection(3), columns = KVOSimContext(context).CreateCollection(2);
         WriteAll(MakeMatrix(context, {Biggest(columns), MakeSet(rows, {5, 7, 6})}, {2, 2}), Ramp(6));
         WriteAll(MakeMatrix(context, {Biggest(columns)}), Ramp(2));
-        KVOSimArray<KVOSimCollectionID> grid;
-        grid.Append(rows), grid.Append(columns);
-        KVOSimDistributionID const sparse = KVOSimContext(context).CreateDistribution(KVOSimGrid(grid), KVOSimRangeType(KVOSimDouble), -1);
-        KVOSimTransfer transfer = NewDrawer(KVOSimDistribution(sparse), {Biggest(rows), Biggest(columns)}, {});
-        KVOSimSerializationType type;
-        type.SetSparse();
-        transfer.SetSerialization(type);
-        transfer.SetSparseNNonzero(2);
-        double const values[] = {1, 2};
-        int const columnIndices[] = {1, 0}, rowStart[] = {0, 1, 1, 2};
-        transfer.SetBuffer(0, values, sizeof values);
-        transfer.SetBuffer(1, columnIndices, sizeof columnIndices);
-        transfer.SetBuffer(2, rowStart, sizeof rowStart);
-        transfer.ExecWrite();
+        Rows{{1, 2}, {1, 0}, {0, 1, 1, 2}, {}}.Store(context, Biggest(rows), Biggest(columns));
         database.Close();
         sound = ReadFile(path);
     }
 
     /// Opens the sound file with HDF5 and lets `edit` loose on it.
-    void Edit(std::function<void(hid_t file)> const& edit) const
+    void Edit(Edition const& edit) const
     {
         WriteFile(path, sound);
         hid_t const file = H5Fopen(path.c_str(), H5F_ACC_RDWR, H5P_DEFAULT);
@@ -60,11 +49,10 @@ protected:
             database.OpenFile(path.c_str(), readOnly);
             for (KVOSimContextID const& context : database.QueryContexts())
                 for (KVOSimDistributionID const& id : KVOSimContext(context).QueryDistributions()) {
-                    KVOSimDistribution const distribution(id);
                     KVOSimArray<KVOSimDrawer> drawers;
-                    distribution.QueryDrawers(drawers);
+                    KVOSimDistribution(id).QueryDrawers(drawers);
                     for (KVOSimDrawer const& drawer : drawers)
-                        Use(distribution, drawer);
+                        Use(KVOSimDistribution(id), drawer);
                 }
             database.Close();
         });
@@ -94,114 +82,100 @@ protected:
     std::string sound;
 };
 
-void Overwrite(hid_t file, char const* name, hid_t type, std::vector<int> const& values)
+Edition Delete(char const* name)
 {
-    hid_t const dataset = H5Dopen2(file, name, H5P_DEFAULT);
-    ASSERT_GE(dataset, 0) << name;
-    EXPECT_GE(H5Dwrite(dataset, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()), 0);
-    H5Dclose(dataset);
+    return [=](hid_t file) { EXPECT_GE(H5Ldelete(file, name, H5P_DEFAULT), 0); };
 }
 
 /// A dataset of the given sizes in the place of another.
-void Replace(hid_t file, char const* name, hid_t type, std::vector<hsize_t> const& sizes)
+Edition Replace(char const* name, hid_t type, std::vector<hsize_t> const& sizes, H5D_layout_t layout = H5D_CONTIGUOUS)
 {
-    EXPECT_GE(H5Ldelete(file, name, H5P_DEFAULT), 0);
-    hid_t const space = H5Screate_simple(static_cast<int>(sizes.size()), sizes.data(), nullptr);
-    hid_t const dataset = H5Dcreate2(file, name, type, space, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT);
-    EXPECT_GE(dataset, 0);
-    H5Dclose(dataset);
-    H5Sclose(space);
+    return [=](hid_t file) {
+        Delete(name)(file);
+        hid_t const space = H5Screate_simple(static_cast<int>(sizes.size()), sizes.data(), nullptr);
+        hid_t const properties = H5Pcreate(H5P_DATASET_CREATE);
+        H5Pset_layout(properties, layout);
+        hid_t const dataset = H5Dcreate2(file, name, type, space, H5P_DEFAULT, properties, H5P_DEFAULT);
+        EXPECT_GE(dataset, 0);
+        H5Dclose(dataset);
+        H5Pclose(properties);
+        H5Sclose(space);
+    };
 }
 
-void SetAttribute(hid_t file, char const* name, int value)
+/// Other values in a dataset, of other sizes if any are given.
+Edition Overwrite(char const* name, hid_t type, std::vector<int> const& values, std::vector<hsize_t> const& sizes = {})
 {
-    hid_t const attribute = H5Aopen(file, name, H5P_DEFAULT);
-    EXPECT_GE(H5Awrite(attribute, H5T_NATIVE_INT, &value), 0);
-    H5Aclose(attribute);
+    return [=](hid_t file) {
+        hid_t const dataset = H5Dopen2(file, name, H5P_DEFAULT);
+        ASSERT_GE(dataset, 0) << name;
+        EXPECT_GE(sizes.empty() ? 0 : H5Dset_extent(dataset, sizes.data()), 0);
+        EXPECT_GE(values.empty() ? 0 : H5Dwrite(dataset, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()), 0);
+        H5Dclose(dataset);
+    };
 }
 
-void Delete(hid_t file, char const* name)
+Edition SetAttribute(char const* name, int value)
 {
-    EXPECT_GE(H5Ldelete(file, name, H5P_DEFAULT), 0);
+    return [=](hid_t file) {
+        hid_t const attribute = H5Aopen(file, name, H5P_DEFAULT);
+        EXPECT_GE(H5Awrite(attribute, H5T_NATIVE_INT, &value), 0);
+        H5Aclose(attribute);
+    };
+}
+
+Edition DeleteAttribute(char const* name)
+{
+    return [=](hid_t file) { EXPECT_GE(H5Adelete(file, name), 0); };
 }
 
 } // namespace
 
 TEST_F(Damage, IsAKVOSimExceptionWhateverIsMissingOrAbsurd)
 {
-    struct Case {
-        char const* expected;
-        std::function<void(hid_t)> edit;
-    };
-    std::vector<Case> const cases{
+    char const* const dense = "context_0/distribution_0_drawer_0";
+    char const* const rowStart = "context_0/distribution_2_drawer_0/row_start";
+    char const* const sparseValues = "context_0/distribution_2_drawer_0/values";
+    std::vector<std::pair<char const*, Edition>> const cases{
         {"no failure", [](hid_t) {}},
-        {"no simulation database", [](hid_t f) { H5Adelete(f, "format"); }},
-        {"no simulation database", [](hid_t f) { H5Adelete(f, "format_version"); }},
-        {"format version is 2", [](hid_t f) { SetAttribute(f, "format_version", 2); }},
-        {"format version is 0", [](hid_t f) { SetAttribute(f, "format_version", 0); }},
-        {"number of its contexts", [](hid_t f) { H5Adelete(f, "contexts"); }},
-        {"number of its contexts", [](hid_t f) { SetAttribute(f, "contexts", -1); }},
-        {"Cannot read the catalogue", [](hid_t f) { SetAttribute(f, "contexts", INT_MAX); }},
-        {"Cannot read the catalogue", [](hid_t f) { Delete(f, "context_0"); }},
-        {"a wrong row for set", [](hid_t f) { Delete(f, "context_0/collections"); }},
-        {"a wrong row for set", [](hid_t f) { Delete(f, "context_0/set_members"); }},
-        {"a drawer without a distribution", [](hid_t f) { Delete(f, "context_0/distributions"); }},
-        {"a wrong row for distribution", [](hid_t f) { Delete(f, "context_0/grids"); }},
-        {"the table sets is not of the documented form", [](hid_t f) { Replace(f, "context_0/sets", H5T_IEEE_F64LE, {3}); }},
-        {"the table set_members is not of the documented form",
-         [](hid_t f) {
-             Replace(f, "context_0/set_members", H5T_STD_I32LE, {3, 1});
-         }},
-        {"more rows than the file can hold",
-         [](hid_t f) {
-             hid_t const table = H5Dopen2(f, "context_0/collections", H5P_DEFAULT);
-             hsize_t const rows = hsize_t{1} << 40;
-             H5Dset_extent(table, &rows);
-             H5Dclose(table);
-         }},
-        {"a wrong row for collection 0", // rows of zeros
-         [](hid_t f) {
-             hid_t const table = H5Dopen2(f, "context_0/collections", H5P_DEFAULT);
-             hsize_t const rows = 9;
-             H5Dset_extent(table, &rows);
-             H5Dclose(table);
-         }},
-        {"a negative member number in set 1",
-         [](hid_t f) {
-             Overwrite(f, "context_0/set_members", H5T_NATIVE_INT, {5, -7, 6});
-         }},
-        {"distribution_0_drawer_0", [](hid_t f) { Delete(f, "context_0/distribution_0_drawer_0"); }},
-        {"does not fit the catalogue",
-         [](hid_t f) {
-             Replace(f, "context_0/distribution_0_drawer_0", H5T_IEEE_F64LE, {2, 2});
-         }},
-        {"does not fit the catalogue",
-         [](hid_t f) {
-             Replace(f, "context_0/distribution_0_drawer_0", H5T_STD_I32LE, {2, 3});
-         }},
-        {"does not fit the catalogue",
-         [](hid_t f) {
-             Replace(f, "context_0/distribution_0_drawer_0", H5T_IEEE_F64LE, {2, 3, 1});
-         }},
-        {"Cannot open a sparse drawer", [](hid_t f) { Delete(f, "context_0/distribution_2_drawer_0/row_start"); }},
-        {"does not fit the catalogue", [](hid_t f) { Replace(f, "context_0/distribution_2_drawer_0/row_start", H5T_STD_I32LE, {5}); }},
-        {"does not fit the catalogue", [](hid_t f) { Replace(f, "context_0/distribution_2_drawer_0/values", H5T_IEEE_F64LE, {3}); }},
-        {"does not fit the catalogue", [](hid_t f) { Replace(f, "context_0/distribution_2_drawer_0/values", H5T_IEEE_F32LE, {2}); }},
-        {"row starts",
-         [](hid_t f) {
-             Overwrite(f, "context_0/distribution_2_drawer_0/row_start", H5T_NATIVE_INT, {0, 9, 1, 2});
-         }},
-        {"column indices",
-         [](hid_t f) {
-             Overwrite(f, "context_0/distribution_2_drawer_0/column_indices", H5T_NATIVE_INT, {1, 2});
-         }},
+        {"no simulation database", DeleteAttribute("format")},
+        {"no simulation database", DeleteAttribute("format_version")},
+        {"format version is 2", SetAttribute("format_version", 2)},
+        {"format version is 0", SetAttribute("format_version", 0)},
+        {"number of its contexts", DeleteAttribute("contexts")},
+        {"number of its contexts", SetAttribute("contexts", -1)},
+        {"Cannot read the catalogue", SetAttribute("contexts", INT_MAX)},
+        {"Cannot read the catalogue", Delete("context_0")},
+        {"a wrong row for set", Delete("context_0/collections")},
+        {"a wrong row for set", Delete("context_0/set_members")},
+        {"a drawer without a distribution", Delete("context_0/distributions")},
+        {"a wrong row for distribution", Delete("context_0/grids")},
+        {"the table sets is not of the documented form", Replace("context_0/sets", H5T_IEEE_F64LE, {3})},
+        {"the table set_members is not of the documented form", Replace("context_0/set_members", H5T_STD_I32LE, {3, 1})},
+        {"more rows than the file can hold", Overwrite("context_0/collections", 0, {}, {hsize_t{1} << 40})},
+        {"a wrong row for collection 0", Overwrite("context_0/collections", 0, {}, {9})}, // rows of zeros
+        {"a negative member number in set 1", Overwrite("context_0/set_members", H5T_NATIVE_INT, {5, -7, 6})},
+        {"distribution_0_drawer_0", Delete(dense)},
+        {"has a type that drawers don't have", Replace(dense, H5T_IEEE_F64BE, {2, 3})},
+        {"has a type that drawers don't have", Replace(dense, H5T_STD_I16LE, {2, 3})},
+        {"no dimension", Replace(dense, H5T_IEEE_F64LE, {})},
+        {"neither chunked nor contiguous", Replace(dense, H5T_IEEE_F64LE, {2, 3}, H5D_COMPACT)},
+        {"does not fit the catalogue", Replace(dense, H5T_IEEE_F64LE, {2, 2})},
+        {"does not fit the catalogue", Replace(dense, H5T_STD_I32LE, {2, 3})},
+        {"does not fit the catalogue", Replace(dense, H5T_IEEE_F64LE, {2, 3, 1})},
+        {"Cannot open a sparse drawer", Delete(rowStart)},
+        {"does not fit the catalogue", Replace(rowStart, H5T_STD_I32LE, {5})},
+        {"does not fit the catalogue", Replace(sparseValues, H5T_IEEE_F64LE, {3})},
+        {"does not fit the catalogue", Replace(sparseValues, H5T_IEEE_F32LE, {2})},
+        {"row starts", Overwrite(rowStart, H5T_NATIVE_INT, {0, 9, 1, 2})},
+        {"column indices", Overwrite("context_0/distribution_2_drawer_0/column_indices", H5T_NATIVE_INT, {1, 2})},
     };
     for (std::size_t i = 0; i < cases.size(); ++i) {
         SCOPED_TRACE(i);
         for (bool const readOnly : {true, false}) {
-            Edit(cases[i].edit);
+            Edit(cases[i].second);
             testing::internal::CaptureStderr();
-            EXPECT_THAT(UseAll(readOnly), HasSubstr(cases[i].expected));
+            EXPECT_THAT(UseAll(readOnly), HasSubstr(cases[i].first));
             EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "HDF5 speaks for itself";
         }
     }
@@ -224,7 +198,7 @@ TEST_F(Damage, OfAnyNumberOfTheTablesIsNoMoreThanAnException)
                     EXPECT_GE(H5Dread(dataset, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, rows.data()), 0);
                     rows[word] = value;
                     H5Dclose(dataset);
-                    Overwrite(file, table.c_str(), type, rows);
+                    Overwrite(table.c_str(), type, rows)(file);
                     H5Sclose(space);
                     H5Tclose(type);
                 });
@@ -241,14 +215,7 @@ TEST_F(Damage, OfAnyNumberOfTheTablesIsNoMoreThanAnException)
 // A process that dies while an extension waits in a transaction, and another one commits, leaves the dataset larger than its sets.
 TEST_F(Damage, ByADeathBesideAnExtensionIsRepairedOnOpening)
 {
-    Edit([](hid_t file) {
-        hid_t const dataset = H5Dopen2(file, "context_0/distribution_0_drawer_0", H5P_DEFAULT);
-        hsize_t const sizes[] = {2, 4};
-        H5Dset_extent(dataset, sizes);
-        double const values[] = {1, 2, 3, 66, 4, 5, 6, 77};
-        EXPECT_GE(H5Dwrite(dataset, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, values), 0);
-        H5Dclose(dataset);
-    });
+    Edit(Overwrite("context_0/distribution_0_drawer_0", H5T_NATIVE_INT, {1, 2, 3, 66, 4, 5, 6, 77}, {2, 4}));
 
     KVOSimDatabase database;
     for (bool const readOnly : {true, false}) {

@@ -4,7 +4,6 @@
 
 using namespace SimClient;
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 namespace
 {
@@ -32,7 +31,7 @@ protected:
         context.emplace(contextID);
         columns = KVOSimCollectionID(contextID, columns.Index());
         rows = KVOSimCollectionID(contextID, rows.Index());
-        matrix = KVOSimDistributionID(contextID, matrix.Index());
+        matrix = Found(matrix);
     }
 
     static void Extend(KVOSimDistributionID const& id, int dim, KVOSimCSetID const& members)
@@ -43,6 +42,7 @@ protected:
         transfer.CheckView();
         transfer.InitializeExtension();
     }
+    KVOSimDistributionID Found(KVOSimDistributionID const& id) const { return {contextID, id.Index()}; }
     std::vector<int> RowNumbers() const { return Members(Describe(matrix).csets[1]); }
     int Count() const { return context->QueryDistributions().Size(); }
 
@@ -61,7 +61,6 @@ TEST_F(Transaction, LeavesNothingBehindUnlessCommitted)
     KVOSimCSetID set;
     KVOSimDistributionID made;
     KVOSimDistribution kept;
-    std::string const before = ReadFile(path);
     {
         KVOSimTransaction transaction(*context);
         collection = context->CreateCollection(4);
@@ -71,20 +70,22 @@ TEST_F(Transaction, LeavesNothingBehindUnlessCommitted)
         kept = KVOSimDistribution(made);
     }
 
-    EXPECT_THAT(FailureOf([&] { KVOSimCollection{collection}; }), HasSubstr("no collection"));
-    EXPECT_THAT(FailureOf([&] { KVOSimCSet{set}; }), HasSubstr("no collection"));
-    EXPECT_THAT(FailureOf([&] { KVOSimDistribution{made}; }), HasSubstr("no distribution"));
-    EXPECT_THAT(FailureOf([&] { kept.NumDimensions(); }), HasSubstr("did not commit"));
+    ExpectFailure("no collection", [&] { KVOSimCollection{collection}; });
+    ExpectFailure("no collection", [&] { KVOSimCSet{set}; });
+    ExpectFailure("no distribution", [&] { KVOSimDistribution{made}; });
+    ExpectFailure("did not commit", [&] { kept.NumDimensions(); });
     EXPECT_EQ(Count(), 1);
     Again();
     EXPECT_EQ(Count(), 1);
     EXPECT_EQ(ReadAll(matrix), Ramp(6));
-    EXPECT_THAT(FailureOf([&] { KVOSimCollection(KVOSimCollectionID(contextID, collection.Index())); }), HasSubstr("no collection"));
+    ExpectFailure("no collection", [&] { KVOSimCollection(KVOSimCollectionID(contextID, collection.Index())); });
 }
 
-TEST_F(Transaction, IsOverWhenItIsCommitted)
+// What is made behind a commit, or beside every transaction, is kept; but no index is given twice.
+TEST_F(Transaction, EndsWhenItIsCommittedAndOnlyThenKeepsItsObjects)
 {
-    KVOSimDistributionID first, second, third;
+    KVOSimDistributionID const outside = MakeMatrix(contextID, {Biggest(rows)});
+    KVOSimDistributionID first, second, dropped;
     {
         KVOSimTransaction transaction(*context);
         first = MakeMatrix(contextID, {Biggest(rows)});
@@ -93,16 +94,23 @@ TEST_F(Transaction, IsOverWhenItIsCommitted)
         WriteAll(second, Ramp(2));
         transaction.Commit();
         Extend(matrix, 1, MakeSet(rows, {20}));
-        third = MakeMatrix(contextID, {Biggest(columns)});
+    }
+    {
+        KVOSimTransaction transaction(*context);
+        dropped = MakeMatrix(contextID, {Biggest(rows)});
     }
     EXPECT_EQ(Count(), 4);
+    KVOSimTransaction open(*context);
+    KVOSimDistributionID const inside = MakeMatrix(contextID, {Biggest(rows)});
+    EXPECT_GT(inside.Index(), dropped.Index());
     Again();
 
     EXPECT_EQ(Count(), 4);
     EXPECT_THAT(RowNumbers(), ElementsAre(10, 11, 12, 20));
-    for (KVOSimDistributionID const& id : {first, second, third})
-        EXPECT_EQ(KVOSimDistribution(KVOSimDistributionID(contextID, id.Index())).NumDimensions(), 1);
-    EXPECT_EQ(ReadAll(KVOSimDistributionID(contextID, second.Index())), Ramp(2));
+    for (KVOSimDistributionID const& id : {outside, first, second})
+        EXPECT_EQ(KVOSimDistribution(Found(id)).NumDimensions(), 1);
+    EXPECT_EQ(ReadAll(Found(second)), Ramp(2));
+    ExpectFailure("no distribution", [&] { KVOSimDistribution{Found(inside)}; });
 }
 
 TEST_F(Transaction, NestsAndOverlaps)
@@ -119,7 +127,7 @@ TEST_F(Transaction, NestsAndOverlaps)
         byOuter = MakeMatrix(contextID, {Biggest(collection)});
     }
     EXPECT_EQ(Count(), 2);
-    EXPECT_THAT(FailureOf([&] { KVOSimDistribution{byOuter}; }), HasSubstr("no distribution"));
+    ExpectFailure("no distribution", [&] { KVOSimDistribution{byOuter}; });
     {
         std::optional<KVOSimTransaction> one, two;
         one.emplace(*context);
@@ -133,8 +141,8 @@ TEST_F(Transaction, NestsAndOverlaps)
     Again();
 
     EXPECT_EQ(Count(), 3);
-    EXPECT_EQ(KVOSimDistribution(KVOSimDistributionID(contextID, byInner.Index())).DataSizeItems(0, 0), 2);
-    EXPECT_THAT(Members(Describe(KVOSimDistributionID(contextID, byOverlapping.Index())).csets[0]), ElementsAre(77));
+    EXPECT_EQ(KVOSimDistribution(Found(byInner)).DataSizeItems(0, 0), 2);
+    EXPECT_THAT(Members(Describe(Found(byOverlapping)).csets[0]), ElementsAre(77));
 }
 
 TEST_F(Transaction, TakesAnExtensionBack)
@@ -150,14 +158,10 @@ TEST_F(Transaction, TakesAnExtensionBack)
             if (commit)
                 transaction.Commit();
         }
-        for (int opened = 0; opened < 2; ++opened, Again())
-            if (commit) {
-                EXPECT_EQ(ReadAll(matrix), Ramp(10));
-                EXPECT_THAT(RowNumbers(), ElementsAre(10, 11, 12, 20, 21));
-            } else {
-                EXPECT_EQ(ReadAll(matrix), (std::vector<double>{1, 2, 3, 6, 7, 8}));
-                EXPECT_THAT(RowNumbers(), ElementsAre(10, 11, 12));
-            }
+        for (int opened = 0; opened < 2; ++opened, Again()) {
+            EXPECT_EQ(ReadAll(matrix), commit ? Ramp(10) : (std::vector<double>{1, 2, 3, 6, 7, 8}));
+            EXPECT_EQ(RowNumbers(), commit ? (std::vector<int>{10, 11, 12, 20, 21}) : (std::vector<int>{10, 11, 12}));
+        }
         WriteAll(matrix, Ramp(commit ? 10 : 6));
     }
 }
@@ -197,32 +201,9 @@ TEST_F(Transaction, NumbersTheDimensionAnew)
     transfer.SetDimMembers(1, numbering);
 
     EXPECT_EQ(Describe(matrix).csets[1], numbering);
-    EXPECT_THAT(FailureOf([&] { transfer.SetDimMembers(1, Biggest(rows)); }), HasSubstr("the set has 3 members, the dimension 4"));
+    ExpectFailure("the set has 3 members, the dimension 4", [&] { transfer.SetDimMembers(1, Biggest(rows)); });
     Again();
     EXPECT_EQ(Describe(matrix).csets[1].Index(), numbering.Index());
-}
-
-TEST_F(Transaction, ClosingKeepsWhatIsInNoOpenTransaction)
-{
-    KVOSimDistributionID const outside = MakeMatrix(contextID, {Biggest(rows)});
-    KVOSimTransaction transaction(*context);
-    KVOSimDistributionID const inside = MakeMatrix(contextID, {Biggest(rows)});
-    Again();
-
-    EXPECT_EQ(KVOSimDistribution(KVOSimDistributionID(contextID, outside.Index())).NumDimensions(), 1);
-    EXPECT_THAT(FailureOf([&] { KVOSimDistribution(KVOSimDistributionID(contextID, inside.Index())); }), HasSubstr("no distribution"));
-}
-
-TEST_F(Transaction, NeverGivesAnIndexTwice)
-{
-    int dropped = 0;
-    {
-        KVOSimTransaction transaction(*context);
-        dropped = MakeMatrix(contextID, {Biggest(rows)}).Index();
-    }
-    EXPECT_GT(MakeMatrix(contextID, {Biggest(rows)}).Index(), dropped);
-    Again();
-    EXPECT_EQ(ReadAll(matrix), Ramp(6));
 }
 
 TEST_F(Transaction, ManyObjectsInManyCommits)

@@ -5,10 +5,10 @@
 #include "KVOSimContext.h"
 #include "KVOSimDatabase.h"
 #include "KVOSimDistribution.h"
-#include "KVOSimException.h"
 #include "KVOSimPosition.h"
 #include "KVOSimTransaction.h"
 #include "KVOSimTransfer.h"
+#include "SimFailure.h"
 #include "TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -28,7 +28,7 @@ namespace SimClient
 class DatabaseTest : public testing::Test
 {
 protected:
-    TemporaryFolder const folder;
+    TemporaryFolder const folder{FolderWithoutDisk()};
     std::string const path = folder / "test.sim";
 
     /// Makes the file, with one context.
@@ -79,6 +79,14 @@ inline KVOSimTransfer NewDrawer(KVOSimDistribution const& distribution, std::vec
     return transfer;
 }
 
+/// A distribution without a drawer over `collections`.
+inline KVOSimDistributionID MakeDistribution(KVOSimContextID const& context, std::vector<KVOSimCollectionID> const& collections,
+                                             int typeKey = KVOSimDouble)
+{
+    return KVOSimContext(context).CreateDistribution(KVOSimGrid(KVOSimArray<KVOSimCollectionID>(collections)), KVOSimRangeType(typeKey),
+                                                     -1);
+}
+
 /// A distribution of doubles over the collections of `sets`, with one dense drawer of zeros.
 inline KVOSimDistributionID MakeMatrix(KVOSimContextID const& context, std::vector<KVOSimCSetID> const& sets,
                                        std::vector<int> const& chunks = {}, double initial = 0.0)
@@ -86,8 +94,7 @@ inline KVOSimDistributionID MakeMatrix(KVOSimContextID const& context, std::vect
     std::vector<KVOSimCollectionID> collections;
     for (KVOSimCSetID const& set : sets)
         collections.push_back(set.CollectionID());
-    KVOSimDistributionID const id = KVOSimContext(context).CreateDistribution(KVOSimGrid(KVOSimArray<KVOSimCollectionID>(collections)),
-                                                                              KVOSimRangeType(KVOSimDouble), -1);
+    KVOSimDistributionID const id = MakeDistribution(context, collections);
     KVOSimTransfer transfer = NewDrawer(KVOSimDistribution(id), sets, chunks);
     transfer.SetInitializationValue(initial, KVOSimDouble);
     transfer.CheckView();
@@ -132,6 +139,51 @@ inline void WriteAll(KVOSimDistributionID const& id, std::vector<double> const& 
     transfer.ExecWrite();
 }
 
+/// The drawer of a distribution in two dimensions made sparse: compressed rows, counted from 0; with a diagonal, half of a symmetric
+/// matrix.
+struct Rows {
+    std::vector<double> values;
+    std::vector<int> columnIndices, rowStart;
+    std::vector<double> diagonal;
+
+    friend bool operator==(Rows const&, Rows const&) = default;
+
+    KVOSimSerializationType Type() const
+    {
+        KVOSimSerializationType type;
+        diagonal.empty() ? type.SetSparse() : type.SetSparseSym();
+        return type;
+    }
+    /// Hands the arrays of `rows`, which may be const, to a transfer.
+    template<class Matrix>
+    static void SetBuffers(KVOSimTransfer& transfer, Matrix& rows)
+    {
+        transfer.SetBuffer(2, rows.rowStart.data(), rows.rowStart.size() * 4);
+        transfer.SetBuffer(1, rows.columnIndices.data(), rows.columnIndices.size() * 4);
+        transfer.SetBuffer(0, rows.values.data(), rows.values.size() * 8);
+        if (!rows.diagonal.empty())
+            transfer.SetBuffer(3, rows.diagonal.data(), rows.diagonal.size() * 8);
+    }
+    /// A transfer that is to make the drawer.
+    KVOSimTransfer NewDrawer(KVOSimDistributionID const& id, std::vector<KVOSimCSetID> const& sets) const
+    {
+        KVOSimTransfer transfer = SimClient::NewDrawer(KVOSimDistribution(id), sets, {});
+        transfer.SetSparseNNonzero(static_cast<std::int64_t>(values.size()));
+        transfer.SetSerialization(Type());
+        SetBuffers(transfer, *this);
+        return transfer;
+    }
+    /// A new distribution with the drawer.
+    KVOSimDistributionID Store(KVOSimContextID const& context, KVOSimCSetID const& rowSet, KVOSimCSetID const& columnSet) const
+    {
+        KVOSimDistributionID const id = MakeDistribution(context, {rowSet.CollectionID(), columnSet.CollectionID()});
+        KVOSimTransfer transfer = NewDrawer(id, {rowSet, columnSet});
+        transfer.CheckView();
+        transfer.ExecWrite();
+        return id;
+    }
+};
+
 /// first, first + 1, ...
 inline std::vector<double> Ramp(std::size_t count, double first = 1.0)
 {
@@ -139,18 +191,6 @@ inline std::vector<double> Ramp(std::size_t count, double first = 1.0)
     for (std::size_t i = 0; i < count; ++i)
         values[i] = first + static_cast<double>(i);
     return values;
-}
-
-/// The text of the KVOSimException that `run` ends in.
-template<class Run>
-std::string FailureOf(Run const& run)
-{
-    try {
-        run();
-    } catch (KVOSimException const& failure) {
-        return failure.AsString().c_str();
-    }
-    return "no failure";
 }
 
 } // namespace SimClient

@@ -1,16 +1,10 @@
-#include "ChildProcess.h"
-#include "KVOSimException.h"
-#include "KVOSimFaults.h"
-#include "SimFile.h"
 #include "SimIo.h"
 #include "SimWorkload.h"
-#include "TemporaryFolder.h"
 
 #include <array>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <gtest/gtest.h>
 #include <map>
 #include <random>
 #include <thread>
@@ -20,18 +14,17 @@ namespace
 
 using simdb::File;
 
-constexpr int kOpenings = 2, kCommitsPerOpening = 3;
-
 /// A program that makes a database, commits, closes it, opens it again and commits more. Tells `report` of each commit that returned.
 template<class Report>
 void RunProgram(std::string const& path, Report const& report)
 {
+    constexpr int kOpenings = 2, kCommitsPerOpening = 3;
     int number = 0;
     for (int opening = 0; opening < kOpenings; ++opening) {
         auto const file = opening == 0 ? File::Create(path, File::Kind::Persistent) : File::Open(path, false);
         for (int i = 0; i < kCommitsPerOpening; ++i) {
-            workload::Change(*file, ++number);
-            file->Commit();
+            ++number;
+            workload::Commit(file, number, number);
             report(number);
         }
         file->Close();
@@ -41,15 +34,10 @@ void RunProgram(std::string const& path, Report const& report)
 /// The commits that are whole in the file; 0 also for a file to which nothing was ever committed.
 int CommitsIn(std::string const& path, bool readOnly)
 {
-    try {
-        return workload::CheckedCommits(*File::Open(path, readOnly));
-    } catch (KVOSimException const& exception) {
-        std::string const text = exception.AsString().c_str();
-        EXPECT_TRUE(text.find("nothing was ever committed") != std::string::npos || text.find("it is empty") != std::string::npos ||
-                    text.find("No such file") != std::string::npos)
-            << text;
-        return 0;
-    }
+    int commits = 0;
+    EXPECT_THAT(FailureOf([&] { commits = workload::CommitsIn(path, readOnly); }),
+                testing::ContainsRegex("no failure|nothing was ever committed|it is empty|No such file"));
+    return commits;
 }
 
 /// A reader and then a writer see the same, at least what was reported and at most one commit more; and the work can go on.
@@ -62,50 +50,26 @@ void ExpectWhole(std::string const& path, int reported)
     if (commits == 0)
         return;
     auto const file = File::Open(path, false);
-    workload::Change(*file, commits + 1);
+    workload::Change(file, commits + 1);
     file->Close();
     EXPECT_EQ(CommitsIn(path, true), commits + 1);
 }
 
-/// Pipe through which a child says which commits have returned.
-struct Reports {
-    Reports()
-    {
-        if (pipe(ends.data()) != 0)
-            throw std::runtime_error("no pipe");
-    }
-    ~Reports()
-    {
-        close(ends[0]);
-        close(ends[1]);
-    }
-    void Send(int number) const
-    {
-        if (write(ends[1], &number, sizeof number) != sizeof number)
-            _exit(97);
-    }
-    /// The last one sent; to be asked when the sender is dead.
-    int Last()
-    {
-        close(ends[1]);
-        int last = 0;
-        while (read(ends[0], &last, sizeof last) == sizeof last) {
-        }
-        return last;
-    }
-    std::array<int, 2> ends;
-};
+void RemoveFiles(std::string const& path)
+{
+    std::filesystem::remove(path);
+    std::filesystem::remove(path + ".journal");
+}
 
 TEST(SimFileCrash, KilledAtEveryCall)
 {
-    TemporaryFolder const folder(workload::FolderWithoutDisk());
+    TemporaryFolder const folder(FolderWithoutDisk());
     std::string const path = folder / "a.sim";
     int kills = 0;
     for (bool const torn : {false, true})
         for (int call = 0;; ++call) {
             SCOPED_TRACE("call " + std::to_string(call) + (torn ? ", torn" : ""));
-            std::filesystem::remove(path);
-            std::filesystem::remove(path + ".journal");
+            RemoveFiles(path);
             Reports reports;
             ChildProcess child([&] {
                 KVOSimFaults::KillAfter(call, torn);
@@ -128,20 +92,18 @@ TEST(SimFileCrash, KilledAtRandomMoments)
 {
     char const* const variable = std::getenv("KVO_CRASH_ROUNDS");
     int const rounds = variable != nullptr ? std::atoi(variable) : 30;
-    TemporaryFolder const folder(workload::FolderWithoutDisk());
+    TemporaryFolder const folder(FolderWithoutDisk());
+    std::string const path = folder / "a.sim";
     std::mt19937_64 random(4711);
     long committed = 0;
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
         SCOPED_TRACE(round);
-        std::string const path = folder / "a.sim";
-        std::filesystem::remove(path);
-        std::filesystem::remove(path + ".journal");
+        RemoveFiles(path);
         Reports reports;
         ChildProcess child([&] {
             auto const file = File::Create(path, File::Kind::Persistent);
             for (int number = 1;; ++number) {
-                workload::Change(*file, number);
-                file->Commit();
+                workload::Commit(file, number, number);
                 reports.Send(number);
             }
             return 0;
@@ -241,11 +203,7 @@ private:
             }
             ++failures;
             SCOPED_TRACE("power failure " + std::to_string(failures));
-            try { // the calls that are watched are noexcept
-                ExpectWhole(path, reported);
-            } catch (KVOSimException const& exception) {
-                ADD_FAILURE() << exception.AsString().c_str();
-            }
+            EXPECT_EQ(FailureOf([&] { ExpectWhole(path, reported); }), "no failure"); // the calls that are watched are noexcept
         }
         simdb::io::observer = this;
     }
@@ -257,7 +215,7 @@ private:
 
 TEST(SimFileCrash, PowerFailureAtEveryCall)
 {
-    TemporaryFolder const folder(workload::FolderWithoutDisk()), afterwards(workload::FolderWithoutDisk());
+    TemporaryFolder const folder(FolderWithoutDisk()), afterwards(FolderWithoutDisk());
     Disk disk(afterwards / "");
     simdb::io::observer = &disk;
     RunProgram(folder / "a.sim", [&](int number) { disk.reported = number; });

@@ -1,17 +1,17 @@
+#include "HeldWrites.h"
 #include "SimJournal.h"
-#include "TemporaryFolder.h"
 
 #include <algorithm>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <map>
+#include <random>
 
 namespace
 {
 
 using simdb::FileMark;
+using simdb::HeldWrites;
 using simdb::Journal;
-using simdb::JournalFile;
 
 std::vector<std::byte> SomeBytes(std::size_t count, unsigned seed)
 {
@@ -20,79 +20,77 @@ std::vector<std::byte> SomeBytes(std::size_t count, unsigned seed)
     return bytes;
 }
 
-struct Example {
-    std::vector<std::byte> first = SomeBytes(48, 1), second = SomeBytes(5, 2);
-    FileMark mark = FileMark::New(FileMark::kOffset);
-    Journal journal{mark, {{0, first}, {1000, second}, {4096, {}}}};
-    std::vector<std::byte> image{journal.Image().begin(), journal.Image().end()};
-};
-
-TEST(SimJournal, ComesBackFromItsImage)
+TEST(SimJournal, ComesBackFromItsImageAndFromNothingElse)
 {
-    Example example;
-    auto longer = example.image;
-    longer.resize(longer.size() + 100, std::byte{7}); // the end of an older one
+    auto const first = SomeBytes(48, 1), second = SomeBytes(5, 2);
+    FileMark const mark = FileMark::New(FileMark::kOffset);
+    Journal const journal(mark, {{0, first}, {1000, second}, {4096, {}}});
+    std::vector<std::byte> const image(journal.Image().begin(), journal.Image().end());
+    auto longer = image;
+    longer.resize(image.size() + 100, std::byte{7}); // the end of an older one
 
-    for (auto const& image : {example.image, longer}) {
-        auto const parsed = Journal::Parse(image);
+    for (auto const& readable : {image, longer}) {
+        auto const parsed = Journal::Parse(readable);
 
         ASSERT_TRUE(parsed.has_value());
         EXPECT_EQ(parsed->Mark().offset, FileMark::kOffset);
-        EXPECT_EQ(parsed->Mark().bytes, example.mark.bytes);
+        EXPECT_EQ(parsed->Mark().bytes, mark.bytes);
         ASSERT_EQ(parsed->Pieces().size(), 3u);
         EXPECT_EQ(parsed->Pieces()[1].address, 1000u);
-        EXPECT_TRUE(std::ranges::equal(parsed->Pieces()[0].bytes, example.first));
-        EXPECT_TRUE(std::ranges::equal(parsed->Pieces()[1].bytes, example.second));
+        EXPECT_TRUE(std::ranges::equal(parsed->Pieces()[0].bytes, first));
+        EXPECT_TRUE(std::ranges::equal(parsed->Pieces()[1].bytes, second));
         EXPECT_TRUE(parsed->Pieces()[2].bytes.empty());
     }
-}
-
-TEST(SimJournal, IsNoneWithAnyByteMissingOrChanged)
-{
-    Example example;
-    for (std::size_t length = 0; length < example.image.size(); ++length)
-        EXPECT_FALSE(Journal::Parse({example.image.begin(), example.image.begin() + length})) << length;
-    for (std::size_t at = 0; at < example.image.size(); ++at)
+    for (std::size_t at = 0; at < image.size(); ++at) {
+        EXPECT_FALSE(Journal::Parse({image.begin(), image.begin() + static_cast<std::ptrdiff_t>(at)})) << at;
         for (int bit = 0; bit < 8; ++bit) {
-            auto image = example.image;
-            image[at] ^= std::byte(1 << bit);
-            EXPECT_FALSE(Journal::Parse(std::move(image))) << at;
+            auto damaged = image;
+            damaged[at] ^= std::byte(1 << bit);
+            EXPECT_FALSE(Journal::Parse(std::move(damaged))) << at;
         }
-}
-
-// The checksum is right here: the addresses alone are not.
-TEST(SimJournal, IsNoneWithAPieceOutsideOfAnyFile)
-{
-    auto const bytes = SomeBytes(5, 2);
+    }
+    // The checksum is right here: the addresses, outside of any file, are not.
     for (std::uint64_t const address : {UINT64_MAX, std::uint64_t{INT64_MAX}, std::uint64_t{INT64_MAX} - 4}) {
-        Journal const journal(FileMark::New(FileMark::kOffset), {{address, bytes}});
-        EXPECT_FALSE(Journal::Parse({journal.Image().begin(), journal.Image().end()})) << address;
+        Journal const outside(mark, {{address, second}});
+        EXPECT_FALSE(Journal::Parse({outside.Image().begin(), outside.Image().end()})) << address;
     }
 }
 
-TEST(SimJournal, FileHoldsItUntilItIsDropped)
+// Against a map of single bytes.
+TEST(HeldWrites, HoldsTheLastBytesPut)
 {
-    TemporaryFolder const folder;
-    std::string const path = folder / "x.journal";
-    Example example;
-    std::optional<Journal> read;
+    constexpr std::uint64_t kBytes = 200;
+    std::mt19937_64 random(7);
+    for (int round = 0; round < 200; ++round) {
+        SCOPED_TRACE(round);
+        HeldWrites held;
+        std::map<std::uint64_t, std::byte> expected;
+        for (int put = 0; put < 20; ++put) {
+            std::uint64_t const address = random() % kBytes, bytes = random() % 30;
+            std::vector<std::byte> data(bytes);
+            for (std::uint64_t i = 0; i < bytes; ++i)
+                expected[address + i] = data[i] = static_cast<std::byte>(random());
+            held.Put(address, data.data(), bytes);
+        }
 
-    {
-        JournalFile file(path, 0600);
-        EXPECT_EQ(file.Read(read), 0);
-        EXPECT_FALSE(read);
-        ASSERT_EQ(file.Write(example.journal), 0);
+        std::uint64_t end = 0;
+        for (auto const& [address, bytes] : held.All()) {
+            EXPECT_GE(address, end) << "pieces overlap";
+            end = address + bytes.size();
+        }
+        EXPECT_EQ(held.End(), expected.empty() ? 0 : expected.rbegin()->first + 1);
+        std::uint64_t const from = random() % kBytes, count = random() % 60;
+        constexpr std::byte kBelow{0x5a};
+        std::vector<std::byte> seen(count, kBelow);
+        held.Overlay(from, seen.data(), count);
+        bool covered = true;
+        for (std::uint64_t i = 0; i < count; ++i) {
+            auto const at = expected.find(from + i);
+            covered = covered && at != expected.end();
+            EXPECT_EQ(seen[i], at == expected.end() ? kBelow : at->second);
+        }
+        EXPECT_EQ(held.Covers(from, count), covered);
     }
-    JournalFile file(path, 0600);
-    EXPECT_EQ(file.Read(read), 0);
-    ASSERT_TRUE(read);
-    EXPECT_TRUE(std::ranges::equal(read->Image(), example.image));
-    ASSERT_EQ(file.Drop(), 0);
-    EXPECT_EQ(file.Read(read), 0);
-    EXPECT_FALSE(read);
-    EXPECT_EQ(file.Remove(), 0);
-    EXPECT_EQ(file.Remove(), 0) << "a journal that is not there is removed";
-    EXPECT_NE(access(path.c_str(), F_OK), 0);
 }
 
 } // namespace

@@ -1,9 +1,9 @@
 #include "SimWorkload.h"
 
+#include "DenseDrawer.h"
+
 #include <filesystem>
-#include <gtest/gtest.h>
-#include <unistd.h>
-#include <vector>
+#include <numeric>
 
 namespace workload
 {
@@ -12,166 +12,153 @@ namespace
 {
 
 using simdb::Checked;
+using simdb::DenseDrawer;
+using simdb::DenseShape;
 using simdb::Hid;
+using simdb::Range;
 
-constexpr hsize_t kChunk = 40; // of doubles, squared: 12.8 KB
-constexpr hsize_t kEdge = 2 * kChunk;
+constexpr std::int64_t kChunk = 40; // of doubles, squared: 12.8 KB
+constexpr std::int64_t kEdge = 2 * kChunk;
+constexpr std::int64_t kPassing = 500;
 constexpr char const* kDoing = "Cannot run the workload on";
 
-double Value(int number, std::size_t i)
+std::vector<double> Values(int number, std::int64_t count)
 {
-    return number * 1e6 + static_cast<double>(i);
-}
-
-std::vector<double> Values(int number, std::size_t count)
-{
-    std::vector<double> values(count);
-    for (std::size_t i = 0; i < count; ++i)
-        values[i] = Value(number, i);
+    std::vector<double> values(static_cast<std::size_t>(count));
+    std::iota(values.begin(), values.end(), number * 1e6);
     return values;
 }
 
-void Require(herr_t result, simdb::File const& file)
+bool Exists(simdb::File const& file, std::string const& name)
 {
-    if (result < 0)
+    return H5Lexists(file.Hdf5(), name.c_str(), H5P_DEFAULT) > 0;
+}
+
+// What is there when a commit is tried again is used again.
+std::shared_ptr<DenseDrawer> Drawer(FilePointer const& file, std::string const& name, DenseShape const& shape)
+{
+    if (Exists(*file, name))
+        return DenseDrawer::Open(file, file->Hdf5(), name.c_str());
+    auto drawer = DenseDrawer::Create(file, shape);
+    drawer->LinkTo(file->Hdf5(), name.c_str());
+    return drawer;
+}
+
+std::array<Range, 2> ChunkRow(std::int64_t row)
+{
+    return {Range{row * kChunk, (row + 1) * kChunk - 1}, Range{0, kEdge - 1}};
+}
+
+void Check(FilePointer const& file, std::string const& name, std::span<Range const> ranges, std::vector<double> const& expected)
+{
+    std::vector<double> values(expected.size());
+    DenseDrawer::Open(file, file->Hdf5(), name.c_str())->Read(ranges, values.data());
+    EXPECT_TRUE(values == expected) << name;
+}
+
+void Remove(simdb::File const& file, std::string const& name)
+{
+    if (Exists(file, name) && H5Ldelete(file.Hdf5(), name.c_str(), H5P_DEFAULT) < 0)
         simdb::ThrowHdf5(kDoing, file.Path());
 }
 
-void SetNumber(simdb::File const& file, hid_t object, int number)
+void SetNumber(simdb::File const& file, std::string const& group, int number)
 {
-    if (H5Aexists(object, "number") > 0) {
-        Hid const attribute(Checked(H5Aopen(object, "number", H5P_DEFAULT), kDoing, file.Path()));
-        Require(H5Awrite(attribute, H5T_NATIVE_INT, &number), file);
-        return;
-    }
-    Hid const space(H5Screate(H5S_SCALAR));
-    Hid const attribute(Checked(H5Acreate2(object, "number", H5T_STD_I32LE, space, H5P_DEFAULT, H5P_DEFAULT), kDoing, file.Path()));
-    Require(H5Awrite(attribute, H5T_NATIVE_INT, &number), file);
+    Hid const object(Checked(H5Gopen2(file.Hdf5(), group.c_str(), H5P_DEFAULT), kDoing, file.Path())), space(H5Screate(H5S_SCALAR));
+    Hid const attribute(Checked(H5Aexists(object, "number") > 0
+                                    ? H5Aopen(object, "number", H5P_DEFAULT)
+                                    : H5Acreate2(object, "number", H5T_STD_I32LE, space, H5P_DEFAULT, H5P_DEFAULT),
+                                kDoing, file.Path()));
+    if (H5Awrite(attribute, H5T_NATIVE_INT, &number) < 0)
+        simdb::ThrowHdf5(kDoing, file.Path());
 }
 
-int Number(hid_t object)
+int Number(simdb::File const& file, std::string const& group)
 {
     int number = 0;
-    if (H5Aexists(object, "number") > 0) {
-        Hid const attribute(H5Aopen(object, "number", H5P_DEFAULT));
+    if (H5Aexists_by_name(file.Hdf5(), group.c_str(), "number", H5P_DEFAULT) > 0) {
+        Hid const attribute(H5Aopen_by_name(file.Hdf5(), group.c_str(), "number", H5P_DEFAULT, H5P_DEFAULT));
         EXPECT_GE(H5Aread(attribute, H5T_NATIVE_INT, &number), 0);
     }
     return number;
 }
 
-Hid MakeDataset(simdb::File const& file, hid_t group, char const* name, hsize_t rows)
-{
-    hsize_t const sizes[2] = {rows, kEdge}, unlimited[2] = {H5S_UNLIMITED, H5S_UNLIMITED}, chunk[2] = {kChunk, kChunk};
-    Hid const space(H5Screate_simple(2, sizes, unlimited));
-    Hid const properties(H5Pcreate(H5P_DATASET_CREATE));
-    double const initial = -1.0;
-    Require(H5Pset_chunk(properties, 2, chunk), file);
-    Require(H5Pset_fill_value(properties, H5T_NATIVE_DOUBLE, &initial), file);
-    return Hid(Checked(H5Dcreate2(group, name, H5T_NATIVE_DOUBLE, space, H5P_DEFAULT, properties, H5P_DEFAULT), kDoing, file.Path()));
-}
-
-// The chunks of row `chunkRow`.
-void WriteChunks(simdb::File const& file, hid_t dataset, hsize_t chunkRow, int number)
-{
-    auto const values = Values(number, kChunk * kChunk);
-    for (hsize_t column = 0; column < kEdge; column += kChunk) {
-        hsize_t const offset[2] = {chunkRow * kChunk, column};
-        Require(H5Dwrite_chunk(dataset, H5P_DEFAULT, 0, offset, values.size() * sizeof(double), values.data()), file);
-    }
-}
-
-void CheckChunks(hid_t dataset, hsize_t chunkRow, int number)
-{
-    auto const expected = Values(number, kChunk * kChunk);
-    for (hsize_t column = 0; column < kEdge; column += kChunk) {
-        hsize_t const start[2] = {chunkRow * kChunk, column}, count[2] = {kChunk, kChunk};
-        Hid const space(H5Dget_space(dataset)), memory(H5Screate_simple(2, count, nullptr));
-        ASSERT_GE(H5Sselect_hyperslab(space, H5S_SELECT_SET, start, nullptr, count, nullptr), 0);
-        std::vector<double> values(expected.size());
-        ASSERT_GE(H5Dread(dataset, H5T_NATIVE_DOUBLE, memory, space, H5P_DEFAULT, values.data()), 0);
-        EXPECT_TRUE(values == expected) << "chunk at " << start[0] << ", " << start[1];
-    }
-}
-
-void Remove(simdb::File const& file, std::string const& name)
-{
-    if (H5Lexists(file.Hdf5(), name.c_str(), H5P_DEFAULT) > 0)
-        Require(H5Ldelete(file.Hdf5(), name.c_str(), H5P_DEFAULT), file);
-}
-
-constexpr hsize_t kPassing = 500;
-
-void MakePassing(simdb::File const& file, std::string const& name, int number)
-{
-    Hid const space(H5Screate_simple(1, &kPassing, nullptr));
-    Hid const dataset(Checked(H5Dcreate2(file.Hdf5(), name.c_str(), H5T_NATIVE_DOUBLE, space, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT),
-                              kDoing, file.Path()));
-    Require(H5Dwrite(dataset, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, Values(number, kPassing).data()), file);
-}
-
-void CheckPassing(simdb::File const& file, int number)
-{
-    Hid const dataset(H5Dopen2(file.Hdf5(), ("passing" + std::to_string(number)).c_str(), H5P_DEFAULT));
-    std::vector<double> values(kPassing);
-    EXPECT_GE(H5Dread(dataset, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()), 0);
-    EXPECT_TRUE(values == Values(number, kPassing));
-}
-
 } // namespace
 
-void Change(simdb::File& file, int number)
+void Change(FilePointer const& file, int number)
 {
     simdb::SilentErrors const silent;
-    hid_t const root = file.Hdf5();
-    Remove(file, "passing" + std::to_string(number - 1));
-    std::string const name = "commit" + std::to_string(number);
-    if (H5Lexists(root, name.c_str(), H5P_DEFAULT) == 0) { // it is there when a commit is tried again
-        Hid const group(Checked(H5Gcreate2(root, name.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), kDoing, file.Path()));
+    std::string const name = "commit" + std::to_string(number), passing = "passing" + std::to_string(number);
+    Remove(*file, "passing" + std::to_string(number - 1));
+    if (!Exists(*file, name))
+        Hid(Checked(H5Gcreate2(file->Hdf5(), name.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), kDoing, file->Path())).Reset();
+    SetNumber(*file, name, number);
+    std::vector<double> const values = Values(number, kChunk * kEdge);
+    Drawer(file, name + "/values", {{kEdge, kEdge}, {kChunk, kChunk}})->Write(ChunkRow(1), values.data());
+
+    auto const shared = Drawer(file, "shared", {{0, kEdge}, {kChunk, kChunk}});
+    shared->Resize(0, number * kChunk);
+    shared->Write(ChunkRow(number - 1), values.data());
+    SetNumber(*file, "/", number);
+    Remove(*file, passing);
+    Drawer(file, passing, {{kPassing}, {}})->Write(std::array{Range{0, kPassing - 1}}, Values(number, kPassing).data());
+}
+
+void Commit(FilePointer const& file, int first, int last)
+{
+    for (int number = first; number <= last; ++number) {
+        Change(file, number);
+        file->Commit();
     }
-    Hid const group(Checked(H5Gopen2(root, name.c_str(), H5P_DEFAULT), kDoing, file.Path()));
-    SetNumber(file, group, number);
-    Hid const own = H5Lexists(group, "values", H5P_DEFAULT) > 0 ? Hid(Checked(H5Dopen2(group, "values", H5P_DEFAULT), kDoing, file.Path()))
-                                                                : MakeDataset(file, group, "values", kEdge);
-    WriteChunks(file, own, 1, number);
-
-    Hid const shared = H5Lexists(root, "shared", H5P_DEFAULT) > 0 ? Hid(Checked(H5Dopen2(root, "shared", H5P_DEFAULT), kDoing, file.Path()))
-                                                                  : MakeDataset(file, root, "shared", 0);
-    hsize_t const sizes[2] = {static_cast<hsize_t>(number) * kChunk, kEdge};
-    Require(H5Dset_extent(shared, sizes), file);
-    WriteChunks(file, shared, static_cast<hsize_t>(number) - 1, number);
-    Hid const rootGroup(Checked(H5Gopen2(root, "/", H5P_DEFAULT), kDoing, file.Path()));
-    SetNumber(file, rootGroup, number);
-    std::string const passing = "passing" + std::to_string(number);
-    Remove(file, passing);
-    MakePassing(file, passing, number);
 }
 
-std::string FolderWithoutDisk()
+FilePointer NewDatabase(std::string const& path, int commits)
 {
-    char const* const memory = "/dev/shm";
-    return access(memory, R_OK | W_OK | X_OK) == 0 ? memory : std::filesystem::temp_directory_path().string();
+    std::filesystem::remove(path);
+    std::filesystem::remove(path + ".journal");
+    auto file = simdb::File::Create(path, simdb::File::Kind::Persistent);
+    Commit(file, 1, commits);
+    return file;
 }
 
-int CheckedCommits(simdb::File& file)
+int CheckedCommits(FilePointer const& file)
 {
     simdb::SilentErrors const silent;
-    Hid const root(H5Gopen2(file.Hdf5(), "/", H5P_DEFAULT));
-    int const commits = Number(root);
+    int const commits = Number(*file, "/");
     H5G_info_t info;
-    EXPECT_GE(H5Gget_info(root, &info), 0);
+    EXPECT_GE(H5Gget_info(file->Hdf5(), &info), 0);
     EXPECT_EQ(info.nlinks, commits == 0 ? 0u : static_cast<hsize_t>(commits) + 2) << "something of a later commit is there";
     if (commits > 0)
-        CheckPassing(file, commits);
-    Hid const shared(commits > 0 ? H5Dopen2(root, "shared", H5P_DEFAULT) : H5I_INVALID_HID);
+        Check(file, "passing" + std::to_string(commits), std::array{Range{0, kPassing - 1}}, Values(commits, kPassing));
     for (int number = 1; number <= commits; ++number) {
         SCOPED_TRACE("commit " + std::to_string(number));
-        Hid const group(H5Gopen2(root, ("commit" + std::to_string(number)).c_str(), H5P_DEFAULT));
-        EXPECT_EQ(Number(group), number);
-        Hid const own(H5Dopen2(group, "values", H5P_DEFAULT));
-        CheckChunks(own, 1, number);
-        CheckChunks(shared, static_cast<hsize_t>(number) - 1, number);
+        std::string const name = "commit" + std::to_string(number);
+        EXPECT_EQ(Number(*file, name), number);
+        Check(file, name + "/values", ChunkRow(1), Values(number, kChunk * kEdge));
+        Check(file, "shared", ChunkRow(number - 1), Values(number, kChunk * kEdge));
     }
     return commits;
+}
+
+void MakeUnapplied(std::string const& path, int commits)
+{
+    for (int call = 0, found = 0; found < commits; ++call) {
+        NewDatabase(path, commits - 1).reset();
+        ChildProcess child([&] {
+            auto const file = simdb::File::Open(path, false);
+            Change(file, commits);
+            KVOSimFaults::KillAfter(call);
+            file->Commit();
+            return 0;
+        });
+        ASSERT_EQ(child.Wait(), -SIGKILL);
+        found = CommitsIn(path);
+    }
+}
+
+int CommitsIn(std::string const& path, bool readOnly)
+{
+    return CheckedCommits(simdb::File::Open(path, readOnly));
 }
 
 } // namespace workload

@@ -8,26 +8,6 @@ using namespace SimClient;
 namespace
 {
 
-void StoreSparse(KVOSimContextID const& context, KVOSimCSetID const& rows, KVOSimCSetID const& columns, bool symmetric)
-{
-    KVOSimArray<KVOSimCollectionID> grid;
-    grid.Append(rows.CollectionID()), grid.Append(columns.CollectionID());
-    KVOSimDistribution const distribution(KVOSimContext(context).CreateDistribution(KVOSimGrid(grid), KVOSimRangeType(KVOSimDouble), -1));
-    KVOSimTransfer transfer = NewDrawer(distribution, {rows, columns}, {});
-    KVOSimSerializationType type;
-    symmetric ? type.SetSparseSym() : type.SetSparse();
-    transfer.SetSerialization(type);
-    transfer.SetSparseNNonzero(3);
-    double const values[] = {0.5, 0.25, -1.0}, diagonal[] = {10, 20, 30, 40};
-    int const columnIndices[] = {1, 2, symmetric ? 3 : 2}, rowStart[] = {0, 2, 2, 3, 3};
-    transfer.SetBuffer(0, values, sizeof values);
-    transfer.SetBuffer(1, columnIndices, sizeof columnIndices);
-    transfer.SetBuffer(2, rowStart, sizeof rowStart);
-    if (symmetric)
-        transfer.SetBuffer(3, diagonal, sizeof diagonal);
-    transfer.ExecWrite();
-}
-
 void Write(char const* path)
 {
     KVOSimDatabase database;
@@ -46,9 +26,10 @@ void Write(char const* path)
     double const value = -2.0;
     transfer.SetBuffer(0, &value, sizeof value);
     transfer.ExecWrite();
-    WriteAll(MakeMatrix(context, {rowSet}), Ramp(4));                                          // 2: contiguous
-    StoreSparse(context, rowSet, Biggest(columns), false);                                     // 3
-    StoreSparse(context, rowSet, Biggest(KVOSimCollection(rows).CreateColorVariant(1)), true); // 4
+    WriteAll(MakeMatrix(context, {rowSet}), Ramp(4));                                                 // 2: contiguous
+    Rows{{0.5, 0.25, -1.0}, {1, 2, 2}, {0, 2, 2, 3, 3}, {}}.Store(context, rowSet, Biggest(columns)); // 3
+    Rows{{0.5, 0.25, -1.0}, {1, 2, 3}, {0, 2, 2, 3, 3}, {10, 20, 30, 40}}.Store(context, rowSet,
+                                                                                Biggest(KVOSimCollection(rows).CreateColorVariant(1))); // 4
 
     // 0 grows: its drawer has a second block of rows in the table.
     KVOSimTransfer extension{KVOSimDistribution(whole)};
