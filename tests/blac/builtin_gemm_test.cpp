@@ -38,30 +38,20 @@ std::vector<Case> Cases()
     return cases;
 }
 
-// By the entry point, or by a kernel.
-constexpr int kEntryPoint = -1;
-void Multiply(int subject, Case const& s, Dense const& a, Dense const& b, Dense& c)
-{
-    auto const transposed = [](char trans) { return trans != 'N' && trans != 'n'; };
-    if (subject == kEntryPoint)
-        BLAC_DGEMM2(&s.transa, &s.transb, &s.m, &s.n, &s.k, &s.alpha, a.data(), &a.ld, b.data(), &b.ld, &s.beta, c.data(), &c.ld);
-    else
-        kvo_builtin_dgemm(static_cast<kvo_gemm_kernel>(subject), transposed(s.transa), transposed(s.transb), s.m, s.n, s.k, s.alpha,
-                          a.data(), a.ld, b.data(), b.ld, s.beta, c.data(), c.ld);
-}
-
 } // namespace
 
 // The entry point, and every kernel that this processor can run, also those that it would not choose.
 TEST(BuiltinGemm, Products)
 {
     blac::ProcessorAbilities const processor = blac::ThisProcessor();
-    std::vector<int> subjects = {kEntryPoint, kvo_gemm_baseline};
+    int const entryPoint = -1;
+    std::vector<int> subjects = {entryPoint, kvo_gemm_baseline};
     if (processor.avx2)
         subjects.push_back(kvo_gemm_avx2);
     if (processor.avx512)
         subjects.push_back(kvo_gemm_avx512);
 
+    auto const transposed = [](char trans) { return trans != 'N' && trans != 'n'; };
     for (Case const& s : Cases()) {
         Dense const opA = Seeded(s.m, s.k, 1), opB = Seeded(s.k, s.n, 2), before = Seeded(s.m, s.n, 3);
         Dense const expected = Combined(s.alpha, opA * opB, s.beta, before);
@@ -72,9 +62,11 @@ TEST(BuiltinGemm, Products)
             SCOPED_TRACE(testing::Message() << "kernel " << subject << ' ' << s.transa << s.transb << " m " << s.m << " n " << s.n << " k "
                                             << s.k << " alpha " << s.alpha << " beta " << s.beta);
             Dense c = s.beta == 0.0 ? Dense(s.m, s.n, kNotANumber) : before;
-
-            Multiply(subject, s, a, b, c);
-
+            if (subject == entryPoint)
+                BLAC_DGEMM2(&s.transa, &s.transb, &s.m, &s.n, &s.k, &s.alpha, a.data(), &a.ld, b.data(), &b.ld, &s.beta, c.data(), &c.ld);
+            else
+                kvo_builtin_dgemm(static_cast<kvo_gemm_kernel>(subject), transposed(s.transa), transposed(s.transb), s.m, s.n, s.k, s.alpha,
+                                  a.data(), a.ld, b.data(), b.ld, s.beta, c.data(), c.ld);
             ASSERT_NO_FATAL_FAILURE(ExpectNear(c, expected, ProductTolerance(s.k, 1.5)));
         }
     }

@@ -1,6 +1,7 @@
 #include "KVOFortran.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
 #include <cstdint>
@@ -76,16 +77,6 @@ Csr RandomCsr(Random& random, int rows, int columns)
     return matrix;
 }
 
-// The plain loops: visits the entries of the rows in `index`, in order, as entry(which row, column, value, vector).
-template<class Entry>
-void ForEach(Csr const& m, std::vector<int> const& index, int vectors, Entry const& entry)
-{
-    for (int j = 0; j < vectors; ++j)
-        for (std::size_t l = 0; l < index.size(); ++l)
-            for (int k = m.ia[index[l]]; k < m.ia[index[l] + 1]; ++k)
-                entry(static_cast<int>(l), m.ja[k], m.a[k], j);
-}
-
 int SetLevel(int request)
 {
     int inForce = -1;
@@ -104,19 +95,21 @@ protected:
     }
     void TearDown() override { SetLevel(-1); }
 
-    // A product into an array between guards is the one of the plain loops, to the bit; NaNs are equal whatever their payload, which
-    // depends on the order of the operands.
+    // A product into an array between guards is the one of the plain loops over the rows in `index`, in their order, to the bit; NaNs are
+    // equal whatever their payload, which depends on the order of the operands. entry(which row, column, vector) gives place and factor.
     template<class Product, class Entry>
     static void ExpectSame(int rows, int vectors, Csr const& m, std::vector<int> const& index, Product const& product, Entry const& entry)
     {
         constexpr std::ptrdiff_t kGuard = 16;
         Vector actual(std::size_t{1} * rows * vectors + 2 * kGuard, -7.25e77), expected = actual;
         std::fill(expected.begin() + kGuard, expected.end() - kGuard, 0.0);
-        ForEach(m, index, vectors, [&](int row, int column, double value, int j) {
-            auto const [target, x] = entry(row, column, j);
-            double const volatile term = value * x; // rounded, whatever this file is compiled for
-            expected[kGuard + target + std::ptrdiff_t{j} * rows] += term;
-        });
+        for (int j = 0; j < vectors; ++j)
+            for (std::size_t l = 0; l < index.size(); ++l)
+                for (int k = m.ia[index[l]]; k < m.ia[index[l] + 1]; ++k) {
+                    auto const [target, x] = entry(static_cast<int>(l), m.ja[k], j);
+                    double const volatile term = m.a[k] * x; // rounded, whatever this file is compiled for
+                    expected[kGuard + target + std::ptrdiff_t{j} * rows] += term;
+                }
         product(actual.data() + kGuard);
         for (std::size_t k = 0; k < actual.size(); ++k)
             ASSERT_TRUE(std::bit_cast<std::uint64_t>(actual[k]) == std::bit_cast<std::uint64_t>(expected[k]) ||
@@ -154,10 +147,7 @@ protected:
 
 TEST_P(SparseKernels, EqualThePlainLoopsBitForBit)
 {
-    struct Shape {
-        int rows, columns, vectors;
-    };
-    std::vector<Shape> shapes;
+    std::vector<std::array<int, 3>> shapes; // rows, columns, vectors
     for (int vectors = 0; vectors <= 17; ++vectors)
         shapes.push_back({23, 41, vectors});
     for (int vectors : {1, 8, 9, 32})

@@ -36,11 +36,9 @@ program container_test
     second = KVOSRVMATRIXCONTAINERCREATE()
     call check(first /= no_container .and. second /= no_container .and. first /= second, 'CREATE')
     call add_matrix(first, 5, 10, 4)
-    call add_matrix(first, 0, 1, 1)
     call add_matrix(second, 5, 3, 70)
 
     call check_matrix(first, 5, 10, 4)
-    call check_matrix(first, 0, 1, 1)
     call check_matrix(second, 5, 3, 70)
 
     call remove_matrix(first, 5)

@@ -15,6 +15,12 @@ echo "== by find_package"
 "$work/build/consumer"
 "$work/build/fortran_consumer"
 
+echo "== the examples as a project of their own"
+"$cmake" -S "$(dirname "$0")/../../examples" -B "$work/examples" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" \
+    -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_Fortran_COMPILER="$fortran" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_Fortran_FLAGS="$flags" >"$work/configure.log"
+"$cmake" --build "$work/examples"
+"$(dirname "$cmake")/ctest" --test-dir "$work/examples" --output-on-failure
+
 echo "== by pkg-config"
 export PKG_CONFIG_PATH=$(dirname "$(find "$work/prefix" -name KVOMtxLinearAlgebra.pc)")
 libdir=$(pkg-config --variable=libdir KVOMtxLinearAlgebra)

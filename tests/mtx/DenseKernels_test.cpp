@@ -91,21 +91,18 @@ TEST(DenseKernels, EqualsTransposedSeesEveryElement)
 {
     for (auto const& [rows, columns] : std::vector<std::pair<int, int>>{{0, 3}, {1, 1}, {7, 9}, {8, 8}, {17, 40}, {50, 16}}) {
         SCOPED_TRACE(testing::Message() << rows << " x " << columns);
-        int const lda = rows + 3, ldb = columns + 1;
-        std::vector<double> a(static_cast<std::size_t>(lda * columns), 1e300), b(static_cast<std::size_t>(ldb * rows), -1e300);
+        Array a(rows, columns, 3), b(columns, rows, 1); // what pads them differs
         for (int j = 0; j < columns; ++j)
             for (int i = 0; i < rows; ++i)
-                a[static_cast<std::size_t>(i + j * lda)] = b[static_cast<std::size_t>(j + i * ldb)] = i + 100 * j;
-        auto const equal = [&, m = rows, n = columns] { return DenseKernels::EqualsTransposed(m, n, a.data(), lda, b.data(), ldb); };
-
+                a.At(i, j) = b.At(j, i) = i + 100 * j;
+        auto const equal = [&, m = rows, n = columns] { return DenseKernels::EqualsTransposed(m, n, a.Data(), a.lda, b.Data(), b.lda); };
         EXPECT_TRUE(equal());
         for (int j = 0; j < columns; ++j)
             for (int i = 0; i < rows; ++i)
                 for (double const wrong : {-1.0, std::numeric_limits<double>::quiet_NaN()}) {
-                    double& element = a[static_cast<std::size_t>(i + j * lda)];
-                    double const right = std::exchange(element, wrong);
+                    double const right = std::exchange(a.At(i, j), wrong);
                     EXPECT_FALSE(equal()) << i << ", " << j;
-                    element = right;
+                    a.At(i, j) = right;
                 }
     }
 }

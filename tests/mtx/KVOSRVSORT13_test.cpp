@@ -21,15 +21,11 @@ struct Item {
 };
 
 // The sort in its plainest form, places 1 to n: items are moved one by one through a real hole. at() ends a scan that runs away.
-class PlainSort
-{
-public:
-    explicit PlainSort(std::vector<Item>& items) : m_items(items) {}
-
+struct PlainSort {
     void Sort(int l, int r)
     {
         if (r - l < 10) {
-            Insert(l, r);
+            std::ranges::stable_sort(items.begin() + l - 1, items.begin() + r, {}, &Item::key); // by insertion
             return;
         }
         int const j = Partition(l, r);
@@ -37,16 +33,7 @@ public:
         Sort(j + 1, r);
     }
 
-private:
-    Item& At(int place) { return m_items.at(static_cast<std::size_t>(place) - 1); }
-    double Key(int place) { return At(place).key; }
-
-    void Insert(int l, int r)
-    {
-        for (int i = l + 1; i <= r; ++i)
-            for (int gap = i; gap > l && Key(gap - 1) > Key(gap); --gap)
-                std::swap(At(gap - 1), At(gap));
-    }
+    Item& At(int place) { return items.at(static_cast<std::size_t>(place) - 1); }
 
     Item TakeMedian(int l, int r)
     {
@@ -72,7 +59,7 @@ private:
         Item const pivot = TakeMedian(l, r);
         int i = l;
         for (int j = r;; --j) {
-            while (Key(j) > pivot.key)
+            while (At(j).key > pivot.key)
                 --j;
             if (j <= i) {
                 At(i) = pivot;
@@ -80,7 +67,7 @@ private:
             }
             At(i) = At(j);
             ++i;
-            while (Key(i) < pivot.key)
+            while (At(i).key < pivot.key)
                 ++i;
             if (j <= i) {
                 At(j) = pivot;
@@ -90,7 +77,7 @@ private:
         }
     }
 
-    std::vector<Item>& m_items;
+    std::vector<Item> items;
 };
 
 // Kinds of keys: distinct, few, two that are equal though not in their bits, one, sorted, reversed, organ pipe, saw tooth.
@@ -99,14 +86,9 @@ std::vector<double> MakeKeys(int kind, int n, std::mt19937& random)
 {
     std::vector<double> keys;
     for (int k = 0; k < n; ++k) {
-        double const candidates[kKinds] = {std::uniform_real_distribution<>(-1.0, 1.0)(random),
-                                           static_cast<double>(random() % 12),
-                                           random() % 2 != 0 ? 0.0 : -0.0,
-                                           std::numeric_limits<double>::infinity(),
-                                           static_cast<double>(k / 3),
-                                           static_cast<double>(-k),
-                                           static_cast<double>(std::min(k, n - k)),
-                                           static_cast<double>(k % 70)};
+        double const distinct = std::uniform_real_distribution<>(-1.0, 1.0)(random), few = static_cast<double>(random() % 12),
+                     zero = random() % 2 != 0 ? 0.0 : -0.0, infinity = std::numeric_limits<double>::infinity();
+        double const candidates[kKinds] = {distinct, few, zero, infinity, k / 3 * 1.0, -1.0 * k, std::min(k, n - k) * 1.0, k % 70 * 1.0};
         keys.push_back(candidates[kind]);
     }
     return keys;
@@ -166,11 +148,10 @@ TEST(KVOSRVSORT13, OrdersItemsAsThePlainSortDoes)
         for (int kind = 0; kind < kKinds; ++kind) {
             SCOPED_TRACE("n " + std::to_string(n) + ", nrow " + std::to_string(nrow) + ", keys " + std::to_string(kind));
             std::vector<double> const keys = MakeKeys(kind, n, random);
-            std::vector<Item> expected = Items(keys);
-            PlainSort(expected).Sort(1, n);
-            ASSERT_TRUE(std::ranges::is_sorted(expected, {}, &Item::key));
-
-            ExpectSameItems(Sorted(keys, nrow), expected);
+            PlainSort expected{Items(keys)};
+            expected.Sort(1, n);
+            ASSERT_TRUE(std::ranges::is_sorted(expected.items, {}, &Item::key));
+            ExpectSameItems(Sorted(keys, nrow), expected.items);
         }
     for (int kind = 0; kind < kKinds; ++kind) // the stack holds
         EXPECT_TRUE(std::ranges::is_sorted(Sorted(MakeKeys(kind, 100000, random), 0), {}, &Item::key));

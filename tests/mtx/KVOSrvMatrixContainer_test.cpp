@@ -30,6 +30,11 @@ public:
     WorkingFolder& operator=(WorkingFolder const&) = delete;
 
     std::string operator/(std::string const& name) const { return m_folder / name; }
+    void EnterBelow() const
+    {
+        std::filesystem::create_directory(m_folder / "below");
+        std::filesystem::current_path(m_folder / "below");
+    }
     std::vector<std::string> Files() const
     {
         std::vector<std::string> names;
@@ -64,62 +69,42 @@ private:
     KVOSrvMatrixContainer* m_container = nullptr;
 };
 
-/// A file that a living process has locked.
-class LockedFile
-{
-public:
-    explicit LockedFile(std::string const& path) : m_descriptor(open(path.c_str(), O_RDWR | O_CREAT, 0600))
-    {
-        EXPECT_EQ(flock(m_descriptor, LOCK_EX | LOCK_NB), 0);
-    }
-    ~LockedFile() { close(m_descriptor); }
-    LockedFile(LockedFile const&) = delete;
-    LockedFile& operator=(LockedFile const&) = delete;
-
-private:
-    int m_descriptor;
-};
-
-/// Calls run() in a child process; Await() gives 0 when it returned true.
+/// Calls run() in child processes at once, and expects that it returns true in each.
 template<class Run>
-pid_t Fork(Run const& run)
+void ExpectInChildren(int count, Run const& run)
 {
-    pid_t const child = fork();
-    if (child == 0)
+    std::vector<pid_t> children;
+    for (int process = 0; process < count; ++process) {
+        children.push_back(fork());
+        if (children.back() == 0)
+            try {
+                _exit(run() ? 0 : 1);
+            } catch (...) {
+                _exit(2);
+            }
+    }
+    for (pid_t const child : children) {
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+}
+
+/// Calls run() until it throws no more, each time with one allocation more that succeeds; afterEach() follows every failure. Returns how
+/// many there were.
+template<class Run, class AfterEach>
+int FailEach(void (*failAfter)(std::int64_t), Run const& run, AfterEach const& afterEach)
+{
+    for (int failures = 0;; ++failures)
         try {
-            _exit(run() ? 0 : 1);
-        } catch (...) {
-            _exit(2);
+            failAfter(failures);
+            run();
+            failAfter(-1);
+            return failures;
+        } catch (std::bad_alloc const&) {
+            failAfter(-1);
+            afterEach();
         }
-    return child;
-}
-
-int Await(pid_t child)
-{
-    int status = -1;
-    waitpid(child, &status, 0);
-    return status;
-}
-
-enum Allocator { kPlatform, kStandard };
-
-/// Calls run() with one allocation failing; whether that made it throw.
-template<class Run>
-bool Fails(Allocator allocator, int allocation, Run const& run)
-{
-    bool failed = false;
-    if (allocator == kPlatform)
-        mem_FailAllocationAfter(allocation);
-    else
-        FailNewAfter(allocation);
-    try {
-        run();
-    } catch (std::bad_alloc const&) {
-        failed = true;
-    }
-    mem_FailAllocationAfter(-1);
-    FailNewAfter(-1);
-    return failed;
 }
 
 /// Whether this process has a database file open that has no name any more.
@@ -148,8 +133,7 @@ TEST(KVOSrvMatrixContainer, EachHasAFileNamedAfterItsAddressWhileItLives)
     first.reset();
     EXPECT_THAT(folder.Files(), SizeIs(1));
     ExpectContent(second->Get(7), secondValues);
-    std::filesystem::create_directory(folder / "below");
-    std::filesystem::current_path(folder / "below");
+    folder.EnterBelow();
     second.reset();
     EXPECT_THAT(folder.Files(), ElementsAre("below"));
 }
@@ -199,9 +183,14 @@ TEST(KVOSrvMatrixContainer, ATakenIdKeepsItsMatrixAndTheNewOneIsNobodys)
     Dense const others = Randomize(*second);
     ExpectContent(*second, others);
     ExpectContent(first, values);
-    container.reset(); // does not delete the second one
+    std::unique_ptr<KVOSrvDenseMatrix> const view(first.Submatrix(1, 4, 2, 4));
+    KVOSrvMatrix block(4, 3, nullptr, false, false);
+    container.reset(); // deletes neither the second one nor the view, but what is behind them
     EXPECT_EQ(second->NumberOfColumns(), 7);
     EXPECT_THROW(StoredValues(*second), KVOSimException);
+    EXPECT_THROW(view->GetRows(0, 3, block), KVOSimException);
+    EXPECT_THROW(view->SetRows(0, 3, block), KVOSimException);
+    EXPECT_THAT(folder.Files(), IsEmpty());
 }
 
 TEST(KVOSrvMatrixContainer, RemovingKeepsTheId)
@@ -227,20 +216,6 @@ TEST(KVOSrvMatrixContainer, RemovingKeepsTheId)
     EXPECT_EQ(container.Find(1), nullptr);
 }
 
-TEST(KVOSrvMatrixContainer, ViewsFailWhenItIsGone)
-{
-    WorkingFolder const folder;
-    auto container = std::make_unique<KVOSrvMatrixContainer>();
-    Randomize(container->Create(1, 6, 6, 4, 4));
-    std::unique_ptr<KVOSrvDenseMatrix> const view(container->Get(1).Submatrix(1, 4, 2, 5));
-    KVOSrvMatrix values(4, 4, nullptr, false, false);
-    container.reset();
-
-    EXPECT_THROW(view->GetRows(0, 3, values), KVOSimException);
-    EXPECT_THROW(view->SetRows(0, 3, values), KVOSimException);
-    EXPECT_THAT(folder.Files(), IsEmpty());
-}
-
 TEST(KVOSrvMatrixContainer, RefusalsRegisterNothing)
 {
     WorkingFolder const folder;
@@ -264,23 +239,19 @@ TEST(KVOSrvMatrixContainer, FailuresLeaveNoFileAndNoMatrix)
 {
     WorkingFolder const folder;
     std::unique_ptr<KVOSrvMatrixContainer> container;
-    for (Allocator const allocator : {kPlatform, kStandard}) {
-        SCOPED_TRACE(allocator);
+    for (auto const failAfter : {&mem_FailAllocationAfter, &FailNewAfter}) {
         container.reset();
-        int failures = 0;
-        for (; Fails(allocator, failures, [&] { container = std::make_unique<KVOSrvMatrixContainer>(); }); ++failures)
-            ASSERT_THAT(folder.Files(), IsEmpty()) << failures;
-        EXPECT_GT(failures, 3);
-        for (failures = 0; Fails(allocator, failures, [&] { container->Create(1, 5, 5, 2, 2); }); ++failures)
-            ASSERT_FALSE(container->IsMember(1)) << failures;
-        EXPECT_GT(failures, 3);
-        for (failures = 0; Fails(allocator, failures, [&] { container->Remove(1); }); ++failures)
-            ASSERT_EQ(container->Find(1), &container->Get(1)) << failures;
+        auto const make = [&] { container = std::make_unique<KVOSrvMatrixContainer>(); };
+        EXPECT_GT(FailEach(failAfter, make, [&] { EXPECT_THAT(folder.Files(), IsEmpty()); }), 3);
+        auto const create = [&] { container->Create(1, 5, 5, 2, 2); };
+        EXPECT_GT(FailEach(failAfter, create, [&] { EXPECT_FALSE(container->IsMember(1)); }), 3);
+        KVOSrvDenseMatrix const* const matrix = container->Find(1);
+        FailEach(
+            failAfter, [&] { container->Remove(1); }, [&] { EXPECT_EQ(container->Find(1), matrix); });
         EXPECT_EQ(container->Find(1), nullptr);
     }
 
-    std::filesystem::create_directory(folder / "below");
-    std::filesystem::current_path(folder / "below");
+    folder.EnterBelow();
     std::filesystem::remove(folder / "below");
     EXPECT_THROW(KVOSrvMatrixContainer(), KVOSimException);
 }
@@ -300,7 +271,8 @@ TEST(KVOSrvMatrixContainer, ReplacesLeftoversButNothingThatIsInUse)
     place.Destroy();
     EXPECT_THAT(folder.Files(), IsEmpty());
 
-    LockedFile const others(folder / plain);
+    int const descriptor = open((folder / plain).c_str(), O_RDWR | O_CREAT, 0600); // now one of a living process
+    ASSERT_EQ(flock(descriptor, LOCK_EX | LOCK_NB), 0);
     place.Make();
     EXPECT_THAT(folder.Files(), UnorderedElementsAre(plain, withProcess));
     place.Destroy();
@@ -311,6 +283,7 @@ TEST(KVOSrvMatrixContainer, ReplacesLeftoversButNothingThatIsInUse)
     EXPECT_THAT(folder.Files(), UnorderedElementsAre(plain, withProcess, withNumber));
     place.Destroy();
     EXPECT_THAT(folder.Files(), UnorderedElementsAre(plain, withProcess));
+    close(descriptor);
 }
 
 // As forked processes do that start working at the same moment. None may lose its file to another one.
@@ -318,20 +291,15 @@ TEST(KVOSrvMatrixContainer, ProcessesMayHaveThemAtOneAddress)
 {
     WorkingFolder const folder;
     Place place;
-    std::vector<pid_t> children;
-    for (int process = 0; process < 8; ++process)
-        children.push_back(Fork([&] {
-            for (int round = 0; round < 200; ++round) {
-                place.Make();
-                if (HasLostAFile())
-                    return false;
-                place.Destroy();
-            }
-            return true;
-        }));
-
-    for (pid_t child : children)
-        EXPECT_EQ(Await(child), 0);
+    ExpectInChildren(8, [&] {
+        for (int round = 0; round < 200; ++round) {
+            place.Make();
+            if (HasLostAFile())
+                return false;
+            place.Destroy();
+        }
+        return true;
+    });
     EXPECT_THAT(folder.Files(), IsEmpty());
 }
 
@@ -340,34 +308,12 @@ TEST(KVOSrvMatrixContainer, AChildProcessDoesNotRemoveTheFile)
     WorkingFolder const folder;
     auto container = std::make_unique<KVOSrvMatrixContainer>();
     Dense const values = Randomize(container->Create(1, 20, 20, 4, 4));
-
-    EXPECT_EQ(Await(Fork([&] {
-                  container.reset();
-                  return true;
-              })),
-              0);
-
+    ExpectInChildren(1, [&] {
+        container.reset();
+        return true;
+    });
     EXPECT_THAT(folder.Files(), SizeIs(1));
     ExpectContent(container->Get(1), values);
-}
-
-TEST(KVOSrvMatrixContainer, FortranReadsItThroughItsHandle)
-{
-    WorkingFolder const folder;
-    std::int64_t const handle = KVOSRVMATRIXCONTAINERCREATE();
-    auto* const container = reinterpret_cast<KVOSrvMatrixContainer*>(handle);
-    Dense const values = Randomize(container->Create(3, 7, 5, 4, 2));
-    int const id = 3;
-    Dense read(7, 6, kPadding);
-
-    EXPECT_THAT(folder.Files(), ElementsAre(FileOf(container)));
-    EXPECT_EQ(KVOSRVMATRIXCONTAINERNUMROWS(handle, &id), 7);
-    EXPECT_EQ(KVOSRVMATRIXCONTAINERNUMCOLUMNS(handle, &id), 5);
-    KVOSRVMATRIXCONTAINERGETVALUES(handle, &id, read.data());
-    EXPECT_TRUE(std::equal(values.values.begin(), values.values.end(), read.values.begin()));
-    EXPECT_EQ(std::count(read.values.begin() + 35, read.values.end(), kPadding), 7);
-    KVOSRVMATRIXCONTAINERDELETE(handle);
-    EXPECT_THAT(folder.Files(), IsEmpty());
 }
 
 TEST(KVOSrvMatrixContainer, FortranIsToldOfMatricesThatAreNotThere)
@@ -378,19 +324,18 @@ TEST(KVOSrvMatrixContainer, FortranIsToldOfMatricesThatAreNotThere)
     container.Remove(3);
     auto const handle = reinterpret_cast<std::int64_t>(&container);
     double untouched = 4711.0;
-    struct Case {
+    struct {
         std::int64_t handle;
         int id;
-        char const* why;
-    };
-
-    for (auto const& [given, id, why] : {Case{handle, 3, ": there is no matrix 3.\n"}, Case{handle, -8, ": there is no matrix -8.\n"},
-                                         Case{0, 3, ": there is no container with a matrix 3.\n"}}) {
+        std::string line;
+    } const cases[] = {{handle, 3, ": there is no matrix 3.\n"},
+                       {handle, -8, ": there is no matrix -8.\n"},
+                       {0, 3, ": there is no container with a matrix 3.\n"}};
+    for (auto const& [given, id, line] : cases) {
         testing::internal::CaptureStderr();
         EXPECT_EQ(KVOSRVMATRIXCONTAINERNUMROWS(given, &id), 0);
         EXPECT_EQ(KVOSRVMATRIXCONTAINERNUMCOLUMNS(given, &id), 0);
         KVOSRVMATRIXCONTAINERGETVALUES(given, &id, &untouched);
-        std::string const line(why);
         EXPECT_EQ(testing::internal::GetCapturedStderr(), "KVOSRVMATRIXCONTAINERNUMROWS" + line + "KVOSRVMATRIXCONTAINERNUMCOLUMNS" + line +
                                                               "KVOSRVMATRIXCONTAINERGETVALUES" + line);
     }

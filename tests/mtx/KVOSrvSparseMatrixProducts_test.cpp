@@ -1,10 +1,6 @@
-#include "Dense.h"
 #include "SparseOracle.h"
 
-#include <fstream>
 #include <gmock/gmock.h>
-#include <sstream>
-#include <string>
 
 namespace
 {
@@ -24,17 +20,6 @@ Dense ProductOf(KVOSrvSparseMatrix const& matrix, Dense const& x, bool transpose
     for (int i = 0; i < y.rows; ++i)
         EXPECT_EQ(y.At(i, x.columns), kPadding);
     y.values.resize(static_cast<std::size_t>(y.rows) * x.columns);
-    return y;
-}
-
-Dense ProductOf(SparseOracle const& a, Dense const& x, bool transpose)
-{
-    Dense y(transpose ? a.columns : a.rows, x.columns);
-    for (auto const& [place, value] : a.places) {
-        auto const [to, from] = transpose ? std::pair(place.second, place.first) : place;
-        for (int j = 0; j < x.columns; ++j)
-            y.At(static_cast<int>(to), j) += value * x.At(static_cast<int>(from), j);
-    }
     return y;
 }
 
@@ -73,8 +58,7 @@ TEST(KVOSrvSparseMatrixProducts, FullStorageStaysFullWhateverIsSymmetricSays)
 {
     auto const matrix = SparseOracle{2, 2, {{{0, 0}, 2.0}, {{0, 1}, 1.0}, {{1, 0}, 1.0}}}.Matrix();
     ASSERT_TRUE(matrix->IsSymmetric());
-    Dense x(2, 1);
-    x.values = {3, 5};
+    Dense const x = Filled(2, 1, [](int i, int) { return 3 + 2 * i; });
     EXPECT_THAT(ProductOf(*matrix, x, false).values, testing::ElementsAre(11, 3));
 
     // The left-over diagonal of half storage takes no part, whatever is found on symmetry later.
@@ -159,19 +143,13 @@ TEST(KVOSrvSparseMatrixProducts, RealMatricesGiveTheReferenceProducts)
 {
     for (std::string const name : {"west0479", "illc1033"}) {
         SCOPED_TRACE(name);
-        std::ifstream file(KVO_DATA_FOLDER "/" + name + ".mtx"), reference(KVO_DATA_FOLDER "/reference/" + name + ".txt");
-        std::string line;
-        while (std::getline(file, line) && line[0] == '%')
-            ;
-        SparseOracle oracle{0, 0, {}};
-        std::istringstream(line) >> oracle.rows >> oracle.columns;
-        unsigned row = 0, column = 0;
-        for (double value = 0; file >> row >> column >> value;)
-            oracle.Add(row - 1, column - 1, value);
+        SparseOracle const oracle = RealMatrix(KVO_DATA_FOLDER "/" + name + ".mtx").full;
         SparseOracle absolute = oracle;
         for (auto& [place, value] : absolute.places)
             value = std::abs(value);
 
+        std::ifstream reference(KVO_DATA_FOLDER "/reference/" + name + ".txt");
+        std::string line;
         std::getline(reference, line);
         for (bool const transpose : {false, true}) {
             double const pattern[] = {1.0, -2.0, 0.5, 4.0};

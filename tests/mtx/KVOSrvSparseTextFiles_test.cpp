@@ -1,13 +1,10 @@
 #include "KVOFsmSystemDofDefinition.h"
-#include "SparseFiles.h"
+#include "SparseOracle.h"
 
 #include <clocale>
-#include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <limits>
 #include <locale>
-#include <map>
 
 namespace
 {
@@ -19,6 +16,15 @@ std::string Print(char const* format, auto... arguments)
     char line[512];
     int const length = std::snprintf(line, sizeof line, format, arguments...);
     return {line, static_cast<std::size_t>(length)};
+}
+
+std::vector<std::string> Split(std::string const& text, char separator)
+{
+    std::istringstream stream(text);
+    std::vector<std::string> parts;
+    for (std::string part; std::getline(stream, part, separator);)
+        parts.push_back(part);
+    return parts;
 }
 
 TEST_F(KVOSrvSparseTextFiles, SumsRepeatedEntriesAndTakesSizesFromTheLargestIndices)
@@ -46,29 +52,10 @@ TEST_F(KVOSrvSparseTextFiles, AcceptsAnyLayoutOfWellFormedNumbers)
 
 TEST_F(KVOSrvSparseTextFiles, ReadsValuesAsScanfDoes)
 {
-    std::vector<std::string> tokens{"inf",
-                                    "-INF",
-                                    "Infinity",
-                                    "nan",
-                                    "-NaN",
-                                    "+nan",
-                                    "0x1.8p-3",
-                                    "-0X.1P+4",
-                                    "0x10",
-                                    "1e400",
-                                    "-1e400",
-                                    "1e-400",
-                                    "4e-324",
-                                    "2e-324",
-                                    "3e-324",
-                                    "2.2250738585072011e-308",
-                                    "1e-5000",
-                                    "1e999999",
-                                    "-0",
-                                    "+0.",
-                                    "0e99999",
-                                    "1.7976931348623159e308",
-                                    "9007199254740993"};
+    std::vector<std::string> tokens =
+        Split("inf -INF Infinity nan -NaN +nan 0x1.8p-3 -0X.1P+4 0x10 1e400 -1e400 1e-400 4e-324 2e-324 3e-324 "
+              "2.2250738585072011e-308 1e-5000 1e999999 -0 +0. 0e99999 1.7976931348623159e308 9007199254740993",
+              ' ');
     tokens.push_back(std::string(400, '1') + "." + std::string(400, '7') + "e-380");
     tokens.push_back("0." + std::string(5000, '0') + "12345e5000");
     std::mt19937_64 random(5);
@@ -94,59 +81,17 @@ TEST_F(KVOSrvSparseTextFiles, ReadsValuesAsScanfDoes)
 
 TEST_F(KVOSrvSparseTextFiles, RefusesMalformedText)
 {
-    std::string const null(1, '\0');
-    for (std::string const& text : std::vector<std::string>{"1",
-                                                            "1 1",
-                                                            "1 1 1.0\n2",
-                                                            "1 1 1.0\n2 2 \n",
-                                                            "x",
-                                                            "1 b 2.0",
-                                                            "1 1 abc",
-                                                            "1 1 1.0x",
-                                                            "1 1 1.0 rubbish",
-                                                            "1 1 1.0\n# end",
-                                                            "%%MatrixMarket",
-                                                            "0 1 1.0",
-                                                            "1 0 1.0",
-                                                            "-1 1 1.0",
-                                                            "1 -2 1.0",
-                                                            "-0 1 1.0",
-                                                            "2147483648 1 1.0",
-                                                            "1 4294967297 1.0",
-                                                            "99999999999999999999999 1 1.0",
-                                                            "2.5 1 1.0",
-                                                            "1 1.5",
-                                                            "1 1-2.0",
-                                                            "1+1 1.0",
-                                                            "1 1.0 1.0",
-                                                            "1e0 1 1.0",
-                                                            "0x1 1 1.0",
-                                                            "1,1,1.0",
-                                                            "1 1 1,5",
-                                                            "1 1 1.5,",
-                                                            "1 1 1e",
-                                                            "1 1 1e+",
-                                                            "1 1 +",
-                                                            "1 1 -",
-                                                            "1 1 .",
-                                                            "1 1 +-1",
-                                                            "1 1 --1",
-                                                            "1 1 0x",
-                                                            "1 1 0x1p",
-                                                            "1 1 infx",
-                                                            "1 1 infin",
-                                                            "1 1 nan(12)",
-                                                            "1 1 1d5",
-                                                            "1 1 1.0f",
-                                                            "++1 1 1.0",
-                                                            "+ 1 1.0",
-                                                            "1 1 1.0" + null,
-                                                            null,
-                                                            "1 1" + null + " 1.0",
-                                                            "\xEF\xBB\xBF"
-                                                            "1 1 1.0",
-                                                            "\xA0",
-                                                            "1 1 1 1"}) {
+    std::vector<std::string> texts =
+        Split("1|1 1|1 1 1.0\n2|1 1 1.0\n2 2 \n|x|1 b 2.0|1 1 abc|1 1 1.0x|1 1 1.0 rubbish|1 1 1.0\n# end|%%MatrixMarket|1 1 1 1|"
+              "0 1 1.0|1 0 1.0|-1 1 1.0|1 -2 1.0|-0 1 1.0|2147483648 1 1.0|1 4294967297 1.0|99999999999999999999999 1 1.0|2.5 1 1.0|"
+              "1 1.5|1 1-2.0|1+1 1.0|1 1.0 1.0|1e0 1 1.0|0x1 1 1.0|++1 1 1.0|+ 1 1.0|1,1,1.0|1 1 1,5|1 1 1.5,|1 1 1e|1 1 1e+|1 1 +|"
+              "1 1 -|1 1 .|1 1 +-1|1 1 --1|1 1 0x|1 1 0x1p|1 1 infx|1 1 infin|1 1 nan(12)|1 1 1d5|1 1 1.0f|\xEF\xBB\xBF 1 1 1.0|\xA0",
+              '|');
+    for (char const* const zero : {"1 1 1.0_", "_", "1 1_ 1.0"}) {
+        texts.emplace_back(zero);
+        std::ranges::replace(texts.back(), '_', '\0');
+    }
+    for (std::string const& text : texts) {
         SCOPED_TRACE(testing::PrintToString(text));
         ExpectRefused(text, 2);
         ExpectRefused(text, 3);
@@ -158,7 +103,7 @@ TEST_F(KVOSrvSparseTextFiles, ReadsAcrossItsWindows)
 {
     std::mt19937 random(11);
     for (unsigned const longest : {1u, 9u, 40000u, 900000u}) {
-        std::map<std::pair<unsigned, unsigned>, double> expected;
+        SparseOracle expected{0, 0, {}};
         std::string text;
         auto const addToken = [&](std::string const& token) {
             text += std::string(random() % 4 == 0 ? random() % longest : 0, '0') + token;
@@ -170,43 +115,33 @@ TEST_F(KVOSrvSparseTextFiles, ReadsAcrossItsWindows)
             addToken(std::to_string(row + 1));
             addToken(std::to_string(column + 1));
             addToken(std::to_string(value) + ".25");
-            expected[{row, column}] += value + 0.25;
+            expected.Add(row, column, value + 0.25);
         }
-        std::vector<Entry> entries;
-        for (auto const& [place, value] : expected)
-            entries.push_back(MakeEntry(place.first, place.second, value));
-
         KVOSrvSparseMatrix matrix(0, 0);
         Import(matrix, text, 3);
 
-        EXPECT_TRUE(ContentOf(matrix).entries == entries) << longest;
+        EXPECT_TRUE(ContentOf(matrix).entries == expected.ExpectedContent().entries) << longest;
         ExpectRefused(text + "1 ", 3);
         ExpectRefused(text + std::string(700000, '1'), 3);
     }
 }
 
 // Bits of every kind of double: finite ones of all sizes, denormal ones, zeros, infinities, NaN of both signs.
-std::vector<double> ManyValues()
-{
-    std::mt19937_64 random(23);
-    std::vector<double> values{0.0,      -0.0,     1.0, 9.9999999999999995, 0.5, 1e23, 5e-324, std::numeric_limits<double>::max(),
-                               INFINITY, -INFINITY};
-    values.push_back(std::numeric_limits<double>::quiet_NaN());
-    values.push_back(-std::numeric_limits<double>::quiet_NaN());
-    while (values.size() < 30000)
-        values.push_back(std::bit_cast<double>(random()));
-    return values;
-}
-
 TEST_F(KVOSrvSparseTextFiles, WritesEveryNumberAsPrintfDoes)
 {
+    double const max = std::numeric_limits<double>::max(), nan = std::numeric_limits<double>::quiet_NaN();
+    std::vector<double> values{0.0, -0.0, 1.0, 9.9999999999999995, 0.5, 1e23, 5e-324, max, INFINITY, -INFINITY, nan, -nan};
+    std::mt19937_64 random(23);
+    while (values.size() < 30000)
+        values.push_back(std::bit_cast<double>(random()));
     KVOSrvSparseMatrix matrix(7, 200000);
-    std::string triplets, commas;
+    std::string triplets, commas, places;
     unsigned row = 0, column = 0;
-    for (double const value : ManyValues()) {
+    for (double const value : values) {
         matrix.AddData(row, column, value);
         triplets += Print("%ld %ld %18.15le\n", row + 1L, column + 1L, value);
         commas += Print("%d,%d, %18.15e\n", row, column, value);
+        places += Print("%d,%d,%d,0,%18.15e\n", row + 1, -static_cast<int>(row), column, value);
         column += 1 + column / 100;
         if (column > 150000) {
             column = 0;
@@ -214,8 +149,14 @@ TEST_F(KVOSrvSparseTextFiles, WritesEveryNumberAsPrintfDoes)
         }
     }
     matrix.EndAssembly();
+    std::vector<int> nodes(row + 1), dofs(row + 1);
+    std::iota(nodes.begin(), nodes.end(), 1);
+    std::iota(dofs.rbegin(), dofs.rend(), -static_cast<int>(row));
+    KVOFsmSystemDofDefinition const definition(static_cast<int>(row) + 1, nodes.data(), dofs.data());
     EXPECT_TRUE(Export(matrix, 3) == triplets);
     EXPECT_TRUE(Export(matrix, 5) == commas);
+    matrix.Export(m_path.c_str(), 4, &definition);
+    EXPECT_TRUE(ReadFile(m_path) == places);
 }
 
 TEST_F(KVOSrvSparseTextFiles, WritesHalfStorageAsEachFormatWants)
@@ -223,15 +164,14 @@ TEST_F(KVOSrvSparseTextFiles, WritesHalfStorageAsEachFormatWants)
     Half half(2);
     half.diagonal = {4, 5};
     half.rows[0] = {{1, 7.0}};
-    KVOSrvSparseMatrix matrix(0, 0);
-    Import(matrix, half.File(0), 1);
+    auto const matrix = HalfStored(half);
     int const nodes[] = {101, 102}, dofs[] = {3, -6};
     KVOFsmSystemDofDefinition const definition(2, nodes, dofs);
 
-    EXPECT_EQ(Export(matrix, 3), "1 1 4.000000000000000e+00\n2 2 5.000000000000000e+00\n"
-                                 "1 2 7.000000000000000e+00\n2 1 7.000000000000000e+00\n");
-    EXPECT_EQ(Export(matrix, 5), "0,0, 4.000000000000000e+00\n0,1, 7.000000000000000e+00\n1,1, 5.000000000000000e+00\n");
-    matrix.Export(m_path.c_str(), 4, &definition);
+    EXPECT_EQ(Export(*matrix, 3), "1 1 4.000000000000000e+00\n2 2 5.000000000000000e+00\n"
+                                  "1 2 7.000000000000000e+00\n2 1 7.000000000000000e+00\n");
+    EXPECT_EQ(Export(*matrix, 5), "0,0, 4.000000000000000e+00\n0,1, 7.000000000000000e+00\n1,1, 5.000000000000000e+00\n");
+    matrix->Export(m_path.c_str(), 4, &definition);
     EXPECT_EQ(ReadFile(m_path), "101,3,102,-6,7.000000000000000e+00\n");
 }
 

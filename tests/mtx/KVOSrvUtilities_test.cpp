@@ -9,7 +9,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
-#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -86,19 +85,6 @@ TEST(KVOSrvFindContiguousRanges, RunsAreMaximal)
     };
     for (auto const& c : kCases)
         EXPECT_EQ(Ranges(c.indices, c.n, c.maxRun), c.expected) << testing::PrintToString(c.indices) << ", at most " << c.maxRun;
-
-    std::mt19937 random(5);
-    for (int trial = 0; trial < 500; ++trial) {
-        int const n = 1 + static_cast<int>(random() % 60), maxRun = 1 + static_cast<int>(random() % 9);
-        std::vector<int> indices{7}, expected{0};
-        for (int k = 1; k < n; ++k) {
-            indices.push_back(indices.back() + (random() % 5 != 0 ? 1 : static_cast<int>(random() % 7) - 3));
-            if (indices[k] != indices[k - 1] + 1 || k - expected.back() == maxRun)
-                expected.push_back(k);
-        }
-        expected.push_back(n);
-        EXPECT_EQ(Ranges(indices, n, maxRun), expected) << testing::PrintToString(indices) << ", at most " << maxRun;
-    }
 }
 
 TEST(KVOSrvUtilitiesDeathTest, ReportAndAbort)

@@ -55,22 +55,21 @@ TEST(Lifecycle, OutermostPairStartsAndEndsTheDependentLibraries)
 {
     auto const start = KVOMtxLinearAlgebra_initialize, end = KVOMtxLinearAlgebra_finalize, startModule = mtx_initialize,
                endModule = mtx_finalize;
-    struct {
-        void (*run)(int&);
-        int tally; // afterwards
-        Calls calls;
-    } const kSteps[] = {
-        {start, 110, kStart}, {start, 110, {}},     {end, 110, {}},
-        {end, 100, kEnd},     {end, 100, {}}, // an end without a start makes the next start do nothing
-        {start, 100, {}},     {start, 110, kStart}, {end, 100, kEnd},
-    };
     int tally = 100;
-    for (auto const& step : kSteps) {
+    auto const expect = [&tally](auto const run, int tallyAfterwards, Calls const& calls) {
         s_calls.clear();
-        step.run(tally);
-        EXPECT_EQ(tally, step.tally) << "step " << &step - kSteps;
-        EXPECT_EQ(s_calls, step.calls) << "step " << &step - kSteps;
-    }
+        run(tally);
+        EXPECT_EQ(tally, tallyAfterwards);
+        EXPECT_EQ(s_calls, calls);
+    };
+    expect(start, 110, kStart);
+    expect(start, 110, {});
+    expect(end, 110, {});
+    expect(end, 100, kEnd);
+    expect(end, 100, {}); // an end without a start makes the next start do nothing
+    expect(start, 100, {});
+    expect(start, 110, kStart);
+    expect(end, 100, kEnd);
 
     // A host that starts the matrix module first keeps it after the library's end; the library then counts it only once.
     std::vector<int> tallies;

@@ -118,7 +118,7 @@ struct Half {
     std::vector<std::vector<std::pair<int, double>>> rows;
 };
 
-/// Files in a folder of their own, named by what the test gives.
+/// A file in a folder of its own.
 class SparseFilesTest : public testing::Test
 {
 protected:

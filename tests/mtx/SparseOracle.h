@@ -1,16 +1,15 @@
 #pragma once
 
+#include "Dense.h"
 #include "ExpectThrows.h"
-#include "KVOSrvSparseMatrix.h"
 #include "SparseFiles.h"
 #include "mem_Allocator.h"
 
-#include <cstdint>
+#include <fstream>
 #include <map>
 #include <numeric>
-#include <random>
+#include <sstream>
 #include <utility>
-#include <vector>
 
 /// What the tests of the sparse matrix compute with: a map from place to value.
 struct SparseOracle {
@@ -95,6 +94,7 @@ inline std::unique_ptr<KVOSrvSparseMatrix> HalfStored(Half const& half)
     return matrix;
 }
 
+/// The entries of half storage in full.
 inline SparseOracle FullOracle(Half const& half)
 {
     SparseOracle oracle{half.Size(), half.Size(), {}};
@@ -103,8 +103,47 @@ inline SparseOracle FullOracle(Half const& half)
     return oracle;
 }
 
-/// Runs change() on `matrix` with each of its allocations failing in turn, up to the first run without a failure: the matrix is as it was
-/// after every failure.
+/// op(a) x, in the order of the entries; `more` rows of zeros follow.
+inline Dense ProductOf(SparseOracle const& a, Dense const& x, bool transpose, int more = 0)
+{
+    Dense y((transpose ? a.columns : a.rows) + more, x.columns);
+    for (auto const& [place, value] : a.places) {
+        auto const [to, from] = transpose ? std::pair(place.second, place.first) : place;
+        for (int j = 0; j < x.columns; ++j)
+            y.At(static_cast<int>(to), j) += value * x.At(static_cast<int>(from), j);
+    }
+    return y;
+}
+
+/// A Matrix Market file; what it holds of a symmetric matrix is also in `half`.
+struct RealMatrix {
+    explicit RealMatrix(std::string const& path)
+    {
+        std::ifstream file(path);
+        std::string line;
+        std::getline(file, line);
+        symmetric = line.find("symmetric") != std::string::npos;
+        while (std::getline(file, line) && line[0] == '%')
+            ;
+        int count = 0;
+        std::istringstream(line) >> full.rows >> full.columns >> count;
+        half = Half(full.rows);
+        unsigned row = 0, column = 0;
+        for (double value = 0; file >> row >> column >> value; --count) {
+            (row == column ? half.diagonal[row - 1] : half.rows[row - 1].emplace_back(column - 1, 0.0).second) = value;
+            full.Add(row - 1, column - 1, value);
+            if (symmetric && row != column)
+                full.Add(column - 1, row - 1, value);
+        }
+        EXPECT_TRUE(row > 0 && count == 0) << path;
+    }
+
+    bool symmetric;
+    SparseOracle full{0, 0, {}};
+    Half half{0};
+};
+
+/// Runs change() with each of its allocations failing in turn, up to the first run without a failure: `matrix` is as it was after each.
 template<class Change>
 void ExpectUnchangedWithoutMemory(KVOSrvSparseMatrix const& matrix, Change const& change)
 {

@@ -144,30 +144,28 @@ TEST_F(KVOForRecords, RefusesWhatIsNoOpenUnitOrFile)
 
 TEST_F(KVOForRecords, KeepsUnitsApart)
 {
-    WriteFile(m_folder / "other", Record(Bytes('x', 3, 1.5, 2.5)));
-    ASSERT_EQ(Open(Record("a")), KVOForOk);
-    int const others[] = {kUnit + 1, kUnit + 2};
+    std::string const path = m_folder / "other";
+    int const other = kUnit + 1;
     char item = '?';
-    for (int const unit : others) {
-        ASSERT_EQ(for_open(unit, (m_folder / "other").c_str()), KVOForOk);
-        EXPECT_EQ(for_read_seq_xmit(unit, &item, 1, 1), KVOForEndOfRecord); // in front of the first record
-        EXPECT_EQ(for_read_seq(unit), KVOForOk);
-    }
-    EXPECT_EQ(for_read_seq(kUnit), KVOForOk);
-    EXPECT_EQ(for_close(others[0]), KVOForOk);
-    EXPECT_EQ(for_read_seq_xmit(others[0], &item, 1, 1), KVOForNotOpen);
-    EXPECT_EQ(for_read_seq_xmit(kUnit, &item, 1, 1), KVOForOk);
-    EXPECT_EQ(item, 'a');
-    EXPECT_EQ(for_open(kUnit, (m_folder / "other").c_str()), KVOForOk); // another file takes the unit over
-    EXPECT_EQ(for_read_seq_xmit(kUnit, &item, 1, 1), KVOForEndOfRecord);
-
     int integer = 0;
     double values[2] = {};
-    EXPECT_EQ(for_read_seq_xmit(others[1], &item, 1, 1), KVOForOk);
-    EXPECT_EQ(for_read_seq_xmit(others[1], &integer, 1, 4), KVOForOk);
-    EXPECT_EQ(for_read_seq_xmit(others[1], values, 2, 8), KVOForOk);
+    WriteFile(path, Record(Bytes('x', 3, 1.5, 2.5)));
+    ASSERT_EQ(Open(Record("a")), KVOForOk);
+    ASSERT_EQ(for_open(other, path.c_str()), KVOForOk);
+    EXPECT_EQ(for_read_seq_xmit(other, &item, 1, 1), KVOForEndOfRecord); // in front of the first record
+    EXPECT_EQ(for_read_seq(other), KVOForOk);
+    EXPECT_EQ(for_read_seq(kUnit), KVOForOk);
+    EXPECT_EQ(for_read_seq_xmit(kUnit, &item, 1, 1), KVOForOk);
+    EXPECT_EQ(item, 'a');
+    EXPECT_EQ(for_open(kUnit, path.c_str()), KVOForOk); // another file takes the unit over
+    EXPECT_EQ(for_read_seq_xmit(kUnit, &item, 1, 1), KVOForEndOfRecord);
+
+    EXPECT_EQ(for_read_seq_xmit(other, &item, 1, 1), KVOForOk);
+    EXPECT_EQ(for_read_seq_xmit(other, &integer, 1, 4), KVOForOk);
+    EXPECT_EQ(for_read_seq_xmit(other, values, 2, 8), KVOForOk);
     EXPECT_EQ(std::tuple(item, integer, values[0], values[1]), std::tuple('x', 3, 1.5, 2.5));
-    EXPECT_EQ(for_close(others[1]), KVOForOk);
+    EXPECT_EQ(for_close(other), KVOForOk);
+    EXPECT_EQ(for_read_seq_xmit(other, &item, 1, 1), KVOForNotOpen);
 }
 
 } // namespace

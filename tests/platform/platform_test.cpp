@@ -8,45 +8,34 @@
 #include <climits>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <string>
+#include <utility>
+#include <vector>
 
 namespace
 {
 
 TEST(KVOBasModules, EachLibraryCountsItsOwnUsers)
 {
-    struct {
-        void (*initialize)(int&);
-        void (*finalize)(int&);
-    } const kLibraries[] = {
-        {KVOBasCoreUtils_initialize, KVOBasCoreUtils_finalize},
-        {KVOBasShared_initialize, KVOBasShared_finalize},
-        {KVOBasDrexa_initialize, KVOBasDrexa_finalize},
-        {KVOSimContainers_initialize, KVOSimContainers_finalize},
-        {KVOSimAPI_initialize, KVOSimAPI_finalize},
-        {KVOSrvBasic_initialize, KVOSrvBasic_finalize},
-        {KVOFsmShared_initialize, KVOFsmShared_finalize},
-    };
+    using Calls = std::vector<void (*)(int&)>;
+    Calls const starts{KVOBasCoreUtils_initialize, KVOBasShared_initialize, KVOBasDrexa_initialize, KVOSimContainers_initialize,
+                       KVOSimAPI_initialize,       KVOSrvBasic_initialize,  KVOFsmShared_initialize};
+    Calls const ends{KVOBasCoreUtils_finalize, KVOBasShared_finalize, KVOBasDrexa_finalize, KVOSimContainers_finalize,
+                     KVOSimAPI_finalize,       KVOSrvBasic_finalize,  KVOFsmShared_finalize};
     // Nested starts add nothing, and an end too many takes nothing off but makes the next start do nothing.
-    struct {
-        bool start;
-        int tally; // afterwards
-    } const kSteps[] = {{true, 12}, {true, 12}, {false, 12}, {false, 5}, {false, 5}, {true, 5}, {true, 12}, {false, 5}};
     int tally = 5;
-    for (auto const& step : kSteps) {
-        for (auto const& library : kLibraries)
-            step.start ? library.initialize(tally) : library.finalize(tally);
-        EXPECT_EQ(tally, step.tally) << "step " << &step - kSteps;
+    std::vector<int> tallies;
+    for (Calls const& calls : {starts, starts, ends, ends, ends, starts, starts, ends}) {
+        for (auto const call : calls)
+            call(tally);
+        tallies.push_back(tally);
     }
+    EXPECT_EQ(tallies, (std::vector{12, 12, 12, 5, 5, 5, 12, 5}));
 }
 
 TEST(KVOBasUtlFilePath, JoinsFindsAndRemoves)
 {
-    struct {
-        char const *directory, *name, *expected;
-    } const kCases[] = {{"/tmp", "a.sim", "/tmp/a.sim"}, {"/tmp/", "a.sim", "/tmp/a.sim"}, {"", "a.sim", "a.sim"}};
-    for (auto const& c : kCases)
-        EXPECT_STREQ(KVOBasUtlFilePath(c.directory, c.name).Path().c_str(), c.expected);
+    for (auto const& [directory, expected] : {std::pair("/tmp", "/tmp/a.sim"), {"/tmp/", "/tmp/a.sim"}, {"", "a.sim"}})
+        EXPECT_STREQ(KVOBasUtlFilePath(directory, "a.sim").Path().c_str(), expected);
 
     TemporaryFolder const folder;
     KVOBasUtlFilePath const file((folder / "").c_str(), "file"), link((folder / "").c_str(), "link");

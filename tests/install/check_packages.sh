@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# usage: check_packages.sh BUILD_DIR CPACK CMAKE [PACKAGE_DIR]
+# Makes the Debian packages of a build, in PACKAGE_DIR if it is given, and checks what they hold, what they need and that the program in
+# them runs.
+set -euo pipefail
+export LC_ALL=C
+build=$1 cpack=$2 cmake=$3
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+packages=${4:-$work/packages}
+mkdir -p "$packages"
+rm -f "$packages"/*.deb
+"$cpack" -G DEB --config "$build/CPackConfig.cmake" -B "$packages" >"$work/cpack.log" 2>&1 || { cat "$work/cpack.log"; exit 1; }
+rm -rf "$packages/_CPack_Packages"
+
+failed=0
+fail() { printf 'FAILED: %s\n' "$*"; failed=1; }
+expect() { # TEXT PATTERN WHAT
+    grep -qE -- "$2" <<<"$1" || fail "$3: no /$2/ in: $1"
+}
+
+version=$(dpkg-deb -f "$packages"/kvomtx_*.deb Version)
+major=${version%%.*} library_version=${version%-*}
+runtime=libkvomtxlinearalgebra$major development=libkvomtxlinearalgebra-dev tools=kvomtx
+lib=usr/lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)
+names=$(for deb in "$packages"/*.deb; do dpkg-deb -f "$deb" Package; done)
+[ "$names" = "$(printf '%s\n' "$tools" "$development" "$runtime" | sort)" ] || fail "other packages than the three: $names"
+
+# What each package holds and nothing else may be in it.
+libraries="$lib/libKVO(MtxLinearAlgebra|Platform)\.so"
+for package in $runtime $development $tools; do
+    dpkg-deb -x "$packages/${package}"_*.deb "$work/$package"
+    dpkg-deb -x "$packages/${package}"_*.deb "$work/root"
+    case $package in
+    "$runtime") own="$libraries\.$major(\.[0-9.]+)?" ;;
+    "$development") own="$libraries|usr/include/[A-Za-z0-9_]+\.(h|f90)|$lib/(cmake/KVOMtxLinearAlgebra/.*\.cmake|pkgconfig/KVOMtxLinearAlgebra\.pc)" ;;
+    "$tools") own="usr/bin/kvomtx|usr/share/man/man1/kvomtx\.1\.gz" ;;
+    esac
+    strange=$(cd "$work/$package" && find . ! -type d -printf '%P\n' | grep -vxE "$own|usr/share/doc/$package/(copyright|changelog(\.Debian)?\.gz)" || true)
+    [ -z "$strange" ] || fail "$package holds more than it should: $strange"
+    [ -s "$work/$package/usr/share/doc/$package/copyright" ] || fail "$package has no copyright file"
+done
+
+# Together they are what an installation makes, but for Debian's documents.
+"$cmake" --install "$build" --prefix "$work/plain/usr" >/dev/null
+listing() { (cd "$1" && find . ! -type d ! -path './usr/share/doc/*' | sort); }
+difference=$(diff <(listing "$work/plain") <(listing "$work/root")) || fail "an installation (<) and the packages (>) differ: $difference"
+
+# Whoever has compiled in what others wrote repeats their notice.
+grep -q 'License: BSD-3-clause' "$work/root/usr/share/doc/$runtime/copyright" || fail "$runtime: the notice of the built-in product is missing"
+grep -q 'License: Expat' "$work/root/usr/share/doc/$tools/copyright" || fail "$tools: the notice of the JSON writer is missing"
+
+# BLAS and LAPACK by the system's alternatives, never a single provider; the same version of each other.
+needs() { dpkg-deb -f "$packages/$1"_*.deb Depends; }
+expect "$(needs $runtime)" '(^|, )libblas3 \| libblas\.so\.3(,|$)' "$runtime"
+expect "$(needs $runtime)" '(^|, )liblapack3 \| liblapack\.so\.3(,|$)' "$runtime"
+expect "$(needs $runtime)" '(^|, )libhdf5-[0-9]' "$runtime"
+expect "$(needs $tools)" '(^|, )libcholmod[0-9]' "$tools"
+for package in $development $tools; do
+    expect "$(needs $package)" "(^|, )$runtime \(= ${version//./\\.}\)(,|\$)" "$package"
+done
+all=$(needs $runtime; needs $development; needs $tools)
+! grep -E 'openblas|blis|atlas|mkl' <<<"$all" || fail "a package is bound to one BLAS: $all"
+
+dpkg-deb -e "$packages/$runtime"_*.deb "$work/control"
+[ "$(cat "$work/control/triggers")" = "activate-noawait ldconfig" ] || fail "$runtime does not refresh the loader's cache"
+expect "$(cat "$work/control/shlibs")" "^libKVOMtxLinearAlgebra $major $runtime " "$runtime: shlibs"
+expect "$(cat "$work/control/shlibs")" "^libKVOPlatform $major $runtime " "$runtime: shlibs"
+for file in "$work/root/$lib/libKVOMtxLinearAlgebra.so.$library_version" "$work/root/usr/bin/kvomtx"; do
+    ! readelf -d "$file" | grep -E 'RPATH|RUNPATH' || fail "$file brings a run path of its own"
+done
+
+# The stripped program computes.
+export LD_LIBRARY_PATH=$work/root/$lib
+cd "$work"
+root/usr/bin/kvomtx make-brick 3 2 2 k.mtx m.mtx >/dev/null && root/usr/bin/kvomtx modes k.mtx m.mtx -n 2 -o modes.sim >modes.txt ||
+    fail "the packed program does not run: $(cat modes.txt)"
+exit $failed
