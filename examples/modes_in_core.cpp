@@ -6,63 +6,18 @@
 #include "KVOMtxLinearAlgebra.h"
 #include "KVOSrvMatrix.h"
 #include "KVOSrvMtxExceptions.h"
+#include "ReadData.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <fstream>
-#include <memory>
 #include <numbers>
 #include <numeric>
-#include <sstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace
 {
-
-// A symmetric Matrix Market file: comment lines start with %, then "rows columns entries", then "row column value" of the lower triangle.
-std::unique_ptr<KVOSrvMatrix> ReadSymmetric(std::string const& path)
-{
-    std::ifstream file(path);
-    std::string line;
-    while (std::getline(file, line) && line.starts_with('%')) {
-    }
-    int rows = 0;
-    int columns = 0;
-    int entries = 0;
-    if (!(std::istringstream(line) >> rows >> columns >> entries) || rows < 1 || rows != columns)
-        throw std::runtime_error(path + ": no size of a square matrix found");
-
-    auto matrix = std::make_unique<KVOSrvMatrix>(rows, columns, nullptr, true, false);
-    *matrix = 0.0;
-    for (int k = 0; k < entries; ++k) {
-        int i = 0;
-        int j = 0;
-        double value = 0.0;
-        if (!(file >> i >> j >> value) || i < 1 || i > rows || j < 1 || j > rows)
-            throw std::runtime_error(path + ": entry " + std::to_string(k + 1) + " is missing or outside the matrix");
-        matrix->SetValues(i - 1, i - 1, j - 1, j - 1, &value);
-        matrix->SetValues(j - 1, j - 1, i - 1, i - 1, &value);
-    }
-    return matrix;
-}
-
-std::vector<double> ReadFrequencies(std::string const& path)
-{
-    std::ifstream file(path);
-    std::vector<double> frequencies;
-    for (std::string line; std::getline(file, line);) {
-        double lambda = 0.0;
-        double frequency = 0.0;
-        if (!line.starts_with('#') && std::istringstream(line) >> lambda >> frequency)
-            frequencies.push_back(frequency);
-    }
-    if (frequencies.empty())
-        throw std::runtime_error(path + ": no reference frequencies found");
-    return frequencies;
-}
 
 double LargestEntry(std::vector<double> const& x)
 {
@@ -112,13 +67,13 @@ std::vector<double> Eigenvalues(KVOSrvMatrix const& stiffness, KVOSrvMatrix cons
 
 bool Run(std::string const& folder, char const* name, char const* stiffnessFile, char const* massFile)
 {
-    std::unique_ptr<KVOSrvMatrix> const stiffness = ReadSymmetric(folder + "/" + stiffnessFile);
-    std::unique_ptr<KVOSrvMatrix> const mass = ReadSymmetric(folder + "/" + massFile);
+    KVOSrvMatrix const stiffness = ToDense(*ReadSymmetric(folder + "/" + stiffnessFile));
+    KVOSrvMatrix const mass = ToDense(*ReadSymmetric(folder + "/" + massFile));
     std::vector<double> const reference = ReadFrequencies(folder + "/reference/" + name + ".txt");
-    std::printf("%s: K from %s, M from %s, %d unknowns\n", name, stiffnessFile, massFile, stiffness->NumberOfRows());
+    std::printf("%s: K from %s, M from %s, %d unknowns\n", name, stiffnessFile, massFile, stiffness.NumberOfRows());
 
-    bool ok = SolveWithUnitLoad(*stiffness) < 1e-6;
-    std::vector<double> const lambda = Eigenvalues(*stiffness, *mass);
+    bool ok = SolveWithUnitLoad(stiffness) < 1e-6;
+    std::vector<double> const lambda = Eigenvalues(stiffness, mass);
     std::printf("  mode      frequency      reference   relative difference\n");
     for (std::size_t i = 0; i < reference.size(); ++i) {
         double const frequency = std::sqrt(lambda[i]) / (2.0 * std::numbers::pi);
