@@ -49,3 +49,11 @@ function(kvo_add_program target)
     set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
     target_link_libraries(${target} PRIVATE KVO::MtxLinearAlgebra kvo_warnings kvo_sanitizers)
 endfunction()
+
+# kvo_add_gzipped_file(TARGET FILE RESULT): RESULT is FILE, packed without its name and time, so that equal input gives equal bytes.
+function(kvo_add_gzipped_file target file result)
+    find_program(KVO_GZIP gzip REQUIRED)
+    mark_as_advanced(KVO_GZIP)
+    add_custom_command(OUTPUT ${result} COMMAND ${KVO_GZIP} -9nc ${file} > ${result} DEPENDS ${file} VERBATIM)
+    add_custom_target(${target} ALL DEPENDS ${result})
+endfunction()

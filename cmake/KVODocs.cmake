@@ -1,0 +1,39 @@
+# The API reference in HTML: the public headers, the Fortran module and the documents of docs/, with README.md as its first page.
+# A warning, such as a public name without a docstring or a link that leads nowhere, fails the build.
+
+option(KVO_BUILD_DOCS "Build and install the API reference (Doxygen)" OFF)
+if(NOT KVO_BUILD_DOCS)
+    return()
+endif()
+find_package(Doxygen 1.9.4 REQUIRED)
+
+set(sources ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/examples/README.md ${PROJECT_SOURCE_DIR}/fortran/kvo_mtx.f90)
+foreach(target KVOMtxLinearAlgebra KVOPlatform)
+    get_target_property(headers ${target} HEADER_SET)
+    list(APPEND sources ${headers})
+endforeach()
+file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md) # a page needs no entry anywhere else
+list(APPEND sources ${pages})
+
+set(DOXYGEN_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
+set(DOXYGEN_HTML_OUTPUT reference)
+set(DOXYGEN_USE_MDFILE_AS_MAINPAGE ${PROJECT_SOURCE_DIR}/README.md)
+set(DOXYGEN_IMAGE_PATH ${PROJECT_SOURCE_DIR}/docs)
+set(DOXYGEN_STRIP_FROM_PATH ${PROJECT_SOURCE_DIR})
+set(DOXYGEN_FILTER_PATTERNS
+    "*.h=sed -E -f ${CMAKE_CURRENT_LIST_DIR}/docs/header.sed"
+    "*.f90=sed -E -f ${CMAKE_CURRENT_LIST_DIR}/docs/fortran.sed")
+set(DOXYGEN_JAVADOC_AUTOBRIEF YES)
+set(DOXYGEN_ALIASES "complexity=@par Complexity^^")
+set(DOXYGEN_MACRO_EXPANSION YES)
+set(DOXYGEN_EXPAND_ONLY_PREDEF YES)
+set(DOXYGEN_PREDEFINED KVO_EXPORT=)
+set(DOXYGEN_HAVE_DOT NO)
+
+set(DOXYGEN_QUIET YES)
+set(DOXYGEN_WARN_AS_ERROR FAIL_ON_WARNINGS)
+set(DOXYGEN_WARN_IF_INCOMPLETE_DOC NO) # docstrings name the parameters of which there is something to say
+doxygen_add_docs(docs ALL ${sources})
+add_custom_command(TARGET docs POST_BUILD # README.md shows pictures by their path
+    COMMAND ${CMAKE_COMMAND} -E copy_directory ${PROJECT_SOURCE_DIR}/docs/images ${PROJECT_BINARY_DIR}/reference/docs/images)
+install(DIRECTORY ${PROJECT_BINARY_DIR}/reference DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)

@@ -1,0 +1,91 @@
+# Debian packages of what KVOInstall.cmake and tools/ install, one per component; scripts/build-packages.sh makes them.
+
+find_program(KVO_DPKG_SHLIBDEPS dpkg-shlibdeps DOC "Tells which packages a program's libraries come from")
+mark_as_advanced(KVO_DPKG_SHLIBDEPS)
+if(NOT PROJECT_IS_TOP_LEVEL OR NOT KVO_BUILD_TOOLS OR NOT KVO_DPKG_SHLIBDEPS)
+    return()
+endif()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL runtime development tools)
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # the first line of each description below is that package's own
+set(CPACK_PACKAGE_CONTACT "KVOMtxLinearAlgebra developers <developers@kvomtxlinearalgebra.invalid>")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/packages/finish_tree.cmake)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+# What the libraries and kvomtx need is read from the files themselves. BLAS and LAPACK come out as "libblas3 | libblas.so.3" and
+# "liblapack3 | liblapack.so.3": any provider that the system's alternatives know.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR} ${PROJECT_BINARY_DIR}/platform)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/packages/triggers)
+
+# Headers, libraries and program of different versions never meet.
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
+set(CPACK_COMPONENT_TOOLS_DEPENDS runtime)
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libkvomtxlinearalgebra${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS "libopenblas0 | libblis4 | libatlas3-base") # tuned to the processor, unlike libblas3
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "Matrix linear algebra for finite-element solvers - libraries
+Dense and sparse matrices in memory with products, factorization and a
+generalized eigensolver, the same out of core in a simulation database on
+HDF5, and a Fortran-callable layer over BLAS and LAPACK that is not bound to
+one provider.
+.
+This package holds the shared libraries.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkvomtxlinearalgebra-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF) # it holds no program or library of its own
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "cmake, g++, gfortran, pkg-config")
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "Matrix linear algebra for finite-element solvers - development files
+Headers, the source of the Fortran module kvo_mtx, and the files that CMake
+and pkg-config need to build and link programs against the libraries, which
+lie in their own package.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME kvomtx)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION science)
+set(CPACK_DEBIAN_TOOLS_DESCRIPTION "Natural frequencies and matrix files of finite-element models
+Computes the lowest natural frequencies and mode shapes of a stiffness and
+mass pair out of core, makes brick models, looks at, converts, draws and
+multiplies matrices in files and simulation databases.")
+
+# What only Debian wants, so left out of a plain installation: the changes, and the notices of what was compiled in.
+function(kvo_add_package_documents component)
+    string(TOUPPER ${component} upper)
+    set(package ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
+    set(folder ${PROJECT_BINARY_DIR}/package-documents/${component})
+
+    string(TIMESTAMP date "%a, %d %b %Y 00:00:00 +0000" UTC)
+    configure_file(${CMAKE_CURRENT_FUNCTION_LIST_DIR}/packages/changelog.Debian.in ${folder}/changelog.Debian @ONLY)
+    kvo_add_gzipped_file(${component}_debian_changelog ${folder}/changelog.Debian ${folder}/changelog.Debian.gz)
+
+    set(copyright "Copyright: the KVOMtxLinearAlgebra developers. Its source states no licence.\n")
+    foreach(compiled_in IN LISTS ARGN)
+        if(EXISTS /usr/share/doc/${compiled_in}/copyright)
+            file(READ /usr/share/doc/${compiled_in}/copyright notice)
+            string(APPEND copyright "\nParts of Debian's package ${compiled_in} are compiled in. Its own notice:\n\n${notice}")
+        endif()
+    endforeach()
+    file(CONFIGURE OUTPUT ${folder}/copyright CONTENT "@copyright@" @ONLY)
+
+    install(FILES ${folder}/copyright ${folder}/changelog.Debian.gz ${PROJECT_BINARY_DIR}/changelog.gz
+        DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${package} COMPONENT ${component} EXCLUDE_FROM_ALL)
+endfunction()
+kvo_add_gzipped_file(project_changelog ${PROJECT_SOURCE_DIR}/CHANGELOG.md ${PROJECT_BINARY_DIR}/changelog.gz)
+kvo_add_package_documents(runtime libblis-serial-dev)
+kvo_add_package_documents(development)
+kvo_add_package_documents(tools libcli11-dev nlohmann-json3-dev)
+add_custom_target(package_contents DEPENDS KVOMtxLinearAlgebra kvomtx kvomtx_manual project_changelog
+    runtime_debian_changelog development_debian_changelog tools_debian_changelog)
+
+include(CPack)

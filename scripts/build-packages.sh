@@ -1,0 +1,10 @@
+#!/usr/bin/env bash
+# Makes the Debian packages of the release build and checks them. usage: scripts/build-packages.sh (they go to build/packages)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/install-packages.sh
+
+cmake --preset release
+cmake --build --preset release --target package_contents --parallel "$(nproc)"
+tests/install/check_packages.sh build/release cpack cmake build/packages
+printf 'Made: %s\n' build/packages/*.deb
