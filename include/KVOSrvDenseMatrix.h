@@ -50,6 +50,12 @@ public:
     /// The same for a matrix that may be written through the view.
     virtual KVOSrvDenseMatrix* Submatrix(int r0, int r1, int c0, int c1);
 
+    /// @name Products
+    /// Small slabs are multiplied in one call of DGEMM; slabs of more than 2 MiB may be cut, and sums are then formed block by block in order.
+    /// Where the rows of a stored operand do not suffice, KVOSrvMtxInvalidGetRange or KVOSrvMtxInvalidSetRange is thrown as by the transfer,
+    /// and KVOSrvMtxIllegalInput for other operands that do not fit; nothing is changed then.
+    /// @{
+
     /// y += A x for k vectors. @param x  columns x k @param y  rows x k, not cleared, deliberately: callers pass a prepared y
     virtual void Multiply(double const* x, int k, double* y) const;
     /// Y = A X. @param X  columns x p @param Y  rows x p
@@ -80,6 +86,8 @@ public:
     /// Rows ranges[g] .. ranges[g + 1] - 1 of Y = rows rows[ranges[g]] .. of A, times X, for g = 0 .. nRanges - 1; the row numbers of a
     /// group are consecutive, as KVOSrvFindContiguousRanges makes them.
     virtual void IndexedMultiply(KVOSrvMatrix const& X, KVOSrvDenseMatrix& Y, int const* rows, int const* ranges, int nRanges) const;
+
+    /// @}
 
     /// Whether it has no distribution.
     bool IsNull() const noexcept { return m_distribution.IsNull(); }

@@ -37,8 +37,9 @@ double const* Fetch(KVOSrvDenseMatrix const& matrix, Window const& w)
 
 } // namespace
 
-Source::Source(KVOSrvDenseMatrix const& matrix, int p, int blockHeight)
-    : m_matrix(matrix), m_byBlocks(PaysByBlocks(matrix, p, blockHeight) && Fetch(matrix, TypicalBlock(matrix)) != nullptr)
+Source::Source(KVOSrvDenseMatrix const& matrix, int p, int blockHeight, std::int64_t slab)
+    : m_matrix(matrix),
+      m_byBlocks(slab > kWholeSlab && PaysByBlocks(matrix, p, blockHeight) && Fetch(matrix, TypicalBlock(matrix)) != nullptr)
 {
 }
 
@@ -68,19 +69,20 @@ void MultiplyByBlocks(Source const& A, Slab const& slab, char const* transA, Spa
 
 Walk CachedPanels(KVOSrvBlockCut const& columns, int rows)
 {
-    constexpr std::int64_t kPanelEntries = std::int64_t{1} << 18; // 2 MiB
-    return Walk(columns, kPanelEntries / std::max<std::int64_t>(1, std::int64_t{columns.perBlock} * rows));
+    if (std::int64_t{columns.size} * rows <= kWholeSlab)
+        return Walk(columns, columns.blocks);
+    return Walk(columns, kWholeSlab / std::max<std::int64_t>(1, std::int64_t{columns.perBlock} * rows));
 }
 
 std::int64_t BlockRowsPerSlab(KVOSrvDenseMatrix const& A, int p, int resultColumns)
 {
-    if (p <= kFewVectors)
+    if (p <= kFewVectors || std::int64_t{A.StoredRowBlocks().MaxNumberInBlock()} * A.NumberOfColumns() <= kWholeSlab)
         return 1;
     return (std::int64_t{A.NumberOfColumns()} + resultColumns) / std::max(1, A.StoredColumnBlocks().MaxNumberInBlock() + resultColumns);
 }
 
 RowProduct::RowProduct(KVOSrvDenseMatrix const& A, int maxRows, int p)
-    : m_source(A, p, A.StoredRowBlocks().MaxNumberInBlock()), m_vectors(p),
+    : m_source(A, p, A.StoredRowBlocks().MaxNumberInBlock(), std::int64_t{maxRows} * A.NumberOfColumns()), m_vectors(p),
       m_panels(p > kFewVectors && maxRows > A.StoredRowBlocks().MaxNumberInBlock() ? Walk(A.StoredColumnBlocks())
                                                                                    : CachedPanels(A.StoredColumnBlocks(), maxRows)),
       m_slab(std::int64_t{maxRows} * m_panels.MaxCount())

@@ -5,6 +5,7 @@
 #include "KVOSrvDenseMatrix.h"
 #include "KVOSrvMatrix.h"
 #include "KVOSrvMatrixSupport.h"
+#include "KVOSrvMtxExceptions.h"
 #include "omi_Timer.h"
 
 #include <algorithm>
@@ -18,6 +19,18 @@ namespace DenseSlabs
 using DenseTiles::Window;
 
 constexpr KVOSrvMatrixSupport::InputCheck Require("mtx/impl/KVOSrvDenseMatrix");
+
+/// A range of a stored matrix that a product will read or write: refused as the transfer would refuse it, but before anything is changed.
+inline void RequireReadable(bool inside)
+{
+    if (!inside)
+        KVOSrvMtxInvalidGetRange().Throw("mtx/impl/KVOSrvDenseMatrix", 544);
+}
+inline void RequireWritable(bool inside)
+{
+    if (!inside)
+        KVOSrvMtxInvalidSetRange().Throw("mtx/impl/KVOSrvDenseMatrix", 568);
+}
 
 /// How many slabs are announced before they are read: the disk then works while DGEMM computes.
 constexpr int kSlabsAhead = 2;
@@ -163,12 +176,16 @@ void ForEachBlock(KVOSrvBlockCut const& cut, Span const& span, Run const& run)
 /// with these, 1.05 to 1.07 with pieces of 2048 x 512 and larger.
 constexpr int kFewVectors = 128;
 
+/// Slabs of up to this many entries, 2 MiB, are read as a whole and multiplied by one call of DGEMM, which sums over all of them at once.
+/// Larger ones are cut, where that is faster; sums are then formed block by block in order.
+constexpr std::int64_t kWholeSlab = std::int64_t{1} << 18;
+
 /// How a product with p vectors comes to the values of its stored matrix: block by block, where they lie in the file, or in copied pieces.
 class Source
 {
 public:
-    /// @param blockHeight  of the result of one block: its rows or, transposed, its columns
-    Source(KVOSrvDenseMatrix const& matrix, int p, int blockHeight);
+    /// @param blockHeight  of the result of one block: its rows or, transposed, its columns @param slab  entries of the largest slab
+    Source(KVOSrvDenseMatrix const& matrix, int p, int blockHeight, std::int64_t slab);
 
     KVOSrvDenseMatrix const& Matrix() const noexcept { return m_matrix; }
     bool IsByBlocks() const noexcept { return m_byBlocks; }
@@ -192,7 +209,7 @@ private:
 void MultiplyByBlocks(Source const& A, Slab const& slab, char const* transA, Span rows, Span columns, double alpha, Factor const& X, int p,
                       double beta, Result const& C);
 
-/// The columns of a matrix in pieces of whole block columns that stay in the cache, for slabs of `rows` rows.
+/// The columns of a matrix in pieces of whole block columns that stay in the cache, for slabs of `rows` rows; in one if the slab is small.
 Walk CachedPanels(KVOSrvBlockCut const& columns, int rows);
 
 /// How many block rows a product by rows takes at a time: of many vectors, those that fit the memory of one, the matrix being read in

@@ -74,8 +74,8 @@ Group GroupAt(int const* rows, int const* ranges, int g)
     return {{rows[first], rows[last]}, {first, last}};
 }
 
-// The groups rise without gaps from ranges[0], and each names as many rows of A, which are there.
-bool AreGroups(KVOSrvDenseMatrix const& A, int const* rows, int const* ranges, int count)
+// The groups rise without gaps from ranges[0], and each names as many rows.
+bool AreGroups(int const* rows, int const* ranges, int count)
 {
     if (count > 0 && ranges[0] < 0)
         return false;
@@ -83,8 +83,7 @@ bool AreGroups(KVOSrvDenseMatrix const& A, int const* rows, int const* ranges, i
         if (ranges[g + 1] <= ranges[g])
             return false;
         Group const group = GroupAt(rows, ranges, g);
-        if (group.rows.first < 0 || group.rows.last >= A.NumberOfRows() ||
-            std::int64_t{group.rows.last} - group.rows.first != group.targets.last - group.targets.first)
+        if (std::int64_t{group.rows.last} - group.rows.first != group.targets.last - group.targets.first)
             return false;
     }
     return true;
@@ -108,7 +107,8 @@ void KVOSrvDenseMatrix::Multiply(KVOSrvMatrix const& X, KVOSrvMatrix& Y) const
 void KVOSrvDenseMatrix::Multiply(double alpha, KVOSrvMatrix const& X, double beta, KVOSrvDenseMatrix& Y) const
 {
     int const columns = NumberOfColumns(), p = X.NumberOfColumns();
-    Require(X.NumberOfRows() == columns && Y.NumberOfRows() <= NumberOfRows() && Y.NumberOfColumns() == p, "Multiply");
+    Require(X.NumberOfRows() == columns && Y.NumberOfColumns() == p, "Multiply");
+    RequireReadable(Y.NumberOfRows() <= NumberOfRows());
     Require((X.IsDiagonal() ? p == columns : IsFull(X)) && !IsReadAfterWriting(*this, Y), "Multiply");
     if (p == 0)
         return;
@@ -152,13 +152,17 @@ void KVOSrvDenseMatrix::IndexedMultiply(KVOSrvMatrix const& X, KVOSrvDenseMatrix
 {
     int const p = X.NumberOfColumns();
     Require(IsFull(X, NumberOfColumns(), p) && (nRanges <= 0 || (rows != nullptr && ranges != nullptr)), "IndexedMultiply");
-    Require(AreGroups(*this, rows, ranges, nRanges), "IndexedMultiply");
+    Require(AreGroups(rows, ranges, nRanges), "IndexedMultiply");
+    int longest = 0;
+    for (int g = 0; g < nRanges; ++g) {
+        Span const group = GroupAt(rows, ranges, g).rows;
+        RequireReadable(group.first >= 0 && group.last < NumberOfRows());
+        longest = std::max(longest, group.Count());
+    }
     if (nRanges <= 0 || p == 0)
         return;
-    Require(ranges[nRanges] <= Y.NumberOfRows() && p <= Y.NumberOfColumns() && !Overlaps(Y), "IndexedMultiply");
-    int longest = 0;
-    for (int g = 0; g < nRanges; ++g)
-        longest = std::max(longest, ranges[g + 1] - ranges[g]);
+    RequireWritable(ranges[nRanges] <= Y.NumberOfRows() && p <= Y.NumberOfColumns());
+    Require(!Overlaps(Y), "IndexedMultiply");
     RowProduct const product(*this, longest, p);
     Slab const result(std::int64_t{longest} * p);
     auto const announce = [&](int g) {

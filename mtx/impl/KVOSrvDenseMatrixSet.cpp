@@ -39,7 +39,7 @@ bool KVOSrvDenseMatrixSet::FitsMembers() const
     std::int64_t columns = 0;
     for (int k = 0; k < m_numMembers; ++k) {
         columns += m_members[k]->NumberOfColumns();
-        if (m_members[k]->NumberOfRows() != m_numRows)
+        if (m_members[k]->NumberOfRows() < m_numRows) // the rows that the first member lacks take no part
             return false;
     }
     return columns == m_numColumns;
@@ -49,7 +49,7 @@ void KVOSrvDenseMatrixSet::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvD
 {
     RequireOfSet(FitsMembers() && B != nullptr && C != nullptr, "TransposeMultiply");
     int const n = B->NumberOfColumns();
-    RequireOfSet(B->NumberOfRows() == m_numRows && C->NumberOfRows() == m_numColumns && C->NumberOfColumns() >= n, "TransposeMultiply");
+    RequireOfSet(B->NumberOfRows() >= m_numRows && C->NumberOfRows() == m_numColumns && C->NumberOfColumns() >= n, "TransposeMultiply");
     if (n == 0 || m_numColumns == 0)
         return;
     KVOSrvMatrix product(m_numColumns, n, nullptr, false, false);
@@ -61,7 +61,7 @@ void KVOSrvDenseMatrixSet::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvM
 {
     RequireOfSet(FitsMembers() && B != nullptr, "TransposeMultiply");
     int const n = B->NumberOfColumns();
-    RequireOfSet(B->NumberOfRows() == m_numRows && IsFull(C, m_numColumns, n), "TransposeMultiply");
+    RequireOfSet(B->NumberOfRows() >= m_numRows && IsFull(C, m_numColumns, n), "TransposeMultiply");
     if (n == 0 || m_numColumns == 0)
         return;
     // 64 bits, because the products may exceed 32; the result does not depend on what comes out.

@@ -3,6 +3,7 @@
 #include "DenseSlabs.h"
 
 #include <climits>
+#include <cstdint>
 
 using namespace DenseSlabs;
 
@@ -25,7 +26,7 @@ class PieceProduct
 {
 public:
     PieceProduct(KVOSrvDenseMatrix const& A, int p)
-        : m_source(A, p, A.StoredColumnBlocks().MaxNumberInBlock()),
+        : m_source(A, p, A.StoredColumnBlocks().MaxNumberInBlock(), INT64_MAX),
           m_panels(p > kFewVectors ? Walk(A.StoredColumnBlocks(), A.StoredColumnBlocks().blocks)
                                    : CachedPanels(A.StoredColumnBlocks(), A.StoredRowBlocks().MaxNumberInBlock())),
           m_slab(std::int64_t{A.StoredRowBlocks().MaxNumberInBlock()} * m_panels.MaxCount())
@@ -58,25 +59,27 @@ private:
     Slab m_slab;
 };
 
-// C := A^T X in passes over the rows; readX(rows, values) puts those of X into memory. Of a symmetric result the lower triangle is formed,
-// each pass in one.
+// C := A^T X in passes over the rows; readX(rows, values) puts those of X into memory. Small passes are multiplied in one, and those of a
+// symmetric result, of which the lower triangle is formed.
 template<class Read>
 void MultiplyPasses(KVOSrvDenseMatrix const& A, Walk const& passes, int p, Read const& readX, KVOSrvMatrix& C, bool symmetric)
 {
     int const columns = A.NumberOfColumns();
     if (columns == 0 || p == 0)
         return;
-    Slab const slab(symmetric ? std::int64_t{passes.MaxCount()} * columns : 0), other(std::int64_t{passes.MaxCount()} * p);
+    std::int64_t const pass = std::int64_t{passes.MaxCount()} * columns;
+    bool const whole = symmetric || pass <= kWholeSlab;
+    Slab const slab(whole ? pass : 0), other(std::int64_t{passes.MaxCount()} * p);
     PieceProduct const product(A, p);
     int accumulate = 0;
-    passes.ForEach([&](Span rows) { symmetric ? A.AnnounceRead(rows.first, rows.last, 0, columns - 1) : product.Announce(rows); },
+    passes.ForEach([&](Span rows) { whole ? A.AnnounceRead(rows.first, rows.last, 0, columns - 1) : product.Announce(rows); },
                    [&](Span rows) {
                        KVOSrvMatrix x = other.As(rows.Count(), p);
                        Timed([&] { readX(rows, x); });
-                       if (!symmetric)
+                       if (!whole)
                            return product(rows, x, C);
                        slab.Read(A, {rows.first, rows.last, 0, columns - 1});
-                       Timed([&] { slab.As(rows.Count(), columns).TransposeMultiply(x, C, 1, accumulate); });
+                       Timed([&] { slab.As(rows.Count(), columns).TransposeMultiply(x, C, symmetric ? 1 : 0, accumulate); });
                        accumulate = 1;
                    });
     if (symmetric)
@@ -88,13 +91,14 @@ void MultiplyPasses(KVOSrvDenseMatrix const& A, Walk const& passes, int p, Read 
 void KVOSrvDenseMatrix::TransposeMultiply(double const* x, int k, double* y, int r) const
 {
     int const columns = NumberOfColumns();
-    Require(k >= 0 && r >= 0 && r <= NumberOfRows(), "TransposeMultiply");
+    Require(k >= 0 && r >= 0, "TransposeMultiply");
+    RequireReadable(r <= NumberOfRows());
     if (k == 0 || r == 0 || columns == 0)
         return;
     Require(x != nullptr && y != nullptr && x != y, "TransposeMultiply");
     Walk const slabs(StoredColumnBlocks());
     Slab const slab(std::int64_t{r} * slabs.MaxCount());
-    Source const source(*this, k, slabs.MaxCount());
+    Source const source(*this, k, slabs.MaxCount(), std::int64_t{r} * slabs.MaxCount());
     slabs.ForEach(
         [&](Span block) {
             source.Announce({0, r - 1, block.first, block.last});
@@ -118,12 +122,12 @@ void KVOSrvDenseMatrix::TransposeMultiply(int const* perm, KVOSrvMatrix const& X
     Require(X.Values() != Y.Values(), "TransposeMultiply");
     Walk const slabs(StoredColumnBlocks());
     Slab const slab(std::int64_t{rows} * slabs.MaxCount());
-    Source const source(*this, perm == nullptr ? p : INT_MAX, slabs.MaxCount()); // rows are permuted in a copy
+    Source const source(*this, perm == nullptr ? p : INT_MAX, slabs.MaxCount(), std::int64_t{rows} * slabs.MaxCount());
     slabs.ForEach(
         [&](Span block) {
             source.Announce({0, rows - 1, block.first, block.last});
         },
-        [&](Span block) {
+        [&](Span block) { // rows are permuted in a copy
             Factor const x{X.Values(), rows};
             Result const result = Result{Y.Values(), Y.NumberOfRows()}.At(block.first, 0);
             if (source.IsByBlocks())
@@ -145,7 +149,7 @@ void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvMatrix const& X, double* C, int 
 void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvMatrix const& X, KVOSrvMatrix& C, int symmetric) const
 {
     int const p = X.NumberOfColumns();
-    Require(IsFull(X, NumberOfRows(), p) && IsFull(C, NumberOfColumns(), p), "TransposeMultiply");
+    Require(X.NumberOfRows() >= NumberOfRows() && IsFull(X) && IsFull(C, NumberOfColumns(), p), "TransposeMultiply");
     Require(C.Values() != X.Values(), "TransposeMultiply");
     Walk const passes(StoredRowBlocks(), BlockRowsPerPass(*this, X.NumberOfRows()));
     MultiplyPasses(
@@ -156,7 +160,7 @@ void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvDens
 {
     Require(B != nullptr && C != nullptr, "TransposeMultiply");
     int const p = B->NumberOfColumns();
-    Require(B->NumberOfRows() == NumberOfRows() && C->NumberOfRows() == NumberOfColumns() && C->NumberOfColumns() >= p,
+    Require(B->NumberOfRows() >= NumberOfRows() && C->NumberOfRows() == NumberOfColumns() && C->NumberOfColumns() >= p,
             "TransposeMultiply");
     if (p == 0 || C->NumberOfRows() == 0)
         return;
@@ -176,7 +180,7 @@ void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvMatr
 {
     Require(B != nullptr, "TransposeMultiply");
     int const p = B->NumberOfColumns();
-    Require(B->NumberOfRows() == NumberOfRows() && IsFull(C, NumberOfColumns(), p), "TransposeMultiply");
+    Require(B->NumberOfRows() >= NumberOfRows() && IsFull(C, NumberOfColumns(), p), "TransposeMultiply");
     KVOSrvBlockCut const rows = StoredRowBlocks();
     std::int64_t const blockRow = std::max(1, rows.MaxNumberInBlock()) * std::max<std::int64_t>(1, std::int64_t{p} + NumberOfColumns());
     Walk const passes(rows, std::min(BlockRowsPerPass(*this, B->NumberOfRows()), kPassEntries / blockRow));

@@ -199,11 +199,15 @@ void KVOSrvDenseMatrix::GetSubmatrix(KVOSrvDenseMatrix& dest, int r0, int r1, in
         KVOSrvMtxInvalidGetRange().Throw("mtx/impl/KVOSrvDenseMatrix", 544);
     if (c1 - c0 >= dest.NumberOfColumns())
         KVOSrvMtxInvalidSetRange().Throw("mtx/impl/KVOSrvDenseMatrix", 568);
-    // The walk is over the rows of `dest`: what has no row there is left out.
+    // The walk is over the rows of `dest`: what has no row there is left out. Within one store a block row is read before it is written:
+    // views may overlap.
+    bool const sameStore = !IsNull() && DistributionID() == dest.DistributionID();
     KVOSrvBlockCut const rows =
         KVOSrvBlockCut::AtChunks(std::min(r1 - r0 + 1, dest.NumberOfRows()), dest.m_rowCut.perBlock, dest.m_rowCut.offset);
-    KVOSrvBlockCut const columns = KVOSrvBlockCut::AtChunks(c1 - c0 + 1, dest.m_columnCut.perBlock, dest.m_columnCut.offset);
-    DenseTiles::Limit const limit = LimitEntries(rows, kPieceEntries);
+    KVOSrvBlockCut const columns = sameStore ? KVOSrvBlockCut::Whole(c1 - c0 + 1, 0)
+                                             : KVOSrvBlockCut::AtChunks(c1 - c0 + 1, dest.m_columnCut.perBlock, dest.m_columnCut.offset);
+    DenseTiles::Limit const limit =
+        sameStore ? DenseTiles::Limit{rows.MaxNumberInBlock(), columns.size} : LimitEntries(rows, kPieceEntries);
     Piece const piece = PieceFor(rows, columns, limit);
     ForEachTile(rows, columns, limit, [&](Window const& w) {
         piece.Read(*this, {w.r0 + r0, w.r1 + r0, w.c0 + c0, w.c1 + c0});
@@ -217,17 +221,23 @@ void KVOSrvDenseMatrix::CopyRowsToMemory(int const* rowMap, int n, KVOSrvMatrix&
     Require(n >= 0 && std::int64_t{n} * columns <= out.AddressableEntries(), "CopyRowsToMemory");
     Require(rows == 0 || (rowMap != nullptr && std::all_of(rowMap, rowMap + rows, [n](int row) { return row >= 0 && row < n; })),
             "CopyRowsToMemory");
-    std::fill_n(out.Values(), std::int64_t{n} * columns, 0.0);
     KVOSrvBlockCut const rowCut = m_rowCut.Stored(), columnCut = m_columnCut.Stored();
     DenseTiles::Limit const limit = LimitEntries(rowCut, kCacheEntries);
     Piece const piece = PieceFor(rowCut, columnCut, limit);
+    bool cleared = false; // only after a first successful reading, so that a matrix that cannot be read changes nothing
+    auto const clear = [&] {
+        if (!std::exchange(cleared, true))
+            std::fill_n(out.Values(), std::int64_t{n} * columns, 0.0);
+    };
     ForEachTile(rowCut, columnCut, limit, [&](Window const& w) {
         piece.Read(*this, w);
+        clear();
         double const* value = piece.Values();
         for (int j = w.c0; j <= w.c1; ++j)
             for (int i = w.r0; i <= w.r1; ++i)
                 out.Values()[rowMap[i] + std::int64_t{n} * j] = *value++;
     });
+    clear();
 }
 
 void KVOSrvDenseMatrix::CopyValues(KVOSrvDenseMatrix const* src)
@@ -276,7 +286,8 @@ void KVOSrvDenseMatrix::AddAssign(KVOSrvDenseMatrix const& other)
     // Views of one store may overlap.
     bool const sameStore = !IsNull() && DistributionID() == other.DistributionID();
     KVOSrvBlockCut const rows = m_rowCut.Stored(), columns = m_columnCut.Stored();
-    DenseTiles::Limit const limit = LimitEntries(rows, kCacheEntries);
+    DenseTiles::Limit const limit =
+        sameStore ? DenseTiles::Limit{rows.MaxNumberInBlock(), columns.MaxNumberInBlock()} : LimitEntries(rows, kCacheEntries);
     Piece const sum = PieceFor(rows, columns, limit), addend = PieceFor(rows, columns, limit);
     ForEachTile(rows, columns, limit, [&](Window const& w) {
         double* const values = sameStore ? nullptr : ValuesInPlace(w.r0, w.r1, w.c0, w.c1);

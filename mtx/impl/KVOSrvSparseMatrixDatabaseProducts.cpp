@@ -102,9 +102,11 @@ private:
 void KVOSrvSparseMatrix::MultiplyDense(KVOSrvDenseMatrix const& X, KVOSrvDenseMatrix& Y, bool transpose) const
 {
     int const outRows = transpose ? m_columnCount : m_rowCount, inRows = transpose ? m_rowCount : m_columnCount;
-    Require(outRows >= 0 && inRows >= 0 && X.NumberOfRows() >= inRows, "MultiplyDense");
-    Require(Y.NumberOfRows() >= outRows && Y.NumberOfColumns() >= X.NumberOfColumns(), "MultiplyDense");
-    Require(&X == &Y || !X.Overlaps(Y), "MultiplyDense"); // X would be read after its values have been replaced
+    Require(outRows >= 0 && inRows >= 0, "MultiplyDense");
+    DenseSlabs::RequireReadable(inRows <= X.NumberOfRows());
+    DenseSlabs::RequireWritable(outRows <= Y.NumberOfRows() && X.NumberOfColumns() <= Y.NumberOfColumns());
+    // A block of columns is read before it is replaced, but another one must not be replaced before it is read.
+    Require(!X.Overlaps(Y) || X.StoredColumnBlocks().offset == Y.StoredColumnBlocks().offset, "MultiplyDense");
     Walk const blocks(X.StoredColumnBlocks());
     int const extraRows = Y.NumberOfRows() - outRows;
     Slab const input(std::int64_t{inRows} * blocks.MaxCount()), output(std::int64_t{outRows} * blocks.MaxCount());
@@ -124,11 +126,12 @@ void KVOSrvSparseMatrix::MultiplyDense(KVOSrvDenseMatrix const& X, double* y, bo
     if (m_diagonal != nullptr)
         KVOSrvMtxNoSymmetricTrue("MultiplyDense").Throw(kSource, __LINE__);
     int const outRows = transpose ? m_columnCount : m_rowCount, inRows = transpose ? m_rowCount : m_columnCount;
-    Require(outRows >= 0 && inRows >= 0 && X.NumberOfRows() >= inRows, "MultiplyDense");
+    Require(outRows >= 0 && inRows >= 0, "MultiplyDense");
     Require(y != nullptr || outRows == 0 || X.NumberOfColumns() == 0, "MultiplyDense");
     int count = 0;
     unsigned* const rows = transpose ? FindNontrivialRows(count) : FindNontrivialColumns(count);
     RowList const list(rows, count);
+    DenseSlabs::RequireReadable(count == 0 || rows[count - 1] < static_cast<unsigned>(X.NumberOfRows()));
     Walk const blocks(X.StoredColumnBlocks());
     Gatherer const gather(X, list, blocks.MaxCount());
     auto const announce = [&](Span columns) {

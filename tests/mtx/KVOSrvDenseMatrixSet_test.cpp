@@ -63,6 +63,17 @@ TEST(KVOSrvDenseMatrixSet, RefusesWhatDoesNotFit)
     ExpectRefused("TransposeMultiply", small, [&] { set.TransposeMultiply(&b, small, 1); });
     ExpectRefused("TransposeMultiply", symmetricWidth, [&] { mixedSet.TransposeMultiply(&a, symmetricWidth, 1); });
     ExpectRefused("TransposeMultiply", c, [&] { set.TransposeMultiply(&b, &a, 0); });
+
+    KVOSrvDenseMatrix const* longer[] = {&other, &a};
+    Dense const first = Randomize(other), second = Randomize(a), factor = Randomize(b);
+    KVOSrvMatrix product = RandomMatrix(4, 3);
+    KVOSrvDenseMatrixSet(longer, 2).TransposeMultiply(&b, product, 0); // rows that the first member lacks take no part
+    ExpectElements(product, [&](int i, int j) {
+        double sum = 0;
+        for (int k = 0; k < 5; ++k)
+            sum += (i < 2 ? first.At(k, i) : second.At(k, i - 2)) * factor.At(k, j);
+        return Expected(sum, 1e-14);
+    });
 }
 
 } // namespace

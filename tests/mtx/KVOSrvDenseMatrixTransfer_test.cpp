@@ -262,6 +262,23 @@ TEST(KVOSrvDenseMatrixTransfer, WholeMatrixOperationsOnRandomViews)
 }
 
 // Chunks of 2 MiB, which are worked on where they are once they have been used, beside edge chunks, which are copied.
+// A part is read before it is written: a block row by GetSubmatrix, a block by AddAssign.
+TEST(KVOSrvDenseMatrixTransfer, ViewsThatOverlapAreTakenPartByPart)
+{
+    TestDatabase const database;
+    KVOSrvDenseMatrix matrix(database.Matrix(2, 10, 2, 4)), large(database.Matrix(512, 600, 512, 512));
+    Dense tens = Filled(2, 10, [](int, int j) { return 10.0 * j; }), ones = Filled(512, 600, [](int, int) { return 1.0; });
+    matrix.SetRows(0, 1, InCore(tens));
+    std::unique_ptr<KVOSrvDenseMatrix> const right(matrix.Submatrix(0, 1, 2, 9));
+    matrix.GetSubmatrix(*right, 0, 1, 0, 7);
+    ExpectContent(matrix, [](int, int j) { return Expected(10.0 * (j < 2 ? j : j - 2), 0.0); });
+
+    large.SetRows(0, 511, InCore(ones));
+    std::unique_ptr<KVOSrvDenseMatrix> const left(large.Submatrix(0, 511, 0, 501)), shifted(large.Submatrix(0, 511, 10, 511));
+    shifted->AddAssign(*left);
+    ExpectContent(large, [](int, int j) { return Expected(j < 10 || j > 511 ? 1.0 : 2.0, 0.0); });
+}
+
 TEST(KVOSrvDenseMatrixTransfer, WholeMatrixOperationsWhereTheValuesAre)
 {
     constexpr int kOrder = 1100, kChunk = 512;

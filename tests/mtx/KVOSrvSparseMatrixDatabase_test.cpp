@@ -180,16 +180,15 @@ TEST(KVOSrvSparseMatrixDatabase, RefusesProductsThatDoNotFit)
         store(database.Matrix(12, 5, 4, 4));
     KVOSrvMatrix values = RandomMatrix(4, 5);
     y.SetColumns(0, 4, values);
-    auto const refused = [&](auto const& run) { ExpectRefused("MultiplyDense", values, run); };
-    refused([&] { a->MultiplyDense(small, y, true); });
-    refused([&] { a->MultiplyDense(x, small, true); });
-    refused([&] { a->MultiplyDense(x, *std::unique_ptr<KVOSrvDenseMatrix>(y.Submatrix(0, 3, 0, 3)), true); });
-    refused([&] { a->MultiplyDense(small, values.Values(), true); });
-    std::unique_ptr<KVOSrvDenseMatrix> const upper(store.Submatrix(0, 5, 0, 4)), lower(store.Submatrix(4, 9, 0, 4));
-    refused([&] { a->MultiplyDense(*upper, *lower, true); });
+    Snapshot const before(values);
+    EXPECT_THROW(a->MultiplyDense(small, y, true), KVOSrvMtxInvalidGetRange);
+    EXPECT_THROW(a->MultiplyDense(x, small, true), KVOSrvMtxInvalidSetRange);
+    EXPECT_THROW(a->MultiplyDense(x, *std::unique_ptr<KVOSrvDenseMatrix>(y.Submatrix(0, 3, 0, 3)), true), KVOSrvMtxInvalidSetRange);
+    EXPECT_THROW(a->MultiplyDense(small, values.Values(), true), KVOSrvMtxInvalidGetRange);
+    std::unique_ptr<KVOSrvDenseMatrix> const left(store.Submatrix(0, 5, 0, 3)), right(store.Submatrix(4, 9, 1, 4));
+    ExpectRefused("MultiplyDense", values, [&] { a->MultiplyDense(*left, *right, true); });
     ExpectContent(y, Dense(values));
 
-    Snapshot const before(values);
     EXPECT_THROW(a->MultiplyDense(x, values.Values(), false), KVOSrvMtxNoTranspose);
     before.ExpectUnchanged();
 }
