@@ -51,9 +51,9 @@ public:
     virtual KVOSrvDenseMatrix* Submatrix(int r0, int r1, int c0, int c1);
 
     /// @name Products
-    /// Small slabs are multiplied in one call of DGEMM; slabs of more than 2 MiB may be cut, and sums are then formed block by block in order.
-    /// Where the rows of a stored operand do not suffice, KVOSrvMtxInvalidGetRange or KVOSrvMtxInvalidSetRange is thrown as by the transfer,
-    /// and KVOSrvMtxIllegalInput for other operands that do not fit; nothing is changed then.
+    /// Small slabs are multiplied in one call of DGEMM; slabs of more than 2 MiB may be cut, and sums are then formed block by block in
+    /// order. Where the rows of a stored operand do not suffice, KVOSrvMtxInvalidGetRange or KVOSrvMtxInvalidSetRange is thrown as by the
+    /// transfer, and KVOSrvMtxIllegalInput for other operands that do not fit; nothing is changed then.
     /// @{
 
     /// y += A x for k vectors. @param x  columns x k @param y  rows x k, not cleared, deliberately: callers pass a prepared y

@@ -164,6 +164,7 @@ void ResidentMemory(benchmark::State& state)
             if (!(block == 2.0 * (r0 + 1e-5 * c0)))
                 throw std::runtime_error("wrong result");
         });
+        state.counters["blocks_RssFile_MiB"] = mapped;
         for (int r = 50; r + 100 <= kOrder; r += 1000)
             for (int c = 0; c < kOrder; c += kChunk) {
                 matrix.GetValues(r, r + 99, c, c + kChunk - 1, block);

@@ -121,7 +121,7 @@ void DataPath::ReadPiece(MappedCopies& copies, ChunkPiece const& piece, StridedR
         return CopyToSecond(runs.Repeating(0), access.Initial(m_dataset.Shape().initialValue, m_valueBytes, runs.runBytes), buffer);
     std::uint64_t const offset = place.address + static_cast<std::uint64_t>(piece.chunkOffset) * m_valueBytes;
     if (runs.IsOneRun() && runs.runBytes >= kDirectBytes)
-        return access.ReadMany(offset, buffer, runs.runBytes, m_cacheBytes);
+        return access.ReadMany(offset, buffer, runs.runBytes, BytesToKeep());
     if (access.ForReading(offset, static_cast<std::uint64_t>(runs.Span(0)), m_cacheBytes) != nullptr)
         return copies.Add(runs, offset, nullptr, buffer);
     runs.ForEachRun([&](std::int64_t inFile, std::int64_t inBuffer) {
@@ -152,7 +152,7 @@ void DataPath::WritePiece(MappedCopies& copies, ChunkPiece const& piece, ChunkPl
     FileAccess& access = copies.access;
     std::uint64_t const offset = place.address + static_cast<std::uint64_t>(piece.chunkOffset) * m_valueBytes;
     if (runs.IsOneRun() && runs.runBytes >= kDirectBytes)
-        return access.WriteMany(offset, buffer, runs.runBytes, MayWriteMapped(access, piece.chunk, place), m_cacheBytes);
+        return access.WriteMany(offset, buffer, runs.runBytes, MayWriteMapped(access, piece.chunk, place), BytesToKeep());
     if (MayWriteMapped(access, piece.chunk, place) &&
         access.ForWriting(offset, static_cast<std::uint64_t>(runs.Span(0)), m_cacheBytes) != nullptr)
         return copies.Add(runs, offset, buffer, nullptr);
@@ -161,12 +161,21 @@ void DataPath::WritePiece(MappedCopies& copies, ChunkPiece const& piece, ChunkPl
     });
 }
 
+// Of a drawer larger than the memory for it, blocks that were kept would only drive out others that are used again no later.
+std::uint64_t DataPath::BytesToKeep() const noexcept
+{
+    std::uint64_t bytes = m_valueBytes;
+    for (std::int64_t const size : m_dataset.Shape().sizes)
+        bytes *= static_cast<std::uint64_t>(size);
+    return bytes <= m_cacheBytes ? m_cacheBytes : 0;
+}
+
 void* DataPath::InPlace(std::span<Range const> ranges, bool toWrite)
 {
     FileAccess& access = FileAccess::Of(m_file);
     return FindInPlace(ranges, [&](std::int64_t chunk, ChunkPlace& place, std::uint64_t offset, std::uint64_t bytes) {
         bool const may = !toWrite || MayWriteMapped(access, chunk, place);
-        return may ? access.InPlace(offset, bytes, m_cacheBytes, toWrite) : nullptr;
+        return may ? access.InPlace(offset, bytes, BytesToKeep(), toWrite) : nullptr;
     });
 }
 
@@ -174,7 +183,7 @@ void const* DataPath::FetchInPlace(std::span<Range const> ranges)
 {
     FileAccess& access = FileAccess::Of(m_file);
     return FindInPlace(ranges, [&](std::int64_t, ChunkPlace const&, std::uint64_t offset, std::uint64_t bytes) {
-        return access.Fetched(offset, bytes, m_cacheBytes);
+        return access.Fetched(offset, bytes, m_cacheBytes, BytesToKeep() == 0);
     });
 }
 

@@ -44,6 +44,7 @@ private:
     void WriteNewChunk(MappedCopies& copies, ChunkPiece const& piece, StridedRuns const& runs, std::byte const* buffer);
     void CreateChunk(ChunkPiece const& piece, std::byte const* values);
     void ForgetFailedChunk(ChunkPiece const& failed);
+    std::uint64_t BytesToKeep() const noexcept;
     template<class Find>
     void* FindInPlace(std::span<Range const> ranges, Find const& find);
     bool MayWriteMapped(FileAccess const& access, std::int64_t chunk, ChunkPlace& place);

@@ -127,7 +127,7 @@ void FileAccess::WriteMany(std::uint64_t offset, std::byte const* source, std::s
 
 std::byte* FileAccess::InPlace(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes, bool toWrite) noexcept
 {
-    bool settled = bytes <= FileMapping::kPassing / 4 && (!toWrite || m_writesMapped); // two such parts are in use at a time
+    bool settled = !toWrite || m_writesMapped;
     ForEachRegion(offset, bytes, [&](std::uint64_t at, std::size_t count) {
         settled = settled && m_mapping.Settled(at, count, residentBytes, toWrite) != nullptr;
     });

@@ -35,9 +35,10 @@ public:
     std::byte* InPlace(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes, bool toWrite) noexcept;
 
     /// The bytes themselves, to be read, in memory: what is not is read from the disk first. Null where the system cannot, or the disk.
-    std::byte* Fetched(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept
+    /// @param passing  part of more than can stay
+    std::byte* Fetched(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes, bool passing) noexcept
     {
-        return m_mapping.Fetched(offset, bytes, residentBytes);
+        return m_mapping.Fetched(offset, bytes, residentBytes, passing);
     }
 
     /// The mapped bytes, to be read; null when they can only be read by Read().

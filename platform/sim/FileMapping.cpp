@@ -116,14 +116,24 @@ void FileMapping::DropAll() noexcept
     m_passingCount = 0;
 }
 
-// Counts the region, which becomes resident now, and lets older ones go for it.
-void FileMapping::AddPassing(std::uint64_t region, std::uint64_t residentBytes) noexcept
+// Counts the regions that become resident now, and lets older ones go for them.
+bool FileMapping::LetPass(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept
 {
-    std::uint64_t const room = std::min(kPassing, residentBytes) / kRegion;
-    while (m_passingCount > 0 && m_passingCount >= room)
-        DropOldestPassing();
-    m_passing[(m_oldestPassing + m_passingCount++) % m_passing.size()] = region;
-    m_touchedBytes += kRegion;
+    std::uint64_t const first = offset >> kRegionShift, end = (offset + bytes + kRegion - 1) >> kRegionShift;
+    if (!KnowRegions(end))
+        return false;
+    if (m_touchedBytes + (end - first) * kRegion > residentBytes + m_passingCount * kRegion)
+        DropAll();
+    for (std::uint64_t region = first; region < end; ++region) {
+        if (m_regions[region] >= Residence::Touched)
+            continue;
+        while (m_passingCount > 0 && (m_passingCount == m_passing.size() || m_touchedBytes + kRegion > residentBytes))
+            DropOldestPassing();
+        m_passing[(m_oldestPassing + m_passingCount++) % m_passing.size()] = region;
+        m_regions[region] = Residence::Touched;
+        m_touchedBytes += kRegion;
+    }
+    return true;
 }
 
 void FileMapping::DropOldestPassing() noexcept
@@ -139,7 +149,7 @@ void FileMapping::DropOldestPassing() noexcept
 std::byte* FileMapping::Settled(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes, bool toWrite) noexcept
 {
     std::uint64_t const region = offset >> kRegionShift;
-    if (!Reaches(offset, bytes) || !Grow(offset + bytes) || !KnowRegions(region + 1))
+    if (residentBytes == 0 || !Reaches(offset, bytes) || !Grow(offset + bytes) || !KnowRegions(region + 1))
         return nullptr;
     // Most matrices are written, then read, once: their pages would come into the process's memory for nothing.
     if (m_regions[region] == Residence::None || !IsCached(offset, bytes) ||
@@ -161,10 +171,10 @@ void FileMapping::MarkUsed(std::uint64_t offset) noexcept
 bool FileMapping::Settle(std::uint64_t region, std::uint64_t residentBytes) noexcept
 {
     constexpr std::uint64_t kPatience = 4;
-    bool const touched = m_regions[region] == Residence::Touched;
-    while (!touched && m_passingCount > 0 && m_touchedBytes + kRegion > residentBytes)
+    std::uint64_t const added = m_regions[region] == Residence::Touched ? 0 : kRegion;
+    while (m_passingCount > 0 && added > 0 && m_touchedBytes + added > residentBytes)
         DropOldestPassing();
-    if (!touched && m_touchedBytes + kRegion > residentBytes) {
+    if (m_touchedBytes + added > residentBytes) {
         m_refusedBytes += kRegion;
         if (m_refusedBytes > kPatience * residentBytes)
             DropAll();
@@ -176,28 +186,20 @@ bool FileMapping::Settle(std::uint64_t region, std::uint64_t residentBytes) noex
     long const before = Faults();
     if (!Advise(offset, bytes, kPopulateRead))
         return false;
-    bool const large = bytes == kRegion && Faults() - before == 1;
-    m_regions[region] = large ? Residence::LargePage : Residence::Pages;
-    if (large && !touched)
-        AddPassing(region, residentBytes);
-    else if (!touched)
-        m_touchedBytes += kRegion;
+    m_regions[region] = bytes == kRegion && Faults() - before == 1 ? Residence::LargePage : Residence::Pages;
+    m_touchedBytes += added;
     return true;
 }
 
-std::byte* FileMapping::Fetched(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept
+std::byte* FileMapping::Fetched(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes, bool passing) noexcept
 {
-    if (bytes > std::min(kPassing, residentBytes) / 2 || !Reaches(offset, bytes) || !Grow(offset + bytes) ||
-        !KnowRegions((offset + bytes + kRegion - 1) >> kRegionShift))
+    std::uint64_t const room = passing ? std::min(kPassing, residentBytes) : residentBytes;
+    if (bytes > room || (passing && bytes + kRegion > room) || !Reaches(offset, bytes) || !Grow(offset + bytes))
         return nullptr;
-    if (m_touchedBytes + bytes + kRegion > residentBytes)
-        DropAll();
+    if (passing ? !LetPass(offset, bytes, residentBytes) : !KeepResident(offset, bytes, residentBytes))
+        return nullptr;
     for (std::uint64_t at = offset, end = offset + bytes; at < end;) {
         std::uint64_t const region = at >> kRegionShift, next = std::min(end, (region + 1) << kRegionShift);
-        if (m_regions[region] < Residence::Touched) {
-            AddPassing(region, residentBytes);
-            m_regions[region] = Residence::Touched;
-        }
         if (!IsCached(at, next - at))
             ReadLargePage(region);
         at = next;

@@ -13,8 +13,7 @@ namespace simdb
 /// Invariants:
 /// 1. Only bytes in front of the file's end are handed out: behind it, a touch is a signal.
 /// 2. It is at most `residentBytes` (as told with each use) that stay in the process's memory, in steps of kRegion, and at most kPassing
-///    of what is walked through: parts that were fetched or are large pages, which cost next to nothing to map again. The pages that
-///    leave stay in the system's cache.
+///    of what is only walked through. The pages that leave stay in the system's cache.
 class FileMapping
 {
 public:
@@ -28,13 +27,14 @@ public:
     /// shorter or the system refuses.
     std::byte* Bytes(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept;
     /// The same for a part of one region that a call could move as well; null where the call is better: before the second use of the
-    /// region, when touching it might wait for the disk or fail, when it would make another part leave the memory, and, for writing, when
+    /// region, when touching it might wait for the disk or fail, when it would make another part leave the memory (always for a
+    /// `residentBytes` of 0), and, for writing, when
     /// the system does not map the region as one page (page by page it takes 13 times as long as the call once the pages have been written
     /// back).
     std::byte* Settled(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes, bool toWrite) noexcept;
     /// The same as Bytes(), with the bytes in memory: what the system's cache does not have is read from the disk, in large pages where the
-    /// system can. Null also where that fails, and for more bytes than half of what may stay.
-    std::byte* Fetched(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept;
+    /// system can. Null also where that fails, and for more bytes than may stay. @param passing  part of more than can stay
+    std::byte* Fetched(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes, bool passing) noexcept;
     /// Tells of a use of a part of one region that a call served.
     void MarkUsed(std::uint64_t offset) noexcept;
     /// The same as Bytes() without a check, for a part that was handed out before: it moves when the mapping grows.
@@ -63,7 +63,7 @@ private:
     bool IsCached(std::uint64_t offset, std::uint64_t bytes) const noexcept;
     void ReadLargePage(std::uint64_t region) const noexcept;
     bool Advise(std::uint64_t offset, std::uint64_t bytes, int advice) const noexcept;
-    void AddPassing(std::uint64_t region, std::uint64_t residentBytes) noexcept;
+    bool LetPass(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept;
     void DropOldestPassing() noexcept;
     void DropAll() noexcept;
 
