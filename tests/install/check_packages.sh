@@ -23,7 +23,7 @@ expect() { # TEXT PATTERN WHAT
 version=$(dpkg-deb -f "$packages"/kvomtx_*.deb Version)
 major=${version%%.*} library_version=${version%-*}
 runtime=libkvomtxlinearalgebra$major development=libkvomtxlinearalgebra-dev tools=kvomtx
-lib=usr/lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)
+lib=usr/lib
 names=$(for deb in "$packages"/*.deb; do dpkg-deb -f "$deb" Package; done)
 [ "$names" = "$(printf '%s\n' "$tools" "$development" "$runtime" | sort)" ] || fail "other packages than the three: $names"
 
