@@ -62,7 +62,8 @@ contains
         integer(c_int) :: block_size
         block_size = BLAC_ILAENV(1_c_int, 'DGETRF', ' ', 500_c_int, 500_c_int, -1_c_int, -1_c_int, 6_c_size_t, 1_c_size_t)
         call check(block_size > 1, 'ILAENV')
-        call check(BLAC_LSAME('u', 'U') /= 0 .and. BLAC_LSAME('U', 'L') == 0, 'LSAME')
+        call check(BLAC_LSAME('u', 'U') /= 0, 'LSAME of equal letters')
+        call check(BLAC_LSAME('U', 'L') == 0, 'LSAME of others')
         call check(BLAC_HDMCON(12_c_int) == acos(-1.0_c_double), 'HDMCON')
         call check(BLAC_DLAMCH('P') == eps, 'DLAMCH')
     end subroutine environment
