@@ -189,15 +189,15 @@ public:
     ///
     /// @param[out] pivots  NumberOfRows() integers, LAPACK's 1-based pivots; not written for a diagonal matrix
     /// @throws KVOSrvMtxDivByZero at a zero entry of a diagonal matrix; the entries before it are inverted
-    /// @throws KVOSrvMtxIllegalInput "Factorize" if a matrix declared symmetric is not square, or LAPACK refuses an argument
+    /// @throws KVOSrvMtxIllegalInput "Factorize" if a matrix declared symmetric has fewer columns than rows, or LAPACK refuses an argument
     void Factorize(int* pivots);
     /// Solves A X = rhs, or A^T X = rhs, with the factors of Factorize(); X overwrites `rhs`.
     ///
     /// @param pivots        those of Factorize(); not read for a diagonal matrix
     /// @param[in,out] rhs   full, as many rows as this matrix; its number of rows is not checked
     /// @param transposed    solve with A^T; without effect for a symmetric or diagonal matrix
-    /// @throws KVOSrvMtxIllegalInput "ForwardBackwardPass" if this matrix is not square, `rhs` was allocated as diagonal, or LAPACK refuses
-    ///         an argument
+    /// @throws KVOSrvMtxIllegalInput "ForwardBackwardPass" if this matrix has fewer columns than rows, `rhs` was allocated as diagonal, or
+    ///         LAPACK refuses an argument
     void ForwardBackwardPass(int const* pivots, KVOSrvMatrix& rhs, bool transposed) const;
     /// Solves A x = lambda B x for all n eigenpairs (DSYGV), A being this matrix, B symmetric positive definite. A and B stay as they are.
     ///

@@ -66,7 +66,8 @@ public:
     /// True when the matrix equals its transpose: as many entries above as below the diagonal, and for every entry b below it an entry
     /// a at the mirrored place with |(a - b) / a| <= 1e-16 (|a - b| where a is 0). Column indices must ascend within the rows.
     ///
-    /// The verdict is kept until the next AddData() or import. It changes no storage: full storage stays full.
+    /// The verdict is kept until entries are added, moved or replaced: by AddData(), Subtract(), a permutation or an import. Setting
+    /// columns to zero and dropping trivial ones keeps it. It changes no storage: full storage stays full.
     bool IsSymmetric() const;
 
     /// All entries of the matrix, a half-stored one in full: for each row i first (i, i, diagonal), then for each stored entry (i, c)

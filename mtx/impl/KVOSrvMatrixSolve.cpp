@@ -35,7 +35,7 @@ void KVOSrvMatrix::Factorize(int* pivots)
     int const lda = LeadingDimension(m_rows);
     int info = 0;
     if (m_symmetric) {
-        Require(IsSquare(), "Factorize");
+        Require(m_columns >= m_rows, "Factorize");
         int const lwork = LapackWorkspace::Size(std::int64_t{m_rows} * m_rows);
         ValueArray const work = AllocateValues(lwork);
         BLAC_DSYTRF("L", &m_rows, m_values, &lda, pivots, work.get(), &lwork, &info);
@@ -56,7 +56,8 @@ void KVOSrvMatrix::InvertDiagonal()
 
 void KVOSrvMatrix::ForwardBackwardPass(int const* pivots, KVOSrvMatrix& rhs, bool transposed) const
 {
-    Require(IsSquare() && !rhs.IsAllocatedAsDiagonal(), "ForwardBackwardPass");
+    // The leading square is solved with; of fewer columns than rows there is none.
+    Require(m_columns >= m_rows && !rhs.IsAllocatedAsDiagonal(), "ForwardBackwardPass");
     int const nrhs = rhs.m_columns;
     if (m_diagonal) {
         for (int j = 0; j < nrhs; ++j)

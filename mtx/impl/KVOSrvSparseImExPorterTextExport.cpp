@@ -4,6 +4,7 @@
 #include "MatrixFiles.h"
 #include "MatrixText.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -57,6 +58,17 @@ private:
     char m_firstText[12];
 };
 
+// One more than the largest number of a row that holds an entry or, where columns are degrees of freedom too, of a column.
+template<class Rows>
+int DofsInUse(Rows const& rows, int rowCount, int const* columns)
+{
+    int count = 0;
+    for (int i = 0; i < rowCount; ++i)
+        for (std::int64_t k = rows.Begin(i); k < rows.End(i); ++k)
+            count = std::max({count, i + 1, columns != nullptr ? columns[k] + 1 : 0});
+    return count;
+}
+
 } // namespace
 
 // "%ld %ld %18.15le\n", 1-based. A half-stored matrix is written in full, its diagonal first.
@@ -81,15 +93,16 @@ void KVOSrvSparseImExPorter::ExportTriplets(KVOSrvSparseMatrix const& matrix, ch
 // column and 0. Deliberate: of a half-stored matrix neither the diagonal nor the mirrored entries are written.
 void KVOSrvSparseImExPorter::ExportNodesAndDofs(KVOSrvSparseMatrix const& matrix, char const* path, KVOFsmSystemDofDefinition const* dofs)
 {
-    if (dofs == nullptr || dofs->NumberOfDofs() < matrix.m_rowCount)
+    bool const square = matrix.m_rowCount == matrix.m_columnCount;
+    Rows const rows(matrix);
+    if (dofs == nullptr || dofs->NumberOfDofs() < DofsInUse(rows, matrix.m_rowCount, square ? matrix.m_columnIndices.get() : nullptr))
         KVOSrvMtxUnsupportedExpFmt().Throw(kSource, __LINE__);
 
     TextOutput file(path);
-    bool const square = matrix.m_rowCount == matrix.m_columnCount;
-    Rows const rows(matrix);
     for (int i = 0; i < matrix.m_rowCount; ++i) {
-        int node, dof;
-        dofs->NodeDofFromSolverDof(i, node, dof);
+        int node = 0, dof = 0;
+        if (rows.Begin(i) < rows.End(i))
+            dofs->NodeDofFromSolverDof(i, node, dof);
         for (std::int64_t k = rows.Begin(i); k < rows.End(i); ++k) {
             int columnNode = matrix.m_columnIndices[k], columnDof = 0;
             if (square)

@@ -127,7 +127,7 @@ void KVOSrvSparseMatrix::MultiplyDense(KVOSrvDenseMatrix const& X, double* y, bo
         KVOSrvMtxNoSymmetricTrue("MultiplyDense").Throw(kSource, __LINE__);
     int const outRows = transpose ? m_columnCount : m_rowCount, inRows = transpose ? m_rowCount : m_columnCount;
     Require(outRows >= 0 && inRows >= 0, "MultiplyDense");
-    Require(y != nullptr || outRows == 0 || X.NumberOfColumns() == 0, "MultiplyDense");
+    Require(!transpose || y != nullptr || outRows == 0 || X.NumberOfColumns() == 0, "MultiplyDense");
     int count = 0;
     unsigned* const rows = transpose ? FindNontrivialRows(count) : FindNontrivialColumns(count);
     RowList const list(rows, count);

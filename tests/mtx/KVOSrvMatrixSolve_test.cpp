@@ -83,10 +83,10 @@ TEST(KVOSrvMatrixSolve, RefusesIllegalInput)
     KVOSrvMatrix a = RandomSymmetric(3, 0.0), b = RandomPositive(3), wide = RandomMatrix(3, 4), larger = RandomPositive(4);
     KVOSrvMatrix values = RandomMatrix(3, 1), vectors = RandomMatrix(3, 3), noColumns = RandomMatrix(3, 0), almost(a), notANumber(b);
     KVOSrvMatrix diagonal = RandomMatrix(3, 3, kDiagonal), wrongValues = RandomMatrix(2, 2), empty = RandomMatrix(0, 0);
-    GuardedMatrix wideSymmetric(3, 4, kSymmetric);
+    GuardedMatrix highSymmetric(4, 3, kSymmetric);
     int pivots[4] = {1, 2, 3, 4};
-    ExpectRefused("Factorize", wideSymmetric.matrix, [&] { wideSymmetric.matrix.Factorize(pivots); });
-    ExpectRefused("ForwardBackwardPass", a, [&] { wideSymmetric.matrix.ForwardBackwardPass(pivots, a, false); });
+    ExpectRefused("Factorize", highSymmetric.matrix, [&] { highSymmetric.matrix.Factorize(pivots); });
+    ExpectRefused("ForwardBackwardPass", a, [&] { highSymmetric.matrix.ForwardBackwardPass(pivots, a, false); });
     ExpectRefused("ForwardBackwardPass", diagonal, [&] { a.ForwardBackwardPass(pivots, diagonal, false); });
 
     almost.Values()[2] = std::nextafter(almost.Values()[2], 2.0);

@@ -54,6 +54,11 @@ TEST_F(KVOSrvSparseBinaryFiles, WritesChunksAndReadsThemBack)
                     item = {0, 0.0};
         EXPECT_EQ(again.NumberOfNonzeros(), static_cast<int>(items) + half.Size());
         EXPECT_TRUE(ContentOf(again).entries == half.Entries());
+        // The padding that this reader leaves unread may be missing as a whole.
+        file.resize(half.File().size() - (items % kChunk != 0 ? (kChunk - items % kChunk) * 8 : kChunk * 12));
+        ExpectRefused(file + '\0', 6);
+        Import(matrix, file, 6);
+        EXPECT_TRUE(ContentOf(matrix) == ContentOf(again));
         Import(matrix, Export(again, 6), 6); // counts the diagonal, but writes by the row starts
         EXPECT_EQ(matrix.NumberOfNonzeros(), again.NumberOfNonzeros());
     }

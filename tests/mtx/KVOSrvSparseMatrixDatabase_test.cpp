@@ -189,7 +189,8 @@ TEST(KVOSrvSparseMatrixDatabase, RefusesProductsThatDoNotFit)
     ExpectRefused("MultiplyDense", values, [&] { a->MultiplyDense(*left, *right, true); });
     ExpectContent(y, Dense(values));
 
-    EXPECT_THROW(a->MultiplyDense(x, values.Values(), false), KVOSrvMtxNoTranspose);
+    for (double* const target : {values.Values(), static_cast<double*>(nullptr)})
+        EXPECT_THROW(a->MultiplyDense(x, target, false), KVOSrvMtxNoTranspose);
     before.ExpectUnchanged();
 }
 

@@ -202,9 +202,17 @@ TEST_F(KVOSrvSparseTextFiles, NamesNodeAndDofOfColumnsOnlyInASquareMatrix)
     wide.Export(m_path.c_str(), 4, &definition);
     EXPECT_EQ(ReadFile(m_path), "30,3,1,0,-1.500000000000000e+00\n");
 
+    KVOSrvSparseMatrix last(3, 3); // its last unknown takes part in no entry, and then as a column
+    last.AddData(0, 1, 2.0);
+    last.EndAssembly();
+    last.Export(m_path.c_str(), 4, &tooSmall);
+    EXPECT_EQ(ReadFile(m_path), "10,1,20,2,2.000000000000000e+00\n");
+    last.BeginAssembly();
+    last.AddData(0, 2, 2.0);
+    last.EndAssembly();
     for (KVOFsmSystemDofDefinition const* const missing : {static_cast<KVOFsmSystemDofDefinition const*>(nullptr), &tooSmall})
-        EXPECT_THROW(wide.Export(m_path.c_str(), 4, missing), KVOSrvMtxUnsupportedExpFmt);
-    EXPECT_EQ(ReadFile(m_path), "30,3,1,0,-1.500000000000000e+00\n"); // refused before the file is touched
+        EXPECT_THROW(last.Export(m_path.c_str(), 4, missing), KVOSrvMtxUnsupportedExpFmt);
+    EXPECT_EQ(ReadFile(m_path), "10,1,20,2,2.000000000000000e+00\n"); // refused before the file is touched
 }
 
 struct CommaDecimals : std::numpunct<char> {
