@@ -5,6 +5,9 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <memory>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <vector>
 
 namespace
 {
@@ -60,5 +63,39 @@ TEST(mem_Allocator, ReallocKeepsTheContentAlsoWhenItFails)
     }
     mem_Free(memory);
 }
+
+#ifndef __SANITIZE_ADDRESS__ // nothing is kept then
+// -1: not all of it is mapped.
+std::ptrdiff_t ResidentPages(void* memory, std::size_t bytes)
+{
+    std::vector<unsigned char> pages(bytes / static_cast<std::size_t>(sysconf(_SC_PAGESIZE)));
+    return mincore(memory, bytes, pages.data()) == 0 ? std::count(pages.begin(), pages.end(), 1) : -1;
+}
+
+TEST(mem_Allocator, KeepsReleasedLargeArraysForOthersOfTheirSize)
+{
+    constexpr std::size_t kBytes = std::size_t{64} << 20;
+    auto const filled = [](std::size_t bytes) {
+        void* const memory = mem_OperatorNewThrow(bytes);
+        std::memset(memory, 1, bytes);
+        return memory;
+    };
+    mem_Free(filled(kBytes));
+    std::size_t const smaller = kBytes - (std::size_t{4} << 20);
+    Memory again(mem_OperatorNewThrow(smaller)), another(mem_OperatorNewThrow(smaller));
+    EXPECT_EQ(ResidentPages(again.get(), smaller), smaller / static_cast<std::size_t>(sysconf(_SC_PAGESIZE)));
+    EXPECT_EQ(ResidentPages(another.get(), smaller), 0);
+
+    void* const kept = again.release();
+    mem_Free(kept);
+    EXPECT_GT(ResidentPages(kept, kBytes), 0);
+    Memory const ofOtherSize(mem_OperatorNewThrow(kBytes / 4)); // what does not fit goes back first
+    EXPECT_LE(ResidentPages(static_cast<char*>(kept) + kBytes / 2, kBytes / 2), 0);
+    std::size_t const hugeBytes = static_cast<std::size_t>(sysconf(_SC_PHYS_PAGES)) / 31 * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void* const huge = mem_OperatorNewThrow(hugeBytes);
+    mem_Free(huge);
+    EXPECT_EQ(ResidentPages(huge, hugeBytes), -1); // more than is kept
+}
+#endif
 
 } // namespace
