@@ -141,11 +141,12 @@ public:
 
     /// -1 when the stored matrix can grow along no dimension, its number (0 columns, 1 rows) when along one, 2 when along both.
     int ExtendableDim() const;
-    /// Appends `count` members with the given numbers to the columns (dim 0) or the rows (dim 1) of the stored matrix; the new values are
-    /// zero. Views made before keep their size.
+    /// Appends `count` members with the given numbers to the columns (dim 0) or the rows (dim 1; of a one-dimensional matrix dim 0, too) of
+    /// the stored matrix; the new values are zero. Views made before keep their size.
     /// @return 0 done; 1 this is a view; 2 there are no new members (count below 1, or null); 3 the matrix has no such dimension; 4 a
-    /// number is there already, or
-    ///         twice among the new ones. Nothing is changed but for 0, nor when an exception leaves
+    /// number
+    ///         is there already, or twice among the new ones. Nothing is changed but for 0, nor when an exception leaves
+    /// @throws KVOSimException if the database fails, or another object has extended the same stored matrix
     int ExtendDim(int dim, int count, int const* numbers);
     /// Tells the database how the matrix will be used, so that it can size its cache; the database caps the wish. Other values than the
     /// named ones change nothing.

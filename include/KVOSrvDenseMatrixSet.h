@@ -29,13 +29,14 @@ public:
     /// C := S^T B.
     /// @param C          full, of the sum of the members' columns x B's columns
     /// @param symmetric  not 0: the result is known to be symmetric; half of it is computed and mirrored
-    /// @throws KVOSrvMtxIllegalInput "TransposeMultiply" if the set is empty, B is null, or a member, B or C has other sizes; nothing is
-    ///         changed then
+    /// @throws KVOSrvMtxIllegalInput "TransposeMultiply" if the set is empty, B is null, or C has other sizes, KVOSrvMtxInvalidGetRange if
+    ///         B or a member has fewer rows than the first member; nothing is changed then
     /// @throws KVOSimException if the database fails; C holds the sum over some of the rows then
     virtual void TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvMatrix& C, int symmetric) const;
 
 private:
     bool FitsMembers() const;
+    void RequireRows(KVOSrvDenseMatrix const& B) const;
 
     KVOSrvDenseMatrix const** m_members;
     int m_numMembers;

@@ -2,6 +2,7 @@
 
 #include "KVOSimCSet.h"
 #include "KVOSimCollection.h"
+#include "KVOSimContext.h"
 #include "KVOSimException.h"
 #include "KVOSrvMatrixSupport.h"
 
@@ -64,6 +65,8 @@ KVOSimCSetID PartOfMembers(KVOSimCSetID const& stored, KVOSrvBlockCut const& cut
     if (set.Size() == cut.size)
         return stored;
     KVOSimArray<int> const members = set.OrderedMembers();
+    if (cut.offset < 0 || cut.offset > members.Size() - cut.size) // a view that leaves its matrix
+        KVOSrvMtxInvalidGetRange().Throw("mtx/impl/KVOSrvDenseMatrix", __LINE__);
     return KVOSimCollection(stored.CollectionID()).CreateTempOrderedCSet(members.begin() + cut.offset, cut.size);
 }
 
@@ -168,7 +171,8 @@ int KVOSrvDenseMatrix::ExtendDim(int dim, int count, int const* numbers)
         return 1;
     if (count <= 0 || numbers == nullptr)
         return 2;
-    KVOSimCSetID const& members = dim == 0 ? m_columnCSetID : m_rowCSetID;
+    // Of a single column the rows are the store's dimension 0, too.
+    KVOSimCSetID const& members = dim == 0 && !m_columnCSetID.IsNull() ? m_columnCSetID : m_rowCSetID;
     if (dim < 0 || dim > 1 || members.IsNull())
         return 3;
     if (RepeatMembers({}, {numbers, numbers + count}))
@@ -189,6 +193,11 @@ int KVOSrvDenseMatrix::ExtendDim(KVOSimCSetID const& newMembers)
     all.insert(all.end(), added.begin(), added.end());
 
     int const dim = columns ? 0 : RowDim(m_distribution);
+    // This object's members would be put where the other one's are.
+    if (FirstDrawer(m_distribution).dimensionSizes[dim] != (columns ? m_columnCut : m_rowCut).size)
+        KVOSimException("Cannot extend a matrix of the database", KVOSimContext(DistributionID().ContextID()).Path(),
+                        "it has been extended through another object; bind a new one to it")
+            .Throw("mtx/impl/KVOSrvDenseMatrix", __LINE__);
     auto const size = static_cast<int>(all.size());
     KVOSimCSetID const allMembers = KVOSimCollection(members.CollectionID()).CreateOrderedCSet(all.data(), size);
     std::unique_ptr<KVOSimTransfer> transfer = NewTransfer(m_distribution);

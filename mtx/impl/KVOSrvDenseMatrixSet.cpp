@@ -37,19 +37,26 @@ bool KVOSrvDenseMatrixSet::FitsMembers() const
     if (m_members == nullptr || m_numMembers < 1)
         return false;
     std::int64_t columns = 0;
-    for (int k = 0; k < m_numMembers; ++k) {
+    for (int k = 0; k < m_numMembers; ++k)
         columns += m_members[k]->NumberOfColumns();
-        if (m_members[k]->NumberOfRows() < m_numRows) // the rows that the first member lacks take no part
-            return false;
-    }
     return columns == m_numColumns;
+}
+
+// Rows that the first member lacks take no part.
+void KVOSrvDenseMatrixSet::RequireRows(KVOSrvDenseMatrix const& B) const
+{
+    RequireReadable(B.NumberOfRows() >= m_numRows);
+    for (int k = 0; k < m_numMembers; ++k)
+        RequireReadable(m_members[k]->NumberOfRows() >= m_numRows);
 }
 
 void KVOSrvDenseMatrixSet::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvDenseMatrix* C, int symmetric) const
 {
     RequireOfSet(FitsMembers() && B != nullptr && C != nullptr, "TransposeMultiply");
     int const n = B->NumberOfColumns();
-    RequireOfSet(B->NumberOfRows() >= m_numRows && C->NumberOfRows() == m_numColumns && C->NumberOfColumns() >= n, "TransposeMultiply");
+    RequireRows(*B);
+    RequireOfSet(C->NumberOfRows() == m_numColumns, "TransposeMultiply");
+    RequireWritable(C->NumberOfColumns() >= n);
     if (n == 0 || m_numColumns == 0)
         return;
     KVOSrvMatrix product(m_numColumns, n, nullptr, false, false);
@@ -61,7 +68,8 @@ void KVOSrvDenseMatrixSet::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvM
 {
     RequireOfSet(FitsMembers() && B != nullptr, "TransposeMultiply");
     int const n = B->NumberOfColumns();
-    RequireOfSet(B->NumberOfRows() >= m_numRows && IsFull(C, m_numColumns, n), "TransposeMultiply");
+    RequireRows(*B);
+    RequireOfSet(IsFull(C, m_numColumns, n), "TransposeMultiply");
     if (n == 0 || m_numColumns == 0)
         return;
     // 64 bits, because the products may exceed 32; the result does not depend on what comes out.

@@ -45,7 +45,8 @@ void AddBlock(double const* T, int rows, int columns, Result const& C)
 
 void KVOSrvDenseMatrix::Multiply(KVOSrvDenseMatrix const* B, double* C) const
 {
-    Require(B != nullptr && B->NumberOfRows() == NumberOfColumns(), "Multiply");
+    Require(B != nullptr, "Multiply");
+    RequireReadable(B->NumberOfRows() <= NumberOfColumns()); // the columns of A that have a row of B take part
     int const m = NumberOfRows(), p = B->NumberOfColumns();
     if (m == 0 || p == 0)
         return;
@@ -76,7 +77,8 @@ void KVOSrvDenseMatrix::Multiply(KVOSrvDenseMatrix const* B, double* C) const
 void KVOSrvDenseMatrix::Multiply(KVOSrvDenseMatrix const& B, KVOSrvDenseMatrix& C) const
 {
     int const m = NumberOfRows(), n = NumberOfColumns(), p = B.NumberOfColumns();
-    Require(B.NumberOfRows() == n && C.NumberOfRows() >= m && C.NumberOfColumns() >= p, "Multiply");
+    RequireReadable(B.NumberOfRows() >= n);
+    RequireWritable(C.NumberOfRows() >= m && C.NumberOfColumns() >= p);
     Require(!C.Overlaps(*this) && !C.Overlaps(B), "Multiply");
     if (m == 0 || p == 0)
         return;

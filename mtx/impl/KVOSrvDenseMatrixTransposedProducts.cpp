@@ -160,8 +160,9 @@ void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvDens
 {
     Require(B != nullptr && C != nullptr, "TransposeMultiply");
     int const p = B->NumberOfColumns();
-    Require(B->NumberOfRows() >= NumberOfRows() && C->NumberOfRows() == NumberOfColumns() && C->NumberOfColumns() >= p,
-            "TransposeMultiply");
+    RequireReadable(B->NumberOfRows() >= NumberOfRows());
+    Require(C->NumberOfRows() == NumberOfColumns(), "TransposeMultiply");
+    RequireWritable(C->NumberOfColumns() >= p);
     if (p == 0 || C->NumberOfRows() == 0)
         return;
     KVOSrvMatrix result(NumberOfColumns(), p, nullptr, false, false);
@@ -180,7 +181,8 @@ void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvMatr
 {
     Require(B != nullptr, "TransposeMultiply");
     int const p = B->NumberOfColumns();
-    Require(B->NumberOfRows() >= NumberOfRows() && IsFull(C, NumberOfColumns(), p), "TransposeMultiply");
+    RequireReadable(B->NumberOfRows() >= NumberOfRows());
+    Require(IsFull(C, NumberOfColumns(), p), "TransposeMultiply");
     KVOSrvBlockCut const rows = StoredRowBlocks();
     std::int64_t const blockRow = std::max(1, rows.MaxNumberInBlock()) * std::max<std::int64_t>(1, std::int64_t{p} + NumberOfColumns());
     Walk const passes(rows, std::min(BlockRowsPerPass(*this, B->NumberOfRows()), kPassEntries / blockRow));

@@ -178,6 +178,7 @@ std::shared_ptr<std::vector<int> const> Context::NumbersOf(MemberSet& set)
         std::iota(all->begin(), all->end(), 0);
         return all; // not kept: it is made in no time
     }
+    SilentErrors const silent;
     auto numbers = std::make_shared<std::vector<int> const>(m_tables->LoadNumbers(set.firstInFile, set.size));
     if (std::any_of(numbers->begin(), numbers->end(), [](int number) { return number < 0; }))
         ThrowDamaged("a negative member number in set", set.index);

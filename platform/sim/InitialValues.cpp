@@ -34,6 +34,18 @@ bool MapTiles(int memory, std::array<std::byte, 8> const& pattern, std::byte* ba
     return mprotect(base, kTile, PROT_READ) == 0;
 }
 
+// Where a limit on the sizes of files forbids one in memory.
+bool FillMemory(std::array<std::byte, 8> const& pattern, std::byte* base, std::uint64_t bytes) noexcept
+{
+    if (pattern == std::array<std::byte, 8>{})
+        return mprotect(base, bytes, PROT_READ) == 0;
+    if (mprotect(base, bytes, PROT_READ | PROT_WRITE) != 0)
+        return false;
+    for (std::uint64_t at = 0; at < bytes; at += pattern.size())
+        std::memcpy(base + at, pattern.data(), pattern.size());
+    return true;
+}
+
 } // namespace
 
 InitialValues::~InitialValues()
@@ -63,7 +75,8 @@ std::byte const* InitialValues::Bytes(std::array<std::byte, 8> const& value, std
     m_bytes = rounded;
     m_pattern = pattern;
     int const memory = memfd_create("initial values", MFD_CLOEXEC);
-    bool const made = memory >= 0 && ftruncate(memory, static_cast<off_t>(kTile)) == 0 && MapTiles(memory, pattern, m_base, m_bytes);
+    bool const made = memory >= 0 && ftruncate(memory, static_cast<off_t>(kTile)) == 0 ? MapTiles(memory, pattern, m_base, m_bytes)
+                                                                                       : FillMemory(pattern, m_base, m_bytes);
     if (memory >= 0)
         close(memory);
     if (!made)

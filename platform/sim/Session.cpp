@@ -93,19 +93,21 @@ std::shared_ptr<Session> Session::Find(std::uint64_t serial) noexcept
 std::shared_ptr<Session> Session::Create(std::string const& path, File::Kind kind)
 {
     SilentErrors const silent;
-    std::shared_ptr<Session> const session(new Session(File::Create(path, kind), path));
-    if (!session->IsScratch())
-        try {
+    std::shared_ptr<File> file = File::Create(path, kind);
+    try {
+        std::shared_ptr<Session> const session(new Session(std::move(file), path));
+        if (!session->IsScratch()) {
             // At once, so that the file is a database from now on, whatever becomes of the process.
             session->WriteHeader();
             session->m_file->Commit();
-        } catch (...) {
-            session->Detach();
-            unlink(path.c_str());
-            throw;
         }
-    session->Register();
-    return session;
+        session->Register();
+        return session;
+    } catch (...) { // the session has let go of the file by now
+        file.reset();
+        unlink(path.c_str());
+        throw;
+    }
 }
 
 std::shared_ptr<Session> Session::Open(std::string const& path, bool readOnly)

@@ -2,6 +2,7 @@
 
 #include "KVOSimException.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <set>
 #include <string_view>
@@ -31,13 +32,27 @@ herr_t AppendReason(unsigned depth, H5E_error2_t const* record, void* text)
     return 0;
 }
 
+void SilenceClosing()
+{
+    H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
+}
+
+// Called where HDF5 would print. It loses memory in some failures, a chunk that it could not write for one, and when the process ends it
+// complains of that ("infinite loop closing library") to whoever has its printing on. HDF5 is in use here, so its own exit handler is
+// registered already, and this one runs before it.
+herr_t NoteFailure(hid_t, void*)
+{
+    [[maybe_unused]] static int const s_registered = std::atexit(SilenceClosing);
+    return 0;
+}
+
 } // namespace
 
 SilentErrors::SilentErrors() noexcept
 {
     if (s_depth++ == 0) {
         H5Eget_auto2(H5E_DEFAULT, &s_report, &s_reportData);
-        H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
+        H5Eset_auto2(H5E_DEFAULT, NoteFailure, nullptr);
     }
 }
 

@@ -294,8 +294,11 @@ void File::Close()
     // Closing may change what is held once more, so the commit comes after it; but not when HDF5 could not flush all.
     if (H5Fflush(state.file, H5F_SCOPE_GLOBAL) < 0)
         ThrowHdf5(kCommitting, state.path);
+    state.driver->closing = true;
     if (H5Fclose(std::exchange(state.file, H5I_INVALID_HID)) < 0)
         ThrowHdf5(kClosing, state.path);
+    if (state.driver->closingError != 0)
+        ThrowErrno(kClosing, state.path, state.driver->closingError);
     state.persistence->Commit();
     state.persistence->Finish();
 }

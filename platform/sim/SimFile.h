@@ -69,8 +69,9 @@ private:
     std::shared_ptr<void> m_attachment;
 };
 
-/// Keeps HDF5 from printing its errors while it lives; what the host has set is in force again afterwards. Every function that the clients
-/// call has one around its calls of HDF5; they nest, and an inner one costs nothing.
+/// Keeps HDF5 from printing its errors while it lives; what the host has set is in force again afterwards, but for HDF5's end with the
+/// process once there was an error. Every function that the clients call has one around its calls of HDF5; they nest, and an inner one
+/// costs nothing.
 class SilentErrors
 {
 public:

@@ -146,16 +146,22 @@ herr_t WriteCallback(H5FD_t* hdf5, H5FD_mem_t type, hid_t, haddr_t address, std:
     DriverFile& file = FileOf(hdf5);
     if (file.discarding)
         return 0;
+    auto const fail = [&](hid_t minor, char const* text, int error, int line) -> herr_t {
+        if (!file.closing)
+            return Report(minor, text, error, line);
+        file.closingError = error;
+        return 0;
+    };
     if (type == H5FD_MEM_DRAW) {
         file.valuesAt = address;
         int const error = io::Write(file.descriptor, data, bytes, address);
-        return error == 0 ? 0 : Report(H5E_WRITEERROR, "cannot write the file", error, __LINE__);
+        return error == 0 ? 0 : fail(H5E_WRITEERROR, "cannot write the file", error, __LINE__);
     }
     try {
         file.held.Put(address, data, bytes);
         return 0;
     } catch (std::bad_alloc const&) {
-        return Report(H5E_NOSPACE, "cannot hold a change of the catalogue", ENOMEM, __LINE__);
+        return fail(H5E_NOSPACE, "cannot hold a change of the catalogue", ENOMEM, __LINE__);
     }
 }
 

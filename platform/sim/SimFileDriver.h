@@ -18,6 +18,8 @@ struct DriverFile {
     int descriptor = -1;
     bool isNew = false;                  ///< HDF5 is to begin an empty file, whatever is in it
     bool discarding = false;             ///< nothing that is written from here on is of use
+    bool closing = false;                ///< HDF5 closes the file; it would keep a broken identifier of one that it cannot write
+    int closingError = 0;                ///< why a write failed meanwhile
     bool finding = false;                ///< HDF5 is asked where values are: none are moved
     std::uint64_t end = 0;               ///< of what HDF5 has allocated
     std::uint64_t valuesAt = UINT64_MAX; ///< where HDF5 last moved values, or would have

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -184,8 +185,13 @@ int SyncFolderOf(std::string const& path) noexcept
 {
     if (int const error = PassFault())
         return error;
-    std::string::size_type const slash = path.rfind('/');
-    int const folder = open(slash == std::string::npos ? "." : path.substr(0, slash + 1).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    char name[PATH_MAX] = "."; // no memory is asked for in the middle of a commit
+    if (std::string::size_type const slash = path.rfind('/'); slash != std::string::npos) {
+        if (slash + 2 > sizeof name)
+            return ENAMETOOLONG;
+        name[path.copy(name, slash + 1)] = '\0';
+    }
+    int const folder = open(name, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (folder < 0)
         return errno;
     int const error = Result(fsync(folder));

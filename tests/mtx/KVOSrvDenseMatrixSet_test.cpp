@@ -56,12 +56,12 @@ TEST(KVOSrvDenseMatrixSet, RefusesWhatDoesNotFit)
     KVOSrvDenseMatrix const *fitting[] = {&a, &b}, *mixed[] = {&a, &other}, *const none = nullptr;
     KVOSrvMatrix c = RandomMatrix(5, 3), small = RandomMatrix(4, 3), symmetricWidth = RandomMatrix(4, 2);
     KVOSrvDenseMatrixSet const set(fitting, 2), mixedSet(mixed, 2), empty(nullptr, 2), uncounted(fitting, 0);
-    ExpectRefused("TransposeMultiply", c, [&] { set.TransposeMultiply(&other, c, 0); });
+    EXPECT_THROW(set.TransposeMultiply(&other, c, 0), KVOSrvMtxInvalidGetRange);
     ExpectRefused("TransposeMultiply", c, [&] { set.TransposeMultiply(none, c, 0); });
     ExpectRefused("TransposeMultiply", c, [&] { empty.TransposeMultiply(&b, c, 0); });
     ExpectRefused("TransposeMultiply", c, [&] { uncounted.TransposeMultiply(&b, c, 0); });
     ExpectRefused("TransposeMultiply", small, [&] { set.TransposeMultiply(&b, small, 1); });
-    ExpectRefused("TransposeMultiply", symmetricWidth, [&] { mixedSet.TransposeMultiply(&a, symmetricWidth, 1); });
+    EXPECT_THROW(mixedSet.TransposeMultiply(&a, symmetricWidth, 1), KVOSrvMtxInvalidGetRange);
     ExpectRefused("TransposeMultiply", c, [&] { set.TransposeMultiply(&b, &a, 0); });
 
     KVOSrvDenseMatrix const* longer[] = {&other, &a};

@@ -191,7 +191,7 @@ TEST(KVOSrvDenseMatrix, ExtendDimRefusesByStatusAndChangesNothing)
     EXPECT_EQ(matrix.ExtendDim(1, 0, fresh), 2);
     for (int const dim : {2, -1})
         EXPECT_EQ(matrix.ExtendDim(dim, 2, fresh), 3);
-    EXPECT_EQ(column.ExtendDim(0, 2, fresh), 3);
+    EXPECT_EQ(KVOSrvDenseMatrix().ExtendDim(0, 2, fresh), 3);
     for (int const* const numbers : {known, twice})
         EXPECT_EQ(matrix.ExtendDim(1, 2, numbers), 4);
     EXPECT_EQ(matrix.ExtendDim(1, 2, nullptr), 2);
@@ -202,9 +202,14 @@ TEST(KVOSrvDenseMatrix, ExtendDimRefusesByStatusAndChangesNothing)
 
     EXPECT_EQ(matrix.ExtendDim(0, 2, known), 0); // 12 is a row, no column
     int const further[] = {20, 21, 22};
-    EXPECT_EQ(column.ExtendDim(1, 3, further), 0);
+    KVOSrvDenseMatrix stale(column.DistributionID());
+    EXPECT_EQ(column.ExtendDim(1, 2, further), 0);
+    EXPECT_EQ(column.ExtendDim(column.ExtendableDim(), 1, further + 2), 0);
     EXPECT_EQ(column.NumberOfRows(), 7);
     EXPECT_EQ(column.NumberOfRowBlocks(), 4);
+    EXPECT_THROW(stale.ExtendDim(1, 3, further), KVOSimException);
+    EXPECT_EQ(KVOSrvDenseMatrix(column.DistributionID()).NumberOfRows(), 7);
+    EXPECT_THROW(View(stale.Submatrix(2, 4, 0, 0))->RowCSetID(), KVOSrvMtxInvalidGetRange); // leaves its matrix
 }
 
 TEST(KVOSrvDenseMatrix, ExtendDimGrowsMatrixAndStoreOrNeither)
