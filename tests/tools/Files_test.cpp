@@ -75,6 +75,38 @@ TEST(Files, RecordFilesAndMatrixMarketArraysAreRead)
     }
 }
 
+// Half storage holds a pair as often as its file does; its values are summed.
+TEST(Files, RepeatedPairsAreSummed)
+{
+    using Int = std::int32_t;
+    Tool const tool;
+    WriteFile(tool / "k.records", Bytes(Int{4}, Int{2}, Int{4}) + Bytes(Int{40}, Int{3}, Int{1}, Int{2}, Int{2}, 10.0, 1.0, 3.0, Int{40}) +
+                                      Bytes(Int{16}, Int{1}, Int{2}, 5.0, Int{16}));
+    for (char const* name : {"k.sim", "k.mtx", "k.chunks", "k.txt"}) {
+        SCOPED_TRACE(name);
+        tool.Do({"convert", "k.records", name});
+        auto const facts = tool.Json({"info", name});
+        EXPECT_EQ(facts.at("entries"), 4);
+        EXPECT_EQ(facts.at("smallest_value"), 4.0);
+    }
+}
+
+// The size of a text is that of its largest indices.
+TEST(Files, TripletsKeepEmptyLastRowsAndColumns)
+{
+    Tool const tool;
+    for (char const* entries : {"4 3 0\n", "4 3 1\n2 2 7\n", "4 3 1\n4 1 7\n", "4 3 1\n1 3 7\n"}) {
+        SCOPED_TRACE(entries);
+        WriteFile(tool / "a.mtx", std::string("%%MatrixMarket matrix coordinate real general\n") + entries);
+        tool.Do({"convert", "a.mtx", "a.txt"});
+        auto const facts = tool.Json({"info", "a.txt"});
+        EXPECT_EQ(facts.at("rows"), 4);
+        EXPECT_EQ(facts.at("columns"), 3);
+    }
+    WriteFile(tool / "a.mtx", "%%MatrixMarket matrix coordinate real general\n0 3 0\n");
+    EXPECT_EQ(tool({"convert", "a.mtx", "a.txt"}).code, 1);
+}
+
 TEST(Files, ConvertReplacesWhatALinkPointsTo)
 {
     Tool const tool;
@@ -82,6 +114,9 @@ TEST(Files, ConvertReplacesWhatALinkPointsTo)
     std::filesystem::create_symlink("target.mtx", tool / "link.mtx");
     tool.Do({"convert", Data("bcsstk01.mtx"), "link.mtx"});
     EXPECT_TRUE(std::filesystem::is_symlink(tool / "link.mtx"));
+    EXPECT_EQ(MarketFile(tool / "target.mtx").rows, 48);
+    std::filesystem::remove(tool / "target.mtx");
+    tool.Do({"convert", Data("bcsstk01.mtx"), "link.mtx"});
     EXPECT_EQ(MarketFile(tool / "target.mtx").rows, 48);
 }
 
@@ -116,6 +151,20 @@ TEST(Files, InfoTellsWhatAMatrixIsLike)
     EXPECT_EQ(symmetryOf("1\n2\n2.0000000000000004\n1\n"), "symmetric up to rounding");
     EXPECT_EQ(symmetryOf("1\n2\n0\n1\n"), "not symmetric");
     EXPECT_EQ(symmetryOf("1\n0\n-2\n1\n"), "not symmetric");
+    EXPECT_EQ(symmetryOf("inf\n-inf\n-inf\n1\n"), "symmetric");
+    EXPECT_EQ(symmetryOf("inf\n2\n3\n1\n"), "not symmetric");
+
+    // The product is dense; two tiles and a bit.
+    WriteFile(tool / "big.mtx", "%%MatrixMarket matrix coordinate real general\n2050 2050 4\n1 1 3\n3 2049 5\n2049 3 5\n4 1 -2\n");
+    WriteFile(tool / "one.mtx", "%%MatrixMarket matrix coordinate real general\n2050 2050 3\n1 1 1\n3 3 1\n2049 2049 1\n");
+    tool.Do({"sparse-times-dense", "big.mtx", "one.mtx", "-o", "product.sim"});
+    nlohmann::json dense = tool.Json({"info", "big.mtx"}), stored = tool.Json({"info", "product.sim"});
+    EXPECT_EQ(stored.at("symmetry"), "not symmetric");
+    EXPECT_EQ(stored.at("stored_zeros"), 2050 * 2050 - 4);
+    EXPECT_EQ(stored.at("format"), "simulation database, dense matrix");
+    for (char const* fact : {"rows", "columns", "entries", "lower_bandwidth", "upper_bandwidth", "largest_value", "smallest_nonzero_size",
+                             "trivial_rows", "trivial_columns", "not_finite"})
+        EXPECT_EQ(stored.at(fact), dense.at(fact)) << fact;
 }
 
 TEST(Files, DatabaseIsListedAndExported)

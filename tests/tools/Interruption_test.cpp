@@ -4,6 +4,7 @@
 #include <csignal>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -45,5 +46,22 @@ TEST(Interruption, LeavesNoScratchFilesAndTheOldOutput)
         EXPECT_EQ(outcome.code, 130);
         EXPECT_THAT(outcome.err, testing::HasSubstr(signals.size() == 1 ? "kvomtx: interrupted" : ""));
         EXPECT_TRUE(tool.Files() == before);
+    }
+}
+
+// By nohup and in a script's background job signals are ignored, and stay so.
+TEST(Interruption, IgnoresWhatTheCallerHasMadeIgnored)
+{
+    for (int const signal : {SIGHUP, SIGINT}) {
+        Tool const tool;
+        auto const before = std::signal(signal, SIG_IGN);
+        pid_t const child = tool.Start({"make-brick", "12", "12", "12", "k.mtx", "m.mtx"});
+        std::signal(signal, before);
+        siginfo_t ended{};
+        while (waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 && ended.si_pid == 0) {
+            kill(child, signal);
+            std::this_thread::sleep_for(10ms);
+        }
+        EXPECT_EQ(tool.Wait(child).code, 0);
     }
 }

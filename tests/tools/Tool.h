@@ -29,8 +29,10 @@ public:
     std::string operator/(std::string const& name) const { return m_folder / ("work/" + name); }
     Tool() { std::filesystem::create_directory(m_folder / "work"); }
 
-    /// Starts the program and returns its process. @param fileLimit  bytes that a file may grow to; 0: any
-    pid_t Start(std::vector<std::string> const& arguments, rlim_t fileLimit = 0) const
+    /// Starts the program and returns its process.
+    /// @param fileLimit  bytes that a file may grow to; 0: any
+    /// @param output     its standard output; -1: what Wait() returns
+    pid_t Start(std::vector<std::string> const& arguments, rlim_t fileLimit = 0, int output = -1) const
     {
         std::vector<char*> words{const_cast<char*>(KVOMTX_PROGRAM)};
         for (std::string const& argument : arguments)
@@ -41,6 +43,8 @@ public:
             return child;
         Redirect(STDOUT_FILENO, m_folder / "out");
         Redirect(STDERR_FILENO, m_folder / "err");
+        if (output >= 0)
+            dup2(output, STDOUT_FILENO);
         if (fileLimit > 0) {
             rlimit const limit{fileLimit, fileLimit};
             setrlimit(RLIMIT_FSIZE, &limit);

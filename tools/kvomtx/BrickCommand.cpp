@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -66,6 +67,9 @@ std::unique_ptr<KVOSrvSparseMatrix> MakeMatrix(BrickRows const& rows, std::vecto
         if (numbers[row] < 0)
             continue;
         for (auto k = static_cast<std::size_t>(rows.start[row]); k < static_cast<std::size_t>(rows.start[row + 1]); ++k) {
+            if (!std::isfinite(rows.values[k]))
+                throw ToolError(ExitCode::kUsage,
+                                "the entries are beyond the range of numbers; take other units for --size, --young and --density");
             int const column = numbers[static_cast<std::size_t>(rows.columns[k])];
             if (column >= 0 && rows.values[k] != 0.0) // the mass does not couple the directions
                 matrix->AddData(static_cast<unsigned>(numbers[row]), static_cast<unsigned>(column), rows.values[k]);
@@ -95,9 +99,8 @@ void RunBrick(Options options)
         options.properties.edges[d] = (options.size[d] > 0.0 ? options.size[d] : options.elements[d]) / options.elements[d];
     MatrixName const stiffnessName = ParseMatrixName(options.stiffness, options.format, false);
     MatrixName const massName = ParseMatrixName(options.mass, options.format, false);
+    RequireSeparateFiles({stiffnessName.path, massName.path}, {});
     MatrixWriter stiffnessWriter(stiffnessName), massWriter(massName);
-    if (stiffnessName.path == massName.path)
-        throw ToolError(ExitCode::kUsage, massName.path + ": is named twice; give the mass a file of its own");
     ScratchFolder const scratch(ScratchFolder::FolderOf(stiffnessName.path));
 
     Progress progress("making the model");

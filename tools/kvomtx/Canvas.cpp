@@ -109,7 +109,7 @@ void Canvas::Text(int x, int y, std::string_view text, Colour colour, int scale)
     }
 }
 
-void Canvas::WritePng(OutputFile& file) const
+void Canvas::WritePng(OutputFile const& file) const
 {
     png_image image{};
     image.version = PNG_IMAGE_VERSION;
@@ -124,5 +124,4 @@ void Canvas::WritePng(OutputFile& file) const
     png_image_free(&image);
     if (!written)
         throw ToolError(ExitCode::kUnwritable, file.Path() + ": cannot be written: " + reason + "; make room or write elsewhere");
-    file.Commit();
 }

@@ -29,8 +29,9 @@ public:
     void Text(int x, int y, std::string_view text, Colour colour, int scale = 2);
     static int TextWidth(std::string_view text, int scale = 2) noexcept { return static_cast<int>(text.size()) * 6 * scale; }
 
+    /// Writes the picture under the file's temporary name.
     /// @throws ToolError kUnwritable
-    void WritePng(OutputFile& file) const;
+    void WritePng(OutputFile const& file) const;
 
 private:
     void Blend(int x, int y, double share, Colour colour);

@@ -62,7 +62,7 @@ void DrawAxes(Canvas& canvas, Axes const& axes)
 
 } // namespace
 
-void DrawConvergence(SubspaceResult const& result, OutputFile& file)
+void DrawConvergence(SubspaceResult const& result, OutputFile const& file)
 {
     std::size_t const modes = result.lambda.size();
     Canvas canvas(kWidth, kHeight);

@@ -59,7 +59,7 @@ void RunConvert(Options const& options)
 {
     MatrixName const input = ParseMatrixName(options.input, options.from, true);
     MatrixName const output = ParseMatrixName(options.output, options.to, false);
-    RequireOtherFile(output.path, input.path);
+    RequireSeparateFiles({output.path}, {input.path, options.nodes});
     std::optional<KVOFsmSystemDofDefinition> dofs;
     if (!options.nodes.empty())
         dofs = ReadNodes(options.nodes);

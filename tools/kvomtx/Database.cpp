@@ -5,38 +5,59 @@
 
 #include "KVOSimCSet.h"
 #include "KVOSimCollection.h"
-#include "KVOSimException.h"
 #include "KVOSrvSparseMatrix.h"
 #include "KVOSrvUtilities.h"
 
-InputDatabase::InputDatabase(std::string const& path) : m_path(path)
+#include <algorithm>
+#include <set>
+
+namespace
 {
-    try {
-        m_database.OpenFile(DRXUnicodeString(path.c_str()), true);
-    } catch (KVOSimException const& error) {
-        throw ToolError(ExitCode::kUnreadable, error.UserReport().c_str());
-    }
+
+std::set<std::string>& InputPaths()
+{
+    static std::set<std::string> s_paths;
+    return s_paths;
 }
 
-KVOSimDistributionID InputDatabase::OnlyOne(KVOSimContextID const& context, bool sparse) const
+bool IsOfKind(KVOSimDistribution const& distribution, MatrixKind kind)
+{
+    return (kind != MatrixKind::kDense && KVOSrvUtilities::IsSparseMatrix(distribution)) ||
+           (kind != MatrixKind::kSparse && KVOSrvUtilities::IsDenseMatrix(distribution));
+}
+
+} // namespace
+
+InputDatabase::InputDatabase(std::string const& path) : m_path(path)
+{
+    InputPaths().insert(path);
+    m_database.OpenFile(DRXUnicodeString(path.c_str()), true);
+}
+
+bool ConcernsInput(std::string const& text)
+{
+    return std::ranges::any_of(InputPaths(), [&](std::string const& path) { return text.find(" " + path + ":") != std::string::npos; });
+}
+
+KVOSimDistributionID InputDatabase::OnlyOne(KVOSimContextID const& context, MatrixKind kind) const
 {
     KVOSimDistributionID only;
     for (KVOSimDistributionID const& id : KVOSimContext(context).QueryDistributions()) {
-        KVOSimDistribution const distribution(id);
-        if (!(sparse ? KVOSrvUtilities::IsSparseMatrix(distribution) : KVOSrvUtilities::IsDenseMatrix(distribution)))
+        if (!IsOfKind(KVOSimDistribution(id), kind))
             continue;
         if (!only.IsNull())
             throw ToolError(ExitCode::kUnreadable,
                             m_path + ": holds several matrices; name one as " + m_path + ":ID, kvomtx db ls shows the numbers");
         only = id;
     }
-    if (only.IsNull())
-        throw ToolError(ExitCode::kUnreadable,
-                        m_path + ": holds no " + (sparse ? "sparse" : "dense") + " matrix; kvomtx db ls shows what it holds");
+    if (only.IsNull()) {
+        char const* const wanted = kind == MatrixKind::kSparse ? "sparse matrix" : kind == MatrixKind::kDense ? "dense matrix" : "matrix";
+        throw ToolError(ExitCode::kUnreadable, m_path + ": holds no " + wanted + "; kvomtx db ls shows what it holds");
+    }
     return only;
 }
 
-KVOSimDistributionID InputDatabase::Find(MatrixName const& name, bool sparse) const
+KVOSimDistributionID InputDatabase::Find(MatrixName const& name, MatrixKind kind) const
 {
     KVOSimContextID context = m_database.ContextID();
     for (KVOSimContextID const& other : Contexts())
@@ -46,7 +67,7 @@ KVOSimDistributionID InputDatabase::Find(MatrixName const& name, bool sparse) co
         throw ToolError(ExitCode::kUnreadable,
                         m_path + ": has no context " + std::to_string(name.context) + "; kvomtx db ls shows what it holds");
     if (name.distribution < 0)
-        return OnlyOne(context, sparse);
+        return OnlyOne(context, kind);
     for (KVOSimDistributionID const& id : KVOSimContext(context).QueryDistributions())
         if (id.Index() == name.distribution)
             return id;
@@ -75,12 +96,18 @@ KVOSimDistributionID OutputDatabase::StoreSparse(KVOSrvSparseMatrix const& matri
     return id;
 }
 
-void OutputDatabase::Commit()
+void OutputDatabase::Finish()
 {
     m_transaction->Commit();
     m_transaction.reset();
     m_context.reset();
     m_database.Close();
+}
+
+void OutputDatabase::Commit()
+{
+    if (m_transaction)
+        Finish();
     m_file.Commit();
 }
 

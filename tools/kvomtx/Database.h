@@ -13,26 +13,33 @@
 class KVOSrvSparseMatrix;
 struct MatrixName;
 
-/// A database opened for reading.
+/// Which matrices of a database are meant.
+enum class MatrixKind { kSparse, kDense, kAny };
+
+/// A database opened for reading. What goes wrong with it later, too, is a KVOSimException; see ConcernsInput().
 class InputDatabase
 {
 public:
-    /// @throws ToolError kUnreadable
+    /// @throws KVOSimException
     explicit InputDatabase(std::string const& path);
 
     std::string const& Path() const noexcept { return m_path; }
     KVOSimArray<KVOSimContextID> Contexts() const { return m_database.QueryContexts(); }
 
-    /// The distribution that `name` says. Without a number: the only one of the kind.
+    /// The distribution that `name` says, of whatever kind. Without a number: the only one of `kind`.
     /// @throws ToolError kUnreadable when there is no such one, or no single one
-    KVOSimDistributionID Find(MatrixName const& name, bool sparse) const;
+    KVOSimDistributionID Find(MatrixName const& name, MatrixKind kind) const;
 
 private:
-    KVOSimDistributionID OnlyOne(KVOSimContextID const& context, bool sparse) const;
+    KVOSimDistributionID OnlyOne(KVOSimContextID const& context, MatrixKind kind) const;
 
     std::string m_path;
     KVOSimDatabase m_database;
 };
+
+/// Whether the text of a database's failure is about one that was opened for reading: products read and write in one call of the library,
+/// and the text is all that tells which of them failed.
+bool ConcernsInput(std::string const& text);
 
 /// A database that is made as a whole, see OutputFile.
 class OutputDatabase
@@ -50,7 +57,10 @@ public:
     /// @param type  kept with the distribution
     KVOSimDistributionID StoreSparse(KVOSrvSparseMatrix const& matrix, int type, KVOSimCSetID const& rows, KVOSimCSetID const& columns);
 
-    /// @throws ToolError kUnwritable, KVOSimException
+    /// Completes the database under its temporary name; nothing in it can be used any more. Commit() does so where it was not done.
+    /// @throws KVOSimException
+    void Finish();
+    /// @throws ToolError kUnwritable, KVOSimException, Interrupted, see OutputFile::Commit()
     void Commit();
 
 private:

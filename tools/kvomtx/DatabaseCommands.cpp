@@ -10,7 +10,6 @@
 #include "ScratchFolder.h"
 
 #include "KVOSimCSet.h"
-#include "KVOSimException.h"
 #include "KVOSrvDenseMatrix.h"
 #include "KVOSrvMtxExceptions.h"
 #include "KVOSrvSparseMatrix.h"
@@ -134,23 +133,21 @@ void ExportDense(KVOSimDistributionID const& id, MatrixName const& source, Matri
         (target.format == MatrixFormat::kDense ? WriteDenseFile : static_cast<DenseWriter>(WriteMatrixMarket))(KVOSrvDenseMatrix(id), file);
     } catch (KVOSrvMtxIllegalInput const&) {
         throw ToolError(ExitCode::kUnreadable, source.text + ": is no matrix of doubles; kvomtx db ls shows what it is");
-    } catch (KVOSimException const& error) {
-        throw ToolError(ExitCode::kUnreadable, error.UserReport().c_str());
     }
     file.Commit();
 }
 
 void RunExport(std::string const& path, std::string const& id, std::string const& output, std::string const& format)
 {
-    MatrixName const source = ParseMatrixName(path + ":" + id, {}, true);
+    MatrixName const source = ParseMatrixName(path + ":" + id, "sim", true);
     MatrixName const target = ParseMatrixName(output, format, false);
     if (source.distribution < 0)
         throw ToolError(ExitCode::kUsage, "\"" + id + "\" is no number of a matrix; kvomtx db ls shows the numbers");
-    RequireOtherFile(target.path, source.path);
+    RequireSeparateFiles({target.path}, {source.path});
     bool dense = false;
     {
         InputDatabase const database(source.path);
-        KVOSimDistributionID const distribution = database.Find(source, true);
+        KVOSimDistributionID const distribution = database.Find(source, MatrixKind::kAny);
         dense = KVOSrvUtilities::IsDenseMatrix(KVOSimDistribution(distribution));
         if (dense)
             ExportDense(distribution, source, target);

@@ -51,7 +51,7 @@ DenseOperand::DenseOperand(std::string const& text, std::string const& format)
         return;
     }
     m_database = std::make_unique<InputDatabase>(name.path);
-    KVOSimDistributionID const id = m_database->Find(name, false);
+    KVOSimDistributionID const id = m_database->Find(name, MatrixKind::kDense);
     try {
         if (KVOSrvUtilities::IsSparseMatrix(KVOSimDistribution(id)))
             m_matrix = FillScratch(SparseStructure(KVOSrvSparseMatrix(id)), text);

@@ -60,17 +60,17 @@ bool IsValue(std::string const& token)
     return *end == '\0' && token.find('(') == std::string::npos;
 }
 
-std::string Quoted(std::string const& token)
+} // namespace
+
+std::string Quoted(std::string_view word)
 {
     constexpr std::size_t kShown = 24;
-    std::string text = token.substr(0, kShown) + (token.size() > kShown ? "..." : "");
+    std::string text = std::string(word.substr(0, kShown)) + (word.size() > kShown ? "..." : "");
     for (char& c : text)
         if (!std::isprint(static_cast<unsigned char>(c)))
             c = '?';
     return "\"" + text + "\"";
 }
-
-} // namespace
 
 std::string DiagnoseTriplets(std::string const& path)
 {

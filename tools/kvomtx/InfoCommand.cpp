@@ -1,25 +1,15 @@
 #include "Commands.h"
 
-#include "Database.h"
-#include "Errors.h"
+#include "MatrixFacts.h"
 #include "MatrixName.h"
-#include "MatrixReader.h"
-#include "Progress.h"
-#include "SparseStructure.h"
-
-#include "KVOSrvSparseMatrix.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <cstdio>
-#include <limits>
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace
 {
@@ -29,61 +19,7 @@ constexpr char kFooter[] =
     "  kvomtx info data/bcsstk11.mtx\n"
     "  kvomtx info model-modes.sim:1 --json\n\n"
     "Entries are those of the whole matrix, both triangles of a symmetric one. A trivial row has no entry; one that\n"
-    "holds zeros only is told apart from it.";
-
-struct Facts {
-    std::int64_t entries = 0;
-    std::int64_t zeros = 0;
-    std::int64_t notFinite = 0;
-    std::int64_t lowerBandwidth = 0;
-    std::int64_t upperBandwidth = 0;
-    double smallest = std::numeric_limits<double>::infinity(); // of the finite values
-    double largest = -std::numeric_limits<double>::infinity();
-    double smallestSize = std::numeric_limits<double>::infinity(); // of those that are not 0
-    int trivialRows = 0;
-    int trivialColumns = 0;
-    int zeroRows = 0; // with entries, all of them 0
-    std::string symmetry;
-};
-
-std::string DescribeSymmetry(SparseStructure const& matrix)
-{
-    if (matrix.Rows() != matrix.Columns())
-        return "not square";
-    double const asymmetry = FindAsymmetry(matrix).largest;
-    if (asymmetry == 0.0)
-        return "symmetric";
-    return asymmetry <= 1e-12 ? "symmetric up to rounding" : "not symmetric";
-}
-
-Facts Examine(KVOSrvSparseMatrix const& matrix)
-{
-    SparseStructure const structure(matrix);
-    Facts facts;
-    std::vector<char> rows(static_cast<std::size_t>(structure.Rows())), columns(static_cast<std::size_t>(structure.Columns()));
-    enum : char { kNothing, kZeros, kValues };
-    structure.ForEach([&](int row, int column, double value) {
-        ++facts.entries;
-        facts.lowerBandwidth = std::max<std::int64_t>(facts.lowerBandwidth, row - column);
-        facts.upperBandwidth = std::max<std::int64_t>(facts.upperBandwidth, column - row);
-        char& seen = rows[static_cast<std::size_t>(row)];
-        seen = std::max<char>(seen, value == 0.0 ? kZeros : kValues);
-        columns[static_cast<std::size_t>(column)] = kValues;
-        facts.zeros += value == 0.0;
-        facts.notFinite += !std::isfinite(value);
-        if (!std::isfinite(value))
-            return;
-        facts.smallest = std::min(facts.smallest, value);
-        facts.largest = std::max(facts.largest, value);
-        if (value != 0.0)
-            facts.smallestSize = std::min(facts.smallestSize, std::fabs(value));
-    });
-    facts.trivialRows = static_cast<int>(std::ranges::count(rows, char{kNothing}));
-    facts.zeroRows = static_cast<int>(std::ranges::count(rows, char{kZeros}));
-    facts.trivialColumns = static_cast<int>(std::ranges::count(columns, char{kNothing}));
-    facts.symmetry = DescribeSymmetry(structure);
-    return facts;
-}
+    "holds zeros only is told apart from it. Of a dense matrix of a database the values that are not 0 count as entries.";
 
 // The formatting of JSON has no infinities: a range without values is null.
 nlohmann::ordered_json Number(double value)
@@ -91,13 +27,13 @@ nlohmann::ordered_json Number(double value)
     return std::isfinite(value) ? nlohmann::ordered_json(value) : nlohmann::ordered_json();
 }
 
-void PrintJson(std::string const& name, MatrixName const& source, KVOSrvSparseMatrix const& matrix, Facts const& facts)
+void PrintJson(std::string const& name, MatrixFacts const& facts)
 {
     nlohmann::ordered_json object;
     object["matrix"] = name;
-    object["format"] = DescribeFormat(source.format);
-    object["rows"] = matrix.NumberOfRows();
-    object["columns"] = matrix.NumberOfColumns();
+    object["format"] = facts.storage;
+    object["rows"] = facts.rows;
+    object["columns"] = facts.columns;
     object["entries"] = facts.entries;
     object["stored_zeros"] = facts.zeros;
     object["not_finite"] = facts.notFinite;
@@ -113,11 +49,11 @@ void PrintJson(std::string const& name, MatrixName const& source, KVOSrvSparseMa
     std::printf("%s\n", object.dump(4, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
 }
 
-void PrintText(std::string const& name, MatrixName const& source, KVOSrvSparseMatrix const& matrix, Facts const& facts)
+void PrintText(std::string const& name, MatrixFacts const& facts)
 {
-    double const places = static_cast<double>(matrix.NumberOfRows()) * matrix.NumberOfColumns();
-    std::printf("%s: %s\n", name.c_str(), DescribeFormat(source.format).c_str());
-    std::printf("  size             %d x %d, %s\n", matrix.NumberOfRows(), matrix.NumberOfColumns(), facts.symmetry.c_str());
+    double const places = static_cast<double>(facts.rows) * facts.columns;
+    std::printf("%s: %s\n", name.c_str(), facts.storage.c_str());
+    std::printf("  size             %d x %d, %s\n", facts.rows, facts.columns, facts.symmetry.c_str());
     std::printf("  entries          %lld", static_cast<long long>(facts.entries));
     if (places > 0)
         std::printf(", %.3g%% of all places", 100.0 * static_cast<double>(facts.entries) / places);
@@ -145,7 +81,7 @@ void AddInfoCommand(CLI::App& app, Command& chosen)
         bool json = false;
     };
     auto const options = std::make_shared<Options>();
-    CLI::App* const info = app.add_subcommand("info", "What a sparse matrix is like");
+    CLI::App* const info = app.add_subcommand("info", "What a matrix is like");
     info->footer(kFooter);
     info->add_option("FILE", options->file, "Matrix file or FILE.sim:ID")->required();
     info->add_option("--format", options->format, "Format of FILE, when its ending does not tell it (see convert --help)");
@@ -153,9 +89,7 @@ void AddInfoCommand(CLI::App& app, Command& chosen)
     info->callback([options, &chosen] {
         chosen = [options] {
             MatrixName const name = ParseMatrixName(options->file, options->format, true);
-            auto const matrix = ReadMatrix(name);
-            Facts const facts = Examine(*matrix);
-            (options->json ? PrintJson : PrintText)(options->file, name, *matrix, facts);
+            (options->json ? PrintJson : PrintText)(options->file, Examine(name));
         };
     });
 }

@@ -9,7 +9,7 @@
 #include <ctime>
 #include <filesystem>
 #include <mutex>
-#include <semaphore.h>
+#include <pthread.h>
 #include <set>
 #include <thread>
 #include <unistd.h>
@@ -19,7 +19,24 @@ namespace
 {
 
 std::atomic<bool> g_interrupted{false};
-sem_t g_signals;
+sigset_t g_signals; // that are requests to end
+
+// Blocked in every thread, for the watching one to fetch: a handler would be replaced by that of METIS, which orders large matrices for
+// CHOLMOD and takes SIGTERM for a failure of its own. What is ignored, by nohup or in a script's background job, stays so.
+__attribute__((no_sanitize("address"))) void BlockSignals()
+{
+    sigemptyset(&g_signals);
+    for (int const signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction inherited {
+        };
+        if (sigaction(signal, nullptr, &inherited) == 0 && inherited.sa_handler != SIG_IGN)
+            sigaddset(&g_signals, signal);
+    }
+    pthread_sigmask(SIG_BLOCK, &g_signals, nullptr);
+}
+
+// Called before any library is initialised: providers of BLAS start their threads then, and these inherit what is blocked.
+__attribute__((section(".preinit_array"), used)) void (*g_atLoad)() = BlockSignals;
 
 struct Registry {
     std::mutex mutex;
@@ -40,29 +57,21 @@ void Remove(std::string const& path)
     std::filesystem::remove(path + ".journal", ignored);
 }
 
-// May run in any thread, those of the BLAS provider too.
-void OnSignal(int)
-{
-    g_interrupted = true;
-    sem_post(&g_signals);
-}
-
 void Watch()
 {
-    while (sem_wait(&g_signals) != 0) {
-    }
-    timespec deadline{};
-    clock_gettime(CLOCK_REALTIME, &deadline);
-    constexpr int kPatienceSeconds = 2;
-    deadline.tv_sec += kPatienceSeconds;
-    while (sem_timedwait(&g_signals, &deadline) != 0 && errno == EINTR) {
+    int signal = 0;
+    sigwait(&g_signals, &signal);
+    g_interrupted = true;
+    constexpr timespec kPatience{2, 0};
+    while (sigtimedwait(&g_signals, nullptr, &kPatience) < 0 && errno == EINTR) {
     }
     Registry& registry = TheRegistry();
     std::scoped_lock const lock(registry.mutex); // kept: nothing is registered or renamed after this
     for (std::string const& path : registry.paths)
         Remove(path);
     constexpr char kText[] = "\nkvomtx: interrupted\n";
-    [[maybe_unused]] auto const written = write(STDERR_FILENO, kText, sizeof kText - 1);
+    std::size_t const first = isatty(STDERR_FILENO) ? 0 : 1; // there a bar may stand on the line
+    [[maybe_unused]] auto const written = write(STDERR_FILENO, kText + first, sizeof kText - 1 - first);
     std::_Exit(static_cast<int>(ExitCode::kInterrupted));
 }
 
@@ -70,14 +79,8 @@ void Watch()
 
 void WatchSignals()
 {
-    sem_init(&g_signals, 0, 0);
-    struct sigaction action {
-    };
-    action.sa_handler = OnSignal;
-    action.sa_flags = SA_RESTART;
-    for (int const signal : {SIGINT, SIGTERM, SIGHUP})
-        sigaction(signal, &action, nullptr);
-    std::signal(SIGXFSZ, SIG_IGN);
+    for (int const signal : {SIGXFSZ, SIGPIPE})
+        std::signal(signal, SIG_IGN);
     std::thread(Watch).detach();
 }
 
@@ -104,10 +107,13 @@ Removable::~Removable()
 
 bool Removable::Release(std::function<bool()> const& keep)
 {
+    static bool s_anyKept = false; // guarded by the mutex
     std::scoped_lock const lock(TheRegistry().mutex);
+    if (!s_anyKept)
+        CheckInterrupt();
     if (!keep())
         return false;
-    m_released = true;
+    s_anyKept = m_released = true;
     TheRegistry().paths.erase(TheRegistry().paths.find(m_path));
     return true;
 }

@@ -11,9 +11,10 @@ public:
     char const* what() const noexcept override { return "interrupted"; }
 };
 
-/// From here on SIGINT, SIGTERM and SIGHUP are requests to end: CheckInterrupt() throws. A step that does not come by there within two
-/// seconds is not waited for: the files of all Removable are removed and the process ends. A second signal shortens the wait.
-/// A write beyond a limit on file sizes becomes an error of that write instead of a signal.
+/// From the program's start SIGINT, SIGTERM and SIGHUP are held back; from here on they are requests to end: CheckInterrupt() throws. A
+/// step that does not come by there within two seconds is not waited for: the files of all Removable are removed and the process ends. A
+/// second signal shortens the wait. Those that the caller has made ignored stay so. A write beyond a limit on file sizes or into a closed
+/// pipe becomes an error of that write instead of a signal.
 void WatchSignals();
 
 /// @throws Interrupted once a signal has come
@@ -30,6 +31,7 @@ public:
 
     std::string const& Path() const noexcept { return m_path; }
     /// Does `keep`, for instance a rename; when it returns true there is nothing to be removed any more. Not torn by an interruption.
+    /// @throws Interrupted once a signal has come, unless another one was kept before: the outputs of a command belong together
     bool Release(std::function<bool()> const& keep);
 
 private:

@@ -113,8 +113,7 @@ public:
     {
         auto const first = std::min(found.find_first_not_of(kSpace), found.size());
         found.remove_prefix(first);
-        std::string const shown = found.empty() ? "the end of the line" : "\"" + std::string(found.substr(0, 24)) + "\"";
-        Refuse("expected " + expected + ", found " + shown);
+        Refuse("expected " + expected + ", found " + (found.empty() ? "the end of the line" : Quoted(found)));
     }
     [[noreturn]] void Refuse(std::string const& text) const
     {

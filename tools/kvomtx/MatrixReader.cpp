@@ -8,7 +8,6 @@
 #include "MatrixName.h"
 #include "Progress.h"
 
-#include "KVOSimException.h"
 #include "KVOSrvMtxExceptions.h"
 #include "KVOSrvSparseMatrix.h"
 #include "KVOSrvUtilities.h"
@@ -41,7 +40,7 @@ void RequireReadable(std::string const& path)
 std::unique_ptr<KVOSrvSparseMatrix> ReadFromDatabase(MatrixName const& name)
 {
     InputDatabase const database(name.path);
-    KVOSimDistributionID const id = database.Find(name, true);
+    KVOSimDistributionID const id = database.Find(name, MatrixKind::kSparse);
     std::string const place = name.path + ":" + std::to_string(id.Index());
     try {
         if (KVOSrvUtilities::IsDenseMatrix(KVOSimDistribution(id)))
@@ -50,8 +49,6 @@ std::unique_ptr<KVOSrvSparseMatrix> ReadFromDatabase(MatrixName const& name)
         return std::make_unique<KVOSrvSparseMatrix>(id);
     } catch (KVOSrvMtxIllegalInput const&) {
         throw ToolError(ExitCode::kUnreadable, place + ": is no sparse matrix of doubles; kvomtx db ls shows what it is");
-    } catch (KVOSimException const& error) {
-        throw ToolError(ExitCode::kUnreadable, error.UserReport().c_str());
     }
 }
 

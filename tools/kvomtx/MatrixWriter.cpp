@@ -14,6 +14,8 @@
 #include "KVOSrvMtxExceptions.h"
 #include "KVOSrvSparseMatrix.h"
 
+#include <algorithm>
+
 namespace
 {
 
@@ -29,7 +31,7 @@ void RequireWritable(MatrixName const& name, KVOFsmSystemDofDefinition const* do
         if (dofs == nullptr)
             throw ToolError(ExitCode::kUsage,
                             name.text + ": " + DescribeFormat(name.format) +
-                                " needs the node and the degree of freedom of each row; give a list of them with --nodes");
+                                " needs the node and the degree of freedom of each row; kvomtx convert takes a list of them by --nodes");
         break;
     default:
         break;
@@ -37,14 +39,22 @@ void RequireWritable(MatrixName const& name, KVOFsmSystemDofDefinition const* do
 }
 
 // The same matrix in full storage: of half storage some formats take the stored triangle only.
-std::unique_ptr<KVOSrvSparseMatrix> MakeFull(KVOSrvSparseMatrix const& matrix)
+// @param cornered  with an entry in the last row and one in the last column: a 0 where there are none
+std::unique_ptr<KVOSrvSparseMatrix> MakeFull(KVOSrvSparseMatrix const& matrix, bool cornered)
 {
     auto full = std::make_unique<KVOSrvSparseMatrix>(matrix.NumberOfRows(), matrix.NumberOfColumns());
     int count = 0;
     std::unique_ptr<KVOSrvSparseMatrixEntry[]> const entries(matrix.GetEntries(count));
+    unsigned rows = 0, columns = 0; // up to the last one with an entry
     full->BeginAssembly();
-    for (std::size_t k = 0; k < static_cast<std::size_t>(count); ++k)
+    for (std::size_t k = 0; k < static_cast<std::size_t>(count); ++k) {
         full->AddData(entries[k].row, entries[k].column, entries[k].value);
+        rows = std::max(rows, entries[k].row + 1);
+        columns = std::max(columns, entries[k].column + 1);
+    }
+    auto const allRows = static_cast<unsigned>(matrix.NumberOfRows()), allColumns = static_cast<unsigned>(matrix.NumberOfColumns());
+    if (cornered && (rows < allRows || columns < allColumns))
+        full->AddData(allRows - 1, allColumns - 1, 0.0);
     full->EndAssembly();
     return full;
 }
@@ -70,6 +80,10 @@ MatrixWriter::~MatrixWriter() = default;
 void MatrixWriter::Prepare(KVOSrvSparseMatrix const& matrix)
 {
     CheckInterrupt();
+    if (m_name.format == MatrixFormat::kTriplets && (matrix.NumberOfRows() == 0) != (matrix.NumberOfColumns() == 0))
+        throw ToolError(ExitCode::kCannot, m_name.text + ": " + DescribeFormat(m_name.format) + " cannot hold a matrix of " +
+                                               std::to_string(matrix.NumberOfRows()) + " x " + std::to_string(matrix.NumberOfColumns()) +
+                                               "; write it as mtx");
     Progress progress("writing " + m_name.path);
     if (m_name.format == MatrixFormat::kDatabase)
         Store(matrix);
@@ -78,7 +92,7 @@ void MatrixWriter::Prepare(KVOSrvSparseMatrix const& matrix)
     else if (m_name.format == MatrixFormat::kChunks)
         ExportHalf(matrix, m_file->TemporaryPath());
     else
-        Export(*MakeFull(matrix), m_file->TemporaryPath());
+        Export(*MakeFull(matrix, m_name.format == MatrixFormat::kTriplets), m_file->TemporaryPath());
     CheckInterrupt();
 }
 
@@ -125,4 +139,5 @@ void MatrixWriter::Store(KVOSrvSparseMatrix const& matrix)
     } else {
         m_database->StoreSparse(matrix, kMatrixType, rows, m_database->MakeSet(structure.Columns()));
     }
+    m_database->Finish();
 }

@@ -22,7 +22,8 @@ public:
     MatrixWriter& operator=(MatrixWriter const&) = delete;
 
     /// Writes all of the matrix, whatever its storage, under a temporary name. A matrix that equals its transpose is written as a symmetric
-    /// one where the format knows such. Format 6 needs the library's folder for scratch files (ScratchFolder).
+    /// one where the format knows such. Text triplets get a 0 at the last place where there is no entry in the last row or column, as their
+    /// size is that of their largest indices. Format 6 needs the library's folder for scratch files (ScratchFolder).
     /// @throws ToolError kCannot when the format cannot hold this matrix
     void Prepare(KVOSrvSparseMatrix const& matrix);
     void Commit();

@@ -37,10 +37,11 @@ constexpr char kFooter[] =
     "  kvomtx modes data/bcsstk11.mtx data/bcsstm12.mtx --count 5 -o orecar.sim --picture convergence.png\n\n"
     "K and M are symmetric and of one order; M may be singular. The frequency of an eigenvalue lambda is sqrt(lambda) / (2 pi).\n"
     "The database holds the stiffness (matrix 0), the mass (1), the modes, scaled to x^T M x = 1 (2, one a column), and the\n"
-    "eigenvalues (3). The residual of a mode is |K x - lambda M x| over |(lambda + shift) M x|, both in the norm of the inverse\n"
-    "of K + shift M: it bounds the relative distance of lambda + shift to an exact eigenvalue.\n"
+    "eigenvalues (3). The residual of a mode is |K x - lambda M x| over |M x|, both in the norm of the inverse of K + shift M,\n"
+    "over the greater of lambda and lambda + shift; relative to that it bounds the distance of lambda to an exact eigenvalue.\n"
     "A free model has rigid body modes of frequency 0; its singular stiffness is shifted. --shift, in the unit of lambda, is\n"
-    "chosen by itself where it is needed and not given: about the lowest eigenvalue that is not 0 is a good one.\n"
+    "chosen by itself where it is needed and not given: about the lowest eigenvalue that is not 0 is a good one. It is moved\n"
+    "where the eigenvalues turn out to lie close together and far from it; the one that was used last is printed.\n"
     "With --json one object is printed, with the arrays eigenvalues, frequencies and residuals.";
 
 struct Options {
@@ -123,11 +124,7 @@ void RunModes(Options const& options)
     MatrixName const stiffnessName = ParseMatrixName(options.stiffness, options.format, true);
     MatrixName const massName = ParseMatrixName(options.mass, options.format, true);
     std::string const output = options.output.empty() ? DefaultOutput(stiffnessName.path) : options.output;
-    for (std::string const& written : {output, options.picture})
-        for (std::string const& read : {stiffnessName.path, massName.path, options.reference})
-            RequireOtherFile(written, read);
-    if (!options.picture.empty() && options.picture == output)
-        throw ToolError(ExitCode::kUsage, output + ": is named twice as an output; give the picture another name");
+    RequireSeparateFiles({output, options.picture}, {stiffnessName.path, massName.path, options.reference});
 
     std::optional<ReferenceFrequencies> reference;
     if (!options.reference.empty())
@@ -143,9 +140,12 @@ void RunModes(Options const& options)
 
     SubspaceResult const result = Compute(*stiffness, *mass, options.settings);
     StoreModes(result, database, unknowns);
-    database.Commit();
+    database.Finish();
     if (picture)
         DrawConvergence(result, *picture);
+    database.Commit();
+    if (picture)
+        picture->Commit();
 
     std::chrono::duration<double> const elapsed = std::chrono::steady_clock::now() - begin;
     ModesReport const report{options.stiffness,         options.mass,    output, options.picture,
@@ -169,12 +169,14 @@ void AddModesCommand(CLI::App& app, Command& chosen)
     modes->add_option("K", options->stiffness, "Stiffness matrix: a matrix file or FILE.sim:ID")->required();
     modes->add_option("M", options->mass, "Mass matrix")->required();
     modes->add_option("-n,--count", options->settings.count, "Number of modes (10)")->check(RequireAtLeastOne);
-    modes->add_option("-o,--output", options->output, "Database to write (K's name with -modes.sim)");
-    modes->add_option("--picture", options->picture, "Draw the convergence into this PNG file");
-    modes->add_option("--reference", options->reference,
-                      "File of \"lambda frequency\" lines; fail where a frequency differs by 1e-8 relatively");
-    CLI::Option const* const shift = modes->add_option("--shift", options->shift, "Factor K + shift M instead of K");
-    modes->add_option("--scratch", options->scratch, "Folder for scratch files (that of the output)");
+    modes->add_option("-o,--output", options->output, "Database to write (K's name with -modes.sim)")->check(RequireName);
+    modes->add_option("--picture", options->picture, "Draw the convergence into this PNG file")->check(RequireName);
+    modes
+        ->add_option("--reference", options->reference,
+                     "File of \"lambda frequency\" lines; fail where a frequency differs by 1e-8 relatively")
+        ->check(RequireName);
+    CLI::Option const* const shift = modes->add_option("--shift", options->shift, "Begin with K + shift M instead of K");
+    modes->add_option("--scratch", options->scratch, "Folder for scratch files (that of the output)")->check(RequireName);
     modes->add_option("--format", options->format, "Format of K and M, when their endings do not tell it (see convert --help)");
     modes->add_flag("--json", options->json, "Print one JSON object");
     modes->callback([options, shift, &chosen] {

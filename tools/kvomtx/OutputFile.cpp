@@ -20,14 +20,27 @@ namespace
     throw ToolError(ExitCode::kUnwritable, path + ": cannot be written: " + std::strerror(error) + "; " + advice);
 }
 
-// The file itself behind symbolic links, so that the link survives.
+// The file itself behind symbolic links, also one that is not there yet, so that the link survives.
 std::string Target(std::string const& path)
 {
+    constexpr int kMostLinks = 40; // as many as the system follows
+    std::filesystem::path target = path;
     std::error_code error;
-    if (!std::filesystem::is_symlink(path, error))
-        return path;
-    auto const target = std::filesystem::weakly_canonical(path, error);
-    return error ? path : target.string();
+    for (int k = 0; k < kMostLinks && std::filesystem::is_symlink(target, error); ++k)
+        target = target.parent_path() / std::filesystem::read_symlink(target, error);
+    return target.string();
+}
+
+bool IsSameFile(std::string const& a, std::string const& b)
+{
+    if (a.empty() || b.empty())
+        return false;
+    std::error_code error;
+    if (std::filesystem::equivalent(a, b, error))
+        return true;
+    auto const whole = [&](std::string const& path) { return weakly_canonical(std::filesystem::absolute(Target(path), error), error); };
+    auto const wholeA = whole(a);
+    return !wholeA.empty() && wholeA == whole(b);
 }
 
 bool SyncAndClose(int file)
@@ -48,6 +61,8 @@ OutputFile::OutputFile(std::string const& path) : m_path(Target(path)), m_tempor
         throw ToolError(ExitCode::kUsage, "an output file has an empty name");
     std::error_code error;
     auto const status = std::filesystem::status(m_path, error);
+    if (error == std::errc::too_many_symbolic_link_levels)
+        FailToWrite(m_path, ELOOP);
     if (std::filesystem::is_directory(status))
         FailToWrite(m_path, EISDIR);
     if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
@@ -74,9 +89,14 @@ void OutputFile::Commit()
     }
 }
 
-void RequireOtherFile(std::string const& output, std::string const& input)
+void RequireSeparateFiles(std::vector<std::string> const& outputs, std::vector<std::string> const& inputs)
 {
-    std::error_code error;
-    if (std::filesystem::equivalent(output, input, error))
-        throw ToolError(ExitCode::kUsage, output + ": is the input " + input + " as well; give the output another name");
+    for (auto output = outputs.begin(); output != outputs.end(); ++output) {
+        for (std::string const& input : inputs)
+            if (IsSameFile(*output, input))
+                throw ToolError(ExitCode::kUsage, *output + ": is the input " + input + " as well; give the output another name");
+        for (auto other = outputs.begin(); other != output; ++other)
+            if (IsSameFile(*output, *other))
+                throw ToolError(ExitCode::kUsage, *output + ": is named twice as an output; give each output a name of its own");
+    }
 }

@@ -3,6 +3,7 @@
 #include "Interrupt.h"
 
 #include <string>
+#include <vector>
 
 /// A file that comes into being as a whole: it is written under a temporary name in the same folder and renamed when it is complete. What
 /// stood under its name before stays until then.
@@ -19,6 +20,7 @@ public:
 
     /// Brings the file to the disk and gives it its name.
     /// @throws ToolError kUnwritable
+    /// @throws Interrupted see Removable::Release()
     void Commit();
 
 private:
@@ -26,5 +28,6 @@ private:
     Removable m_temporary;
 };
 
-/// @throws ToolError kUsage when an output is one of the inputs
-void RequireOtherFile(std::string const& output, std::string const& input);
+/// By whatever names they go. Empty names are left out.
+/// @throws ToolError kUsage when two outputs are one file or an output is one of the inputs
+void RequireSeparateFiles(std::vector<std::string> const& outputs, std::vector<std::string> const& inputs);

@@ -113,8 +113,8 @@ double Bytes(KVOSrvDenseMatrix const& matrix)
 
 void CheckOutputs(Options const& options)
 {
-    for (std::string const& input : {options.left, options.right})
-        RequireOtherFile(options.output, ParseMatrixName(input, options.format, true).path);
+    auto const pathOf = [&](std::string const& input) { return ParseMatrixName(input, options.format, true).path; };
+    RequireSeparateFiles({options.output}, {pathOf(options.left), pathOf(options.right)});
 }
 
 void RunSparseTimesDense(Options const& options)
@@ -160,10 +160,10 @@ void RunGemm(Options const& options)
 
 void AddProductOptions(CLI::App& command, Options& options)
 {
-    command.add_option("-o,--output", options.output, "Database to write")->required();
+    command.add_option("-o,--output", options.output, "Database to write")->required()->check(RequireName);
     command.add_flag("-t,--transpose", options.transpose, "Multiply by the transposed first operand");
     command.add_option("--repeat", options.repeat, "Multiply so often; the fastest counts (1)")->check(RequireAtLeastOne);
-    command.add_option("--scratch", options.scratch, "Folder for scratch files (that of the output)");
+    command.add_option("--scratch", options.scratch, "Folder for scratch files (that of the output)")->check(RequireName);
     command.add_option("--format", options.format, "Format of the operands, when their endings do not tell it (see convert --help)");
     command.add_flag("--json", options.json, "Print one JSON object");
 }

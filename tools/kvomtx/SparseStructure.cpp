@@ -48,6 +48,10 @@ SparseStructure::SparseStructure(KVOSrvSparseMatrix const& matrix)
     m_column.reserve(static_cast<std::size_t>(count));
     m_value.reserve(static_cast<std::size_t>(count));
     for (std::size_t k = 0; k < static_cast<std::size_t>(count); ++k) {
+        if (k > 0 && entries[k].row == entries[k - 1].row && entries[k].column == entries[k - 1].column) { // files may repeat a pair
+            m_value.back() += entries[k].value;
+            continue;
+        }
         ++m_start[entries[k].row + std::size_t{1}];
         m_column.push_back(static_cast<int>(entries[k].column));
         m_value.push_back(entries[k].value);
@@ -58,11 +62,11 @@ SparseStructure::SparseStructure(KVOSrvSparseMatrix const& matrix)
 Asymmetry FindAsymmetry(SparseStructure const& matrix)
 {
     double scale = 0.0;
-    matrix.ForEach([&](int, int, double value) { scale = std::max(scale, std::fabs(value)); });
+    matrix.ForEach([&](int, int, double value) { scale = std::isfinite(value) ? std::max(scale, std::fabs(value)) : scale; });
     Asymmetry found;
     double worst = 0.0;
     auto const compare = [&](int row, int column, double value, double mirror) {
-        double const difference = std::fabs(value - mirror);
+        double const difference = value == mirror ? 0.0 : std::fabs(value - mirror); // of equal infinities, too
         if (difference <= worst)
             return;
         worst = std::isnan(difference) ? std::numeric_limits<double>::infinity() : difference;

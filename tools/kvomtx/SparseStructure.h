@@ -8,7 +8,7 @@
 class KVOSrvSparseMatrix;
 struct KVOSrvSparseMatrixEntry;
 
-/// All entries of a matrix in compressed rows, columns ascending, a half-stored one in full. Entries of equal place stay apart.
+/// All entries of a matrix in compressed rows, columns ascending, a half-stored one in full. Entries of equal place are summed.
 class SparseStructure
 {
 public:
@@ -42,12 +42,12 @@ private:
 
 /// How far a matrix is from its transpose.
 struct Asymmetry {
-    double largest = 0.0; ///< |a(i, j) - a(j, i)| over the largest entry in size; infinite where a value is no number
+    double largest = 0.0; ///< |a(i, j) - a(j, i)| over the largest finite entry in size; infinite where a value is no number
     int row = 0;          ///< where that is
     int column = 0;
     double value = 0.0;  ///< a(row, column)
     double mirror = 0.0; ///< a(column, row)
 };
 
-/// @param matrix  square, no two entries of equal place
+/// @param matrix  square
 Asymmetry FindAsymmetry(SparseStructure const& matrix);

@@ -104,7 +104,7 @@ void DrawLarge(Canvas& canvas, SparseStructure const& matrix, int width, int hei
             canvas.Set(kMargin + x, kMargin + y, Shade(raster.Darkness(x, y)));
 }
 
-void Draw(SparseStructure const& matrix, int pixels, OutputFile& file)
+void Draw(SparseStructure const& matrix, int pixels, OutputFile const& file)
 {
     auto const [width, height] = PictureSize(matrix, pixels);
     std::string const title =
@@ -142,10 +142,11 @@ void AddSpyCommand(CLI::App& app, Command& chosen)
     spy->callback([options, &chosen] {
         chosen = [options] {
             MatrixName const name = ParseMatrixName(options->file, options->format, true);
-            RequireOtherFile(options->output, name.path);
+            RequireSeparateFiles({options->output}, {name.path});
             OutputFile file(options->output);
             SparseStructure const matrix(*ReadMatrix(name));
             Draw(matrix, options->pixels, file);
+            file.Commit();
             std::printf("%s: %d x %d, %lld entries\n", options->output.c_str(), matrix.Rows(), matrix.Columns(),
                         static_cast<long long>(matrix.Entries()));
         };

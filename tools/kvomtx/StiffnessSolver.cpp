@@ -47,48 +47,58 @@ std::unique_ptr<KVOSrvSparseMatrix> LowerTriangle(KVOSrvSparseMatrix const& stif
     return sum;
 }
 
-class InCoreSolver final : public StiffnessSolver
-{
-public:
-    InCoreSolver(KVOSrvSparseMatrix const& lower, int n) : m_factor(n, n, nullptr, true, false), m_pivots(static_cast<std::size_t>(n))
+// In full, with room for the pivots of its in-core factorization.
+struct InCoreFactor {
+    InCoreFactor(KVOSrvSparseMatrix const& lower, int n) : matrix(n, n, nullptr, true, false), pivots(static_cast<std::size_t>(n))
     {
-        m_factor = 0.0;
-        double* const a = m_factor.Values();
+        matrix = 0.0;
         Entries const entries(lower);
         for (int k = 0; k < entries.count; ++k) {
             auto const& entry = entries.list[static_cast<std::size_t>(k)];
-            a[entry.row + std::size_t{entry.column} * static_cast<std::size_t>(n)] = entry.value;
-            a[entry.column + std::size_t{entry.row} * static_cast<std::size_t>(n)] = entry.value;
+            At(entry.row, entry.column) = entry.value;
+            At(entry.column, entry.row) = entry.value;
         }
-        std::vector<double> diagonal(static_cast<std::size_t>(n));
-        std::size_t const step = static_cast<std::size_t>(n) + 1;
-        for (std::size_t i = 0; i < diagonal.size(); ++i)
-            diagonal[i] = a[i * step];
+    }
 
-        m_factor.Factorize(m_pivots.data());
+    double& At(std::size_t row, std::size_t column) { return matrix.Values()[row + column * pivots.size()]; }
+
+    KVOSrvMatrix matrix;
+    std::vector<int> pivots;
+};
+
+class InCoreSolver final : public StiffnessSolver
+{
+public:
+    InCoreSolver(KVOSrvSparseMatrix const& lower, int n) : m_factor(lower, n)
+    {
+        std::vector<double> diagonal(static_cast<std::size_t>(n));
+        for (std::size_t i = 0; i < diagonal.size(); ++i)
+            diagonal[i] = m_factor.At(i, i);
+
+        m_factor.matrix.Factorize(m_factor.pivots.data());
 
         // A positive definite matrix never gives a 2 x 2 pivot block, which is marked by a negative number; rows may be exchanged.
         for (int i = 0; i < n; ++i) {
             auto const k = static_cast<std::size_t>(i);
-            if (m_pivots[k] <= 0)
+            int const exchanged = m_factor.pivots[k];
+            if (exchanged <= 0)
                 Refuse(i);
-            std::swap(diagonal[k], diagonal[static_cast<std::size_t>(m_pivots[k]) - 1]);
-            if (!(a[k * step] > kSmallestPivot * diagonal[k]) || !(diagonal[k] > 0.0))
+            std::swap(diagonal[k], diagonal[static_cast<std::size_t>(exchanged) - 1]);
+            if (!(m_factor.At(k, k) > kSmallestPivot * diagonal[k]) || !(diagonal[k] > 0.0))
                 Refuse(i);
         }
     }
 
     void Solve(double* block, int columns) override
     {
-        KVOSrvMatrix rhs(m_factor.NumberOfRows(), columns, block, false, false);
-        m_factor.ForwardBackwardPass(m_pivots.data(), rhs, false);
+        KVOSrvMatrix rhs(m_factor.matrix.NumberOfRows(), columns, block, false, false);
+        m_factor.matrix.ForwardBackwardPass(m_factor.pivots.data(), rhs, false);
     }
 
-    std::string Description() const override { return "in-core L D L^T of order " + std::to_string(m_factor.NumberOfRows()); }
+    std::string Description() const override { return "in-core L D L^T of order " + std::to_string(m_factor.matrix.NumberOfRows()); }
 
 private:
-    KVOSrvMatrix m_factor;
-    std::vector<int> m_pivots;
+    InCoreFactor m_factor;
 };
 
 struct CholmodCommon {
@@ -218,4 +228,20 @@ std::unique_ptr<StiffnessSolver> StiffnessSolver::Factor(KVOSrvSparseMatrix cons
     if (n <= kLargestInCore)
         return std::make_unique<InCoreSolver>(*lower, n);
     return std::make_unique<CholmodSolver>(*lower, n);
+}
+
+std::optional<int> StiffnessSolver::CountEigenvaluesBelow(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix const& mass, double bound)
+{
+    int const n = stiffness.NumberOfRows();
+    if (n > kLargestInCore)
+        return std::nullopt;
+    InCoreFactor factor(*LowerTriangle(stiffness, mass, -bound), n);
+    factor.matrix.Factorize(factor.pivots.data());
+    int negative = 0, inBlocks = 0;
+    for (std::size_t i = 0; i < factor.pivots.size(); ++i)
+        if (factor.pivots[i] < 0)
+            ++inBlocks; // each of the two rows of a block, which has one negative eigenvalue
+        else if (factor.At(i, i) < 0.0)
+            ++negative;
+    return negative + inBlocks / 2;
 }

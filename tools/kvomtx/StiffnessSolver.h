@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -22,6 +23,10 @@ public:
 
     /// @throws NotPositiveDefinite when a pivot is not clearly positive against the diagonal entry it started from
     static std::unique_ptr<StiffnessSolver> Factor(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix const& mass, double shift);
+
+    /// How many eigenvalues of K x = lambda M x are below `bound`: the negative pivots of K - bound M (Sylvester's law of inertia). None up
+    /// to order kLargestInCore only: CHOLMOD's fast factorization has positive pivots.
+    static std::optional<int> CountEigenvaluesBelow(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix const& mass, double bound);
 
     virtual ~StiffnessSolver() = default;
     StiffnessSolver(StiffnessSolver const&) = delete;

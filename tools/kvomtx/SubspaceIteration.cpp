@@ -1,9 +1,10 @@
 #include "SubspaceIteration.h"
 
-#include "ReducedPair.h"
+#include "Convergence.h"
+#include "ModelPair.h"
 #include "StiffnessSolver.h"
+#include "SubspaceBasis.h"
 
-#include "KVOSrvDenseMatrixSet.h"
 #include "KVOSrvMatrix.h"
 #include "KVOSrvScratchDenseMatrix.h"
 #include "KVOSrvSparseMatrix.h"
@@ -12,205 +13,114 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <limits>
-#include <random>
 #include <utility>
 
 namespace
 {
 
-// Rows of a chunk, so that one of a basis of some dozens of columns has some megabytes.
-constexpr int kChunkRows = 16384;
-// Relative changes below this that no longer shrink are rounding error: the eigenvalue has all the digits the pair gives. A pair whose
-// eigenvalues span more orders of magnitude gives fewer, see RoundingChange().
-constexpr double kRoundingChange = 2e-11;
-constexpr double kLargestRoundingChange = 1e-7;
-// Shifts that are tried one after another while the lowest elastic eigenvalue is still far below.
-constexpr int kMostShifts = 4;
-constexpr int kIterationsPerShift = 4;
-constexpr int kStagnantSteps = 3;
+constexpr double kEpsilon = std::numeric_limits<double>::epsilon();
+// Shares of the lowest quotient of the diagonals that are tried as a shift when the stiffness is singular.
+constexpr double kFirstShares[] = {1e-3, 1e-1};
+// A shift so many times the largest quotient of the diagonals leaves too few digits of the stiffness to go on from.
+constexpr double kLargestShift = 1e3;
+// Modes whose lambda + shift is more than so many times as far from 0 as from one another converge slowly: the factor of the error is
+// then above ((2 + 1/2) / (2 + 1))^2 for the middle one of the basis.
+constexpr double kAlike = 2.0;
+// Where a better shift puts the lowest eigenvalue, as a share of the spread of the basis: closer gains little.
+constexpr double kMargin = 0.1;
+constexpr int kMostShifts = 8;
+constexpr int kIterationsPerShift = 4;  // until the Ritz values tell where the modes are
+constexpr int kIterationsPerBasis = 30; // a basis that takes longer is too narrow for its cluster of eigenvalues
 
-KVOSrvMatrix Full(int rows, int columns)
+std::string Text(double value)
 {
-    return KVOSrvMatrix(rows, columns, nullptr, false, false);
-}
-
-std::unique_ptr<KVOSrvScratchDenseMatrix> Basis(int n, int columns)
-{
-    return std::make_unique<KVOSrvScratchDenseMatrix>(n, columns, std::min(n, kChunkRows), columns);
-}
-
-std::vector<double> Diagonal(KVOSrvSparseMatrix const& matrix)
-{
-    std::vector<double> diagonal(static_cast<std::size_t>(matrix.NumberOfRows()));
-    int count = 0;
-    std::unique_ptr<KVOSrvSparseMatrixEntry[]> const entries(matrix.GetEntries(count));
-    for (int k = 0; k < count; ++k)
-        if (entries[static_cast<std::size_t>(k)].row == entries[static_cast<std::size_t>(k)].column)
-            diagonal[entries[static_cast<std::size_t>(k)].row] = entries[static_cast<std::size_t>(k)].value;
-    return diagonal;
-}
-
-// The unknowns whose row of the mass matrix holds more than zeros: there are at most so many finite eigenvalues.
-int CountMassive(KVOSrvSparseMatrix const& mass)
-{
-    std::vector<bool> massive(static_cast<std::size_t>(mass.NumberOfRows()));
-    int count = 0;
-    std::unique_ptr<KVOSrvSparseMatrixEntry[]> const entries(mass.GetEntries(count));
-    for (std::size_t k = 0; k < static_cast<std::size_t>(count); ++k)
-        if (entries[k].value != 0.0)
-            massive[entries[k].row] = true;
-    return static_cast<int>(std::ranges::count(massive, true));
+    char text[32];
+    std::snprintf(text, sizeof text, "%.6g", value);
+    return text;
 }
 
 class Iteration
 {
 public:
     Iteration(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix const& mass, SubspaceSettings const& settings)
-        : m_stiffness(stiffness), m_mass(mass), m_settings(settings), m_n(stiffness.NumberOfRows())
+        : m_stiffness(stiffness), m_mass(mass), m_settings(settings), m_pair(stiffness, mass), m_n(stiffness.NumberOfRows()),
+          m_convergence(settings.count, settings.tolerance, m_pair.largest)
     {
-        int const massive = CountMassive(mass);
-        if (settings.count > massive)
-            throw SubspaceFailure("the mass matrix has " + std::to_string(massive) + " unknowns with mass: there are no " +
+        if (settings.count > m_pair.Massive())
+            throw SubspaceFailure("the mass matrix has " + std::to_string(m_pair.Massive()) + " unknowns with mass: there are no " +
                                   std::to_string(settings.count) + " finite modes; ask for fewer with --count");
-        m_q = static_cast<int>(
-            std::min<std::int64_t>({std::max<std::int64_t>(2 * std::int64_t{settings.count}, settings.count + 8), massive, m_n}));
-        m_largest = QuotientsOfDiagonals().second;
         ChooseShift();
-        m_x = Basis(m_n, m_q);
-        m_y = Basis(m_n, m_q);
-        m_z = Basis(m_n, m_q);
-        StartVectors();
+        std::int64_t const columns = std::max<std::int64_t>(2 * std::int64_t{settings.count}, settings.count + 8);
+        m_columns = static_cast<int>(std::min<std::int64_t>(columns, m_pair.Massive()));
+        m_basis = std::make_unique<SubspaceBasis>(mass, m_pair.massDiagonal, m_columns);
+        RequireColumns();
     }
 
     SubspaceResult Run(std::function<void(SubspaceProgress const&)> const& report);
 
 private:
-    std::pair<double, double> QuotientsOfDiagonals() const;
     void ChooseShift();
-    void StartVectors();
-    void SolveBlock();
-    RitzPairs Reduce();
-    double LowestElastic(std::vector<double> const& shifted) const;
-    double RoundingChange(double shifted) const;
+    void GiveShift(double shift);
     bool MoveShift(double shift);
+    void RequireColumns();
+    // There are no more modes than columns: the basis has the rank of the mass.
+    bool HoldsAll() const { return m_basis->Columns() < m_columns || m_columns == m_pair.Massive(); }
+    void Improve(std::vector<double> const& shifted);
+    void ImproveShift(std::vector<double> const& shifted);
+    SubspaceResult Result(int iterations);
+    void RequireNoneMissed(std::vector<double> const& lambda) const;
     std::vector<double> Residuals(std::vector<double> const& lambda);
 
     KVOSrvSparseMatrix const& m_stiffness;
     KVOSrvSparseMatrix const& m_mass;
     SubspaceSettings const& m_settings;
+    ModelPair const m_pair;
     int m_n;
-    int m_q = 0;
     double m_shift = 0.0;
-    bool m_chosen = false;  // the shift is ours, and not zero
-    double m_largest = 0.0; // about the largest eigenvalue
     std::unique_ptr<StiffnessSolver> m_solver;
-    std::unique_ptr<KVOSrvScratchDenseMatrix> m_x; // basis
-    std::unique_ptr<KVOSrvScratchDenseMatrix> m_y; // M times the basis before the solve
-    std::unique_ptr<KVOSrvScratchDenseMatrix> m_z; // M times the basis after it
+    int m_columns = 0; // that the basis is to have
+    std::unique_ptr<SubspaceBasis> m_basis;
+    Convergence m_convergence;
+    double m_margin = kMargin;
+    int m_shifts = 1;
+    int m_iterationsOfShift = 0;
+    int m_iterationsOfBasis = 0;
 };
 
-// The diagonal entries of stiffness over mass are Rayleigh quotients: the lowest of them bounds the lowest eigenvalue from above, the
-// largest the largest from below.
-std::pair<double, double> Iteration::QuotientsOfDiagonals() const
+void Iteration::GiveShift(double shift)
 {
-    std::vector<double> const k = Diagonal(m_stiffness);
-    std::vector<double> const m = Diagonal(m_mass);
-    std::pair<double, double> range(std::numeric_limits<double>::infinity(), 0.0);
-    for (std::size_t i = 0; i < k.size(); ++i)
-        if (m[i] > 0.0 && k[i] > 0.0)
-            range = {std::min(range.first, k[i] / m[i]), std::max(range.second, k[i] / m[i])};
-    return range;
+    if (!std::isfinite(shift))
+        throw SubspaceFailure("the shift is no number; give another --shift or leave it out");
+    if (m_pair.largest > 0.0 && shift > kLargestShift * m_pair.largest)
+        throw SubspaceFailure("the shift hides the eigenvalues, of which the diagonals show none above " + Text(m_pair.largest) +
+                              "; choose a smaller --shift or leave it out");
+    try {
+        m_solver = StiffnessSolver::Factor(m_stiffness, m_mass, shift);
+        m_shift = shift;
+    } catch (NotPositiveDefinite const& exception) {
+        throw SubspaceFailure("stiffness + shift * mass is not positive definite (" + std::string(exception.what()) +
+                              "); choose a greater --shift or leave it out");
+    }
 }
 
 void Iteration::ChooseShift()
 {
-    if (m_settings.shift) {
-        m_shift = *m_settings.shift;
-        try {
-            m_solver = StiffnessSolver::Factor(m_stiffness, m_mass, m_shift);
-        } catch (NotPositiveDefinite const& exception) {
-            throw SubspaceFailure("stiffness + shift * mass is not positive definite (" + std::string(exception.what()) +
-                                  "); choose a greater --shift or leave it out");
-        }
+    if (m_settings.shift)
+        return GiveShift(*m_settings.shift);
+    if (MoveShift(0.0))
         return;
-    }
-    try {
-        m_solver = StiffnessSolver::Factor(m_stiffness, m_mass, 0.0);
-        return;
-    } catch (NotPositiveDefinite const&) {
-        // Rigid body motions: continue with a shift.
-    }
-    double const lowest = QuotientsOfDiagonals().first;
-    if (!std::isfinite(lowest))
-        throw SubspaceFailure("no unknown has both stiffness and mass");
-    m_chosen = true;
-    for (double share : {1e-3, 1e-1}) {
-        m_shift = share * lowest;
-        try {
-            m_solver = StiffnessSolver::Factor(m_stiffness, m_mass, m_shift);
+    // Rigid body motions: go on with a shift. Any will do where no unknown with mass has a stiffness, as all modes are rigid then.
+    double const lowest = m_pair.lowest > 0.0 ? m_pair.lowest : 1.0;
+    for (double const share : kFirstShares)
+        if (MoveShift(share * lowest))
             return;
-        } catch (NotPositiveDefinite const&) {
-            continue;
-        }
-    }
+    if (m_pair.negative > 0)
+        throw SubspaceFailure("the stiffness matrix has negative eigenvalues (see row " + std::to_string(m_pair.negative) +
+                              "); give a --shift greater than the largest of them in size");
     throw SubspaceFailure("the stiffness matrix is singular or indefinite and no shift helps: some unknowns have neither stiffness nor "
                           "mass, or the stiffness has negative eigenvalues; give a --shift greater than the largest of them in size");
-}
-
-void Iteration::StartVectors()
-{
-    std::mt19937_64 generator(20240229);
-    std::uniform_real_distribution<double> uniform(-1.0, 1.0);
-    KVOSrvMatrix column = Full(m_n, 1);
-    for (int j = 0; j < m_q; ++j) {
-        std::generate_n(column.Values(), m_n, [&] { return uniform(generator); });
-        m_x->SetColumns(j, j, column);
-    }
-    m_mass.MultiplyDense(*m_x, *m_y, false);
-}
-
-void Iteration::SolveBlock()
-{
-    int const width = m_y->MaxNumberOfColumnsInBlock();
-    KVOSrvMatrix block = Full(m_n, width);
-    for (int b = 0; b < m_y->NumberOfColumnBlocks(); ++b) {
-        int const first = m_y->FirstColumnInBlock(b);
-        int const last = first + m_y->NumberOfColumnsInBlock(b) - 1;
-        m_y->GetColumns(first, last, block);
-        m_solver->Solve(block.Values(), last - first + 1);
-        m_x->SetColumns(first, last, block);
-    }
-}
-
-RitzPairs Iteration::Reduce()
-{
-    // One walk over the basis for both Gram matrices: [Y Z]^T X.
-    KVOSrvDenseMatrix const* members[] = {m_y.get(), m_z.get()};
-    KVOSrvDenseMatrixSet const set(members, 2);
-    KVOSrvMatrix gram = Full(2 * m_q, m_q);
-    set.TransposeMultiply(m_x.get(), gram, 0);
-    KVOSrvMatrix stiffness = Full(m_q, m_q);
-    KVOSrvMatrix mass = Full(m_q, m_q);
-    gram.GetRows(0, m_q - 1, stiffness);
-    gram.GetRows(m_q, 2 * m_q - 1, mass);
-    return SolveReduced(stiffness, mass);
-}
-
-// The lowest estimate that is not a rigid body motion: clearly above the shift's own share.
-double Iteration::LowestElastic(std::vector<double> const& shifted) const
-{
-    for (double const value : shifted)
-        if (value - m_shift > 1e-3 * m_shift)
-            return value - m_shift;
-    return 0.0;
-}
-
-// Rounding of the stiffness matrix moves an eigenvalue by about that of the largest one.
-double Iteration::RoundingChange(double shifted) const
-{
-    double const rounding = 4.0 * std::numeric_limits<double>::epsilon() * m_largest / shifted;
-    return std::clamp(rounding, kRoundingChange, kLargestRoundingChange);
 }
 
 bool Iteration::MoveShift(double shift)
@@ -225,84 +135,111 @@ bool Iteration::MoveShift(double shift)
     }
 }
 
+void Iteration::RequireColumns()
+{
+    if (m_basis->Columns() < m_settings.count)
+        throw SubspaceFailure("the mass matrix is of rank " + std::to_string(m_basis->Columns()) + ": there are no " +
+                              std::to_string(m_settings.count) + " finite modes; ask for fewer with --count");
+}
+
 SubspaceResult Iteration::Run(std::function<void(SubspaceProgress const&)> const& report)
 {
-    SubspaceResult result;
-    auto const count = static_cast<std::size_t>(m_settings.count);
-    std::vector<double> before;
-    std::vector<int> stagnant(count);
-    int shifts = 1;
-    int iterationsOfShift = 0;
     for (int iteration = 1;; ++iteration) {
-        SolveBlock();
-        m_mass.MultiplyDense(*m_x, *m_z, false);
-        RitzPairs const ritz = Reduce();
-        m_x->MultiplyAssign(ritz.combinations);
-        m_z->MultiplyAssign(ritz.combinations);
-        std::swap(m_y, m_z);
+        RitzPairs const ritz = m_basis->Advance(*m_solver);
+        if (ritz.indefinite)
+            throw SubspaceFailure("the mass matrix has negative eigenvalues; give one that is positive, or zero for massless unknowns");
+        int const rank = static_cast<int>(ritz.shifted.size());
+        m_convergence.Take(ritz.shifted, m_shift, HoldsAll() && rank == m_basis->Columns());
 
-        if (ritz.shifted.size() < count)
-            throw SubspaceFailure("there are only " + std::to_string(ritz.shifted.size()) +
-                                  " finite modes (the mass matrix is singular); ask for fewer with --count");
-        std::vector<double> change(count, std::numeric_limits<double>::infinity());
-        std::vector<double> lambda(count);
-        for (std::size_t i = 0; i < count; ++i) {
-            lambda[i] = ritz.shifted[i] - m_shift;
-            if (!before.empty())
-                change[i] = std::fabs(ritz.shifted[i] - before[i]) / ritz.shifted[i];
-        }
-        before.assign(ritz.shifted.begin(), ritz.shifted.begin() + m_settings.count);
-        int converged = 0;
-        for (std::size_t i = 0; i < count; ++i) {
-            bool const shrinks = result.history.empty() || change[i] < 0.9 * result.history.back()[i];
-            stagnant[i] = change[i] <= RoundingChange(ritz.shifted[i]) && !shrinks ? stagnant[i] + 1 : 0;
-            if (change[i] <= m_settings.tolerance || stagnant[i] >= kStagnantSteps)
-                ++converged;
-        }
-        result.history.push_back(change);
-        report({iteration, converged, m_shift, lambda, *std::max_element(change.begin(), change.end())});
-
-        if (converged == m_settings.count) {
-            result.iterations = iteration;
-            break;
-        }
+        int const found = m_convergence.Found();
+        std::vector<double> const& changes = m_convergence.History().back();
+        report({iteration, found, *std::ranges::max_element(changes)});
+        if (found == m_settings.count)
+            return Result(iteration);
         if (iteration == m_settings.largestIterations)
-            throw SubspaceFailure("no convergence after " + std::to_string(iteration) + " iterations (" + std::to_string(converged) +
-                                  " of " + std::to_string(count) + " modes); the tolerance may be below the rounding error of this pair");
-
-        // A shift far above the lowest elastic eigenvalue makes all of them look alike: move it there once it is known roughly.
-        double const elastic = LowestElastic(ritz.shifted);
-        if (m_chosen && shifts < kMostShifts && ++iterationsOfShift >= kIterationsPerShift && elastic > 0.0 && elastic < 0.1 * m_shift) {
-            ++shifts;
-            iterationsOfShift = 0;
-            if (MoveShift(elastic))
-                before.clear(); // a change from here on is one of lambda + another shift
-        }
+            throw SubspaceFailure("no convergence after " + std::to_string(iteration) + " iterations (" + std::to_string(found) + " of " +
+                                  std::to_string(m_settings.count) +
+                                  " modes): the eigenvalues are too close together or too far apart for this method; try another --count");
+        Improve(ritz.shifted);
     }
+}
 
+void Iteration::Improve(std::vector<double> const& shifted)
+{
+    if (++m_iterationsOfShift >= kIterationsPerShift && m_shifts < kMostShifts && !shifted.empty())
+        ImproveShift(shifted);
+    bool const all = HoldsAll();
+    if (++m_iterationsOfBasis >= kIterationsPerBasis && !all) {
+        m_iterationsOfBasis = 0;
+        m_columns = static_cast<int>(std::min<std::int64_t>(2 * std::int64_t{m_columns}, m_pair.Massive()));
+    }
+    int const kept = static_cast<int>(shifted.size());
+    if (kept < (all ? m_basis->Columns() : m_columns)) {
+        m_basis->Fill(kept, m_columns);
+        RequireColumns();
+    }
+}
+
+// A shift far from eigenvalues that are close to one another makes all of them look alike: move it to them.
+void Iteration::ImproveShift(std::vector<double> const& shifted)
+{
+    double const lowest = shifted.front() - m_shift, spread = shifted.back() - shifted.front();
+    double const rounding = 1e3 * kEpsilon * m_pair.largest;
+    if (shifted.front() <= kAlike * spread || spread <= rounding)
+        return;
+    // Not past the lowest eigenvalue, which is still below its estimate: that would cost a factorization for nothing.
+    double const share = m_convergence.LeftOfLowest() <= m_margin * spread ? m_margin : 1.0;
+    double shift = std::max(share * spread, rounding) - lowest;
+    if (shift < 0.0 && m_shift > std::fabs(lowest))
+        shift = kMargin * std::fabs(lowest); // the estimates are rough under a shift that great: come closer first
+    ++m_shifts;
+    m_iterationsOfShift = m_iterationsOfBasis = 0;
+    if (MoveShift(shift))
+        m_convergence.Restart();
+    else
+        m_margin = 1.0;
+}
+
+SubspaceResult Iteration::Result(int iterations)
+{
+    SubspaceResult result;
+    result.history = m_convergence.History();
+    result.iterations = iterations;
     result.shift = m_shift;
-    result.subspace = m_q;
+    result.subspace = m_basis->Columns();
     result.solver = m_solver->Description();
-    for (std::size_t i = 0; i < count; ++i)
-        result.lambda.push_back(before[i] - m_shift);
+    for (std::size_t i = 0; i < static_cast<std::size_t>(m_settings.count); ++i)
+        result.lambda.push_back(m_convergence.Shifted()[i] - m_shift);
     result.residuals = Residuals(result.lambda);
-    result.modes.reset(m_x->Submatrix(0, m_n - 1, 0, m_settings.count - 1));
+    m_solver.reset(); // the next factor takes its place
+    RequireNoneMissed(result.lambda);
+    result.modes.reset(m_basis->X().Submatrix(0, m_n - 1, 0, m_settings.count - 1));
     return result;
+}
+
+// Random columns hold every mode, and one that were missed all the same would be seen here: the eigenvalues below the last one are counted.
+void Iteration::RequireNoneMissed(std::vector<double> const& lambda) const
+{
+    double const margin = std::max(1e-8 * std::fabs(lambda.back()), 1e4 * kEpsilon * std::max(m_pair.largest, std::fabs(m_shift)));
+    std::optional<int> const below = StiffnessSolver::CountEigenvaluesBelow(m_stiffness, m_mass, lambda.back() - margin);
+    auto const found = std::ranges::count_if(lambda, [&](double value) { return value < lambda.back(); });
+    if (below && *below > found)
+        throw SubspaceFailure("of " + std::to_string(*below) + " eigenvalues below " + Text(lambda.back()) + " only " +
+                              std::to_string(found) + " were found; ask for more modes with --count");
 }
 
 std::vector<double> Iteration::Residuals(std::vector<double> const& lambda)
 {
-    // M x of the final basis stands in m_y.
     auto const n = static_cast<std::size_t>(m_n);
     std::vector<double> residuals;
-    KVOSrvMatrix x = Full(m_n, 1);
-    KVOSrvMatrix massX = Full(m_n, 1);
+    KVOSrvMatrix x(m_n, 1, nullptr, false, false);
+    KVOSrvMatrix massX(m_n, 1, nullptr, false, false);
     std::vector<double> difference(n);
     std::vector<double> solved(n);
     for (std::size_t i = 0; i < lambda.size(); ++i) {
         int const column = static_cast<int>(i);
-        m_x->GetColumns(column, column, x);
-        m_y->GetColumns(column, column, massX);
+        m_basis->X().GetColumns(column, column, x);
+        m_mass.Multiply(x.Values(), 1, massX.Values(), false);
         m_stiffness.Multiply(x.Values(), 1, difference.data(), false);
         double energy = 0.0;
         std::vector<double> reference(massX.Values(), massX.Values() + n);
@@ -316,7 +253,7 @@ std::vector<double> Iteration::Residuals(std::vector<double> const& lambda)
         double error = 0.0;
         for (std::size_t k = 0; k < n; ++k)
             error += difference[k] * solved[k];
-        residuals.push_back(std::sqrt(std::max(0.0, error)) / ((lambda[i] + m_shift) * std::sqrt(energy)));
+        residuals.push_back(std::sqrt(std::max(0.0, error)) / (std::max(lambda[i], lambda[i] + m_shift) * std::sqrt(energy)));
     }
     return residuals;
 }

@@ -31,6 +31,12 @@ std::string Place(int row, int column)
     return text;
 }
 
+// Of equal values exactly that one, also where their sum is beyond the range of doubles.
+double Mean(double a, double b)
+{
+    return a == b ? a : 0.5 * a + 0.5 * b;
+}
+
 /// The arrays of a symmetric drawer.
 struct Half {
     explicit Half(SparseStructure const& matrix) : diagonal(static_cast<std::size_t>(matrix.Rows()))
@@ -53,7 +59,7 @@ struct Half {
                     ++mirror;
                 bool const both = mirror < matrix.Start(column + 1) && matrix.Column(mirror) == row;
                 columnIndices.push_back(column);
-                values.push_back(both ? 0.5 * (matrix.Value(k) + matrix.Value(mirror)) : matrix.Value(k));
+                values.push_back(both ? Mean(matrix.Value(k), matrix.Value(mirror)) : matrix.Value(k));
             }
             rowStart.push_back(static_cast<unsigned>(values.size()));
         }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cmath>
 #include <cstdlib>
 #include <string>
 
@@ -11,5 +12,12 @@ inline std::string RequireAtLeastOne(std::string const& text)
 
 inline std::string RequirePositive(std::string const& text)
 {
-    return std::strtod(text.c_str(), nullptr) > 0.0 ? "" : text + " is not greater than 0";
+    double const value = std::strtod(text.c_str(), nullptr);
+    return value > 0.0 && std::isfinite(value) ? "" : text + " is no number greater than 0";
+}
+
+/// Of a file or folder: an empty one would be taken for none.
+inline std::string RequireName(std::string const& text)
+{
+    return text.empty() ? "the name is empty" : "";
 }

@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "Database.h"
 #include "Errors.h"
 #include "Interrupt.h"
 
@@ -9,11 +10,15 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <new>
 #include <string>
+#include <unistd.h>
+#include <utility>
 
 namespace
 {
@@ -28,11 +33,41 @@ constexpr char kFooter[] =
     "\nExit codes: 0 done, 1 the data cannot give what was asked for, 2 wrong command line, 3 an input cannot be read,\n"
     "4 an output cannot be written, 130 interrupted. kvomtx COMMAND --help shows each command with an example.";
 
+// What a file or its name has put into the text may neither break the line nor command the terminal.
 int Report(ExitCode code, std::string text)
 {
     std::ranges::replace(text, '\n', ' ');
+    std::ranges::replace_if(
+        text, [](char c) { return std::iscntrl(static_cast<unsigned char>(c)) != 0; }, '?');
     std::fprintf(stderr, "kvomtx: %s\n", text.c_str());
     return static_cast<int>(code);
+}
+
+int ReportDatabase(KVOSimException const& error)
+{
+    std::string text = error.UserReport().c_str();
+    if (text.ends_with('.'))
+        text.pop_back();
+    if (!ConcernsInput(text)) // what is left are outputs and scratch files
+        return Report(ExitCode::kUnwritable, text + "; make room or write elsewhere");
+    constexpr std::pair<char const*, char const*> kAdvice[] = {
+        {"No such file", "check the name"},    {"it is no database", "check the name"},        {"it is a folder", "check the name"},
+        {"no regular file", "check the name"}, {"Permission denied", "check its permissions"}, {"elsewhere", "wait for the other program"},
+    };
+    for (auto const& [reason, advice] : kAdvice)
+        if (text.find(reason) != std::string::npos)
+            return Report(ExitCode::kUnreadable, text + "; " + advice);
+    return Report(ExitCode::kUnreadable, text + "; make it again");
+}
+
+// Results that nobody gets are no results. A write that failed before leaves nothing to flush, only its mark.
+void RequirePrinted()
+{
+    errno = 0;
+    if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+        return;
+    throw ToolError(ExitCode::kUnwritable, std::string("the standard output cannot be written") +
+                                               (errno != 0 ? std::string(": ") + std::strerror(errno) : "") + "; send it elsewhere");
 }
 
 void RunWithLibrary(Command const& command)
@@ -43,9 +78,7 @@ void RunWithLibrary(Command const& command)
         int tally = 0;
     } const library;
     command();
-    // Results that nobody gets are no results.
-    if (std::fflush(stdout) != 0)
-        throw ToolError(ExitCode::kUnwritable, std::string("the standard output cannot be written: ") + std::strerror(errno));
+    RequirePrinted();
 }
 
 int Run(Command const& command)
@@ -57,33 +90,46 @@ int Run(Command const& command)
         return Report(error.Code(), error.what());
     } catch (Interrupted const&) {
         return Report(ExitCode::kInterrupted, "interrupted");
-    } catch (KVOSimException const& error) { // inputs are opened by InputDatabase: what is left are outputs and scratch files
-        return Report(ExitCode::kUnwritable, std::string(error.UserReport().c_str()) + " Is the disk full?");
+    } catch (KVOSimException const& error) {
+        return ReportDatabase(error);
     } catch (KVOSrvMtxFileWriteFailure const& error) {
-        return Report(ExitCode::kUnwritable, std::string(error.UserReport().c_str()) + "; is the disk full?");
+        return Report(ExitCode::kUnwritable, std::string(error.UserReport().c_str()) + "; make room or write elsewhere");
     } catch (KVOSrvMtxOpenFileException const& error) {
         return Report(ExitCode::kUnreadable, error.UserReport().c_str());
     } catch (KVOBasException const& error) {
         return Report(ExitCode::kCannot, error.UserReport().c_str());
     } catch (std::bad_alloc const&) {
-        return Report(ExitCode::kCannot, "the memory does not suffice for this; take a smaller model or fewer modes");
+        return Report(ExitCode::kCannot,
+                      "the memory does not suffice for this; take a machine with more of it, a smaller matrix or, of modes, fewer");
     } catch (std::exception const& error) {
         return Report(ExitCode::kCannot, error.what());
     }
 }
 
-// A misspelt command is an argument too many of the program for the parser, and a missing command.
-std::string Explain(CLI::App const& app, CLI::ParseError const& error, std::string const& first)
+// A misspelt command is an argument too many for the parser, and a missing command.
+std::string Explain(CLI::App const& app, CLI::ParseError const& error, char const* const* words)
 {
-    if (app.get_subcommands().empty() && !first.empty() && first[0] != '-')
-        return "\"" + first + "\" is no command";
+    CLI::App const* last = &app;
+    for (; !last->get_subcommands().empty(); last = last->get_subcommands().front())
+        ++words;
+    if (last->get_require_subcommand_min() > 0 && *words != nullptr && **words != '-' && **words != '\0')
+        return std::string("\"") + *words + "\" is no command" + (last == &app ? "" : " of " + last->get_name());
     return error.what();
+}
+
+// A file that is opened later must not become a standard stream that the caller has closed: what is printed would go into it.
+void OccupyStandardStreams()
+{
+    for (int const stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(stream, F_GETFD) < 0)
+            open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY); // its use fails as if it were closed
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
+    OccupyStandardStreams();
     WatchSignals();
     Command command;
     CLI::App app(kDescription, "kvomtx");
@@ -101,9 +147,8 @@ int main(int argc, char** argv)
         app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {
         if (error.get_exit_code() == 0) // help and version
-            return app.exit(error);
-        return Report(ExitCode::kUsage,
-                      Explain(app, error, argc > 1 ? argv[1] : "") + "; kvomtx --help, or --help after the command, shows how");
+            return Run([&] { app.exit(error); });
+        return Report(ExitCode::kUsage, Explain(app, error, argv + 1) + "; kvomtx --help, or --help after the command, shows how");
     }
     return Run(command);
 }
