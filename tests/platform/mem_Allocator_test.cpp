@@ -1,4 +1,5 @@
 #include "mem_Allocator.h"
+#include "mem_Vector.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -62,6 +63,15 @@ TEST(mem_Allocator, ReallocKeepsTheContentAlsoWhenItFails)
         EXPECT_EQ(std::count(memory, memory + 20, 7), 20);
     }
     mem_Free(memory);
+}
+
+TEST(mem_Vector, IsAsItWasWhenMemoryRunsOut)
+{
+    mem_Vector<int> vector{1, 2, 3};
+    vector.shrink_to_fit();
+    mem_FailAllocationAfter(0);
+    EXPECT_THROW(vector.push_back(4), mem_OutOfMemory);
+    EXPECT_EQ(vector, (mem_Vector<int>{1, 2, 3}));
 }
 
 #ifndef __SANITIZE_ADDRESS__ // nothing is kept then
