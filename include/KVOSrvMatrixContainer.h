@@ -13,9 +13,10 @@
 /// KVOFortran.h.
 ///
 /// The file lies in the directory that is the working one when the container is made, and goes with the container, wherever the process
-/// works by then. It is named "KVOSrvMatrixContainer", the container's address in 16 upper-case hexadecimal digits, and ".sim". A file of
-/// that name that nobody has locked was left by a process that was killed, and is replaced. One that is locked belongs to a process that
-/// lives: "-" and the process id are then added to the address (and a number, should that name be in use, too).
+/// works by then. It is named "KVOSrvMatrixContainer", the container's address in 16 upper-case hexadecimal digits, and ".sim"; only the
+/// user may read and write it. A file of that name that a killed process has left is replaced (docs/database-advice.md, "Scratch files",
+/// says what counts as left). Any other one stays: "-" and the process id are then added to the address (and a number, should that name be
+/// in use, too).
 ///
 /// Ids are the caller's, no two of them more than 2^31 - 1 apart: not negative, say. The container owns its matrices; views of them, and
 /// whatever else refers to the database, answer with KVOSimException when it is gone. Used by one thread at a time.

@@ -9,7 +9,7 @@
 /// The file is made in KVOSrvUtilities::GetTempDirectory() (empty: the working directory) and named "KVOSrvScratchDenseMatrix", the
 /// address of the object, "-", the process id, and ".sim"; another number follows the process id where that name is taken. The process
 /// id keeps processes with equal addresses apart. Before a process makes its first scratch file in a directory it removes those there
-/// that killed processes have left: files of such a name that nobody has locked.
+/// that killed processes have left: see docs/database-advice.md, "Scratch files".
 class KVO_EXPORT KVOSrvScratchDenseMatrix : public KVOSrvDenseMatrix
 {
 public:

@@ -12,26 +12,13 @@
 #include "aio_ostream.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <fcntl.h>
 #include <memory>
 #include <numeric>
-#include <string>
 #include <unistd.h>
 
 namespace
 {
-
-std::string NameFor(void const* container, int attempt)
-{
-    char address[17];
-    std::snprintf(address, sizeof address, "%016llX", static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(container)));
-    std::string name = std::string("KVOSrvMatrixContainer") + address;
-    if (attempt > 0)
-        (name += '-') += std::to_string(getpid());
-    if (attempt > 1)
-        (name += '-') += std::to_string(attempt);
-    return name += ".sim";
-}
 
 KVOSimCSetID MakeMembers(KVOSimCollectionID const& id, int count, int const* numbers)
 {
@@ -74,9 +61,11 @@ void KVOSrvMatrixContainer::MakeFile()
 {
     constexpr int kLastAttempt = 100;
     cow_String const directory = ScratchFiles::WorkingDirectory();
+    ScratchFiles::RemoveLeftoversOnce(directory);
     for (int attempt = 0;; ++attempt) {
-        KVOBasUtlFilePath const file(directory, cow_String(NameFor(this, attempt)));
-        if (attempt < kLastAttempt && file.Exists() && !ScratchFiles::RemoveIfUnused(file.Path()))
+        KVOBasUtlFilePath const file(directory, ScratchFiles::NameForContainer(this, attempt));
+        RemoveLeftScratch(AT_FDCWD, file.Path().c_str());
+        if (attempt < kLastAttempt && file.Exists())
             continue;
         try {
             CreateFile(DRXUnicodeString(file.Path().c_str()), 0);

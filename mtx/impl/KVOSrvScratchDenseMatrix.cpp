@@ -55,7 +55,7 @@ void KVOSrvScratchDenseMatrix::CreateDatabase(int rows, int columns, int const* 
     int rowsPerChunk = std::min(rows, rowChunk), columnsPerChunk = std::min(columns, columnChunk);
     KVOSrvUtilities::LimitChunkSize2GB(rowsPerChunk, columnsPerChunk, rows, columns);
 
-    m_fileHandle.Associate(ScratchFiles::PathFor(this));
+    m_fileHandle.Associate(ScratchFiles::PathForMatrix(this));
     KVOSimContext context(m_fileHandle.ContextID());
     KVOSimTransaction transaction(context);
     KVOSimCSetID const rowSet = MakeMembers(context, rows, rowNumbers), columnSet = MakeMembers(context, columns, columnNumbers);

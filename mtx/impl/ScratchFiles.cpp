@@ -1,26 +1,27 @@
 #include "ScratchFiles.h"
 
 #include "KVOBasUtlFilePath.h"
+#include "KVOSimDatabase.h"
 #include "KVOSimException.h"
 #include "KVOSrvUtilities.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <dirent.h>
-#include <fcntl.h>
 #include <filesystem>
+#include <initializer_list>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <string>
 #include <string_view>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace
 {
 
-constexpr std::string_view kPrefix = "KVOSrvScratchDenseMatrix";
-constexpr std::string_view kSuffix = ".sim";
+constexpr std::string_view kMatrix = "KVOSrvScratchDenseMatrix", kContainer = "KVOSrvMatrixContainer", kSuffix = ".sim";
+constexpr std::size_t kAddressDigits = 16;
 
 cow_String Directory()
 {
@@ -31,46 +32,35 @@ cow_String Directory()
     return directory.IsEmpty() ? working : KVOBasUtlFilePath(working, directory).Path();
 }
 
-std::string NameFor(void const* owner, int attempt)
+// `numbers` of process and attempt, those that are positive.
+cow_String NameFor(std::string_view kind, void const* owner, std::initializer_list<int> numbers)
 {
-    char text[64];
-    std::snprintf(text, sizeof text, "%016llX-%d", static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(owner)), getpid());
-    std::string name(kPrefix);
-    name += text;
-    if (attempt > 0)
-        (name += '-') += std::to_string(attempt);
-    return name += kSuffix;
+    char address[kAddressDigits + 1];
+    std::snprintf(address, sizeof address, "%016llX", static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(owner)));
+    std::string name(kind);
+    name += address;
+    for (int const number : numbers)
+        if (number > 0)
+            (name += '-') += std::to_string(number);
+    return cow_String(name += kSuffix);
 }
 
-/// A descriptor that closes itself.
-class Descriptor
+bool IsNameOfOurs(std::string_view name) noexcept
 {
-public:
-    explicit Descriptor(int number) noexcept : m_number(number) {}
-    Descriptor(Descriptor const&) = delete;
-    Descriptor& operator=(Descriptor const&) = delete;
-    ~Descriptor()
-    {
-        if (m_number >= 0)
-            close(m_number);
+    auto const skip = [&](char const* among) { name.remove_prefix(std::min(name.find_first_not_of(among), name.size())); };
+    std::string_view const kind = name.starts_with(kMatrix) ? kMatrix : kContainer;
+    if (!name.starts_with(kind))
+        return false;
+    name.remove_prefix(kind.size());
+    std::size_t const length = name.size();
+    skip("0123456789ABCDEF");
+    if (length - name.size() != kAddressDigits)
+        return false;
+    for (int numbers = 0; numbers < 2 && name.size() > 1 && name[0] == '-' && name[1] >= '1' && name[1] <= '9'; ++numbers) {
+        name.remove_prefix(1);
+        skip("0123456789");
     }
-    operator int() const noexcept { return m_number; }
-
-private:
-    int m_number;
-};
-
-// Whoever uses a scratch file has it locked. Between the making of a file and its locking it may be taken for a leftover here; its maker
-// sees then that the name is gone, and makes it again.
-void RemoveFileIfUnused(int directory, char const* name) noexcept
-{
-    Descriptor const file(openat(directory, name, O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    struct stat opened, named;
-    if (file < 0 || fstat(file, &opened) != 0 || !S_ISREG(opened.st_mode) || flock(file, LOCK_EX | LOCK_NB) != 0)
-        return;
-    // Until now the name may have passed to another file.
-    if (fstatat(directory, name, &named, AT_SYMLINK_NOFOLLOW) == 0 && named.st_ino == opened.st_ino && named.st_dev == opened.st_dev)
-        unlinkat(directory, name, 0);
+    return name == kSuffix;
 }
 
 } // namespace
@@ -85,26 +75,32 @@ cow_String ScratchFiles::WorkingDirectory()
     }
 }
 
-cow_String ScratchFiles::PathFor(void const* owner)
+cow_String ScratchFiles::PathForMatrix(void const* owner)
 {
     cow_String const directory = Directory();
-    // Never destroyed: scratch matrices of static duration may come while the process ends.
-    static auto& s_cleaned = *new std::set<std::string, std::less<>>;
-    if (!s_cleaned.contains(directory.View())) {
-        RemoveLeftovers(directory);
-        s_cleaned.emplace(directory.View());
-    }
+    RemoveLeftoversOnce(directory);
     for (int attempt = 0;; ++attempt) {
-        KVOBasUtlFilePath const path(directory, cow_String(NameFor(owner, attempt)));
+        KVOBasUtlFilePath const path(directory, NameFor(kMatrix, owner, {getpid(), attempt}));
         if (!path.Exists())
             return path.Path();
     }
 }
 
-bool ScratchFiles::RemoveIfUnused(cow_String const& path) noexcept
+cow_String ScratchFiles::NameForContainer(void const* owner, int attempt)
 {
-    RemoveFileIfUnused(AT_FDCWD, path.c_str());
-    return !KVOBasUtlFilePath(path).Exists();
+    return NameFor(kContainer, owner, {attempt > 0 ? getpid() : 0, attempt > 1 ? attempt : 0});
+}
+
+void ScratchFiles::RemoveLeftoversOnce(cow_String const& directory)
+{
+    // Never destroyed: scratch matrices of static duration may come while the process ends.
+    static auto& s_cleaned = *new std::set<std::string, std::less<>>;
+    static auto& s_guard = *new std::mutex;
+    std::lock_guard const locked(s_guard);
+    if (s_cleaned.contains(directory.View()))
+        return;
+    RemoveLeftovers(directory);
+    s_cleaned.emplace(directory.View());
 }
 
 void ScratchFiles::RemoveLeftovers(cow_String const& directory) noexcept
@@ -112,9 +108,7 @@ void ScratchFiles::RemoveLeftovers(cow_String const& directory) noexcept
     std::unique_ptr<DIR, int (*)(DIR*)> const folder(opendir(directory.c_str()), closedir);
     if (folder == nullptr)
         return;
-    while (dirent const* const entry = readdir(folder.get())) {
-        std::string_view const name = entry->d_name;
-        if (name.starts_with(kPrefix) && name.ends_with(kSuffix))
-            RemoveFileIfUnused(dirfd(folder.get()), entry->d_name);
-    }
+    while (dirent const* const entry = readdir(folder.get()))
+        if (IsNameOfOurs(entry->d_name))
+            KVOSimDatabase::RemoveLeftScratch(dirfd(folder.get()), entry->d_name);
 }

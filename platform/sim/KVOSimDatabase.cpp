@@ -2,6 +2,8 @@
 
 #include "Context.h"
 #include "KVOBasException.h"
+#include "KVOBasLeftover.h"
+#include "ScratchMark.h"
 #include "Session.h"
 
 #include <exception>
@@ -33,6 +35,13 @@ KVOSimDatabase::~KVOSimDatabase()
     } catch (KVOBasException const&) { // see the declaration
     } catch (std::exception const&) {
     }
+}
+
+void KVOSimDatabase::RemoveLeftScratch(int directory, char const* name) noexcept
+{
+    KVOBasUnusedFile file(directory, name);
+    if (file.IsHeld() && simdb::scratch_mark::IsLeftBehind(file.Descriptor()))
+        file.Remove();
 }
 
 void KVOSimDatabase::CreateFile(DRXUnicodeString const& path, int flags)

@@ -27,8 +27,11 @@ public:
     virtual ~KVOSimDatabase();
 
     /// The database to be made is work space that needs not outlive the process: nothing is ever synced, and what is in the file after a
-    /// kill is of no use. The file is removed by whoever made it. To be called before CreateFile.
+    /// kill is of no use. Only the user may read and write the file, and whoever made it removes it. To be called before CreateFile.
     void SetScratch() noexcept { m_scratch = true; }
+    /// Removes the file `name` in `directory` when it is the file of a scratch database whose process is gone from this host, and nobody
+    /// has it locked. Everything else stays. @param directory  a descriptor, or AT_FDCWD for the working directory
+    static void RemoveLeftScratch(int directory, char const* name) noexcept;
 
     /// Makes a new, empty database and holds it open for writing. @param flags  0
     /// @throws KVOSimException when the file exists, cannot be made, or a database is open already

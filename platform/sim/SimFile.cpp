@@ -1,5 +1,6 @@
 #include "SimFile.h"
 
+#include "ScratchMark.h"
 #include "SimFileDriver.h"
 #include "SimIo.h"
 #include "SimPersistence.h"
@@ -36,6 +37,9 @@ constexpr char const* kCreating = "Cannot create the database";
 constexpr char const* kCommitting = "Cannot commit to the database";
 constexpr char const* kClosing = "Cannot close the database";
 
+// What others may see of a database is decided by the umask; work space is nobody else's.
+constexpr mode_t kDatabaseMode = 0666, kScratchMode = 0600;
+
 // Attempts at a file that others remove or replace at the same time.
 constexpr int kAttempts = 100;
 
@@ -55,10 +59,10 @@ int Lock(int descriptor, int operation) noexcept
     return result;
 }
 
-void MakeLocked(std::string const& path, int& descriptor)
+void MakeLocked(std::string const& path, mode_t mode, int& descriptor)
 {
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
         if (descriptor < 0 && errno == EEXIST)
             ThrowReason(kCreating, path, "a file of that name exists");
         if (descriptor < 0 && errno == ENOENT)
@@ -200,7 +204,7 @@ std::shared_ptr<File> File::Create(std::string const& path, Kind kind)
     State& state = *file->m_state;
     state.path = path;
     state.scratch = kind == Kind::Scratch;
-    MakeLocked(path, state.driver->descriptor);
+    MakeLocked(path, state.scratch ? kScratchMode : kDatabaseMode, state.driver->descriptor);
     struct Undo {
         std::string const& path;
         bool done = false;
@@ -212,6 +216,8 @@ std::shared_ptr<File> File::Create(std::string const& path, Kind kind)
     } undo{path};
     if (!state.scratch)
         state.persistence.emplace(path, RealPath(path), state.driver).Begin();
+    else if (int const error = scratch_mark::Write(state.driver->descriptor))
+        ThrowErrno(kCreating, path, error);
     state.file = BeginFile(path, state.driver);
     undo.done = true;
     return file;

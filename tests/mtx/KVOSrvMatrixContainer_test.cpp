@@ -1,14 +1,13 @@
 #include "KVOSrvMatrixContainer.h"
 
+#include "ChildProcess.h"
 #include "DatabaseSupport.h"
 #include "ExpectThrows.h"
 #include "FailNew.h"
 #include "KVOFortran.h"
 #include "KVOSimException.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -262,7 +261,11 @@ TEST(KVOSrvMatrixContainer, ReplacesLeftoversButNothingThatIsInUse)
     Place place;
     std::string const plain = FileOf(place.Address()), withProcess = FileOf(place.Address(), "-" + std::to_string(getpid())),
                       withNumber = FileOf(place.Address(), "-" + std::to_string(getpid()) + "-2");
-    WriteFile(folder / plain, "left by a process that was killed");
+    ChildProcess([&] {
+        place.Make();
+        return 0;
+    }).Wait();
+    ASSERT_THAT(folder.Files(), ElementsAre(plain));
 
     place.Make();
     Dense const values = Randomize((*place).Create(1, 3, 3, 2, 2));
@@ -271,8 +274,7 @@ TEST(KVOSrvMatrixContainer, ReplacesLeftoversButNothingThatIsInUse)
     place.Destroy();
     EXPECT_THAT(folder.Files(), IsEmpty());
 
-    int const descriptor = open((folder / plain).c_str(), O_RDWR | O_CREAT, 0600); // now one of a living process
-    ASSERT_EQ(flock(descriptor, LOCK_EX | LOCK_NB), 0);
+    WriteFile(folder / plain, "not ours");
     place.Make();
     EXPECT_THAT(folder.Files(), UnorderedElementsAre(plain, withProcess));
     place.Destroy();
@@ -283,7 +285,7 @@ TEST(KVOSrvMatrixContainer, ReplacesLeftoversButNothingThatIsInUse)
     EXPECT_THAT(folder.Files(), UnorderedElementsAre(plain, withProcess, withNumber));
     place.Destroy();
     EXPECT_THAT(folder.Files(), UnorderedElementsAre(plain, withProcess));
-    close(descriptor);
+    EXPECT_EQ(ReadFile(folder / plain), "not ours");
 }
 
 // As forked processes do that start working at the same moment. None may lose its file to another one.

@@ -3,6 +3,7 @@
 #include "ChildProcess.h"
 #include "DatabaseSupport.h"
 #include "KVOSimException.h"
+#include "KVOSrvMatrixContainer.h"
 #include "ScratchFiles.h"
 
 #include <gmock/gmock.h>
@@ -41,6 +42,19 @@ public:
 private:
     TemporaryFolder m_folder;
     cow_String m_before;
+};
+
+/// Makes `path` the working folder while it lives.
+class WorkingFolder
+{
+public:
+    explicit WorkingFolder(std::string const& path) : m_before(std::filesystem::current_path()) { std::filesystem::current_path(path); }
+    ~WorkingFolder() { std::filesystem::current_path(m_before); }
+    WorkingFolder(WorkingFolder const&) = delete;
+    WorkingFolder& operator=(WorkingFolder const&) = delete;
+
+private:
+    std::filesystem::path m_before;
 };
 
 /// A child process that has called run() when this is there, and calls idle() again and again until it is killed.
@@ -82,6 +96,8 @@ TEST(KVOSrvScratchDenseMatrix, HasAFileOfItsOwnWhileItOrAViewLives)
         EXPECT_THAT(name, StartsWith("KVOSrvScratchDenseMatrix"));
         EXPECT_THAT(name, EndsWith("-" + std::to_string(getpid()) + ".sim"));
     }
+    using std::filesystem::perms;
+    EXPECT_EQ(std::filesystem::status(folder / folder.Files()[0]).permissions(), perms::owner_read | perms::owner_write);
     EXPECT_EQ(first->NumberOfRowsInBlock(0), 4);
     EXPECT_EQ(second->NumberOfRowsInBlock(0), 5);
     EXPECT_EQ(second->NumberOfColumnBlocks(), 1);
@@ -170,32 +186,51 @@ TEST(KVOSrvScratchDenseMatrix, FailuresLeaveNoFile)
     EXPECT_THROW(KVOSrvScratchDenseMatrix(2, 2, 2, 2), KVOSimException);
 }
 
-TEST(KVOSrvScratchDenseMatrix, LeftoversGoButNothingThatIsInUse)
+TEST(KVOSrvScratchDenseMatrix, LeftoversGoButNothingThatIsInUseOrNotMarkedAsScratch)
 {
     ScratchFolder const folder;
-    // Another process leaves one file behind when it is killed, and a second one keeps one in use.
-    Child killed([] { new KVOSrvScratchDenseMatrix(50, 50, 10, 10); });
-    std::vector<std::string> const leftover = folder.Files();
+    // Another process leaves files behind when it is killed, and a second one keeps one in use.
+    WorkingFolder const working(folder.Path());
+    Child killed([] { new KVOSrvScratchDenseMatrix(50, 50, 10, 10), new KVOSrvMatrixContainer; });
+    std::vector<std::string> const leftovers = folder.Files();
     Child const alive([] { new KVOSrvScratchDenseMatrix(50, 50, 10, 10); });
     killed.Kill();
-    WriteFile(folder / "KVOSrvScratchDenseMatrix.txt", "not a database");
-    WriteFile(folder / "mine.sim", "not ours");
-    WriteFile(folder / "KVOSrvScratchDenseMatrixShort.sim", "");
-    std::filesystem::create_symlink(folder / "mine.sim", folder / "KVOSrvScratchDenseMatrixLink.sim");
-    std::filesystem::create_directory(folder / "KVOSrvScratchDenseMatrixFolder.sim");
-    ASSERT_THAT(leftover, SizeIs(1));
-    ASSERT_THAT(folder.Files(), SizeIs(7));
+    ASSERT_THAT(leftovers, SizeIs(2));
+    std::string const scratch = ReadFile(folder / leftovers[0]);
+    constexpr std::size_t kHost = 72, kProcess = 80;
+    auto const marked = [&](std::size_t at, std::string const& number) { return std::string(scratch).replace(at, number.size(), number); };
+    std::string const kind = "KVOSrvScratchDenseMatrix", address = "00000FFFFFFFFFF8";
+    std::vector<std::pair<std::string, std::string>> const stay = {{kind + ".sim", scratch},
+                                                                   {kind + address + ".txt", scratch},
+                                                                   {kind + address + "-.sim", scratch},
+                                                                   {kind + address + "-7-8-9.sim", scratch},
+                                                                   {kind + address + "-07.sim", scratch},
+                                                                   {kind + address + "-7 of May.sim", scratch},
+                                                                   {kind + "00000ffffffffff8-7.sim", scratch},
+                                                                   {kind + "F" + address + "-7.sim", scratch},
+                                                                   {kind + address + "-1.sim", ""},
+                                                                   {kind + address + "-2.sim", "results of mine" + std::string(200, '.')},
+                                                                   {kind + address + "-3.sim", marked(kProcess, Bytes(getppid()))},
+                                                                   {kind + address + "-4.sim", marked(kHost, Bytes(std::uint64_t{1}))},
+                                                                   {kind + address + "-5.sim", marked(kProcess, Bytes(-1))},
+                                                                   {kind + address + "-6.sim", marked(0, "\211HDF\r\n\032\n")}};
+    for (auto const& [name, bytes] : stay)
+        WriteFile(folder / name, bytes);
+    WriteFile(folder / (kind + address + "-7-1.sim"), marked(kProcess, Bytes(getpid()))); // not locked: an earlier process's
+    std::filesystem::create_symlink(folder / stay[0].first, folder / (kind + address + "-8.sim"));
+    std::filesystem::create_directory(folder / (kind + address + "-9.sim"));
+    ASSERT_THAT(folder.Files(), SizeIs(stay.size() + 6));
 
     auto matrix = std::make_unique<KVOSrvScratchDenseMatrix>(2, 2, 2, 2);
 
-    EXPECT_THAT(folder.Files(), SizeIs(6)); // the killed one's and the empty one have gone
-    EXPECT_FALSE(std::filesystem::exists(folder / leftover[0]));
-    EXPECT_EQ(ReadFile(folder / "mine.sim"), "not ours");
+    EXPECT_THAT(folder.Files(), SizeIs(stay.size() + 4)); // with the link, the folder, the file in use and the new one
+    for (auto const& [name, bytes] : stay)
+        EXPECT_TRUE(std::filesystem::exists(folder / name)) << name;
     Randomize(*matrix);
     // Only the first matrix in a directory looks for leftovers.
-    WriteFile(folder / "KVOSrvScratchDenseMatrixLate.sim", "");
+    WriteFile(folder / leftovers[0], scratch);
     KVOSrvScratchDenseMatrix const another(2, 2, 2, 2);
-    EXPECT_TRUE(std::filesystem::exists(folder / "KVOSrvScratchDenseMatrixLate.sim"));
+    EXPECT_TRUE(std::filesystem::exists(folder / leftovers[0]));
 }
 
 // One process makes matrices, all under one name, the other looks for leftovers as new processes do. No matrix may lose its file.
