@@ -86,8 +86,31 @@ public:
     [[noreturn]] void Raise() const override;
     int ErrorNumber() const override;
 
+protected:
+    /// Name of the operation.
+    atr_String const& Operation() const noexcept { return m_operation; }
+
 private:
     atr_String m_operation;
+};
+
+/// An argument or shape is wrong for another class than KVOSrvMatrix. Number 206: "<class>::<operation> - Illegal input: <reason>."
+class KVO_EXPORT KVOSrvMtxRefusedInput : public KVOSrvMtxIllegalInput
+{
+public:
+    /// @param className,operation  names of the class and of its operation @param reason  what does not fit, without a full stop. All are
+    /// copied, null counts as empty
+    KVOSrvMtxRefusedInput(char const* className, char const* operation, char const* reason);
+    KVOSrvMtxRefusedInput(KVOSrvMtxRefusedInput const&) noexcept = default;
+    KVOSrvMtxRefusedInput& operator=(KVOSrvMtxRefusedInput const&) noexcept = default;
+    ~KVOSrvMtxRefusedInput() override;
+
+    atr_String AsString() const override;
+    [[noreturn]] void Raise() const override;
+
+private:
+    atr_String m_className;
+    atr_String m_reason;
 };
 
 /// A sparse matrix cannot be written in the format asked for. Number 207: "KVOSrvSparseImExPorter: Unsupported export format."

@@ -26,6 +26,23 @@ private:
     char const* m_source;
 };
 
+/// The same for another class than KVOSrvMatrix.
+class RefusalCheck
+{
+public:
+    constexpr RefusalCheck(char const* source, char const* className) : m_source(source), m_className(className) {}
+    /// @throws KVOSrvMtxRefusedInput unless `valid` @param reason  what does not fit, as in "X has not as many rows as the matrix"
+    void operator()(bool valid, char const* operation, char const* reason, int line = __builtin_LINE()) const
+    {
+        if (!valid)
+            KVOSrvMtxRefusedInput(m_className, operation, reason).Throw(m_source, line);
+    }
+
+private:
+    char const* m_source;
+    char const* m_className;
+};
+
 using ValueArray = std::unique_ptr<double[], mem_Deleter>;
 
 /// An array of `count` doubles, not initialised; a negative count cannot be had. @throws mem_OutOfMemory

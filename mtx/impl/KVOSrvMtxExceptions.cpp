@@ -5,22 +5,19 @@
 namespace
 {
 
-atr_String Message(char const* format)
-{
-    return atr_translate(format).Result();
-}
-
-template<class Payload>
-atr_String Message(char const* format, Payload payload)
+template<class... Payload>
+atr_String Message(char const* format, Payload... payload)
 {
     atr_translate message(format);
-    atr_SubstituteFormat(message, 1, payload);
+    int place = 0;
+    (atr_SubstituteFormat(message, ++place, payload), ...);
     return message.Result();
 }
 
-atr_String Message(char const* format, atr_String const& payload)
+template<class... More>
+atr_String Message(char const* format, atr_String const& first, More const&... more)
 {
-    return Message(format, payload.c_str());
+    return Message(format, first.c_str(), more.c_str()...);
 }
 
 } // namespace
@@ -96,6 +93,20 @@ void KVOSrvMtxIllegalInput::Raise() const
 int KVOSrvMtxIllegalInput::ErrorNumber() const
 {
     return 206;
+}
+
+KVOSrvMtxRefusedInput::KVOSrvMtxRefusedInput(char const* className, char const* operation, char const* reason)
+    : KVOSrvMtxIllegalInput(operation), m_className(Message("%s", className)), m_reason(Message("%s", reason))
+{
+}
+KVOSrvMtxRefusedInput::~KVOSrvMtxRefusedInput() = default;
+atr_String KVOSrvMtxRefusedInput::AsString() const
+{
+    return Message("%s::%s - Illegal input: %s.", m_className, Operation(), m_reason);
+}
+void KVOSrvMtxRefusedInput::Raise() const
+{
+    throw KVOSrvMtxRefusedInput(*this);
 }
 
 KVOSrvMtxUnsupportedExpFmt::~KVOSrvMtxUnsupportedExpFmt() = default;

@@ -38,7 +38,8 @@ void KVOSrvUtilities::LimitChunkSize2GB(int& rowsPerChunk, int& colsPerChunk, in
 {
     constexpr int kEntries = 268435456; // 2 GiB of doubles
     if (nRows <= 0 || nCols <= 0)
-        KVOSrvMtxIllegalInput("LimitChunkSize2GB").Throw("mtx/impl/KVOSrvUtilities", __LINE__);
+        KVOSrvMtxRefusedInput("KVOSrvUtilities", "LimitChunkSize2GB", "the number of rows or of columns is not positive")
+            .Throw("mtx/impl/KVOSrvUtilities", __LINE__);
     rowsPerChunk = std::min(rowsPerChunk, kEntries / nCols);
     colsPerChunk = std::min(colsPerChunk, kEntries / nRows);
 }

@@ -188,7 +188,8 @@ KVOSimDistributionID KVOSrvUtilities::CreateDistribution(KVOSimPosition& positio
                                                          KVOSimArray<int> const& chunks, bool temporary)
 {
     if (!chunks.IsEmpty() && chunks.Size() != sets.Size())
-        KVOSrvMtxIllegalInput("CreateDistribution").Throw("mtx/impl/KVOSrvUtilities", __LINE__);
+        KVOSrvMtxRefusedInput("KVOSrvUtilities", "CreateDistribution", "there are not as many chunk sizes as member sets")
+            .Throw("mtx/impl/KVOSrvUtilities", __LINE__);
     KVOSimArray<KVOSimCSetID> const colored = InDistinctColors(sets);
     KVOSimArray<int> const sizes = ChunkSizes(position.Context(), colored, chunks);
     KVOSimGrid const grid = GridOf(colored);

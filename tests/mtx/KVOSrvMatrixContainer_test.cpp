@@ -222,8 +222,9 @@ TEST(KVOSrvMatrixContainer, RefusalsRegisterNothing)
     Dense const values = Randomize(container.Create(1, 4, 4, 2, 2));
 
     for (auto const& [rows, columns] : {std::pair{0, 3}, {3, 0}, {-1, 3}, {3, -5}})
-        ExpectThrows<KVOSrvMtxIllegalInput>("KVOSrvMatrix::LimitChunkSize2GB - Illegal input.",
-                                            [&, r = rows, c = columns] { container.Create(2, r, c, 2, 2); });
+        ExpectThrows<KVOSrvMtxRefusedInput>(
+            "KVOSrvUtilities::LimitChunkSize2GB - Illegal input: the number of rows or of columns is not positive.",
+            [&, r = rows, c = columns] { container.Create(2, r, c, 2, 2); });
     EXPECT_THROW(container.Create(2, 3, 3, 0, 2), KVOSimException);
     EXPECT_THROW(container.Create(2, 3, 3, 2, -2), KVOSimException);
 

@@ -42,6 +42,8 @@ TEST(KVOSrvMtxExceptions, NumberMessageAndHandlers)
     Check(KVOSrvMtxInvalidGetRange(), 203, "KVOSrvDenseMatrix::GetValues invalid range values.");
     Check(KVOSrvMtxInvalidSetRange(), 204, "KVOSrvDenseMatrix::SetValues invalid range values.");
     Check(KVOSrvMtxIllegalInput("Factorize"), 206, "KVOSrvMatrix::Factorize - Illegal input.");
+    Check(KVOSrvMtxRefusedInput("KVOSrvDenseMatrix", "Multiply", "X is %s"), 206, "KVOSrvDenseMatrix::Multiply - Illegal input: X is %s.");
+    EXPECT_THROW(KVOSrvMtxRefusedInput("", "", "").Raise(), KVOSrvMtxIllegalInput);
     Check(KVOSrvMtxUnsupportedExpFmt(), 207, "KVOSrvSparseImExPorter: Unsupported export format.");
     Check(KVOSrvMtxFileWriteFailure("out.csv"), 208, "Error at writing to file: out.csv");
     Check(KVOSrvMtxNoUnsymmetric(), 209, "KVOSrvSparseMatrix::%s symmetric:True not supported!");

@@ -36,8 +36,9 @@ TEST(KVOSrvUtilities, LimitChunkSize2GB)
     }
     for (auto const& [nRows, nCols] : {std::pair(0, 5), {5, 0}, {-1, 5}, {5, INT_MIN}}) {
         int rows = 1 << 30, cols = 1 << 30;
-        ExpectThrows<KVOSrvMtxIllegalInput>("KVOSrvMatrix::LimitChunkSize2GB - Illegal input.",
-                                            [&, r = nRows, c = nCols] { KVOSrvUtilities::LimitChunkSize2GB(rows, cols, r, c); });
+        ExpectThrows<KVOSrvMtxRefusedInput>(
+            "KVOSrvUtilities::LimitChunkSize2GB - Illegal input: the number of rows or of columns is not positive.",
+            [&, r = nRows, c = nCols] { KVOSrvUtilities::LimitChunkSize2GB(rows, cols, r, c); });
         EXPECT_EQ(std::pair(rows, cols), std::pair(1 << 30, 1 << 30));
     }
 }
