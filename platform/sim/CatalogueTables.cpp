@@ -116,6 +116,13 @@ std::int64_t FileBytes(File const& file)
     return status.st_size;
 }
 
+// What HDF5 may take to move that many bytes of a table: it describes each chunk for itself.
+std::size_t BytesToMove(std::uint64_t tableBytes) noexcept
+{
+    constexpr std::size_t kBytesPerChunk = 2048;
+    return Hdf5Guard::kReserve + tableBytes / kChunkBytes * kBytesPerChunk;
+}
+
 } // namespace
 
 // Opens a table that exists; one that does not has no rows.
@@ -143,6 +150,7 @@ void CatalogueTables::Read(Table& table, hid_t type, std::int64_t first, std::in
 {
     if (count == 0)
         return;
+    Hdf5Guard const guard(BytesToMove(static_cast<std::uint64_t>(count) * H5Tget_size(type)));
     hsize_t const start = static_cast<hsize_t>(first), extent = static_cast<hsize_t>(count);
     Hid const fileSpace(Checked(H5Dget_space(table.dataset), kReading, m_file->Path()));
     Hid const memorySpace(Checked(H5Screate_simple(1, &extent, nullptr), kReading, m_file->Path()));
@@ -155,6 +163,7 @@ void CatalogueTables::Write(Table& table, hid_t type, std::int64_t first, std::i
 {
     if (count == 0)
         return;
+    Hdf5Guard const guard(BytesToMove(static_cast<std::uint64_t>(count) * H5Tget_size(type)));
     hsize_t const start = static_cast<hsize_t>(first), extent = static_cast<hsize_t>(count);
     Hid const fileSpace(Checked(H5Dget_space(table.dataset), kWriting, m_file->Path()));
     Hid const memorySpace(Checked(H5Screate_simple(1, &extent, nullptr), kWriting, m_file->Path()));
@@ -206,6 +215,7 @@ void CatalogueTables::AppendTable(Table& table, std::vector<Row> const& rows)
 
 CatalogueRows CatalogueTables::Load()
 {
+    Hdf5Guard const guard;
     CatalogueRows rows;
     LoadTable(m_collections, rows.collections);
     LoadTable(m_sets, rows.sets);
@@ -219,12 +229,14 @@ CatalogueRows CatalogueTables::Load()
 std::vector<int> CatalogueTables::LoadNumbers(std::int64_t first, std::int64_t count)
 {
     std::vector<int> numbers(static_cast<std::size_t>(count));
+    Hdf5Guard const guard;
     Read(m_numbers, H5T_STD_I32LE, first, count, numbers.data());
     return numbers;
 }
 
 void CatalogueTables::Append(CatalogueRows const& rows, std::span<std::shared_ptr<std::vector<int> const> const> numbers)
 {
+    Hdf5Guard const guard;
     std::int64_t end = m_numbers.rows;
     for (auto const& set : numbers)
         end += static_cast<std::int64_t>(set->size());

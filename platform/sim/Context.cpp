@@ -178,7 +178,6 @@ std::shared_ptr<std::vector<int> const> Context::NumbersOf(MemberSet& set)
         std::iota(all->begin(), all->end(), 0);
         return all; // not kept: it is made in no time
     }
-    SilentErrors const silent;
     auto numbers = std::make_shared<std::vector<int> const>(m_tables->LoadNumbers(set.firstInFile, set.size));
     if (std::any_of(numbers->begin(), numbers->end(), [](int number) { return number < 0; }))
         ThrowDamaged("a negative member number in set", set.index);
@@ -245,6 +244,12 @@ std::vector<int> Context::StoredDistributions() const
     for (auto found = m_distributions.lower_bound(0); found != m_distributions.end(); ++found)
         indices.push_back(found->first);
     return indices;
+}
+
+std::size_t Context::BytesForNames() const noexcept
+{
+    constexpr std::size_t kBytesPerName = 256;
+    return Hdf5Guard::kReserve + m_distributions.size() * kBytesPerName;
 }
 
 void Context::Touch(Distribution& distribution)

@@ -66,6 +66,9 @@ public:
     std::vector<int> StoredDistributions() const;
     /// The distribution has something for the next commit or rollback.
     void Touch(Distribution& distribution);
+    /// What HDF5 may need to find or make a drawer's name: it holds the names of a group in one piece, makes it twice as long when it is
+    /// full, and copies it to write it.
+    std::size_t BytesForNames() const noexcept;
 
     /// A commit: Stage() collects what waits for `owner` or for none, with all it uses; Write() gives it to HDF5; Accept() makes it stored,
     /// Withdraw() leaves everything as it was before Stage().

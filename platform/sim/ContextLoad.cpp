@@ -25,6 +25,7 @@ void Context::OpenGroup(bool create)
 {
     if (m_group.IsValid())
         return;
+    Hdf5Guard const guard;
     std::string const name = "context_" + std::to_string(m_index);
     hid_t const file = m_session->GetFile()->Hdf5();
     m_group = Hid(

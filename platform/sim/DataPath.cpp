@@ -94,7 +94,6 @@ ChunkPlace DataPath::Place(std::int64_t chunk, Extents const& origin)
     ChunkPlace place = m_table.Find(chunk);
     if (place.state != ChunkPlace::State::Unknown)
         return place;
-    SilentErrors const silent;
     auto const address = m_dataset.ChunkAddress({origin.data(), m_grid.Rank()});
     place.state = address ? ChunkPlace::State::Written : ChunkPlace::State::Unwritten;
     place.address = address.value_or(0);
@@ -236,7 +235,7 @@ void DataPath::WriteNewChunk(MappedCopies& copies, ChunkPiece const& piece, Stri
 
 void DataPath::CreateChunk(ChunkPiece const& piece, std::byte const* values)
 {
-    SilentErrors const silent;
+    Hdf5Guard const guard;
     std::span<std::int64_t const> const origin(piece.origin.data(), m_grid.Rank());
     m_table.Set(piece.chunk, {ChunkPlace::State::Unknown, ChunkPlace::Solid::Yes, 0}); // until it is known how far HDF5 came
     try {

@@ -61,7 +61,6 @@ DenseDrawer::~DenseDrawer() = default;
 
 std::shared_ptr<DenseDrawer> DenseDrawer::Create(std::shared_ptr<File> file, DenseShape const& shape)
 {
-    SilentErrors const silent;
     RequireShape(shape, file->Path());
     auto dataset = std::make_unique<Hdf5Dataset>(file, shape);
     return std::shared_ptr<DenseDrawer>(new DenseDrawer(std::make_unique<State>(file, std::move(dataset), true)));
@@ -69,14 +68,12 @@ std::shared_ptr<DenseDrawer> DenseDrawer::Create(std::shared_ptr<File> file, Den
 
 std::shared_ptr<DenseDrawer> DenseDrawer::Open(std::shared_ptr<File> file, hid_t group, char const* name)
 {
-    SilentErrors const silent;
     auto dataset = std::make_unique<Hdf5Dataset>(file, group, name);
     return std::shared_ptr<DenseDrawer>(new DenseDrawer(std::make_unique<State>(file, std::move(dataset), false)));
 }
 
 void DenseDrawer::LinkTo(hid_t group, char const* name)
 {
-    SilentErrors const silent;
     m_state->dataset->LinkTo(group, name);
 }
 
@@ -95,7 +92,6 @@ void DenseDrawer::Read(std::span<Range const> ranges, void* buffer)
     RequireRanges(Shape().sizes, ranges, "Cannot read values of", m_state->file->Path());
     if (m_state->path)
         return m_state->path->Read(ranges, buffer);
-    SilentErrors const silent;
     m_state->dataset->Read(ranges, buffer);
 }
 
@@ -104,7 +100,6 @@ void DenseDrawer::Write(std::span<Range const> ranges, void const* buffer)
     RequireRanges(Shape().sizes, ranges, "Cannot write values to", m_state->file->Path());
     if (m_state->path)
         return m_state->path->Write(ranges, buffer);
-    SilentErrors const silent;
     m_state->dataset->Write(ranges, buffer);
 }
 
@@ -133,7 +128,6 @@ void DenseDrawer::Announce(std::span<Range const> ranges) noexcept
 
 void DenseDrawer::Resize(int dim, std::int64_t size)
 {
-    SilentErrors const silent;
     DenseShape shape = Shape();
     std::string const& path = m_state->file->Path();
     if (dim < 0 || static_cast<std::size_t>(dim) >= shape.sizes.size())
@@ -182,7 +176,6 @@ void DenseDrawer::CopyTo(DenseDrawer& other)
 
 bool DenseDrawer::ChunksAllocated(std::span<Range const> chunks) const
 {
-    SilentErrors const silent;
     DenseShape const& shape = Shape();
     if (shape.chunkSizes.empty())
         return true;

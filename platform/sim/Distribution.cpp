@@ -92,7 +92,11 @@ DenseDrawer& Distribution::Dense(Drawer& drawer)
         ThrowReason(kOpening, Path(), "it is a sparse drawer");
     Session const& session = context.OpenSession(kOpening);
     std::string const name = NameOf(m_id.Index(), drawer.number);
-    std::shared_ptr<DenseDrawer> dense = DenseDrawer::Open(session.GetFile(), context.Group(), name.c_str());
+    std::shared_ptr<DenseDrawer> dense;
+    {
+        Hdf5Guard const guard(context.BytesForNames());
+        dense = DenseDrawer::Open(session.GetFile(), context.Group(), name.c_str());
+    }
     DenseShape const& shape = dense->Shape();
     bool fits = static_cast<int>(shape.sizes.size()) == Rank() && shape.typeKey == StoredKey(m_rangeType);
     for (std::size_t d = 0; fits && d < shape.sizes.size(); ++d)
@@ -115,6 +119,7 @@ SparseDrawer& Distribution::Sparse(Drawer& drawer)
         return *drawer.sparse;
     if (drawer.kind == KVOSimDenseDrawer)
         ThrowReason(kOpening, Path(), "it is a dense drawer");
+    Hdf5Guard const guard(context.BytesForNames());
     SparseShape const expected{drawer.kind, m_rangeType, drawer.sets[0]->size, drawer.sets[1]->size, 0};
     drawer.sparse =
         SparseDrawer::Open(context.OpenSession(kOpening).GetFile(), context.Group(), NameOf(m_id.Index(), drawer.number).c_str(), expected);
@@ -240,6 +245,7 @@ void Distribution::PassCacheSize() noexcept
 void Distribution::Link(Drawer& drawer)
 {
     std::string const name = NameOf(m_id.Index(), drawer.number);
+    Hdf5Guard const guard(m_context->BytesForNames());
     if (drawer.dense != nullptr)
         drawer.dense->LinkTo(m_context->Group(), name.c_str());
     else
@@ -250,6 +256,7 @@ void Distribution::Link(Drawer& drawer)
 // The object lives on without a name as long as it is open. Should HDF5 refuse, the name stays, and the next commit that wants it says so.
 void Distribution::Unlink(Drawer& drawer) noexcept
 {
+    Hdf5Guard const guard(std::nothrow);
     H5Ldelete(m_context->Group(), NameOf(m_id.Index(), drawer.number).c_str(), H5P_DEFAULT);
     drawer.linked = false;
 }

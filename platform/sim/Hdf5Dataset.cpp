@@ -63,14 +63,16 @@ Hdf5Dataset::Hdf5Dataset(std::shared_ptr<File> const& file, DenseShape const& sh
     Sizes unlimited;
     unlimited.fill(H5S_UNLIMITED);
     bool const chunked = !shape.chunkSizes.empty();
-    hid_t const type = FileType(shape.typeKey);
+    // A fill value that is set makes HDF5 write all of a contiguous dataset; zeros are what its fresh space holds anyway.
+    bool const zero = std::all_of(shape.initialValue.begin(), shape.initialValue.end(), [](std::byte b) { return b == std::byte{}; });
+    constexpr std::size_t kFillBuffer = std::size_t(1) << 20; // HDF5's
 
+    Hdf5Guard const guard(Hdf5Guard::kReserve + (chunked || zero ? 0 : kFillBuffer));
+    hid_t const type = FileType(shape.typeKey);
     Hid const space(Checked(H5Screate_simple(rank, sizes.data(), chunked ? unlimited.data() : nullptr), kDoing, path));
     Hid const properties(Checked(H5Pcreate(H5P_DATASET_CREATE), kDoing, path));
     Checked(H5Pset_obj_track_times(properties, false), kDoing, path);
     Checked(H5Pset_fill_time(properties, H5D_FILL_TIME_IFSET), kDoing, path);
-    // A fill value that is set makes HDF5 write all of a contiguous dataset; zeros are what its fresh space holds anyway.
-    bool const zero = std::all_of(shape.initialValue.begin(), shape.initialValue.end(), [](std::byte b) { return b == std::byte{}; });
     if (chunked || !zero)
         Checked(H5Pset_fill_value(properties, type, shape.initialValue.data()), kDoing, path);
     if (chunked)
@@ -86,6 +88,7 @@ Hdf5Dataset::Hdf5Dataset(std::shared_ptr<File> const& file, DenseShape const& sh
 Hdf5Dataset::Hdf5Dataset(std::shared_ptr<File> const& file, hid_t group, char const* name) : m_file(file), m_name(name)
 {
     constexpr char kDoing[] = "Cannot open a dense drawer of";
+    Hdf5Guard const guard;
     Hid const access(Checked(H5Pcreate(H5P_DATASET_ACCESS), kDoing, m_file->Path()));
     Checked(H5Pset_chunk_cache(access, 0, 0, 1.0), kDoing, m_file->Path());
     m_dataset = Hid(Checked(H5Dopen2(group, name, access), kDoing, m_file->Path()));
@@ -140,6 +143,7 @@ void Hdf5Dataset::ReadLayout(hid_t properties)
 
 void Hdf5Dataset::LinkTo(hid_t group, char const* name)
 {
+    Hdf5Guard const guard;
     Checked(H5Olink(m_dataset, group, name, H5P_DEFAULT, H5P_DEFAULT), "Cannot name a dense drawer of", m_file->Path());
     H5Iinc_ref(group);
     m_group = Hid(group);
@@ -148,6 +152,7 @@ void Hdf5Dataset::LinkTo(hid_t group, char const* name)
 
 void Hdf5Dataset::TakePlaceOf(Hdf5Dataset& other)
 {
+    Hdf5Guard const guard;
     CopyAttributesOf(other.m_dataset);
     if (!other.m_group.IsValid())
         return;
@@ -196,9 +201,31 @@ Selection Select(hid_t dataset, std::span<Range const> ranges, char const* doing
 
 } // namespace
 
+// For each chunk that is met HDF5 allocates what describes its part; it holds whole chunks that pass filters or are written for the first
+// time.
+std::size_t Hdf5Dataset::BytesToMove(std::span<Range const> ranges) const noexcept
+{
+    constexpr std::size_t kBytesPerChunk = 2048;
+    if (m_shape.chunkSizes.empty())
+        return Hdf5Guard::kReserve;
+    std::size_t chunks = 1;
+    for (std::size_t d = 0; d < ranges.size(); ++d)
+        chunks *= static_cast<std::size_t>(ranges[d].last / m_shape.chunkSizes[d] - ranges[d].first / m_shape.chunkSizes[d] + 1);
+    return Hdf5Guard::kReserve + chunks * kBytesPerChunk + 3 * ChunkBytes();
+}
+
+std::size_t Hdf5Dataset::ChunkBytes() const noexcept
+{
+    std::size_t bytes = static_cast<std::size_t>(KVOSimTypeKeySize(m_shape.typeKey));
+    for (std::int64_t const size : m_shape.chunkSizes)
+        bytes *= static_cast<std::size_t>(size);
+    return bytes;
+}
+
 void Hdf5Dataset::Read(std::span<Range const> ranges, void* buffer)
 {
     constexpr char kDoing[] = "Cannot read values of";
+    Hdf5Guard const guard(BytesToMove(ranges));
     Selection const selection = Select(m_dataset, ranges, kDoing, m_file->Path());
     Checked(H5Dread(m_dataset, FileType(m_shape.typeKey), selection.memory, selection.file, H5P_DEFAULT, buffer), kDoing, m_file->Path());
 }
@@ -206,12 +233,16 @@ void Hdf5Dataset::Read(std::span<Range const> ranges, void* buffer)
 void Hdf5Dataset::Write(std::span<Range const> ranges, void const* buffer)
 {
     constexpr char kDoing[] = "Cannot write values to";
+    Hdf5Guard const guard(BytesToMove(ranges));
     Selection const selection = Select(m_dataset, ranges, kDoing, m_file->Path());
     Checked(H5Dwrite(m_dataset, FileType(m_shape.typeKey), selection.memory, selection.file, H5P_DEFAULT, buffer), kDoing, m_file->Path());
 }
 
 void Hdf5Dataset::SetExtent(int dim, std::int64_t size)
 {
+    // What a chunk at a new edge holds beyond it is overwritten, by way of a copy of the chunk.
+    bool const cuts = size < m_shape.sizes[static_cast<std::size_t>(dim)];
+    Hdf5Guard const guard(Hdf5Guard::kReserve + (cuts ? 2 * ChunkBytes() : 0));
     Sizes sizes = Hdf5Sizes(m_shape.sizes);
     sizes[static_cast<std::size_t>(dim)] = static_cast<hsize_t>(size);
     Checked(H5Dset_extent(m_dataset, sizes.data()), "Cannot resize a dense drawer of", m_file->Path());
@@ -220,6 +251,7 @@ void Hdf5Dataset::SetExtent(int dim, std::int64_t size)
 
 std::uint64_t Hdf5Dataset::WriteChunk(std::span<std::int64_t const> offset, void const* values, std::size_t bytes)
 {
+    Hdf5Guard const guard;
     Sizes const start = Hdf5Sizes(offset);
     Checked(H5Dwrite_chunk(m_dataset, H5P_DEFAULT, 0, start.data(), bytes, values), "Cannot write a new chunk to", m_file->Path());
     return m_file->ValuesAddress();
@@ -230,6 +262,7 @@ std::optional<std::uint64_t> Hdf5Dataset::ChunkAddress(std::span<std::int64_t co
     // HDF5's own question for an address goes through all chunks, and that for the size fails where there is none. Reading searches the
     // index, and leaves a chunk that does not exist alone.
     constexpr char kDoing[] = "Cannot find a chunk in";
+    Hdf5Guard const guard;
     std::array<Range, H5S_MAX_RANK> first;
     std::transform(offset.begin(), offset.end(), first.begin(), [](std::int64_t at) { return Range{at, at}; });
     Selection const selection = Select(m_dataset, {first.data(), offset.size()}, kDoing, m_file->Path());
@@ -247,6 +280,7 @@ std::optional<std::uint64_t> Hdf5Dataset::ChunkAddress(std::span<std::int64_t co
 
 std::optional<std::uint64_t> Hdf5Dataset::ContiguousAddress() const
 {
+    Hdf5Guard const guard;
     haddr_t const address = H5Dget_offset(m_dataset);
     H5Eclear2(H5E_DEFAULT);
     return address == HADDR_UNDEF ? std::nullopt : std::optional<std::uint64_t>(address);

@@ -41,6 +41,8 @@ public:
     std::optional<std::uint64_t> ContiguousAddress() const;
 
 private:
+    std::size_t BytesToMove(std::span<Range const> ranges) const noexcept;
+    std::size_t ChunkBytes() const noexcept;
     void ReadShape();
     void ReadLayout(hid_t properties);
     void CopyAttributesOf(hid_t other);

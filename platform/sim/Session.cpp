@@ -2,10 +2,13 @@
 
 #include "Context.h"
 #include "FileAccess.h"
+#include "ProcessMutex.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <map>
+#include <mutex>
 #include <utility>
 
 #include <unistd.h>
@@ -22,17 +25,41 @@ constexpr char const* kCommitting = "Cannot commit to the database";
 constexpr char const* kFormat = "KVOSim";
 constexpr std::int32_t kVersion = 1;
 
-// Never destroyed: databases in objects of static storage duration may be closed after everything else.
-std::map<std::uint64_t, std::weak_ptr<Session>>& Registry()
+/// The open databases by their serial numbers; of all threads.
+class Registry
 {
-    static auto& registry = *new std::map<std::uint64_t, std::weak_ptr<Session>>;
-    return registry;
-}
+public:
+    static void Add(std::uint64_t serial, std::weak_ptr<Session> session)
+    {
+        std::scoped_lock const lock(Mutex());
+        Sessions().emplace(serial, std::move(session));
+    }
+    static void Remove(std::uint64_t serial) noexcept
+    {
+        std::scoped_lock const lock(Mutex());
+        Sessions().erase(serial);
+    }
+    static std::shared_ptr<Session> Find(std::uint64_t serial) noexcept
+    {
+        std::scoped_lock const lock(Mutex());
+        auto const found = Sessions().find(serial);
+        return found != Sessions().end() ? found->second.lock() : nullptr;
+    }
+
+private:
+    static std::mutex& Mutex() noexcept { return ProcessMutex<Registry>::Get(); }
+    // Never destroyed: databases in objects of static storage duration may be closed after everything else.
+    static std::map<std::uint64_t, std::weak_ptr<Session>>& Sessions()
+    {
+        static auto& s_sessions = *new std::map<std::uint64_t, std::weak_ptr<Session>>;
+        return s_sessions;
+    }
+};
 
 std::uint64_t NextSerial() noexcept
 {
-    static std::uint64_t last = 0;
-    return ++last;
+    static constinit std::atomic<std::uint64_t> s_last{0};
+    return s_last.fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
 Hid FormatType(char const* doing, std::string const& path)
@@ -81,18 +108,16 @@ Session::~Session()
 
 void Session::Register()
 {
-    Registry()[m_serial] = weak_from_this();
+    Registry::Add(m_serial, weak_from_this());
 }
 
 std::shared_ptr<Session> Session::Find(std::uint64_t serial) noexcept
 {
-    auto const found = Registry().find(serial);
-    return found != Registry().end() ? found->second.lock() : nullptr;
+    return Registry::Find(serial);
 }
 
 std::shared_ptr<Session> Session::Create(std::string const& path, File::Kind kind)
 {
-    SilentErrors const silent;
     std::shared_ptr<File> file = File::Create(path, kind);
     try {
         std::shared_ptr<Session> const session(new Session(std::move(file), path));
@@ -112,7 +137,6 @@ std::shared_ptr<Session> Session::Create(std::string const& path, File::Kind kin
 
 std::shared_ptr<Session> Session::Open(std::string const& path, bool readOnly)
 {
-    SilentErrors const silent;
     std::shared_ptr<Session> const session(new Session(File::Open(path, readOnly), path));
     session->LoadContexts();
     session->Register();
@@ -121,6 +145,7 @@ std::shared_ptr<Session> Session::Open(std::string const& path, bool readOnly)
 
 void Session::WriteHeader()
 {
+    Hdf5Guard const guard;
     Hid const type = FormatType(kCreating, m_path);
     std::int32_t const contexts = ContextCount();
     WriteAttribute(m_file->Hdf5(), "format", type, kFormat, m_path);
@@ -129,8 +154,10 @@ void Session::WriteHeader()
     m_contextsInFile = contexts;
 }
 
-void Session::LoadContexts()
+// The number of contexts.
+int Session::ReadHeader() const
 {
+    Hdf5Guard const guard;
     Hid const type = FormatType(kOpening, m_path);
     std::string format(std::strlen(kFormat), '\0');
     std::int32_t version = 0, contexts = 0;
@@ -142,11 +169,16 @@ void Session::LoadContexts()
                     "its format version is " + std::to_string(version) + ", this program reads version " + std::to_string(kVersion));
     if (!ReadAttribute(m_file->Hdf5(), "contexts", H5T_NATIVE_INT32, &contexts) || contexts < 0)
         ThrowReason(kOpening, m_path, "the number of its contexts is missing or negative: the file is damaged");
-    for (int index = 0; index < contexts; ++index) {
+    return contexts;
+}
+
+void Session::LoadContexts()
+{
+    m_contextsInFile = ReadHeader();
+    for (int index = 0; index < m_contextsInFile; ++index) {
         m_contexts.push_back(std::make_shared<Context>(*this, index));
         m_contexts.back()->Load();
     }
-    m_contextsInFile = contexts;
 }
 
 void Session::RequireWritable(char const* doing) const
@@ -176,7 +208,6 @@ Owner Session::BeginTransaction()
 void Session::Commit(Owner owner)
 {
     RequireWritable(kCommitting);
-    SilentErrors const silent;
     Keep(owner);
 }
 
@@ -203,7 +234,6 @@ void Session::Keep(Owner owner)
 
 void Session::EndTransaction(Owner owner)
 {
-    SilentErrors const silent;
     for (auto const& context : m_contexts)
         context->RollBack(owner);
     std::erase(m_transactions, owner);
@@ -211,7 +241,6 @@ void Session::EndTransaction(Owner owner)
 
 void Session::Close()
 {
-    SilentErrors const silent;
     std::shared_ptr<Session> const self = shared_from_this(); // the owner may let go meanwhile
     if (m_file == nullptr)
         return;
@@ -226,15 +255,14 @@ void Session::Close()
     }
     for (auto const& context : m_contexts)
         context->Detach();
-    Registry().erase(m_serial);
+    Registry::Remove(m_serial);
     std::exchange(m_file, nullptr)->Close();
 }
 
 // The file closes itself, without a commit, when the last of its drawers is gone.
 void Session::Detach() noexcept
 {
-    SilentErrors const silent;
-    Registry().erase(m_serial);
+    Registry::Remove(m_serial);
     for (auto const& context : m_contexts)
         context->Detach();
     m_contexts.clear();

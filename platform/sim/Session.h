@@ -58,6 +58,7 @@ private:
     Session(std::shared_ptr<File> file, std::string const& path);
     void Register();
     void WriteHeader();
+    int ReadHeader() const;
     void LoadContexts();
     void Keep(Owner owner);
     void Detach() noexcept;

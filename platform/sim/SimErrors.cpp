@@ -2,9 +2,9 @@
 
 #include "KVOSimException.h"
 
-#include <cstdlib>
+#include <atomic>
 #include <cstring>
-#include <set>
+#include <string>
 #include <string_view>
 
 namespace simdb
@@ -13,13 +13,27 @@ namespace simdb
 namespace
 {
 
+// Few, never changed and never destroyed: databases may fail while the process ends.
+struct Name {
+    std::string text;
+    Name const* next;
+};
+constinit std::atomic<Name const*> s_names{nullptr};
+
 // KVOBasException keeps the pointer only, and wants the path inside the project without its ending.
 char const* SourceName(std::string_view file)
 {
-    static std::set<std::string> s_names;
     if (auto const begin = file.rfind("platform/sim/"); begin != std::string_view::npos)
         file.remove_prefix(begin);
-    return s_names.emplace(file.substr(0, file.rfind('.'))).first->c_str();
+    file = file.substr(0, file.rfind('.'));
+    Name const* const first = s_names.load(std::memory_order_acquire);
+    for (Name const* name = first; name != nullptr; name = name->next)
+        if (name->text == file)
+            return name->text.c_str();
+    auto* const name = new Name{std::string(file), first};
+    while (!s_names.compare_exchange_weak(name->next, name, std::memory_order_acq_rel)) // two threads may both add it, once
+        ;
+    return name->text.c_str();
 }
 
 // HDF5 reports from the inside out: the first record is the cause, those after it the callers. Each says less than the one before.
@@ -32,43 +46,11 @@ herr_t AppendReason(unsigned depth, H5E_error2_t const* record, void* text)
     return 0;
 }
 
-void SilenceClosing()
-{
-    H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
-}
-
-// Called where HDF5 would print. It loses memory in some failures, a chunk that it could not write for one, and when the process ends it
-// complains of that ("infinite loop closing library") to whoever has its printing on. HDF5 is in use here, so its own exit handler is
-// registered already, and this one runs before it.
-herr_t NoteFailure(hid_t, void*)
-{
-    [[maybe_unused]] static int const s_registered = std::atexit(SilenceClosing);
-    return 0;
-}
-
 } // namespace
-
-SilentErrors::SilentErrors() noexcept
-{
-    if (s_depth++ == 0) {
-        H5Eget_auto2(H5E_DEFAULT, &s_report, &s_reportData);
-        H5Eset_auto2(H5E_DEFAULT, NoteFailure, nullptr);
-    }
-}
-
-SilentErrors::~SilentErrors()
-{
-    if (--s_depth == 0)
-        H5Eset_auto2(H5E_DEFAULT, s_report, s_reportData);
-}
-
-int SilentErrors::s_depth = 0;
-H5E_auto2_t SilentErrors::s_report = nullptr;
-void* SilentErrors::s_reportData = nullptr;
 
 void ReleaseHid(hid_t id) noexcept
 {
-    SilentErrors const silent;
+    Hdf5Guard const guard(std::nothrow);
     H5Idec_ref(id);
 }
 

@@ -168,9 +168,17 @@ Hid AccessList(std::string const& path, std::shared_ptr<DriverFile> const& drive
     return list;
 }
 
+hid_t OpenHdf5(std::string const& path, bool readOnly, std::shared_ptr<DriverFile> const& driver)
+{
+    Hdf5Guard const guard;
+    Hid const access = AccessList(path, driver, kOpening);
+    return Checked(H5Fopen(path.c_str(), readOnly ? H5F_ACC_RDONLY : H5F_ACC_RDWR, access), kOpening, path);
+}
+
 // With the other strategies HDF5 would use space again that the last commit refers to.
 void CheckSpaceStrategy(hid_t file, std::string const& path)
 {
+    Hdf5Guard const guard;
     Hid const creation(Checked(H5Fget_create_plist(file), kOpening, path));
     H5F_fspace_strategy_t strategy;
     hbool_t persists;
@@ -183,6 +191,7 @@ void CheckSpaceStrategy(hid_t file, std::string const& path)
 
 hid_t BeginFile(std::string const& path, std::shared_ptr<DriverFile> const& driver)
 {
+    Hdf5Guard const guard;
     Hid const access = AccessList(path, driver, kCreating);
     Hid const creation(Checked(H5Pcreate(H5P_FILE_CREATE), kCreating, path));
     if (H5Pset_file_space_strategy(creation, H5F_FSPACE_STRATEGY_NONE, false, 1) < 0)
@@ -193,13 +202,34 @@ hid_t BeginFile(std::string const& path, std::shared_ptr<DriverFile> const& driv
     return file;
 }
 
+// What a flush takes: an image of each entry of the catalogue's cache that has changed, and that is held by the driver then.
+std::size_t BytesToFlush(hid_t file) noexcept
+{
+    std::size_t cached = 0;
+    return H5Fget_mdc_size(file, nullptr, nullptr, &cached, nullptr) < 0 ? 0 : 3 * cached;
+}
+
+void Flush(hid_t file, std::string const& path)
+{
+    Hdf5Guard const outer;
+    Hdf5Guard const guard(Hdf5Guard::kReserve + BytesToFlush(file));
+    if (H5Fflush(file, H5F_SCOPE_GLOBAL) < 0)
+        ThrowHdf5(kCommitting, path);
+}
+
+void CloseHdf5(hid_t file, std::string const& path)
+{
+    Hdf5Guard const guard(std::nothrow);
+    if (H5Fclose(file) < 0)
+        ThrowHdf5(kClosing, path);
+}
+
 } // namespace
 
 File::File(std::unique_ptr<State> state) noexcept : m_state(std::move(state)) {}
 
 std::shared_ptr<File> File::Create(std::string const& path, Kind kind)
 {
-    SilentErrors const silent;
     std::shared_ptr<File> file(new File(std::make_unique<State>()));
     State& state = *file->m_state;
     state.path = path;
@@ -225,7 +255,6 @@ std::shared_ptr<File> File::Create(std::string const& path, Kind kind)
 
 std::shared_ptr<File> File::Open(std::string const& path, bool readOnly)
 {
-    SilentErrors const silent;
     std::shared_ptr<File> file(new File(std::make_unique<State>()));
     State& state = *file->m_state;
     state.path = path;
@@ -234,8 +263,7 @@ std::shared_ptr<File> File::Open(std::string const& path, bool readOnly)
     Persistence& persistence = state.persistence.emplace(path, RealPath(path), state.driver);
     persistence.Recover(readOnly);
     CheckBeginning(*state.driver, path, readOnly);
-    Hid const access = AccessList(path, state.driver, kOpening);
-    state.file = Checked(H5Fopen(path.c_str(), readOnly ? H5F_ACC_RDONLY : H5F_ACC_RDWR, access), kOpening, path);
+    state.file = OpenHdf5(path, readOnly, state.driver);
     if (readOnly) {
         state.persistence.reset();
     } else {
@@ -252,11 +280,12 @@ File::~File()
 
 void File::Release() noexcept
 {
-    SilentErrors const silent;
     State& state = *m_state;
     state.driver->discarding = true;
-    if (state.file >= 0)
+    if (state.file >= 0) {
+        Hdf5Guard const guard(std::nothrow);
         H5Fclose(state.file);
+    }
     state.file = H5I_INVALID_HID;
     state.persistence.reset();
     m_attachment.reset();
@@ -272,7 +301,6 @@ void File::Release() noexcept
 
 void File::Commit()
 {
-    SilentErrors const silent;
     State& state = *m_state;
     if (!IsOpen())
         ThrowReason(kCommitting, state.path, "it is closed");
@@ -280,8 +308,7 @@ void File::Commit()
         ThrowReason(kCommitting, state.path, "it is open for reading only");
     if (state.scratch)
         return;
-    if (H5Fflush(state.file, H5F_SCOPE_GLOBAL) < 0)
-        ThrowHdf5(kCommitting, state.path);
+    Flush(state.file, state.path);
     state.persistence->Commit();
 }
 
@@ -289,7 +316,6 @@ void File::Close()
 {
     if (!IsOpen())
         return;
-    SilentErrors const silent;
     struct Releasing {
         File& file;
         ~Releasing() { file.Release(); }
@@ -298,11 +324,9 @@ void File::Close()
     if (!state.persistence || state.owner != getpid())
         return;
     // Closing may change what is held once more, so the commit comes after it; but not when HDF5 could not flush all.
-    if (H5Fflush(state.file, H5F_SCOPE_GLOBAL) < 0)
-        ThrowHdf5(kCommitting, state.path);
+    Flush(state.file, state.path);
     state.driver->closing = true;
-    if (H5Fclose(std::exchange(state.file, H5I_INVALID_HID)) < 0)
-        ThrowHdf5(kClosing, state.path);
+    CloseHdf5(std::exchange(state.file, H5I_INVALID_HID), state.path);
     if (state.driver->closingError != 0)
         ThrowErrno(kClosing, state.path, state.driver->closingError);
     state.persistence->Commit();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Hdf5Guard.h"
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -69,24 +71,8 @@ private:
     std::shared_ptr<void> m_attachment;
 };
 
-/// Keeps HDF5 from printing its errors while it lives; what the host has set is in force again afterwards, but for HDF5's end with the
-/// process once there was an error. Every function that the clients call has one around its calls of HDF5; they nest, and an inner one
-/// costs nothing.
-class SilentErrors
-{
-public:
-    SilentErrors() noexcept;
-    SilentErrors(SilentErrors const&) = delete;
-    SilentErrors& operator=(SilentErrors const&) = delete;
-    ~SilentErrors();
-
-private:
-    static int s_depth;
-    static H5E_auto2_t s_report;
-    static void* s_reportData;
-};
-
-/// Throws KVOSimException("<doing>", path, "<HDF5's innermost reasons>"). Clears HDF5's error stack.
+/// Throws KVOSimException("<doing>", path, "<HDF5's innermost reasons>"). Clears HDF5's error stack. Within a
+/// guard, that of the failed call.
 [[noreturn]] void ThrowHdf5(char const* doing, std::string const& path, int line = __builtin_LINE(), char const* file = __builtin_FILE());
 /// The same for a failed system call: the reason is strerror(error).
 [[noreturn]] void ThrowErrno(char const* doing, std::string const& path, int error, int line = __builtin_LINE(),

@@ -3,6 +3,7 @@
 #include "KVOSimFaults.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -14,21 +15,32 @@
 namespace
 {
 
+// Atomic: databases of several threads count here.
 struct Fault {
-    std::int64_t calls = 0;
-    std::int64_t first = -1; // number of the first call that fails; -1: none does
-    std::int64_t times = 0;
-    int error = 0; // 0: the process is killed
-    bool torn = false;
+    std::atomic<std::int64_t> calls{0};
+    std::atomic<std::int64_t> first{-1}; // number of the first call that fails; -1: none does
+    std::atomic<std::int64_t> times{0};
+    std::atomic<int> error{0}; // 0: the process is killed
+    std::atomic<bool> torn{false};
+
+    void Set(std::int64_t firstCall, std::int64_t howOften, int what, bool half) noexcept
+    {
+        first = -1;
+        times = howOften;
+        error = what;
+        torn = half;
+        calls = 0;
+        first = firstCall; // armed from here on
+    }
 };
-Fault s_fault;
+constinit Fault s_fault;
 
 // 0, or the error of a call that must not be made. `half` does the part of it that a torn one does.
 template<class Half>
 int PassFault(Half const& half) noexcept
 {
-    std::int64_t const call = s_fault.calls++;
-    if (s_fault.first < 0 || call < s_fault.first || call >= s_fault.first + s_fault.times)
+    std::int64_t const call = s_fault.calls.fetch_add(1, std::memory_order_relaxed), first = s_fault.first;
+    if (first < 0 || call < first || call >= first + s_fault.times)
         return 0;
     if (s_fault.torn)
         half();
@@ -74,17 +86,17 @@ int WriteAll(int descriptor, void const* data, std::size_t bytes, std::uint64_t 
 
 void KVOSimFaults::FailAfter(std::int64_t successes, int error, std::int64_t times, bool torn) noexcept
 {
-    s_fault = {0, successes, times, error, torn};
+    s_fault.Set(successes, times, error, torn);
 }
 
 void KVOSimFaults::KillAfter(std::int64_t successes, bool torn) noexcept
 {
-    s_fault = {0, successes, 1, 0, torn};
+    s_fault.Set(successes, 1, 0, torn);
 }
 
 void KVOSimFaults::Disarm() noexcept
 {
-    s_fault = {};
+    s_fault.Set(-1, 0, 0, false);
 }
 
 std::int64_t KVOSimFaults::Calls() noexcept

@@ -76,7 +76,7 @@ std::size_t SparseDrawer::EntryBytes(SparseShape const& shape, int slot) noexcep
 
 std::shared_ptr<SparseDrawer> SparseDrawer::Create(std::shared_ptr<File> file, SparseShape const& shape, ConstBuffers const& values)
 {
-    SilentErrors const silent;
+    Hdf5Guard const guard;
     std::string const path = file->Path();
     RequireRows(shape, values[2], values[1], kCreating, path);
     std::shared_ptr<SparseDrawer> drawer(new SparseDrawer(std::move(file), shape));
@@ -97,7 +97,7 @@ std::shared_ptr<SparseDrawer> SparseDrawer::Create(std::shared_ptr<File> file, S
 
 std::shared_ptr<SparseDrawer> SparseDrawer::Open(std::shared_ptr<File> file, hid_t group, char const* name, SparseShape const& expected)
 {
-    SilentErrors const silent;
+    Hdf5Guard const guard;
     std::string const path = file->Path();
     std::shared_ptr<SparseDrawer> drawer(new SparseDrawer(std::move(file), expected));
     drawer->m_group = Hid(Checked(H5Gopen2(group, name, H5P_DEFAULT), kOpening, path));
@@ -122,14 +122,14 @@ std::shared_ptr<SparseDrawer> SparseDrawer::Open(std::shared_ptr<File> file, hid
 
 void SparseDrawer::LinkTo(hid_t group, char const* name)
 {
-    SilentErrors const silent;
+    Hdf5Guard const guard;
     if (H5Olink(m_group, group, name, H5P_DEFAULT, H5P_DEFAULT) < 0)
         ThrowHdf5(kWriting, m_file->Path());
 }
 
 void SparseDrawer::Read(Buffers const& values)
 {
-    SilentErrors const silent;
+    Hdf5Guard const guard;
     for (int slot = 0; slot < Slots(); ++slot)
         if (Count(m_shape, slot) > 0 && H5Dread(m_datasets[static_cast<std::size_t>(slot)], SlotType(m_shape, slot), H5S_ALL, H5S_ALL,
                                                 H5P_DEFAULT, values[static_cast<std::size_t>(slot)]) < 0)
@@ -139,7 +139,7 @@ void SparseDrawer::Read(Buffers const& values)
 
 void SparseDrawer::Write(ConstBuffers const& values)
 {
-    SilentErrors const silent;
+    Hdf5Guard const guard;
     RequireRows(m_shape, values[2], values[1], kWriting, m_file->Path());
     WriteSlots(values);
 }

@@ -87,7 +87,7 @@ int Number(simdb::File const& file, std::string const& group)
 
 void Change(FilePointer const& file, int number)
 {
-    simdb::SilentErrors const silent;
+    simdb::Hdf5Guard const guard;
     std::string const name = "commit" + std::to_string(number), passing = "passing" + std::to_string(number);
     Remove(*file, "passing" + std::to_string(number - 1));
     if (!Exists(*file, name))
@@ -123,7 +123,7 @@ FilePointer NewDatabase(std::string const& path, int commits)
 
 int CheckedCommits(FilePointer const& file)
 {
-    simdb::SilentErrors const silent;
+    simdb::Hdf5Guard const guard;
     int const commits = Number(*file, "/");
     H5G_info_t info;
     EXPECT_GE(H5Gget_info(file->Hdf5(), &info), 0);
