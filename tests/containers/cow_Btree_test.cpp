@@ -1,5 +1,7 @@
 #include "cow_Btree.h"
 
+#include "FailureSweep.h"
+
 #include <climits>
 #include <gtest/gtest.h>
 #include <map>
@@ -225,19 +227,14 @@ TEST_F(cow_BtreeTest, IsUnchangedWhenMemoryEnds)
         std::string const before = Text(map.Root());
         int const size = map.Size(), key = static_cast<int>(random() % 60);
         bool const remove = random() % 2 == 0, isChange = change(unfailing, remove, key, -1);
-        for (int successes = 0;; ++successes) {
-            mem_FailAllocationAfter(successes);
-            try {
-                EXPECT_EQ(change(map, remove, key, -1), isChange);
-                mem_FailAllocationAfter(-1);
-                break;
-            } catch (mem_OutOfMemory const&) {
-            }
-            ASSERT_EQ(Text(map.Root()), before);
-            ASSERT_EQ(Text(other.Root()), before);
-            ASSERT_EQ(map.Size(), size);
-            ASSERT_LT(successes, 200);
-        }
+        auto const run = [&] { EXPECT_EQ(change(map, remove, key, -1), isChange); };
+        FailEach(Allocations(), run, [&](bool threw) {
+            if (!threw)
+                return;
+            EXPECT_EQ(Text(map.Root()), before);
+            EXPECT_EQ(Text(other.Root()), before);
+            EXPECT_EQ(map.Size(), size);
+        });
         ASSERT_EQ(Text(map.Root()), Text(unfailing.Root()));
         ASSERT_EQ(Text(other.Root()), before);
     }

@@ -128,15 +128,9 @@ inline void ExpectValues(KVOSrvBlaMatrix const& matrix, Dense const& expected)
 template<class Run>
 int FailEachBlaAllocation(KVOSrvBlaMatrix const& matrix, Run const& run)
 {
-    for (int allocation = 0;; ++allocation) {
-        Dense const before = ValuesOf(matrix);
-        mem_FailAllocationAfter(allocation);
-        try {
-            run();
-            mem_FailAllocationAfter(-1);
-            return allocation;
-        } catch (mem_OutOfMemory const&) {
+    Dense const before = ValuesOf(matrix);
+    return FailEach(Allocations(), run, [&](bool threw) {
+        if (threw)
             ExpectValues(matrix, before);
-        }
-    }
+    });
 }

@@ -1,8 +1,8 @@
 #include "DatabaseSupport.h"
 #include "Eigenpairs.h"
 #include "KVOSimException.h"
-#include "KVOSimFaults.h"
 #include "KVOSrvScratchDenseMatrix.h"
+#include "SimFailure.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -539,22 +539,6 @@ TEST(KVOSrvDenseMatrixProducts, HaveNothingToDoWithoutRowsColumnsOrVectors)
     EXPECT_EQ(value, 3.0);
 }
 
-// Every call that writes to the file fails once; then every allocation.
-template<class Run>
-int FailEachWrite(Run const& run)
-{
-    for (int write = 0;; ++write) {
-        KVOSimFaults::FailAfter(write, ENOSPC);
-        try {
-            run();
-            KVOSimFaults::Disarm();
-            return write;
-        } catch (KVOSimException const&) {
-            KVOSimFaults::Disarm();
-        }
-    }
-}
-
 TEST(KVOSrvDenseMatrixProducts, LeaveTheirOperandsWhenTheDiskIsFull)
 {
     TestDatabase const database;
@@ -563,15 +547,16 @@ TEST(KVOSrvDenseMatrixProducts, LeaveTheirOperandsWhenTheDiskIsFull)
     auto const newResult = [&] { return KVOSrvDenseMatrix(database.Matrix(300, 300, 100, 100)).DistributionID(); };
     Dense const ab = Product(a.Values(), false, b.Values()), ax = Product(a.Values(), false, Dense(x));
     for (bool const byStored : {true, false}) {
-        int rounds = 0;
-        EXPECT_GT(FailEachWrite([&] {
-                      KVOSrvDenseMatrix c(newResult());
-                      ++rounds;
-                      byStored ? (*a).Multiply(*b, c) : (*a).Multiply(1.0, x, 0.0, c);
-                      ExpectContent(c, [&](int i, int j) { return Expected((byStored ? ab : ax).At(i, j), 0.25); });
-                  }),
-                  2);
-        EXPECT_GT(rounds, 2);
+        auto const multiply = [&](KVOSimDistributionID const& id) {
+            KVOSrvDenseMatrix c(id);
+            byStored ? (*a).Multiply(*b, c) : (*a).Multiply(1.0, x, 0.0, c);
+        };
+        int const failures =
+            FailEach(FileChanges({ENOSPC, 1, false}), newResult, multiply, [&](KVOSimDistributionID const& id, bool threw) {
+                if (!threw)
+                    ExpectContent(KVOSrvDenseMatrix(id), [&](int i, int j) { return Expected((byStored ? ab : ax).At(i, j), 0.25); });
+            });
+        EXPECT_GT(failures, 2);
         a.ExpectUnchanged();
         b.ExpectUnchanged();
     }

@@ -1,6 +1,7 @@
 #include "KVOSrvDenseMatrix.h"
 
 #include "DatabaseSupport.h"
+#include "FailureSweep.h"
 #include "KVOSimException.h"
 
 #include <gmock/gmock.h>
@@ -215,26 +216,21 @@ TEST(KVOSrvDenseMatrix, ExtendDimRefusesByStatusAndChangesNothing)
 TEST(KVOSrvDenseMatrix, ExtendDimGrowsMatrixAndStoreOrNeither)
 {
     int const fresh[] = {100, 101};
-    bool done = false;
-    for (int allocation = 0; !done; ++allocation) {
-        TestDatabase const database;
-        KVOSrvDenseMatrix matrix(database.Matrix(5, 4, 2, 2));
-        Dense const values = Randomize(matrix);
-        mem_FailAllocationAfter(allocation);
-        try {
-            EXPECT_EQ(matrix.ExtendDim(1, 2, fresh), 0);
-            done = true;
-        } catch (mem_OutOfMemory const&) {
+    struct Target {
+        TestDatabase database;
+        KVOSrvDenseMatrix matrix{database.Matrix(5, 4, 2, 2)};
+        Dense values = Randomize(matrix);
+    };
+    auto const prepare = [] { return std::make_unique<Target>(); };
+    auto const extend = [&](std::unique_ptr<Target> const& target) { EXPECT_EQ(target->matrix.ExtendDim(1, 2, fresh), 0); };
+    FailEach(Allocations(), prepare, extend, [&](std::unique_ptr<Target> const& target, bool threw) {
+        if (threw && target->matrix.NumberOfRows() == 5) {
+            ExpectContent(target->matrix, target->values);
+            extend(target);
         }
-        mem_FailAllocationAfter(-1);
-
-        if (matrix.NumberOfRows() == 5) {
-            ExpectContent(matrix, values);
-            EXPECT_EQ(matrix.ExtendDim(1, 2, fresh), 0) << "after allocation " << allocation << " failed";
-        }
-        EXPECT_EQ(matrix.NumberOfRows(), 7);
-        EXPECT_EQ(KVOSrvDenseMatrix(matrix.DistributionID()).NumberOfRows(), 7);
-    }
+        EXPECT_EQ(target->matrix.NumberOfRows(), 7);
+        EXPECT_EQ(KVOSrvDenseMatrix(target->matrix.DistributionID()).NumberOfRows(), 7);
+    });
 }
 
 TEST(KVOSrvDenseMatrix, EveryBlockOfAnExtendedUnchunkedMatrixIsAllocated)

@@ -89,23 +89,6 @@ void ExpectInChildren(int count, Run const& run)
     }
 }
 
-/// Calls run() until it throws no more, each time with one allocation more that succeeds; afterEach() follows every failure. Returns how
-/// many there were.
-template<class Run, class AfterEach>
-int FailEach(void (*failAfter)(std::int64_t), Run const& run, AfterEach const& afterEach)
-{
-    for (int failures = 0;; ++failures)
-        try {
-            failAfter(failures);
-            run();
-            failAfter(-1);
-            return failures;
-        } catch (std::bad_alloc const&) {
-            failAfter(-1);
-            afterEach();
-        }
-}
-
 /// Whether this process has a database file open that has no name any more.
 bool HasLostAFile()
 {
@@ -239,16 +222,17 @@ TEST(KVOSrvMatrixContainer, FailuresLeaveNoFileAndNoMatrix)
 {
     WorkingFolder const folder;
     std::unique_ptr<KVOSrvMatrixContainer> container;
-    for (auto const failAfter : {&mem_FailAllocationAfter, &FailNewAfter}) {
-        container.reset();
-        auto const make = [&] { container = std::make_unique<KVOSrvMatrixContainer>(); };
-        EXPECT_GT(FailEach(failAfter, make, [&] { EXPECT_THAT(folder.Files(), IsEmpty()); }), 3);
+    for (FailingCalls const& calls : {Allocations(), News()}) {
+        auto const make = [&] {
+            container.reset();
+            container = std::make_unique<KVOSrvMatrixContainer>();
+        };
+        EXPECT_GT(FailEach(calls, make, [&](bool threw) { EXPECT_EQ(folder.Files().empty(), threw); }), 3);
         auto const create = [&] { container->Create(1, 5, 5, 2, 2); };
-        EXPECT_GT(FailEach(failAfter, create, [&] { EXPECT_FALSE(container->IsMember(1)); }), 3);
+        EXPECT_GT(FailEach(calls, create, [&](bool threw) { EXPECT_EQ(container->IsMember(1), !threw); }), 3);
         KVOSrvDenseMatrix const* const matrix = container->Find(1);
         FailEach(
-            failAfter, [&] { container->Remove(1); }, [&] { EXPECT_EQ(container->Find(1), matrix); });
-        EXPECT_EQ(container->Find(1), nullptr);
+            calls, [&] { container->Remove(1); }, [&](bool threw) { EXPECT_EQ(container->Find(1), threw ? matrix : nullptr); });
     }
 
     folder.EnterBelow();

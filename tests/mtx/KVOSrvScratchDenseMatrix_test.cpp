@@ -2,6 +2,7 @@
 
 #include "ChildProcess.h"
 #include "DatabaseSupport.h"
+#include "FailureSweep.h"
 #include "KVOSimException.h"
 #include "KVOSrvMatrixContainer.h"
 #include "ScratchFiles.h"
@@ -169,18 +170,8 @@ TEST(KVOSrvScratchDenseMatrix, FailuresLeaveNoFile)
     EXPECT_THROW(KVOSrvScratchDenseMatrix(null, null, 2, 2), KVOSimException);
     EXPECT_THAT(folder.Files(), IsEmpty());
 
-    int failures = 0;
-    for (bool made = false; !made; ++failures) {
-        mem_FailAllocationAfter(failures);
-        try {
-            KVOSrvScratchDenseMatrix const matrix(20, 20, 4, 4);
-            made = true;
-        } catch (std::bad_alloc const&) {
-        }
-        mem_FailAllocationAfter(-1);
-        ASSERT_THAT(folder.Files(), IsEmpty()) << failures;
-    }
-    EXPECT_GT(failures, 3);
+    auto const make = [] { KVOSrvScratchDenseMatrix const matrix(20, 20, 4, 4); };
+    EXPECT_GT(FailEach(Allocations(), make, [&](bool) { EXPECT_THAT(folder.Files(), IsEmpty()); }), 3);
 
     ScratchFolder::Use(folder / "missing");
     EXPECT_THROW(KVOSrvScratchDenseMatrix(2, 2, 2, 2), KVOSimException);

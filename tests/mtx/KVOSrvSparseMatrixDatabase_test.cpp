@@ -1,6 +1,6 @@
 #include "DatabaseSupport.h"
 #include "KVOSimException.h"
-#include "KVOSimFaults.h"
+#include "SimFailure.h"
 #include "SparseOracle.h"
 
 #include <cerrno>
@@ -200,23 +200,17 @@ TEST(KVOSrvSparseMatrixDatabase, LeavesNoDrawerWhenTheDiskIsFull)
     auto const matrix = RandomOracle({200, 300, 20000}, 42).Matrix();
     Content const before = ContentOf(*matrix);
     KVOSimCSetID const rows = database.Members(200), columns = database.Members(300);
-    for (int write = 0;; ++write) {
-        KVOSimDistributionID const id = KVOSrvUtilities::CreateSparseDistribution(rows, columns);
-        KVOSimFaults::FailAfter(write, ENOSPC);
-        try {
-            matrix->Export(rows, columns, id);
-            KVOSimFaults::Disarm();
-            EXPECT_GT(write, 0);
-            EXPECT_EQ(ContentOf(KVOSrvSparseMatrix(id)), before);
-            break;
-        } catch (KVOSimException const&) {
-            KVOSimFaults::Disarm();
+    int const failures = FailEach(
+        FileChanges({ENOSPC, 1, false}), [&] { return KVOSrvUtilities::CreateSparseDistribution(rows, columns); },
+        [&](KVOSimDistributionID const& id) { matrix->Export(rows, columns, id); },
+        [&](KVOSimDistributionID const& id, bool threw) {
             KVOSimArray<KVOSimDrawer> drawers;
             KVOSimDistribution(id).QueryDrawers(drawers);
-            EXPECT_EQ(drawers.Size(), 0);
+            EXPECT_EQ(drawers.Size(), threw ? 0 : 1);
             EXPECT_EQ(ContentOf(*matrix), before);
-        }
-    }
+            EXPECT_TRUE(threw || ContentOf(KVOSrvSparseMatrix(id)) == before);
+        });
+    EXPECT_GT(failures, 0);
 }
 
 } // namespace

@@ -1,81 +1,30 @@
+#include "FailNew.h"
 #include "KVOSimCSet.h"
 #include "KVOSimCollection.h"
 #include "KVOSimContext.h"
 #include "KVOSimDatabase.h"
-#include "KVOSimException.h"
 #include "KVOSimTransaction.h"
 #include "KVOSrvDenseMatrix.h"
 #include "KVOSrvUtilities.h"
 #include "TemporaryFolder.h"
 
-#include <cstdint>
 #include <gtest/gtest.h>
-#include <new>
 
 namespace
 {
-
-std::int64_t s_successesLeft = -1; // of `new`, whoever calls it; negative: it never fails
-
-} // namespace
-
-void* operator new(std::size_t bytes, std::nothrow_t const&) noexcept
-{
-    return s_successesLeft >= 0 && s_successesLeft-- == 0 ? nullptr : std::malloc(bytes != 0 ? bytes : 1);
-}
-void* operator new(std::size_t bytes)
-{
-    if (void* const memory = operator new(bytes, std::nothrow))
-        return memory;
-    throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
-
-namespace
-{
-
-// Once with each allocation of `run` failing, and once with none.
-template<class Run, class Check>
-void FailEachNew(Run const& run, Check const& check)
-{
-    bool done = false;
-    for (int allocation = 0; !done; ++allocation) {
-        SCOPED_TRACE(allocation);
-        s_successesLeft = allocation;
-        try {
-            run();
-        } catch (std::bad_alloc const&) {
-        } catch (KVOSimException const&) {
-        }
-        done = s_successesLeft >= 0;
-        s_successesLeft = -1;
-        check();
-    }
-}
 
 TEST(OutOfMemory, LeavesNoFileThatIsNoDatabase)
 {
     for (bool const scratch : {false, true}) {
         TemporaryFolder const folder(FolderWithoutDisk());
         std::string const path = folder / "test.sim";
-        bool made = false;
-        FailEachNew(
-            [&] {
-                KVOSimDatabase database;
-                if (scratch)
-                    database.SetScratch();
-                database.CreateFile(path.c_str(), 0);
-                made = true;
-            },
-            [&] { EXPECT_EQ(std::filesystem::exists(path), made); });
-        EXPECT_TRUE(made);
+        auto const create = [&] {
+            KVOSimDatabase database;
+            if (scratch)
+                database.SetScratch();
+            database.CreateFile(path.c_str(), 0);
+        };
+        FailEach(News(), create, [&](bool threw) { EXPECT_EQ(std::filesystem::remove(path), !threw); });
     }
 }
 
@@ -95,7 +44,8 @@ TEST(OutOfMemory, KeepsWhatWasCommitted)
         committed = 9;
     };
     make();
-    FailEachNew(
+    FailEach(
+        News(),
         [&] {
             KVOSimDatabase changed;
             changed.OpenFile(path.c_str(), false);
@@ -108,7 +58,7 @@ TEST(OutOfMemory, KeepsWhatWasCommitted)
             committed = matrix.NumberOfRows();
             changed.Close();
         },
-        [&] {
+        [&](bool) {
             database.OpenFile(path.c_str(), true);
             int const rows = KVOSrvDenseMatrix(KVOSimDistributionID(database.ContextID(), index)).NumberOfRows();
             database.Close();

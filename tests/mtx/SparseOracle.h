@@ -2,8 +2,8 @@
 
 #include "Dense.h"
 #include "ExpectThrows.h"
+#include "FailureSweep.h"
 #include "SparseFiles.h"
-#include "mem_Allocator.h"
 
 #include <fstream>
 #include <map>
@@ -148,16 +148,6 @@ template<class Change>
 void ExpectUnchangedWithoutMemory(KVOSrvSparseMatrix const& matrix, Change const& change)
 {
     Content const before = ContentOf(matrix);
-    for (int successes = 0;; ++successes) {
-        mem_FailAllocationAfter(successes);
-        try {
-            change();
-            mem_FailAllocationAfter(-1);
-            EXPECT_GT(successes, 0) << "nothing was allocated";
-            return;
-        } catch (mem_OutOfMemory const&) {
-            mem_FailAllocationAfter(-1);
-            ASSERT_EQ(ContentOf(matrix), before) << "after " << successes << " allocations";
-        }
-    }
+    int const failures = FailEach(Allocations(), change, [&](bool threw) { EXPECT_TRUE(!threw || ContentOf(matrix) == before); });
+    EXPECT_GT(failures, 0) << "nothing was allocated";
 }

@@ -1,7 +1,7 @@
 #include "atr_String.h"
 
+#include "FailureSweep.h"
 #include "atr_Translate.h"
-#include "mem_Allocator.h"
 
 #include <climits>
 #include <gtest/gtest.h>
@@ -50,11 +50,9 @@ TYPED_TEST(CountedString, HoldsPartOfATextOrNone)
         EXPECT_TRUE(target.IsEmpty());
         EXPECT_STREQ(target.c_str(), "");
     }
-    for (int successes = 0; successes < 2; ++successes) { // leaves nothing behind when memory ends
-        mem_FailAllocationAfter(successes);
-        EXPECT_THROW(TypeParam("text"), mem_OutOfMemory);
-    }
-    mem_FailAllocationAfter(-1);
+    EXPECT_EQ(FailEach(
+                  Allocations(), [] { TypeParam("text"); }, [](bool) {}),
+              2); // leaves nothing behind when memory ends
 }
 
 std::string Substituted(char const* format, std::vector<std::pair<int, char const*>> const& texts)

@@ -1,5 +1,7 @@
 #include "cow_List.h"
 
+#include "FailureSweep.h"
+
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <string>
@@ -64,18 +66,11 @@ TEST(cow_List, ChangesWhollyOrNotAtAllAndUnseenBySharers)
                 SCOPED_TRACE(std::to_string(from) + " to " + std::to_string(change) + (shared ? ", shared" : ""));
                 Pair pair(from);
                 Pair const other = shared ? pair : Pair();
-                for (int successes = 0;; ++successes) {
-                    ASSERT_LT(successes, 10);
-                    mem_FailAllocationAfter(successes);
-                    try {
-                        change == drain ? pair.Drain() : change == append ? pair.Append(7) : pair.Truncate(change);
-                        mem_FailAllocationAfter(-1);
-                        break;
-                    } catch (mem_OutOfMemory const&) {
-                        pair.Check();
-                    }
-                }
-                pair.Check();
+                FailEach(
+                    Allocations(), [&] { change == drain    ? pair.Drain()
+                                         : change == append ? pair.Append(7)
+                                                            : pair.Truncate(change); },
+                    [&](bool) { pair.Check(); });
                 for (int k = 0; k < 50; ++k)
                     pair.Append(-k);
                 pair.Check();

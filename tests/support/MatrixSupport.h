@@ -2,9 +2,9 @@
 
 #include "Dense.h"
 #include "ExpectThrows.h"
+#include "FailureSweep.h"
 #include "KVOSrvMatrix.h"
 #include "KVOSrvMtxExceptions.h"
-#include "mem_Allocator.h"
 
 #include <array>
 #include <cstring>
@@ -123,15 +123,9 @@ void ExpectRefused(char const* operation, KVOSrvMatrix const& matrix, Run const&
 template<class Run>
 int FailEachAllocation(KVOSrvMatrix const& matrix, Run const& run)
 {
-    for (int allocation = 0;; ++allocation) {
-        Snapshot const before(matrix);
-        mem_FailAllocationAfter(allocation);
-        try {
-            run();
-            mem_FailAllocationAfter(-1);
-            return allocation;
-        } catch (mem_OutOfMemory const&) {
+    Snapshot const before(matrix);
+    return FailEach(Allocations(), run, [&](bool threw) {
+        if (threw)
             before.ExpectUnchanged();
-        }
-    }
+    });
 }
