@@ -15,8 +15,9 @@ namespace simdb
 ///
 /// HDF5 runs on a driver of ours that sends values to the file and holds everything else back in memory. Persistent files: Commit()
 /// flushes, syncs the values, writes a checksummed journal beside the file, syncs it, applies it, syncs, and drops it. Opening replays a
-/// complete journal and ignores a torn one (a reader overlays it in memory and writes nothing). Scratch files: what is held is never
-/// written, nothing is synced, and what is left on closing is no database.
+/// complete journal and ignores a torn one (a reader overlays it in memory and writes nothing); beside one of another file or of another
+/// state of this one it is refused, but for reading. Scratch files: what is held is never written, nothing is synced, and what is left on
+/// closing is no database.
 ///
 /// Invariants:
 /// 1. A descriptor with flock() is held from before the first byte is read or written: exclusive for writing, shared for reading. It is the

@@ -17,15 +17,24 @@ namespace
 {
 
 constexpr char kMarkMagic[8] = {'K', 'V', 'O', 'S', 'I', 'M', 'I', 'D'};
-constexpr char kJournalMagic[8] = {'K', 'V', 'O', 'S', 'I', 'M', 'J', '1'};
+constexpr char kFirstMagic[8] = {'K', 'V', 'O', 'S', 'I', 'M', 'J', '1'};
+constexpr char kJournalMagic[8] = {'K', 'V', 'O', 'S', 'I', 'M', 'J', '2'};
 
-struct Header {
+// Places in the mark.
+constexpr std::size_t kFileAt = 8, kSessionAt = 16, kNumberAt = 24;
+
+struct FirstHeader {
     char magic[8];
     std::uint64_t totalBytes; // of the journal, header and checksum included
     std::uint64_t pieces;
     std::uint64_t markOffset;
-    std::array<std::byte, sizeof(FileMark::bytes)> mark;
+    std::array<std::byte, sizeof(FileMark::bytes)> before;
 };
+struct Header : FirstHeader {
+    std::array<std::byte, sizeof(FileMark::bytes)> after;
+    std::uint64_t fileBytes;
+};
+static_assert(sizeof(FirstHeader) == 64 && sizeof(Header) == 104);
 struct Place {
     std::uint64_t address;
     std::uint64_t bytes;
@@ -50,11 +59,19 @@ Checksum Crc64(std::span<std::byte const> bytes) noexcept
     return ~crc;
 }
 
-// An older, longer journal may have left its end behind this one's.
-bool IsPlausible(Header const& header, std::uint64_t available) noexcept
+// 0 where `header` begins no journal.
+std::size_t HeaderBytes(FirstHeader const& header) noexcept
 {
-    return std::memcmp(header.magic, kJournalMagic, sizeof kJournalMagic) == 0 && header.totalBytes <= available &&
-           header.totalBytes >= sizeof header + sizeof(Checksum);
+    if (std::memcmp(header.magic, kJournalMagic, sizeof kJournalMagic) == 0)
+        return sizeof(Header);
+    return std::memcmp(header.magic, kFirstMagic, sizeof kFirstMagic) == 0 ? sizeof(FirstHeader) : 0;
+}
+
+// An older, longer journal may have left its end behind this one's.
+bool IsPlausible(FirstHeader const& header, std::uint64_t available) noexcept
+{
+    std::size_t const headerBytes = HeaderBytes(header);
+    return headerBytes > 0 && header.totalBytes <= available && header.totalBytes >= headerBytes + sizeof(Checksum);
 }
 
 std::byte* Append(std::byte* to, void const* from, std::size_t bytes) noexcept
@@ -64,6 +81,14 @@ std::byte* Append(std::byte* to, void const* from, std::size_t bytes) noexcept
     return to + bytes;
 }
 
+// Fails only where the kernel has no such call; marks then differ in the number alone.
+void Draw(std::byte* to) noexcept
+{
+    constexpr std::size_t kRandomBytes = 8;
+    if (getrandom(to, kRandomBytes, 0) < 0)
+        std::memset(to, 0, kRandomBytes);
+}
+
 } // namespace
 
 FileMark FileMark::New(std::uint64_t offset)
@@ -71,10 +96,8 @@ FileMark FileMark::New(std::uint64_t offset)
     FileMark mark;
     mark.offset = offset;
     std::memcpy(mark.bytes.data(), kMarkMagic, sizeof kMarkMagic);
-    // Fails only where the kernel has no such call; the mark is then no better than that of any other such file.
-    constexpr std::size_t kRandomBytes = 16;
-    if (getrandom(mark.bytes.data() + sizeof kMarkMagic, kRandomBytes, 0) < 0)
-        std::memset(mark.bytes.data() + sizeof kMarkMagic, 0, kRandomBytes);
+    Draw(mark.bytes.data() + kFileAt);
+    Draw(mark.bytes.data() + kSessionAt);
     return mark;
 }
 
@@ -83,14 +106,42 @@ bool FileMark::IsMark() const noexcept
     return std::memcmp(bytes.data(), kMarkMagic, sizeof kMarkMagic) == 0;
 }
 
-Journal::Journal(FileMark const& mark, std::vector<Piece> const& pieces) : m_mark(mark), m_pieces(pieces)
+std::uint64_t FileMark::Number() const noexcept
+{
+    std::uint64_t number;
+    std::memcpy(&number, bytes.data() + kNumberAt, sizeof number);
+    return number;
+}
+
+FileMark FileMark::InNewSession() const noexcept
+{
+    FileMark mark = *this;
+    Draw(mark.bytes.data() + kSessionAt);
+    return mark;
+}
+
+FileMark FileMark::AfterCommit() const noexcept
+{
+    FileMark mark = *this;
+    std::uint64_t const number = Number() + 1;
+    std::memcpy(mark.bytes.data() + kNumberAt, &number, sizeof number);
+    return mark;
+}
+
+bool FileMark::IsOfSameFile(FileMark const& other) const noexcept
+{
+    return offset == other.offset && std::memcmp(bytes.data(), other.bytes.data(), kSessionAt) == 0;
+}
+
+Journal::Journal(FileMark const& mark, std::uint64_t fileBytes, std::vector<Piece> const& pieces)
+    : m_before(mark), m_after(mark.AfterCommit()), m_fileBytes(fileBytes), m_pieces(pieces)
 {
     std::size_t total = sizeof(Header) + pieces.size() * sizeof(Place) + sizeof(Checksum);
     for (Piece const& piece : pieces)
         total += piece.bytes.size();
     m_image.resize(total);
 
-    Header header{{}, total, pieces.size(), mark.offset, mark.bytes};
+    Header header{{{}, total, pieces.size(), mark.offset, mark.bytes}, m_after->bytes, fileBytes};
     std::memcpy(header.magic, kJournalMagic, sizeof kJournalMagic);
     std::byte* to = Append(m_image.data(), &header, sizeof header);
     for (Piece const& piece : pieces) {
@@ -108,12 +159,14 @@ Journal::Journal(FileMark const& mark, std::vector<Piece> const& pieces) : m_mar
 
 std::optional<Journal> Journal::Parse(std::vector<std::byte> image)
 {
-    Header header;
-    if (image.size() < sizeof header + sizeof(Checksum))
+    Header header{};
+    if (image.size() < sizeof(FirstHeader))
         return {};
-    std::memcpy(&header, image.data(), sizeof header);
+    std::memcpy(&header, image.data(), sizeof(FirstHeader));
     if (!IsPlausible(header, image.size()))
         return {};
+    std::size_t const headerBytes = HeaderBytes(header);
+    std::memcpy(&header, image.data(), headerBytes);
     std::size_t const dataEnd = header.totalBytes - sizeof(Checksum);
     Checksum checksum;
     std::memcpy(&checksum, image.data() + dataEnd, sizeof checksum);
@@ -122,9 +175,12 @@ std::optional<Journal> Journal::Parse(std::vector<std::byte> image)
 
     Journal journal;
     journal.m_image = std::move(image);
-    journal.m_mark = {header.markOffset, header.mark};
-    std::byte const* const places = journal.m_image.data() + sizeof header;
-    std::size_t left = dataEnd - sizeof header;
+    journal.m_before = {header.markOffset, header.before};
+    if (headerBytes == sizeof(Header))
+        journal.m_after = FileMark{header.markOffset, header.after};
+    journal.m_fileBytes = header.fileBytes;
+    std::byte const* const places = journal.m_image.data() + headerBytes;
+    std::size_t left = dataEnd - headerBytes;
     if (header.pieces > left / sizeof(Place))
         return {};
     std::byte const* data = places + header.pieces * sizeof(Place);
@@ -162,7 +218,7 @@ int JournalFile::Read(std::optional<Journal>& journal) const
         return errno;
     if (!S_ISREG(status.st_mode))
         return EINVAL;
-    Header header;
+    FirstHeader header;
     std::size_t read = 0;
     if (int const error = io::Read(descriptor, &header, sizeof header, 0, read))
         return error;
@@ -189,6 +245,13 @@ int JournalFile::Open() noexcept
     }
     m_descriptor = descriptor;
     return 0;
+}
+
+int JournalFile::Begin() noexcept
+{
+    if (int const error = Open())
+        return error;
+    return io::Sync(m_descriptor);
 }
 
 int JournalFile::Write(Journal const& journal) noexcept
@@ -223,7 +286,12 @@ int Apply(Journal const& journal, int descriptor) noexcept
     for (Journal::Piece const& piece : journal.Pieces())
         if (int const error = io::Write(descriptor, piece.bytes.data(), piece.bytes.size(), piece.address))
             return error;
-    return io::Sync(descriptor);
+    if (int const error = io::Sync(descriptor))
+        return error;
+    // Last, so that a file of which a part was changed still fits. It needs no sync of its own: until it is on the disk, the whole is only
+    // done again, and the next journal waits for a sync of the file.
+    auto const& after = journal.After();
+    return after ? io::Write(descriptor, after->bytes.data(), after->bytes.size(), after->offset) : 0;
 }
 
 } // namespace simdb

@@ -11,7 +11,9 @@
 namespace simdb
 {
 
-/// A random mark in the database file by which a journal knows it again.
+/// What tells one state of one database file from all others, in the file itself, so that a journal is applied to no other: a magic, 8
+/// random bytes that the file keeps for life, 8 random bytes of the session that committed last, and the number of commits, 0 in files that
+/// were made before they were counted. The session's bytes part the ways of copies that go on each by itself, with the same numbers.
 struct FileMark {
     /// Marks of files that we made lie between the superblock of 48 bytes and what HDF5 allocates after it.
     static constexpr std::uint64_t kOffset = 64;
@@ -23,6 +25,14 @@ struct FileMark {
     static FileMark New(std::uint64_t offset);
     /// Whether `bytes` begin as every mark does.
     bool IsMark() const noexcept;
+    std::uint64_t Number() const noexcept;
+    /// The mark of the same state in another session.
+    FileMark InNewSession() const noexcept;
+    /// The mark after one commit more.
+    FileMark AfterCommit() const noexcept;
+    bool IsOfSameFile(FileMark const& other) const noexcept;
+
+    friend bool operator==(FileMark const&, FileMark const&) = default;
 };
 
 /// What one commit changes in a database file, as the bytes of the file beside it (docs/reliability.md has the format).
@@ -40,13 +50,18 @@ public:
     Journal& operator=(Journal const&) = delete;
     ~Journal() = default;
 
-    /// The journal that writes `pieces` into the file with this mark.
-    Journal(FileMark const& mark, std::vector<Piece> const& pieces);
+    /// The journal that writes `pieces` into the file with this mark, `fileBytes` long, and then the mark after one commit more.
+    Journal(FileMark const& mark, std::uint64_t fileBytes, std::vector<Piece> const& pieces);
     /// The journal in `image`; none when it is incomplete or damaged anywhere.
     static std::optional<Journal> Parse(std::vector<std::byte> image);
 
     std::span<std::byte const> Image() const noexcept { return m_image; }
-    FileMark const& Mark() const noexcept { return m_mark; }
+    /// The mark of the file until all of the journal is applied.
+    FileMark const& Before() const noexcept { return m_before; }
+    /// And from then on; none in journals of the first form, which don't change it.
+    std::optional<FileMark> const& After() const noexcept { return m_after; }
+    /// The length of the file, at least; 0 in journals of the first form.
+    std::uint64_t FileBytes() const noexcept { return m_fileBytes; }
     /// Views into the image.
     std::vector<Piece> const& Pieces() const noexcept { return m_pieces; }
 
@@ -54,7 +69,9 @@ private:
     Journal() = default;
 
     std::vector<std::byte> m_image;
-    FileMark m_mark;
+    FileMark m_before;
+    std::optional<FileMark> m_after;
+    std::uint64_t m_fileBytes = 0;
     std::vector<Piece> m_pieces;
 };
 
@@ -70,6 +87,9 @@ public:
     ~JournalFile();
 
     std::string const& Path() const noexcept { return m_path; }
+    /// Makes the file. What an earlier session has left in it, or in one of its name that was removed, will not come back when the power
+    /// goes.
+    int Begin() noexcept;
     /// What the file holds; none when it is missing, or holds no complete journal.
     int Read(std::optional<Journal>& journal) const;
     /// When it returns 0, the journal is on the disk; otherwise the file holds none (unless even that could not be written).
@@ -86,7 +106,7 @@ private:
     int m_descriptor = -1;
 };
 
-/// Writes the pieces of `journal` into the file and syncs it. Doing it again changes nothing.
+/// Writes the pieces of `journal` into the file, syncs it, and changes the mark. Doing it again changes nothing.
 int Apply(Journal const& journal, int descriptor) noexcept;
 
 } // namespace simdb

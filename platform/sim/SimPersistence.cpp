@@ -74,23 +74,54 @@ void Persistence::Begin()
         ThrowErrno("Cannot remove the journal that an earlier file has left,", m_journal.Path(), error);
 }
 
+FileMark Persistence::MarkAt(std::uint64_t offset) const
+{
+    FileMark mark{offset, {}};
+    std::size_t read = 0;
+    if (int const error = io::Read(m_file->descriptor, mark.bytes.data(), mark.bytes.size(), mark.offset, read))
+        ThrowErrno(kOpening, m_path, error);
+    return mark;
+}
+
+// The journal stays as it is: what it belongs to may need it.
+void Persistence::RefuseJournal(std::string const& why) const
+{
+    ThrowReason(kOpening, m_path, m_journal.Path() + ' ' + why);
+}
+
+// A reader leaves alone what it cannot apply: whatever state the file is in, the journal is not a part of it.
+bool Persistence::IsToBeApplied(Journal const& journal, bool readOnly)
+{
+    FileMark const mark = MarkAt(journal.Before().offset);
+    auto const length = static_cast<std::uint64_t>(StatusOf(m_file->descriptor, m_path).st_size);
+    bool const isFirstForm = !journal.After();
+    bool const isOfThisState = mark == journal.Before();
+    // A journal of the first form leaves the mark as it is, so only before commits were counted does the mark tell the state.
+    if (isOfThisState && length >= journal.FileBytes() && !(isFirstForm && mark.Number() > 0))
+        return true;
+    if (readOnly || journal.After() == mark)
+        return false;
+    if (!mark.IsOfSameFile(journal.Before()))
+        RefuseJournal(std::string("is the journal of another database") +
+                      (mark.offset == FileMark::kOffset ? "" : ", or of another state of this one") +
+                      "; put it beside that one, or remove it");
+    if (isOfThisState && !isFirstForm)
+        RefuseJournal("belongs to a file of " + std::to_string(journal.FileBytes()) + " bytes, of which " + std::to_string(length) +
+                      " are left; put the whole file back, or remove the journal to open it without the last commit");
+    if (isOfThisState)
+        RefuseJournal("was left by an older program, which may have gone on from there; open the database with that one, or remove it");
+    RefuseJournal("is of another state of this database: it was to make commit " + std::to_string(journal.Before().Number() + 1) +
+                  ", and the file, of another time or another copy, holds commit " + std::to_string(mark.Number()) +
+                  "; put it beside the file that it belongs to, or remove it");
+}
+
 void Persistence::Recover(bool readOnly)
 {
     std::optional<Journal> journal;
     if (int const error = m_journal.Read(journal))
         ThrowErrno("Cannot read the journal", m_journal.Path(), error);
-    if (!journal)
+    if (!journal || !IsToBeApplied(*journal, readOnly))
         return;
-    FileMark mark{journal->Mark().offset, {}};
-    std::size_t read = 0;
-    if (int const error = io::Read(m_file->descriptor, mark.bytes.data(), mark.bytes.size(), mark.offset, read))
-        ThrowErrno(kOpening, m_path, error);
-    if (mark.bytes != journal->Mark().bytes) {
-        if (readOnly)
-            return;
-        // Not overwritten: the database that it belongs to needs it.
-        ThrowReason(kOpening, m_path, m_journal.Path() + " is the journal of another database; put it beside that one, or remove it");
-    }
     if (readOnly) {
         for (Journal::Piece const& piece : journal->Pieces())
             m_file->held.Put(piece.address, piece.bytes.data(), piece.bytes.size());
@@ -102,20 +133,15 @@ void Persistence::Recover(bool readOnly)
 
 void Persistence::BeginChanges()
 {
-    FileMark mark;
-    std::size_t read = 0;
-    if (int const error = io::Read(m_file->descriptor, mark.bytes.data(), mark.bytes.size(), mark.offset, read))
-        ThrowErrno(kOpening, m_path, error);
+    m_mark = MarkAt(FileMark::kOffset);
     m_committedEnd = m_file->end;
     if (static_cast<std::uint64_t>(StatusOf(m_file->descriptor, m_path).st_size) > m_committedEnd)
         if (int const error = io::SetLength(m_file->descriptor, m_committedEnd))
             ThrowErrno(kOpening, m_path, error);
-    if (mark.IsMark()) {
-        m_mark = mark;
-    } else { // made by another program: the mark goes behind what is there
-        m_mark = FileMark::New(m_file->end);
-        m_file->end += m_mark.bytes.size();
-        m_file->held.Put(m_mark.offset, m_mark.bytes.data(), m_mark.bytes.size());
+    if (!m_mark.IsMark()) { // made by another program: the mark goes behind what is there, not across the edge of a sector
+        constexpr std::uint64_t kMarkBytes = FileMark::kEnd - FileMark::kOffset;
+        m_mark = FileMark::New((m_file->end + kMarkBytes - 1) / kMarkBytes * kMarkBytes);
+        m_file->end = m_mark.offset + kMarkBytes;
     }
 }
 
@@ -172,17 +198,33 @@ void Persistence::Commit()
         Write();
 }
 
+// Once in a session, and again after a journal failed: that one may be complete, and the file is no longer what it fits.
+void Persistence::BeginJournals()
+{
+    if (m_journalsBegun)
+        return;
+    Require(m_journal.Begin());
+    FileMark const mark = m_mark.InNewSession();
+    Require(io::Write(m_file->descriptor, mark.bytes.data(), mark.bytes.size(), mark.offset));
+    m_mark = mark;
+}
+
 void Persistence::Write()
 {
     std::vector<Journal::Piece> const changes = Changes();
+    if (!changes.empty())
+        BeginJournals();
     WriteAdditions();
     Require(io::Sync(m_file->descriptor));
     if (changes.empty()) {
         m_file->held.Clear();
         return;
     }
-    Journal const journal(m_mark, changes);
+    Journal const journal(m_mark, m_file->end, changes);
+    m_journalsBegun = false;
     Require(m_journal.Write(journal));
+    m_journalsBegun = true;
+    m_mark = *journal.After();
 
     // From here on the commit counts, whatever happens to this process. Where the file cannot be changed now, that is tried again by the
     // next commit and by Finish().

@@ -15,7 +15,10 @@ namespace simdb
 /// Invariants:
 /// 1. Below m_committedEnd the file holds what the last commit left, but for values and while m_unfinished; changes of it go through the
 ///    journal. From there on it holds nothing that counts, and is written directly.
-/// 2. While m_unfinished, the journal on the disk is complete and the file can be made whole from it only; `held` then still has all of it.
+/// 2. Before the first journal of a session is begun, the mark in the file was renewed and synced: the journal fits no copy that was made
+/// of
+///    the file before.
+/// 3. While m_unfinished, the journal on the disk is complete and the file can be made whole from it only; `held` then still has all of it.
 class Persistence
 {
 public:
@@ -35,7 +38,11 @@ public:
     void Finish();
 
 private:
+    FileMark MarkAt(std::uint64_t offset) const;
+    bool IsToBeApplied(Journal const& journal, bool readOnly);
+    [[noreturn]] void RefuseJournal(std::string const& why) const;
     void CompleteUnfinished();
+    void BeginJournals();
     void Write();
     bool IsInFile(std::uint64_t address, std::span<std::byte const> bytes) const;
     std::vector<Journal::Piece> Changes() const;
@@ -45,7 +52,8 @@ private:
     std::string m_path;
     std::shared_ptr<DriverFile> m_file;
     JournalFile m_journal;
-    FileMark m_mark;
+    FileMark m_mark; ///< of what the last commit left
+    bool m_journalsBegun = false;
     std::uint64_t m_committedEnd = FileMark::kEnd;
     bool m_unfinished = false;
 };

@@ -24,7 +24,7 @@ TEST(SimJournal, ComesBackFromItsImageAndFromNothingElse)
 {
     auto const first = SomeBytes(48, 1), second = SomeBytes(5, 2);
     FileMark const mark = FileMark::New(FileMark::kOffset);
-    Journal const journal(mark, {{0, first}, {1000, second}, {4096, {}}});
+    Journal const journal(mark, 4096, {{0, first}, {1000, second}, {4096, {}}});
     std::vector<std::byte> const image(journal.Image().begin(), journal.Image().end());
     auto longer = image;
     longer.resize(image.size() + 100, std::byte{7}); // the end of an older one
@@ -33,8 +33,9 @@ TEST(SimJournal, ComesBackFromItsImageAndFromNothingElse)
         auto const parsed = Journal::Parse(readable);
 
         ASSERT_TRUE(parsed.has_value());
-        EXPECT_EQ(parsed->Mark().offset, FileMark::kOffset);
-        EXPECT_EQ(parsed->Mark().bytes, mark.bytes);
+        EXPECT_EQ(parsed->Before(), mark);
+        EXPECT_EQ(parsed->After(), mark.AfterCommit());
+        EXPECT_EQ(parsed->FileBytes(), 4096u);
         ASSERT_EQ(parsed->Pieces().size(), 3u);
         EXPECT_EQ(parsed->Pieces()[1].address, 1000u);
         EXPECT_TRUE(std::ranges::equal(parsed->Pieces()[0].bytes, first));
@@ -51,7 +52,7 @@ TEST(SimJournal, ComesBackFromItsImageAndFromNothingElse)
     }
     // The checksum is right here: the addresses, outside of any file, are not.
     for (std::uint64_t const address : {UINT64_MAX, std::uint64_t{INT64_MAX}, std::uint64_t{INT64_MAX} - 4}) {
-        Journal const outside(mark, {{address, second}});
+        Journal const outside(mark, 0, {{address, second}});
         EXPECT_FALSE(Journal::Parse({outside.Image().begin(), outside.Image().end()})) << address;
     }
 }
