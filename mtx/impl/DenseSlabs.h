@@ -18,7 +18,15 @@ namespace DenseSlabs
 
 using DenseTiles::Window;
 
-constexpr KVOSrvMatrixSupport::InputCheck Require("mtx/impl/KVOSrvDenseMatrix");
+constexpr KVOSrvMatrixSupport::RefusalCheck Require("mtx/impl/KVOSrvDenseMatrix", "KVOSrvDenseMatrix");
+
+// Reasons.
+constexpr char const* kFactor = "X is not full with as many rows as the matrix has columns";
+constexpr char const* kTransposedFactor = "X is not full with as many rows as the matrix";
+constexpr char const* kTransposedResult =
+    "the result is not full with as many rows as the matrix has columns, and a column for each vector";
+constexpr char const* kOverlap = "the result overlaps an operand";
+constexpr char const* kNull = "an operand is null";
 
 /// A range of a stored matrix that a product will read or write: refused as the transfer would refuse it, but before anything is changed.
 inline void RequireReadable(bool inside)
@@ -147,10 +155,10 @@ inline void Multiply(char const* transA, Shape const& shape, double alpha, Facto
     Timed([&] { BLAC_DGEMM(transA, "N", &shape.m, &shape.n, &shape.k, &alpha, a.values, &lda, b.values, &ldb, &beta, c.values, &ldc); });
 }
 
-/// Whether the array of a matrix holds all of its elements, as full storage does.
+/// Whether the array of a matrix holds all of its elements, as full storage does; a diagonal's does not, whoever owns it.
 inline bool IsFull(KVOSrvMatrix const& matrix)
 {
-    return matrix.AddressableEntries() >= std::int64_t{matrix.NumberOfRows()} * matrix.NumberOfColumns();
+    return !matrix.IsDiagonal() || matrix.NumberOfColumns() <= 1;
 }
 
 inline bool IsFull(KVOSrvMatrix const& matrix, int rows, int columns)

@@ -79,7 +79,10 @@ KVOSrvBlaMatrix* KVOSrvBlaMatrix::Submatrix(int startRow, int endRow, int startC
     Require(endRow < m_dim1 && endCol < m_dim2, "endRow<m_dim1 && endCol<m_dim2", 54);
     Require(startRow <= endRow && startCol <= endCol, "startRow<=endRow && startCol<=endCol", 55);
 
-    int const first = startCol * m_offset + startRow; // 32 bits hold every place of an array
+    // 32 bits hold every place of an array. After Transpose() of a matrix that is not square the leading dimension leads beyond it: the
+    // place is one of 32 bits then, too.
+    auto const first = static_cast<std::int32_t>(static_cast<std::uint32_t>(startCol) * static_cast<std::uint32_t>(m_offset) +
+                                                 static_cast<std::uint32_t>(startRow));
     return new KVOSrvBlaMatrix(m_values + first, m_counter, m_offset, endRow - startRow + 1, endCol - startCol + 1);
 }
 

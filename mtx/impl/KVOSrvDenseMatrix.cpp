@@ -11,18 +11,16 @@
 #include <utility>
 #include <vector>
 
-using KVOSrvMatrixSupport::InputCheck;
-
 namespace
 {
 
-constexpr InputCheck Require("mtx/impl/KVOSrvDenseMatrix");
+constexpr KVOSrvMatrixSupport::RefusalCheck Require("mtx/impl/KVOSrvDenseMatrix", "KVOSrvDenseMatrix");
 
 KVOSimDrawer FirstDrawer(KVOSimDistribution const& distribution)
 {
     KVOSimArray<KVOSimDrawer> drawers;
     distribution.QueryDrawers(drawers);
-    Require(drawers.Size() > 0, "KVOSrvDenseMatrix");
+    Require(drawers.Size() > 0, "KVOSrvDenseMatrix", "the distribution has no drawer");
     return drawers[0];
 }
 
@@ -107,9 +105,10 @@ KVOSrvDenseMatrix::~KVOSrvDenseMatrix() = default;
 void KVOSrvDenseMatrix::Bind(KVOSimDistribution const& distribution)
 {
     int const dims = distribution.NumDimensions();
-    Require(dims == 1 || dims == 2, "KVOSrvDenseMatrix");
+    Require(dims == 1 || dims == 2, "KVOSrvDenseMatrix", "the distribution has not one or two dimensions");
     KVOSimDrawer const drawer = FirstDrawer(distribution);
-    Require(drawer.kind == KVOSimDenseDrawer && drawer.typeKey == KVOSimDouble, "KVOSrvDenseMatrix");
+    Require(drawer.kind == KVOSimDenseDrawer && drawer.typeKey == KVOSimDouble, "KVOSrvDenseMatrix",
+            "the drawer is not a dense one of doubles");
 
     m_distribution = distribution;
     m_transfer = NewTransfer(m_distribution);

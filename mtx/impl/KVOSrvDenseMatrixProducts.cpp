@@ -14,7 +14,8 @@ void MultiplyInMemory(KVOSrvDenseMatrix const& A, double const* X, int p, double
     int const rows = A.NumberOfRows(), columns = A.NumberOfColumns();
     if (rows == 0 || p == 0)
         return;
-    Require((X != nullptr || columns == 0) && C != nullptr && X != C, "Multiply");
+    Require((X != nullptr || columns == 0) && C != nullptr, "Multiply", "an array is null");
+    Require(X != C, "Multiply", "the result is an operand");
     Walk const slabs(A.StoredRowBlocks(), BlockRowsPerSlab(A, p, 0));
     RowProduct const product(A, slabs.MaxCount(), p);
     slabs.ForEach([&](Span slab) { product.Announce(slab); },
@@ -93,23 +94,27 @@ bool AreGroups(int const* rows, int const* ranges, int count)
 
 void KVOSrvDenseMatrix::Multiply(double const* x, int k, double* y) const
 {
-    Require(k >= 0, "Multiply");
+    Require(k >= 0, "Multiply", "the number of vectors is negative");
     MultiplyInMemory(*this, x, k, 1.0, y); // deliberate: y is not cleared, callers pass a prepared one
 }
 
 void KVOSrvDenseMatrix::Multiply(KVOSrvMatrix const& X, KVOSrvMatrix& Y) const
 {
     int const p = X.NumberOfColumns();
-    Require(IsFull(X, NumberOfColumns(), p) && Y.NumberOfRows() == NumberOfRows() && Y.NumberOfColumns() >= p && IsFull(Y), "Multiply");
+    Require(IsFull(X, NumberOfColumns(), p), "Multiply", kFactor);
+    Require(Y.NumberOfRows() == NumberOfRows() && Y.NumberOfColumns() >= p && IsFull(Y), "Multiply",
+            "the result has not the product's shape");
     MultiplyInMemory(*this, X.Values(), p, 0.0, Y.Values());
 }
 
 void KVOSrvDenseMatrix::Multiply(double alpha, KVOSrvMatrix const& X, double beta, KVOSrvDenseMatrix& Y) const
 {
     int const columns = NumberOfColumns(), p = X.NumberOfColumns();
-    Require(X.NumberOfRows() == columns && Y.NumberOfColumns() == p, "Multiply");
+    Require(X.NumberOfRows() == columns, "Multiply", kFactor);
+    Require(Y.NumberOfColumns() == p, "Multiply", "the result has not as many columns as X");
     RequireReadable(Y.NumberOfRows() <= NumberOfRows());
-    Require((X.IsDiagonal() ? p == columns : IsFull(X)) && !IsReadAfterWriting(*this, Y), "Multiply");
+    Require(!X.IsDiagonal() || p == columns, "Multiply", "X is diagonal and not square");
+    Require(!IsReadAfterWriting(*this, Y), "Multiply", kOverlap);
     if (p == 0)
         return;
     if (X.IsDiagonal())
@@ -135,7 +140,7 @@ void KVOSrvDenseMatrix::Multiply(double alpha, KVOSrvMatrix const& X, double bet
 void KVOSrvDenseMatrix::MultiplyAssign(KVOSrvMatrix const& X)
 {
     int const columns = NumberOfColumns();
-    Require(IsFull(X, columns, columns), "MultiplyAssign");
+    Require(IsFull(X, columns, columns), "MultiplyAssign", "X is not full and square with as many rows as the matrix has columns");
     if (columns == 0)
         return;
     Walk const slabs(StoredRowBlocks());
@@ -151,8 +156,9 @@ void KVOSrvDenseMatrix::MultiplyAssign(KVOSrvMatrix const& X)
 void KVOSrvDenseMatrix::IndexedMultiply(KVOSrvMatrix const& X, KVOSrvDenseMatrix& Y, int const* rows, int const* ranges, int nRanges) const
 {
     int const p = X.NumberOfColumns();
-    Require(IsFull(X, NumberOfColumns(), p) && (nRanges <= 0 || (rows != nullptr && ranges != nullptr)), "IndexedMultiply");
-    Require(AreGroups(rows, ranges, nRanges), "IndexedMultiply");
+    Require(IsFull(X, NumberOfColumns(), p), "IndexedMultiply", kFactor);
+    Require(nRanges <= 0 || (rows != nullptr && ranges != nullptr), "IndexedMultiply", "an index list is null");
+    Require(AreGroups(rows, ranges, nRanges), "IndexedMultiply", "the ranges do not rise, or name other than consecutive rows");
     int longest = 0;
     for (int g = 0; g < nRanges; ++g) {
         Span const group = GroupAt(rows, ranges, g).rows;
@@ -162,7 +168,7 @@ void KVOSrvDenseMatrix::IndexedMultiply(KVOSrvMatrix const& X, KVOSrvDenseMatrix
     if (nRanges <= 0 || p == 0)
         return;
     RequireWritable(ranges[nRanges] <= Y.NumberOfRows() && p <= Y.NumberOfColumns());
-    Require(!Overlaps(Y), "IndexedMultiply");
+    Require(!Overlaps(Y), "IndexedMultiply", kOverlap);
     RowProduct const product(*this, longest, p);
     Slab const result(std::int64_t{longest} * p);
     auto const announce = [&](int g) {

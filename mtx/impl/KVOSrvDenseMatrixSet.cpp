@@ -9,7 +9,10 @@ using namespace DenseSlabs;
 namespace
 {
 
-constexpr KVOSrvMatrixSupport::InputCheck RequireOfSet("mtx/impl/KVOSrvDenseMatrixSet");
+constexpr KVOSrvMatrixSupport::RefusalCheck RequireOfSet("mtx/impl/KVOSrvDenseMatrixSet", "KVOSrvDenseMatrixSet");
+
+constexpr char const* kMembers = "there are no members, or one was extended after the set was made";
+constexpr char const* kResult = "the result is not full with a row for each column of the members, and as many columns as B";
 
 } // namespace
 
@@ -26,7 +29,7 @@ KVOSrvDenseMatrixSet::KVOSrvDenseMatrixSet(KVOSrvDenseMatrix const** members, in
         columns += members[k]->NumberOfColumns();
         m_maxColumnsInBlock = std::max(m_maxColumnsInBlock, members[k]->MaxNumberOfColumnsInBlock());
     }
-    RequireOfSet(columns <= INT_MAX, "KVOSrvDenseMatrixSet");
+    RequireOfSet(columns <= INT_MAX, "KVOSrvDenseMatrixSet", "the members have more than 2^31 - 1 columns together");
     m_numColumns = static_cast<int>(columns);
 }
 
@@ -34,7 +37,7 @@ KVOSrvDenseMatrixSet::~KVOSrvDenseMatrixSet() = default;
 
 bool KVOSrvDenseMatrixSet::FitsMembers() const
 {
-    if (m_members == nullptr || m_numMembers < 1)
+    if (m_members == nullptr || m_numMembers < 1 || m_members[0]->NumberOfRows() != m_numRows)
         return false;
     std::int64_t columns = 0;
     for (int k = 0; k < m_numMembers; ++k)
@@ -52,10 +55,11 @@ void KVOSrvDenseMatrixSet::RequireRows(KVOSrvDenseMatrix const& B) const
 
 void KVOSrvDenseMatrixSet::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvDenseMatrix* C, int symmetric) const
 {
-    RequireOfSet(FitsMembers() && B != nullptr && C != nullptr, "TransposeMultiply");
+    RequireOfSet(FitsMembers(), "TransposeMultiply", kMembers);
+    RequireOfSet(B != nullptr && C != nullptr, "TransposeMultiply", kNull);
     int const n = B->NumberOfColumns();
     RequireRows(*B);
-    RequireOfSet(C->NumberOfRows() == m_numColumns, "TransposeMultiply");
+    RequireOfSet(C->NumberOfRows() == m_numColumns, "TransposeMultiply", kResult);
     RequireWritable(C->NumberOfColumns() >= n);
     if (n == 0 || m_numColumns == 0)
         return;
@@ -66,10 +70,11 @@ void KVOSrvDenseMatrixSet::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvD
 
 void KVOSrvDenseMatrixSet::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvMatrix& C, int symmetric) const
 {
-    RequireOfSet(FitsMembers() && B != nullptr, "TransposeMultiply");
+    RequireOfSet(FitsMembers(), "TransposeMultiply", kMembers);
+    RequireOfSet(B != nullptr, "TransposeMultiply", kNull);
     int const n = B->NumberOfColumns();
     RequireRows(*B);
-    RequireOfSet(IsFull(C, m_numColumns, n), "TransposeMultiply");
+    RequireOfSet(IsFull(C, m_numColumns, n), "TransposeMultiply", kResult);
     if (n == 0 || m_numColumns == 0)
         return;
     // 64 bits, because the products may exceed 32; the result does not depend on what comes out.

@@ -45,12 +45,12 @@ void AddBlock(double const* T, int rows, int columns, Result const& C)
 
 void KVOSrvDenseMatrix::Multiply(KVOSrvDenseMatrix const* B, double* C) const
 {
-    Require(B != nullptr, "Multiply");
+    Require(B != nullptr, "Multiply", kNull);
     RequireReadable(B->NumberOfRows() <= NumberOfColumns()); // the columns of A that have a row of B take part
     int const m = NumberOfRows(), p = B->NumberOfColumns();
     if (m == 0 || p == 0)
         return;
-    Require(C != nullptr, "Multiply");
+    Require(C != nullptr, "Multiply", kNull);
     Walk const inner(B->StoredRowBlocks()), rows(StoredRowBlocks()), columns(B->StoredColumnBlocks());
     Slab const a(std::int64_t{rows.MaxCount()} * inner.MaxCount()), b(std::int64_t{inner.MaxCount()} * p);
     Slab const product(std::int64_t{rows.MaxCount()} * columns.MaxCount());
@@ -79,7 +79,7 @@ void KVOSrvDenseMatrix::Multiply(KVOSrvDenseMatrix const& B, KVOSrvDenseMatrix& 
     int const m = NumberOfRows(), n = NumberOfColumns(), p = B.NumberOfColumns();
     RequireReadable(B.NumberOfRows() >= n);
     RequireWritable(C.NumberOfRows() >= m && C.NumberOfColumns() >= p);
-    Require(!C.Overlaps(*this) && !C.Overlaps(B), "Multiply");
+    Require(!C.Overlaps(*this) && !C.Overlaps(B), "Multiply", kOverlap);
     if (m == 0 || p == 0)
         return;
     Groups const groups = GroupsFor(*this, B);

@@ -91,11 +91,12 @@ void MultiplyPasses(KVOSrvDenseMatrix const& A, Walk const& passes, int p, Read 
 void KVOSrvDenseMatrix::TransposeMultiply(double const* x, int k, double* y, int r) const
 {
     int const columns = NumberOfColumns();
-    Require(k >= 0 && r >= 0, "TransposeMultiply");
+    Require(k >= 0 && r >= 0, "TransposeMultiply", "the number of vectors or of rows is negative");
     RequireReadable(r <= NumberOfRows());
     if (k == 0 || r == 0 || columns == 0)
         return;
-    Require(x != nullptr && y != nullptr && x != y, "TransposeMultiply");
+    Require(x != nullptr && y != nullptr, "TransposeMultiply", kNull);
+    Require(x != y, "TransposeMultiply", kOverlap);
     Walk const slabs(StoredColumnBlocks());
     Slab const slab(std::int64_t{r} * slabs.MaxCount());
     Source const source(*this, k, slabs.MaxCount(), std::int64_t{r} * slabs.MaxCount());
@@ -116,10 +117,11 @@ void KVOSrvDenseMatrix::TransposeMultiply(double const* x, int k, double* y, int
 void KVOSrvDenseMatrix::TransposeMultiply(int const* perm, KVOSrvMatrix const& X, KVOSrvMatrix& Y, double alpha, double beta)
 {
     int const rows = NumberOfRows(), p = X.NumberOfColumns();
-    Require(IsFull(X, rows, p) && Y.NumberOfRows() >= NumberOfColumns() && Y.NumberOfColumns() >= p && IsFull(Y), "TransposeMultiply");
+    Require(IsFull(X, rows, p), "TransposeMultiply", kTransposedFactor);
+    Require(Y.NumberOfRows() >= NumberOfColumns() && Y.NumberOfColumns() >= p && IsFull(Y), "TransposeMultiply", kTransposedResult);
     if (p == 0)
         return;
-    Require(X.Values() != Y.Values(), "TransposeMultiply");
+    Require(X.Values() != Y.Values(), "TransposeMultiply", kOverlap);
     Walk const slabs(StoredColumnBlocks());
     Slab const slab(std::int64_t{rows} * slabs.MaxCount());
     Source const source(*this, perm == nullptr ? p : INT_MAX, slabs.MaxCount(), std::int64_t{rows} * slabs.MaxCount());
@@ -141,7 +143,7 @@ void KVOSrvDenseMatrix::TransposeMultiply(int const* perm, KVOSrvMatrix const& X
 
 void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvMatrix const& X, double* C, int symmetric) const
 {
-    Require(C != nullptr, "TransposeMultiply");
+    Require(C != nullptr, "TransposeMultiply", kNull);
     KVOSrvMatrix result(NumberOfColumns(), X.NumberOfColumns(), C, false, false);
     TransposeMultiply(X, result, symmetric);
 }
@@ -149,8 +151,9 @@ void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvMatrix const& X, double* C, int 
 void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvMatrix const& X, KVOSrvMatrix& C, int symmetric) const
 {
     int const p = X.NumberOfColumns();
-    Require(X.NumberOfRows() >= NumberOfRows() && IsFull(X) && IsFull(C, NumberOfColumns(), p), "TransposeMultiply");
-    Require(C.Values() != X.Values(), "TransposeMultiply");
+    Require(X.NumberOfRows() >= NumberOfRows() && IsFull(X), "TransposeMultiply", kTransposedFactor);
+    Require(IsFull(C, NumberOfColumns(), p), "TransposeMultiply", kTransposedResult);
+    Require(C.Values() != X.Values(), "TransposeMultiply", kOverlap);
     Walk const passes(StoredRowBlocks(), BlockRowsPerPass(*this, X.NumberOfRows()));
     MultiplyPasses(
         *this, passes, p, [&](Span rows, KVOSrvMatrix& x) { X.GetRows(rows.first, rows.last, x); }, C, symmetric != 0);
@@ -158,10 +161,10 @@ void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvMatrix const& X, KVOSrvMatrix& C
 
 void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvDenseMatrix* C, int symmetric) const
 {
-    Require(B != nullptr && C != nullptr, "TransposeMultiply");
+    Require(B != nullptr && C != nullptr, "TransposeMultiply", kNull);
     int const p = B->NumberOfColumns();
     RequireReadable(B->NumberOfRows() >= NumberOfRows());
-    Require(C->NumberOfRows() == NumberOfColumns(), "TransposeMultiply");
+    Require(C->NumberOfRows() == NumberOfColumns(), "TransposeMultiply", kTransposedResult);
     RequireWritable(C->NumberOfColumns() >= p);
     if (p == 0 || C->NumberOfRows() == 0)
         return;
@@ -172,17 +175,17 @@ void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvDens
 
 void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvDenseMatrix const* B, double* C, int symmetric) const
 {
-    Require(B != nullptr && C != nullptr, "TransposeMultiply");
+    Require(B != nullptr && C != nullptr, "TransposeMultiply", kNull);
     KVOSrvMatrix result(NumberOfColumns(), B->NumberOfColumns(), C, false, false);
     TransposeMultiply(B, result, symmetric);
 }
 
 void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvMatrix& C, int symmetric) const
 {
-    Require(B != nullptr, "TransposeMultiply");
+    Require(B != nullptr, "TransposeMultiply", kNull);
     int const p = B->NumberOfColumns();
     RequireReadable(B->NumberOfRows() >= NumberOfRows());
-    Require(IsFull(C, NumberOfColumns(), p), "TransposeMultiply");
+    Require(IsFull(C, NumberOfColumns(), p), "TransposeMultiply", kTransposedResult);
     KVOSrvBlockCut const rows = StoredRowBlocks();
     std::int64_t const blockRow = std::max(1, rows.MaxNumberInBlock()) * std::max<std::int64_t>(1, std::int64_t{p} + NumberOfColumns());
     Walk const passes(rows, std::min(BlockRowsPerPass(*this, B->NumberOfRows()), kPassEntries / blockRow));

@@ -16,13 +16,14 @@ using DenseTiles::ForEachTile;
 using DenseTiles::LimitEntries;
 using DenseTiles::Window;
 using KVOSrvMatrixSupport::AllocateValues;
-using KVOSrvMatrixSupport::InputCheck;
 using KVOSrvMatrixSupport::ValueArray;
 
 namespace
 {
 
-constexpr InputCheck Require("mtx/impl/KVOSrvDenseMatrix");
+constexpr KVOSrvMatrixSupport::RefusalCheck Require("mtx/impl/KVOSrvDenseMatrix", "KVOSrvDenseMatrix");
+
+constexpr char const* kShape = "the other matrix is null or has another shape";
 
 // What is computed with is worked on where it lies, or stays in the cache between its transfers, 1 MiB of each matrix: time of Scale and
 // AddAssign, copied, over that of their transfers by blocks of 512 x 512, with pieces of 256 KiB 1.48 and 1.45, 512 KiB 1.32 and 1.30, 1
@@ -113,8 +114,9 @@ using RowsByMember = std::vector<std::pair<int, int>>;
 std::vector<int> RowMembers(KVOSrvDenseMatrix const& matrix)
 {
     KVOSimArray<int> const members = KVOSimCSet(matrix.RowCSetID()).OrderedMembers();
-    Require(members.Size() == matrix.NumberOfRows(), "CopyMappedRows");
-    Require(std::all_of(members.begin(), members.end(), [](int member) { return member >= 0; }), "CopyMappedRows");
+    Require(members.Size() == matrix.NumberOfRows(), "CopyMappedRows", "a matrix has not as many row members as rows");
+    Require(std::all_of(members.begin(), members.end(), [](int member) { return member >= 0; }), "CopyMappedRows",
+            "a row member has a negative number");
     return {members.begin(), members.end()};
 }
 
@@ -140,7 +142,7 @@ void KVOSrvDenseMatrix::GetAllValues(double* out) const
     int const rows = NumberOfRows(), columns = NumberOfColumns();
     if (rows == 0 || columns == 0)
         return;
-    Require(out != nullptr, "GetAllValues");
+    Require(out != nullptr, "GetAllValues", "the array is null");
     KVOSrvMatrix values = Wrap(out, rows, columns);
     GetValues(0, rows - 1, 0, columns - 1, values);
 }
@@ -148,7 +150,8 @@ void KVOSrvDenseMatrix::GetAllValues(double* out) const
 void KVOSrvDenseMatrix::GetUpperValues(double* out) const
 {
     int const columns = NumberOfColumns();
-    Require(NumberOfRows() >= columns && (out != nullptr || columns == 0), "GetUpperValues");
+    Require(NumberOfRows() >= columns, "GetUpperValues", "the matrix has fewer rows than columns");
+    Require(out != nullptr || columns == 0, "GetUpperValues", "the array is null");
     int const width = StripWidth(m_columnCut, columns);
     Piece const strip(std::int64_t{columns} * width);
     ForEachStrip(m_columnCut.Stored(), width, [&](int c0, int c1) {
@@ -161,7 +164,8 @@ void KVOSrvDenseMatrix::GetUpperValues(double* out) const
 void KVOSrvDenseMatrix::GetLowerValues(double* out) const
 {
     int const rows = NumberOfRows();
-    Require(NumberOfColumns() >= rows && (out != nullptr || rows == 0), "GetLowerValues");
+    Require(NumberOfColumns() >= rows, "GetLowerValues", "the matrix has fewer columns than rows");
+    Require(out != nullptr || rows == 0, "GetLowerValues", "the array is null");
     int const height = StripWidth(m_rowCut, rows);
     Piece const strip(std::int64_t{rows} * height), transposed(std::int64_t{rows} * height);
     ForEachStrip(m_rowCut.Stored(), height, [&](int r0, int r1) {
@@ -175,7 +179,8 @@ void KVOSrvDenseMatrix::GetLowerValues(double* out) const
 void KVOSrvDenseMatrix::GetSymmetricValues(double* out) const
 {
     int const n = NumberOfColumns();
-    Require(NumberOfRows() == n && (out != nullptr || n == 0), "GetSymmetricValues");
+    Require(NumberOfRows() == n, "GetSymmetricValues", "the matrix is not square");
+    Require(out != nullptr || n == 0, "GetSymmetricValues", "the array is null");
     int const width = StripWidth(m_columnCut, n);
     Piece const upper(std::int64_t{n} * width), lower(std::int64_t{n} * width), mirrored(std::int64_t{n} * width);
     ForEachStrip(m_columnCut.Stored(), width, [&](int c0, int c1) {
@@ -218,9 +223,10 @@ void KVOSrvDenseMatrix::GetSubmatrix(KVOSrvDenseMatrix& dest, int r0, int r1, in
 void KVOSrvDenseMatrix::CopyRowsToMemory(int const* rowMap, int n, KVOSrvMatrix& out) const
 {
     int const rows = NumberOfRows(), columns = NumberOfColumns();
-    Require(n >= 0 && std::int64_t{n} * columns <= out.AddressableEntries(), "CopyRowsToMemory");
+    Require(n >= 0 && std::int64_t{n} * columns <= out.AddressableEntries(), "CopyRowsToMemory",
+            "the number of rows is negative, or the target too small for them");
     Require(rows == 0 || (rowMap != nullptr && std::all_of(rowMap, rowMap + rows, [n](int row) { return row >= 0 && row < n; })),
-            "CopyRowsToMemory");
+            "CopyRowsToMemory", "the row map is null or leaves the target");
     KVOSrvBlockCut const rowCut = m_rowCut.Stored(), columnCut = m_columnCut.Stored();
     DenseTiles::Limit const limit = LimitEntries(rowCut, kCacheEntries);
     Piece const piece = PieceFor(rowCut, columnCut, limit);
@@ -242,7 +248,7 @@ void KVOSrvDenseMatrix::CopyRowsToMemory(int const* rowMap, int n, KVOSrvMatrix&
 
 void KVOSrvDenseMatrix::CopyValues(KVOSrvDenseMatrix const* src)
 {
-    Require(src != nullptr && src->NumberOfRows() == NumberOfRows() && src->NumberOfColumns() == NumberOfColumns(), "CopyValues");
+    Require(src != nullptr && src->NumberOfRows() == NumberOfRows() && src->NumberOfColumns() == NumberOfColumns(), "CopyValues", kShape);
     // Within one store a block column is read before it is written: views may overlap in rows.
     bool const sameStore = !IsNull() && DistributionID() == src->DistributionID();
     KVOSrvBlockCut const rows = sameStore ? KVOSrvBlockCut::Whole(NumberOfRows(), 0) : m_rowCut.Stored();
@@ -259,7 +265,7 @@ void KVOSrvDenseMatrix::CopyValues(KVOSrvDenseMatrix const* src)
 
 void KVOSrvDenseMatrix::CopyMappedRows(KVOSrvDenseMatrix const* src, bool /*clear*/)
 {
-    Require(src != nullptr && src->NumberOfColumns() <= NumberOfColumns(), "CopyMappedRows");
+    Require(src != nullptr && src->NumberOfColumns() <= NumberOfColumns(), "CopyMappedRows", "the source is null or has more columns");
     int const rows = NumberOfRows(), sourceRows = src->NumberOfRows();
     if (rows == 0 || src->NumberOfColumns() == 0)
         return;
@@ -282,7 +288,7 @@ void KVOSrvDenseMatrix::CopyMappedRows(KVOSrvDenseMatrix const* src, bool /*clea
 
 void KVOSrvDenseMatrix::AddAssign(KVOSrvDenseMatrix const& other)
 {
-    Require(other.NumberOfRows() == NumberOfRows() && other.NumberOfColumns() == NumberOfColumns(), "AddAssign");
+    Require(other.NumberOfRows() == NumberOfRows() && other.NumberOfColumns() == NumberOfColumns(), "AddAssign", kShape);
     // Views of one store may overlap.
     bool const sameStore = !IsNull() && DistributionID() == other.DistributionID();
     KVOSrvBlockCut const rows = m_rowCut.Stored(), columns = m_columnCut.Stored();

@@ -144,6 +144,11 @@ TEST(KVOSrvBlaMatrix, Transpose)
     BlaPointer const row = MakeBla(last);
     row->Transpose();
     ExpectBlaElements(*row, [&](int i, int) { return last.At(0, i); });
+
+    KVOSrvBlaMatrix tall(50000, 2, nullptr, kGeneral);
+    tall.Transpose();
+    BlaPointer const view(tall.Submatrix(0, 1, 45000, 45002)); // behind the array, and behind what 32 bits hold
+    EXPECT_EQ(view->NumberOfColumns(), 3);
 }
 
 } // namespace

@@ -444,16 +444,16 @@ TEST(KVOSrvDenseMatrixProducts, AllowOverlapsThatDoNoHarmAndRefuseOthers)
 
     Dense const before = StoredValues(*a);
     int const rows[] = {0, 1}, ranges[] = {0, 2};
-    ExpectRefused("Multiply", narrow, [&] { topLeft->Multiply(*topRight, *middle); });
-    ExpectRefused("Multiply", narrow, [&] { middle->Multiply(*bottom, *topLeft); });
-    ExpectRefused("Multiply", narrow, [&] { topRight->Multiply(*topLeft, *middle); });
-    ExpectRefused("Multiply", narrow, [&] { bottom->Multiply(*topRight, *bottom); });
-    ExpectRefused("Multiply", narrow, [&] { topRight->Multiply(*bottom, *beside); });
-    ExpectRefused("Multiply", narrow, [&] { topLeft->Multiply(1.0, narrow, 1.0, *middle); });
-    ExpectRefused("IndexedMultiply", narrow, [&] { topLeft->IndexedMultiply(narrow, *middle, rows, ranges, 1); });
+    ExpectRefused("KVOSrvDenseMatrix::Multiply", narrow, [&] { topLeft->Multiply(*topRight, *middle); });
+    ExpectRefused("KVOSrvDenseMatrix::Multiply", narrow, [&] { middle->Multiply(*bottom, *topLeft); });
+    ExpectRefused("KVOSrvDenseMatrix::Multiply", narrow, [&] { topRight->Multiply(*topLeft, *middle); });
+    ExpectRefused("KVOSrvDenseMatrix::Multiply", narrow, [&] { bottom->Multiply(*topRight, *bottom); });
+    ExpectRefused("KVOSrvDenseMatrix::Multiply", narrow, [&] { topRight->Multiply(*bottom, *beside); });
+    ExpectRefused("KVOSrvDenseMatrix::Multiply", narrow, [&] { topLeft->Multiply(1.0, narrow, 1.0, *middle); });
+    ExpectRefused("KVOSrvDenseMatrix::IndexedMultiply", narrow, [&] { topLeft->IndexedMultiply(narrow, *middle, rows, ranges, 1); });
     KVOSrvMatrix square = Numbers(9, 9);
-    ExpectRefused("Multiply", square, [&] { (*a).Multiply(square, square); });
-    ExpectRefused("TransposeMultiply", square, [&] { (*a).TransposeMultiply(square, square, 0); });
+    ExpectRefused("KVOSrvDenseMatrix::Multiply", square, [&] { (*a).Multiply(square, square); });
+    ExpectRefused("KVOSrvDenseMatrix::TransposeMultiply", square, [&] { (*a).TransposeMultiply(square, square, 0); });
     ExpectContent(*a, before);
 }
 
@@ -467,20 +467,18 @@ TEST(KVOSrvDenseMatrixProducts, RefuseOperandsThatDoNotFit)
     KVOSrvDenseMatrix const* const none = nullptr;
     int const rows[] = {0, 1, 3}, ranges[] = {0, 2, 3}, reaching[] = {0, 3}, falling[] = {2, 0}, behind[] = {5, 6, 7};
     auto const refused = [&](char const* operation, auto const& run) {
-        ExpectRefused(operation, y, run);
+        ExpectRefused(std::string("KVOSrvDenseMatrix::") + operation, y, run);
         c.ExpectUnchanged();
         a.ExpectUnchanged();
     };
     refused("Multiply", [&] { (*a).Multiply(x, y); });
     refused("Multiply", [&] { (*a).Multiply(z, y); });
-    refused("Multiply", [&] { (*a).Multiply(d, y); }); // its array ends after the diagonal
     refused("Multiply", [&] { (*a).Multiply(values, -1, values); });
     refused("Multiply", [&] { (*a).Multiply(values, 1, nullptr); });
     refused("Multiply", [&] { (*a).Multiply(none, values); });
     refused("Multiply", [&] { (*a).Multiply(1.0, d, 0.0, *c); });
     refused("Multiply", [&] { (*a).Multiply(1.0, z, 0.0, *c); });
     refused("MultiplyAssign", [&] { (*a).MultiplyAssign(x); });
-    refused("MultiplyAssign", [&] { (*a).MultiplyAssign(d); });
     refused("TransposeMultiply", [&] { (*a).TransposeMultiply(values, 1, values + 20, -1); });
     refused("TransposeMultiply", [&] { (*a).TransposeMultiply(nullptr, x, y, 1.0, 0.0); });
     refused("TransposeMultiply", [&] { (*tall).TransposeMultiply(nullptr, Numbers(7, 7), y, 1.0, 0.0); });
@@ -492,7 +490,18 @@ TEST(KVOSrvDenseMatrixProducts, RefuseOperandsThatDoNotFit)
     refused("IndexedMultiply", [&] { (*a).IndexedMultiply(z, *c, rows, ranges, 2); });
     refused("IndexedMultiply", [&] { (*a).IndexedMultiply(x, *c, rows, reaching, 1); }); // rows 0 to 3 are four
     refused("IndexedMultiply", [&] { (*a).IndexedMultiply(x, *c, rows, falling, 1); });
-    refused("Add", [&] { y.Add(1.0, *a); });
+    ExpectRefused("Add", y, [&] { y.Add(1.0, *a); });
+    // A diagonal's array ends after the diagonal, whoever owns it.
+    KVOSrvMatrix y7 = Numbers(7, 5), y5 = Numbers(5, 7);
+    for (double* const wrapped : {static_cast<double*>(nullptr), values}) {
+        KVOSrvMatrix const d5(5, 5, wrapped, false, true), d7(7, 7, wrapped, false, true);
+        refused("Multiply", [&] { (*a).Multiply(d5, y7); });
+        refused("MultiplyAssign", [&] { (*a).MultiplyAssign(d5); });
+        refused("TransposeMultiply", [&] { (*a).TransposeMultiply(nullptr, d7, y5, 1.0, 0.0); });
+        refused("TransposeMultiply", [&] { (*a).TransposeMultiply(d7, y5.Values(), 0); });
+        refused("TransposeMultiply", [&] { (*a).TransposeMultiply(d7, y5, 0); });
+        refused("IndexedMultiply", [&] { (*a).IndexedMultiply(d5, *c, rows, ranges, 2); });
+    }
 
     // What a transfer would refuse: rows that the stored matrix has not.
     Stored low(database, 2, 6, {}), high(database, 8, 6, {});

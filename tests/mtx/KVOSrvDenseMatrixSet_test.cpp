@@ -57,12 +57,12 @@ TEST(KVOSrvDenseMatrixSet, RefusesWhatDoesNotFit)
     KVOSrvMatrix c = RandomMatrix(5, 3), small = RandomMatrix(4, 3), symmetricWidth = RandomMatrix(4, 2);
     KVOSrvDenseMatrixSet const set(fitting, 2), mixedSet(mixed, 2), empty(nullptr, 2), uncounted(fitting, 0);
     EXPECT_THROW(set.TransposeMultiply(&other, c, 0), KVOSrvMtxInvalidGetRange);
-    ExpectRefused("TransposeMultiply", c, [&] { set.TransposeMultiply(none, c, 0); });
-    ExpectRefused("TransposeMultiply", c, [&] { empty.TransposeMultiply(&b, c, 0); });
-    ExpectRefused("TransposeMultiply", c, [&] { uncounted.TransposeMultiply(&b, c, 0); });
-    ExpectRefused("TransposeMultiply", small, [&] { set.TransposeMultiply(&b, small, 1); });
+    ExpectRefused("KVOSrvDenseMatrixSet::TransposeMultiply", c, [&] { set.TransposeMultiply(none, c, 0); });
+    ExpectRefused("KVOSrvDenseMatrixSet::TransposeMultiply", c, [&] { empty.TransposeMultiply(&b, c, 0); });
+    ExpectRefused("KVOSrvDenseMatrixSet::TransposeMultiply", c, [&] { uncounted.TransposeMultiply(&b, c, 0); });
+    ExpectRefused("KVOSrvDenseMatrixSet::TransposeMultiply", small, [&] { set.TransposeMultiply(&b, small, 1); });
     EXPECT_THROW(mixedSet.TransposeMultiply(&a, symmetricWidth, 1), KVOSrvMtxInvalidGetRange);
-    ExpectRefused("TransposeMultiply", c, [&] { set.TransposeMultiply(&b, &a, 0); });
+    ExpectRefused("KVOSrvDenseMatrixSet::TransposeMultiply", c, [&] { set.TransposeMultiply(&b, &a, 0); });
 
     KVOSrvDenseMatrix const* longer[] = {&other, &a};
     Dense const first = Randomize(other), second = Randomize(a), factor = Randomize(b);
@@ -74,6 +74,10 @@ TEST(KVOSrvDenseMatrixSet, RefusesWhatDoesNotFit)
             sum += (i < 2 ? first.At(k, i) : second.At(k, i - 2)) * factor.At(k, j);
         return Expected(sum, 1e-14);
     });
+
+    int const more[] = {100, 101};
+    ASSERT_EQ(a.ExtendDim(1, 2, more), 0); // the rows that B lacks are found before the first pass
+    ExpectRefused("KVOSrvDenseMatrixSet::TransposeMultiply", c, [&] { set.TransposeMultiply(&b, c, 0); });
 }
 
 } // namespace

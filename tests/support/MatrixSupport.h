@@ -110,12 +110,27 @@ private:
     KVOSrvMatrix m_copy;
 };
 
-/// Expects KVOSrvMtxIllegalInput with the name `operation`, and `matrix` unchanged.
+/// Expects that a class refuses its input with a reason; `operation` is "<class>::<operation>".
 template<class Run>
-void ExpectRefused(char const* operation, KVOSrvMatrix const& matrix, Run const& run)
+void ExpectRefused(std::string const& operation, Run const& run)
+{
+    try {
+        run();
+        ADD_FAILURE() << operation << " refused nothing";
+    } catch (KVOSrvMtxRefusedInput const& exception) {
+        EXPECT_EQ(exception.AsString().View().find(operation + " - Illegal input: "), 0U) << exception.AsString().View();
+    }
+}
+
+/// Expects the same, or with the name of an operation of KVOSrvMatrix alone its KVOSrvMtxIllegalInput, and `matrix` unchanged.
+template<class Run>
+void ExpectRefused(std::string const& operation, KVOSrvMatrix const& matrix, Run const& run)
 {
     Snapshot const before(matrix);
-    ExpectThrows<KVOSrvMtxIllegalInput>(std::string("KVOSrvMatrix::") + operation + " - Illegal input.", run);
+    if (operation.find("::") != std::string::npos)
+        ExpectRefused(operation, run);
+    else
+        ExpectThrows<KVOSrvMtxIllegalInput>("KVOSrvMatrix::" + operation + " - Illegal input.", run);
     before.ExpectUnchanged();
 }
 
