@@ -1,5 +1,6 @@
 #include "ScratchFiles.h"
 
+#include "KVOBasPlatformException.h"
 #include "KVOBasUtlFilePath.h"
 #include "KVOSimDatabase.h"
 #include "KVOSimException.h"
@@ -8,7 +9,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <dirent.h>
-#include <filesystem>
 #include <initializer_list>
 #include <memory>
 #include <mutex>
@@ -69,9 +69,11 @@ cow_String ScratchFiles::WorkingDirectory()
 {
     try {
         return KVOBasUtlgetcwd();
-    } catch (std::filesystem::filesystem_error const& error) {
-        KVOSimException("Cannot make a scratch file in the working directory", "", error.code().message().c_str())
-            .Throw("mtx/impl/ScratchFiles", __LINE__);
+    } catch (KVOBasPlatformException const& exception) {
+        atr_String const text = exception.AsString();
+        std::string_view reason = text.View();
+        reason.remove_suffix(reason.ends_with('.')); // the new text gets one of its own
+        KVOSimException("Cannot make a scratch file", "", std::string(reason).c_str()).Throw("mtx/impl/ScratchFiles", __LINE__);
     }
 }
 

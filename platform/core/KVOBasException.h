@@ -9,8 +9,8 @@
 /// Root of every exception of the platform and of the libraries above it.
 ///
 /// A throw site builds the exception and calls Throw(), which records the position and ends in Raise(). A handler catches the class
-/// itself, KVOBasException or mem_AllocationOperators. One that nobody catches ends the process with its DeveloperReport() on the error
-/// stream: the first Throw() puts a terminate handler in front of the one in force, which is called after it.
+/// itself, KVOBasException or mem_AllocationOperators. One that nobody catches ends the process by the host's terminate handler, which is
+/// never touched; docs/errors.md shows one that tells number and report.
 class KVO_EXPORT KVOBasException : public mem_AllocationOperators
 {
 public:

@@ -1,7 +1,11 @@
 #include "KVOBasUtlFilePath.h"
 
+#include "KVOBasPlatformException.h"
+
 #include <filesystem>
+#include <string>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 KVOBasUtlFilePath::KVOBasUtlFilePath(cow_String const& directory, cow_String const& name)
@@ -22,5 +26,10 @@ bool KVOBasUtlFilePath::Remove() const noexcept
 
 cow_String KVOBasUtlgetcwd()
 {
-    return std::filesystem::current_path().c_str();
+    std::error_code error;
+    std::filesystem::path const path = std::filesystem::current_path(error);
+    if (error)
+        KVOBasPlatformException(("The working directory cannot be had: " + error.message() + ".").c_str())
+            .Throw("platform/core/KVOBasUtlFilePath", __LINE__);
+    return path.c_str();
 }

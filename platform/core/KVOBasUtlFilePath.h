@@ -28,5 +28,5 @@ private:
     cow_String m_path;
 };
 
-/// The current working directory. @throws std::filesystem::filesystem_error when it cannot be had (it was removed, say)
+/// The current working directory. @throws KVOBasPlatformException when it cannot be had (it was removed, say)
 KVO_EXPORT cow_String KVOBasUtlgetcwd();

@@ -11,7 +11,7 @@ public:
     /// Solver degree of freedom i is degree of freedom dofs[i] at node nodes[i].
     ///
     /// @param count      length of both lists, which are copied; they may be null when it is 0
-    /// @throws std::invalid_argument for a negative count and for a missing list
+    /// @throws KVOBasPlatformException for a negative count and for a missing list
     KVOFsmSystemDofDefinition(int count, int const* nodes, int const* dofs);
 
     /// Length of the lists.
@@ -19,7 +19,7 @@ public:
 
     /// Node and degree of freedom behind a number of the solver.
     /// @param solverDof  0-based, below NumberOfDofs()
-    /// @throws std::out_of_range, with the number and the range in its text; `node` and `dof` are untouched then
+    /// @throws KVOBasPlatformException with the number and the range in its text; `node` and `dof` are untouched then
     void NodeDofFromSolverDof(int solverDof, int& node, int& dof) const;
 
 private:

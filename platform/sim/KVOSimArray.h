@@ -1,6 +1,7 @@
 #pragma once
 
-#include <stdexcept>
+#include "KVOSimException.h"
+
 #include <utility>
 #include <vector>
 
@@ -11,11 +12,12 @@ class KVOSimArray
 public:
     KVOSimArray() = default;
     /// Copies elements[0 .. count-1]; `elements` may be null when `count` is 0.
-    /// @throws std::invalid_argument for a negative count and for a missing list
+    /// @throws KVOSimException for a negative count and for a missing list
     KVOSimArray(T const* elements, int count)
     {
         if (count < 0 || (count > 0 && elements == nullptr))
-            throw std::invalid_argument("KVOSimArray: a negative count or a missing list");
+            KVOSimException("Cannot make an array", "", "its count is negative or the list is missing")
+                .Throw("platform/sim/KVOSimArray", __LINE__);
         m_elements.assign(elements, elements + count);
     }
     /// Takes the elements of a vector.

@@ -1,9 +1,11 @@
 #include "KVOFsmSystemDofDefinition.h"
 
+#include "KVOBasPlatformException.h"
+
 #include <climits>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdexcept>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -22,8 +24,9 @@ TEST(KVOFsmSystemDofDefinition, KeepsCopiesOfItsListsAndRefusesOtherPlaces)
         try {
             definition.NodeDofFromSolverDof(outside, node, dof);
             ADD_FAILURE() << outside;
-        } catch (std::out_of_range const& error) {
-            EXPECT_THAT(error.what(), testing::HasSubstr(" " + std::to_string(outside) + " is outside the range of 3"));
+        } catch (KVOBasPlatformException const& error) {
+            EXPECT_THAT(std::string(error.AsString().View()),
+                        testing::HasSubstr(" " + std::to_string(outside) + " is outside the range of 3"));
         }
         EXPECT_EQ(std::pair(node, dof), std::pair(77, 78));
     }
@@ -34,9 +37,9 @@ TEST(KVOFsmSystemDofDefinition, KeepsCopiesOfItsListsAndRefusesOtherPlaces)
     }
     EXPECT_EQ(places, (std::vector<std::pair<int, int>>{{11, 1}, {11, 3}, {-5, 6}}));
 
-    EXPECT_THROW(KVOFsmSystemDofDefinition(-1, &node, &dof), std::invalid_argument);
-    EXPECT_THROW(KVOFsmSystemDofDefinition(1, nullptr, &dof), std::invalid_argument);
-    EXPECT_THROW(KVOFsmSystemDofDefinition(1, &node, nullptr), std::invalid_argument);
+    EXPECT_THROW(KVOFsmSystemDofDefinition(-1, &node, &dof), KVOBasPlatformException);
+    EXPECT_THROW(KVOFsmSystemDofDefinition(1, nullptr, &dof), KVOBasPlatformException);
+    EXPECT_THROW(KVOFsmSystemDofDefinition(1, &node, nullptr), KVOBasPlatformException);
     EXPECT_EQ(KVOFsmSystemDofDefinition(0, nullptr, nullptr).NumberOfDofs(), 0);
 }
 
