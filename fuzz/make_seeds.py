@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes the seed corpus of sparse_import_fuzz: make_seeds.py FOLDER. One small sound file of every kind, in every format."""
+"""Writes the seeds of a fuzzer: make_seeds.py FUZZER FOLDER. Small sound files of every kind, in every format."""
 import os
 import struct
 import sys
@@ -48,7 +48,7 @@ def chunks(bits, full, items=5, n=4, padded=True):
     return text
 
 
-SEEDS = {
+IMPORTS = {
     "records": (RECORDS, 0, records()),
     "records-split": (RECORDS, 0, records(7)),
     "records-empty": (RECORDS, 0, record(ints(0))),
@@ -72,8 +72,31 @@ SEEDS = {
     "text-export": (TEXT, 0, b"1 1 4.000000000000000e+00\n2 2 5.000000000000000e+00\n1 2 7.000000000000000e+00\n"),
 }
 
-folder = sys.argv[1]
+MARKET = {
+    "coordinate": b"\x01% a comment\n3 2 3\n1 1 2.5\n3 2 -1e-3\n3 2 1\n",
+    "coordinate-symmetric": b"\x033 3 2\n1 1 2\n3 1 -1\n",
+    "array": b"\x022 2\n1\n0\n0\n-4\n",
+    "array-symmetric": b"\x062 2\n1\n2\n3\n",
+    "banner": b"\x08%MatrixMarket matrix coordinate integer general\n1 1 1\n\n1 1 7\n",
+}
+
+# Nothing, a bit, and a sector of the database and of the journal.
+DATABASE = {
+    "sound": b"\x00",
+    "left": b"\x01",
+    "bit": bytes([0, 0, 4, 1, 3]),
+    "journal": bytes([1, 40, 0x80, 1, 3]),
+    "cut": bytes([1, 0, 0x40, 6, 0]),
+}
+
+SEEDS = {
+    "sparse_import_fuzz": {name: bytes([kind, zeros]) + content for name, (kind, zeros, content) in IMPORTS.items()},
+    "matrix_market_fuzz": MARKET,
+    "database_fuzz": DATABASE,
+}
+
+fuzzer, folder = sys.argv[1:]
 os.makedirs(folder, exist_ok=True)
-for name, (kind, zeros, content) in SEEDS.items():
+for name, content in SEEDS[fuzzer].items():
     with open(os.path.join(folder, name), "wb") as seed:
-        seed.write(bytes([kind, zeros]) + content)
+        seed.write(content)

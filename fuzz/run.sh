@@ -1,10 +1,13 @@
 #!/usr/bin/env bash
-# usage: run.sh [RUNS [BUILD_DIR]]: fuzzes the readers of sparse matrix files, from the seeds and what earlier runs found on.
-# A finding ends the run with status 1; its input stays in BUILD_DIR/fuzz/findings.
+# usage: run.sh FUZZER [RUNS [BUILD_DIR]]: lets a fuzzer loose, from its seeds and what its earlier runs found on.
+# A finding ends the run with status 1; its input stays in BUILD_DIR/fuzz/FUZZER-findings.
 set -euo pipefail
 source=$(cd "$(dirname "$0")" && pwd)
-runs=${1:-10000000} build=${2:-$source/../build/fuzz}
+fuzzer=${1:?which? sparse_import_fuzz, matrix_market_fuzz or database_fuzz} runs=${2:-10000000} build=${3:-$source/../build/fuzz}
 
-mkdir -p "$build/fuzz/corpus" "$build/fuzz/findings"
-"$build/fuzz/sparse_import_fuzz" -runs="$runs" -timeout=10 -max_len=600 -print_final_stats=1 \
-    -dict="$source/sparse_import.dict" -artifact_prefix="$build/fuzz/findings/" "$build/fuzz/corpus" "$build/fuzz/seeds"
+folder=$build/fuzz/$fuzzer
+mkdir -p "$folder-corpus" "$folder-findings"
+options=(-runs="$runs" -timeout=10 -max_len=600 -print_final_stats=1 -artifact_prefix="$folder-findings/")
+[ ! -e "$source/$fuzzer.dict" ] || options+=(-dict="$source/$fuzzer.dict")
+[ "$fuzzer" != database_fuzz ] || options+=(-detect_leaks=0) # HDF5 keeps free lists, and loses memory over damaged files
+"$folder" "${options[@]}" "$folder-corpus" "$folder-seeds"

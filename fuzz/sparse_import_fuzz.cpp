@@ -6,41 +6,23 @@
 // A few bytes can ask for a matrix of 2^31 - 1 empty rows, which is sound but takes seconds: sizes that nothing else in the file stands
 // for are cut to kManyRows, so that the time goes into reading. The number of files that were read is printed at the end.
 
+#include "FuzzSupport.h"
+
 #include "KVOSrvMtxExceptions.h"
-#include "KVOSrvSparseMatrix.h"
 
 #include <algorithm>
-#include <bit>
 #include <cctype>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
-#include <sys/mman.h>
-#include <unistd.h>
 #include <vector>
-
-// A quarantine larger than the cache would cost more than all the rest.
-extern "C" char const* __asan_default_options()
-{
-    return "allocator_may_return_null=1:max_allocation_size_mb=64:quarantine_size_mb=1";
-}
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size);
 
 namespace
 {
-
-void Check(bool held, char const* what)
-{
-    if (!held) {
-        std::fprintf(stderr, "broken: %s\n", what);
-        std::abort();
-    }
-}
 
 constexpr std::uint32_t kManyRows = 4096;
 
@@ -81,53 +63,6 @@ void CutSizes(std::string& bytes)
         if (header[0] * std::uint64_t{header[1]} == 0 && dimension <= INT_MAX)
             dimension %= kManyRows;
     std::memcpy(bytes.data(), header, length);
-}
-
-/// A file in memory that has a path.
-class MemoryFile
-{
-public:
-    MemoryFile() : m_descriptor(memfd_create("matrix", 0)), m_path("/proc/self/fd/" + std::to_string(m_descriptor))
-    {
-        Check(m_descriptor >= 0, "a file in memory can be had");
-    }
-    char const* Path() const { return m_path.c_str(); }
-
-    void SetContent(std::string const& bytes, std::size_t zeros)
-    {
-        Check(ftruncate(m_descriptor, 0) == 0 &&
-                  pwrite(m_descriptor, bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size()) &&
-                  ftruncate(m_descriptor, static_cast<off_t>(bytes.size() + zeros)) == 0,
-              "the file can be written");
-    }
-
-    std::string Content() const
-    {
-        std::string text(static_cast<std::size_t>(lseek(m_descriptor, 0, SEEK_END)), ' ');
-        Check(pread(m_descriptor, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()), "the file can be read");
-        return text;
-    }
-
-private:
-    int m_descriptor;
-    std::string m_path;
-};
-
-std::vector<std::uint64_t> ContentOf(KVOSrvSparseMatrix const& matrix)
-{
-    int count = 0;
-    std::unique_ptr<KVOSrvSparseMatrixEntry[]> const entries(matrix.GetEntries(count));
-    std::vector<std::uint64_t> content{static_cast<std::uint64_t>(matrix.NumberOfRows()),
-                                       static_cast<std::uint64_t>(matrix.NumberOfColumns())};
-    count = std::min(count, 1000);
-    content.reserve(2 + 3 * static_cast<std::size_t>(count));
-    for (int k = 0; k < count; ++k) {
-        Check(entries[k].row < static_cast<unsigned>(matrix.NumberOfRows()) &&
-                  entries[k].column < static_cast<unsigned>(matrix.NumberOfColumns()),
-              "every entry lies inside of the matrix");
-        content.insert(content.end(), {entries[k].row, entries[k].column, std::bit_cast<std::uint64_t>(entries[k].value)});
-    }
-    return content;
 }
 
 /// Says at the end how many files went into an importer.
