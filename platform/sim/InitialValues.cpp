@@ -1,5 +1,7 @@
 #include "InitialValues.h"
 
+#include "SimIo.h"
+
 #include <cstring>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -75,8 +77,9 @@ std::byte const* InitialValues::Bytes(std::array<std::byte, 8> const& value, std
     m_bytes = rounded;
     m_pattern = pattern;
     int const memory = memfd_create("initial values", MFD_CLOEXEC);
-    bool const made = memory >= 0 && ftruncate(memory, static_cast<off_t>(kTile)) == 0 ? MapTiles(memory, pattern, m_base, m_bytes)
-                                                                                       : FillMemory(pattern, m_base, m_bytes);
+    bool const made = memory >= 0 && !io::ExceedsLimit(kTile) && ftruncate(memory, static_cast<off_t>(kTile)) == 0
+                          ? MapTiles(memory, pattern, m_base, m_bytes)
+                          : FillMemory(pattern, m_base, m_bytes);
     if (memory >= 0)
         close(memory);
     if (!made)

@@ -59,13 +59,6 @@ int Result(int returned) noexcept
     return returned == 0 ? 0 : errno;
 }
 
-// Asked for each time: the host may change it, and it costs a tenth of the smallest write.
-bool ExceedsLimit(std::uint64_t end) noexcept
-{
-    rlimit limit;
-    return getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY && end > limit.rlim_cur;
-}
-
 int WriteAll(int descriptor, void const* data, std::size_t bytes, std::uint64_t offset) noexcept
 {
     auto const* from = static_cast<char const*>(data);
@@ -108,6 +101,13 @@ namespace simdb::io
 {
 
 Observer* observer = nullptr;
+
+// Asked for each time: the host may change it, and it costs a tenth of the smallest write.
+bool ExceedsLimit(std::uint64_t end) noexcept
+{
+    rlimit limit;
+    return getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY && end > limit.rlim_cur;
+}
 
 int Write(int descriptor, void const* data, std::size_t bytes, std::uint64_t offset) noexcept
 {

@@ -9,6 +9,8 @@
 namespace simdb::io
 {
 
+/// Whether RLIMIT_FSIZE forbids a file of that length.
+bool ExceedsLimit(std::uint64_t end) noexcept;
 int Write(int descriptor, void const* data, std::size_t bytes, std::uint64_t offset) noexcept;
 /// Reads up to the end of the file; `read` says how much there was.
 int Read(int descriptor, void* data, std::size_t bytes, std::uint64_t offset, std::size_t& read) noexcept;

@@ -1,9 +1,11 @@
+#include "ChildProcess.h"
 #include "DenseDrawer.h"
 #include "DrawerOracle.h"
 #include "KVOSimTypeKey.h"
 #include "SimFailure.h"
 #include "TemporaryFolder.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 using simdb::DenseDrawer;
@@ -108,6 +110,30 @@ TEST_F(DenseDrawerFaults, RefusesWhatADrawerCannotBe)
         drawer->Announce(ranges);
     }
     EXPECT_THAT(values, testing::Each(-1.0));
+}
+
+// Initial values lie in a file in memory, which counts.
+TEST_F(DenseDrawerFaults, AFileSizeLimitBelowThatOfInitialValuesEndsNothing)
+{
+    ChildProcess child([&] {
+        rlimit const limit{std::size_t(200) << 10, RLIM_INFINITY};
+        if (setrlimit(RLIMIT_FSIZE, &limit) != 0)
+            return 2;
+        for (double const initial : {0.0, 7.0}) {
+            std::array<std::byte, 8> value;
+            std::memcpy(value.data(), &initial, sizeof initial);
+            std::array<Range, 2> const all{Range{0, 2999}, Range{0, 999}};
+            std::vector<double> values(3000000, -1.0);
+            auto const file = File::Create(m_path, File::Kind::Scratch);
+            auto const drawer = DenseDrawer::Create(file, {{3000, 1000}, {1000, 1000}, KVOSimDouble, value});
+            drawer->Read(all, values.data());
+            if (std::any_of(values.begin(), values.end(), [&](double v) { return v != initial; }))
+                return 3;
+            unlink(m_path.c_str());
+        }
+        return 0;
+    });
+    EXPECT_EQ(child.Wait(), 0);
 }
 
 } // namespace
