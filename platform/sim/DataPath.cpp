@@ -131,8 +131,7 @@ void DataPath::ReadPiece(MappedCopies& copies, ChunkPiece const& piece, StridedR
 void DataPath::Write(std::span<Range const> ranges, void const* buffer)
 {
     MappedCopies copies(FileAccess::Of(m_file));
-    if (m_file.IsReadOnly())
-        ThrowReason("Cannot write values to", m_file.Path(), "the database is open for reading only");
+    m_file.RequireWritable("Cannot write values to");
     Extents const extents = BufferExtents(ranges);
     m_grid.ForEachPiece(ranges, [&](ChunkPiece const& piece) {
         auto const* const source = static_cast<std::byte const*>(buffer) + piece.bufferOffset * static_cast<std::int64_t>(m_valueBytes);

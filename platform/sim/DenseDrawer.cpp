@@ -106,7 +106,7 @@ void DenseDrawer::Write(std::span<Range const> ranges, void const* buffer)
 void* DenseDrawer::InPlace(std::span<Range const> ranges, bool toWrite)
 {
     RequireRanges(Shape().sizes, ranges, "Cannot find values of", m_state->file->Path());
-    return m_state->path && !(toWrite && m_state->file->IsReadOnly()) ? m_state->path->InPlace(ranges, toWrite) : nullptr;
+    return m_state->path && !(toWrite && !m_state->file->IsWritable()) ? m_state->path->InPlace(ranges, toWrite) : nullptr;
 }
 
 void const* DenseDrawer::FetchInPlace(std::span<Range const> ranges)
@@ -132,8 +132,7 @@ void DenseDrawer::Resize(int dim, std::int64_t size)
     std::string const& path = m_state->file->Path();
     if (dim < 0 || static_cast<std::size_t>(dim) >= shape.sizes.size())
         ThrowReason("Cannot resize a dense drawer of", path, "it has no such dimension");
-    if (m_state->file->IsReadOnly())
-        ThrowReason("Cannot resize a dense drawer of", path, "the database is open for reading only");
+    m_state->file->RequireWritable("Cannot resize a dense drawer of");
     shape.sizes[static_cast<std::size_t>(dim)] = size;
     RequireShape(shape, path);
     if (shape.chunkSizes.empty())

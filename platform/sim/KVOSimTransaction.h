@@ -24,7 +24,8 @@ public:
 
     /// Keeps what was created. When it returns, that is on the disk, with all values written before (scratch databases: no promise).
     /// The transaction is over then: what is created later is kept as if this object were gone; a second call brings that to the disk, too.
-    /// @throws KVOSimException when that fails; nothing is lost in memory then, and the transaction goes on
+    /// @throws KVOSimException when that fails; nothing is lost in memory then, and the transaction goes on. Also in a child that fork()
+    /// made: only the process that opened a database writes it
     void Commit();
 
 private:

@@ -183,8 +183,7 @@ void Session::LoadContexts()
 
 void Session::RequireWritable(char const* doing) const
 {
-    if (m_file->IsReadOnly())
-        ThrowReason(doing, m_path, "the database is open for reading only");
+    m_file->RequireWritable(doing);
 }
 
 std::shared_ptr<Context> Session::CreateContext()
@@ -247,7 +246,7 @@ void Session::Close()
     try {
         while (!m_transactions.empty())
             EndTransaction(m_transactions.back());
-        if (!m_file->IsReadOnly())
+        if (m_file->IsWritable())
             Keep(kNoOwner);
     } catch (...) {
         Detach();

@@ -34,7 +34,7 @@ public:
     bool IsOpen() const noexcept { return m_file != nullptr; }
     std::string const& Path() const noexcept { return m_path; }
     bool IsScratch() const noexcept { return m_file->IsScratch(); }
-    /// @throws KVOSimException when the database is open for reading only
+    /// @throws KVOSimException when the database is open for reading only, or was opened by another process
     void RequireWritable(char const* doing) const;
 
     std::shared_ptr<Context> CreateContext();

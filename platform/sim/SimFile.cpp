@@ -43,11 +43,14 @@ constexpr mode_t kDatabaseMode = 0666, kScratchMode = 0600;
 // Attempts at a file that others remove or replace at the same time.
 constexpr int kAttempts = 100;
 
-bool IsStillNamed(int descriptor, std::string const& path) noexcept
+// 0 or an errno.
+int FindWhetherStillNamed(int descriptor, std::string const& path, bool& named) noexcept
 {
-    struct stat opened, named;
-    return fstat(descriptor, &opened) == 0 && stat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
-           opened.st_ino == named.st_ino;
+    struct stat opened, found;
+    if (fstat(descriptor, &opened) != 0)
+        return errno;
+    named = stat(path.c_str(), &found) == 0 && opened.st_dev == found.st_dev && opened.st_ino == found.st_ino;
+    return 0;
 }
 
 int Lock(int descriptor, int operation) noexcept
@@ -70,12 +73,16 @@ void MakeLocked(std::string const& path, mode_t mode, int& descriptor)
         if (descriptor < 0)
             ThrowErrno(kCreating, path, errno);
         // Waits: whoever opened the file before the lock was on it finds it empty, and soon leaves it or removes it as left behind.
-        if (Lock(descriptor, LOCK_EX) != 0) {
-            int const error = errno;
+        int error = Lock(descriptor, LOCK_EX) == 0 ? 0 : errno;
+        char const* const doing = error != 0 ? "Cannot lock the database" : kCreating;
+        bool named = false;
+        if (error == 0)
+            error = FindWhetherStillNamed(descriptor, path, named);
+        if (error != 0) {
             unlink(path.c_str());
-            ThrowErrno("Cannot lock the database", path, error);
+            ThrowErrno(doing, path, error);
         }
-        if (IsStillNamed(descriptor, path))
+        if (named)
             return;
         close(descriptor);
         descriptor = -1;
@@ -104,7 +111,10 @@ void OpenLocked(std::string const& path, bool readOnly, int& descriptor)
         if (!S_ISREG(status.st_mode))
             ThrowReason(kOpening, path, S_ISDIR(status.st_mode) ? "it is a folder" : "it is no regular file");
         LockOpened(path, descriptor, readOnly);
-        if (IsStillNamed(descriptor, path))
+        bool named = false;
+        if (int const error = FindWhetherStillNamed(descriptor, path, named))
+            ThrowErrno(kOpening, path, error);
+        if (named)
             return;
         close(descriptor);
         descriptor = -1;
@@ -304,8 +314,7 @@ void File::Commit()
     State& state = *m_state;
     if (!IsOpen())
         ThrowReason(kCommitting, state.path, "it is closed");
-    if (state.readOnly)
-        ThrowReason(kCommitting, state.path, "it is open for reading only");
+    RequireWritable(kCommitting);
     if (state.scratch)
         return;
     Flush(state.file, state.path);
@@ -321,7 +330,7 @@ void File::Close()
         ~Releasing() { file.Release(); }
     } const releasing{*this};
     State& state = *m_state;
-    if (!state.persistence || state.owner != getpid())
+    if (!state.persistence || !IsWritable())
         return;
     // Closing may change what is held once more, so the commit comes after it; but not when HDF5 could not flush all.
     Flush(state.file, state.path);
@@ -341,6 +350,19 @@ bool File::IsOpen() const noexcept
 bool File::IsReadOnly() const noexcept
 {
     return m_state->readOnly;
+}
+
+bool File::IsWritable() const noexcept
+{
+    return !m_state->readOnly && m_state->owner == getpid();
+}
+
+void File::RequireWritable(char const* doing) const
+{
+    if (m_state->readOnly)
+        ThrowReason(doing, m_state->path, "the database is open for reading only");
+    if (m_state->owner != getpid())
+        ThrowReason(doing, m_state->path, "it was opened by another process, of which this one is a child; here it can be read only");
 }
 
 bool File::IsScratch() const noexcept

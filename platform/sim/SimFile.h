@@ -24,7 +24,8 @@ namespace simdb
 ///    only descriptor of the file, HDF5's too: HDF5 takes no lock itself, whatever HDF5_USE_FILE_LOCKING says.
 /// 2. Space in a persistent file is never given back to be used again within a session: what the last commit refers to stays as it is.
 ///
-/// In a child that fork() made, a file of the parent is only ever forgotten: closing it there writes nothing and keeps the parent's lock.
+/// In a child that fork() made, a file of the parent can be read, and is forgotten then: all that would change it is refused, closing it
+/// there writes nothing and keeps the parent's lock.
 class File
 {
 public:
@@ -50,6 +51,10 @@ public:
 
     bool IsOpen() const noexcept;
     bool IsReadOnly() const noexcept;
+    /// It was opened for writing, by this process.
+    bool IsWritable() const noexcept;
+    /// @throws KVOSimException "<doing> <path>: ..." when it is not writable
+    void RequireWritable(char const* doing) const;
     bool IsScratch() const noexcept;
     std::string const& Path() const noexcept;
     hid_t Hdf5() const noexcept;
