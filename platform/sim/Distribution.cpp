@@ -7,6 +7,8 @@
 #include "Session.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 #include <new>
 
 namespace simdb
@@ -17,10 +19,19 @@ namespace
 
 constexpr char const* kOpening = "Cannot open a drawer of the database";
 
-std::string NameOf(int distribution, int drawer)
+/// Its name in the file, without memory: a name is also taken back when that has run out.
+class DrawerName
 {
-    return "distribution_" + std::to_string(distribution) + "_drawer_" + std::to_string(drawer);
-}
+public:
+    DrawerName(int distribution, int drawer) noexcept
+    {
+        std::snprintf(m_text.data(), m_text.size(), "distribution_%d_drawer_%d", distribution, drawer);
+    }
+    char const* c_str() const noexcept { return m_text.data(); }
+
+private:
+    std::array<char, 48> m_text;
+};
 
 // Enumerations and references lie in the file as the integers they are.
 int StoredKey(int typeKey) noexcept
@@ -91,7 +102,7 @@ DenseDrawer& Distribution::Dense(Drawer& drawer)
     if (drawer.kind != KVOSimDenseDrawer)
         ThrowReason(kOpening, Path(), "it is a sparse drawer");
     Session const& session = context.OpenSession(kOpening);
-    std::string const name = NameOf(m_id.Index(), drawer.number);
+    DrawerName const name(m_id.Index(), drawer.number);
     std::shared_ptr<DenseDrawer> dense;
     {
         Hdf5Guard const guard(context.BytesForNames());
@@ -104,8 +115,8 @@ DenseDrawer& Distribution::Dense(Drawer& drawer)
     for (std::int64_t const chunk : shape.chunkSizes)
         fits = fits && chunk <= INT32_MAX;
     if (!fits)
-        ThrowReason(kOpening, Path(), "the dataset " + name + " does not fit the catalogue: the file is damaged");
-    if (!session.GetFile()->IsReadOnly())
+        ThrowReason(kOpening, Path(), std::string("the dataset ") + name.c_str() + " does not fit the catalogue: the file is damaged");
+    if (session.GetFile()->IsWritable())
         FitToSets(drawer, *dense);
     dense->SetCacheBytes(CacheSize());
     drawer.dense = std::move(dense);
@@ -121,8 +132,8 @@ SparseDrawer& Distribution::Sparse(Drawer& drawer)
         ThrowReason(kOpening, Path(), "it is a dense drawer");
     Hdf5Guard const guard(context.BytesForNames());
     SparseShape const expected{drawer.kind, m_rangeType, drawer.sets[0]->size, drawer.sets[1]->size, 0};
-    drawer.sparse =
-        SparseDrawer::Open(context.OpenSession(kOpening).GetFile(), context.Group(), NameOf(m_id.Index(), drawer.number).c_str(), expected);
+    drawer.sparse = SparseDrawer::Open(context.OpenSession(kOpening).GetFile(), context.Group(),
+                                       DrawerName(m_id.Index(), drawer.number).c_str(), expected);
     return *drawer.sparse;
 }
 
@@ -244,7 +255,7 @@ void Distribution::PassCacheSize() noexcept
 
 void Distribution::Link(Drawer& drawer)
 {
-    std::string const name = NameOf(m_id.Index(), drawer.number);
+    DrawerName const name(m_id.Index(), drawer.number);
     Hdf5Guard const guard(m_context->BytesForNames());
     if (drawer.dense != nullptr)
         drawer.dense->LinkTo(m_context->Group(), name.c_str());
@@ -253,12 +264,11 @@ void Distribution::Link(Drawer& drawer)
     drawer.linked = true;
 }
 
-// The object lives on without a name as long as it is open. Should HDF5 refuse, the name stays, and the next commit that wants it says so.
+// The object lives on without a name as long as it is open. Should HDF5 refuse, the name stays, and the next commit finds it made.
 void Distribution::Unlink(Drawer& drawer) noexcept
 {
     Hdf5Guard const guard(std::nothrow);
-    H5Ldelete(m_context->Group(), NameOf(m_id.Index(), drawer.number).c_str(), H5P_DEFAULT);
-    drawer.linked = false;
+    drawer.linked = H5Ldelete(m_context->Group(), DrawerName(m_id.Index(), drawer.number).c_str(), H5P_DEFAULT) < 0;
 }
 
 // Should it fail, the dataset stays larger than its sets: no reader of the database sees that, and who opens or extends it tries again.

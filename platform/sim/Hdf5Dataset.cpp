@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <utility>
 
 namespace simdb
 {
@@ -144,10 +145,11 @@ void Hdf5Dataset::ReadLayout(hid_t properties)
 void Hdf5Dataset::LinkTo(hid_t group, char const* name)
 {
     Hdf5Guard const guard;
+    std::string kept(name); // first: nobody would take back a name that is there when this fails
     Checked(H5Olink(m_dataset, group, name, H5P_DEFAULT, H5P_DEFAULT), "Cannot name a dense drawer of", m_file->Path());
     H5Iinc_ref(group);
     m_group = Hid(group);
-    m_name = name;
+    m_name = std::move(kept);
 }
 
 void Hdf5Dataset::TakePlaceOf(Hdf5Dataset& other)
@@ -156,8 +158,14 @@ void Hdf5Dataset::TakePlaceOf(Hdf5Dataset& other)
     CopyAttributesOf(other.m_dataset);
     if (!other.m_group.IsValid())
         return;
-    Checked(H5Ldelete(other.m_group, other.m_name.c_str(), H5P_DEFAULT), "Cannot replace a dense drawer of", m_file->Path());
-    LinkTo(other.m_group, other.m_name.c_str());
+    std::string const name = other.m_name;
+    Checked(H5Ldelete(other.m_group, name.c_str(), H5P_DEFAULT), "Cannot replace a dense drawer of", m_file->Path());
+    try {
+        LinkTo(other.m_group, name.c_str());
+    } catch (...) {
+        H5Olink(other.m_dataset, other.m_group, name.c_str(), H5P_DEFAULT, H5P_DEFAULT);
+        throw;
+    }
 }
 
 void Hdf5Dataset::CopyAttributesOf(hid_t other)

@@ -1,3 +1,5 @@
+#include "ChildProcess.h"
+#include "FailNew.h"
 #include "SimClient.h"
 
 #include <optional>
@@ -22,6 +24,16 @@ protected:
         KVOSimCollectionID const collection = KVOSimContext(context).CreateCollection(3);
         WriteAll(MakeMatrix(context, {MakeSet(collection, {10, 11, 12})}, {2}), Ramp(3));
         database.Close();
+    }
+    std::string CopyOfFiles() const
+    {
+        std::string const copy = folder / "copy.sim";
+        for (char const* const end : {"", ".journal"}) {
+            std::filesystem::remove(copy + end);
+            if (std::filesystem::exists(path + end))
+                std::filesystem::copy_file(path + end, copy + end);
+        }
+        return copy;
     }
 };
 
@@ -80,8 +92,7 @@ struct Session {
 
 } // namespace
 
-// Afterwards the transaction can be committed again, or dropped. A disk that fails for good leaves what a death at that moment leaves: all
-// of a commit or nothing of it.
+/// Afterwards the transaction can be committed again, or dropped.
 TEST_F(Commit, IsWholeAndLosesNothingWhenItFails)
 {
     auto const prepare = [&] {
@@ -92,10 +103,8 @@ TEST_F(Commit, IsWholeAndLosesNothingWhenItFails)
     for (bool const again : {true, false}) {
         SCOPED_TRACE(again);
         auto const check = [&](std::unique_ptr<Session> const& session, bool threw, bool lasting) {
-            std::string const left = folder / "left.sim";
-            for (char const* const end : {"", ".journal"})
-                if (std::filesystem::exists(path + end))
-                    std::filesystem::copy_file(path + end, left + end, std::filesystem::copy_options::overwrite_existing);
+            std::string const left = CopyOfFiles();
+            // A disk that fails for good leaves what a death at that moment leaves: all of a commit or nothing of it.
             ExpectState(left, threw ? (lasting ? testing::Matcher<bool>(testing::_) : false) : true);
 
             EXPECT_EQ(ReadAll(KVOSimDistributionID(session->database.ContextID(), 2)), Ramp(1));
@@ -111,5 +120,33 @@ TEST_F(Commit, IsWholeAndLosesNothingWhenItFails)
                 ExpectState(path, kept);
         };
         EXPECT_GT(FailEachCall({{ENOSPC, 1, false}, {ENOSPC, 1, true}, {EIO, INT64_MAX / 2, true}}, prepare, commit, check), 20);
+        int withoutMemory = 0;
+        for (FailingCalls const& memory : {News(), Allocations()})
+            withoutMemory += FailEach(memory, prepare, commit, [&](auto const& session, bool threw) { check(session, threw, false); });
+        std::printf("%d commits without memory\n", withoutMemory);
+        EXPECT_GT(withoutMemory, 50);
     }
+}
+
+// It has the parent's descriptor and memory, but not what the parent does from here on.
+TEST_F(Commit, IsRefusedInAChildOfTheProcess)
+{
+    MakeFile();
+    Session session(path);
+    KVOSimContextID const id = session.database.ContextID();
+    ChildProcess child([&] {
+        std::string const reason = "of which this one is a child";
+        ExpectFailure(reason, [&] { session.transaction->Commit(); });
+        ExpectFailure(reason, [&] { WriteAll(KVOSimDistributionID(id, 0), Ramp(4, 50.0)); });
+        ExpectFailure(reason, [&] { KVOSimContext(id).CreateCollection(2); });
+        EXPECT_EQ(ReadAll(KVOSimDistributionID(id, 0)), (std::vector<double>{1, 2, 3, 0}));
+        session.transaction.reset();
+        EXPECT_EQ(FailureOf([&] { session.database.Close(); }), "no failure");
+        return HasFailure() ? 1 : 0;
+    });
+    EXPECT_EQ(child.Wait(), 0);
+    ExpectState(CopyOfFiles(), false);
+    session.transaction->Commit();
+    session.database.Close();
+    ExpectState(path, true);
 }
