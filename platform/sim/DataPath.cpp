@@ -29,7 +29,7 @@ Extents BufferExtents(std::span<Range const> ranges) noexcept
 class DataPath::MappedCopies
 {
 public:
-    explicit MappedCopies(FileAccess& files) noexcept : access(files) {}
+    explicit MappedCopies(FileAccess& files) noexcept : access(files) { access.Begin(); }
 
     /// The parts at `offset` of the file must have been handed out by the mapping. Exactly one of the buffers is given.
     void Add(StridedRuns const& runs, std::uint64_t offset, std::byte const* source, std::byte* target) noexcept
@@ -121,7 +121,7 @@ void DataPath::ReadPiece(MappedCopies& copies, ChunkPiece const& piece, StridedR
     std::uint64_t const offset = place.address + static_cast<std::uint64_t>(piece.chunkOffset) * m_valueBytes;
     if (runs.IsOneRun() && runs.runBytes >= kDirectBytes)
         return access.ReadMany(offset, buffer, runs.runBytes, BytesToKeep());
-    if (access.ForReading(offset, static_cast<std::uint64_t>(runs.Span(0)), m_cacheBytes) != nullptr)
+    if (access.ForReading(offset, runs, m_cacheBytes) != nullptr)
         return copies.Add(runs, offset, nullptr, buffer);
     runs.ForEachRun([&](std::int64_t inFile, std::int64_t inBuffer) {
         access.Read(offset + static_cast<std::uint64_t>(inFile), buffer + inBuffer, runs.runBytes);
@@ -149,10 +149,10 @@ void DataPath::WritePiece(MappedCopies& copies, ChunkPiece const& piece, ChunkPl
 {
     FileAccess& access = copies.access;
     std::uint64_t const offset = place.address + static_cast<std::uint64_t>(piece.chunkOffset) * m_valueBytes;
+    access.RequireReach(offset, static_cast<std::uint64_t>(runs.Span(0)));
     if (runs.IsOneRun() && runs.runBytes >= kDirectBytes)
         return access.WriteMany(offset, buffer, runs.runBytes, MayWriteMapped(access, piece.chunk, place), BytesToKeep());
-    if (MayWriteMapped(access, piece.chunk, place) &&
-        access.ForWriting(offset, static_cast<std::uint64_t>(runs.Span(0)), m_cacheBytes) != nullptr)
+    if (MayWriteMapped(access, piece.chunk, place) && access.ForWriting(offset, runs, buffer, m_cacheBytes) != nullptr)
         return copies.Add(runs, offset, buffer, nullptr);
     runs.ForEachRun([&](std::int64_t inFile, std::int64_t inBuffer) {
         access.Write(offset + static_cast<std::uint64_t>(inFile), buffer + inBuffer, runs.runBytes);

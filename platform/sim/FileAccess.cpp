@@ -23,15 +23,17 @@ namespace
 constexpr long XFS_SUPER_MAGIC = 0x58465342;
 #endif
 
-// File systems that write a block in place: the space of what was written once is there for good. On those that copy on write, a full disk
-// would make a signal of a write through a mapping, and over a network every failure would.
-bool WritesInPlace(int descriptor) noexcept
+enum class Storage { Memory, Disk, Other };
+
+// Disk: file systems that write a block in place, the space of what was written once is there for good. On those that copy on write, a full
+// disk would make a signal of a write through a mapping, and over a network every failure would.
+Storage StorageOf(int descriptor) noexcept
 {
     struct statfs status;
-    if (fstatfs(descriptor, &status) != 0)
-        return false;
-    auto const magic = static_cast<long>(status.f_type);
-    return magic == EXT4_SUPER_MAGIC || magic == XFS_SUPER_MAGIC || magic == TMPFS_MAGIC;
+    auto const magic = fstatfs(descriptor, &status) == 0 ? static_cast<long>(status.f_type) : 0;
+    if (magic == TMPFS_MAGIC)
+        return Storage::Memory;
+    return magic == EXT4_SUPER_MAGIC || magic == XFS_SUPER_MAGIC ? Storage::Disk : Storage::Other;
 }
 
 bool VariableSaysHdf5() noexcept
@@ -71,8 +73,8 @@ std::uint64_t CacheBytesDefault() noexcept
 }
 
 FileAccess::FileAccess(File const& file)
-    : m_path(file.Path()), m_descriptor(file.Descriptor()), m_writesMapped(!file.IsReadOnly() && WritesInPlace(m_descriptor)),
-      m_leavesAllToHdf5(VariableSaysHdf5()), m_mapping(m_descriptor, m_writesMapped)
+    : m_path(file.Path()), m_descriptor(file.Descriptor()), m_writesMapped(!file.IsReadOnly() && StorageOf(m_descriptor) != Storage::Other),
+      m_leavesAllToHdf5(VariableSaysHdf5()), m_mapping(m_descriptor, m_writesMapped, StorageOf(m_descriptor) == Storage::Memory)
 {
 }
 
@@ -95,10 +97,30 @@ void FileAccess::Read(std::uint64_t offset, void* target, std::size_t bytes)
         ThrowReason("Cannot read values of", m_path, "the file ends in the middle of them; it was cut short");
 }
 
+void FileAccess::RequireReach(std::uint64_t offset, std::uint64_t bytes)
+{
+    if (!m_mapping.Reaches(offset, bytes))
+        ThrowReason("Cannot write values to", m_path, "the file ends in front of their place; it was cut short");
+}
+
 void FileAccess::Write(std::uint64_t offset, void const* source, std::size_t bytes)
 {
     if (int const error = io::Write(m_descriptor, source, bytes, offset))
         ThrowErrno("Cannot write values to", m_path, error);
+    m_wroteLately.Begin();
+    m_takesWrites = true;
+}
+
+std::byte* FileAccess::ForWriting(std::uint64_t offset, StridedRuns const& runs, std::byte const* source, std::uint64_t residentBytes)
+{
+    constexpr std::size_t kLittle = 64;
+    if (!m_writesMapped)
+        return nullptr;
+    // Pages that could be written once are protected again when they have gone to the disk, and a file system that has given up since does
+    // not let go of them. A call asks it.
+    if (!m_takesWrites)
+        Write(offset, source, std::min(runs.runBytes, kLittle));
+    return m_mapping.Bytes(offset, runs, residentBytes, true);
 }
 
 void FileAccess::ReadMany(std::uint64_t offset, std::byte* target, std::size_t bytes, std::uint64_t residentBytes)

@@ -41,16 +41,22 @@ public:
         return m_mapping.Fetched(offset, bytes, residentBytes, passing);
     }
 
-    /// The mapped bytes, to be read; null when they can only be read by Read().
-    std::byte const* ForReading(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept
+    /// A transfer begins. In front of its first use of the mapping.
+    void Begin() noexcept
     {
-        return m_mapping.Bytes(offset, bytes, residentBytes);
+        m_mapping.Begin();
+        m_takesWrites = m_wroteLately.Holds();
     }
-    /// The mapped bytes, to be written; null when they can only be written by Write(). They must have space on the disk: !HasHole().
-    std::byte* ForWriting(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept
+    /// The mapped bytes, of which the runs (array 0) may be read; null when they can only be read by Read().
+    std::byte const* ForReading(std::uint64_t offset, StridedRuns const& runs, std::uint64_t residentBytes) noexcept
     {
-        return m_writesMapped ? m_mapping.Bytes(offset, bytes, residentBytes) : nullptr;
+        return m_mapping.Bytes(offset, runs, residentBytes, false);
     }
+    /// The same to be written; null when they can only be written by Write(). They must have space on the disk: !HasHole().
+    /// @param source  the first run, of which a little may be written already, to see that the disk still takes it
+    std::byte* ForWriting(std::uint64_t offset, StridedRuns const& runs, std::byte const* source, std::uint64_t residentBytes);
+    /// @throws KVOSimException when the file ends in front of offset + bytes: a write would fill the gap with zeros
+    void RequireReach(std::uint64_t offset, std::uint64_t bytes);
     /// What one of the two gave for `offset`; the mapping may have moved since.
     std::byte* Again(std::uint64_t offset) const noexcept { return m_mapping.Again(offset); }
     bool HasHole(std::uint64_t offset, std::uint64_t bytes) const noexcept;
@@ -71,6 +77,8 @@ private:
     bool m_writesMapped;
     bool m_leavesAllToHdf5;
     FileMapping m_mapping;
+    Lately m_wroteLately; ///< by a call, which says when the disk fails
+    bool m_takesWrites = false;
     InitialValues m_initialValues;
     std::unique_ptr<std::byte, mem_Deleter> m_staging;
 };

@@ -1,11 +1,11 @@
 #include "DenseDrawer.h"
 #include "DrawerOracle.h"
 #include "KVOSimTypeKey.h"
+#include "ResidentBytes.h"
 #include "TemporaryFolder.h"
 
 #include <cstdlib>
 #include <fcntl.h>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <numeric>
 #include <unistd.h>
@@ -171,20 +171,6 @@ TEST_F(DenseDrawerTest, MovesLargeChunksAndTheirParts)
         oracle.Resize(1, 560);
         ExpectSame(*drawer, oracle);
     }
-}
-
-// Bytes of the file that are mapped into this process at the moment.
-std::uint64_t ResidentBytes(std::string const& path)
-{
-    std::ifstream maps("/proc/self/smaps");
-    std::uint64_t bytes = 0;
-    bool ours = false;
-    for (std::string line; std::getline(maps, line);)
-        if (line.find('-') < line.find(' ')) // the first line of a mapping begins with its addresses
-            ours = line.ends_with(path);
-        else if (ours && line.starts_with("Rss:"))
-            bytes += std::stoull(line.substr(4)) << 10;
-    return bytes;
 }
 
 TEST_F(DenseDrawerTest, MapsWhatIsUsedAgainWithinItsBudget)

@@ -1,0 +1,196 @@
+#include "DenseDrawer.h"
+#include "DrawerOracle.h"
+#include "KVOSimTypeKey.h"
+#include "ResidentBytes.h"
+#include "SimFailure.h"
+#include "TemporaryFolder.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdlib>
+#include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sched.h>
+#include <sys/mman.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+using simdb::DenseDrawer;
+using simdb::File;
+using simdb::Range;
+
+// A page of a mapping that cannot be had is a signal to who touches it, which ends these tests.
+
+namespace
+{
+
+using Ranges = std::vector<Range>;
+std::vector<std::int64_t> const kSizes{400, 300};
+Ranges const kRows{{0, 399}, {7, 20}};
+
+std::vector<std::byte> Rows(DenseDrawer& drawer)
+{
+    std::vector<std::byte> values(400 * 14 * 8, std::byte{0xA5});
+    drawer.Read(kRows, values.data());
+    return values;
+}
+
+// A chunked drawer and one in one piece, filled, in a file that was closed and opened again for writing.
+struct Stored {
+    Stored(std::string const& name, std::byte value, std::string const& between = "") : path(name)
+    {
+        file = File::Create(path, File::Kind::Persistent);
+        std::vector<std::byte> const values(400 * 300 * 8, value);
+        for (bool const isChunked : {true, false}) {
+            auto const drawer =
+                DenseDrawer::Create(file, {kSizes, isChunked ? std::vector<std::int64_t>{200, 300} : kEmpty, KVOSimDouble, {}});
+            drawer->Write(Ranges{{0, 399}, {0, 299}}, values.data());
+            drawer->LinkTo(file->Hdf5(), isChunked ? "chunked" : "contiguous");
+        }
+        file->Close();
+        if (!between.empty() && std::system((between + " '" + path + "'").c_str()) != 0)
+            throw std::runtime_error(between);
+        file = File::Open(path, false);
+        for (std::size_t i = 0; i < 2; ++i)
+            drawers[i] = DenseDrawer::Open(file, file->Hdf5(), i == 0 ? "chunked" : "contiguous");
+    }
+
+    static inline std::vector<std::int64_t> const kEmpty{};
+    std::string path;
+    std::shared_ptr<File> file;
+    std::shared_ptr<DenseDrawer> drawers[2];
+};
+
+TEST(MappedPages, OfAFileCutAfterTheyWereUsedAreAnError)
+{
+    TemporaryFolder const folder;
+    for (bool const whileNew : {false, true}) {
+        Stored stored(folder / (whileNew ? "new.sim" : "used.sim"), std::byte{7});
+        std::vector<std::byte> const rows(400 * 14 * 8, std::byte{7});
+        for (auto const& drawer : stored.drawers) {
+            drawer->Write(kRows, rows.data());
+            if (!whileNew) {
+                EXPECT_TRUE(Rows(*drawer) == rows);
+            }
+        }
+        ASSERT_EQ(truncate(stored.path.c_str(), 16384), 0);
+        for (auto const& drawer : stored.drawers) {
+            ExpectFailure("cut short", [&] { Rows(*drawer); });
+            ExpectFailure("cut short", [&] { drawer->Write(kRows, rows.data()); });
+        }
+    }
+}
+
+TEST(MappedPages, AreWrittenOnlyWhileTheDiskTakesWrites)
+{
+    TemporaryFolder const folder;
+    Stored stored(folder / "failing.sim", std::byte{7});
+    DenseDrawer& drawer = *stored.drawers[0];
+    std::vector<std::byte> const rows = Rows(drawer);
+    drawer.Write(kRows, rows.data());
+    std::this_thread::sleep_for(std::chrono::milliseconds(300)); // what was seen of the disk is believed for a third of that
+
+    KVOSimFaults::FailAfter(0, EIO, 1000);
+    ExpectFailure(std::strerror(EIO), [&] { drawer.Write(kRows, rows.data()); });
+    KVOSimFaults::Disarm();
+    drawer.Write(kRows, rows.data());
+    EXPECT_TRUE(Rows(drawer) == rows);
+}
+
+// In a child of its own, with a file system in memory that no other process sees.
+constexpr int kCannotMount = 77;
+
+bool MountMemory(std::string const& folder, char const* options)
+{
+    return (unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0) &&
+           mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 && mount("tmpfs", folder.c_str(), "tmpfs", 0, options) == 0;
+}
+
+void UseFullMemory(std::string const& folder)
+{
+    Stored sparse(folder + "/sparse.sim", std::byte{0}, "fallocate --dig-holes");
+    auto const scratch = File::Create(folder + "/scratch.sim", File::Kind::Scratch);
+    auto const unwritten = DenseDrawer::Create(scratch, {kSizes, {}, KVOSimDouble, {}});
+    std::string const filler = folder + "/filler";
+    int const file = open(filler.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    std::vector<char> const page(4096, 'x');
+    while (write(file, page.data(), page.size()) > 0)
+        ;
+    close(file);
+
+    std::vector<std::byte> const zeros(400 * 14 * 8), ones(zeros.size(), std::byte{1});
+    for (auto const& drawer : {sparse.drawers[0], sparse.drawers[1], unwritten}) {
+        EXPECT_TRUE(Rows(*drawer) == zeros);
+        ExpectFailure(std::strerror(ENOSPC), [&] { drawer->Write(kRows, ones.data()); });
+    }
+    EXPECT_EQ(unlink(filler.c_str()), 0);
+    for (auto const& drawer : {sparse.drawers[0], sparse.drawers[1], unwritten}) {
+        drawer->Write(kRows, ones.data());
+        EXPECT_TRUE(Rows(*drawer) == ones);
+    }
+}
+
+TEST(MappedPages, OfAFullFileSystemInMemoryAreReadWithoutTakingRoom)
+{
+    TemporaryFolder const folder;
+    pid_t const child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        if (!MountMemory(folder / "", "size=8m"))
+            _exit(kCannotMount);
+        UseFullMemory(folder / "");
+        _exit(HasFailure() ? 1 : 0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == kCannotMount)
+        GTEST_SKIP() << "this process may mount nothing";
+    EXPECT_TRUE(WIFEXITED(status)) << strsignal(WTERMSIG(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "see above";
+}
+
+// Lets the system answer as before Linux 5.14 to this thread.
+bool UnlearnPopulate()
+{
+    constexpr unsigned kPopulateRead = 22, kPopulateWrite = 23;
+    auto const load = [](std::size_t offset) { return sock_filter{BPF_LD | BPF_W | BPF_ABS, 0, 0, static_cast<unsigned>(offset)}; };
+    auto const skipUnless = [](unsigned value, unsigned char count) { return sock_filter{BPF_JMP | BPF_JEQ | BPF_K, 0, count, value}; };
+    sock_filter program[] = {load(offsetof(seccomp_data, nr)),
+                             skipUnless(SYS_madvise, 4),
+                             load(offsetof(seccomp_data, args[2])),
+                             {BPF_JMP | BPF_JEQ | BPF_K, 1, 0, kPopulateRead},
+                             skipUnless(kPopulateWrite, 1),
+                             {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ERRNO | EINVAL},
+                             {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW}};
+    sock_fprog const filter{std::size(program), program};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+TEST(MappedPages, AreNotTouchedWhereTheSystemCannotBeAsked)
+{
+    TemporaryFolder const folder;
+    Stored stored(folder / "old.sim", std::byte{7});
+    bool filtered = false;
+    std::thread([&] {
+        filtered = UnlearnPopulate();
+        for (int round = 0; filtered && round < 3; ++round)
+            for (auto const& drawer : stored.drawers) {
+                std::vector<std::byte> const values(400 * 14 * 8, static_cast<std::byte>(round));
+                drawer->Write(kRows, values.data());
+                EXPECT_TRUE(Rows(*drawer) == values);
+                EXPECT_EQ(ResidentBytes(stored.path), 0u);
+                std::vector<std::byte> chunk(200 * 300 * 8);
+                drawer->Read(Ranges{{0, 199}, {0, 299}}, chunk.data());
+                EXPECT_TRUE(chunk[7 * 8] == static_cast<std::byte>(round) && chunk[0] == std::byte{7});
+            }
+    }).join();
+    if (!filtered)
+        GTEST_SKIP() << "this process may filter no system calls";
+}
+
+} // namespace
