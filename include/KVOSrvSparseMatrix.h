@@ -5,6 +5,7 @@
 #include "cow_List.h"
 #include "mem_Allocator.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 
@@ -83,17 +84,17 @@ public:
 
     /// Adds an entry; entries of equal place are summed by EndAssembly(). Enlarges the matrix to hold it. Amortised O(1).
     /// Call BeginAssembly() first on an assembled matrix: EndAssembly() does nothing there.
-    /// @throws mem_OutOfMemory; nothing is changed then. Indices are not checked here but by EndAssembly(), except that an assembled
-    /// matrix refuses one above INT_MAX - 1, by KVOSrvMtxIllegalInput "AddData"
+    /// @throws KVOSrvMtxIllegalInput "AddData" when an index exceeds INT_MAX - 1, mem_OutOfMemory; nothing is changed then
     void AddData(unsigned row, unsigned column, double value)
     {
-        if (m_rowStart != nullptr) [[unlikely]]
+        bool const outside = row >= static_cast<unsigned>(m_rowCount) || column >= static_cast<unsigned>(m_columnCount);
+        if (outside) [[unlikely]]
             CoverPlace(row, column);
         m_pendingEntries.Append({row, column, value});
-        if (row + 1 > static_cast<unsigned>(m_rowCount))
-            m_rowCount = static_cast<int>(row + 1);
-        if (column + 1 > static_cast<unsigned>(m_columnCount))
-            m_columnCount = static_cast<int>(column + 1);
+        if (outside) [[unlikely]] {
+            m_rowCount = std::max(m_rowCount, static_cast<int>(row + 1));
+            m_columnCount = std::max(m_columnCount, static_cast<int>(column + 1));
+        }
         m_symmetryState = m_symmetryState == 1 ? 2 : 0;
         if (m_diagonal != nullptr) [[unlikely]]
             m_diagonal.reset();
@@ -101,11 +102,11 @@ public:
 
     /// Builds compressed rows from the entries added since the last EndAssembly(); entries of equal place are summed in the order in which
     /// they were added. Does nothing on an assembled matrix.
-    /// @throws KVOSrvMtxIllegalInput "EndAssembly" when a row or column index exceeds INT_MAX - 1, or more than INT_MAX entries are stored
-    /// @throws mem_OutOfMemory
+    /// @throws KVOSrvMtxIllegalInput "EndAssembly" when more than INT_MAX entries are stored, mem_OutOfMemory
     /// After either the matrix is as it was, the pending entries included.
-    /// @complexity O(entries + rows + columns); at its peak, memory of 28 bytes an added entry and 8 bytes a column, the 16 bytes of the
-    /// pending entry included
+    /// @complexity O(entries + rows + columns). Memory at its peak: 32 bytes an added entry, the 16 of the pending one included, and 4
+    /// bytes a row for the row starts, which stay; a matrix as wide as it has entries, or of a few rows only, takes up to 40 bytes an
+    /// entry. What stays is 12 bytes a stored entry and the row starts
     void EndAssembly();
 
     // ---- products
@@ -231,7 +232,7 @@ private:
     KVOSrvSparseSupport::SparseRows PermutedRows(int const* perm) const;
     void ReplaceRows(KVOSrvSparseSupport::SparseRows& rows) noexcept;
 
-    /// Makes the offsets of an assembled matrix last for `row`; the rows they did not have yet are empty.
+    /// Makes room for a place outside: the offsets of an assembled matrix last for `row` then, rows they did not have yet being empty.
     /// @throws KVOSrvMtxIllegalInput "AddData" when an index exceeds INT_MAX - 1, mem_OutOfMemory; nothing is changed then
     void CoverPlace(unsigned row, unsigned column);
     /// Takes over assembled rows of full storage. The pending entries are dropped.
@@ -256,7 +257,7 @@ private:
     KVOSimCSetID m_rowCSet;   // of the last import from a database
     KVOSimCSetID m_columnCSet;
     int m_nonzeroCount = 0;
-    int m_rowCount; // negative, as the columns, only without m_rowStart: after AddData() of a row above INT_MAX - 1
+    int m_rowCount;
     int m_columnCount;
     mutable int m_symmetryState = 0; // 0 not known, 1 symmetric, 2 not symmetric; IsSymmetric() keeps its verdict here
     bool m_assembled = false;

@@ -90,7 +90,7 @@ bool KVOSrvSparseMatrix::IsSymmetric() const
 
 KVOSrvSparseMatrixEntry* KVOSrvSparseMatrix::GetEntries(int& count) const
 {
-    if (m_rowCount <= 0) {
+    if (m_rowCount == 0) {
         count = 0;
         return nullptr;
     }

@@ -5,9 +5,7 @@
 
 #include <algorithm>
 #include <climits>
-#include <iterator>
 #include <utility>
-#include <vector>
 
 using namespace KVOSrvSparseSupport;
 
@@ -16,23 +14,19 @@ namespace
 
 using Entries = SparseRowBuilder::Entries;
 
-// A builder that has counted the entries of all pieces; rows and columns are enlarged to hold them.
-SparseRowBuilder CountedBuilder(std::span<Entries const> pieces, std::int64_t& rows, std::int64_t& columns, char const* operation)
+// A builder that has counted the entries, which forEachPiece hands out; rows and columns are enlarged to hold them.
+template<class ForEachPiece>
+SparseRowBuilder CountedBuilder(std::int64_t count, ForEachPiece const& forEachPiece, std::int64_t& rows, std::int64_t& columns)
 {
-    std::int64_t count = 0;
-    for (Entries const entries : pieces)
-        count += std::ssize(entries);
     auto const counted = [&] {
         SparseRowBuilder builder(count, rows);
-        for (Entries const entries : pieces)
-            builder.Count(entries);
+        forEachPiece([&](Entries entries) { builder.Count(entries); });
         return builder;
     };
     SparseRowBuilder builder = counted();
     bool const suffices = builder.Rows() <= rows;
     rows = std::max(rows, builder.Rows());
     columns = std::max(columns, builder.Columns());
-    Require(rows <= INT_MAX && columns <= INT_MAX, operation);
     return suffices ? std::move(builder) : counted();
 }
 
@@ -50,7 +44,7 @@ void KVOSrvSparseMatrix::BeginAssembly()
 void KVOSrvSparseMatrix::CoverPlace(unsigned row, unsigned column)
 {
     Require(row < INT_MAX && column < INT_MAX, "AddData");
-    if (row < static_cast<unsigned>(m_rowCount))
+    if (m_rowStart == nullptr || row < static_cast<unsigned>(m_rowCount))
         return;
     void* const memory = mem_Realloc(m_rowStart.get(), mem_ArrayBytes(std::int64_t{row} + 2, sizeof(unsigned)));
     if (memory == nullptr)
@@ -73,21 +67,21 @@ void KVOSrvSparseMatrix::EndAssembly()
 {
     if (m_assembled)
         return;
-    Require(m_rowCount >= 0 && m_columnCount >= 0, "EndAssembly");
-    std::vector<Entries> pieces;
-    for (int block = 0; block < m_pendingEntries.BlockCount(); ++block)
-        pieces.push_back(m_pendingEntries.Block(block));
-    // The entries may need more than the sizes say where those have shrunk since: EliminateTrivialColumns(), an import.
+    auto const forEachBlock = [this](auto const& take) {
+        for (int block = 0; block < m_pendingEntries.BlockCount(); ++block)
+            take(m_pendingEntries.Block(block));
+    };
+    // The entries may need more columns than there are where those were dropped since, by EliminateTrivialColumns().
     std::int64_t rows = m_rowCount, columns = m_columnCount;
-    SparseRowBuilder builder = CountedBuilder(pieces, rows, columns, "EndAssembly");
+    SparseRowBuilder builder = CountedBuilder(m_pendingEntries.Size(), forEachBlock, rows, columns);
     builder.Prepare(columns);
 
     // Nothing can fail from here on, unless it takes the sums to tell whether the entries can be numbered.
+    auto const take = [&](Entries entries) { builder.Take(entries); };
     if (m_pendingEntries.Size() <= INT_MAX)
-        m_pendingEntries.Drain([&](Entries entries) { builder.Take(entries); });
+        m_pendingEntries.Drain(take);
     else
-        for (Entries const entries : pieces)
-            builder.Take(entries);
+        forEachBlock(take);
     std::int64_t const stored = builder.Finish();
     Require(stored <= INT_MAX, "EndAssembly");
     m_rowCount = static_cast<int>(rows);
@@ -113,18 +107,19 @@ void KVOSrvSparseMatrix::ResetData(KVOSrvSparseMatrixEntry const* entries, int c
 
 void KVOSrvSparseMatrix::Subtract(KVOSrvSparseMatrix const& A, KVOSrvSparseMatrix const& B)
 {
-    Require(m_rowCount >= 0 && m_columnCount >= 0, "Subtract");
     // Both lists are taken before anything changes: A or B may be this matrix.
     int countA = 0, countB = 0;
     std::unique_ptr<KVOSrvSparseMatrixEntry[]> const a(A.GetEntries(countA)), b(B.GetEntries(countB));
     std::for_each_n(b.get(), countB, [](KVOSrvSparseMatrixEntry& entry) { entry.value = -entry.value; });
-    Entries const pieces[] = {{a.get(), static_cast<std::size_t>(countA)}, {b.get(), static_cast<std::size_t>(countB)}};
+    auto const forEachList = [&](auto const& take) {
+        take(Entries(a.get(), static_cast<std::size_t>(countA)));
+        take(Entries(b.get(), static_cast<std::size_t>(countB)));
+    };
     std::int64_t rows = m_rowCount, columns = m_columnCount;
-    SparseRowBuilder builder = CountedBuilder(pieces, rows, columns, "Subtract");
+    SparseRowBuilder builder = CountedBuilder(std::int64_t{countA} + countB, forEachList, rows, columns);
     builder.Prepare(columns);
 
-    for (Entries const entries : pieces)
-        builder.Take(entries);
+    forEachList([&](Entries entries) { builder.Take(entries); });
     std::int64_t const stored = builder.Finish();
     Require(stored <= INT_MAX, "Subtract");
     m_rowCount = static_cast<int>(rows);

@@ -102,7 +102,6 @@ private:
 void KVOSrvSparseMatrix::MultiplyDense(KVOSrvDenseMatrix const& X, KVOSrvDenseMatrix& Y, bool transpose) const
 {
     int const outRows = transpose ? m_columnCount : m_rowCount, inRows = transpose ? m_rowCount : m_columnCount;
-    Require(outRows >= 0 && inRows >= 0, "MultiplyDense");
     DenseSlabs::RequireReadable(inRows <= X.NumberOfRows());
     DenseSlabs::RequireWritable(outRows <= Y.NumberOfRows() && X.NumberOfColumns() <= Y.NumberOfColumns());
     // A block of columns is read before it is replaced, but another one must not be replaced before it is read.
@@ -125,8 +124,7 @@ void KVOSrvSparseMatrix::MultiplyDense(KVOSrvDenseMatrix const& X, double* y, bo
 {
     if (m_diagonal != nullptr)
         KVOSrvMtxNoSymmetricTrue("MultiplyDense").Throw(kSource, __LINE__);
-    int const outRows = transpose ? m_columnCount : m_rowCount, inRows = transpose ? m_rowCount : m_columnCount;
-    Require(outRows >= 0 && inRows >= 0, "MultiplyDense");
+    int const outRows = transpose ? m_columnCount : m_rowCount;
     Require(!transpose || y != nullptr || outRows == 0 || X.NumberOfColumns() == 0, "MultiplyDense");
     int count = 0;
     unsigned* const rows = transpose ? FindNontrivialRows(count) : FindNontrivialColumns(count);

@@ -58,7 +58,7 @@ void KVOSrvSparseMatrix::Multiply(double const* x, int nvec, double* y, bool tra
     if (nvec <= 0)
         return;
     if (m_rowStart == nullptr)
-        SetToZero(y, std::max(0, transpose ? m_columnCount : m_rowCount), nvec);
+        SetToZero(y, transpose ? m_columnCount : m_rowCount, nvec);
     else if (IsHalfStored())
         MultiplyHalf(x, nvec, y);
     else if (transpose)
@@ -87,7 +87,7 @@ void KVOSrvSparseMatrix::MultiplyIndexed(double const* x, int nvec, double* y, b
     if (nvec <= 0)
         return;
     if (m_rowStart == nullptr)
-        SetToZero(y, std::max(0, m_columnCount), nvec);
+        SetToZero(y, m_columnCount, nvec);
     else
         // Deliberate: half storage is not taken into account; the rows are multiplied as they are stored.
         BLAC_SPARSE_SPARSE_UMTV(m_values.get(), x, AsInt(m_rowStart.get()), m_columnIndices.get(), y, &nIndex, &m_columnCount, &nvec,

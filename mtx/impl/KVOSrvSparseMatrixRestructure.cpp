@@ -43,11 +43,40 @@ void RenumberWithRepeats(int const* columns, double const* values, unsigned coun
     }
 }
 
+// An array over the columns would outgrow the entries.
+bool IsWide(int columns, int entries)
+{
+    return columns / 2 > entries;
+}
+
+// The columns that occur, ascending.
+std::unique_ptr<unsigned[]> SortedColumns(int const* columns, int entries, int& count)
+{
+    auto list = AllocateList<unsigned>(entries);
+    std::copy_n(columns, entries, list.get());
+    std::sort(list.get(), list.get() + entries);
+    count = static_cast<int>(std::unique(list.get(), list.get() + entries) - list.get());
+    return list;
+}
+
+// The same. The list lies in the array of marks: no column is listed behind its mark.
+std::unique_ptr<unsigned[]> MarkedColumns(int const* columns, int entries, int columnCount, int& count)
+{
+    auto list = AllocateList<unsigned>(columnCount);
+    std::fill_n(list.get(), columnCount, 0);
+    std::for_each_n(columns, entries, [&](int column) { list[column] = 1; });
+    int found = 0;
+    for (int column = 0; column < columnCount; ++column)
+        if (list[column] != 0)
+            list[found++] = static_cast<unsigned>(column);
+    count = found;
+    return list;
+}
+
 } // namespace
 
 KVOSrvSparseMatrix* KVOSrvSparseMatrix::Transpose() const
 {
-    Require(m_rowCount >= 0 && m_columnCount >= 0, "Transpose");
     int const entries = StoredEntries();
     SparseRows rows = AllocateRows(m_columnCount, entries);
     // next[c] is where the next entry of column c goes; afterwards it has become the start of column c + 1.
@@ -90,10 +119,11 @@ KVOSrvSparseMatrix* KVOSrvSparseMatrix::NewMatrix(SparseRows& rows, Array<double
 
 SparseRows KVOSrvSparseMatrix::PermutedRows(int const* perm) const
 {
-    Require(m_rowCount >= 0 && m_rowCount == m_columnCount, "Permute");
+    Require(m_rowCount == m_columnCount, "Permute");
     Array<int> const newNumber = Inverse(perm, m_rowCount);
     SparseRows rows = AllocateRows(m_rowCount, StoredEntries());
     SparseRowSorter sorter(m_columnCount);
+    sorter.Clear();
     unsigned next = 0;
     rows.rowStart[0] = 0;
     for (int row = 0; row < m_rowCount; ++row) {
@@ -133,7 +163,6 @@ void KVOSrvSparseMatrix::PermuteRows(int const* perm)
 {
     if (IsHalfStored())
         KVOSrvMtxNoSymmetricTrue("PermuteRows").Throw(kSource, __LINE__);
-    Require(m_rowCount >= 0, "PermuteRows");
     Array<int> const oldRow = Inverse(perm, m_rowCount);
     if (m_rowStart == nullptr)
         return;
@@ -160,7 +189,7 @@ void KVOSrvSparseMatrix::ReplaceRows(SparseRows& rows) noexcept
 
 unsigned* KVOSrvSparseMatrix::FindNontrivialRows(int& count) const
 {
-    auto list = AllocateList<unsigned>(std::max(m_rowCount, 0));
+    auto list = AllocateList<unsigned>(std::min(m_rowCount, StoredEntries()));
     int found = 0;
     for (int row = 0; m_rowStart != nullptr && row < m_rowCount; ++row)
         if (m_rowStart[row + 1] > m_rowStart[row])
@@ -169,30 +198,31 @@ unsigned* KVOSrvSparseMatrix::FindNontrivialRows(int& count) const
     return list.release();
 }
 
-// The list lies in the array of marks: no column is listed behind its mark.
 unsigned* KVOSrvSparseMatrix::FindNontrivialColumns(int& count) const
 {
-    auto list = AllocateList<unsigned>(std::max(m_columnCount, 0));
-    std::fill_n(list.get(), std::max(m_columnCount, 0), 0);
-    std::for_each_n(m_columnIndices.get(), StoredEntries(), [&](int column) { list[column] = 1; });
-    int found = 0;
-    for (int column = 0; column < m_columnCount; ++column)
-        if (list[column] != 0)
-            list[found++] = static_cast<unsigned>(column);
-    count = found;
-    return list.release();
+    int const entries = StoredEntries();
+    return (IsWide(m_columnCount, entries) ? SortedColumns(m_columnIndices.get(), entries, count)
+                                           : MarkedColumns(m_columnIndices.get(), entries, m_columnCount, count))
+        .release();
 }
 
 unsigned* KVOSrvSparseMatrix::EliminateTrivialColumns(int& count)
 {
     if (IsHalfStored())
         KVOSrvMtxNoSymmetricTrue("EliminateTrivialColumns").Throw(kSource, __LINE__);
+    int const entries = StoredEntries();
     int kept = 0;
     std::unique_ptr<unsigned[]> list(FindNontrivialColumns(kept));
-    auto const newNumber = AllocateArray<int>(std::max(m_columnCount, 0));
-    for (int column = 0; column < kept; ++column)
-        newNumber[list[column]] = column;
-    std::for_each_n(m_columnIndices.get(), StoredEntries(), [&](int& column) { column = newNumber[column]; });
+    if (IsWide(m_columnCount, entries)) {
+        std::for_each_n(m_columnIndices.get(), entries, [&](int& column) {
+            column = static_cast<int>(std::lower_bound(list.get(), list.get() + kept, static_cast<unsigned>(column)) - list.get());
+        });
+    } else {
+        auto const newNumber = AllocateArray<int>(m_columnCount);
+        for (int column = 0; column < kept; ++column)
+            newNumber[list[column]] = column;
+        std::for_each_n(m_columnIndices.get(), entries, [&](int& column) { column = newNumber[column]; });
+    }
     m_columnCount = kept;
     count = kept; // the verdict of IsSymmetric() stays, as in SetColumnsToZero()
     return list.release();
@@ -205,8 +235,8 @@ void KVOSrvSparseMatrix::SetColumnsToZero(int const* columns, int n)
         KVOSrvMtxNoSymmetricTrue("SetcolumnsToZero").Throw(kSource, __LINE__);
     Require(n >= 0 && std::all_of(columns, columns + n, [&](int column) { return column >= 0 && column < m_columnCount; }),
             "SetColumnsToZero");
-    auto const marks = AllocateArray<char>(std::max(m_columnCount, 0));
-    std::fill_n(marks.get(), std::max(m_columnCount, 0), 0);
+    auto const marks = AllocateArray<char>(m_columnCount);
+    std::fill_n(marks.get(), m_columnCount, 0);
     std::for_each_n(columns, n, [&](int column) { marks[column] = 1; });
     int const entries = StoredEntries();
     for (int k = 0; k < entries; ++k)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstring>
 
 namespace KVOSrvSparseSupport
 {
@@ -11,7 +12,7 @@ namespace
 
 using Entry = KVOSrvSparseMatrixEntry;
 
-// A bucket and the rows made of it share the second-level cache: 16 and 12 bytes an entry.
+// A bucket, its copy by rows and the rows made of it share the second-level cache: 16, 16 and 12 bytes an entry.
 constexpr std::int64_t kEntriesPerBucket = 16384;
 // As many places are written to in turns; each keeps a cache line and a page busy.
 constexpr std::int64_t kMaxBuckets = 2048;
@@ -26,7 +27,8 @@ int ShiftFor(std::int64_t rows, std::int64_t buckets)
 SparseRowBuilder::SparseRowBuilder(std::int64_t count, std::int64_t rows) : m_count(count), m_rowCount(rows)
 {
     std::int64_t const atLeastOne = std::max<std::int64_t>(rows, 1);
-    m_shift = ShiftFor(atLeastOne, std::clamp<std::int64_t>(count / kEntriesPerBucket, 1, kMaxBuckets));
+    // No more rows a bucket than entries, as far as that goes: what is kept for each row of a bucket is not to exceed the entries.
+    m_shift = ShiftFor(atLeastOne, std::clamp<std::int64_t>(std::max(count, rows) / kEntriesPerBucket, 1, kMaxBuckets));
     m_bucketCount = ((atLeastOne - 1) >> m_shift) + 1;
     m_next = AllocateArray<std::int64_t>(m_bucketCount);
     std::fill_n(m_next.get(), m_bucketCount, 0);
@@ -54,11 +56,12 @@ void SparseRowBuilder::Count(Entries entries) noexcept
 
 void SparseRowBuilder::Prepare(std::int64_t columns)
 {
+    std::int64_t const fullest = *std::max_element(m_next.get(), m_next.get() + m_bucketCount);
     m_rows.rowStart = AllocateArray<unsigned>(m_rowCount + 1);
-    m_rows.columnIndices = AllocateArray<int>(m_count);
+    m_rows.columnIndices = AllocateArray<int>(2 * m_count);
     m_rows.values = AllocateArray<double>(m_count);
     m_rowNext = AllocateArray<std::int64_t>(std::min(m_rowCount, std::int64_t{1} << m_shift) + 1);
-    m_buckets = AllocateArray<Entry>(m_count);
+    m_bucket = AllocateArray<Entry>(fullest);
     if (columns <= m_count + 1024)
         m_sorter.emplace(columns);
 
@@ -70,76 +73,79 @@ void SparseRowBuilder::Prepare(std::int64_t columns)
 void SparseRowBuilder::Take(Entries entries) noexcept
 {
     std::int64_t* const next = m_next.get();
-    Entry* const buckets = m_buckets.get();
-    for (Entry const& entry : entries)
-        buckets[next[BucketOf(entry.row)]++] = entry;
+    unsigned* const places = Places();
+    double* const values = m_rows.values.get();
+    for (Entry const& entry : entries) {
+        std::int64_t const place = next[BucketOf(entry.row)]++;
+        std::memcpy(places + 2 * place, &entry, 2 * sizeof(unsigned)); // row and column at once
+        values[place] = entry.value;
+    }
 }
 
 std::int64_t SparseRowBuilder::Finish() noexcept
 {
+    unsigned* const rowEnd = m_rows.rowStart.get() + 1;
     m_rows.rowStart[0] = 0;
+    if (m_sorter)
+        m_sorter->Clear(); // not before: until now there were the pending entries to hold
     std::int64_t begin = 0;
     for (std::int64_t bucket = 0; bucket < m_bucketCount; ++bucket) {
         std::int64_t const end = m_next[bucket], firstRow = bucket << m_shift;
         std::int64_t const rows = std::min(m_rowCount - firstRow, std::int64_t{1} << m_shift);
-        Entry* const entries = m_buckets.get() + begin;
-        // The rows of the bucket are laid out behind what is stored already and pushed together there: no row ends before its sum.
-        std::int64_t const base = m_stored;
-        ScatterToRows(entries, end - begin, firstRow, rows);
-        std::int64_t rowBegin = 0;
+        if (begin == end) {
+            std::fill_n(rowEnd + firstRow, rows, static_cast<unsigned>(m_stored));
+            continue;
+        }
+        CopyByRow(begin, end, firstRow, rows);
+        std::int64_t next = 0;
         for (std::int64_t row = 0; row < rows; ++row) {
-            std::int64_t const rowEnd = m_rowNext[row];
-            m_stored += SumRow(entries + rowBegin, base + rowBegin, rowEnd - rowBegin);
-            m_rows.rowStart[firstRow + row + 1] = static_cast<unsigned>(m_stored);
-            rowBegin = rowEnd;
+            std::int64_t const count = m_rowNext[row] - next;
+            m_stored += SumRow(m_bucket.get() + next, count);
+            rowEnd[firstRow + row] = static_cast<unsigned>(m_stored);
+            next += count;
         }
         begin = end;
     }
-    m_buckets.reset();
+    m_bucket.reset();
     ShrinkArray(m_rows.columnIndices, m_stored);
     ShrinkArray(m_rows.values, m_stored);
     return m_stored;
 }
 
 // Leaves in m_rowNext where each row ends.
-void SparseRowBuilder::ScatterToRows(Entry const* entries, std::int64_t count, std::int64_t firstRow, std::int64_t rows) noexcept
+void SparseRowBuilder::CopyByRow(std::int64_t begin, std::int64_t end, std::int64_t firstRow, std::int64_t rows) noexcept
 {
+    unsigned const* const places = Places();
+    double const* const values = m_rows.values.get();
     std::int64_t* const next = m_rowNext.get();
     std::fill_n(next, rows + 1, 0);
-    for (std::int64_t k = 0; k < count; ++k)
-        ++next[entries[k].row - firstRow + 1];
+    for (std::int64_t k = begin; k < end; ++k)
+        ++next[places[2 * k] - firstRow + 1];
     for (std::int64_t row = 1; row < rows; ++row)
         next[row] += next[row - 1];
-    int* const columns = m_rows.columnIndices.get() + m_stored;
-    double* const values = m_rows.values.get() + m_stored;
-    for (std::int64_t k = 0; k < count; ++k) {
-        std::int64_t const place = next[entries[k].row - firstRow]++;
-        columns[place] = static_cast<int>(entries[k].column);
-        values[place] = entries[k].value;
+    Entry* const bucket = m_bucket.get();
+    for (std::int64_t k = begin; k < end; ++k) {
+        std::int64_t const place = next[places[2 * k] - firstRow]++;
+        bucket[place] = {static_cast<unsigned>(place), places[2 * k + 1], values[k]}; // SortByColumn() asks for the order
     }
 }
 
-// `scratch` has room for the row: its part of the bucket, which is not needed any more.
-std::int64_t SparseRowBuilder::SumRow(Entry* scratch, std::int64_t begin, std::int64_t count) noexcept
+std::int64_t SparseRowBuilder::SumRow(Entry* entries, std::int64_t count) noexcept
 {
-    int* const target = m_rows.columnIndices.get() + m_stored;
-    double* const targetValues = m_rows.values.get() + m_stored;
-    int const* const columns = m_rows.columnIndices.get() + begin;
-    double const* const values = m_rows.values.get() + begin;
+    int* const columns = m_rows.columnIndices.get() + m_stored;
+    double* const values = m_rows.values.get() + m_stored;
     if (m_sorter)
-        return m_sorter->Sum(columns, values, count, target, targetValues);
+        return m_sorter->Sum(entries, count, columns, values);
 
-    for (std::int64_t k = 0; k < count; ++k)
-        scratch[k] = {static_cast<unsigned>(k), static_cast<unsigned>(columns[k]), values[k]};
-    SortByColumn(scratch, count);
+    SortByColumn(entries, count);
     std::int64_t length = 0;
     for (std::int64_t k = 0; k < count; ++k) {
-        if (length > 0 && target[length - 1] == static_cast<int>(scratch[k].column)) {
-            targetValues[length - 1] += scratch[k].value;
+        if (length > 0 && columns[length - 1] == static_cast<int>(entries[k].column)) {
+            values[length - 1] += entries[k].value;
             continue;
         }
-        target[length] = static_cast<int>(scratch[k].column);
-        targetValues[length++] = scratch[k].value;
+        columns[length] = static_cast<int>(entries[k].column);
+        values[length++] = entries[k].value;
     }
     return length;
 }

@@ -17,13 +17,6 @@ constexpr std::int64_t WordsFor(std::int64_t bits)
     return (bits + 63) / 64;
 }
 
-Array<std::uint64_t> AllocateBits(std::int64_t words)
-{
-    auto bits = AllocateArray<std::uint64_t>(words);
-    std::fill_n(bits.get(), words, 0);
-    return bits;
-}
-
 // Inserts an entry at `place` of `length` ordered ones.
 inline void Insert(int column, double value, std::int64_t place, std::int64_t length, int* columns, double* values) noexcept
 {
@@ -40,13 +33,12 @@ inline std::int64_t PlaceBehind(int column, int const* columns, std::int64_t len
     return length;
 }
 
-// Each entry is taken before its place, or one before that, is written.
-std::int64_t InsertAndSum(int const* columns, double const* values, std::int64_t count, int* sortedColumns, double* sortedValues) noexcept
+std::int64_t InsertAndSum(KVOSrvSparseMatrixEntry const* entries, std::int64_t count, int* sortedColumns, double* sortedValues) noexcept
 {
     std::int64_t length = 0;
     for (std::int64_t k = 0; k < count; ++k) {
-        int const column = columns[k];
-        double const value = values[k];
+        int const column = static_cast<int>(entries[k].column);
+        double const value = entries[k].value;
         std::int64_t const place = PlaceBehind(column, sortedColumns, length);
         if (place > 0 && sortedColumns[place - 1] == column)
             sortedValues[place - 1] += value;
@@ -69,10 +61,18 @@ std::int64_t InsertRenumbered(int const* columns, double const* values, std::int
 } // namespace
 
 SparseRowSorter::SparseRowSorter(std::int64_t columns)
-    : m_topWords(WordsFor(WordsFor(WordsFor(columns)))), m_values(AllocateArray<double>(columns)), m_bits(AllocateBits(WordsFor(columns))),
-      m_wordBits(AllocateBits(WordsFor(WordsFor(columns)))), m_topBits(AllocateBits(m_topWords))
+    : m_columns(columns), m_values(AllocateArray<double>(columns)), m_bits(AllocateArray<std::uint64_t>(WordsFor(columns))),
+      m_wordBits(AllocateArray<std::uint64_t>(WordsFor(WordsFor(columns)))),
+      m_topBits(AllocateArray<std::uint64_t>(WordsFor(WordsFor(WordsFor(columns)))))
 {
-    std::fill_n(m_values.get(), columns, -0.0);
+}
+
+void SparseRowSorter::Clear() noexcept
+{
+    std::fill_n(m_values.get(), m_columns, -0.0);
+    std::fill_n(m_bits.get(), WordsFor(m_columns), 0);
+    std::fill_n(m_wordBits.get(), WordsFor(WordsFor(m_columns)), 0);
+    std::fill_n(m_topBits.get(), WordsFor(WordsFor(WordsFor(m_columns))), 0);
 }
 
 inline void SparseRowSorter::Mark(unsigned column) noexcept
@@ -96,22 +96,22 @@ inline std::int64_t SparseRowSorter::TakeMarked(int* sortedColumns, double* sort
         sortedColumns[length] = static_cast<int>(column);
         sortedValues[length++] = std::exchange(m_values[column], -0.0);
     };
-    for (std::int64_t top = 0; top < m_topWords; ++top)
+    std::int64_t const topWords = WordsFor(WordsFor(WordsFor(m_columns)));
+    for (std::int64_t top = 0; top < topWords; ++top)
         eachBit(m_topBits[top], top, [&](std::int64_t middle) {
             eachBit(m_wordBits[middle], middle, [&](std::int64_t word) { eachBit(m_bits[word], word, takeColumn); });
         });
     return length;
 }
 
-std::int64_t SparseRowSorter::Sum(int const* columns, double const* values, std::int64_t count, int* sortedColumns,
+std::int64_t SparseRowSorter::Sum(KVOSrvSparseMatrixEntry const* entries, std::int64_t count, int* sortedColumns,
                                   double* sortedValues) noexcept
 {
     if (count <= kInsertionLimit)
-        return InsertAndSum(columns, values, count, sortedColumns, sortedValues);
+        return InsertAndSum(entries, count, sortedColumns, sortedValues);
     for (std::int64_t k = 0; k < count; ++k) {
-        auto const column = static_cast<unsigned>(columns[k]);
-        Mark(column);
-        m_values[column] += values[k];
+        Mark(entries[k].column);
+        m_values[entries[k].column] += entries[k].value;
     }
     return TakeMarked(sortedColumns, sortedValues);
 }

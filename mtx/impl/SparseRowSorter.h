@@ -13,13 +13,13 @@ namespace KVOSrvSparseSupport
 class SparseRowSorter
 {
 public:
-    /// Takes 8 bytes a column. @throws mem_OutOfMemory
+    /// Asks for 8 bytes a column, and takes them with Clear(), which comes before the first row. @throws mem_OutOfMemory
     explicit SparseRowSorter(std::int64_t columns);
+    void Clear() noexcept;
 
-    /// Writes the entries by ascending column, those of equal column summed in their order. The target may lie in the source, but not
-    /// behind its begin.
+    /// Writes the entries, whose rows are not looked at, by ascending column, those of equal column summed in their order.
     /// @return entries written
-    std::int64_t Sum(int const* columns, double const* values, std::int64_t count, int* sortedColumns, double* sortedValues) noexcept;
+    std::int64_t Sum(KVOSrvSparseMatrixEntry const* entries, std::int64_t count, int* sortedColumns, double* sortedValues) noexcept;
 
     /// Writes the entries with column c renumbered newNumber[c], by ascending column. The target lies apart from the source.
     /// @return entries written; fewer than `count` means that columns are repeated, and then the target is of no use
@@ -30,7 +30,7 @@ private:
     void Mark(unsigned column) noexcept;
     std::int64_t TakeMarked(int* sortedColumns, double* sortedValues) noexcept;
 
-    std::int64_t m_topWords;
+    std::int64_t m_columns;
     Array<double> m_values;
     Array<std::uint64_t> m_bits; // one bit a column
     Array<std::uint64_t> m_wordBits;

@@ -7,7 +7,8 @@
 namespace
 {
 
-constexpr SparseShape kShapes[] = {{0, 0, 0}, {0, 4, 0}, {5, 0, 0}, {1, 1, 1}, {4, 6, 3}, {9, 7, 40}, {300, 40, 3000}, {200, 200, 9000}};
+constexpr SparseShape kShapes[] = {{0, 0, 0},  {0, 4, 0},      {5, 0, 0},       {1, 1, 1},       {4, 6, 3},
+                                   {9, 7, 40}, {20, 5000, 90}, {300, 40, 3000}, {200, 200, 9000}};
 
 // The entries with each place sent to another.
 template<class Send>
