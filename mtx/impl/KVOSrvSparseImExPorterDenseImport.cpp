@@ -286,15 +286,15 @@ std::int64_t PanelColumns(std::int64_t rows)
 
 void KVOSrvSparseImExPorter::ImportDense(KVOSrvSparseMatrix& matrix, char const* path)
 {
-    // Without elements nothing in the file stands for the rows or columns; so many are believed.
-    constexpr int kMostWithoutElements = 1 << 24;
+    // Without elements nothing in the file stands for the rows; so many are believed. Columns without rows take no memory.
+    constexpr int kMostEmptyRows = 1 << 24;
 
     InputFile file(path);
     DenseFileHeader header;
     file.ReadItems(&header, 1);
     std::int64_t const rows = header.rows, columns = header.columns, elements = rows * columns;
     if (rows < 0 || columns < 0 || elements > (file.Size() - std::int64_t{sizeof header}) / std::int64_t{sizeof(double)} ||
-        (elements == 0 && std::max(rows, columns) > kMostWithoutElements))
+        (elements == 0 && rows > kMostEmptyRows))
         KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
 
     if (elements == 0)

@@ -172,10 +172,18 @@ TEST_F(KVOSrvSparseBinaryFiles, RefusesMalformedDenseFiles)
     std::string const file = DenseFile(3, 2, {1, 2, 3, 4, 5, 6});
     for (std::size_t length = 0; length < file.size(); ++length)
         ExpectRefused(file.substr(0, length), 7);
-    int const shapes[][2] = {{-1, 2}, {3, -2},        {-3, -2},       {INT32_MAX, INT32_MAX}, {INT32_MIN, INT32_MIN},
-                             {4, 2},  {INT32_MAX, 0}, {0, INT32_MAX}, {65536, 65536}};
+    int const shapes[][2] = {{-1, 2}, {3, -2},        {-3, -2},      {INT32_MAX, INT32_MAX}, {INT32_MIN, INT32_MIN},
+                             {4, 2},  {INT32_MAX, 0}, {65536, 65536}};
     for (auto const& [rows, columns] : shapes)
         ExpectRefused(Bytes(rows, columns) + file.substr(8), 7);
+}
+
+TEST_F(KVOSrvSparseBinaryFiles, ReadsAnyNumberOfColumnsWithoutRows)
+{
+    KVOSrvSparseMatrix const empty(0, INT32_MAX);
+    KVOSrvSparseMatrix matrix(1, 1);
+    Import(matrix, Export(empty, 7), 7);
+    EXPECT_EQ(ContentOf(matrix), (Content{0, INT32_MAX, 0, {}}));
 }
 
 // Only what is stored: neither the diagonal nor the mirrored triangle. The rows of the file need not be in order.
