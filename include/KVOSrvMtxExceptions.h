@@ -113,6 +113,20 @@ private:
     atr_String m_reason;
 };
 
+/// A sparse matrix is used between AddData() and EndAssembly(). Number 206: "KVOSrvSparseMatrix::<operation> - Illegal input: the added
+/// entries are not assembled, call EndAssembly first."
+class KVO_EXPORT KVOSrvMtxNotAssembled : public KVOSrvMtxRefusedInput
+{
+public:
+    /// @param operation  name of the operation; copied, null counts as empty
+    explicit KVOSrvMtxNotAssembled(char const* operation);
+    KVOSrvMtxNotAssembled(KVOSrvMtxNotAssembled const&) noexcept = default;
+    KVOSrvMtxNotAssembled& operator=(KVOSrvMtxNotAssembled const&) noexcept = default;
+    ~KVOSrvMtxNotAssembled() override;
+
+    [[noreturn]] void Raise() const override;
+};
+
 /// A sparse matrix cannot be written in the format asked for. Number 207: "KVOSrvSparseImExPorter: Unsupported export format."
 class KVO_EXPORT KVOSrvMtxUnsupportedExpFmt : public KVOBasException
 {

@@ -28,6 +28,10 @@ struct KVOSrvSparseMatrixEntry {
 /// A caller fills it entry by entry, BeginAssembly(), AddData() ..., EndAssembly(), or reads it from a file; every other operation works
 /// on the assembled form. All indices are 0-based; lists that an operation returns belong to the caller and are released with delete[].
 ///
+/// A matrix whose added entries are not assembled refuses what would not see them, by KVOSrvMtxNotAssembled, a KVOSrvMtxIllegalInput:
+/// products, Scale(), Subtract() as an operand, restructuring, GetEntries() and exports; it is as it was then. Entries added to an
+/// assembled matrix wait for the next BeginAssembly(), and nothing is refused.
+///
 /// Two kinds of storage: full, every entry stored; half, for a symmetric matrix: each off-diagonal pair once, in one triangle, and the
 /// diagonal in an array of its own. Half storage comes from files of formats 0, 1 and 6 and from the database.
 ///
@@ -35,7 +39,8 @@ struct KVOSrvSparseMatrixEntry {
 /// 1. m_rowStart has m_rowCount + 1 offsets, ascending from 0; the entries of row i are the positions m_rowStart[i] to
 ///    m_rowStart[i + 1] - 1 of m_columnIndices and m_values. m_rowStart is null before the first assembly, and between BeginAssembly()
 ///    and EndAssembly(): the matrix then counts as one without entries.
-/// 2. Column indices ascend strictly within a row of an assembled matrix. Zeros are stored like any other value.
+/// 2. Column indices ascend strictly within a row of full storage; half storage keeps the order it was read in. Zeros are stored like any
+///    other value.
 /// 3. The matrix is half-stored exactly when m_symmetryState is 1 and m_diagonal is not null (IsHalfStored()).
 /// 4. Loops take their lengths from m_rowStart: m_nonzeroCount also counts the diagonal after an import of format 6.
 ///
@@ -68,7 +73,9 @@ public:
     /// a at the mirrored place with |(a - b) / a| <= 1e-16 (|a - b| where a is 0). Column indices must ascend within the rows.
     ///
     /// The verdict is kept until entries are added, moved or replaced: by AddData(), Subtract(), a permutation or an import. Setting
-    /// columns to zero and dropping trivial ones keeps it. It changes no storage: full storage stays full.
+    /// columns to zero and dropping trivial ones keeps it, and so do BeginAssembly() and EndAssembly(): a matrix that is asked between
+    /// AddData() and EndAssembly() answers for the entries it had stored, and goes on with that answer. It changes no storage: full
+    /// storage stays full.
     bool IsSymmetric() const;
 
     /// All entries of the matrix, a half-stored one in full: for each row i first (i, i, diagonal), then for each stored entry (i, c)
@@ -112,7 +119,7 @@ public:
     // ---- products
 
     /// y = A x, or y = A^T x when `transpose`, for `nvec` vectors; 0 or fewer leave y untouched. Half storage multiplies as the full
-    /// matrix. A matrix not assembled gives zeros.
+    /// matrix.
     ///
     /// @param x  column-major, leading dimension the columns of A (the rows when `transpose`)
     /// @param y  column-major, leading dimension the rows of A (the columns when `transpose`); overwritten. Must not overlap x
@@ -149,7 +156,7 @@ public:
     /// @throws KVOSrvMtxIllegalPermVect unless perm holds each row number once
     KVOSrvSparseMatrix* Permute(int const* perm) const;
 
-    /// The same permutation applied to this matrix, with the same errors; nothing is changed after one.
+    /// The same permutation applied to this matrix, with the same errors in its own name; nothing is changed after one.
     void PermuteInPlace(int const* perm);
 
     /// Permutes the rows of this matrix; here perm[i] is the new number of old row i (the other way round than in Permute, on purpose).
@@ -168,7 +175,8 @@ public:
     /// Drops the columns without a stored entry and renumbers the others.
     /// @param[out] count  the new number of columns
     /// @return for each new column its old number
-    /// @throws KVOSrvMtxNoSymmetricTrue "EliminateTrivialColumns" on half storage: its columns are its rows too
+    /// @throws KVOSrvMtxNoSymmetricTrue "EliminateTrivialColumns" on half storage: its columns are its rows too, and a matrix without
+    /// some of them would not be symmetric
     unsigned* EliminateTrivialColumns(int& count);
 
     /// Sets the stored values of n columns to 0; the entries stay stored.
@@ -186,21 +194,26 @@ public:
 
     /// Writes a file of format 3, 4, 5, 6 or 7.
     /// @param dofs  node and degree of freedom of each row, needed by format 4 only
-    /// @throws KVOSrvMtxUnsupportedExpFmt for another format, and for format 4 without `dofs` or with fewer than rows
+    /// @throws KVOSrvMtxUnsupportedExpFmt for another format, and for format 4 without `dofs` or where they do not number a row that holds
+    /// an entry or, in a square matrix, the column of one
     /// @throws KVOSrvMtxNoUnsymmetric for format 6 when the matrix is not half-stored
     /// @throws KVOSrvMtxOpenFileException, KVOSrvMtxFileWriteFailure with the path
     void Export(char const* path, int format, KVOFsmSystemDofDefinition const* dofs = nullptr) const;
 
     // ---- database
 
-    /// Replaces this matrix by the first drawer of a distribution, in half storage when that is symmetric; pending entries are dropped.
-    /// @throws KVOSrvMtxIllegalInput "Import" when that is no sparse matrix of doubles
-    /// @throws KVOSimException when the database fails
-    /// After either the matrix is as it was.
+    /// Replaces this matrix by drawer 0 of a distribution, in half storage when that is symmetric; pending entries are dropped.
+    /// @throws KVOSrvMtxIllegalInput "Import" when that is no sparse matrix of doubles, or a row of full storage does not ascend strictly
+    /// by column
+    /// @throws KVOSimException when the database fails, mem_OutOfMemory
+    /// After any of them the matrix is as it was.
     void Import(KVOSimDistributionID const& distribution);
+    /// The same of another drawer: `drawer` counts the exports into the distribution from 0.
+    void Import(KVOSimDistributionID const& distribution, int drawer);
 
     /// Writes this matrix as a new drawer of a distribution, see KVOSrvUtilities::CreateSparseDistribution(): in half storage as a
-    /// symmetric one.
+    /// symmetric one. Export into a distribution of its own: Import(distribution), the constructor and the other programs read drawer 0,
+    /// the first export, for good. A later one is read by its number only, with Import(distribution, drawer).
     /// @param rows,columns  the sets that number them: as many members as this matrix has rows, and at least as many as columns
     /// @throws KVOSrvMtxIllegalInput "Export" when they have not
     /// @throws KVOSimException when the database fails; there is no new drawer then
@@ -223,13 +236,15 @@ private:
     bool IsHalfStored() const noexcept { return m_symmetryState == 1 && m_diagonal != nullptr; }
     /// Half-stored and not between BeginAssembly() and EndAssembly(): the diagonal counts.
     bool HoldsDiagonal() const noexcept { return IsHalfStored() && m_rowStart != nullptr; }
+    /// @throws KVOSrvMtxNotAssembled when entries wait for EndAssembly()
+    void RequireAssembled(char const* operation, int line = __builtin_LINE()) const;
     /// Entries in the compressed rows (invariant 4).
     int StoredEntries() const noexcept;
 
     /// The matrix of these arrays with this one's number of nonzeros; takes them over.
     KVOSrvSparseMatrix* NewMatrix(KVOSrvSparseSupport::SparseRows& rows, Array<double> diagonal, int rowCount, int columnCount) const;
     Array<double> CopyOfDiagonal(int const* perm) const;
-    KVOSrvSparseSupport::SparseRows PermutedRows(int const* perm) const;
+    KVOSrvSparseSupport::SparseRows PermutedRows(int const* perm, char const* operation) const;
     void ReplaceRows(KVOSrvSparseSupport::SparseRows& rows) noexcept;
 
     /// Makes room for a place outside: the offsets of an assembled matrix last for `row` then, rows they did not have yet being empty.

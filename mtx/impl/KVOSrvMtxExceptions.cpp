@@ -109,6 +109,16 @@ void KVOSrvMtxRefusedInput::Raise() const
     throw KVOSrvMtxRefusedInput(*this);
 }
 
+KVOSrvMtxNotAssembled::KVOSrvMtxNotAssembled(char const* operation)
+    : KVOSrvMtxRefusedInput("KVOSrvSparseMatrix", operation, "the added entries are not assembled, call EndAssembly first")
+{
+}
+KVOSrvMtxNotAssembled::~KVOSrvMtxNotAssembled() = default;
+void KVOSrvMtxNotAssembled::Raise() const
+{
+    throw KVOSrvMtxNotAssembled(*this);
+}
+
 KVOSrvMtxUnsupportedExpFmt::~KVOSrvMtxUnsupportedExpFmt() = default;
 atr_String KVOSrvMtxUnsupportedExpFmt::AsString() const
 {

@@ -52,6 +52,8 @@ void KVOSrvSparseImExPorter::Import(KVOSrvSparseMatrix& matrix, char const* path
 void KVOSrvSparseImExPorter::Export(KVOSrvSparseMatrix const& matrix, char const* path, int format,
                                     KVOFsmSystemDofDefinition const* dofs) const
 {
+    if (format >= 3 && format <= 7) // another one is refused as such
+        matrix.RequireAssembled("Export");
     switch (format) {
     case 3:
         return ExportTriplets(matrix, path);

@@ -52,7 +52,7 @@ bool MirrorsAgree(unsigned const* rowStart, int const* columns, double const* va
 
 KVOSrvSparseMatrix::KVOSrvSparseMatrix(int rows, int columns) : m_rowCount(rows), m_columnCount(columns)
 {
-    Require(rows >= 0 && columns >= 0, "KVOSrvSparseMatrix");
+    Require(rows >= 0 && columns >= 0, "KVOSrvSparseMatrix", "a size is negative");
 }
 
 KVOSrvSparseMatrix::KVOSrvSparseMatrix(unsigned* rowStart, int* columnIndices, double* values, double* diagonal, int nonzeroCount, int rows,
@@ -82,21 +82,27 @@ bool KVOSrvSparseMatrix::IsSymmetric() const
         return m_symmetryState == 1;
     bool const symmetric = m_rowStart == nullptr || (UpperMinusLower(m_rowStart.get(), m_columnIndices.get(), m_rowCount) == 0 &&
                                                      MirrorsAgree(m_rowStart.get(), m_columnIndices.get(), m_values.get(), m_rowCount));
-    // EndAssembly() keeps the verdict, so none is kept that was found before the entries it is going to assemble.
-    if (m_rowStart != nullptr && m_pendingEntries.Size() == 0)
-        m_symmetryState = symmetric ? 1 : 2;
+    // Deliberate: kept also where entries wait to be assembled. EndAssembly() keeps the verdict, whatever they are.
+    m_symmetryState = symmetric ? 1 : 2;
     return symmetric;
+}
+
+void KVOSrvSparseMatrix::RequireAssembled(char const* operation, int line) const
+{
+    if (!m_assembled && m_pendingEntries.Size() > 0)
+        KVOSrvMtxNotAssembled(operation).Throw(kSource, line);
 }
 
 KVOSrvSparseMatrixEntry* KVOSrvSparseMatrix::GetEntries(int& count) const
 {
+    RequireAssembled("GetEntries");
     if (m_rowCount == 0) {
         count = 0;
         return nullptr;
     }
     bool const mirrored = HoldsDiagonal();
     std::int64_t const length = mirrored ? m_rowCount + 2 * std::int64_t{StoredEntries()} : StoredEntries();
-    Require(length <= INT_MAX, "GetEntries");
+    Require(length <= INT_MAX, "GetEntries", "there are more than 2^31 - 1 entries");
     auto list = AllocateList<KVOSrvSparseMatrixEntry>(length);
     KVOSrvSparseMatrixEntry* next = list.get();
     for (unsigned row = 0; length > 0 && row < static_cast<unsigned>(m_rowCount); ++row) {

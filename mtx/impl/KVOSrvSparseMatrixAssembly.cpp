@@ -43,7 +43,7 @@ void KVOSrvSparseMatrix::BeginAssembly()
 // Grown by the allocator and not by doubling: the case is rare, and large arrays grow by remapping.
 void KVOSrvSparseMatrix::CoverPlace(unsigned row, unsigned column)
 {
-    Require(row < INT_MAX && column < INT_MAX, "AddData");
+    Require(row < INT_MAX && column < INT_MAX, "AddData", "an index exceeds 2^31 - 2");
     if (m_rowStart == nullptr || row < static_cast<unsigned>(m_rowCount))
         return;
     void* const memory = mem_Realloc(m_rowStart.get(), mem_ArrayBytes(std::int64_t{row} + 2, sizeof(unsigned)));
@@ -83,7 +83,7 @@ void KVOSrvSparseMatrix::EndAssembly()
     else
         forEachBlock(take);
     std::int64_t const stored = builder.Finish();
-    Require(stored <= INT_MAX, "EndAssembly");
+    Require(stored <= INT_MAX, "EndAssembly", "more than 2^31 - 1 entries would be stored");
     m_rowCount = static_cast<int>(rows);
     m_columnCount = static_cast<int>(columns);
     TakeRows(builder.Result(), static_cast<int>(stored));
@@ -91,11 +91,11 @@ void KVOSrvSparseMatrix::EndAssembly()
 
 void KVOSrvSparseMatrix::ResetData(KVOSrvSparseMatrixEntry const* entries, int count, int rows, int columns)
 {
-    Require(count >= 0 && rows >= 0 && columns >= 0, "ResetData");
+    Require(count >= 0 && rows >= 0 && columns >= 0, "ResetData", "a size is negative");
     Entries const piece(entries, static_cast<std::size_t>(count));
     SparseRowBuilder builder(count, rows);
     builder.Count(piece);
-    Require(builder.Rows() <= rows && builder.Columns() <= columns, "ResetData");
+    Require(builder.Rows() <= rows && builder.Columns() <= columns, "ResetData", "an entry lies outside the matrix");
     builder.Prepare(columns);
 
     builder.Take(piece);
@@ -107,6 +107,8 @@ void KVOSrvSparseMatrix::ResetData(KVOSrvSparseMatrixEntry const* entries, int c
 
 void KVOSrvSparseMatrix::Subtract(KVOSrvSparseMatrix const& A, KVOSrvSparseMatrix const& B)
 {
+    A.RequireAssembled("Subtract");
+    B.RequireAssembled("Subtract");
     // Both lists are taken before anything changes: A or B may be this matrix.
     int countA = 0, countB = 0;
     std::unique_ptr<KVOSrvSparseMatrixEntry[]> const a(A.GetEntries(countA)), b(B.GetEntries(countB));
@@ -121,7 +123,7 @@ void KVOSrvSparseMatrix::Subtract(KVOSrvSparseMatrix const& A, KVOSrvSparseMatri
 
     forEachList([&](Entries entries) { builder.Take(entries); });
     std::int64_t const stored = builder.Finish();
-    Require(stored <= INT_MAX, "Subtract");
+    Require(stored <= INT_MAX, "Subtract", "more than 2^31 - 1 entries would be stored");
     m_rowCount = static_cast<int>(rows);
     m_columnCount = static_cast<int>(columns);
     m_symmetryState = 0;

@@ -101,11 +101,13 @@ private:
 
 void KVOSrvSparseMatrix::MultiplyDense(KVOSrvDenseMatrix const& X, KVOSrvDenseMatrix& Y, bool transpose) const
 {
+    RequireAssembled("MultiplyDense");
     int const outRows = transpose ? m_columnCount : m_rowCount, inRows = transpose ? m_rowCount : m_columnCount;
     DenseSlabs::RequireReadable(inRows <= X.NumberOfRows());
     DenseSlabs::RequireWritable(outRows <= Y.NumberOfRows() && X.NumberOfColumns() <= Y.NumberOfColumns());
     // A block of columns is read before it is replaced, but another one must not be replaced before it is read.
-    Require(!X.Overlaps(Y) || X.StoredColumnBlocks().offset == Y.StoredColumnBlocks().offset, "MultiplyDense");
+    Require(!X.Overlaps(Y) || X.StoredColumnBlocks().offset == Y.StoredColumnBlocks().offset, "MultiplyDense",
+            "Y overlaps X in other columns");
     Walk const blocks(X.StoredColumnBlocks());
     int const extraRows = Y.NumberOfRows() - outRows;
     Slab const input(std::int64_t{inRows} * blocks.MaxCount()), output(std::int64_t{outRows} * blocks.MaxCount());
@@ -122,10 +124,11 @@ void KVOSrvSparseMatrix::MultiplyDense(KVOSrvDenseMatrix const& X, KVOSrvDenseMa
 
 void KVOSrvSparseMatrix::MultiplyDense(KVOSrvDenseMatrix const& X, double* y, bool transpose) const
 {
+    RequireAssembled("MultiplyDense");
     if (m_diagonal != nullptr)
         KVOSrvMtxNoSymmetricTrue("MultiplyDense").Throw(kSource, __LINE__);
     int const outRows = transpose ? m_columnCount : m_rowCount;
-    Require(!transpose || y != nullptr || outRows == 0 || X.NumberOfColumns() == 0, "MultiplyDense");
+    Require(!transpose || y != nullptr || outRows == 0 || X.NumberOfColumns() == 0, "MultiplyDense", "y is null");
     int count = 0;
     unsigned* const rows = transpose ? FindNontrivialRows(count) : FindNontrivialColumns(count);
     RowList const list(rows, count);

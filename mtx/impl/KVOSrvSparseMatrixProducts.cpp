@@ -55,6 +55,7 @@ void MultiplyVectors(HalfRows const& rows, double const* x, double* y)
 
 void KVOSrvSparseMatrix::Multiply(double const* x, int nvec, double* y, bool transpose) const
 {
+    RequireAssembled("Multiply");
     if (nvec <= 0)
         return;
     if (m_rowStart == nullptr)
@@ -96,6 +97,7 @@ void KVOSrvSparseMatrix::MultiplyIndexed(double const* x, int nvec, double* y, b
 
 void KVOSrvSparseMatrix::Scale(double s)
 {
+    RequireAssembled("Scale");
     std::for_each_n(m_values.get(), StoredEntries(), [s](double& value) { value *= s; });
     if (HoldsDiagonal())
         std::for_each_n(m_diagonal.get(), m_rowCount, [s](double& value) { value *= s; });

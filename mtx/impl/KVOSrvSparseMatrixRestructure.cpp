@@ -77,6 +77,7 @@ std::unique_ptr<unsigned[]> MarkedColumns(int const* columns, int entries, int c
 
 KVOSrvSparseMatrix* KVOSrvSparseMatrix::Transpose() const
 {
+    RequireAssembled("Transpose");
     int const entries = StoredEntries();
     SparseRows rows = AllocateRows(m_columnCount, entries);
     // next[c] is where the next entry of column c goes; afterwards it has become the start of column c + 1.
@@ -117,9 +118,10 @@ KVOSrvSparseMatrix* KVOSrvSparseMatrix::NewMatrix(SparseRows& rows, Array<double
     return matrix;
 }
 
-SparseRows KVOSrvSparseMatrix::PermutedRows(int const* perm) const
+SparseRows KVOSrvSparseMatrix::PermutedRows(int const* perm, char const* operation) const
 {
-    Require(m_rowCount == m_columnCount, "Permute");
+    RequireAssembled(operation);
+    Require(m_rowCount == m_columnCount, operation, "the matrix is not square");
     Array<int> const newNumber = Inverse(perm, m_rowCount);
     SparseRows rows = AllocateRows(m_rowCount, StoredEntries());
     SparseRowSorter sorter(m_columnCount);
@@ -143,13 +145,13 @@ SparseRows KVOSrvSparseMatrix::PermutedRows(int const* perm) const
 
 KVOSrvSparseMatrix* KVOSrvSparseMatrix::Permute(int const* perm) const
 {
-    SparseRows rows = PermutedRows(perm);
+    SparseRows rows = PermutedRows(perm, "Permute");
     return NewMatrix(rows, HoldsDiagonal() ? CopyOfDiagonal(perm) : nullptr, m_rowCount, m_columnCount);
 }
 
 void KVOSrvSparseMatrix::PermuteInPlace(int const* perm)
 {
-    SparseRows rows = PermutedRows(perm);
+    SparseRows rows = PermutedRows(perm, "PermuteInPlace");
     if (m_rowStart == nullptr)
         return;
     if (IsHalfStored())
@@ -161,6 +163,7 @@ void KVOSrvSparseMatrix::PermuteInPlace(int const* perm)
 
 void KVOSrvSparseMatrix::PermuteRows(int const* perm)
 {
+    RequireAssembled("PermuteRows");
     if (IsHalfStored())
         KVOSrvMtxNoSymmetricTrue("PermuteRows").Throw(kSource, __LINE__);
     Array<int> const oldRow = Inverse(perm, m_rowCount);
@@ -189,6 +192,7 @@ void KVOSrvSparseMatrix::ReplaceRows(SparseRows& rows) noexcept
 
 unsigned* KVOSrvSparseMatrix::FindNontrivialRows(int& count) const
 {
+    RequireAssembled("FindNontrivialRows");
     auto list = AllocateList<unsigned>(std::min(m_rowCount, StoredEntries()));
     int found = 0;
     for (int row = 0; m_rowStart != nullptr && row < m_rowCount; ++row)
@@ -200,6 +204,7 @@ unsigned* KVOSrvSparseMatrix::FindNontrivialRows(int& count) const
 
 unsigned* KVOSrvSparseMatrix::FindNontrivialColumns(int& count) const
 {
+    RequireAssembled("FindNontrivialColumns");
     int const entries = StoredEntries();
     return (IsWide(m_columnCount, entries) ? SortedColumns(m_columnIndices.get(), entries, count)
                                            : MarkedColumns(m_columnIndices.get(), entries, m_columnCount, count))
@@ -208,6 +213,7 @@ unsigned* KVOSrvSparseMatrix::FindNontrivialColumns(int& count) const
 
 unsigned* KVOSrvSparseMatrix::EliminateTrivialColumns(int& count)
 {
+    RequireAssembled("EliminateTrivialColumns");
     if (IsHalfStored())
         KVOSrvMtxNoSymmetricTrue("EliminateTrivialColumns").Throw(kSource, __LINE__);
     int const entries = StoredEntries();
@@ -230,11 +236,13 @@ unsigned* KVOSrvSparseMatrix::EliminateTrivialColumns(int& count)
 
 void KVOSrvSparseMatrix::SetColumnsToZero(int const* columns, int n)
 {
+    RequireAssembled("SetColumnsToZero");
     // Deliberate: the small c of the name; it stands in reports that are searched for.
     if (IsHalfStored())
         KVOSrvMtxNoSymmetricTrue("SetcolumnsToZero").Throw(kSource, __LINE__);
-    Require(n >= 0 && std::all_of(columns, columns + n, [&](int column) { return column >= 0 && column < m_columnCount; }),
-            "SetColumnsToZero");
+    Require(n >= 0, "SetColumnsToZero", "the number of columns is negative");
+    Require(std::all_of(columns, columns + n, [&](int column) { return column >= 0 && column < m_columnCount; }), "SetColumnsToZero",
+            "a column lies outside the matrix");
     auto const marks = AllocateArray<char>(m_columnCount);
     std::fill_n(marks.get(), m_columnCount, 0);
     std::for_each_n(columns, n, [&](int column) { marks[column] = 1; });

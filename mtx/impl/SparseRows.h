@@ -1,5 +1,6 @@
 #pragma once
 
+#include "KVOSrvMatrixSupport.h"
 #include "KVOSrvMtxExceptions.h"
 #include "mem_Allocator.h"
 
@@ -12,12 +13,8 @@ namespace KVOSrvSparseSupport
 
 constexpr char const* kSource = "mtx/impl/KVOSrvSparseMatrix";
 
-/// @throws KVOSrvMtxIllegalInput `operation` unless `valid`
-inline void Require(bool valid, char const* operation, int line = __builtin_LINE())
-{
-    if (!valid)
-        KVOSrvMtxIllegalInput(operation).Throw(kSource, line);
-}
+/// Refuses illegal input. @throws KVOSrvMtxRefusedInput unless what is asked for is valid
+constexpr KVOSrvMatrixSupport::RefusalCheck Require(kSource, "KVOSrvSparseMatrix");
 
 template<class T>
 using Array = std::unique_ptr<T[], mem_Deleter>;

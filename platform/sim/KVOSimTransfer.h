@@ -21,7 +21,8 @@ struct Drawer;
 ///
 /// A dense drawer has one buffer, slot 0: the view's values packed, the last dimension varying fastest. A sparse one has the slots 0
 /// values, 1 column indices, 2 row starts (rows + 1 entries) and, symmetric, 3 the diagonal. Buffers stay the caller's; they are read or
-/// written by ExecWrite and ExecRead only. Without SetMakeNewDrawer the transfer works on drawer 0. Copies are independent and cheap.
+/// written by ExecWrite and ExecRead only. Without SetMakeNewDrawer and SetDrawer the transfer works on drawer 0. Copies are independent
+/// and cheap.
 ///
 /// Every member throws KVOSimException for misuse (a view without its dimensions, a buffer smaller than the view, ...) and for failures.
 class KVO_EXPORT KVOSimTransfer : public mem_AllocationOperators
@@ -34,6 +35,8 @@ public:
     void SetMakeNewDrawer();
     /// The drawer will be new, with one chunk size per dimension, 1 or more; larger than the dimension is allowed.
     void SetMakeNewDrawerChunked(KVOSimArray<int> const& chunkSizes);
+    /// The drawer that exists and is worked on, by its number from 0; whether there is one is seen when it is used.
+    void SetDrawer(int number) noexcept { m_drawer = number; }
     /// Allows ExecRead().
     void SetRead() noexcept { m_read = true; }
     /// Allows what changes the drawer.

@@ -44,6 +44,8 @@ TEST(KVOSrvMtxExceptions, NumberMessageAndHandlers)
     Check(KVOSrvMtxInvalidSetRange(), 204, "KVOSrvDenseMatrix::SetValues invalid range values.");
     Check(KVOSrvMtxIllegalInput("Factorize"), 206, "KVOSrvMatrix::Factorize - Illegal input.");
     Check(KVOSrvMtxRefusedInput("KVOSrvDenseMatrix", "Multiply", "X is %s"), 206, "KVOSrvDenseMatrix::Multiply - Illegal input: X is %s.");
+    Check(KVOSrvMtxNotAssembled("Multiply"), 206,
+          "KVOSrvSparseMatrix::Multiply - Illegal input: the added entries are not assembled, call EndAssembly first.");
     EXPECT_THROW(KVOSrvMtxRefusedInput("", "", "").Raise(), KVOSrvMtxIllegalInput);
     Check(KVOSrvMtxUnsupportedExpFmt(), 207, "KVOSrvSparseImExPorter: Unsupported export format.");
     Check(KVOSrvMtxFileWriteFailure("out.csv"), 208, "Error at writing to file: out.csv");

@@ -1,5 +1,6 @@
 #include "DatabaseSupport.h"
 #include "KVOSimException.h"
+#include "KVOSimTransfer.h"
 #include "SimFailure.h"
 #include "SparseOracle.h"
 
@@ -92,6 +93,54 @@ TEST(KVOSrvSparseMatrixDatabase, IsUnchangedByAnImportThatFails)
     ExpectUnchangedWithoutMemory(*matrix, [&] { matrix->Import(other); });
 }
 
+TEST(KVOSrvSparseMatrixDatabase, ReadsALaterExportByItsNumber)
+{
+    TestDatabase const database;
+    auto const first = RandomOracle({9, 8, 30}, 44).Matrix(), second = RandomOracle({9, 8, 20}, 45).Matrix();
+    KVOSimCSetID const rows = database.Members(9), columns = database.Members(8);
+    KVOSimDistributionID const id = Export(*first, rows, columns);
+    second->Export(rows, columns, id);
+    KVOSrvSparseMatrix matrix(id);
+    EXPECT_EQ(ContentOf(matrix), ContentOf(*first));
+    matrix.Import(id, 1);
+    for (int const missing : {-1, 2})
+        ExpectThrows<KVOSrvMtxRefusedInput>("KVOSrvSparseMatrix::Import - Illegal input: the distribution has no such drawer.",
+                                            [&] { matrix.Import(id, missing); });
+    EXPECT_EQ(ContentOf(matrix), ContentOf(*second));
+}
+
+// Written by another program. The rows of half storage keep their order, as those of a file do.
+TEST(KVOSrvSparseMatrixDatabase, RefusesRowsThatDoNotAscend)
+{
+    TestDatabase const database;
+    KVOSimCSetID const rows = database.Members(2), columns = database.Members(5);
+    KVOSimDistributionID const id = Export(*SparseOracle{2, 5, {{{0, 1}, 1.0}, {{0, 3}, 2.0}, {{1, 0}, 3.0}}}.Matrix(), rows, columns);
+    KVOSrvSparseMatrix matrix(id);
+    Content const before = ContentOf(matrix);
+    for (auto const& columnsOfRow0 : {std::pair(3, 1), std::pair(2, 2)}) {
+        int const rowStart[] = {0, 2, 3}, indices[] = {columnsOfRow0.first, columnsOfRow0.second, 0};
+        double const values[] = {4.0, 5.0, 6.0};
+        KVOSimTransfer transfer{KVOSimDistribution(id)};
+        KVOSimSerializationType sparse;
+        sparse.SetSparse();
+        transfer.SetSerialization(sparse);
+        transfer.SetWrite();
+        transfer.SetDim(0, matrix.RowCSetID());
+        transfer.SetDim(1, matrix.ColumnCSetID());
+        transfer.SetBuffer(0, values, sizeof values);
+        transfer.SetBuffer(1, indices, sizeof indices);
+        transfer.SetBuffer(2, rowStart, sizeof rowStart);
+        transfer.ExecWrite();
+        ExpectThrows<KVOSrvMtxRefusedInput>("KVOSrvSparseMatrix::Import - Illegal input: the column indices of a row do not ascend.",
+                                            [&] { matrix.Import(id); });
+        EXPECT_EQ(ContentOf(matrix), before);
+    }
+    Half half(3);
+    half.rows[0] = {{2, 7.0}, {1, 8.0}};
+    auto const kept = HalfStored(half);
+    EXPECT_EQ(ContentOf(KVOSrvSparseMatrix(Export(*kept, database))), ContentOf(*kept));
+}
+
 TEST(KVOSrvSparseMatrixDatabase, RefusesSetsThatDoNotNumberIt)
 {
     TestDatabase const database;
@@ -176,6 +225,8 @@ TEST(KVOSrvSparseMatrixDatabase, RefusesProductsThatDoNotFit)
 {
     TestDatabase const database;
     auto const a = RandomOracle({6, 4, 15}, 41).Matrix();
+    KVOSrvSparseMatrix pending(6, 4);
+    pending.AddData(0, 0, 1.0);
     KVOSrvDenseMatrix x(database.Matrix(6, 5, 4, 4)), y(database.Matrix(4, 5, 4, 4)), small(database.Matrix(3, 5, 4, 4)),
         store(database.Matrix(12, 5, 4, 4));
     KVOSrvMatrix values = RandomMatrix(4, 5);
@@ -186,9 +237,14 @@ TEST(KVOSrvSparseMatrixDatabase, RefusesProductsThatDoNotFit)
     EXPECT_THROW(a->MultiplyDense(x, *std::unique_ptr<KVOSrvDenseMatrix>(y.Submatrix(0, 3, 0, 3)), true), KVOSrvMtxInvalidSetRange);
     EXPECT_THROW(a->MultiplyDense(small, values.Values(), true), KVOSrvMtxInvalidGetRange);
     std::unique_ptr<KVOSrvDenseMatrix> const left(store.Submatrix(0, 5, 0, 3)), right(store.Submatrix(4, 9, 1, 4));
-    ExpectRefused("MultiplyDense", values, [&] { a->MultiplyDense(*left, *right, true); });
+    ExpectThrows<KVOSrvMtxRefusedInput>("KVOSrvSparseMatrix::MultiplyDense - Illegal input: Y overlaps X in other columns.",
+                                        [&] { a->MultiplyDense(*left, *right, true); });
     ExpectContent(y, Dense(values));
 
+    EXPECT_THROW(pending.MultiplyDense(x, y, true), KVOSrvMtxNotAssembled);
+    EXPECT_THROW(pending.MultiplyDense(x, values.Values(), true), KVOSrvMtxNotAssembled);
+    EXPECT_THROW(Export(pending, database), KVOSrvMtxNotAssembled);
+    ExpectContent(y, Dense(values));
     for (double* const target : {values.Values(), static_cast<double*>(nullptr)})
         EXPECT_THROW(a->MultiplyDense(x, target, false), KVOSrvMtxNoTranspose);
     before.ExpectUnchanged();

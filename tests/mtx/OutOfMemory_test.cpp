@@ -5,6 +5,7 @@
 #include "KVOSimDatabase.h"
 #include "KVOSimTransaction.h"
 #include "KVOSrvDenseMatrix.h"
+#include "KVOSrvSparseMatrix.h"
 #include "KVOSrvUtilities.h"
 #include "TemporaryFolder.h"
 
@@ -12,6 +13,18 @@
 
 namespace
 {
+
+// What fails there is the platform's allocator, with an exception of the library's own.
+TEST(OutOfMemory, AssemblyAsksNoOtherAllocator)
+{
+    KVOSrvSparseMatrix matrix(9, 9);
+    for (unsigned k = 0; k < 100; ++k)
+        matrix.AddData(k % 9, k % 7, 1.0);
+    EXPECT_EQ(FailEach(
+                  News(), [&] { matrix.EndAssembly(); }, [](bool) {}),
+              0);
+    EXPECT_EQ(matrix.NumberOfNonzeros(), 63);
+}
 
 TEST(OutOfMemory, LeavesNoFileThatIsNoDatabase)
 {
