@@ -1,27 +1,28 @@
 #!/usr/bin/env bash
 # usage: check_other_readers.sh WRITER
-# Writes a database, and reads it back with h5py and with h5dump.
+# Writes a database, and reads it back with the lines of docs/database-format.md, with h5py and with h5dump.
 set -euo pipefail
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
-file=$folder/test.sim
+file=$folder/model.sim
 "$1" "$file"
 
 python=
 for candidate in python3 /usr/bin/python3; do
-    if "$candidate" -c 'import h5py' 2>/dev/null; then
+    if "$candidate" -c 'import h5py, scipy.sparse' 2>/dev/null; then
         python=$candidate
         break
     fi
 done
 if [ -z "$python" ]; then
-    echo "no Python with h5py: install python3-h5py" >&2
+    echo "no Python with h5py and scipy: install python3-h5py and python3-scipy" >&2
     exit 1
 fi
-"$python" "$(dirname "$0")/read_sim_file.py" "$file"
+here=$(cd "$(dirname "$0")" && pwd)
+(cd "$folder" && "$python" "$here/read_sim_file.py" "$here/../../../docs/database-format.md")
 
 dumped=$(h5dump -d /context_0/distribution_1_drawer_0 -w 0 "$file")
 for line in '(0,0): 7.5, 7.5, 7.5, 7.5,' '(1,0): 7.5, 7.5, -2, 7.5,' '(2,0): 7.5, 7.5, 7.5, 7.5'; do
     grep -qF "$line" <<<"$dumped" || { printf 'h5dump does not show "%s":\n%s\n' "$line" "$dumped" >&2; exit 1; }
 done
-h5dump -d /context_0/distribution_3_drawer_0/column_indices "$file" | grep -qF '(0): 1, 2, 2' || { echo "h5dump: wrong column indices" >&2; exit 1; }
+h5dump -d /context_0/distribution_3_drawer_0/column_indices "$file" | grep -qF '(0): 0, 1, 1' || { echo "h5dump: wrong column indices" >&2; exit 1; }

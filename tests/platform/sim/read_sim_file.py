@@ -1,55 +1,40 @@
-"""Reads what write_sim_file wrote, with h5py alone, the way docs/database-format.md shows: read_sim_file.py PATH"""
+"""Reads what write_sim_file wrote, in the working folder as model.sim: first the lines of a page do, then h5py alone.
 
+read_sim_file.py PATH/database-format.md
+"""
+
+import re
 import sys
 
 import h5py
 import numpy as np
 
+page = open(sys.argv[1], encoding="utf-8").read()
+read = {}
+for lines in re.findall(r"^```python\n(.*?)^```", page, re.DOTALL | re.MULTILINE):
+    exec(lines, read)
 
-def drawer_sets(context, distribution, drawer=0):
-    """The member numbers of each dimension of a drawer, in order."""
-    rows = context["drawers"][...]
-    rows = rows[(rows["distribution"] == distribution) & (rows["drawer"] == drawer)]
-    grid = context["grids"][...]
-    grid = grid[grid["distribution"] == distribution]
-    collections = context["collections"][...]
-    result = []
-    for dimension in grid:
-        index = rows["set"][rows["dimension"] == dimension["dimension"]][-1]  # the last row counts
-        if index == 0:
-            count = collections["members"][collections["index"] == dimension["collection"]][0]
-            result.append(np.arange(count))
-        else:
-            sets = context["sets"][...]
-            row = sets[sets["index"] == index][0]
-            result.append(context["set_members"][row["first"] : row["first"] + row["count"]])
-    return result
+expected = np.zeros((5, 3))
+expected[:4] = np.arange(1.0, 13.0).reshape(3, 4).T
+assert read["matrix"].dtype == np.float64 and (read["matrix"] == expected).all()
 
+expected = np.zeros((4, 3))
+expected[0, 0], expected[0, 1], expected[2, 1] = 0.5, 0.25, -1.0
+assert read["A"].shape == (4, 3) and (read["A"].toarray() == expected).all()
 
-def sparse_to_dense(group, rows, columns):
-    values, indices, start = group["values"][...], group["column_indices"][...], group["row_start"][...]
-    dense = np.zeros((rows, columns))
-    for row in range(rows):
-        for k in range(start[row], start[row + 1]):
-            dense[row, indices[k]] = values[k]
-            if "diagonal" in group:
-                dense[indices[k], row] = values[k]
-    if "diagonal" in group:
-        dense += np.diag(group["diagonal"][...])
-    return dense
+expected = np.diag([10.0, 20.0, 30.0, 40.0])
+for i, j, value in (0, 1, 0.5), (0, 2, 0.25), (2, 3, -1.0):
+    expected[i, j] = expected[j, i] = value
+assert (read["K"].toarray() == expected).all()
 
-
-with h5py.File(sys.argv[1], "r") as file:
+with h5py.File("model.sim", "r") as file:
     assert file.attrs["format"] == b"KVOSim" and file.attrs["format_version"] == 1 and file.attrs["contexts"] == 1
     context = file["context_0"]
-    columns, rows = drawer_sets(context, 0)
-    assert columns.tolist() == [0, 1, 2] and rows.tolist() == [100, 300, 200, 400, 500]
-
-    # [columns][rows] in the file: transposed it is the matrix.
-    matrix = context["distribution_0_drawer_0"][...].T
-    expected = np.zeros((5, 3))
-    expected[:4] = np.arange(1.0, 13.0).reshape(3, 4).T
-    assert matrix.dtype == np.float64 and (matrix == expected).all()
+    members = read["members"]
+    assert members(context, 0, 0).tolist() == [0, 1, 2] and members(context, 0, 1).tolist() == [100, 300, 200, 400, 500]
+    assert members(context, 4, 1).tolist() == [0, 1, 2, 3]
+    grids = context["grids"][...]
+    assert grids["color"][grids["distribution"] == 4].tolist() == [0, 1]
 
     # Chunks that were never written: the initialization value, whichever way they are read, also over a buffer that is not clean.
     partial = context["distribution_1_drawer_0"]
@@ -63,18 +48,4 @@ with h5py.File(sys.argv[1], "r") as file:
 
     assert context["distribution_2_drawer_0"].chunks is None
     assert context["distribution_2_drawer_0"][...].tolist() == [1, 2, 3, 4]
-
-    expected = np.zeros((4, 3))
-    expected[0, 1], expected[0, 2], expected[2, 2] = 0.5, 0.25, -1.0
-    assert (sparse_to_dense(context["distribution_3_drawer_0"], 4, 3) == expected).all()
-    full = np.diag([10.0, 20.0, 30.0, 40.0])
-    full[0, 1] = full[1, 0] = 0.5
-    full[0, 2] = full[2, 0] = 0.25
-    full[2, 3] = full[3, 2] = -1.0
-    symmetric = context["distribution_4_drawer_0"]
-    dense = sparse_to_dense(symmetric, 4, 4)
-    assert (dense == full).all()
-    assert drawer_sets(context, 4)[1].tolist() == [0, 1, 2, 3]
-    grids = context["grids"][...]
-    assert grids["color"][grids["distribution"] == 4].tolist() == [0, 1]
 print("read_sim_file: all values are right")

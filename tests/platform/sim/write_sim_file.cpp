@@ -26,8 +26,9 @@ void Write(char const* path)
     double const value = -2.0;
     transfer.SetBuffer(0, &value, sizeof value);
     transfer.ExecWrite();
-    WriteAll(MakeMatrix(context, {rowSet}), Ramp(4));                                                 // 2: contiguous
-    Rows{{0.5, 0.25, -1.0}, {1, 2, 2}, {0, 2, 2, 3, 3}, {}}.Store(context, rowSet, Biggest(columns)); // 3
+    WriteAll(MakeMatrix(context, {rowSet}), Ramp(4)); // 2: contiguous
+    Rows{{0.5, 0.25, -1.0}, {0, 1, 1}, {0, 2, 2, 3, 3}, {}}.Store(context, rowSet,
+                                                                  Biggest(columns)); // 3: nothing in the last row and column
     Rows{{0.5, 0.25, -1.0}, {1, 2, 3}, {0, 2, 2, 3, 3}, {10, 20, 30, 40}}.Store(context, rowSet,
                                                                                 Biggest(KVOSimCollection(rows).CreateColorVariant(1))); // 4
 
