@@ -73,7 +73,8 @@ cow_String ScratchFiles::WorkingDirectory()
         atr_String const text = exception.AsString();
         std::string_view reason = text.View();
         reason.remove_suffix(reason.ends_with('.')); // the new text gets one of its own
-        KVOSimException("Cannot make a scratch file", "", std::string(reason).c_str()).Throw("mtx/impl/ScratchFiles", __LINE__);
+        KVOSimException("Cannot make a scratch file", "", std::string(reason).c_str(), KVOSimException::Kind::System)
+            .Throw("mtx/impl/ScratchFiles", __LINE__);
     }
 }
 

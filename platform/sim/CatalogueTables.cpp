@@ -138,10 +138,12 @@ Hid CatalogueTables::OpenTable(Table& table, char const* name, hid_t type, std::
     Hid const space(Checked(H5Dget_space(dataset), kReading, m_file->Path()));
     hsize_t rows = 0;
     if (H5Tequal(fileType, type) <= 0 || H5Sget_simple_extent_ndims(space) != 1 || H5Sget_simple_extent_dims(space, &rows, nullptr) != 1)
-        ThrowReason(kReading, m_file->Path(), std::string("the table ") + name + " is not of the documented form");
+        ThrowReason(KVOSimException::Kind::Damaged, kReading, m_file->Path(),
+                    std::string("the table ") + name + " is not of the documented form");
     // No row takes less than its bytes, so a number of rows beyond the file is damage, and not to be allocated.
     if (rows > static_cast<std::uint64_t>(FileBytes(*m_file)) / rowBytes)
-        ThrowReason(kReading, m_file->Path(), std::string("the table ") + name + " claims more rows than the file can hold");
+        ThrowReason(KVOSimException::Kind::Damaged, kReading, m_file->Path(),
+                    std::string("the table ") + name + " claims more rows than the file can hold");
     table.rows = table.written = static_cast<std::int64_t>(rows);
     return dataset;
 }

@@ -17,7 +17,7 @@ constexpr char const* kReading = "Cannot read the catalogue of the database";
 
 void Context::ThrowDamaged(char const* what, std::int64_t index) const
 {
-    ThrowReason(kReading, Path(),
+    ThrowReason(KVOSimException::Kind::Damaged, kReading, Path(),
                 std::string("the file is damaged: ") + what + " " + std::to_string(index) + " of context " + std::to_string(m_index));
 }
 

@@ -115,7 +115,8 @@ DenseDrawer& Distribution::Dense(Drawer& drawer)
     for (std::int64_t const chunk : shape.chunkSizes)
         fits = fits && chunk <= INT32_MAX;
     if (!fits)
-        ThrowReason(kOpening, Path(), std::string("the dataset ") + name.c_str() + " does not fit the catalogue: the file is damaged");
+        ThrowReason(KVOSimException::Kind::Damaged, kOpening, Path(),
+                    std::string("the dataset ") + name.c_str() + " does not fit the catalogue: the file is damaged");
     if (session.GetFile()->IsWritable())
         FitToSets(drawer, *dense);
     dense->SetCacheBytes(CacheSize());

@@ -94,7 +94,8 @@ void FileAccess::Read(std::uint64_t offset, void* target, std::size_t bytes)
     if (int const error = io::Read(m_descriptor, target, bytes, offset, read))
         ThrowErrno("Cannot read values of", m_path, error);
     if (read < bytes)
-        ThrowReason("Cannot read values of", m_path, "the file ends in the middle of them; it was cut short");
+        ThrowReason(KVOSimException::Kind::Damaged, "Cannot read values of", m_path,
+                    "the file ends in the middle of them; it was cut short");
 }
 
 void FileAccess::RequireReach(std::uint64_t offset, std::uint64_t bytes)

@@ -100,7 +100,8 @@ Hdf5Dataset::Hdf5Dataset(std::shared_ptr<File> const& file, hid_t group, char co
 
 void Hdf5Dataset::ThrowForeign(char const* why) const
 {
-    ThrowReason("Cannot open a dense drawer of", m_file->Path(), std::string("the dataset \"") + m_name + "\" " + why);
+    ThrowReason(KVOSimException::Kind::Damaged, "Cannot open a dense drawer of", m_file->Path(),
+                std::string("the dataset \"") + m_name + "\" " + why);
 }
 
 void Hdf5Dataset::ReadShape()

@@ -99,7 +99,8 @@ std::int64_t KVOSimDistribution::DataSizeItems(int number, int item) const
     std::int64_t count = 1;
     for (auto const& set : drawer.sets)
         if (__builtin_mul_overflow(count, set->size, &count))
-            simdb::ThrowReason(kSizing, distribution.Path(), "its sizes are too large: the file is damaged");
+            simdb::ThrowReason(KVOSimException::Kind::Damaged, kSizing, distribution.Path(),
+                               "its sizes are too large: the file is damaged");
     return count;
 }
 

@@ -21,7 +21,10 @@ atr_String Compose(char const* doing, char const* path, char const* why)
 
 } // namespace
 
-KVOSimException::KVOSimException(char const* doing, char const* path, char const* why) : m_text(Compose(doing, path, why)) {}
+KVOSimException::KVOSimException(char const* doing, char const* path, char const* why, Kind kind)
+    : m_text(Compose(doing, path, why)), m_path(std::string_view(OrEmpty(path))), m_kind(kind)
+{
+}
 
 KVOSimException::~KVOSimException() = default;
 
@@ -43,6 +46,8 @@ int KVOSimException::ErrorNumber() const
 void KVOSimException::Write(KVOSimDebugOutString& out) const
 {
     out << m_text.c_str();
+    out.m_path = m_path;
+    out.m_kind = m_kind;
 }
 
 KVOSimDebugOutString::~KVOSimDebugOutString() = default;

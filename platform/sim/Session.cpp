@@ -163,12 +163,13 @@ int Session::ReadHeader() const
     std::int32_t version = 0, contexts = 0;
     if (!ReadAttribute(m_file->Hdf5(), "format", type, format.data()) || format != kFormat ||
         !ReadAttribute(m_file->Hdf5(), "format_version", H5T_NATIVE_INT32, &version))
-        ThrowReason(kOpening, m_path, "it is an HDF5 file, but no simulation database");
+        ThrowReason(KVOSimException::Kind::Foreign, kOpening, m_path, "it is an HDF5 file, but no simulation database");
     if (version < 1 || version > kVersion)
-        ThrowReason(kOpening, m_path,
+        ThrowReason(KVOSimException::Kind::Foreign, kOpening, m_path,
                     "its format version is " + std::to_string(version) + ", this program reads version " + std::to_string(kVersion));
     if (!ReadAttribute(m_file->Hdf5(), "contexts", H5T_NATIVE_INT32, &contexts) || contexts < 0)
-        ThrowReason(kOpening, m_path, "the number of its contexts is missing or negative: the file is damaged");
+        ThrowReason(KVOSimException::Kind::Damaged, kOpening, m_path,
+                    "the number of its contexts is missing or negative: the file is damaged");
     return contexts;
 }
 

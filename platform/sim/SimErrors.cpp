@@ -1,8 +1,9 @@
 #include "SimFile.h"
 
-#include "KVOSimException.h"
+#include "SimFileDriver.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -36,13 +37,20 @@ char const* SourceName(std::string_view file)
     return name->text.c_str();
 }
 
+struct Reasons {
+    std::string text;
+    KVOSimException::Kind kind = KVOSimException::Kind::Hdf5;
+};
+
 // HDF5 reports from the inside out: the first record is the cause, those after it the callers. Each says less than the one before.
-herr_t AppendReason(unsigned depth, H5E_error2_t const* record, void* text)
+herr_t AppendReason(unsigned depth, H5E_error2_t const* record, void* target)
 {
-    auto& reasons = *static_cast<std::string*>(text);
+    auto& [reasons, kind] = *static_cast<Reasons*>(target);
     constexpr unsigned kDepths = 3;
     if (depth < kDepths && record->desc != nullptr && *record->desc != '\0')
         reasons.append(reasons.empty() ? "" : ", ").append(record->desc);
+    if (depth == 0 && record->file_name != nullptr && std::strcmp(record->file_name, kDriverErrors) == 0)
+        kind = KindOf(static_cast<int>(record->line));
     return 0;
 }
 
@@ -56,21 +64,52 @@ void ReleaseHid(hid_t id) noexcept
 
 void ThrowReason(char const* doing, std::string const& path, std::string const& why, int line, char const* file)
 {
-    KVOSimException(doing, path.c_str(), why.c_str()).Throw(SourceName(file), line);
+    ThrowReason(KVOSimException::Kind::Misuse, doing, path, why, line, file);
+}
+
+void ThrowReason(KVOSimException::Kind kind, char const* doing, std::string const& path, std::string const& why, int line, char const* file)
+{
+    KVOSimException(doing, path.c_str(), why.c_str(), kind).Throw(SourceName(file), line);
+}
+
+KVOSimException::Kind KindOf(int error) noexcept
+{
+    using enum KVOSimException::Kind;
+    switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+        return NotFound;
+    case EEXIST:
+        return Exists;
+    case EISDIR:
+        return Foreign;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+        return Denied;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+        return NoSpace;
+    case ENOMEM:
+        return NoMemory;
+    default:
+        return System;
+    }
 }
 
 void ThrowErrno(char const* doing, std::string const& path, int error, int line, char const* file)
 {
     char buffer[128];
-    ThrowReason(doing, path, strerror_r(error, buffer, sizeof buffer), line, file);
+    ThrowReason(KindOf(error), doing, path, strerror_r(error, buffer, sizeof buffer), line, file);
 }
 
 void ThrowHdf5(char const* doing, std::string const& path, int line, char const* file)
 {
-    std::string reasons;
+    Reasons reasons;
     H5Ewalk2(H5E_DEFAULT, H5E_WALK_UPWARD, AppendReason, &reasons);
     H5Eclear2(H5E_DEFAULT);
-    ThrowReason(doing, path, reasons.empty() ? "HDF5 gives no reason" : reasons, line, file);
+    ThrowReason(reasons.kind, doing, path, reasons.text.empty() ? "HDF5 gives no reason" : reasons.text, line, file);
 }
 
 } // namespace simdb

@@ -67,9 +67,9 @@ void MakeLocked(std::string const& path, mode_t mode, int& descriptor)
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
         if (descriptor < 0 && errno == EEXIST)
-            ThrowReason(kCreating, path, "a file of that name exists");
+            ThrowReason(KVOSimException::Kind::Exists, kCreating, path, "a file of that name exists");
         if (descriptor < 0 && errno == ENOENT)
-            ThrowReason(kCreating, path, "its folder does not exist");
+            ThrowReason(KVOSimException::Kind::NotFound, kCreating, path, "its folder does not exist");
         if (descriptor < 0)
             ThrowErrno(kCreating, path, errno);
         // Waits: whoever opened the file before the lock was on it finds it empty, and soon leaves it or removes it as left behind.
@@ -87,7 +87,7 @@ void MakeLocked(std::string const& path, mode_t mode, int& descriptor)
         close(descriptor);
         descriptor = -1;
     }
-    ThrowReason(kCreating, path, "it is removed again and again");
+    ThrowReason(KVOSimException::Kind::InUse, kCreating, path, "it is removed again and again");
 }
 
 void LockOpened(std::string const& path, int descriptor, bool readOnly)
@@ -97,7 +97,8 @@ void LockOpened(std::string const& path, int descriptor, bool readOnly)
     if (errno != EWOULDBLOCK)
         ThrowErrno("Cannot lock the database", path, errno);
     bool const isOnlyRead = !readOnly && Lock(descriptor, LOCK_SH | LOCK_NB) == 0;
-    ThrowReason(kOpening, path, isOnlyRead ? "it is open for reading elsewhere" : "it is open for writing elsewhere");
+    ThrowReason(KVOSimException::Kind::InUse, kOpening, path,
+                isOnlyRead ? "it is open for reading elsewhere" : "it is open for writing elsewhere");
 }
 
 void OpenLocked(std::string const& path, bool readOnly, int& descriptor)
@@ -109,7 +110,8 @@ void OpenLocked(std::string const& path, bool readOnly, int& descriptor)
         if (descriptor < 0 || fstat(descriptor, &status) != 0)
             ThrowErrno(kOpening, path, errno);
         if (!S_ISREG(status.st_mode))
-            ThrowReason(kOpening, path, S_ISDIR(status.st_mode) ? "it is a folder" : "it is no regular file");
+            ThrowReason(KVOSimException::Kind::Foreign, kOpening, path,
+                        S_ISDIR(status.st_mode) ? "it is a folder" : "it is no regular file");
         LockOpened(path, descriptor, readOnly);
         bool named = false;
         if (int const error = FindWhetherStillNamed(descriptor, path, named))
@@ -119,7 +121,7 @@ void OpenLocked(std::string const& path, bool readOnly, int& descriptor)
         close(descriptor);
         descriptor = -1;
     }
-    ThrowReason(kOpening, path, "it is replaced again and again");
+    ThrowReason(KVOSimException::Kind::InUse, kOpening, path, "it is replaced again and again");
 }
 
 std::string RealPath(std::string const& path)
@@ -142,13 +144,13 @@ void CheckBeginning(DriverFile const& driver, std::string const& path, bool read
     if (int const error = io::Read(driver.descriptor, begin, sizeof begin, 0, read))
         ThrowErrno(kOpening, path, error);
     if (read == 0)
-        ThrowReason(kOpening, path, "it is empty; if it is being created, that was not completed");
+        ThrowReason(KVOSimException::Kind::Damaged, kOpening, path, "it is empty; if it is being created, that was not completed");
     driver.held.Overlay(0, begin, sizeof begin);
 
     if (std::memcmp(begin, kSignature, sizeof kSignature) != 0) {
         // Of a file that was never committed, not even the mark need have reached the disk when the power went.
         bool const isBlank = std::all_of(begin, begin + FileMark::kOffset, [](std::byte byte) { return byte == std::byte{0}; });
-        ThrowReason(kOpening, path,
+        ThrowReason(isBlank ? KVOSimException::Kind::Damaged : KVOSimException::Kind::Foreign, kOpening, path,
                     isBlank ? "nothing was ever committed to it, it holds nothing and can be removed" : "it is no database");
     }
     constexpr std::byte kOurVersion{2};
@@ -160,13 +162,14 @@ void CheckBeginning(DriverFile const& driver, std::string const& path, bool read
         if (fstat(driver.descriptor, &status) != 0)
             ThrowErrno(kOpening, path, errno);
         if (auto const length = static_cast<std::uint64_t>(status.st_size); length < expected)
-            ThrowReason(kOpening, path,
+            ThrowReason(KVOSimException::Kind::Damaged, kOpening, path,
                         "it was cut short: " + std::to_string(length) + " of " + std::to_string(expected) + " bytes are left");
     }
     // From this version on, HDF5 marks a file while it is written, and refuses it after a kill.
     constexpr std::byte kFirstMarkingVersion{3};
     if (!readOnly && begin[sizeof kSignature] >= kFirstMarkingVersion)
-        ThrowReason(kOpening, path, "it is in a newer format of HDF5 that does not survive a kill; it can be read only");
+        ThrowReason(KVOSimException::Kind::Foreign, kOpening, path,
+                    "it is in a newer format of HDF5 that does not survive a kill; it can be read only");
 }
 
 Hid AccessList(std::string const& path, std::shared_ptr<DriverFile> const& driver, char const* doing)
@@ -196,7 +199,8 @@ void CheckSpaceStrategy(hid_t file, std::string const& path)
     if (H5Pget_file_space_strategy(creation, &strategy, &persists, &threshold) < 0)
         ThrowHdf5(kOpening, path);
     if (strategy != H5F_FSPACE_STRATEGY_NONE)
-        ThrowReason(kOpening, path, "its space is managed by HDF5, so it can be read only; h5repack -S NONE makes it writable");
+        ThrowReason(KVOSimException::Kind::Foreign, kOpening, path,
+                    "its space is managed by HDF5, so it can be read only; h5repack -S NONE makes it writable");
 }
 
 hid_t BeginFile(std::string const& path, std::shared_ptr<DriverFile> const& driver)

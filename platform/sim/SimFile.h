@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Hdf5Guard.h"
+#include "KVOSimException.h"
 
 #include <cstdint>
 #include <memory>
@@ -77,15 +78,19 @@ private:
     std::shared_ptr<void> m_attachment;
 };
 
-/// Throws KVOSimException("<doing>", path, "<HDF5's innermost reasons>"). Clears HDF5's error stack. Within a
-/// guard, that of the failed call.
+/// Throws KVOSimException("<doing>", path, "<HDF5's innermost reasons>"), of kind Hdf5 unless a system call of ours failed beneath. Clears
+/// HDF5's error stack. Within a guard, that of the failed call.
 [[noreturn]] void ThrowHdf5(char const* doing, std::string const& path, int line = __builtin_LINE(), char const* file = __builtin_FILE());
-/// The same for a failed system call: the reason is strerror(error).
+/// The same for a failed system call: the reason is strerror(error), the kind what the number says.
 [[noreturn]] void ThrowErrno(char const* doing, std::string const& path, int error, int line = __builtin_LINE(),
                              char const* file = __builtin_FILE());
-/// The same with a reason in words.
+/// The same with a reason in words. Without a kind it is misuse: what the program asked for cannot be.
 [[noreturn]] void ThrowReason(char const* doing, std::string const& path, std::string const& why, int line = __builtin_LINE(),
                               char const* file = __builtin_FILE());
+[[noreturn]] void ThrowReason(KVOSimException::Kind kind, char const* doing, std::string const& path, std::string const& why,
+                              int line = __builtin_LINE(), char const* file = __builtin_FILE());
+/// The kind of failure that an error number of the system stands for.
+KVOSimException::Kind KindOf(int error) noexcept;
 
 /// Releases an identifier; failures are ignored (the file was closed, and its objects with it).
 void ReleaseHid(hid_t id) noexcept;

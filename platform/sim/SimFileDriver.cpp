@@ -34,10 +34,10 @@ DriverFile const& FileOf(H5FD_t const* hdf5) noexcept
     return *reinterpret_cast<OpenFile const*>(hdf5)->file;
 }
 
-herr_t Report(hid_t minor, char const* what, int error, int line)
+herr_t Report(hid_t minor, char const* what, int error)
 {
     char buffer[128];
-    H5Epush2(H5E_DEFAULT, "SimFileDriver", "simdb", static_cast<unsigned>(line), H5E_ERR_CLS, H5E_VFL, minor, "%s: %s", what,
+    H5Epush2(H5E_DEFAULT, kDriverErrors, "simdb", static_cast<unsigned>(error), H5E_ERR_CLS, H5E_VFL, minor, "%s: %s", what,
              strerror_r(error, buffer, sizeof buffer));
     return -1;
 }
@@ -133,7 +133,7 @@ herr_t ReadCallback(H5FD_t* hdf5, H5FD_mem_t type, hid_t, haddr_t address, std::
     if (!held || !file.held.Covers(address, bytes)) {
         std::size_t read = 0;
         if (int const error = io::Read(file.descriptor, data, bytes, address, read))
-            return Report(H5E_READERROR, "cannot read the file", error, __LINE__);
+            return Report(H5E_READERROR, "cannot read the file", error);
         std::memset(static_cast<char*>(data) + read, 0, bytes - read);
     }
     if (held)
@@ -146,22 +146,22 @@ herr_t WriteCallback(H5FD_t* hdf5, H5FD_mem_t type, hid_t, haddr_t address, std:
     DriverFile& file = FileOf(hdf5);
     if (file.discarding)
         return 0;
-    auto const fail = [&](hid_t minor, char const* text, int error, int line) -> herr_t {
+    auto const fail = [&](hid_t minor, char const* text, int error) -> herr_t {
         if (!file.closing)
-            return Report(minor, text, error, line);
+            return Report(minor, text, error);
         file.closingError = error;
         return 0;
     };
     if (type == H5FD_MEM_DRAW) {
         file.valuesAt = address;
         int const error = io::Write(file.descriptor, data, bytes, address);
-        return error == 0 ? 0 : fail(H5E_WRITEERROR, "cannot write the file", error, __LINE__);
+        return error == 0 ? 0 : fail(H5E_WRITEERROR, "cannot write the file", error);
     }
     try {
         file.held.Put(address, data, bytes);
         return 0;
     } catch (std::bad_alloc const&) {
-        return fail(H5E_NOSPACE, "cannot hold a change of the catalogue", ENOMEM, __LINE__);
+        return fail(H5E_NOSPACE, "cannot hold a change of the catalogue", ENOMEM);
     }
 }
 

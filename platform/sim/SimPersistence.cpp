@@ -247,7 +247,7 @@ void Persistence::CompleteUnfinished()
     if (error == 0)
         error = m_journal.Drop();
     if (error != 0)
-        ThrowReason(kDoing, m_path, std::string(strerror(error)) + "; it is kept in " + m_journal.Path());
+        ThrowReason(KindOf(error), kDoing, m_path, std::string(strerror(error)) + "; it is kept in " + m_journal.Path());
     m_unfinished = false;
 }
 

@@ -54,11 +54,12 @@ bool AreRows(SparseShape const& shape, std::int32_t const* rowStart, std::int32_
     return held && (shape.nonzeros == 0 || largest < shape.columns); // a negative index is a large unsigned one
 }
 
-void RequireRows(SparseShape const& shape, void const* rowStart, void const* columns, char const* doing, std::string const& path)
+void RequireRows(KVOSimException::Kind kind, SparseShape const& shape, void const* rowStart, void const* columns, char const* doing,
+                 std::string const& path)
 {
     if (!AreRows(shape, static_cast<std::int32_t const*>(rowStart), static_cast<std::int32_t const*>(columns)))
         ThrowReason(
-            doing, path,
+            kind, doing, path,
             "its row starts must rise from 0 to the number of values, and its column indices lie from 0 to the number of columns - 1");
 }
 
@@ -78,7 +79,7 @@ std::shared_ptr<SparseDrawer> SparseDrawer::Create(std::shared_ptr<File> file, S
 {
     Hdf5Guard const guard;
     std::string const path = file->Path();
-    RequireRows(shape, values[2], values[1], kCreating, path);
+    RequireRows(KVOSimException::Kind::Misuse, shape, values[2], values[1], kCreating, path);
     std::shared_ptr<SparseDrawer> drawer(new SparseDrawer(std::move(file), shape));
     Hid const properties(Checked(H5Pcreate(H5P_DATASET_CREATE), kCreating, path));
     Checked(H5Pset_obj_track_times(properties, false), kCreating, path);
@@ -113,7 +114,7 @@ std::shared_ptr<SparseDrawer> SparseDrawer::Open(std::shared_ptr<File> file, hid
             drawer->m_shape.nonzeros = static_cast<std::int64_t>(count);
         fits = fits && drawer->m_shape.nonzeros >= 0 && count == static_cast<hsize_t>(Count(drawer->m_shape, slot));
         if (!fits)
-            ThrowReason(kOpening, path,
+            ThrowReason(KVOSimException::Kind::Damaged, kOpening, path,
                         std::string("the dataset ") + name + "/" + slotName + " does not fit the catalogue: the file is damaged");
         drawer->m_datasets[static_cast<std::size_t>(slot)] = std::move(dataset);
     }
@@ -134,13 +135,13 @@ void SparseDrawer::Read(Buffers const& values)
         if (Count(m_shape, slot) > 0 && H5Dread(m_datasets[static_cast<std::size_t>(slot)], SlotType(m_shape, slot), H5S_ALL, H5S_ALL,
                                                 H5P_DEFAULT, values[static_cast<std::size_t>(slot)]) < 0)
             ThrowHdf5(kReading, m_file->Path());
-    RequireRows(m_shape, values[2], values[1], kReading, m_file->Path());
+    RequireRows(KVOSimException::Kind::Damaged, m_shape, values[2], values[1], kReading, m_file->Path());
 }
 
 void SparseDrawer::Write(ConstBuffers const& values)
 {
     Hdf5Guard const guard;
-    RequireRows(m_shape, values[2], values[1], kWriting, m_file->Path());
+    RequireRows(KVOSimException::Kind::Misuse, m_shape, values[2], values[1], kWriting, m_file->Path());
     WriteSlots(values);
 }
 

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 
 using testing::AllOf;
 using testing::HasSubstr;
@@ -122,9 +123,16 @@ TEST(BadInput, FilesOfAnotherKindAreRecognised)
     ExpectFailure(tool, {"info", "k.sim:7"}, 3, "holds no matrix 7");
     ExpectFailure(tool, {"info", "missing.mtx"}, 3, "missing.mtx: cannot be read: No such file or directory");
     ExpectFailure(tool, {"info", ".", "--format", "mtx"}, 3, "is not a regular file");
-    ExpectFailure(tool, {"info", "missing.sim:0"}, 3, "missing.sim");
-    WriteFile(tool / "cut.sim", ReadFile(tool / "k.sim").substr(0, 3000));
-    ExpectFailure(tool, {"info", "cut.sim:0"}, 3, "cut short");
+    ExpectFailure(tool, {"info", "missing.sim:0"}, 3, "; check the name");
+    WriteFile(tool / "open elsewhere.sim", ReadFile(tool / "k.sim").substr(0, 3000)); // the advice follows the fault, not the name
+    ExpectFailure(tool, {"info", "open elsewhere.sim:0"}, 3, "cut short: 3000 of ");
+    ExpectFailure(tool, {"info", "open elsewhere.sim:0"}, 3, "; make it again");
+    int const other = open((tool / "k.sim").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(other, LOCK_EX), 0);
+    ExpectFailure(tool, {"info", "k.sim:0"}, 3, "; wait for the other program");
+    close(other);
+    std::filesystem::create_directory(tool / "k.sim.journal");
+    ExpectFailure(tool, {"info", "k.sim:0"}, 3, "k.sim.journal: ");
     ExpectFailure(tool, {"info", "matrix.unknown"}, 2, "the ending of the file does not tell its format");
 }
 

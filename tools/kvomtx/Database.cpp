@@ -8,7 +8,7 @@
 #include "KVOSrvSparseMatrix.h"
 #include "KVOSrvUtilities.h"
 
-#include <algorithm>
+#include <filesystem>
 #include <set>
 
 namespace
@@ -30,13 +30,15 @@ bool IsOfKind(KVOSimDistribution const& distribution, MatrixKind kind)
 
 InputDatabase::InputDatabase(std::string const& path) : m_path(path)
 {
-    InputPaths().insert(path);
+    constexpr char kJournal[] = ".journal"; // of the file behind symbolic links
+    std::error_code ignored;
+    InputPaths().insert({path, std::filesystem::weakly_canonical(path, ignored).string() + kJournal});
     m_database.OpenFile(DRXUnicodeString(path.c_str()), true);
 }
 
-bool ConcernsInput(std::string const& text)
+bool IsInput(KVOSimException const& failure)
 {
-    return std::ranges::any_of(InputPaths(), [&](std::string const& path) { return text.find(" " + path + ":") != std::string::npos; });
+    return InputPaths().contains(failure.Path());
 }
 
 KVOSimDistributionID InputDatabase::OnlyOne(KVOSimContextID const& context, MatrixKind kind) const

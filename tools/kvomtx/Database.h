@@ -5,6 +5,7 @@
 #include "KVOSimContext.h"
 #include "KVOSimDatabase.h"
 #include "KVOSimDistribution.h"
+#include "KVOSimException.h"
 #include "KVOSimTransaction.h"
 
 #include <memory>
@@ -16,7 +17,7 @@ struct MatrixName;
 /// Which matrices of a database are meant.
 enum class MatrixKind { kSparse, kDense, kAny };
 
-/// A database opened for reading. What goes wrong with it later, too, is a KVOSimException; see ConcernsInput().
+/// A database opened for reading. What goes wrong with it later, too, is a KVOSimException; see IsInput().
 class InputDatabase
 {
 public:
@@ -37,9 +38,9 @@ private:
     KVOSimDatabase m_database;
 };
 
-/// Whether the text of a database's failure is about one that was opened for reading: products read and write in one call of the library,
-/// and the text is all that tells which of them failed.
-bool ConcernsInput(std::string const& text);
+/// Whether a database's failure is about one that was opened for reading, or about its journal: products read and write in one call of the
+/// library, and only the path tells which of them failed.
+bool IsInput(KVOSimException const& failure);
 
 /// A database that is made as a whole, see OutputFile.
 class OutputDatabase

@@ -33,6 +33,8 @@ constexpr char kFooter[] =
     "\nExit codes: 0 done, 1 the data cannot give what was asked for, 2 wrong command line, 3 an input cannot be read,\n"
     "4 an output cannot be written, 130 interrupted. kvomtx COMMAND --help shows each command with an example.";
 
+constexpr char kMemoryAdvice[] = "; take a machine with more memory, a smaller matrix or, of modes, fewer";
+
 // What a file or its name has put into the text may neither break the line nor command the terminal.
 int Report(ExitCode code, std::string text)
 {
@@ -43,21 +45,35 @@ int Report(ExitCode code, std::string text)
     return static_cast<int>(code);
 }
 
+char const* AdviceOnInput(KVOSimException::Kind kind)
+{
+    using enum KVOSimException::Kind;
+    switch (kind) {
+    case NotFound:
+    case Foreign:
+        return "; check the name";
+    case Denied:
+        return "; check its permissions";
+    case InUse:
+        return "; wait for the other program";
+    case Damaged:
+    case Hdf5:
+        return "; make it again";
+    default:
+        return "";
+    }
+}
+
 int ReportDatabase(KVOSimException const& error)
 {
     std::string text = error.UserReport().c_str();
     if (text.ends_with('.'))
         text.pop_back();
-    if (!ConcernsInput(text)) // what is left are outputs and scratch files
-        return Report(ExitCode::kUnwritable, text + "; make room or write elsewhere");
-    constexpr std::pair<char const*, char const*> kAdvice[] = {
-        {"No such file", "check the name"},    {"it is no database", "check the name"},        {"it is a folder", "check the name"},
-        {"no regular file", "check the name"}, {"Permission denied", "check its permissions"}, {"elsewhere", "wait for the other program"},
-    };
-    for (auto const& [reason, advice] : kAdvice)
-        if (text.find(reason) != std::string::npos)
-            return Report(ExitCode::kUnreadable, text + "; " + advice);
-    return Report(ExitCode::kUnreadable, text + "; make it again");
+    if (error.FailureKind() == KVOSimException::Kind::NoMemory)
+        return Report(ExitCode::kCannot, text + kMemoryAdvice);
+    if (IsInput(error))
+        return Report(ExitCode::kUnreadable, text + AdviceOnInput(error.FailureKind()));
+    return Report(ExitCode::kUnwritable, text + "; make room or write elsewhere"); // what is left are outputs and scratch files
 }
 
 // Results that nobody gets are no results. A write that failed before leaves nothing to flush, only its mark.
@@ -99,8 +115,7 @@ int Run(Command const& command)
     } catch (KVOBasException const& error) {
         return Report(ExitCode::kCannot, error.UserReport().c_str());
     } catch (std::bad_alloc const&) {
-        return Report(ExitCode::kCannot,
-                      "the memory does not suffice for this; take a machine with more of it, a smaller matrix or, of modes, fewer");
+        return Report(ExitCode::kCannot, std::string("the memory does not suffice for this") + kMemoryAdvice);
     } catch (std::exception const& error) {
         return Report(ExitCode::kCannot, error.what());
     }

@@ -150,6 +150,41 @@ TEST_F(SimFile, RefusesWhatIsNoDatabase)
     EXPECT_EQ(CommitsIn(path), 2);
 }
 
+// What programs act on; the journal is a file of its own.
+TEST_F(SimFile, FailuresSayTheirFileAndKind)
+{
+    using enum KVOSimException::Kind;
+    std::string const text = folder / "text", cut = folder / "cut.sim", missing = folder / "missing/a.sim";
+    WriteFile(text, "no database");
+    NewDatabase(cut, 1).reset();
+    WriteFile(cut, ReadFile(cut).substr(0, 1000));
+    auto file = NewDatabase(path, 1);
+    auto const expect = [](KVOSimException::Kind kind, std::string const& of, auto const& run) {
+        try {
+            run();
+            ADD_FAILURE() << of;
+        } catch (KVOSimException const& failure) {
+            EXPECT_EQ(failure.Path(), of);
+            EXPECT_EQ(failure.FailureKind(), kind) << of;
+            KVOSimDebugOutString words;
+            failure.Write(words << "Words: ");
+            EXPECT_EQ(words.Path(), of);
+            EXPECT_EQ(words.FailureKind(), kind) << of;
+        }
+    };
+    for (auto const& [kind, of] : {std::pair{NotFound, missing}, {Foreign, text}, {Foreign, folder / ""}, {Damaged, cut}, {InUse, path}})
+        expect(kind, of, [&] { File::Open(of, false); });
+    for (auto const& [kind, of] : {std::pair{NotFound, missing}, {Exists, path}})
+        expect(kind, of, [&] { File::Create(of, File::Kind::Persistent); });
+    KVOSimFaults::FailAfter(0, ENOSPC, 1, false);
+    expect(NoSpace, path, [&] { workload::Commit(file, 2, 3); });
+    KVOSimFaults::Disarm();
+    file->Close();
+    expect(Misuse, path, [&] { file->Commit(); });
+    std::filesystem::create_symlink("a.sim.journal", path + ".journal");
+    expect(System, path + ".journal", [&] { File::Open(path, true); });
+}
+
 // Bytes are damaged in the superblock only: of a damaged object header HDF5 1.10 itself leaks memory.
 TEST_F(SimFile, RefusesEveryTruncatedLengthAndEveryDamagedByte)
 {
