@@ -5,12 +5,12 @@ target_compile_options(kvo_warnings INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor -Wmissing-declarations>
     $<$<COMPILE_LANGUAGE:Fortran>:-Wall -Wextra>)
 
-# Address and undefined-behaviour checks of the asan preset; a report ends the process.
-option(KVO_SANITIZE "Compile with the address and undefined-behaviour sanitizers" OFF)
+# The checks of the presets asan and tsan; a report ends the process, or lets it fail at its end.
+set(KVO_SANITIZE "" CACHE STRING "Sanitizers to compile with: none, \"address,undefined\" or \"thread\"")
 add_library(kvo_sanitizers INTERFACE)
 if(KVO_SANITIZE)
-    target_compile_options(kvo_sanitizers INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
-    target_link_options(kvo_sanitizers INTERFACE -fsanitize=address,undefined)
+    target_compile_options(kvo_sanitizers INTERFACE -fsanitize=${KVO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(kvo_sanitizers INTERFACE -fsanitize=${KVO_SANITIZE})
 endif()
 if(KVO_BUILD_FUZZERS)
     target_compile_options(kvo_sanitizers INTERFACE $<$<COMPILE_LANGUAGE:C,CXX>:-fsanitize=fuzzer-no-link>)

@@ -5,6 +5,7 @@
 #include "KVOSimDatabase.h"
 #include "KVOSimException.h"
 #include "KVOSrvUtilities.h"
+#include "ProcessMutex.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -98,8 +99,7 @@ void ScratchFiles::RemoveLeftoversOnce(cow_String const& directory)
 {
     // Never destroyed: scratch matrices of static duration may come while the process ends.
     static auto& s_cleaned = *new std::set<std::string, std::less<>>;
-    static auto& s_guard = *new std::mutex;
-    std::lock_guard const locked(s_guard);
+    std::scoped_lock const lock(ProcessMutex<struct CleanedFolders>::Get());
     if (s_cleaned.contains(directory.View()))
         return;
     RemoveLeftovers(directory);

@@ -2,8 +2,19 @@
 
 #include "mem_Allocator.h"
 
+#include <atomic>
 #include <cstring>
 #include <memory>
+
+namespace
+{
+
+std::atomic_ref<std::int32_t> Atomic(std::int32_t& count) noexcept
+{
+    return std::atomic_ref<std::int32_t>(count);
+}
+
+} // namespace
 
 atr_StringBase::atr_StringBase(std::string_view text)
 {
@@ -19,13 +30,13 @@ atr_StringBase::atr_StringBase(std::string_view text)
 atr_StringBase::atr_StringBase(atr_StringBase const& other) noexcept : m_text(other.m_text), m_count(other.m_count)
 {
     if (m_count != nullptr)
-        ++*m_count;
+        Atomic(*m_count).fetch_add(1, std::memory_order_relaxed);
 }
 
 atr_StringBase& atr_StringBase::operator=(atr_StringBase const& other) noexcept
 {
     if (other.m_count != nullptr) // first, so that a string may be assigned to itself
-        ++*other.m_count;
+        Atomic(*other.m_count).fetch_add(1, std::memory_order_relaxed);
     Release();
     m_text = other.m_text;
     m_count = other.m_count;
@@ -39,7 +50,7 @@ atr_StringBase::~atr_StringBase()
 
 void atr_StringBase::Release() noexcept
 {
-    if (m_count != nullptr && --*m_count == 0)
+    if (m_count != nullptr && Atomic(*m_count).fetch_sub(1, std::memory_order_acq_rel) == 1)
         Delete(m_text, m_count);
 }
 

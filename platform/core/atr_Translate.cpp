@@ -1,16 +1,17 @@
 #include "atr_Translate.h"
 
 #include <algorithm>
-#include <utility>
+#include <atomic>
 
 namespace
 {
 
-atr_Lookup s_lookup = nullptr;
+constinit std::atomic<atr_Lookup> s_lookup{nullptr};
 
 char const* Translated(char const* format)
 {
-    char const* const translated = s_lookup != nullptr ? s_lookup(format) : nullptr;
+    atr_Lookup const lookup = s_lookup.load(std::memory_order_acquire);
+    char const* const translated = lookup != nullptr ? lookup(format) : nullptr;
     return translated != nullptr ? translated : format;
 }
 
@@ -18,7 +19,7 @@ char const* Translated(char const* format)
 
 atr_Lookup atr_SetLookup(atr_Lookup lookup) noexcept
 {
-    return std::exchange(s_lookup, lookup);
+    return s_lookup.exchange(lookup, std::memory_order_acq_rel);
 }
 
 atr_translate::atr_translate(char const* format) : m_format(format != nullptr ? Translated(format) : "") {}

@@ -43,7 +43,8 @@ KVO_EXPORT void atr_SubstituteFormat(atr_translate& translate, int place, char c
 /// Puts `number` in decimal into place number `place`.
 KVO_EXPORT void atr_SubstituteFormat(atr_translate& translate, int place, int number);
 
-/// Gives the translation of an English format, or null to keep the English one. The result must live until the next call.
+/// Gives the translation of an English format, or null to keep the English one. The result must live until the next call of
+/// the same thread; several threads may call at once, each for messages of its own.
 using atr_Lookup = char const* (*)(char const* format);
 
 /// Puts a translation in force for the whole process (gettext, for one, fits); null, the state at load time, keeps every text English.

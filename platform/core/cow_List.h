@@ -2,6 +2,7 @@
 
 #include "mem_Allocator.h"
 
+#include <atomic>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -14,7 +15,8 @@
 /// A growable list with copy-on-write: copying shares the content, the first change of a shared list clones it.
 ///
 /// The content lies in blocks of 16, 32, 64, ... elements, so that appending never moves what is there: no more than the elements'
-/// own memory is touched, however long the list gets. T is trivially copyable. The count of sharers is not atomic.
+/// own memory is touched, however long the list gets. T is trivially copyable. Lists of several threads may share their content;
+/// one list is used by one thread.
 template<class T>
 class cow_List
 {
@@ -27,7 +29,7 @@ public:
     cow_List(cow_List const& other) noexcept : m_content(other.m_content)
     {
         if (m_content != nullptr)
-            ++m_content->sharers;
+            m_content->sharers.fetch_add(1, std::memory_order_relaxed);
     }
     /// Takes the content of `other`, which is empty then.
     cow_List(cow_List&& other) noexcept : m_content(std::exchange(other.m_content, nullptr)) {}
@@ -52,7 +54,7 @@ public:
     /// Appends `value`, amortised O(1). @throws mem_OutOfMemory, the list is as it was
     void Append(T const& value)
     {
-        if (m_content == nullptr || m_content->sharers != 1 || m_content->next == m_content->limit)
+        if (m_content == nullptr || m_content->IsShared() || m_content->next == m_content->limit)
             PrepareAppend();
         *m_content->next++ = value;
     }
@@ -66,7 +68,7 @@ public:
             Release();
             return;
         }
-        if (m_content->sharers != 1)
+        if (m_content->IsShared())
             Clone();
         int const last = BlockOf(size - 1);
         while (m_content->blockCount > last + 1)
@@ -91,7 +93,7 @@ public:
     {
         for (int block = 0; block < BlockCount(); ++block) {
             take(Block(block));
-            if (m_content->sharers == 1)
+            if (!m_content->IsShared())
                 mem_Free(std::exchange(m_content->blocks[block], nullptr));
         }
         Release();
@@ -111,7 +113,10 @@ private:
     struct Content {
         std::int64_t Size() const noexcept { return blockCount == 0 ? 0 : FirstOf(blockCount - 1) + (next - blocks[blockCount - 1]); }
 
-        std::int32_t sharers = 1;
+        // Once it is false no other list can come to share the content, and those that did are done with it.
+        bool IsShared() const noexcept { return sharers.load(std::memory_order_acquire) != 1; }
+
+        std::atomic<std::int32_t> sharers{1};
         std::int32_t blockCount = 0;
         T* next = nullptr; // first free place of the last block
         T* limit = nullptr;
@@ -138,7 +143,7 @@ private:
     {
         if (m_content == nullptr)
             m_content = new (mem_OperatorNewThrow(sizeof(Content))) Content;
-        else if (m_content->sharers != 1)
+        else if (m_content->IsShared())
             Clone();
         if (m_content->next == m_content->limit)
             AddBlock(*m_content);
@@ -164,7 +169,7 @@ private:
 
     void Release() noexcept
     {
-        if (m_content != nullptr && --m_content->sharers == 0)
+        if (m_content != nullptr && m_content->sharers.fetch_sub(1, std::memory_order_acq_rel) == 1)
             Destroy(m_content);
         m_content = nullptr;
     }

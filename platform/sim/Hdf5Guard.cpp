@@ -89,10 +89,8 @@ Hdf5Guard::Hdf5Guard(std::size_t bytes)
 Hdf5Guard::Hdf5Guard(std::nothrow_t) noexcept
 {
     Enter();
-    if (s_depth == 1) {
-        std::free(s_spare);
-        s_spare = nullptr;
-    }
+    std::free(s_spare);
+    s_spare = nullptr;
     Silence();
 }
 
