@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,7 @@ struct MemberSet {
     std::int64_t size = 0;
     std::int64_t firstInFile = 0;                    ///< of a stored set: where its numbers start in set_members
     std::shared_ptr<std::vector<int> const> numbers; ///< null: not read yet, or kBiggestSet
+    std::optional<std::uint32_t> checksum;           ///< of the numbers in the file
     Fate fate;
 
     bool IsTemporary() const noexcept { return temporaryIndex != kNoIndex; }
@@ -76,6 +78,19 @@ struct DrawerRow {
     std::int32_t distribution, drawer, kind, dimension, set;
 };
 
+/// A checksum of something that another table or the file holds; of several rows for the same thing the last one counts.
+struct ChecksumRow {
+    /// Of `distribution`, for what is not a distribution's drawer.
+    static constexpr std::int32_t kTables = -1; ///< `sum`: of all rows of the tables but set_members and this one; `pieces`: their number
+    static constexpr std::int32_t kSet = -2;    ///< `drawer`: a set; `sum`: CRC-32C of its numbers; `pieces`: how many they are
+
+    std::int32_t distribution, drawer;
+    std::int64_t pieces;
+    std::uint64_t sum;
+    std::uint32_t file;  ///< identity of the file that the places are in; 0 where there are none
+    std::uint32_t check; ///< CRC-32C of this table up to here
+};
+
 /// The rows of all tables but set_members.
 struct CatalogueRows {
     std::vector<CollectionRow> collections;
@@ -83,6 +98,7 @@ struct CatalogueRows {
     std::vector<DistributionRow> distributions;
     std::vector<GridRow> grids;
     std::vector<DrawerRow> drawers;
+    std::vector<ChecksumRow> checksums;
 };
 
 } // namespace simdb

@@ -1,5 +1,8 @@
 #include "CatalogueTables.h"
 
+#include "ChunkIndex.h"
+#include "Crc32c.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <initializer_list>
@@ -98,6 +101,26 @@ struct Description<DrawerRow> {
                                            {"set", offsetof(DrawerRow, set), H5T_STD_I32LE}});
     }
 };
+
+template<>
+struct Description<ChecksumRow> {
+    static constexpr char const* kName = "checksums";
+    static Hid Type()
+    {
+        return RowType(sizeof(ChecksumRow), {{"distribution", offsetof(ChecksumRow, distribution), H5T_STD_I32LE},
+                                             {"drawer", offsetof(ChecksumRow, drawer), H5T_STD_I32LE},
+                                             {"pieces", offsetof(ChecksumRow, pieces), H5T_STD_I64LE},
+                                             {"sum", offsetof(ChecksumRow, sum), H5T_STD_U64LE},
+                                             {"file", offsetof(ChecksumRow, file), H5T_STD_U32LE},
+                                             {"check", offsetof(ChecksumRow, check), H5T_STD_U32LE}});
+    }
+};
+
+// All of a row but its own check, behind the rows before it.
+std::uint32_t CheckOf(ChecksumRow const& row, std::uint32_t before) noexcept
+{
+    return Crc32c(&row, offsetof(ChecksumRow, check), before);
+}
 
 template<class Row>
 Hid CheckedType(File const& file, char const* doing)
@@ -202,12 +225,14 @@ void CatalogueTables::LoadTable(Table& table, std::vector<Row>& rows)
     table.dataset = OpenTable(table, Description<Row>::kName, type, sizeof(Row));
     rows.resize(static_cast<std::size_t>(table.rows));
     Read(table, type, 0, table.rows, rows.data());
+    table.crc = table.writtenCrc = Crc32c(rows.data(), rows.size() * sizeof(Row));
 }
 
 template<class Row>
 void CatalogueTables::AppendTable(Table& table, std::vector<Row> const& rows)
 {
     std::int64_t const count = static_cast<std::int64_t>(rows.size());
+    table.writtenCrc = Crc32c(rows.data(), rows.size() * sizeof(Row), table.crc);
     if (count == 0 && table.written == table.rows)
         return;
     Hid const type = CheckedType<Row>(*m_file, kWriting);
@@ -225,7 +250,38 @@ CatalogueRows CatalogueTables::Load()
     LoadTable(m_grids, rows.grids);
     LoadTable(m_drawers, rows.drawers);
     m_numbers.dataset = OpenTable(m_numbers, kNumbersName, H5T_STD_I32LE, sizeof(std::int32_t));
+    if (m_hasChecksums) {
+        LoadTable(m_checksums, rows.checksums);
+        CheckLoaded(rows.checksums);
+    }
     return rows;
+}
+
+ChecksumRow CatalogueTables::SumOfTables() const noexcept
+{
+    ChecksumRow sum{ChecksumRow::kTables, 0, 0, 0, 0, 0};
+    for (Table const* const table : {&m_collections, &m_sets, &m_distributions, &m_grids, &m_drawers}) {
+        sum.pieces += table->written;
+        sum.sum = Hashed(Hashed(sum.sum, static_cast<std::uint64_t>(table->written)), table->writtenCrc);
+    }
+    return sum;
+}
+
+void CatalogueTables::CheckLoaded(std::vector<ChecksumRow> const& checksums)
+{
+    ChecksumRow last{};
+    std::uint32_t check = 0;
+    for (ChecksumRow const& row : checksums) {
+        if (row.check != (check = CheckOf(row, check)))
+            ThrowReason(KVOSimException::Kind::Damaged, kReading, m_file->Path(),
+                        "the file is damaged: the table of its checksums does not fit its own");
+        if (row.distribution == ChecksumRow::kTables)
+            last = row;
+    }
+    m_checksums.crc = m_checksums.writtenCrc = check;
+    ChecksumRow const now = SumOfTables();
+    if (now.pieces != last.pieces || (now.pieces > 0 && now.sum != last.sum))
+        ThrowReason(KVOSimException::Kind::Damaged, kReading, m_file->Path(), "the file is damaged: its tables do not fit their checksum");
 }
 
 std::vector<int> CatalogueTables::LoadNumbers(std::int64_t first, std::int64_t count)
@@ -236,7 +292,7 @@ std::vector<int> CatalogueTables::LoadNumbers(std::int64_t first, std::int64_t c
     return numbers;
 }
 
-void CatalogueTables::Append(CatalogueRows const& rows, std::span<std::shared_ptr<std::vector<int> const> const> numbers)
+void CatalogueTables::AppendNumbers(std::span<std::shared_ptr<std::vector<int> const> const> numbers)
 {
     Hdf5Guard const guard;
     std::int64_t end = m_numbers.rows;
@@ -262,18 +318,38 @@ void CatalogueTables::Append(CatalogueRows const& rows, std::span<std::shared_pt
         }
     }
     flush();
+}
 
+void CatalogueTables::Append(CatalogueRows const& rows, std::span<std::shared_ptr<std::vector<int> const> const> numbers)
+{
+    AppendNumbers(numbers);
     AppendTable(m_collections, rows.collections);
     AppendTable(m_sets, rows.sets);
     AppendTable(m_distributions, rows.distributions);
     AppendTable(m_grids, rows.grids);
     AppendTable(m_drawers, rows.drawers);
+    if (m_hasChecksums)
+        AppendChecksums(rows.checksums);
+}
+
+void CatalogueTables::AppendChecksums(std::vector<ChecksumRow> rows)
+{
+    auto const tables = {&m_collections, &m_sets, &m_distributions, &m_grids, &m_drawers};
+    if (std::ranges::any_of(tables, [](Table const* table) { return table->written != table->rows; }))
+        rows.push_back(SumOfTables());
+    std::uint32_t check = m_checksums.crc;
+    for (ChecksumRow& row : rows)
+        row.check = check = CheckOf(row, check);
+    AppendTable(m_checksums, rows);
+    m_checksums.writtenCrc = check;
 }
 
 void CatalogueTables::Accept() noexcept
 {
-    for (Table* const table : {&m_collections, &m_sets, &m_numbers, &m_distributions, &m_grids, &m_drawers})
+    for (Table* const table : {&m_collections, &m_sets, &m_numbers, &m_distributions, &m_grids, &m_drawers, &m_checksums}) {
         table->rows = table->written;
+        table->crc = table->writtenCrc;
+    }
 }
 
 } // namespace simdb

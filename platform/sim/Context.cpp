@@ -1,5 +1,6 @@
 #include "Context.h"
 
+#include "Crc32c.h"
 #include "Distribution.h"
 #include "Session.h"
 
@@ -57,6 +58,7 @@ void Context::Detach() noexcept
         distribution->Detach();
     m_staged = {};
     m_pendingDistributions.clear();
+    m_watched.clear();
     m_distributions.clear();
     m_tables.reset();
     m_group.Reset();
@@ -179,6 +181,8 @@ std::shared_ptr<std::vector<int> const> Context::NumbersOf(MemberSet& set)
         return all; // not kept: it is made in no time
     }
     auto numbers = std::make_shared<std::vector<int> const>(m_tables->LoadNumbers(set.firstInFile, set.size));
+    if (set.checksum && Crc32c(numbers->data(), numbers->size() * sizeof(int)) != *set.checksum)
+        ThrowDamaged("numbers that do not fit their checksum in set", set.index);
     if (std::any_of(numbers->begin(), numbers->end(), [](int number) { return number < 0; }))
         ThrowDamaged("a negative member number in set", set.index);
     return set.numbers = std::move(numbers);
@@ -257,6 +261,14 @@ void Context::Touch(Distribution& distribution)
     if (!distribution.isPending)
         m_pendingDistributions.push_back(distribution.shared_from_this());
     distribution.isPending = true;
+}
+
+void Context::Watch(Distribution& distribution)
+{
+    if (distribution.isWatched || !m_session->HasChecksums() || !m_session->GetFile()->IsWritable() || m_session->FileIdentity() == 0)
+        return;
+    m_watched.push_back(distribution.shared_from_this());
+    distribution.isWatched = true;
 }
 
 } // namespace simdb

@@ -2,6 +2,7 @@
 
 #include "Catalogue.h"
 #include "CatalogueTables.h"
+#include "ChunkIndex.h"
 #include "KVOSimGrid.h"
 #include "KVOSimIdentifiers.h"
 
@@ -11,6 +12,7 @@
 #include <span>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace simdb
@@ -70,6 +72,9 @@ public:
     /// full, and copies it to write it.
     std::size_t BytesForNames() const noexcept;
 
+    /// The distribution has a drawer open for writing: its chunks may get places that the next commit must know of.
+    void Watch(Distribution& distribution);
+
     /// A commit: Stage() collects what waits for `owner` or for none, with all it uses; Write() gives it to HDF5; Accept() makes it stored,
     /// Withdraw() leaves everything as it was before Stage().
     void Stage(Owner owner);
@@ -95,6 +100,7 @@ private:
         std::vector<MemberSet*> sets;
         std::vector<Distribution*> distributions;
         std::vector<StagedDrawer> drawers;
+        std::vector<std::pair<Drawer*, PlacesSum>> places;
         std::int64_t numberCount = 0;
     };
 
@@ -103,6 +109,7 @@ private:
     void LoadSets(CatalogueRows const& rows);
     void LoadDistributions(CatalogueRows const& rows);
     void LoadDrawers(CatalogueRows const& rows);
+    void LoadChecksums(CatalogueRows const& rows);
     [[noreturn]] void ThrowDamaged(char const* what, std::int64_t index) const;
     void OpenGroup(bool create);
 
@@ -111,6 +118,7 @@ private:
     void StageSet(MemberSet& set);
     void StageDistribution(Distribution& distribution);
     void StageDrawers(Distribution& distribution, Owner owner);
+    void AddPlaces();
     void PassToUsers(Owner owner);
     void DropOwnedBy(Owner owner);
 
@@ -131,6 +139,7 @@ private:
     std::vector<int> m_pendingCollections;
     std::vector<std::shared_ptr<MemberSet>> m_pendingSets;
     std::vector<std::shared_ptr<Distribution>> m_pendingDistributions; ///< also stored ones with new drawers or changes
+    std::vector<std::shared_ptr<Distribution>> m_watched;
     Staged m_staged;
 };
 

@@ -1,5 +1,6 @@
 #include "Context.h"
 
+#include "Crc32c.h"
 #include "Distribution.h"
 #include "Session.h"
 
@@ -43,6 +44,9 @@ void Context::StageSet(MemberSet& set)
     m_staged.numbers.push_back(set.numbers);
     m_staged.rows.sets.push_back({set.index, set.collection, m_staged.numberCount, set.size});
     m_staged.numberCount += set.size;
+    if (m_session->HasChecksums())
+        m_staged.rows.checksums.push_back(
+            {ChecksumRow::kSet, set.index, set.size, Crc32c(set.numbers->data(), set.numbers->size() * sizeof(int)), 0, 0});
     set.fate.staged = true;
 }
 
@@ -88,9 +92,32 @@ void Context::StageDrawers(Distribution& distribution, Owner owner)
     }
 }
 
+// The checksums of new drawers, and of those whose chunks have got other places.
+void Context::AddPlaces()
+{
+    auto const add = [&](Distribution& distribution, Drawer& drawer) {
+        std::optional<PlacesSum> const places = distribution.PlacesOf(drawer);
+        if (!places || places == drawer.recorded)
+            return;
+        m_staged.places.emplace_back(&drawer, *places);
+        m_staged.rows.checksums.push_back(
+            {distribution.ID().Index(), drawer.number, places->pieces, places->sum, m_session->FileIdentity(), 0});
+    };
+    for (StagedDrawer const& staged : m_staged.drawers)
+        if (!staged.drawer->fate.stored && staged.distribution->isWatched)
+            add(*staged.distribution, *staged.drawer);
+    for (auto const& distribution : m_watched) {
+        for (auto const& drawer : distribution->Drawers())
+            if (drawer != nullptr && drawer->recorded)
+                add(*distribution, *drawer);
+        distribution->CloseUnlessBorrowed(); // it may have been opened to be asked
+    }
+}
+
 void Context::Write()
 {
     OpenGroup(true);
+    AddPlaces();
     m_tables->Append(m_staged.rows, m_staged.numbers); // also without rows: it cuts off what a commit that failed has left
     for (StagedDrawer& staged : m_staged.drawers)
         if (!staged.drawer->linked && !staged.distribution->IsTemporary()) {
@@ -115,8 +142,12 @@ void Context::Accept() noexcept
         auto& changes = staged.drawer->changes;
         changes.erase(changes.begin(), changes.begin() + static_cast<std::ptrdiff_t>(staged.keptChanges));
         staged.drawer->fate = {kNoOwner, true, false};
-        staged.distribution->CloseUnlessBorrowed(); // it was open only to exist
     }
+    for (auto const& [drawer, places] : m_staged.places)
+        drawer->recorded = places;
+    for (StagedDrawer const& staged : m_staged.drawers)
+        staged.distribution->CloseUnlessBorrowed(); // it was open only to exist
+    std::erase_if(m_watched, [](auto const& distribution) { return !(distribution->isWatched = distribution->HasOpenDrawers()); });
     m_staged = {};
     std::erase_if(m_pendingCollections, [&](int index) { return m_collections.at(index).fate.stored; });
     std::erase_if(m_pendingSets, [](auto const& set) { return set->fate.stored; });
@@ -144,6 +175,7 @@ void Context::RollBack(Owner owner)
         distribution->RollBack(owner);
     PassToUsers(owner);
     DropOwnedBy(owner);
+    std::erase_if(m_watched, [](auto const& distribution) { return distribution->Drawers().empty(); });
 }
 
 // What `owner` made and something else in waiting stands on goes to that one.

@@ -31,7 +31,7 @@ void Context::OpenGroup(bool create)
     m_group = Hid(
         Checked(create ? H5Gcreate2(file, name.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT) : H5Gopen2(file, name.c_str(), H5P_DEFAULT),
                 kReading, Path()));
-    m_tables.emplace(m_session->GetFile(), m_group);
+    m_tables.emplace(m_session->GetFile(), m_group, m_session->HasChecksums());
 }
 
 void Context::Load()
@@ -42,6 +42,7 @@ void Context::Load()
     LoadSets(rows);
     LoadDistributions(rows);
     LoadDrawers(rows);
+    LoadChecksums(rows);
 }
 
 void Context::LoadCollections(CatalogueRows const& rows)
@@ -129,6 +130,28 @@ void Context::LoadDrawers(CatalogueRows const& rows)
         }
         drawer.sets = std::move(sets);
         row += rank;
+    }
+}
+
+void Context::LoadChecksums(CatalogueRows const& rows)
+{
+    for (ChecksumRow const& row : rows.checksums) {
+        if (row.distribution == ChecksumRow::kTables)
+            continue;
+        if (row.distribution == ChecksumRow::kSet) {
+            auto const set = m_sets.find(row.drawer);
+            if (set == m_sets.end() || row.pieces != set->second->size)
+                ThrowDamaged("a wrong checksum of set", row.drawer);
+            set->second->checksum = static_cast<std::uint32_t>(row.sum);
+            continue;
+        }
+        auto const distribution = m_distributions.find(row.distribution);
+        if (distribution == m_distributions.end())
+            ThrowDamaged("a checksum without a distribution", row.distribution);
+        Drawer& drawer = distribution->second->DrawerAt(row.drawer, kReading);
+        drawer.recorded.reset();
+        if (row.file == m_session->FileIdentity())
+            drawer.recorded = PlacesSum{row.pieces, row.sum};
     }
 }
 

@@ -66,13 +66,17 @@ DataPath::DataPath(File& file, Hdf5Dataset& dataset, bool isNew)
       m_chunkBytes(static_cast<std::uint64_t>(m_grid.ValuesPerChunk()) * m_valueBytes), m_chunked(!dataset.Shape().chunkSizes.empty()),
       m_table(isNew)
 {
-    if (m_chunked)
+    if (m_chunked) {
+        if (isNew)
+            m_places.emplace();
         return;
+    }
     // The whole drawer is one chunk. Its space may be a hole of the file, so it is not written through the mapping.
     ChunkPlace place{ChunkPlace::State::Unwritten, ChunkPlace::Solid::No, 0};
     if (auto const address = m_dataset.ContiguousAddress()) {
         place.state = ChunkPlace::State::Written;
         place.address = *address;
+        m_places.emplace().Add({}, place.address, m_chunkBytes);
         if (isNew && m_dataset.Shape().initialValue == std::array<std::byte, 8>{})
             FileAccess::Of(m_file).Clear(place.address, m_chunkBytes);
     }
@@ -240,7 +244,10 @@ void DataPath::CreateChunk(ChunkPiece const& piece, std::byte const* values)
     try {
         std::uint64_t const address = m_dataset.WriteChunk(origin, values, m_chunkBytes);
         m_table.Set(piece.chunk, {ChunkPlace::State::Written, ChunkPlace::Solid::Yes, address});
+        if (m_places)
+            m_places->Add(origin, address, m_chunkBytes);
     } catch (...) {
+        m_places.reset();
         ForgetFailedChunk(piece);
         throw;
     }
@@ -305,6 +312,8 @@ bool DataPath::IsWritten(Extents const& chunk)
 void DataPath::Resize(int dim, std::int64_t size)
 {
     auto const d = static_cast<std::size_t>(dim);
+    if (size < m_grid.Sizes()[d])
+        m_places.reset(); // of the chunks that go, only HDF5 knows the places
     std::vector<std::int64_t> sizes(m_grid.Sizes().begin(), m_grid.Sizes().end());
     std::int64_t const oldSize = std::exchange(sizes[d], size);
     ChunkGrid const old = std::exchange(m_grid, ChunkGrid(sizes, m_dataset.Shape().chunkSizes));

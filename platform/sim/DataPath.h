@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ChunkGrid.h"
+#include "ChunkIndex.h"
 #include "ChunkTable.h"
 #include "FileAccess.h"
 #include "Hdf5Dataset.h"
@@ -31,6 +32,9 @@ public:
     void const* FetchInPlace(std::span<Range const> ranges);
     void Announce(std::span<Range const> ranges);
     bool IsWritten(Extents const& chunk);
+    /// The checksum of where the values lie, kept current; none while it is not known.
+    std::optional<PlacesSum> const& Places() const noexcept { return m_places; }
+    void SetPlaces(PlacesSum const& places) noexcept { m_places = places; }
     /// Changes the size of dimension `dim` of a chunked drawer.
     void Resize(int dim, std::int64_t size);
 
@@ -57,6 +61,7 @@ private:
     std::uint64_t m_chunkBytes;
     bool m_chunked;
     ChunkTable m_table;
+    std::optional<PlacesSum> m_places;
     std::uint64_t m_cacheBytes = CacheBytesDefault();
 };
 

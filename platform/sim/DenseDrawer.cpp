@@ -1,5 +1,6 @@
 #include "DenseDrawer.h"
 
+#include "ChunkIndex.h"
 #include "DataPath.h"
 #include "Hdf5Dataset.h"
 #include "KVOSimTypeKey.h"
@@ -51,6 +52,14 @@ void RequireShape(DenseShape const& shape, std::string const& path)
         require(size >= 1 && !__builtin_mul_overflow(chunkBytes, size, &chunkBytes) &&
                     chunkBytes <= std::numeric_limits<std::uint32_t>::max(),
                 "a chunk must have 1 or more values in every dimension and less than 4 GiB");
+}
+
+std::uint64_t ContiguousBytes(DenseShape const& shape) noexcept
+{
+    auto bytes = static_cast<std::uint64_t>(KVOSimTypeKeySize(shape.typeKey));
+    for (std::int64_t const size : shape.sizes)
+        bytes *= static_cast<std::uint64_t>(size);
+    return bytes;
 }
 
 } // namespace
@@ -188,6 +197,34 @@ bool DenseDrawer::ChunksAllocated(std::span<Range const> chunks) const
             origin[d] = at[d] * grid.ChunkSizes()[d];
         return m_state->dataset->ChunkAddress({origin.data(), grid.Rank()}).has_value();
     });
+}
+
+std::optional<PlacesSum> DenseDrawer::Places() const
+{
+    return m_state->path ? m_state->path->Places() : std::nullopt;
+}
+
+std::optional<PlacesSum> DenseDrawer::FindPlaces()
+{
+    Hdf5Guard const guard;
+    Hdf5Dataset const& dataset = *m_state->dataset;
+    if (dataset.IsFiltered())
+        return std::nullopt;
+    PlacesSum places;
+    if (!Shape().chunkSizes.empty()) {
+        Checked(H5Dflush(dataset.Id()), "Cannot find the chunks of a dense drawer of", m_state->file->Path());
+        places = ChunkIndex(*m_state->file, dataset.Id(), Shape()).Sum();
+    } else if (auto const address = dataset.ContiguousAddress()) {
+        places.Add({}, *address, ContiguousBytes(Shape()));
+    }
+    SetPlaces(places);
+    return places;
+}
+
+void DenseDrawer::SetPlaces(PlacesSum const& places) noexcept
+{
+    if (m_state->path)
+        m_state->path->SetPlaces(places);
 }
 
 void DenseDrawer::SetCacheBytes(std::uint64_t bytes) noexcept

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -28,6 +29,8 @@ struct DenseShape {
     int typeKey = 3;
     std::array<std::byte, 8> initialValue{}; ///< of the type's size
 };
+
+struct PlacesSum;
 
 /// One dense drawer: an HDF5 dataset, and the data path to its values.
 ///
@@ -71,6 +74,13 @@ public:
 
     /// Whether all chunks first to last (numbers of chunks, per dimension) exist; a contiguous drawer does.
     bool ChunksAllocated(std::span<Range const> chunks) const;
+
+    /// The checksum of where the values lie in the file; none where that is not known.
+    std::optional<PlacesSum> Places() const;
+    /// The same, found in the file; none where values pass a filter. What HDF5 has not yet written of the index is flushed.
+    std::optional<PlacesSum> FindPlaces();
+    /// Tells what they are, of a drawer that was open before.
+    void SetPlaces(PlacesSum const& places) noexcept;
 
     /// How far reading ahead and keeping resident may go: at most an eighth of the machine's memory; a quarter of that at first, and with
     /// 0.

@@ -94,6 +94,33 @@ void Distribution::FitToSets(Drawer& drawer, DenseDrawer& dense) const
     }
 }
 
+// What a filter has changed is another program's work, and lies elsewhere.
+void Distribution::CheckPlaces(Drawer& drawer, std::optional<PlacesSum> const& found) const
+{
+    if (found && *found != *drawer.recorded)
+        ThrowReason(KVOSimException::Kind::Damaged, kOpening, Path(),
+                    std::string("the file is damaged: the places of the values of ") + DrawerName(m_id.Index(), drawer.number).c_str() +
+                        " do not fit their checksum; if another program has changed them on purpose, h5repack makes a sound file");
+    if (!found)
+        drawer.recorded.reset();
+    drawer.checked = true;
+}
+
+std::optional<PlacesSum> Distribution::PlacesOf(Drawer& drawer)
+{
+    if (drawer.kind != KVOSimDenseDrawer)
+        return drawer.sparse != nullptr ? drawer.sparse->Places() : drawer.places;
+    if (drawer.dense == nullptr && drawer.places)
+        return drawer.places;
+    DenseDrawer& dense = Dense(drawer);
+    return dense.Places() ? dense.Places() : dense.FindPlaces();
+}
+
+bool Distribution::HasOpenDrawers() const noexcept
+{
+    return std::ranges::any_of(m_drawers, [](auto const& drawer) { return drawer && (drawer->dense || drawer->sparse); });
+}
+
 DenseDrawer& Distribution::Dense(Drawer& drawer)
 {
     Context& context = Require(kOpening);
@@ -117,6 +144,11 @@ DenseDrawer& Distribution::Dense(Drawer& drawer)
     if (!fits)
         ThrowReason(KVOSimException::Kind::Damaged, kOpening, Path(),
                     std::string("the dataset ") + name.c_str() + " does not fit the catalogue: the file is damaged");
+    if (drawer.recorded && !drawer.checked)
+        CheckPlaces(drawer, drawer.places = dense->FindPlaces());
+    if (drawer.places)
+        dense->SetPlaces(*drawer.places);
+    context.Watch(*this);
     if (session.GetFile()->IsWritable())
         FitToSets(drawer, *dense);
     dense->SetCacheBytes(CacheSize());
@@ -133,8 +165,11 @@ SparseDrawer& Distribution::Sparse(Drawer& drawer)
         ThrowReason(kOpening, Path(), "it is a dense drawer");
     Hdf5Guard const guard(context.BytesForNames());
     SparseShape const expected{drawer.kind, m_rangeType, drawer.sets[0]->size, drawer.sets[1]->size, 0};
-    drawer.sparse = SparseDrawer::Open(context.OpenSession(kOpening).GetFile(), context.Group(),
-                                       DrawerName(m_id.Index(), drawer.number).c_str(), expected);
+    std::shared_ptr<SparseDrawer> sparse = SparseDrawer::Open(context.OpenSession(kOpening).GetFile(), context.Group(),
+                                                              DrawerName(m_id.Index(), drawer.number).c_str(), expected);
+    if (drawer.recorded && !drawer.checked)
+        CheckPlaces(drawer, drawer.places = sparse->Places());
+    drawer.sparse = std::move(sparse);
     return *drawer.sparse;
 }
 
@@ -154,8 +189,11 @@ Drawer& Distribution::AddDrawer(int kind, std::vector<std::shared_ptr<MemberSet>
     drawer->fate.owner = context.OpenSession(kAdding).CurrentTransaction();
     drawer->dense = std::move(dense);
     drawer->sparse = std::move(sparse);
+    drawer->checked = true;
     if (drawer->dense != nullptr)
         drawer->dense->SetCacheBytes(CacheSize());
+    if (!IsTemporary())
+        context.Watch(*this);
     m_drawers.push_back(std::move(drawer));
     return *m_drawers.back();
 }
@@ -220,6 +258,8 @@ void Distribution::CloseUnlessBorrowed() noexcept
         return;
     for (auto const& drawer : m_drawers)
         if (drawer != nullptr && drawer->linked) {
+            if (drawer->dense != nullptr)
+                drawer->places = drawer->dense->Places();
             drawer->dense.reset();
             drawer->sparse.reset();
         }

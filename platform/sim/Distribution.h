@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Catalogue.h"
+#include "ChunkIndex.h"
 #include "DenseDrawer.h"
 #include "KVOSimArray.h"
 #include "KVOSimIdentifiers.h"
@@ -8,6 +9,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +32,9 @@ struct Drawer {
     bool linked = false;                ///< has its name in the file: may be closed and opened again
     std::shared_ptr<DenseDrawer> dense; ///< null: not open
     std::shared_ptr<SparseDrawer> sparse;
+    std::optional<PlacesSum> recorded; ///< the checksum in the file; none in files without, and where another program has written it anew
+    std::optional<PlacesSum> places;   ///< what it is now, of a drawer that is not open; none: not known
+    bool checked = false;              ///< `recorded` was found right
 
     /// The sets once the changes from number `kept` on are taken back.
     std::vector<std::shared_ptr<MemberSet>> SetsAfter(std::size_t kept) const;
@@ -63,6 +68,9 @@ public:
     /// The data of a drawer, opened when needed. @throws KVOSimException when the drawer is of another kind or damaged
     DenseDrawer& Dense(Drawer& drawer);
     SparseDrawer& Sparse(Drawer& drawer);
+    /// The checksum of where a drawer lies in the file; none where a filter of another program is at work.
+    std::optional<PlacesSum> PlacesOf(Drawer& drawer);
+    bool HasOpenDrawers() const noexcept;
 
     Drawer& AddDrawer(int kind, std::vector<std::shared_ptr<MemberSet>> sets, std::shared_ptr<DenseDrawer> dense,
                       std::shared_ptr<SparseDrawer> sparse);
@@ -92,9 +100,11 @@ public:
 
     Fate fate;
     bool isPending = false; ///< in the context's list
+    bool isWatched = false; ///< likewise
 
 private:
     void PassCacheSize() noexcept;
+    void CheckPlaces(Drawer& drawer, std::optional<PlacesSum> const& found) const;
     void FitToSets(Drawer& drawer, DenseDrawer& dense) const;
     void ShrinkAfterRollBack(Drawer& drawer) noexcept;
 

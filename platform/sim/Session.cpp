@@ -1,8 +1,10 @@
 #include "Session.h"
 
 #include "Context.h"
+#include "Crc32c.h"
 #include "FileAccess.h"
 #include "ProcessMutex.h"
+#include "SimJournal.h"
 
 #include <algorithm>
 #include <atomic>
@@ -23,7 +25,7 @@ constexpr char const* kOpening = "Cannot open the database";
 constexpr char const* kCreating = "Cannot create the database";
 constexpr char const* kCommitting = "Cannot commit to the database";
 constexpr char const* kFormat = "KVOSim";
-constexpr std::int32_t kVersion = 1;
+constexpr std::int32_t kVersion = 2;
 
 /// The open databases by their serial numbers; of all threads.
 class Registry
@@ -97,9 +99,21 @@ bool ReadAttribute(hid_t object, char const* name, hid_t type, void* value)
            H5Sget_simple_extent_type(space) == H5S_SCALAR && H5Aread(attribute, type, value) >= 0;
 }
 
+// Of what the mark keeps for life: a program that writes the file anew, as h5repack, gives everything another place and leaves no mark.
+std::uint32_t IdentityOf(File const& file)
+{
+    constexpr std::size_t kMagicBytes = 8, kRandomBytes = 8;
+    FileMark mark;
+    file.ReadMetadata(mark.offset, mark.bytes.data(), mark.bytes.size());
+    return mark.IsMark() ? std::max(Crc32c(mark.bytes.data() + kMagicBytes, kRandomBytes), 1u) : 0;
+}
+
 } // namespace
 
-Session::Session(std::shared_ptr<File> file, std::string const& path) : m_serial(NextSerial()), m_path(path), m_file(std::move(file)) {}
+Session::Session(std::shared_ptr<File> file, std::string const& path)
+    : m_serial(NextSerial()), m_path(path), m_file(std::move(file)), m_version(kVersion)
+{
+}
 
 Session::~Session()
 {
@@ -125,6 +139,7 @@ std::shared_ptr<Session> Session::Create(std::string const& path, File::Kind kin
             // At once, so that the file is a database from now on, whatever becomes of the process.
             session->WriteHeader();
             session->m_file->Commit();
+            session->m_identity = IdentityOf(*session->m_file);
         }
         session->Register();
         return session;
@@ -149,24 +164,24 @@ void Session::WriteHeader()
     Hid const type = FormatType(kCreating, m_path);
     std::int32_t const contexts = ContextCount();
     WriteAttribute(m_file->Hdf5(), "format", type, kFormat, m_path);
-    WriteAttribute(m_file->Hdf5(), "format_version", H5T_STD_I32LE, &kVersion, m_path);
+    WriteAttribute(m_file->Hdf5(), "format_version", H5T_STD_I32LE, &m_version, m_path);
     WriteAttribute(m_file->Hdf5(), "contexts", H5T_STD_I32LE, &contexts, m_path);
     m_contextsInFile = contexts;
 }
 
 // The number of contexts.
-int Session::ReadHeader() const
+int Session::ReadHeader()
 {
     Hdf5Guard const guard;
     Hid const type = FormatType(kOpening, m_path);
     std::string format(std::strlen(kFormat), '\0');
-    std::int32_t version = 0, contexts = 0;
+    std::int32_t contexts = 0;
     if (!ReadAttribute(m_file->Hdf5(), "format", type, format.data()) || format != kFormat ||
-        !ReadAttribute(m_file->Hdf5(), "format_version", H5T_NATIVE_INT32, &version))
+        !ReadAttribute(m_file->Hdf5(), "format_version", H5T_NATIVE_INT32, &m_version))
         ThrowReason(KVOSimException::Kind::Foreign, kOpening, m_path, "it is an HDF5 file, but no simulation database");
-    if (version < 1 || version > kVersion)
+    if (m_version < 1 || m_version > kVersion)
         ThrowReason(KVOSimException::Kind::Foreign, kOpening, m_path,
-                    "its format version is " + std::to_string(version) + ", this program reads version " + std::to_string(kVersion));
+                    "its format version is " + std::to_string(m_version) + ", this program knows 1 to " + std::to_string(kVersion));
     if (!ReadAttribute(m_file->Hdf5(), "contexts", H5T_NATIVE_INT32, &contexts) || contexts < 0)
         ThrowReason(KVOSimException::Kind::Damaged, kOpening, m_path,
                     "the number of its contexts is missing or negative: the file is damaged");
@@ -176,6 +191,7 @@ int Session::ReadHeader() const
 void Session::LoadContexts()
 {
     m_contextsInFile = ReadHeader();
+    m_identity = IdentityOf(*m_file);
     for (int index = 0; index < m_contextsInFile; ++index) {
         m_contexts.push_back(std::make_shared<Context>(*this, index));
         m_contexts.back()->Load();

@@ -34,6 +34,11 @@ public:
     bool IsOpen() const noexcept { return m_file != nullptr; }
     std::string const& Path() const noexcept { return m_path; }
     bool IsScratch() const noexcept { return m_file->IsScratch(); }
+    /// Whether its catalogue has checksums: files of format version 1 and scratch files have none.
+    bool HasChecksums() const noexcept { return !IsScratch() && m_version > 1; }
+    /// What checksums of places in the file are good for: another number says that the file was written anew by another program. 0: none
+    /// are.
+    std::uint32_t FileIdentity() const noexcept { return m_identity; }
     /// @throws KVOSimException when the database is open for reading only, or was opened by another process
     void RequireWritable(char const* doing) const;
 
@@ -58,7 +63,7 @@ private:
     Session(std::shared_ptr<File> file, std::string const& path);
     void Register();
     void WriteHeader();
-    int ReadHeader() const;
+    int ReadHeader();
     void LoadContexts();
     void Keep(Owner owner);
     void Detach() noexcept;
@@ -66,6 +71,8 @@ private:
     std::uint64_t m_serial;
     std::string m_path;
     std::shared_ptr<File> m_file;
+    std::int32_t m_version;
+    std::uint32_t m_identity = 0;
     std::vector<std::shared_ptr<Context>> m_contexts;
     std::vector<Owner> m_transactions; ///< open ones, in the order of their beginning
     Owner m_lastTransaction = kNoOwner;

@@ -389,6 +389,15 @@ int File::Descriptor() const noexcept
     return m_state->driver->descriptor;
 }
 
+void File::ReadMetadata(std::uint64_t address, void* data, std::size_t bytes) const
+{
+    std::size_t read = 0;
+    if (int const error = io::Read(Descriptor(), data, bytes, address, read))
+        ThrowErrno("Cannot read the catalogue of the database", Path(), error);
+    std::memset(static_cast<std::byte*>(data) + read, 0, bytes - read);
+    m_state->driver->held.Overlay(address, data, bytes);
+}
+
 void File::SetFinding(bool finding) noexcept
 {
     m_state->driver->finding = finding;

@@ -128,6 +128,20 @@ void SparseDrawer::LinkTo(hid_t group, char const* name)
         ThrowHdf5(kWriting, m_file->Path());
 }
 
+PlacesSum SparseDrawer::Places() const
+{
+    Hdf5Guard const guard;
+    PlacesSum places;
+    for (std::int64_t slot = 0; slot < Slots(); ++slot) {
+        hid_t const dataset = m_datasets[static_cast<std::size_t>(slot)];
+        std::int64_t const count = Count(m_shape, static_cast<int>(slot));
+        haddr_t const address = count > 0 ? H5Dget_offset(dataset) : HADDR_UNDEF;
+        if (address != HADDR_UNDEF)
+            places.Add({&slot, 1}, address, static_cast<std::uint64_t>(count) * EntryBytes(m_shape, static_cast<int>(slot)));
+    }
+    return places;
+}
+
 void SparseDrawer::Read(Buffers const& values)
 {
     Hdf5Guard const guard;

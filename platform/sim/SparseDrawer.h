@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ChunkIndex.h"
 #include "SimFile.h"
 
 #include <array>
@@ -45,6 +46,9 @@ public:
     static std::size_t EntryBytes(SparseShape const& shape, int slot) noexcept;
 
     void LinkTo(hid_t group, char const* name);
+
+    /// Where the arrays lie in the file.
+    PlacesSum Places() const;
 
     /// All slots; the same checks as in Create() guard the reader from a damaged file.
     void Read(Buffers const& values);

@@ -1,3 +1,4 @@
+#include "ChunkIndex.h"
 #include "DenseDrawer.h"
 #include "DrawerOracle.h"
 #include "KVOSimTypeKey.h"
@@ -67,6 +68,8 @@ void ExpectSame(DenseDrawer& drawer, DrawerOracle const& oracle)
 {
     EXPECT_EQ(drawer.Shape().sizes, oracle.Sizes());
     EXPECT_TRUE(Read(drawer, oracle.Everything(), oracle.Values().size()) == oracle.Values());
+    std::optional<simdb::PlacesSum> const kept = drawer.Places();
+    EXPECT_TRUE(!kept || kept == drawer.FindPlaces()) << "the checksum of the places does not follow them";
 }
 
 void WriteSomewhere(DenseDrawer& drawer, DrawerOracle& oracle, std::mt19937_64& random)

@@ -28,7 +28,7 @@ for i, j, value in (0, 1, 0.5), (0, 2, 0.25), (2, 3, -1.0):
 assert (read["K"].toarray() == expected).all()
 
 with h5py.File("model.sim", "r") as file:
-    assert file.attrs["format"] == b"KVOSim" and file.attrs["format_version"] == 1 and file.attrs["contexts"] == 1
+    assert file.attrs["format"] == b"KVOSim" and file.attrs["format_version"] == 2 and file.attrs["contexts"] == 1
     context = file["context_0"]
     members = read["members"]
     assert members(context, 0, 0).tolist() == [0, 1, 2] and members(context, 0, 1).tolist() == [100, 300, 200, 400, 500]
