@@ -25,6 +25,11 @@ public:
     /// @throws KVOSrvMtxIllegalInput "LimitChunkSize2GB" if nRows or nCols is not positive; nothing is changed then
     static void LimitChunkSize2GB(int& rowsPerChunk, int& colsPerChunk, int nRows, int nCols);
 
+    /// Gives back to the system what the library keeps of released arrays to use it again: at most 64 MiB or a tenth of the memory that its
+    /// arrays take, whichever is more, and never more than a thirty-second of what the process can have. Free memory of the C library's
+    /// heap goes back too. Any thread may call it at any time; what is alive is not touched.
+    static void ReleaseMemory() noexcept;
+
     /// Sets the folder for scratch database files of the process; the text is shared, not copied. Empty, the state at load time, means
     /// the working directory.
     static void SetTempDirectory(cow_String const& dir);

@@ -2,6 +2,7 @@
 
 #include "KVOSrvMtxExceptions.h"
 #include "aio_ostream.h"
+#include "mem_Allocator.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -32,6 +33,11 @@ void KVOSrvUtilities::ReportAndAbort(char const* expression, char const* file, i
     if (file != nullptr)
         (aio_cerr << "File " << file << ", line ").print_int(line).put('\n').flush();
     std::abort();
+}
+
+void KVOSrvUtilities::ReleaseMemory() noexcept
+{
+    mem_ReleaseMemory();
 }
 
 void KVOSrvUtilities::LimitChunkSize2GB(int& rowsPerChunk, int& colsPerChunk, int nRows, int nCols)
