@@ -13,8 +13,7 @@ class ProcessMutex
 public:
     static std::mutex& Get() noexcept
     {
-        // Should the system have no memory for it, only a child of fork() would miss it.
-        [[maybe_unused]] static int const s_registered = pthread_atfork(Lock, Unlock, Unlock);
+        static_cast<void>(s_registered);
         return s_mutex;
     }
 
@@ -23,4 +22,6 @@ private:
     static void Unlock() { s_mutex.unlock(); }
 
     static inline constinit std::mutex s_mutex; // plain and never destroyed
+    // At load time: done at first use, it could be under way in another thread when a child is made, and never end there.
+    static inline int const s_registered = pthread_atfork(Lock, Unlock, Unlock);
 };

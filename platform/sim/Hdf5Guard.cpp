@@ -42,6 +42,9 @@ void UnlockAfterFork()
         s_mutex.unlock();
 }
 
+// At load time: done at first use, it could be under way in another thread when a child is made, and never end there.
+[[maybe_unused]] int const s_forkHandlers = pthread_atfork(LockForFork, UnlockAfterFork, UnlockAfterFork);
+
 void SilenceClosing()
 {
     H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
@@ -105,7 +108,6 @@ Hdf5Guard::~Hdf5Guard()
 
 void Hdf5Guard::Enter() noexcept
 {
-    [[maybe_unused]] static int const s_registered = pthread_atfork(LockForFork, UnlockAfterFork, UnlockAfterFork);
     if (!IsHolder()) {
         s_mutex.lock();
         s_holder.store(pthread_self(), std::memory_order_relaxed);

@@ -36,6 +36,4 @@ private:
     static void Silence() noexcept;
 };
 
-using SilentErrors = Hdf5Guard;
-
 } // namespace simdb

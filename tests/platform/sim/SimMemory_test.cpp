@@ -1,0 +1,225 @@
+#include "KVOSrvDenseMatrix.h"
+#include "KVOSrvMatrix.h"
+#include "LimitedMalloc.h"
+#include "SimClient.h"
+
+#include <cstdint>
+#include <new>
+
+#include <hdf5.h>
+#include <unistd.h>
+
+// What a database does when the process has no memory left: HDF5's own allocations never are the ones that fail, since it would crash or
+// stay broken, and the file holds what was committed.
+
+namespace
+{
+
+using namespace SimClient;
+
+constexpr int kCommits = 3, kMatrices = 8, kGrowth = 40;
+
+std::vector<int> Numbers(int count, int first = 0)
+{
+    std::vector<int> numbers;
+    for (int i = 0; i < count; ++i)
+        numbers.push_back(first + i);
+    return numbers;
+}
+
+/// A database that is made, grows by commits, and is read: step by step, so that a test can take the memory in between.
+class Workload
+{
+public:
+    explicit Workload(std::string path) : m_path(std::move(path)) {}
+
+    /// @param before  called before each step
+    template<class Before>
+    void Run(Before const& before)
+    {
+        commits = 0;
+        unlink(m_path.c_str()); // takes no memory
+        KVOSimDatabase database;
+        before();
+        database.CreateFile(m_path.c_str(), 0);
+        before();
+        KVOSimContextID const id = database.CreateContext();
+        for (int commit = 1; commit <= kCommits; ++commit) {
+            before();
+            KVOSimContext context(id);
+            KVOSimTransaction transaction(context);
+            Change(context, commit, before);
+            before();
+            transaction.Commit();
+            commits = commit;
+        }
+        before();
+        database.Close();
+        before();
+        Check(kCommits, before);
+    }
+
+    /// Opens the database and reads what `expected` commits have left.
+    template<class Before>
+    void Check(int expected, Before const& before) const
+    {
+        KVOSimDatabase database;
+        database.OpenFile(m_path.c_str(), true);
+        before();
+        if (expected == 0) {
+            Require(database.ContextID().IsNull() || KVOSimContext(database.ContextID()).QueryDistributions().IsEmpty());
+            return;
+        }
+        auto const stored = KVOSimContext(database.ContextID()).QueryDistributions();
+        Require(stored.Size() == 1 + kMatrices * expected);
+        before();
+        KVOSrvDenseMatrix const grown(stored[0]);
+        Require(grown.NumberOfRows() == kGrowth * expected);
+        std::vector<double> values(static_cast<std::size_t>(2 * kGrowth * expected));
+        grown.GetAllValues(values.data());
+        for (std::size_t k = 0; k < values.size(); ++k)
+            Require(values[k] == static_cast<double>(k % static_cast<std::size_t>(kGrowth * expected)));
+        for (int commit = 1; commit <= expected; ++commit) {
+            before();
+            Require(ReadAll(stored[commit * kMatrices]) == Ramp(30, commit * kMatrices));
+        }
+    }
+
+    int commits = 0; ///< that have returned
+
+    struct Wrong {
+    };
+
+private:
+    static void Require(bool held)
+    {
+        if (!held)
+            throw Wrong();
+    }
+
+    template<class Before>
+    static void Change(KVOSimContext& context, int commit, Before const& before)
+    {
+        if (commit == 1) {
+            KVOSimCSetID const rows = MakeSet(context.CreateCollection(1000), Numbers(kGrowth));
+            MakeMatrix(context.ID(), {Biggest(context.CreateCollection(2)), rows}, {1, 16});
+        }
+        KVOSrvDenseMatrix grown(context.QueryDistributions().IsEmpty() ? KVOSimDistributionID(context.ID(), 0)
+                                                                       : context.QueryDistributions()[0]);
+        before();
+        if (commit > 1) {
+            std::vector<int> const numbers = Numbers(kGrowth, grown.NumberOfRows());
+            Require(grown.ExtendDim(1, kGrowth, numbers.data()) == 0);
+        }
+        before();
+        std::vector<double> const rows = Ramp(kGrowth, kGrowth * (commit - 1.0));
+        for (int column = 0; column < 2; ++column)
+            grown.SetValues(kGrowth * (commit - 1), kGrowth * commit - 1, column, column,
+                            KVOSrvMatrix(kGrowth, 1, const_cast<double*>(rows.data()), false, false));
+        for (int k = 1; k <= kMatrices; ++k) {
+            before();
+            int const number = (commit - 1) * kMatrices + k;
+            KVOSimCSetID const set = MakeSet(context.CreateCollection(50), Numbers(30));
+            WriteAll(MakeMatrix(context.ID(), {set}, k % 2 == 0 ? std::vector<int>{7} : std::vector<int>{}), Ramp(30, number));
+        }
+    }
+
+    std::string m_path;
+};
+
+class SimMemory : public testing::Test
+{
+protected:
+    // Runs the workload, which is short of memory as `before` (called before each step) makes it, and then another with all.
+    template<class Before>
+    void ExpectCleanEnd(Before const& before)
+    {
+        try {
+            workload.Run(before);
+        } catch (KVOBasException const&) {
+            ++failures;
+        } catch (std::bad_alloc const&) {
+            ++failures;
+        }
+        LimitedMalloc::Allow(SIZE_MAX);
+        EXPECT_EQ(LimitedMalloc::RefusedTo("libhdf5"), 0u) << "of " << LimitedMalloc::Refused();
+        if (std::filesystem::exists(path))
+            EXPECT_NO_THROW(workload.Check(workload.commits, [] {}));
+        else
+            EXPECT_EQ(workload.commits, 0);
+        ASSERT_NO_THROW(Workload(path).Run([] {})) << "the failure has left something broken";
+    }
+
+    TemporaryFolder const folder{FolderWithoutDisk()};
+    std::string const path = folder / "memory.sim";
+    Workload workload{path};
+    int failures = 0;
+};
+
+// Just too little for each allocation that needs more than all before it.
+TEST_F(SimMemory, ALimitAtEveryPeakFailsCleanly)
+{
+    workload.Run([] {}); // what is allocated once for the process
+    std::size_t const base = LimitedMalloc::Live();
+    std::vector<std::size_t> const peaks = LimitedMalloc::Peaks([&] { workload.Run([] {}); });
+    ASSERT_GT(peaks.size(), 20u);
+
+    for (std::size_t const peak : peaks) {
+        SCOPED_TRACE("limit " + std::to_string(peak) + " - 1, base " + std::to_string(base));
+        LimitedMalloc::Allow(LimitedMalloc::Live() + (peak - 1 - base));
+        ExpectCleanEnd([] {});
+        if (HasFailure())
+            return;
+    }
+    EXPECT_GT(failures, static_cast<int>(peaks.size()) * 9 / 10); // some memory is only hoped for
+}
+
+// The host has taken all memory but a little between two calls: what is open is closed with what was kept back.
+TEST_F(SimMemory, NoMemoryBetweenTwoCallsFailsCleanly)
+{
+    int steps = 0;
+    workload.Run([&] { ++steps; });
+
+    for (std::size_t const left : {0, 20'000, 700'000})
+        for (int step = 0; step < steps; ++step) {
+            SCOPED_TRACE(std::to_string(left) + " bytes left in step " + std::to_string(step));
+            int next = 0;
+            ExpectCleanEnd([&] {
+                if (next++ == step)
+                    LimitedMalloc::Allow(LimitedMalloc::Live() + left, false);
+            });
+            if (HasFailure())
+                return;
+        }
+    EXPECT_GT(failures, 2 * steps);
+}
+
+// Closing needs memory for the catalogue that nobody has committed: what was kept back for it, since there is no other.
+TEST_F(SimMemory, ClosesWithoutMemory)
+{
+    for (int const matrices : {1, 100})
+        for (bool const scratch : {false, true}) {
+            SCOPED_TRACE(std::to_string(matrices) + (scratch ? " matrices, scratch" : " matrices"));
+            unlink(path.c_str());
+            {
+                KVOSimDatabase database;
+                if (scratch)
+                    database.SetScratch();
+                database.CreateFile(path.c_str(), 0);
+                KVOSimContext context(database.CreateContext());
+                for (int k = 0; k < matrices; ++k)
+                    WriteAll(MakeMatrix(context.ID(), {MakeSet(context.CreateCollection(500), Numbers(400))}, {2}), Ramp(400));
+                H5garbage_collect(); // what HDF5 has released and kept for itself
+                LimitedMalloc::Allow(LimitedMalloc::Live(), false);
+            }
+            LimitedMalloc::Allow(SIZE_MAX);
+
+            EXPECT_EQ(LimitedMalloc::RefusedTo("libhdf5"), 0u);
+            if (!scratch) {
+                EXPECT_NO_THROW(workload.Check(0, [] {}));
+            }
+            EXPECT_NO_THROW(workload.Run([] {}));
+        }
+}
+
+} // namespace
