@@ -132,10 +132,10 @@ TEST(KVOSrvSparseMatrix, RefusesWhatWouldNotSeeItsEntries)
             matrix.EndAssembly();
         matrix.BeginAssembly();
         matrix.AddData(2, 1, 5.0);
-        for (auto const& [operation, call] : calls)
+        for (auto const& call : calls)
             ExpectThrows<KVOSrvMtxNotAssembled>("KVOSrvSparseMatrix::" + operation +
                                                     " - Illegal input: the added entries are not assembled, call EndAssembly first.",
-                                                [&] { call(matrix); });
+                                                [&] { call.second(matrix); });
         matrix.EndAssembly();
         EXPECT_EQ(ContentOf(matrix), (Content{3, 3, 1, {MakeEntry(2, 1, 5.0)}}));
         EXPECT_EQ(ContentOf(result), (Content{3, 3, 0, {}}));
