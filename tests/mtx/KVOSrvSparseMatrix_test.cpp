@@ -133,7 +133,7 @@ TEST(KVOSrvSparseMatrix, RefusesWhatWouldNotSeeItsEntries)
         matrix.BeginAssembly();
         matrix.AddData(2, 1, 5.0);
         for (auto const& call : calls)
-            ExpectThrows<KVOSrvMtxNotAssembled>("KVOSrvSparseMatrix::" + operation +
+            ExpectThrows<KVOSrvMtxNotAssembled>("KVOSrvSparseMatrix::" + call.first +
                                                     " - Illegal input: the added entries are not assembled, call EndAssembly first.",
                                                 [&] { call.second(matrix); });
         matrix.EndAssembly();
