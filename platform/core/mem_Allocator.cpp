@@ -70,7 +70,7 @@ void* AllocateFromHeap(std::size_t bytes) noexcept
 
 void* AllocateOnce(std::size_t bytes) noexcept
 {
-    if constexpr (kSanitized)
+    if (kSanitized)
         return AllocateForSanitizer(bytes);
     void* const array = bytes < kMappedArray ? AllocateFromHeap(bytes) : s_mapped.Allocate(bytes);
     if (array != nullptr)
@@ -86,7 +86,7 @@ void* Allocate(std::size_t bytes) noexcept
 
 void* Reallocate(void* memory, std::size_t bytes) noexcept
 {
-    if constexpr (kSanitized)
+    if (kSanitized)
         return std::realloc(memory, bytes);
     std::size_t const before = memory != nullptr ? HeaderOf(memory).bytes : 0;
     void* array = nullptr;
