@@ -13,6 +13,7 @@
 
 #include <memory>
 
+class KVOSimCSet;
 class KVOSrvMatrix;
 
 /// How a matrix is about to be read and written.
@@ -39,7 +40,8 @@ public:
     KVOSrvDenseMatrix& operator=(KVOSrvDenseMatrix const&) = delete;
     virtual ~KVOSrvDenseMatrix();
 
-    /// The set that numbers the rows. A view answers a temporary set of its part of the members.
+    /// The set that numbers the rows. A view answers a temporary set of its part of the members, which lives as long as the view, or as
+    /// what uses it (a drawer, a scratch matrix made from it, a KVOSimCSet).
     virtual KVOSimCSetID RowCSetID() const;
     /// The set that numbers the columns, as RowCSetID(); a one-dimensional matrix has none.
     virtual KVOSimCSetID ColumnCSetID() const;
@@ -231,6 +233,8 @@ protected:
 
 private:
     int ExtendDim(KVOSimCSetID const& newMembers);
+    void RequireStoredSize() const;
+    KVOSimCSetID PartOfMembers(KVOSimCSetID const& stored, KVOSrvBlockCut const& cut, std::unique_ptr<KVOSimCSet const>& part) const;
     bool Contains(int r0, int r1, int c0, int c1) const noexcept;
     KVOSimTransfer TransferOf(int r0, int r1, int c0, int c1) const;
 
@@ -243,4 +247,7 @@ private:
     std::unique_ptr<KVOSimTransfer> m_transfer;
     KVOSimCSetID m_rowCSetID; // the sets of the whole stored matrix, in a view too
     KVOSimCSetID m_columnCSetID;
+    bool m_isExtended = false;                           // or seen through an object that is
+    mutable std::unique_ptr<KVOSimCSet const> m_rowPart; // of a view: its sets, once they were asked for
+    mutable std::unique_ptr<KVOSimCSet const> m_columnPart;
 };

@@ -4,6 +4,8 @@
 #include "KVOSrvDenseMatrix.h"
 #include "KVOSrvSimFileHandle.h"
 
+#include <memory>
+
 /// A database matrix on a scratch file of its own, which goes with the matrix and the last view made from it.
 ///
 /// The file is made in KVOSrvUtilities::GetTempDirectory() (empty: the working directory) and named "KVOSrvScratchDenseMatrix", the
@@ -17,7 +19,7 @@ public:
     KVOSrvScratchDenseMatrix();
     /// A matrix of zeros, in chunks of rowChunk x columnChunk, which are lowered to the matrix's size and to 2 GiB; -1: all of that
     /// dimension.
-    /// @throws KVOSrvMtxIllegalInput "LimitChunkSize2GB" when rows or columns is not positive
+    /// @throws KVOSrvMtxRefusedInput when rows or columns is not positive, or so many that 2 GiB do not hold one column or row
     /// @throws KVOSimException when the file cannot be made, also when its directory is missing; nothing is left of it then
     KVOSrvScratchDenseMatrix(int rows, int columns, int rowChunk, int columnChunk);
     /// The same with member numbers for the rows and the columns, `rows` and `columns` of them. @param rowNumbers,columnNumbers  null: from
@@ -47,6 +49,6 @@ private:
     void CreateDatabase(int rows, int columns, int const* rowNumbers, int const* columnNumbers, int rowChunk, int columnChunk);
 
     KVOSrvSimFileHandle m_fileHandle;
-    KVOSimCSetID m_sourceRowCSetID;
-    KVOSimCSetID m_sourceColumnCSetID;
+    std::unique_ptr<KVOSimCSet const> m_sourceRows; // null unless the matrix was made from sets
+    std::unique_ptr<KVOSimCSet const> m_sourceColumns;
 };

@@ -54,20 +54,6 @@ std::unique_ptr<KVOSimTransfer> NewTransfer(KVOSimDistribution const& distributi
     return transfer;
 }
 
-// The set of those members of `stored` that a matrix has.
-KVOSimCSetID PartOfMembers(KVOSimCSetID const& stored, KVOSrvBlockCut const& cut)
-{
-    if (stored.IsNull())
-        return stored;
-    KVOSimCSet const set(stored);
-    if (set.Size() == cut.size)
-        return stored;
-    KVOSimArray<int> const members = set.OrderedMembers();
-    if (cut.offset < 0 || cut.offset > members.Size() - cut.size) // a view that leaves its matrix
-        KVOSrvMtxInvalidGetRange().Throw("mtx/impl/KVOSrvDenseMatrix", __LINE__);
-    return KVOSimCollection(stored.CollectionID()).CreateTempOrderedCSet(members.begin() + cut.offset, cut.size);
-}
-
 // Deliberate: in 32 bits, and widened only then. The database is given the wish that it has always been given; it caps what is too much,
 // which a product that wrapped around to a negative number is, too.
 std::uint64_t WholeMatrixBytes(int rows, int columns, int elementSize)
@@ -94,7 +80,8 @@ KVOSrvDenseMatrix::KVOSrvDenseMatrix(KVOSimDistribution const& distribution)
 
 KVOSrvDenseMatrix::KVOSrvDenseMatrix(KVOSrvDenseMatrix const& parent, int r0, int r1, int c0, int c1)
     : m_distribution(parent.m_distribution), m_isView(true), m_rowCut(parent.m_rowCut.View(r0, r1)),
-      m_columnCut(parent.m_columnCut.View(c0, c1)), m_rowCSetID(parent.m_rowCSetID), m_columnCSetID(parent.m_columnCSetID)
+      m_columnCut(parent.m_columnCut.View(c0, c1)), m_rowCSetID(parent.m_rowCSetID), m_columnCSetID(parent.m_columnCSetID),
+      m_isExtended(parent.m_isExtended)
 {
     if (!m_distribution.IsNull())
         m_transfer = NewTransfer(m_distribution);
@@ -120,14 +107,45 @@ void KVOSrvDenseMatrix::Bind(KVOSimDistribution const& distribution)
         m_columnCSetID = drawer.csets[0];
 }
 
+// An extension goes with its transaction, but what this object has learned by it stays.
+void KVOSrvDenseMatrix::RequireStoredSize() const
+{
+    auto const isBehind = [&](int dim, KVOSrvBlockCut const& cut) {
+        return std::int64_t{cut.offset} + cut.size > m_distribution.DimensionSize(dim);
+    };
+    int const rowDim = m_isExtended ? RowDim(m_distribution) : 0;
+    if (m_isExtended && (isBehind(rowDim, m_rowCut) || (rowDim > 0 && isBehind(0, m_columnCut))))
+        KVOSimException("Cannot use a matrix of the database", KVOSimContext(DistributionID().ContextID()).Path(),
+                        "the transaction in which it was extended was dropped; bind a new one to the distribution")
+            .Throw("mtx/impl/KVOSrvDenseMatrix", __LINE__);
+}
+
+// The set of those members of `stored` that this matrix has.
+KVOSimCSetID KVOSrvDenseMatrix::PartOfMembers(KVOSimCSetID const& stored, KVOSrvBlockCut const& cut,
+                                              std::unique_ptr<KVOSimCSet const>& part) const
+{
+    if (stored.IsNull())
+        return stored;
+    RequireStoredSize();
+    KVOSimCSet const set(stored);
+    if (set.Size() == cut.size)
+        return stored;
+    if (part == nullptr) {
+        if (cut.offset < 0 || cut.offset > set.Size() - cut.size) // a view that leaves its matrix
+            KVOSrvMtxInvalidGetRange().Throw("mtx/impl/KVOSrvDenseMatrix", __LINE__);
+        part = std::make_unique<KVOSimCSet const>(set.Part(cut.offset, cut.size));
+    }
+    return part->ID();
+}
+
 KVOSimCSetID KVOSrvDenseMatrix::RowCSetID() const
 {
-    return PartOfMembers(m_rowCSetID, m_rowCut);
+    return PartOfMembers(m_rowCSetID, m_rowCut, m_rowPart);
 }
 
 KVOSimCSetID KVOSrvDenseMatrix::ColumnCSetID() const
 {
-    return PartOfMembers(m_columnCSetID, m_columnCut);
+    return PartOfMembers(m_columnCSetID, m_columnCut, m_columnPart);
 }
 
 KVOSrvDenseMatrix* KVOSrvDenseMatrix::ConstSubmatrix(int r0, int r1, int c0, int c1) const
@@ -184,6 +202,7 @@ int KVOSrvDenseMatrix::ExtendDim(KVOSimCSetID const& newMembers)
     bool const columns = newMembers.CollectionID() == m_columnCSetID.CollectionID();
     if (!columns && newMembers.CollectionID() != m_rowCSetID.CollectionID())
         return 3;
+    RequireStoredSize();
     KVOSimCSetID& members = columns ? m_columnCSetID : m_rowCSetID;
     KVOSimArray<int> const old = KVOSimCSet(members).OrderedMembers(), added = KVOSimCSet(newMembers).OrderedMembers();
     if (RepeatMembers(old, {added.begin(), added.end()}))
@@ -214,6 +233,7 @@ int KVOSrvDenseMatrix::ExtendDim(KVOSimCSetID const& newMembers)
     }
 
     m_transfer = std::move(transfer);
+    m_isExtended = true;
     members = allMembers;
     // Deliberate, also when rows are added: callers know the first block column by the width that it gets here. In a matrix that was grown
     // from one short block column this mends what Append leaves; the height of block row 0 is never mended.

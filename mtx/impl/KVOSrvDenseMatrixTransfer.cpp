@@ -22,6 +22,7 @@ bool KVOSrvDenseMatrix::Contains(int r0, int r1, int c0, int c1) const noexcept
 
 KVOSimTransfer KVOSrvDenseMatrix::TransferOf(int r0, int r1, int c0, int c1) const
 {
+    RequireStoredSize();
     KVOSimArray<KVOSimCollectionID> const& collections = m_distribution.Collections();
     KVOSimTransfer transfer(*m_transfer);
     int dim = 0;

@@ -1,13 +1,12 @@
 #include "KVOSrvScratchDenseMatrix.h"
 
+#include "ChunkLimit.h"
 #include "KVOSimCSet.h"
 #include "KVOSimCollection.h"
 #include "KVOSimContext.h"
 #include "KVOSimTransaction.h"
 #include "KVOSrvUtilities.h"
 #include "ScratchFiles.h"
-
-#include <algorithm>
 
 namespace
 {
@@ -34,11 +33,10 @@ KVOSrvScratchDenseMatrix::KVOSrvScratchDenseMatrix(int rows, int columns, int co
 }
 
 KVOSrvScratchDenseMatrix::KVOSrvScratchDenseMatrix(KVOSimCSetID const& rowSet, KVOSimCSetID const& columnSet, int rowChunk, int columnChunk)
-    : m_sourceRowCSetID(rowSet), m_sourceColumnCSetID(columnSet)
+    : m_sourceRows(std::make_unique<KVOSimCSet const>(rowSet)), m_sourceColumns(std::make_unique<KVOSimCSet const>(columnSet))
 {
-    KVOSimCSet const rows(rowSet), columns(columnSet);
-    KVOSimArray<int> const rowNumbers = rows.OrderedMembers(), columnNumbers = columns.OrderedMembers();
-    CreateDatabase(rows.Size(), columns.Size(), rowNumbers.begin(), columnNumbers.begin(), rowChunk, columnChunk);
+    KVOSimArray<int> const rowNumbers = m_sourceRows->OrderedMembers(), columnNumbers = m_sourceColumns->OrderedMembers();
+    CreateDatabase(rowNumbers.Size(), columnNumbers.Size(), rowNumbers.begin(), columnNumbers.begin(), rowChunk, columnChunk);
 }
 
 KVOSrvScratchDenseMatrix::KVOSrvScratchDenseMatrix(KVOSrvScratchDenseMatrix const& parent, int r0, int r1, int c0, int c1)
@@ -52,26 +50,25 @@ KVOSrvScratchDenseMatrix::~KVOSrvScratchDenseMatrix() = default;
 void KVOSrvScratchDenseMatrix::CreateDatabase(int rows, int columns, int const* rowNumbers, int const* columnNumbers, int rowChunk,
                                               int columnChunk)
 {
-    int rowsPerChunk = std::min(rows, rowChunk), columnsPerChunk = std::min(columns, columnChunk);
-    KVOSrvUtilities::LimitChunkSize2GB(rowsPerChunk, columnsPerChunk, rows, columns);
+    ChunkLimit const chunk("KVOSrvScratchDenseMatrix", "KVOSrvScratchDenseMatrix", rows, columns, rowChunk, columnChunk);
 
     m_fileHandle.Associate(ScratchFiles::PathForMatrix(this));
     KVOSimContext context(m_fileHandle.ContextID());
     KVOSimTransaction transaction(context);
     KVOSimCSetID const rowSet = MakeMembers(context, rows, rowNumbers), columnSet = MakeMembers(context, columns, columnNumbers);
-    KVOSimDistributionID const distribution = KVOSrvUtilities::Create2DDistribution(rowSet, columnSet, rowsPerChunk, columnsPerChunk);
+    KVOSimDistributionID const distribution = KVOSrvUtilities::Create2DDistribution(rowSet, columnSet, chunk.rows, chunk.columns);
     transaction.Commit();
     Bind(KVOSimDistribution(distribution));
 }
 
 KVOSimCSetID KVOSrvScratchDenseMatrix::RowCSetID() const
 {
-    return m_sourceRowCSetID.IsNull() ? KVOSrvDenseMatrix::RowCSetID() : m_sourceRowCSetID;
+    return m_sourceRows == nullptr ? KVOSrvDenseMatrix::RowCSetID() : m_sourceRows->ID();
 }
 
 KVOSimCSetID KVOSrvScratchDenseMatrix::ColumnCSetID() const
 {
-    return m_sourceColumnCSetID.IsNull() ? KVOSrvDenseMatrix::ColumnCSetID() : m_sourceColumnCSetID;
+    return m_sourceColumns == nullptr ? KVOSrvDenseMatrix::ColumnCSetID() : m_sourceColumns->ID();
 }
 
 KVOSrvScratchDenseMatrix* KVOSrvScratchDenseMatrix::ConstSubmatrix(int r0, int r1, int c0, int c1) const

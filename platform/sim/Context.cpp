@@ -111,10 +111,11 @@ Collection& Context::CollectionOf(KVOSimCollectionID const& id, char const* doin
     return found->second;
 }
 
-std::shared_ptr<MemberSet> Context::CreateSet(KVOSimCollectionID const& collection, std::span<int const> numbers, bool temporary,
+std::shared_ptr<MemberSet> Context::CreateSet(KVOSimCollectionID const& collection, std::span<int const> numbers, SetLife life,
                                               char const* doing)
 {
     Session& session = OpenSession(doing);
+    bool const temporary = life != SetLife::Stored;
     if (!temporary)
         session.RequireWritable(doing);
     int const owner = CollectionOf(collection, doing).index;
@@ -127,8 +128,11 @@ std::shared_ptr<MemberSet> Context::CreateSet(KVOSimCollectionID const& collecti
         auto [candidate, end] = m_temporaryByContent.equal_range(hash);
         for (; candidate != end; ++candidate)
             if (auto const set = candidate->second.lock();
-                set != nullptr && set->collection == owner && std::ranges::equal(*set->numbers, numbers))
+                set != nullptr && set->collection == owner && std::ranges::equal(*set->numbers, numbers)) {
+                if (life == SetLife::Temporary)
+                    m_sets.emplace(set->temporaryIndex, set);
                 return set;
+            }
     }
     if (temporary ? m_nextTemporarySet == INT_MIN : m_nextSet == INT_MAX)
         ThrowReason(doing, Path(), "the context has no number left for it");
@@ -140,7 +144,11 @@ std::shared_ptr<MemberSet> Context::CreateSet(KVOSimCollectionID const& collecti
     set->fate.owner = session.CurrentTransaction();
     if (temporary) {
         set->temporaryIndex = m_nextTemporarySet;
-        m_sets.emplace(m_nextTemporarySet, set);
+        ForgetSetsNobodyHolds();
+        if (life == SetLife::WhileHeld)
+            m_heldSets.emplace(m_nextTemporarySet, set);
+        else
+            m_sets.emplace(m_nextTemporarySet, set);
         --m_nextTemporarySet;
         m_temporaryByContent.emplace(hash, set);
     } else {
@@ -151,6 +159,17 @@ std::shared_ptr<MemberSet> Context::CreateSet(KVOSimCollectionID const& collecti
     return set;
 }
 
+// Now and then, so that each entry is looked at a few times only.
+void Context::ForgetSetsNobodyHolds()
+{
+    if (m_temporaryByContent.size() < m_forgetAt)
+        return;
+    auto const isGone = [](auto const& entry) { return entry.second.expired(); };
+    std::erase_if(m_temporaryByContent, isGone);
+    std::erase_if(m_heldSets, isGone);
+    m_forgetAt = 64 + 2 * m_temporaryByContent.size();
+}
+
 std::shared_ptr<MemberSet> Context::SetOf(KVOSimCSetID const& id, char const* doing)
 {
     OpenSession(doing);
@@ -159,11 +178,15 @@ std::shared_ptr<MemberSet> Context::SetOf(KVOSimCSetID const& id, char const* do
     Collection const& collection = CollectionOf(id.CollectionID(), doing);
     if (id.Index() == kBiggestSet)
         return collection.biggest;
-    auto const found = m_sets.find(id.Index());
-    if (found == m_sets.end() || found->second->collection != collection.index)
+    std::shared_ptr<MemberSet> set;
+    if (auto const found = m_sets.find(id.Index()); found != m_sets.end())
+        set = found->second;
+    else if (auto const held = m_heldSets.find(id.Index()); held != m_heldSets.end())
+        set = held->second.lock();
+    if (set == nullptr || set->collection != collection.index)
         ThrowReason(doing, Path(),
                     "there is no set " + std::to_string(id.Index()) + " in collection " + std::to_string(id.CollectionID().Index()));
-    return found->second;
+    return set;
 }
 
 KVOSimCSetID Context::IDOf(MemberSet const& set, int color) const

@@ -52,7 +52,10 @@ public:
     /// @throws KVOSimException unless `id` names a collection of this context
     Collection& CollectionOf(KVOSimCollectionID const& id, char const* doing);
 
-    std::shared_ptr<MemberSet> CreateSet(KVOSimCollectionID const& collection, std::span<int const> numbers, bool temporary,
+    enum class SetLife { Stored, Temporary, WhileHeld };
+    /// A set that lives while it is held is a temporary one that goes with the last of those who hold the result, unless somebody makes
+    /// the same as a temporary one. The same temporary set again is the same set.
+    std::shared_ptr<MemberSet> CreateSet(KVOSimCollectionID const& collection, std::span<int const> numbers, SetLife life,
                                          char const* doing);
     /// @throws KVOSimException unless `id` names a set of this context
     std::shared_ptr<MemberSet> SetOf(KVOSimCSetID const& id, char const* doing);
@@ -128,7 +131,11 @@ private:
     Hid m_group;
     std::optional<CatalogueTables> m_tables;
     std::map<int, Collection> m_collections;
+    void ForgetSetsNobodyHolds();
+
     std::map<int, std::shared_ptr<MemberSet>> m_sets; ///< by every index they have, both kinds
+    std::map<int, std::weak_ptr<MemberSet>> m_heldSets;
+    std::size_t m_forgetAt = 64; ///< entries of m_temporaryByContent at which it is worth to look for what is gone
     std::unordered_multimap<std::size_t, std::weak_ptr<MemberSet>> m_temporaryByContent;
     std::map<int, std::shared_ptr<Distribution>> m_distributions;
     int m_nextCollection = 0;

@@ -9,9 +9,10 @@
 namespace simdb
 {
 class Context;
-}
+struct MemberSet;
+} // namespace simdb
 
-/// An ordered set of members of a collection.
+/// An ordered set of members of a collection. A set that Part() made lives as long as such an object, or a drawer that uses it.
 class KVO_EXPORT KVOSimCSet
 {
 public:
@@ -24,8 +25,12 @@ public:
     int Size() const;
     /// The member numbers, in order.
     KVOSimArray<int> OrderedMembers() const;
+    /// The temporary set of `count` members from member `first` on. Its identifier names nothing any more when no object of it is left.
+    /// @throws KVOSimException when the range leaves this set
+    KVOSimCSet Part(int first, int count) const;
 
 private:
     std::shared_ptr<simdb::Context> m_context;
+    std::shared_ptr<simdb::MemberSet> m_set; // only held
     KVOSimCSetID m_id;
 };

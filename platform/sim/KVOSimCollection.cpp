@@ -38,12 +38,15 @@ KVOSimCSetID KVOSimCollection::BiggestCSetID() const
 
 KVOSimCSetID KVOSimCollection::CreateOrderedCSet(int const* numbers, int count)
 {
-    return m_context->IDOf(*m_context->CreateSet(m_id, CheckedNumbers(*m_context, numbers, count), false, kCreating), m_id.Color());
+    return m_context->IDOf(
+        *m_context->CreateSet(m_id, CheckedNumbers(*m_context, numbers, count), simdb::Context::SetLife::Stored, kCreating), m_id.Color());
 }
 
 KVOSimCSetID KVOSimCollection::CreateTempOrderedCSet(int const* numbers, int count)
 {
-    return m_context->IDOf(*m_context->CreateSet(m_id, CheckedNumbers(*m_context, numbers, count), true, kCreating), m_id.Color());
+    return m_context->IDOf(
+        *m_context->CreateSet(m_id, CheckedNumbers(*m_context, numbers, count), simdb::Context::SetLife::Temporary, kCreating),
+        m_id.Color());
 }
 
 KVOSimCollectionID KVOSimCollection::CreateColorVariant(int color)

@@ -4,6 +4,7 @@
 #include "Distribution.h"
 #include "Session.h"
 
+#include <string>
 #include <vector>
 
 namespace
@@ -84,6 +85,14 @@ void KVOSimDistribution::QueryDrawers(KVOSimArray<KVOSimDrawer>& drawers) const
         if (drawer != nullptr)
             result.Append(Describe(distribution, *drawer));
     drawers = std::move(result);
+}
+
+std::int64_t KVOSimDistribution::DimensionSize(int dim) const
+{
+    auto const& sets = Checked(m_distribution, kQuerying).DrawerAt(0, kQuerying).sets;
+    if (dim < 0 || static_cast<std::size_t>(dim) >= sets.size())
+        simdb::ThrowReason(kQuerying, m_distribution->Path(), "there is no dimension " + std::to_string(dim));
+    return sets[static_cast<std::size_t>(dim)]->size;
 }
 
 std::int64_t KVOSimDistribution::DataSizeItems(int number, int item) const

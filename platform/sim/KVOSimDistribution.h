@@ -70,6 +70,8 @@ public:
     KVOSimArray<KVOSimCollectionID> const& Collections() const;
     /// Descriptions of all drawers, in the order in which they were made.
     void QueryDrawers(KVOSimArray<KVOSimDrawer>& drawers) const;
+    /// Members of one dimension of the first drawer, as QueryDrawers says. @throws KVOSimException when there is no drawer
+    std::int64_t DimensionSize(int dim) const;
     /// Number of values in slot `item` of a drawer: 0 values, 1 column indices, 2 row starts, 3 diagonal; a dense drawer has slot 0 only.
     std::int64_t DataSizeItems(int drawer, int item) const;
 

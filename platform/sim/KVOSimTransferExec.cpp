@@ -81,7 +81,7 @@ void KVOSimTransfer::InitializeExtension()
         auto const added = context.NumbersOf(*context.SetOf(m_dims[d].extension, kExtending));
         numbers.insert(numbers.end(), added->begin(), added->end());
         // A temporary set: the caller may name another one by SetDimMembers, and only what is used at the commit is stored.
-        auto set = context.CreateSet(m_dims[d].extension.CollectionID(), numbers, true, kExtending);
+        auto set = context.CreateSet(m_dims[d].extension.CollectionID(), numbers, simdb::Context::SetLife::Temporary, kExtending);
         m_distribution->ChangeSet(drawer, static_cast<int>(d), std::move(set));
         m_dims[d].extension = KVOSimCSetID();
     }

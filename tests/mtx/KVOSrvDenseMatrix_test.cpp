@@ -3,10 +3,13 @@
 #include "DatabaseSupport.h"
 #include "FailureSweep.h"
 #include "KVOSimException.h"
+#include "KVOSimTransaction.h"
+#include "KVOSrvScratchDenseMatrix.h"
 
 #include <gmock/gmock.h>
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 
 namespace
 {
@@ -131,6 +134,21 @@ TEST(KVOSrvDenseMatrix, ViewsOutliveTheMatrixAndNameTheirMembers)
     EXPECT_THAT(NumbersOf(inner->ColumnCSetID()), ElementsAre(21, 22, 23));
     EXPECT_EQ(view->NumberOfRowsInBlock(0), 2);
     EXPECT_EQ(view->BlockContainingColumn(2), 1);
+
+    // The set of a part lives as long as a view whose set it is, or a matrix made from it.
+    auto range = [&](int r0, int r1) { return View(view->ConstSubmatrix(r0, r1, 0, 1)); };
+    View first = range(0, 3), second = range(0, 3), third = range(1, 3);
+    KVOSimCSetID const shared = first->RowCSetID(), used = third->RowCSetID();
+    EXPECT_EQ(second->RowCSetID(), shared);
+    KVOSrvScratchDenseMatrix const work(used, used, 2, 2);
+    first.reset();
+    EXPECT_THAT(NumbersOf(shared), ElementsAre(106, 109, 112, 115));
+    second.reset();
+    third.reset();
+    EXPECT_THROW(NumbersOf(shared), KVOSimException);
+    EXPECT_THAT(NumbersOf(work.RowCSetID()), ElementsAre(109, 112, 115));
+    for (int k = 0; k < 300; ++k) // more than are kept in mind before what is gone is forgotten
+        EXPECT_EQ(KVOSimCSet(range(k % 7, 7)->RowCSetID()).Size(), 8 - k % 7);
 }
 
 TEST(KVOSrvDenseMatrix, BlockAllocatedFollowsTheWrites)
@@ -211,6 +229,41 @@ TEST(KVOSrvDenseMatrix, ExtendDimRefusesByStatusAndChangesNothing)
     EXPECT_THROW(stale.ExtendDim(1, 3, further), KVOSimException);
     EXPECT_EQ(KVOSrvDenseMatrix(column.DistributionID()).NumberOfRows(), 7);
     EXPECT_THROW(View(stale.Submatrix(2, 4, 0, 0))->RowCSetID(), KVOSrvMtxInvalidGetRange); // leaves its matrix
+}
+
+TEST(KVOSrvDenseMatrix, AnObjectWhoseExtensionWasDroppedSaysSo)
+{
+    TestDatabase const database;
+    KVOSimDistributionID const distribution = database.Matrix(4, 3, 2, 2);
+    KVOSimContext context(distribution.ContextID());
+    KVOSimTransaction(context).Commit();
+    KVOSrvDenseMatrix matrix(distribution);
+    Dense const values = Randomize(matrix);
+    int const rows[] = {77, 99};
+    View whole, part;
+    {
+        KVOSimTransaction const dropped(context);
+        ASSERT_EQ(matrix.ExtendDim(1, 2, rows), 0);
+        whole.reset(matrix.Submatrix(0, 5, 0, 2));
+        part.reset(matrix.Submatrix(0, 3, 0, 2));
+        ExpectContent(*whole, StoredValues(matrix));
+    }
+
+    auto const saysSo = [](auto const& run) {
+        try {
+            run();
+            ADD_FAILURE() << "nothing was thrown";
+        } catch (KVOSimException const& exception) {
+            EXPECT_THAT(std::string(exception.AsString().View()), HasSubstr("the transaction in which it was extended was dropped"));
+        }
+    };
+    saysSo([&] { StoredValues(matrix); });
+    saysSo([&] { StoredValues(*whole); });
+    saysSo([&] { matrix.SetRows(0, 0, RandomMatrix(1, 3)); });
+    saysSo([&] { matrix.RowCSetID(); });
+    saysSo([&] { matrix.ExtendDim(1, 2, rows); });
+    ExpectContent(*part, values);
+    ExpectContent(KVOSrvDenseMatrix(distribution), values);
 }
 
 TEST(KVOSrvDenseMatrix, ExtendDimGrowsMatrixAndStoreOrNeither)

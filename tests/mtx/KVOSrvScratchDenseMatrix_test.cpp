@@ -165,6 +165,12 @@ TEST(KVOSrvScratchDenseMatrix, FailuresLeaveNoFile)
     KVOSimCSetID const null;
     EXPECT_THROW(KVOSrvScratchDenseMatrix(0, 2, 2, 2), KVOSrvMtxIllegalInput);
     EXPECT_THROW(KVOSrvScratchDenseMatrix(2, -1, 2, 2), KVOSrvMtxIllegalInput);
+    try {
+        KVOSrvScratchDenseMatrix(300000000, 1, 1000, 1);
+        ADD_FAILURE() << "a chunk of no columns";
+    } catch (KVOSrvMtxRefusedInput const& exception) {
+        EXPECT_THAT(std::string(exception.AsString().View()), testing::HasSubstr("2 GiB, 268435456 entries"));
+    }
     EXPECT_THROW(KVOSrvScratchDenseMatrix(2, 2, 0, 2), KVOSimException);
     EXPECT_THROW(KVOSrvScratchDenseMatrix(2, 2, 2, -2), KVOSimException);
     EXPECT_THROW(KVOSrvScratchDenseMatrix(null, null, 2, 2), KVOSimException);
