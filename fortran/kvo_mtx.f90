@@ -526,6 +526,12 @@ module kvo_mtx
             integer(c_int64_t) :: handle
         end function KVOSRVMATRIXCONTAINERCREATE
 
+        function KVOSRVMATRIXCONTAINERTRYCREATE(handle) bind(C, name="KVOSRVMATRIXCONTAINERTRYCREATE") result(status)
+            import
+            integer(c_int64_t), intent(out) :: handle
+            integer(c_int) :: status
+        end function KVOSRVMATRIXCONTAINERTRYCREATE
+
         function KVOSRVMATRIXCONTAINERNUMROWS(handle, id) bind(C, name="KVOSRVMATRIXCONTAINERNUMROWS") result(r)
             import
             integer(c_int64_t), value :: handle
@@ -547,10 +553,25 @@ module kvo_mtx
             real(c_double), intent(inout) :: values(*)
         end subroutine KVOSRVMATRIXCONTAINERGETVALUES
 
+        function KVOSRVMATRIXCONTAINERTRYGETVALUES(handle, id, values) bind(C, name="KVOSRVMATRIXCONTAINERTRYGETVALUES") result(r)
+            import
+            integer(c_int64_t), value :: handle
+            integer(c_int), intent(in) :: id
+            real(c_double), intent(inout) :: values(*)
+            integer(c_int) :: r
+        end function KVOSRVMATRIXCONTAINERTRYGETVALUES
+
         subroutine KVOSRVMATRIXCONTAINERDELETE(handle) bind(C, name="KVOSRVMATRIXCONTAINERDELETE")
             import
             integer(c_int64_t), value :: handle
         end subroutine KVOSRVMATRIXCONTAINERDELETE
+
+        function KVOSRVLASTERROR(text, length) bind(C, name="KVOSRVLASTERROR") result(whole)
+            import
+            character(kind=c_char), intent(inout) :: text(*)
+            integer(c_int), intent(in) :: length
+            integer(c_int) :: whole
+        end function KVOSRVLASTERROR
     end interface
 
 end module kvo_mtx

@@ -291,19 +291,30 @@ KVO_EXPORT void BLAC_SPARSE_LEVEL(int const* request, int* inForce);
 /// C++ may make one, too, with `new`. Handle 0 is no container.
 ///
 /// Asked for a matrix that is not there (unknown or removed, or no container), they write a line to the error stream and answer as stated.
-/// Where the database fails, KVOSimException leaves through the caller, which only C++ can catch.
+/// Where the database fails, KVOSimException leaves through the caller, which only C++ can catch. The entry points with TRY in their name
+/// do the same and answer a status instead, which a Fortran caller can look at: 0; an error number of docs/errors.md; -1 when memory is
+/// exhausted; -2 when there is no such matrix. Nothing leaves them, nothing is written to the error stream, and KVOSRVLASTERROR tells why.
 /// @{
 
 /// Makes an empty container. @return its handle; KVOSRVMATRIXCONTAINERDELETE ends it
 KVO_EXPORT std::int64_t KVOSRVMATRIXCONTAINERCREATE(void);
+/// The same with a status. @param[out] handle  0 unless the status is 0
+KVO_EXPORT int KVOSRVMATRIXCONTAINERTRYCREATE(std::int64_t* handle);
 /// The rows of the matrix `id`; 0 when there is none.
 KVO_EXPORT int KVOSRVMATRIXCONTAINERNUMROWS(std::int64_t handle, int const* id);
 /// The columns of the matrix `id`; 0 when there is none.
 KVO_EXPORT int KVOSRVMATRIXCONTAINERNUMCOLUMNS(std::int64_t handle, int const* id);
 /// Reads the whole matrix `id`. @param[out] values  rows x columns, without gaps; not touched when there is no such matrix
 KVO_EXPORT void KVOSRVMATRIXCONTAINERGETVALUES(std::int64_t handle, int const* id, double* values);
+/// The same with a status. @param[out] values  not all set unless the status is 0
+KVO_EXPORT int KVOSRVMATRIXCONTAINERTRYGETVALUES(std::int64_t handle, int const* id, double* values);
 /// Deletes the container with its matrices and its file; the handle 0 does nothing.
 KVO_EXPORT void KVOSRVMATRIXCONTAINERDELETE(std::int64_t handle);
+
+/// The message of the last status other than 0 that an entry point gave in this thread; empty before the first.
+/// @param[out] text  `length` characters, cut or padded with blanks
+/// @return the characters of the whole message, 1023 at most
+KVO_EXPORT int KVOSRVLASTERROR(char* text, int const* length);
 
 /// @}
 

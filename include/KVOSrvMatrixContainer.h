@@ -36,7 +36,7 @@ public:
     ///
     /// An id stays taken for ever, also after Remove(). On a taken id the registered matrix stays, and the new one is returned
     /// nevertheless: nobody owns it. It works like the others while the container lives; its memory is lost unless the caller deletes it.
-    /// @throws KVOSrvMtxIllegalInput "LimitChunkSize2GB" when numRows or numCols is not positive
+    /// @throws KVOSrvMtxRefusedInput when numRows or numCols is not positive, or so many that 2 GiB do not hold one column or row
     /// @throws KVOSimException also for block sizes that are no sizes. Nothing is registered when an exception leaves
     KVOSrvDenseMatrix& Create(int id, int numRows, int numCols, int blockRows, int blockCols);
     /// The same with member numbers. @param rowIds,colIds  numRows and numCols numbers; null: from 0 on

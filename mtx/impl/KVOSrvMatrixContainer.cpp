@@ -1,5 +1,7 @@
 #include "KVOSrvMatrixContainer.h"
 
+#include "ChunkLimit.h"
+#include "FortranStatus.h"
 #include "KVOBasUtlFilePath.h"
 #include "KVOFortran.h"
 #include "KVOSimCollection.h"
@@ -11,7 +13,6 @@
 #include "ScratchFiles.h"
 #include "aio_ostream.h"
 
-#include <algorithm>
 #include <fcntl.h>
 #include <memory>
 #include <numeric>
@@ -112,13 +113,12 @@ KVOSrvDenseMatrix& KVOSrvMatrixContainer::Create(int id, int numRows, int numCol
 KVOSrvDenseMatrix& KVOSrvMatrixContainer::CreateMatrix(int id, int numRows, int numCols, int const* rowIds, int const* colIds,
                                                        int blockRows, int blockCols)
 {
-    int rowsPerChunk = std::min(numRows, blockRows), columnsPerChunk = std::min(numCols, blockCols);
-    KVOSrvUtilities::LimitChunkSize2GB(rowsPerChunk, columnsPerChunk, numRows, numCols);
+    ChunkLimit const chunk("KVOSrvMatrixContainer", "Create", numRows, numCols, blockRows, blockCols);
 
     KVOSimContext context(m_contextID);
     KVOSimTransaction transaction(context);
     KVOSimCSetID const rows = MakeMembers(m_rowCollection, numRows, rowIds), columns = MakeMembers(m_colCollection, numCols, colIds);
-    KVOSimDistributionID const distribution = KVOSrvUtilities::Create2DDistribution(rows, columns, rowsPerChunk, columnsPerChunk);
+    KVOSimDistributionID const distribution = KVOSrvUtilities::Create2DDistribution(rows, columns, chunk.rows, chunk.columns);
     transaction.Commit();
 
     auto matrix = std::make_unique<KVOSrvDenseMatrix>(distribution);
@@ -140,17 +140,29 @@ void KVOSrvMatrixContainer::Remove(int id)
 namespace
 {
 
-// The matrix that a Fortran caller asks for, null when there is none: a line for the user, not a crash in the solver.
-KVOSrvDenseMatrix* Find(std::int64_t handle, int id, char const* entryPoint)
+// The matrix that a Fortran caller asks for, null when there is none.
+KVOSrvDenseMatrix* Find(std::int64_t handle, int id)
 {
     auto const* const container = reinterpret_cast<KVOSrvMatrixContainer const*>(handle);
-    KVOSrvDenseMatrix* const matrix = container != nullptr ? container->Find(id) : nullptr;
+    return container != nullptr ? container->Find(id) : nullptr;
+}
+
+// The same with a line for the user, not a crash in the solver.
+KVOSrvDenseMatrix* Find(std::int64_t handle, int id, char const* entryPoint)
+{
+    KVOSrvDenseMatrix* const matrix = Find(handle, id);
     if (matrix == nullptr)
-        ((aio_cerr << entryPoint << ": there is no " << (container != nullptr ? "" : "container with a ") << "matrix ").print_int(id)
-         << ".")
+        ((aio_cerr << entryPoint << ": there is no " << (handle != 0 ? "" : "container with a ") << "matrix ").print_int(id) << ".")
             .put('\n')
             .flush();
     return matrix;
+}
+
+void ReadAll(KVOSrvDenseMatrix const& matrix, double* values)
+{
+    int const rows = matrix.NumberOfRows(), columns = matrix.NumberOfColumns();
+    KVOSrvMatrix target(rows, columns, values, false, false);
+    matrix.GetValues(0, rows - 1, 0, columns - 1, target);
 }
 
 } // namespace
@@ -158,6 +170,15 @@ KVOSrvDenseMatrix* Find(std::int64_t handle, int id, char const* entryPoint)
 extern "C" std::int64_t KVOSRVMATRIXCONTAINERCREATE(void)
 {
     return reinterpret_cast<std::int64_t>(new KVOSrvMatrixContainer);
+}
+
+extern "C" int KVOSRVMATRIXCONTAINERTRYCREATE(std::int64_t* handle)
+{
+    *handle = 0;
+    return FortranStatus::Of([&] {
+        *handle = KVOSRVMATRIXCONTAINERCREATE();
+        return FortranStatus::kOk;
+    });
 }
 
 extern "C" int KVOSRVMATRIXCONTAINERNUMROWS(std::int64_t handle, int const* id)
@@ -175,11 +196,19 @@ extern "C" int KVOSRVMATRIXCONTAINERNUMCOLUMNS(std::int64_t handle, int const* i
 extern "C" void KVOSRVMATRIXCONTAINERGETVALUES(std::int64_t handle, int const* id, double* values)
 {
     KVOSrvDenseMatrix const* const matrix = Find(handle, *id, "KVOSRVMATRIXCONTAINERGETVALUES");
+    if (matrix != nullptr)
+        ReadAll(*matrix, values);
+}
+
+extern "C" int KVOSRVMATRIXCONTAINERTRYGETVALUES(std::int64_t handle, int const* id, double* values)
+{
+    KVOSrvDenseMatrix const* const matrix = Find(handle, *id);
     if (matrix == nullptr)
-        return;
-    int const rows = matrix->NumberOfRows(), columns = matrix->NumberOfColumns();
-    KVOSrvMatrix target(rows, columns, values, false, false);
-    matrix->GetValues(0, rows - 1, 0, columns - 1, target);
+        return FortranStatus::Failed(FortranStatus::kNotThere, "there is no such container or matrix");
+    return FortranStatus::Of([&] {
+        ReadAll(*matrix, values);
+        return FortranStatus::kOk;
+    });
 }
 
 extern "C" void KVOSRVMATRIXCONTAINERDELETE(std::int64_t handle)

@@ -29,11 +29,12 @@ program container_test
 
     integer(c_int64_t), parameter :: no_container = 0
     integer(c_int64_t) :: first, second
+    character(len=5) :: text
     real(c_double) :: untouched(2)
 
     call enter_fresh_folder()
     first = KVOSRVMATRIXCONTAINERCREATE()
-    second = KVOSRVMATRIXCONTAINERCREATE()
+    call check(KVOSRVMATRIXCONTAINERTRYCREATE(second) == 0, 'TRYCREATE')
     call check(first /= no_container .and. second /= no_container .and. first /= second, 'CREATE')
     call add_matrix(first, 5, 10, 4)
     call add_matrix(second, 5, 3, 70)
@@ -48,6 +49,10 @@ program container_test
     call KVOSRVMATRIXCONTAINERGETVALUES(first, 5, untouched)
     call KVOSRVMATRIXCONTAINERGETVALUES(no_container, 5, untouched)
     call check(all(untouched == [3, 4]), 'GETVALUES of a matrix that is not there')
+
+    call check(KVOSRVMATRIXCONTAINERTRYGETVALUES(first, 5, untouched) == -2, 'TRYGETVALUES of a removed matrix')
+    call check(KVOSRVLASTERROR(text, len(text)) > len(text), 'LASTERROR, the length')
+    call check(text == 'there', 'LASTERROR, the text')
 
     call KVOSRVMATRIXCONTAINERDELETE(first)
     call check_matrix(second, 5, 3, 70)

@@ -208,6 +208,7 @@ TEST(KVOSrvMatrixContainer, RefusalsRegisterNothing)
         ExpectThrows<KVOSrvMtxRefusedInput>(
             "KVOSrvUtilities::LimitChunkSize2GB - Illegal input: the number of rows or of columns is not positive.",
             [&, r = rows, c = columns] { container.Create(2, r, c, 2, 2); });
+    EXPECT_THROW(container.Create(2, 1, 300000000, 1, 1000), KVOSrvMtxRefusedInput); // 2 GiB hold no whole row
     EXPECT_THROW(container.Create(2, 3, 3, 0, 2), KVOSimException);
     EXPECT_THROW(container.Create(2, 3, 3, 2, -2), KVOSimException);
 
@@ -328,4 +329,39 @@ TEST(KVOSrvMatrixContainer, FortranIsToldOfMatricesThatAreNotThere)
     }
     EXPECT_EQ(untouched, 4711.0);
     KVOSRVMATRIXCONTAINERDELETE(0);
+}
+
+TEST(KVOSrvMatrixContainer, FortranGetsAStatusWhereCxxThrows)
+{
+    WorkingFolder const folder;
+    auto const lastError = [](int length) {
+        std::string text(static_cast<std::size_t>(length), '#');
+        int const whole = KVOSRVLASTERROR(text.data(), &length);
+        EXPECT_EQ(text.find_last_not_of(' ') + 1, static_cast<std::size_t>(std::min(whole, length))) << text;
+        return text.substr(0, text.find_last_not_of(' ') + 1);
+    };
+    std::int64_t handle = 4711;
+    ASSERT_EQ(KVOSRVMATRIXCONTAINERTRYCREATE(&handle), 0);
+    auto& container = *reinterpret_cast<KVOSrvMatrixContainer*>(handle);
+    Dense const values = Randomize(container.Create(3, 2, 2, 2, 2));
+    double read[4] = {};
+    int const id = 3, unknown = 4;
+    EXPECT_EQ(KVOSRVMATRIXCONTAINERTRYGETVALUES(handle, &id, read), 0);
+    EXPECT_EQ(read[3], values.At(1, 1));
+
+    EXPECT_EQ(KVOSRVMATRIXCONTAINERTRYGETVALUES(handle, &unknown, read), -2);
+    EXPECT_EQ(lastError(100), "there is no such container or matrix");
+    EXPECT_EQ(KVOSRVMATRIXCONTAINERTRYGETVALUES(0, &id, read), -2);
+    container.Close();
+    EXPECT_EQ(KVOSRVMATRIXCONTAINERTRYGETVALUES(handle, &id, read), 500);
+    EXPECT_EQ(lastError(12), "Cannot ask f");
+    KVOSRVMATRIXCONTAINERDELETE(handle);
+    mem_FailAllocationAfter(0);
+    EXPECT_EQ(KVOSRVMATRIXCONTAINERTRYCREATE(&handle), -1);
+    mem_FailAllocationAfter(-1);
+    EXPECT_EQ(handle, 0);
+    EXPECT_EQ(lastError(13), "Out of memory");
+    folder.EnterBelow();
+    std::filesystem::remove(folder / "below");
+    EXPECT_EQ(KVOSRVMATRIXCONTAINERTRYCREATE(&handle), 500);
 }
