@@ -1,5 +1,6 @@
 # The API reference in HTML: the public headers, the Fortran module and the documents of docs/, with README.md as its first page.
-# A warning, such as a public name without a docstring or a link that leads nowhere, fails the build.
+# A warning, such as a public name without a docstring or a link that leads nowhere, fails the build; so does a link that Doxygen did not
+# take for one, of which it does not warn (its text goes over the end of a line), and the builder's path in a page.
 
 option(KVO_BUILD_DOCS "Build and install the API reference (Doxygen)" OFF)
 if(NOT KVO_BUILD_DOCS)
@@ -36,4 +37,7 @@ set(DOXYGEN_WARN_IF_INCOMPLETE_DOC NO) # docstrings name the parameters of which
 doxygen_add_docs(docs ALL ${sources})
 add_custom_command(TARGET docs POST_BUILD # README.md shows pictures by their path
     COMMAND ${CMAKE_COMMAND} -E copy_directory ${PROJECT_SOURCE_DIR}/docs/images ${PROJECT_BINARY_DIR}/reference/docs/images)
+add_custom_command(TARGET docs POST_BUILD
+    COMMAND ${CMAKE_COMMAND} -D pages=${PROJECT_BINARY_DIR}/reference -D source=${PROJECT_SOURCE_DIR}
+        -P ${CMAKE_CURRENT_LIST_DIR}/docs/check_pages.cmake)
 install(DIRECTORY ${PROJECT_BINARY_DIR}/reference DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)

@@ -24,8 +24,6 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 # "liblapack3 | liblapack.so.3": any provider that the system's alternatives know.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR} ${PROJECT_BINARY_DIR}/platform)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/packages/triggers)
 
 # Headers, libraries and program of different versions never meet.
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
@@ -34,6 +32,10 @@ set(CPACK_COMPONENT_TOOLS_DEPENDS runtime)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libkvomtxlinearalgebra${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+# What other packages' programs come to need of the libraries: this version's names or newer ones. CPack itself would name the revision, too.
+configure_file(${CMAKE_CURRENT_LIST_DIR}/packages/shlibs.in ${PROJECT_BINARY_DIR}/package-control/shlibs @ONLY)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+    ${CMAKE_CURRENT_LIST_DIR}/packages/triggers ${PROJECT_BINARY_DIR}/package-control/shlibs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS "libopenblas0 | libblis4 | libatlas3-base") # tuned to the processor, unlike libblas3
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "Matrix linear algebra for finite-element solvers - libraries
 Dense and sparse matrices in memory with products, factorization and a

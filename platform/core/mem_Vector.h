@@ -13,6 +13,7 @@ class mem_StdAllocator
     static_assert(alignof(T) <= alignof(std::max_align_t)); // what the allocator gives
 
 public:
+    /// What it allocates.
     using value_type = T;
 
     mem_StdAllocator() noexcept = default;
@@ -30,6 +31,7 @@ public:
     /// Releases what allocate() gave.
     void deallocate(T* memory, std::size_t) noexcept { mem_Free(memory); }
 
+    /// All are equal: each can release what another one gave.
     friend bool operator==(mem_StdAllocator const&, mem_StdAllocator const&) noexcept { return true; }
 };
 

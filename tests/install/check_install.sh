@@ -15,6 +15,25 @@ echo "== by find_package"
 "$work/build/consumer"
 "$work/build/fortran_consumer"
 
+echo "== the README's own programs and recipes"
+mkdir "$work/readme"
+block() { awk -v first='```'"$1" '$0 == "```" { inside = 0 } inside; $0 == first { inside = 1 }' "$(dirname "$0")/../../README.md"; }
+block cpp >"$work/readme/app.cpp" && block fortran >"$work/readme/solver.f90" && block make >"$work/readme/Makefile"
+(
+    echo 'cmake_minimum_required(VERSION 3.25)
+project(readme LANGUAGES CXX Fortran)
+add_executable(app app.cpp)'
+    block cmake
+) >"$work/readme/CMakeLists.txt"
+"$cmake" -S "$work/readme" -B "$work/readme/build" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" \
+    -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_Fortran_COMPILER="$fortran" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_Fortran_FLAGS="$flags" >"$work/configure.log"
+"$cmake" --build "$work/readme/build"
+[ "$("$work/readme/build/app")" = "0.0909091 0.636364" ]
+"$work/readme/build/solver"
+if [ -z "$flags" ]; then # make's gfortran takes no sanitizer
+    (cd "$work/readme" && PKG_CONFIG_PATH=$(dirname "$(find "$work/prefix" -name KVOMtxLinearAlgebra.pc)") make --silent solver && ./solver)
+fi
+
 echo "== the examples as a project of their own"
 "$cmake" -S "$(dirname "$0")/../../examples" -B "$work/examples" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" \
     -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_Fortran_COMPILER="$fortran" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_Fortran_FLAGS="$flags" >"$work/configure.log"
