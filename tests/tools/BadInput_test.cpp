@@ -240,6 +240,25 @@ TEST(BadInput, OutputsThatCannotBeMadeLeaveWhatWasThere)
     ExpectFailure(tool, {"sparse-times-dense", k, m, "-o", "out.sim"}, 4, "", 20000);
 }
 
+// A link under the name where an output is written must not lead there, nor may the journal of what it replaces stand beside it.
+TEST(BadInput, OutputsGoWhereTheyShouldAlone)
+{
+    Tool tool;
+    WriteFile(tool / "victim", "precious");
+    tool.inChild = [] {
+        std::string const number = std::to_string(getpid());
+        for (std::string const name : {"out.sim", "out.mtx", "out.chunks"})
+            std::filesystem::create_symlink("victim", name + ".part" + number);
+    };
+    for (std::string const name : {"out.sim", "out.mtx", "out.chunks"}) {
+        WriteFile(tool / (name + ".journal"), "of what stood here before");
+        tool.Do({"convert", Data("bcsstk01.mtx"), name});
+        tool.Do({"info", name});
+        EXPECT_EQ(ReadFile(tool / "victim"), "precious");
+        EXPECT_EQ(std::filesystem::exists(tool / (name + ".journal")), name != "out.sim");
+    }
+}
+
 TEST(BadInput, ResultsThatNobodyGetsAreAFailure)
 {
     std::string const k = Data("bcsstk11.mtx"), m = Data("bcsstm12.mtx");

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <sys/wait.h>
 #include <thread>
 
@@ -15,7 +16,7 @@ namespace
 bool HoldsScratchFiles(Tool const& tool)
 {
     for (auto const& entry : std::filesystem::directory_iterator(tool / ""))
-        if (entry.is_directory() && !std::filesystem::is_empty(entry.path()))
+        if (entry.is_directory() && std::distance(std::filesystem::directory_iterator(entry), {}) > 1) // the mark is there at once
             return true;
     return false;
 }
@@ -47,6 +48,39 @@ TEST(Interruption, LeavesNoScratchFilesAndTheOldOutput)
         EXPECT_THAT(outcome.err, testing::HasSubstr(signals.size() == 1 ? "kvomtx: interrupted" : ""));
         EXPECT_TRUE(tool.Files() == before);
     }
+}
+
+// What a killed run has left goes with the next one that makes a file there; nothing else does.
+TEST(Interruption, KilledRunsAreClearedUpAfterByTheNext)
+{
+    Tool const tool;
+    tool.Do({"make-brick", "12", "12", "12", "k.mtx", "m.mtx"});
+    for (char const* name : {"kvomtx-scratch-12", "k.mtx.part12", "k.mtx.part12-old"}) // not marked
+        std::filesystem::create_directory(tool / name);
+    WriteFile(tool / "m.mtx.part12", "a file of somebody");
+    auto const begin = [&](std::string const& output) {
+        pid_t const child = tool.Start({"modes", "k.mtx", "m.mtx", "-n", "300", "-o", output});
+        for (int k = 0; k < 6000 && !std::filesystem::exists(tool / ("kvomtx-scratch-" + std::to_string(child) + "/.kvomtx")); ++k)
+            std::this_thread::sleep_for(10ms);
+        return child;
+    };
+    auto const before = tool.Files();
+    pid_t const killed = begin("killed.sim");
+    kill(killed, SIGKILL);
+    EXPECT_EQ(tool.Wait(killed).code, -SIGKILL);
+    EXPECT_GT(tool.Files().size(), before.size() + 1) << "scratch folder and output";
+    auto const left = tool.Files();
+
+    pid_t const running = begin("running.sim");
+    auto const during = tool.Files();
+    tool.Do({"convert", "m.mtx", "new.mtx"});
+    std::filesystem::remove(tool / "new.mtx");
+    EXPECT_TRUE(tool.Files() == during) << "what is in use was removed";
+    for (auto const& [name, content] : left)
+        EXPECT_EQ(during.contains(name), before.contains(name)) << name;
+    kill(running, SIGINT);
+    EXPECT_EQ(tool.Wait(running).code, 130);
+    EXPECT_TRUE(tool.Files() == before);
 }
 
 // By nohup and in a script's background job signals are ignored, and stay so.

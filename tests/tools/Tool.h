@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -29,6 +30,9 @@ public:
     std::string operator/(std::string const& name) const { return m_folder / ("work/" + name); }
     Tool() { std::filesystem::create_directory(m_folder / "work"); }
 
+    /// What the started process does in the folder before it becomes the program, for instance to limit itself.
+    std::function<void()> inChild = [] {};
+
     /// Starts the program and returns its process.
     /// @param fileLimit  bytes that a file may grow to; 0: any
     /// @param output     its standard output; -1: what Wait() returns
@@ -49,8 +53,10 @@ public:
             rlimit const limit{fileLimit, fileLimit};
             setrlimit(RLIMIT_FSIZE, &limit);
         }
-        if (chdir((m_folder / "work").c_str()) == 0)
+        if (chdir((m_folder / "work").c_str()) == 0) {
+            inChild();
             execv(words[0], words.data());
+        }
         _exit(127);
     }
 

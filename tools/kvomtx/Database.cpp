@@ -14,6 +14,8 @@
 namespace
 {
 
+constexpr char kJournal[] = ".journal"; // behind the path of the file itself, not that of a symbolic link
+
 std::set<std::string>& InputPaths()
 {
     static std::set<std::string> s_paths;
@@ -30,7 +32,6 @@ bool IsOfKind(KVOSimDistribution const& distribution, MatrixKind kind)
 
 InputDatabase::InputDatabase(std::string const& path) : m_path(path)
 {
-    constexpr char kJournal[] = ".journal"; // of the file behind symbolic links
     std::error_code ignored;
     InputPaths().insert({path, std::filesystem::weakly_canonical(path, ignored).string() + kJournal});
     m_database.OpenFile(DRXUnicodeString(path.c_str()), true);
@@ -77,7 +78,7 @@ KVOSimDistributionID InputDatabase::Find(MatrixName const& name, MatrixKind kind
                     m_path + ": holds no matrix " + std::to_string(name.distribution) + "; kvomtx db ls shows the numbers");
 }
 
-OutputDatabase::OutputDatabase(std::string const& path) : m_file(path)
+OutputDatabase::OutputDatabase(std::string const& path) : m_file(path, kJournal)
 {
     m_database.CreateFile(DRXUnicodeString(m_file.TemporaryPath().c_str()), 0);
     m_context = std::make_unique<KVOSimContext>(m_database.CreateContext());

@@ -6,11 +6,13 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <map>
 #include <mutex>
 #include <pthread.h>
-#include <set>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -40,7 +42,7 @@ __attribute__((section(".preinit_array"), used)) void (*g_atLoad)() = BlockSigna
 
 struct Registry {
     std::mutex mutex;
-    std::multiset<std::string> paths;
+    std::map<std::string, char const*> folders; // with the file in each that goes last
 };
 
 // Never destroyed: the watching thread may need it while the process ends.
@@ -48,13 +50,6 @@ Registry& TheRegistry()
 {
     static auto* const s_registry = new Registry;
     return *s_registry;
-}
-
-void Remove(std::string const& path)
-{
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-    std::filesystem::remove(path + ".journal", ignored);
 }
 
 void Watch()
@@ -67,8 +62,8 @@ void Watch()
     }
     Registry& registry = TheRegistry();
     std::scoped_lock const lock(registry.mutex); // kept: nothing is registered or renamed after this
-    for (std::string const& path : registry.paths)
-        Remove(path);
+    for (auto const& [path, last] : registry.folders)
+        RemoveFolder(path, last);
     constexpr char kText[] = "\nkvomtx: interrupted\n";
     std::size_t const first = isatty(STDERR_FILENO) ? 0 : 1; // there a bar may stand on the line
     [[maybe_unused]] auto const written = write(STDERR_FILENO, kText + first, sizeof kText - 1 - first);
@@ -81,7 +76,12 @@ void WatchSignals()
 {
     for (int const signal : {SIGXFSZ, SIGPIPE})
         std::signal(signal, SIG_IGN);
-    std::thread(Watch).detach();
+    try {
+        std::thread(Watch).detach();
+    } catch (std::system_error const& error) {
+        throw ToolError(ExitCode::kCannot, std::string("no thread can be had: ") + std::strerror(error.code().value()) +
+                                               "; raise the limits on memory (ulimit -v) and processes (ulimit -u)");
+    }
 }
 
 void CheckInterrupt()
@@ -90,10 +90,21 @@ void CheckInterrupt()
         throw Interrupted();
 }
 
-Removable::Removable(std::string path) : m_path(std::move(path))
+void RemoveFolder(std::string const& path, char const* last)
+{
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(path, error), end; !error && entry != end; entry.increment(error)) {
+        std::error_code ignored;
+        if (entry->path().filename() != last)
+            std::filesystem::remove_all(entry->path(), ignored);
+    }
+    std::filesystem::remove_all(path, error);
+}
+
+Removable::Removable(std::string path, char const* last) : m_path(std::move(path)), m_last(last)
 {
     std::scoped_lock const lock(TheRegistry().mutex);
-    TheRegistry().paths.insert(m_path);
+    TheRegistry().folders.emplace(m_path, m_last);
 }
 
 Removable::~Removable()
@@ -101,8 +112,8 @@ Removable::~Removable()
     std::scoped_lock const lock(TheRegistry().mutex);
     if (m_released)
         return;
-    Remove(m_path);
-    TheRegistry().paths.erase(TheRegistry().paths.find(m_path));
+    RemoveFolder(m_path, m_last);
+    TheRegistry().folders.erase(m_path);
 }
 
 bool Removable::Release(std::function<bool()> const& keep)
@@ -114,6 +125,7 @@ bool Removable::Release(std::function<bool()> const& keep)
     if (!keep())
         return false;
     s_anyKept = m_released = true;
-    TheRegistry().paths.erase(TheRegistry().paths.find(m_path));
+    RemoveFolder(m_path, m_last);
+    TheRegistry().folders.erase(m_path);
     return true;
 }

@@ -7,7 +7,9 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace
 {
@@ -55,7 +57,7 @@ bool SyncAndClose(int file)
 
 } // namespace
 
-OutputFile::OutputFile(std::string const& path) : m_path(Target(path)), m_temporary(m_path + ".part" + std::to_string(getpid()))
+OutputFile::OutputFile(std::string const& path, std::string companion) : m_path(Target(path)), m_companion(std::move(companion))
 {
     if (path.empty())
         throw ToolError(ExitCode::kUsage, "an output file has an empty name");
@@ -67,11 +69,12 @@ OutputFile::OutputFile(std::string const& path) : m_path(Target(path)), m_tempor
         FailToWrite(m_path, EISDIR);
     if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
         throw ToolError(ExitCode::kUnwritable, m_path + ": is not a regular file; give a file that can be replaced");
-    int const file = open(TemporaryPath().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (file < 0)
-        FailToWrite(m_path, errno);
-    close(file);
-    unlink(TemporaryPath().c_str());
+    try {
+        m_folder = std::make_unique<PrivateFolder>(m_path + ".part");
+    } catch (std::system_error const& failure) {
+        FailToWrite(m_path, failure.code().value());
+    }
+    m_temporary = (std::filesystem::path(m_folder->Path()) / std::filesystem::path(m_path).filename()).string();
 }
 
 void OutputFile::Commit()
@@ -79,8 +82,19 @@ void OutputFile::Commit()
     int const file = open(TemporaryPath().c_str(), O_RDONLY | O_CLOEXEC);
     if (file < 0 || !SyncAndClose(file))
         FailToWrite(m_path, errno);
-    if (!m_temporary.Release([&] { return std::rename(TemporaryPath().c_str(), m_path.c_str()) == 0; }))
-        FailToWrite(m_path, errno);
+    std::string const companion = m_path + m_companion;
+    int error = 0;
+    bool const kept = m_folder->Release([&] {
+        if (std::rename(TemporaryPath().c_str(), m_path.c_str()) != 0) {
+            error = errno;
+            return false;
+        }
+        if (!m_companion.empty() && unlink(companion.c_str()) != 0 && errno != ENOENT)
+            error = errno;
+        return true;
+    });
+    if (error != 0)
+        FailToWrite(kept ? companion : m_path, error);
     std::string const folder = std::filesystem::path(m_path).parent_path().string();
     int const directory = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (directory >= 0) {

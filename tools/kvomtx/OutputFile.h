@@ -1,21 +1,23 @@
 #pragma once
 
-#include "Interrupt.h"
+#include "PrivateFolder.h"
 
+#include <memory>
 #include <string>
 #include <vector>
 
-/// A file that comes into being as a whole: it is written under a temporary name in the same folder and renamed when it is complete. What
-/// stood under its name before stays until then.
+/// A file that comes into being as a whole: it is written in a private folder beside its place and put there when it is complete. What
+/// stood there before stays until then.
 class OutputFile
 {
 public:
     /// Checks that the file can be made and replaced. Does not make it.
+    /// @param companion  "<path><companion>" belongs to the file that is replaced, and goes when that does; empty: there is none such
     /// @throws ToolError kUnwritable
-    explicit OutputFile(std::string const& path);
+    explicit OutputFile(std::string const& path, std::string companion = {});
 
     /// Where to write; nothing is there yet.
-    std::string const& TemporaryPath() const noexcept { return m_temporary.Path(); }
+    std::string const& TemporaryPath() const noexcept { return m_temporary; }
     std::string const& Path() const noexcept { return m_path; }
 
     /// Brings the file to the disk and gives it its name.
@@ -25,7 +27,9 @@ public:
 
 private:
     std::string m_path;
-    Removable m_temporary;
+    std::string m_companion;
+    std::unique_ptr<PrivateFolder> m_folder;
+    std::string m_temporary;
 };
 
 /// By whatever names they go. Empty names are left out.

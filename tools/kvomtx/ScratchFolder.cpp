@@ -3,20 +3,20 @@
 #include "Errors.h"
 #include "KVOSrvUtilities.h"
 
-#include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <stdlib.h>
+#include <system_error>
 
 ScratchFolder::ScratchFolder(std::string const& parent)
 {
-    std::string path = (std::filesystem::path(parent) / "kvomtx-scratch-XXXXXX").string();
-    if (mkdtemp(path.data()) == nullptr)
+    try {
+        m_folder = std::make_unique<PrivateFolder>((std::filesystem::path(parent) / "kvomtx-scratch-").string());
+    } catch (std::system_error const& failure) {
         throw ToolError(ExitCode::kUnwritable, (parent.empty() ? std::string("the working directory") : parent) +
-                                                   ": no scratch files can be made there: " + std::strerror(errno) +
+                                                   ": no scratch files can be made there: " + std::strerror(failure.code().value()) +
                                                    "; name another folder with --scratch");
-    m_folder = std::make_unique<Removable>(path);
-    KVOSrvUtilities::SetTempDirectory(cow_String(path.c_str()));
+    }
+    KVOSrvUtilities::SetTempDirectory(cow_String(m_folder->Path().c_str()));
 }
 
 ScratchFolder::~ScratchFolder()

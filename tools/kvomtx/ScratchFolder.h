@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Interrupt.h"
+#include "PrivateFolder.h"
 
 #include <memory>
 #include <string>
@@ -22,5 +22,5 @@ public:
     static std::string FolderOf(std::string const& output);
 
 private:
-    std::unique_ptr<Removable> m_folder;
+    std::unique_ptr<PrivateFolder> m_folder;
 };

@@ -1,0 +1,115 @@
+#include "PrivateFolder.h"
+
+#include "KVOBasLeftover.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <string_view>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <vector>
+
+namespace
+{
+
+constexpr char kMarkName[] = ".kvomtx";
+constexpr std::string_view kStems[] = {".part", "kvomtx-scratch-"};
+
+struct Mark {
+    char magic[8];
+    KVOBasMaker maker;
+};
+constexpr char kMagic[8] = {'K', 'V', 'O', 'M', 'T', 'X', 'P', 'F'};
+
+bool WriteMark(int folder) noexcept
+{
+    int const file = openat(folder, kMarkName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (file < 0)
+        return false;
+    Mark mark{};
+    std::memcpy(mark.magic, kMagic, sizeof kMagic);
+    mark.maker = KVOBasMaker::Own();
+    ssize_t const written = write(file, &mark, sizeof mark);
+    int const error = written < 0 ? errno : ENOSPC;
+    close(file);
+    errno = error;
+    return written == sizeof mark;
+}
+
+bool IsLeftBehind(int folder) noexcept
+{
+    struct stat status;
+    if (fstat(folder, &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != geteuid())
+        return false;
+    int const file = openat(folder, kMarkName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (file < 0)
+        return false;
+    Mark mark;
+    bool const isMark = read(file, &mark, sizeof mark) == sizeof mark && std::memcmp(mark.magic, kMagic, sizeof kMagic) == 0;
+    close(file);
+    return isMark && mark.maker.IsGone();
+}
+
+// "<stem><process>" or "<stem><process>-<number>", with something in front of ".part".
+bool IsNameOfOurs(std::string_view name) noexcept
+{
+    auto const takeNumber = [&name] {
+        std::size_t const end = name.find_last_not_of("0123456789");
+        if (end == std::string_view::npos || end + 1 == name.size())
+            return false;
+        name = name.substr(0, end + 1);
+        return true;
+    };
+    if (!takeNumber())
+        return false;
+    if (name.ends_with('-') && !name.ends_with(kStems[1])) {
+        name.remove_suffix(1);
+        if (!takeNumber())
+            return false;
+    }
+    return name == kStems[1] || (name.ends_with(kStems[0]) && name.size() > kStems[0].size());
+}
+
+void RemoveLeftovers(std::filesystem::path const& parent)
+{
+    std::error_code error;
+    std::vector<std::string> paths;
+    for (std::filesystem::directory_iterator entry(parent.empty() ? "." : parent, error), end; !error && entry != end;
+         entry.increment(error))
+        if (IsNameOfOurs(entry->path().filename().string()))
+            paths.push_back(entry->path().string());
+    for (std::string const& path : paths) {
+        KVOBasUnusedFile const unused(AT_FDCWD, path.c_str());
+        if (unused.IsHeld() && IsLeftBehind(unused.Descriptor()))
+            RemoveFolder(path, kMarkName);
+    }
+}
+
+} // namespace
+
+PrivateFolder::Descriptor::~Descriptor()
+{
+    if (number >= 0)
+        close(number);
+}
+
+PrivateFolder::PrivateFolder(std::string const& stem)
+{
+    RemoveLeftovers(std::filesystem::path(stem).parent_path());
+    std::string const first = stem + std::to_string(getpid());
+    std::string path = first;
+    for (int attempt = 1; mkdir(path.c_str(), 0700) != 0; ++attempt) {
+        if (errno != EEXIST)
+            throw std::system_error(errno, std::generic_category());
+        path = first + "-" + std::to_string(attempt);
+    }
+    m_removable = std::make_unique<Removable>(path, kMarkName);
+    m_descriptor.number = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (m_descriptor.number < 0 || !WriteMark(m_descriptor.number))
+        throw std::system_error(errno, std::generic_category());
+    flock(m_descriptor.number, LOCK_EX); // waits for whoever is looking at it; where there are no locks, the process id tells
+}
