@@ -6,6 +6,7 @@
 #include <sys/file.h>
 
 using testing::AllOf;
+using testing::AnyOf;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -258,6 +259,39 @@ TEST(BadInput, OutputsGoWhereTheyShouldAlone)
         EXPECT_EQ(std::filesystem::exists(tool / (name + ".journal")), name != "out.sim");
     }
 }
+
+#ifndef __SANITIZE_ADDRESS__ // the sanitizer takes more address space than any limit leaves
+// The provider of BLAS and the start of the program among them. 127: the loader could not even load the libraries.
+TEST(BadInput, LittleMemoryEndsTheProgramInOrder)
+{
+    setenv("OPENBLAS_NUM_THREADS", "2", 1);
+    Tool tool;
+    tool.Do({"make-brick", "6", "3", "3", "k.mtx", "m.mtx"});
+    auto const files = tool.Files();
+    int failed = 0, done = 0;
+    for (rlim_t mebibytes = 60; mebibytes <= 480; mebibytes += mebibytes < 110 ? 1 : 20) {
+        SCOPED_TRACE(mebibytes);
+        tool.inChild = [mebibytes] {
+            rlimit const limit{mebibytes << 20, mebibytes << 20};
+            setrlimit(RLIMIT_AS, &limit);
+            alarm(60); // who hangs, is ended by a signal
+        };
+        for (std::vector<std::string> const& arguments :
+             {std::vector<std::string>{"--help"}, {"modes", "k.mtx", "m.mtx", "-n", "2", "-o", "modes.sim"}}) {
+            Outcome const outcome = tool(arguments);
+            EXPECT_THAT(outcome.code, AnyOf(0, 1, 127)) << arguments[0] << ": " << outcome.err;
+            EXPECT_THAT(outcome.err, HasSubstr(outcome.code == 1 ? "kvomtx: " : ""));
+            failed += outcome.code == 1;
+            done += outcome.code == 0;
+        }
+        std::filesystem::remove(tool / "modes.sim");
+        EXPECT_TRUE(tool.Files() == files) << "files were changed or left";
+    }
+    unsetenv("OPENBLAS_NUM_THREADS");
+    EXPECT_GT(failed, 10);
+    EXPECT_GT(done, 10);
+}
+#endif
 
 TEST(BadInput, ResultsThatNobodyGetsAreAFailure)
 {

@@ -7,6 +7,7 @@
 #include "MatrixReader.h"
 #include "ModesReport.h"
 #include "Progress.h"
+#include "ProviderMemory.h"
 #include "ScratchFolder.h"
 #include "SparseStructure.h"
 #include "SubspaceIteration.h"
@@ -125,6 +126,7 @@ void RunModes(Options const& options)
     MatrixName const massName = ParseMatrixName(options.mass, options.format, true);
     std::string const output = options.output.empty() ? DefaultOutput(stiffnessName.path) : options.output;
     RequireSeparateFiles({output, options.picture}, {stiffnessName.path, massName.path, options.reference});
+    RequireProviderMemory();
 
     std::optional<ReferenceFrequencies> reference;
     if (!options.reference.empty())

@@ -6,6 +6,7 @@
 #include "MatrixName.h"
 #include "MatrixReader.h"
 #include "Progress.h"
+#include "ProviderMemory.h"
 #include "ScratchFolder.h"
 #include "SparseStructure.h"
 #include "Validators.h"
@@ -120,6 +121,7 @@ void CheckOutputs(Options const& options)
 void RunSparseTimesDense(Options const& options)
 {
     CheckOutputs(options);
+    RequireProviderMemory();
     OutputDatabase database(options.output);
     ScratchFolder const scratch(options.scratch.empty() ? ScratchFolder::FolderOf(options.output) : options.scratch);
     auto const sparse = ReadMatrix(options.left, options.format);
@@ -139,6 +141,7 @@ void RunSparseTimesDense(Options const& options)
 void RunGemm(Options const& options)
 {
     CheckOutputs(options);
+    RequireProviderMemory();
     OutputDatabase database(options.output);
     ScratchFolder const scratch(options.scratch.empty() ? ScratchFolder::FolderOf(options.output) : options.scratch);
     DenseOperand const left(options.left, options.format), right(options.right, options.format);

@@ -2,6 +2,7 @@
 #include "Database.h"
 #include "Errors.h"
 #include "Interrupt.h"
+#include "ProviderMemory.h"
 
 #include "KVOMtxLinearAlgebra.h"
 #include "KVOSimException.h"
@@ -9,16 +10,17 @@
 
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <fcntl.h>
 #include <new>
 #include <string>
+#include <string_view>
 #include <unistd.h>
-#include <utility>
 
 namespace
 {
@@ -33,17 +35,50 @@ constexpr char kFooter[] =
     "\nExit codes: 0 done, 1 the data cannot give what was asked for, 2 wrong command line, 3 an input cannot be read,\n"
     "4 an output cannot be written, 130 interrupted. kvomtx COMMAND --help shows each command with an example.";
 
-constexpr char kMemoryAdvice[] = "; take a machine with more memory, a smaller matrix or, of modes, fewer";
-
 // What a file or its name has put into the text may neither break the line nor command the terminal.
-int Report(ExitCode code, std::string text)
+// Allocates nothing: it is what is left to do when the memory is exhausted.
+int Report(ExitCode code, std::string_view text) noexcept
 {
-    std::ranges::replace(text, '\n', ' ');
-    std::ranges::replace_if(
-        text, [](char c) { return std::iscntrl(static_cast<unsigned char>(c)) != 0; }, '?');
-    std::fprintf(stderr, "kvomtx: %s\n", text.c_str());
+    static char s_line[8192] = "kvomtx: ";
+    std::size_t length = std::strlen("kvomtx: ");
+    for (char const c : text.substr(0, sizeof s_line - length - 1))
+        s_line[length++] = c == '\n' ? ' ' : std::iscntrl(static_cast<unsigned char>(c)) != 0 ? '?' : c;
+    s_line[length++] = '\n';
+    std::fwrite(s_line, 1, length, stderr);
     return static_cast<int>(code);
 }
+
+int ReportNoMemory() noexcept
+{
+    return Report(ExitCode::kCannot,
+                  "the memory does not suffice for this; take a machine with more memory, a smaller matrix or, of modes, fewer");
+}
+
+// What no handler sees: failures before main() and in other threads.
+[[noreturn]] void EndUnhandled() noexcept
+{
+    int code = static_cast<int>(ExitCode::kCannot);
+    try {
+        if (std::current_exception())
+            throw;
+        Report(ExitCode::kCannot, "ended by an internal failure");
+    } catch (std::bad_alloc const&) {
+        code = ReportNoMemory();
+    } catch (std::exception const& error) {
+        Report(ExitCode::kCannot, error.what());
+    } catch (...) {
+        Report(ExitCode::kCannot, "ended by an unknown failure");
+    }
+    std::_Exit(code);
+}
+
+__attribute__((no_sanitize("address"))) void HandleUnhandled()
+{
+    std::set_terminate(EndUnhandled);
+}
+
+// Called before any library is initialised: their own first allocations may fail.
+__attribute__((section(".preinit_array"), used)) void (*g_atLoad)() = HandleUnhandled;
 
 char const* AdviceOnInput(KVOSimException::Kind kind)
 {
@@ -70,7 +105,7 @@ int ReportDatabase(KVOSimException const& error)
     if (text.ends_with('.'))
         text.pop_back();
     if (error.FailureKind() == KVOSimException::Kind::NoMemory)
-        return Report(ExitCode::kCannot, text + kMemoryAdvice);
+        return ReportNoMemory();
     if (IsInput(error))
         return Report(ExitCode::kUnreadable, text + AdviceOnInput(error.FailureKind()));
     return Report(ExitCode::kUnwritable, text + "; make room or write elsewhere"); // what is left are outputs and scratch files
@@ -97,11 +132,11 @@ void RunWithLibrary(Command const& command)
     RequirePrinted();
 }
 
-int Run(Command const& command)
+template<class Work>
+int Guarded(Work const& work)
 {
     try {
-        RunWithLibrary(command);
-        return static_cast<int>(ExitCode::kDone);
+        return work();
     } catch (ToolError const& error) {
         return Report(error.Code(), error.what());
     } catch (Interrupted const&) {
@@ -115,7 +150,7 @@ int Run(Command const& command)
     } catch (KVOBasException const& error) {
         return Report(ExitCode::kCannot, error.UserReport().c_str());
     } catch (std::bad_alloc const&) {
-        return Report(ExitCode::kCannot, std::string("the memory does not suffice for this") + kMemoryAdvice);
+        return ReportNoMemory();
     } catch (std::exception const& error) {
         return Report(ExitCode::kCannot, error.what());
     }
@@ -140,11 +175,8 @@ void OccupyStandardStreams()
             open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY); // its use fails as if it were closed
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int Main(int argc, char** argv)
 {
-    OccupyStandardStreams();
     WatchSignals();
     Command command;
     CLI::App app(kDescription, "kvomtx");
@@ -161,9 +193,21 @@ int main(int argc, char** argv)
     try {
         app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {
-        if (error.get_exit_code() == 0) // help and version
-            return Run([&] { app.exit(error); });
+        if (error.get_exit_code() == 0) { // help and version
+            RunWithLibrary([&] { app.exit(error); });
+            return static_cast<int>(ExitCode::kDone);
+        }
         return Report(ExitCode::kUsage, Explain(app, error, argv + 1) + "; kvomtx --help, or --help after the command, shows how");
     }
-    return Run(command);
+    RunWithLibrary(command);
+    return static_cast<int>(ExitCode::kDone);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    OccupyStandardStreams();
+    FitProviderThreads(argv);
+    return Guarded([&] { return Main(argc, argv); });
 }
