@@ -1,7 +1,13 @@
 #include "Tool.h"
 
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <numeric>
+#include <thread>
+
+using namespace std::chrono_literals;
 
 // Every state of constant strain, and none: that decides on the material, the assembly and the mass. The bending that comes out of it is
 // looked at with the modes of slender bodies.
@@ -49,4 +55,39 @@ TEST(Brick, ClampedUnknownsAreLeftOut)
     ASSERT_EQ(clamped.rows, static_cast<int>(kept.size()));
     for (auto const& [place, value] : clamped.entries)
         EXPECT_EQ(value, whole.entries.at({kept[static_cast<std::size_t>(place.first)], kept[static_cast<std::size_t>(place.second)]}));
+}
+
+// On a terminal, with the process stopped most of the time so that each step takes more than the second before its bar comes.
+TEST(Brick, BarsOfStepsWithinStepsDoNotOverwriteEachOther)
+{
+    int const terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_EQ(grantpt(terminal) | unlockpt(terminal), 0);
+    Tool tool;
+    tool.inChild = [side = std::string(ptsname(terminal))] { dup2(open(side.c_str(), O_RDWR | O_NOCTTY), STDERR_FILENO); };
+    pid_t const child = tool.Start({"make-brick", "16", "16", "16", "k.mtx", "m.mtx"});
+    std::string shown;
+    auto const times = [&](std::string const& text) {
+        int count = 0;
+        for (std::size_t at = 0; (at = shown.find(text, at)) != std::string::npos; ++at)
+            ++count;
+        return count;
+    };
+    fcntl(terminal, F_SETFL, O_NONBLOCK);
+    while (times("writing k.mtx") < 4 && waitpid(child, nullptr, WNOHANG) == 0) {
+        kill(child, SIGCONT);
+        std::this_thread::sleep_for(1ms);
+        kill(child, SIGSTOP);
+        std::this_thread::sleep_for(40ms);
+        char text[4096];
+        if (ssize_t const count = read(terminal, text, sizeof text); count > 0)
+            shown.append(text, static_cast<std::size_t>(count));
+    }
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    close(terminal);
+
+    EXPECT_GE(times("writing k.mtx"), 4) << shown;
+    EXPECT_GE(times("making the model"), 1) << shown;
+    shown.erase(0, shown.find("writing k.mtx"));
+    EXPECT_EQ(times("making the model"), 0) << shown;
 }

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -16,38 +17,57 @@ namespace
 
 constexpr int kWidth = 30;
 
-std::string Bar(double share, int tick)
+constexpr char kClear[] = "\r\033[K";
+
+Progress* s_innermost = nullptr; // steps begin and end in the main thread
+
+// Allocates nothing, as an exception in the drawing thread would end the process.
+void DrawBar(double share, int tick, char const* name)
 {
-    std::string bar(kWidth, ' ');
+    char bar[kWidth + 1] = {}, percent[8] = "";
+    std::fill_n(bar, kWidth, ' ');
     if (share >= 0.0) {
-        std::fill_n(bar.begin(), std::lround(std::min(share, 1.0) * kWidth), '#');
-        return "[" + bar + "] " + std::to_string(static_cast<int>(100.0 * std::min(share, 1.0))) + "%";
+        std::fill_n(bar, std::lround(std::min(share, 1.0) * kWidth), '#');
+        std::snprintf(percent, sizeof percent, " %d%%", static_cast<int>(100.0 * std::min(share, 1.0)));
+    } else {
+        constexpr int kBlock = 4;
+        constexpr int kWay = kWidth - kBlock;
+        int const place = tick % (2 * kWay);
+        std::fill_n(bar + (place < kWay ? place : 2 * kWay - place), kBlock, '#');
     }
-    constexpr int kBlock = 4;
-    constexpr int kWay = kWidth - kBlock;
-    int const place = tick % (2 * kWay);
-    std::fill_n(bar.begin() + (place < kWay ? place : 2 * kWay - place), kBlock, '#');
-    return "[" + bar + "]";
+    std::fprintf(stderr, "%s[%s]%s %s", kClear, bar, percent, name);
+    std::fflush(stderr);
 }
 
 } // namespace
 
-Progress::Progress(std::string name) : m_name(std::move(name))
+Progress::Progress(std::string name) : m_outer(s_innermost), m_name(std::move(name))
 {
-    if (isatty(STDERR_FILENO))
-        m_thread = std::thread([this] { Draw(); });
+    if (isatty(STDERR_FILENO)) {
+        try {
+            m_thread = std::thread([this] { Draw(); });
+        } catch (std::system_error const&) {
+            // No thread, no bar.
+        }
+    }
+    if (m_outer != nullptr)
+        m_outer->m_covered = true;
+    s_innermost = this;
 }
 
 Progress::~Progress()
 {
-    if (!m_thread.joinable())
-        return;
-    {
-        std::scoped_lock const lock(m_mutex);
-        m_stop = true;
+    if (m_thread.joinable()) {
+        {
+            std::scoped_lock const lock(m_mutex);
+            m_stop = true;
+        }
+        m_wake.notify_one();
+        m_thread.join();
     }
-    m_wake.notify_one();
-    m_thread.join();
+    s_innermost = m_outer;
+    if (m_outer != nullptr)
+        m_outer->m_covered = false;
 }
 
 void Progress::Set(double share)
@@ -67,10 +87,9 @@ void Progress::Draw()
     std::unique_lock lock(m_mutex);
     if (m_wake.wait_for(lock, 1s, [this] { return m_stop; }))
         return;
-    constexpr char kClear[] = "\r\033[K";
     for (int tick = 0; !m_stop; ++tick) {
-        std::fprintf(stderr, "%s%s %s", kClear, Bar(m_share.load(std::memory_order_relaxed), tick).c_str(), m_name.c_str());
-        std::fflush(stderr);
+        if (!m_covered)
+            DrawBar(m_share.load(std::memory_order_relaxed), tick, m_name.c_str());
         m_wake.wait_for(lock, 100ms, [this] { return m_stop; });
     }
     std::fputs(kClear, stderr);

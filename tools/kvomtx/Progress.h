@@ -7,7 +7,7 @@
 #include <thread>
 
 /// A line on the terminal for a step that takes more than a second: its name and a bar. Nothing is written when the error stream is no
-/// terminal. The line is removed with the object.
+/// terminal. The line is removed with the object. A step within a step has the line to itself, so they end in reverse order.
 class Progress
 {
 public:
@@ -25,6 +25,8 @@ public:
 private:
     void Draw();
 
+    Progress* const m_outer; // the step that this one is within
+    std::atomic<bool> m_covered{false};
     std::mutex m_mutex;
     std::condition_variable m_wake;
     std::string m_name;
