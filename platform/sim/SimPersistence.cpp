@@ -86,7 +86,7 @@ FileMark Persistence::MarkAt(std::uint64_t offset) const
 // The journal stays as it is: what it belongs to may need it.
 void Persistence::RefuseJournal(std::string const& why) const
 {
-    ThrowReason(kOpening, m_path, m_journal.Path() + ' ' + why);
+    ThrowReason(KVOSimException::Kind::Damaged, kOpening, m_path, m_journal.Path() + ' ' + why);
 }
 
 // A reader leaves alone what it cannot apply: whatever state the file is in, the journal is not a part of it.

@@ -154,8 +154,11 @@ TEST_F(SimFile, RefusesWhatIsNoDatabase)
 TEST_F(SimFile, FailuresSayTheirFileAndKind)
 {
     using enum KVOSimException::Kind;
-    std::string const text = folder / "text", cut = folder / "cut.sim", missing = folder / "missing/a.sim";
+    std::string const text = folder / "text", cut = folder / "cut.sim", other = folder / "other.sim", missing = folder / "missing/a.sim";
     WriteFile(text, "no database");
+    workload::MakeUnapplied(path, 2);
+    NewDatabase(other, 1).reset();
+    std::filesystem::rename(path + ".journal", other + ".journal");
     NewDatabase(cut, 1).reset();
     WriteFile(cut, ReadFile(cut).substr(0, 1000));
     auto file = NewDatabase(path, 1);
@@ -172,7 +175,8 @@ TEST_F(SimFile, FailuresSayTheirFileAndKind)
             EXPECT_EQ(words.FailureKind(), kind) << of;
         }
     };
-    for (auto const& [kind, of] : {std::pair{NotFound, missing}, {Foreign, text}, {Foreign, folder / ""}, {Damaged, cut}, {InUse, path}})
+    for (auto const& [kind, of] :
+         {std::pair{NotFound, missing}, {Foreign, text}, {Foreign, folder / ""}, {Damaged, cut}, {Damaged, other}, {InUse, path}})
         expect(kind, of, [&] { File::Open(of, false); });
     for (auto const& [kind, of] : {std::pair{NotFound, missing}, {Exists, path}})
         expect(kind, of, [&] { File::Create(of, File::Kind::Persistent); });
