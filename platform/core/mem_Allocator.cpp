@@ -20,7 +20,8 @@ constexpr std::size_t kLine = 64;
 
 // Where mappings begin: malloc gives the memory of released arrays back only from its heap's end, so that what is small and lives on holds
 // all below it, and takes new arrays from it that fit badly. With 128 MiB alive in arrays of random sizes up to 1 MiB, and all of them
-// released then, 200 MiB stayed with mappings from 1 MiB on, 94 from 256 KiB on and 61 from 128 KiB on; as many page faults in all three.
+// released then, 200 MiB stayed with mappings from 1 MiB on, 94 from 256 KiB on and 61 from 128 KiB on; 1 to 4 page faults a round in all
+// three.
 constexpr std::size_t kMappedArray = std::size_t{256} << 10;
 
 #if defined(__SANITIZE_ADDRESS__)
