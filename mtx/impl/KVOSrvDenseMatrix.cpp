@@ -5,11 +5,11 @@
 #include "KVOSimContext.h"
 #include "KVOSimException.h"
 #include "KVOSrvMatrixSupport.h"
+#include "mem_Vector.h"
 
 #include <algorithm>
 #include <new>
 #include <utility>
-#include <vector>
 
 namespace
 {
@@ -36,9 +36,9 @@ KVOSrvBlockCut CutOf(KVOSimDrawer const& drawer, int dim)
 }
 
 // Whether `added` names a member twice, or one of `present`.
-bool RepeatMembers(KVOSimArray<int> const& present, std::vector<int> added)
+bool RepeatMembers(KVOSimArray<int> const& present, mem_Vector<int> added)
 {
-    std::vector<int> old(present.begin(), present.end());
+    mem_Vector<int> old(present.begin(), present.end());
     std::sort(old.begin(), old.end());
     std::sort(added.begin(), added.end());
     return std::adjacent_find(added.begin(), added.end()) != added.end() ||
@@ -207,7 +207,7 @@ int KVOSrvDenseMatrix::ExtendDim(KVOSimCSetID const& newMembers)
     KVOSimArray<int> const old = KVOSimCSet(members).OrderedMembers(), added = KVOSimCSet(newMembers).OrderedMembers();
     if (RepeatMembers(old, {added.begin(), added.end()}))
         return 4;
-    std::vector<int> all(old.begin(), old.end());
+    mem_Vector<int> all(old.begin(), old.end());
     all.insert(all.end(), added.begin(), added.end());
 
     int const dim = columns ? 0 : RowDim(m_distribution);

@@ -6,10 +6,10 @@
 #include "KVOSrvDenseMatrix.h"
 #include "KVOSrvMatrix.h"
 #include "KVOSrvMatrixSupport.h"
+#include "mem_Vector.h"
 
 #include <algorithm>
 #include <utility>
-#include <vector>
 
 using DenseTiles::ForEachPart;
 using DenseTiles::ForEachTile;
@@ -109,9 +109,9 @@ bool EqualsMirror(Window const& w, double const* a, double const* b)
 }
 
 // (member number, row) in ascending order of the numbers, and among equal ones of the rows.
-using RowsByMember = std::vector<std::pair<int, int>>;
+using RowsByMember = mem_Vector<std::pair<int, int>>;
 
-std::vector<int> RowMembers(KVOSrvDenseMatrix const& matrix)
+mem_Vector<int> RowMembers(KVOSrvDenseMatrix const& matrix)
 {
     KVOSimArray<int> const members = KVOSimCSet(matrix.RowCSetID()).OrderedMembers();
     Require(members.Size() == matrix.NumberOfRows(), "CopyMappedRows", "a matrix has not as many row members as rows");
@@ -121,13 +121,13 @@ std::vector<int> RowMembers(KVOSrvDenseMatrix const& matrix)
 }
 
 // Row of `target` for every row of `source`, -1 without. Of rows with the same number the last one counts.
-std::vector<int> MapRows(KVOSrvDenseMatrix const& source, KVOSrvDenseMatrix const& target)
+mem_Vector<int> MapRows(KVOSrvDenseMatrix const& source, KVOSrvDenseMatrix const& target)
 {
     RowsByMember rows;
     for (int const member : RowMembers(target))
         rows.emplace_back(member, static_cast<int>(rows.size()));
     std::sort(rows.begin(), rows.end());
-    std::vector<int> map = RowMembers(source);
+    mem_Vector<int> map = RowMembers(source);
     for (int& entry : map) {
         auto const behind = std::upper_bound(rows.begin(), rows.end(), std::pair(entry, INT32_MAX));
         entry = behind != rows.begin() && behind[-1].first == entry ? behind[-1].second : -1;
@@ -269,7 +269,7 @@ void KVOSrvDenseMatrix::CopyMappedRows(KVOSrvDenseMatrix const* src, bool /*clea
     int const rows = NumberOfRows(), sourceRows = src->NumberOfRows();
     if (rows == 0 || src->NumberOfColumns() == 0)
         return;
-    std::vector<int> const map = sourceRows > 0 ? MapRows(*src, *this) : std::vector<int>();
+    mem_Vector<int> const map = sourceRows > 0 ? MapRows(*src, *this) : mem_Vector<int>();
     int const width = StripWidth(src->m_columnCut.Stored(), std::max(rows, sourceRows));
     Piece const source(std::int64_t{sourceRows} * width), target(std::int64_t{rows} * width);
     // Rows without a source are zero from here on, asked for or not: what is copied goes to the same rows in every strip.

@@ -7,7 +7,9 @@
 #include "KVOSrvMatrixContainer.h"
 #include "ScratchFiles.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 using testing::ElementsAre;
@@ -216,11 +218,17 @@ TEST(KVOSrvScratchDenseMatrix, LeftoversGoButNothingThatIsInUseOrNotMarkedAsScra
     WriteFile(folder / (kind + address + "-7-1.sim"), marked(kProcess, Bytes(getpid()))); // not locked: an earlier process's
     std::filesystem::create_symlink(folder / stay[0].first, folder / (kind + address + "-8.sim"));
     std::filesystem::create_directory(folder / (kind + address + "-9.sim"));
-    ASSERT_THAT(folder.Files(), SizeIs(stay.size() + 6));
+    std::string const locked = folder / (kind + address + "-7-2.sim");
+    WriteFile(locked, scratch);
+    int const descriptor = open(locked.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(flock(descriptor, LOCK_EX), 0);
+    ASSERT_THAT(folder.Files(), SizeIs(stay.size() + 7));
 
     auto matrix = std::make_unique<KVOSrvScratchDenseMatrix>(2, 2, 2, 2);
 
-    EXPECT_THAT(folder.Files(), SizeIs(stay.size() + 4)); // with the link, the folder, the file in use and the new one
+    EXPECT_THAT(folder.Files(), SizeIs(stay.size() + 5)); // with the link, the folder, the files in use and the new one
+    EXPECT_TRUE(std::filesystem::exists(locked));
+    close(descriptor);
     for (auto const& [name, bytes] : stay)
         EXPECT_TRUE(std::filesystem::exists(folder / name)) << name;
     Randomize(*matrix);
