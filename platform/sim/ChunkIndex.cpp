@@ -145,7 +145,7 @@ ChunkIndex::ChunkIndex(File const& file, hid_t dataset, DenseShape const& shape)
     m_nodeEntries = 2 * static_cast<std::size_t>(half);
     std::optional<std::uint64_t> const root = FindRoot(file, dataset);
     if (!root)
-        ThrowReason(kReading, file.Path(), "it is of a kind that other programs make");
+        ThrowReason(KVOSimException::Kind::Foreign, kReading, file.Path(), "it is of a kind that other programs make");
     m_root = *root;
 }
 
