@@ -35,9 +35,8 @@ struct PlacesSum;
 /// One dense drawer: an HDF5 dataset, and the data path to its values.
 ///
 /// Whole chunks travel by pread and pwrite between file and buffer, partial ones by strided copies through the file's kept mapping, or by
-/// pread and pwrite where the system refuses a page of it;
-/// a chunk that is touched for the first time is written whole. An unwritten chunk reads as the initial value. Contiguous drawers are
-/// read through the mapping or pread and written by pwrite.
+/// pread and pwrite where the system refuses a page of it; a chunk that is touched for the first time is written whole. An unwritten chunk
+/// reads as the initial value. Contiguous drawers are read through the mapping or pread and written by pwrite.
 /// HDF5's own hyperslab transfers do all of it when the variable KVO_SIM_DATA_PATH is "hdf5" at the time the file is opened: the
 /// reference in the tests, and the way where the data path cannot be used.
 class DenseDrawer
