@@ -260,7 +260,7 @@ TEST(BadInput, OutputsGoWhereTheyShouldAlone)
     }
 }
 
-#ifndef __SANITIZE_ADDRESS__ // the sanitizer takes more address space than any limit leaves
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // these take more address space than any limit leaves
 // The provider of BLAS and the start of the program among them. 127: the loader could not even load the libraries.
 TEST(BadInput, LittleMemoryEndsTheProgramInOrder)
 {
