@@ -294,7 +294,6 @@ std::vector<int> CatalogueTables::LoadNumbers(std::int64_t first, std::int64_t c
 
 void CatalogueTables::AppendNumbers(std::span<std::shared_ptr<std::vector<int> const> const> numbers)
 {
-    Hdf5Guard const guard;
     std::int64_t end = m_numbers.rows;
     for (auto const& set : numbers)
         end += static_cast<std::int64_t>(set->size());
@@ -322,6 +321,7 @@ void CatalogueTables::AppendNumbers(std::span<std::shared_ptr<std::vector<int> c
 
 void CatalogueTables::Append(CatalogueRows const& rows, std::span<std::shared_ptr<std::vector<int> const> const> numbers)
 {
+    Hdf5Guard const guard;
     AppendNumbers(numbers);
     AppendTable(m_collections, rows.collections);
     AppendTable(m_sets, rows.sets);
