@@ -344,6 +344,20 @@ void CatalogueTables::AppendChecksums(std::vector<ChecksumRow> rows)
     m_checksums.writtenCrc = check;
 }
 
+void CatalogueTables::ForEachTable(std::function<void(char const*, hid_t)> const& visit) const
+{
+    std::pair<char const*, Table const*> const tables[] = {{Description<CollectionRow>::kName, &m_collections},
+                                                           {Description<SetRow>::kName, &m_sets},
+                                                           {kNumbersName, &m_numbers},
+                                                           {Description<DistributionRow>::kName, &m_distributions},
+                                                           {Description<GridRow>::kName, &m_grids},
+                                                           {Description<DrawerRow>::kName, &m_drawers},
+                                                           {Description<ChecksumRow>::kName, &m_checksums}};
+    for (auto const& [name, table] : tables)
+        if (table->dataset.IsValid())
+            visit(name, table->dataset);
+}
+
 void CatalogueTables::Accept() noexcept
 {
     for (Table* const table : {&m_collections, &m_sets, &m_numbers, &m_distributions, &m_grids, &m_drawers, &m_checksums}) {

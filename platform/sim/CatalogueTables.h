@@ -3,6 +3,7 @@
 #include "Catalogue.h"
 #include "SimFile.h"
 
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -31,6 +32,8 @@ public:
     CatalogueRows Load();
     /// Numbers first to first + count - 1 of set_members.
     std::vector<int> LoadNumbers(std::int64_t first, std::int64_t count);
+    /// Calls visit(name, dataset) for every table that exists.
+    void ForEachTable(std::function<void(char const*, hid_t)> const& visit) const;
     /// Length of set_members as last committed.
     std::int64_t NumberCount() const noexcept { return m_numbers.rows; }
 

@@ -1,7 +1,5 @@
 #include "ChunkIndex.h"
 
-#include "KVOSimTypeKey.h"
-
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
@@ -13,7 +11,7 @@ namespace simdb
 namespace
 {
 
-constexpr char const* kReading = "Cannot read the chunk index of a dense drawer of";
+constexpr char const* kReading = "Cannot read an index of chunks of";
 
 template<class Number>
 Number Take(std::byte const*& at) noexcept
@@ -24,7 +22,7 @@ Number Take(std::byte const*& at) noexcept
     return number;
 }
 
-/// The messages of an object header of version 2, which HDF5 has checked when it opened the object.
+/// The messages of an object header, of version 2 or, from other programs, 1. HDF5 has read it when it opened the object.
 class ObjectHeader
 {
 public:
@@ -33,6 +31,12 @@ public:
         std::array<std::byte, kLongestPrefix> prefix;
         m_file.ReadMetadata(address, prefix.data(), prefix.size());
         std::byte const* at = prefix.data();
+        m_isFirst = at[0] == std::byte{1};
+        if (m_isFirst) {
+            at += 8;
+            AddBlock(address + 16, Take<std::uint32_t>(at));
+            return;
+        }
         if (std::memcmp(at, "OHDR\2", 5) != 0)
             return;
         at += 5;
@@ -41,7 +45,7 @@ public:
         std::uint64_t bytes = 0;
         std::size_t const bytesOfSize = std::size_t(1) << (flags & 3);
         std::memcpy(&bytes, at, bytesOfSize);
-        m_messagePrefix = (flags & 0x04) != 0 ? 6 : 4;
+        m_isOrdered = (flags & 0x04) != 0;
         AddBlock(address + static_cast<std::uint64_t>(at - prefix.data()) + bytesOfSize, bytes);
     }
 
@@ -49,25 +53,20 @@ public:
     std::byte const* Find(std::uint8_t type)
     {
         constexpr std::uint8_t kContinuation = 0x10;
+        std::ptrdiff_t const prefix = m_isFirst ? 8 : m_isOrdered ? 6 : 4;
         for (std::size_t block = 0; block < m_blocks.size(); ++block) {
             std::byte const* at = m_blocks[block].data();
-            for (std::byte const* const end = at + m_blocks[block].size(); end - at >= m_messagePrefix;) {
+            for (std::byte const* const end = at + m_blocks[block].size(); end - at >= prefix;) {
                 std::byte const* fields = at;
-                auto const found = Take<std::uint8_t>(fields);
+                auto const found = m_isFirst ? Take<std::uint16_t>(fields) : Take<std::uint8_t>(fields);
                 auto const bytes = Take<std::uint16_t>(fields);
-                std::byte const* const content = at + m_messagePrefix;
+                std::byte const* const content = at + prefix;
                 if (end - content < bytes)
                     break;
                 if (found == type)
                     return content;
-                if (found == kContinuation && bytes >= 16 && m_blocks.size() < kMostBlocks) {
-                    fields = content;
-                    auto const address = Take<std::uint64_t>(fields);
-                    auto const length = Take<std::uint64_t>(fields);
-                    constexpr std::uint64_t kSignature = 4, kChecksum = 4;
-                    if (length > kSignature + kChecksum)
-                        AddBlock(address + kSignature, length - kSignature - kChecksum);
-                }
+                if (found == kContinuation && bytes >= 16 && m_blocks.size() < kMostBlocks)
+                    AddContinuation(content);
                 at = content + bytes;
             }
         }
@@ -78,6 +77,14 @@ private:
     static constexpr std::size_t kLongestPrefix = 34, kMostBlocks = 1000;
     static constexpr std::uint64_t kLongestBlock = 1 << 20;
 
+    void AddContinuation(std::byte const* fields)
+    {
+        auto const address = Take<std::uint64_t>(fields);
+        auto const bytes = Take<std::uint64_t>(fields);
+        std::uint64_t const signature = m_isFirst ? 0 : 4, checksum = signature;
+        if (bytes > signature + checksum)
+            AddBlock(address + signature, bytes - signature - checksum);
+    }
     void AddBlock(std::uint64_t address, std::uint64_t bytes)
     {
         if (bytes > kLongestBlock)
@@ -88,7 +95,8 @@ private:
     }
 
     File const& m_file;
-    std::ptrdiff_t m_messagePrefix = 4;
+    bool m_isFirst = false;
+    bool m_isOrdered = false;
     std::vector<std::vector<std::byte>> m_blocks;
 };
 
@@ -132,10 +140,28 @@ struct ChunkIndex::Visitor {
     OnNode const& onNode;
 };
 
-ChunkIndex::ChunkIndex(File const& file, hid_t dataset, DenseShape const& shape)
-    : m_file(file), m_chunkSizes(shape.chunkSizes.begin(), shape.chunkSizes.end())
+std::optional<ChunkIndex> ChunkIndex::Of(File const& file, hid_t dataset, std::span<std::int64_t const> chunkSizes, std::size_t valueBytes)
 {
-    m_chunkSizes.push_back(static_cast<std::uint64_t>(KVOSimTypeKeySize(shape.typeKey)));
+    std::optional<std::uint64_t> const root = FindRoot(file, dataset);
+    return root ? std::optional(ChunkIndex(file, chunkSizes, valueBytes, *root)) : std::nullopt;
+}
+
+std::optional<ChunkIndex> ChunkIndex::OfTable(File const& file, hid_t dataset)
+{
+    Hdf5Guard const guard;
+    Hid const creation(Checked(H5Dget_create_plist(dataset), kReading, file.Path()));
+    Hid const type(Checked(H5Dget_type(dataset), kReading, file.Path()));
+    hsize_t rows = 0;
+    if (H5Pget_layout(creation) != H5D_CHUNKED || H5Pget_nfilters(creation) != 0 || H5Pget_chunk(creation, 1, &rows) != 1)
+        return std::nullopt;
+    std::int64_t const chunkSize = static_cast<std::int64_t>(rows);
+    return Of(file, dataset, {&chunkSize, 1}, H5Tget_size(type));
+}
+
+ChunkIndex::ChunkIndex(File const& file, std::span<std::int64_t const> chunkSizes, std::size_t valueBytes, std::uint64_t root)
+    : m_file(file), m_chunkSizes(chunkSizes.begin(), chunkSizes.end()), m_root(root)
+{
+    m_chunkSizes.push_back(valueBytes);
     m_chunkBytes = 1;
     for (std::uint64_t const size : m_chunkSizes)
         m_chunkBytes *= size;
@@ -143,10 +169,6 @@ ChunkIndex::ChunkIndex(File const& file, hid_t dataset, DenseShape const& shape)
     unsigned half = 0;
     Checked(H5Pget_istore_k(creation, &half), kReading, file.Path());
     m_nodeEntries = 2 * static_cast<std::size_t>(half);
-    std::optional<std::uint64_t> const root = FindRoot(file, dataset);
-    if (!root)
-        ThrowReason(KVOSimException::Kind::Foreign, kReading, file.Path(), "it is of a kind that other programs make");
-    m_root = *root;
 }
 
 void ChunkIndex::ThrowDamaged(std::string const& what, std::uint64_t address) const

@@ -1,9 +1,11 @@
 #pragma once
 
-#include "DenseDrawer.h"
+#include "SimFile.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -38,15 +40,20 @@ public:
     using OnChunk = std::function<void(std::span<std::int64_t const> position, std::uint64_t address)>;
     using OnNode = std::function<void(std::uint64_t address, std::uint64_t bytes)>;
 
-    /// The index as HDF5 has last flushed it. @throws KVOSimException when the dataset has no such index
-    ChunkIndex(File const& file, hid_t dataset, DenseShape const& shape);
+    /// The index as HDF5 has last flushed it; none of another kind, as newer versions of HDF5 make.
+    /// @param chunkSizes  values per dimension
+    static std::optional<ChunkIndex> Of(File const& file, hid_t dataset, std::span<std::int64_t const> chunkSizes, std::size_t valueBytes);
+    /// The same of a dataset of one dimension.
+    static std::optional<ChunkIndex> OfTable(File const& file, hid_t dataset);
 
+    std::uint64_t ChunkBytes() const noexcept { return m_chunkBytes; }
     /// Visits every chunk with the position of its first value, and every node.
     /// @throws KVOSimException when a node is not as HDF5 writes it, or HDF5's search would miss a chunk
     void Walk(OnChunk const& onChunk, OnNode const& onNode = nullptr) const;
     PlacesSum Sum() const;
 
 private:
+    ChunkIndex(File const& file, std::span<std::int64_t const> chunkSizes, std::size_t valueBytes, std::uint64_t root);
     struct Node;
     struct Visitor;
     Node Read(std::uint64_t address) const;

@@ -211,6 +211,21 @@ std::shared_ptr<std::vector<int> const> Context::NumbersOf(MemberSet& set)
     return set.numbers = std::move(numbers);
 }
 
+std::vector<std::shared_ptr<MemberSet>> Context::StoredSets() const
+{
+    std::vector<std::shared_ptr<MemberSet>> sets;
+    for (auto const& [index, set] : m_sets)
+        if (set->fate.stored)
+            sets.push_back(set);
+    return sets;
+}
+
+void Context::ForEachTable(std::function<void(char const*, hid_t)> const& visit) const
+{
+    if (m_tables)
+        m_tables->ForEachTable(visit);
+}
+
 void Context::MakeStorable(std::shared_ptr<MemberSet> const& set)
 {
     if (set->index != kNoIndex)

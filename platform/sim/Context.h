@@ -6,6 +6,7 @@
 #include "KVOSimGrid.h"
 #include "KVOSimIdentifiers.h"
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -62,6 +63,9 @@ public:
     KVOSimCSetID IDOf(MemberSet const& set, int color) const;
     /// The member numbers in order, read when they are asked for first.
     std::shared_ptr<std::vector<int> const> NumbersOf(MemberSet& set);
+    std::vector<std::shared_ptr<MemberSet>> StoredSets() const;
+    /// Calls visit(name, dataset) for every table that exists.
+    void ForEachTable(std::function<void(char const*, hid_t)> const& visit) const;
     /// Gives a temporary set its place among the stored ones, for a stored drawer that uses it.
     void MakeStorable(std::shared_ptr<MemberSet> const& set);
 

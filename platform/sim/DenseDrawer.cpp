@@ -204,6 +204,27 @@ std::optional<PlacesSum> DenseDrawer::Places() const
     return m_state->path ? m_state->path->Places() : std::nullopt;
 }
 
+std::optional<ChunkIndex> DenseDrawer::Index() const
+{
+    Hdf5Dataset const& dataset = *m_state->dataset;
+    Checked(H5Dflush(dataset.Id()), "Cannot find the chunks of a dense drawer of", m_state->file->Path());
+    return ChunkIndex::Of(*m_state->file, dataset.Id(), Shape().chunkSizes, static_cast<std::size_t>(KVOSimTypeKeySize(Shape().typeKey)));
+}
+
+void DenseDrawer::ForEachPiece(OnPlace const& onPiece, OnPlace const& onNode)
+{
+    Hdf5Guard const guard;
+    Hdf5Dataset const& dataset = *m_state->dataset;
+    if (dataset.IsFiltered())
+        return;
+    if (Shape().chunkSizes.empty()) {
+        if (auto const address = dataset.ContiguousAddress())
+            onPiece(*address, ContiguousBytes(Shape()));
+    } else if (std::optional<ChunkIndex> const index = Index()) {
+        index->Walk([&](std::span<std::int64_t const>, std::uint64_t address) { onPiece(address, index->ChunkBytes()); }, onNode);
+    }
+}
+
 std::optional<PlacesSum> DenseDrawer::FindPlaces()
 {
     Hdf5Guard const guard;
@@ -212,8 +233,10 @@ std::optional<PlacesSum> DenseDrawer::FindPlaces()
         return std::nullopt;
     PlacesSum places;
     if (!Shape().chunkSizes.empty()) {
-        Checked(H5Dflush(dataset.Id()), "Cannot find the chunks of a dense drawer of", m_state->file->Path());
-        places = ChunkIndex(*m_state->file, dataset.Id(), Shape()).Sum();
+        std::optional<ChunkIndex> const index = Index();
+        if (!index)
+            return std::nullopt;
+        places = index->Sum();
     } else if (auto const address = dataset.ContiguousAddress()) {
         places.Add({}, *address, ContiguousBytes(Shape()));
     }

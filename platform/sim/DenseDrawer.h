@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -30,6 +31,7 @@ struct DenseShape {
     std::array<std::byte, 8> initialValue{}; ///< of the type's size
 };
 
+class ChunkIndex;
 struct PlacesSum;
 
 /// One dense drawer: an HDF5 dataset, and the data path to its values.
@@ -74,6 +76,10 @@ public:
     /// Whether all chunks first to last (numbers of chunks, per dimension) exist; a contiguous drawer does.
     bool ChunksAllocated(std::span<Range const> chunks) const;
 
+    using OnPlace = std::function<void(std::uint64_t address, std::uint64_t bytes)>;
+    /// Calls onPiece for every chunk, or for all values of a contiguous drawer, and onNode for what finds chunks. Those that pass a filter,
+    /// or that only newer versions of HDF5 make, are left out. What HDF5 has not yet written of the index is flushed.
+    void ForEachPiece(OnPlace const& onPiece, OnPlace const& onNode);
     /// The checksum of where the values lie in the file; none where that is not known.
     std::optional<PlacesSum> Places() const;
     /// The same, found in the file; none where values pass a filter. What HDF5 has not yet written of the index is flushed.
@@ -90,6 +96,7 @@ private:
     explicit DenseDrawer(std::unique_ptr<State> state) noexcept;
     void ReplaceBy(DenseShape const& shape);
     void CopyTo(DenseDrawer& other);
+    std::optional<ChunkIndex> Index() const;
     std::unique_ptr<State> m_state;
 };
 

@@ -1,6 +1,7 @@
 #include "KVOSimDatabase.h"
 
 #include "Context.h"
+#include "DatabaseCheck.h"
 #include "KVOBasException.h"
 #include "KVOBasLeftover.h"
 #include "ScratchMark.h"
@@ -87,4 +88,14 @@ KVOSimArray<KVOSimContextID> KVOSimDatabase::QueryContexts() const
     for (int index = 0; m_session != nullptr && index < m_session->ContextCount(); ++index)
         contexts.Append(m_session->ContextAt(index)->ID());
     return contexts;
+}
+
+KVOSimCheckReport KVOSimDatabase::Check() const
+{
+    constexpr char const* kChecking = "Cannot check the database";
+    if (m_session == nullptr)
+        simdb::ThrowReason(KVOSimException::Kind::Misuse, kChecking, "", "no database is open");
+    if (!m_session->GetFile()->IsReadOnly())
+        simdb::ThrowReason(KVOSimException::Kind::Misuse, kChecking, m_session->Path(), "it is open for writing");
+    return simdb::CheckDatabase(*m_session);
 }

@@ -3,6 +3,7 @@
 #include "DRXUnicodeString.h"
 #include "KVOExport.h"
 #include "KVOSimArray.h"
+#include "KVOSimCheck.h"
 #include "KVOSimIdentifiers.h"
 #include "mem_Allocator.h"
 
@@ -51,6 +52,12 @@ public:
     KVOSimContextID ContextID() const;
     /// All contexts, in the order in which they were made.
     KVOSimArray<KVOSimContextID> QueryContexts() const;
+
+    /// Goes through all that the database holds: the catalogue and its checksums, the index that finds the values of each matrix and its
+    /// checksum, whether every part of the file belongs to one thing and lies inside, and the indices of sparse matrices, which rise in
+    /// every row. Damage that keeps a file from being opened is the exception of OpenFile().
+    /// @throws KVOSimException unless a database is open for reading
+    KVOSimCheckReport Check() const;
 
 private:
     std::shared_ptr<simdb::Session> m_session;

@@ -389,6 +389,11 @@ int File::Descriptor() const noexcept
     return m_state->driver->descriptor;
 }
 
+std::uint64_t File::End() const noexcept
+{
+    return m_state->driver->end;
+}
+
 void File::ReadMetadata(std::uint64_t address, void* data, std::size_t bytes) const
 {
     std::size_t read = 0;

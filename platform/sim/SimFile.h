@@ -62,6 +62,8 @@ public:
     hid_t Hdf5() const noexcept;
     /// For pread, pwrite and mmap of values at addresses that HDF5 gave.
     int Descriptor() const noexcept;
+    /// One behind the last byte that HDF5 has allocated.
+    std::uint64_t End() const noexcept;
     /// The bytes at `address` as HDF5 has last flushed them; zeros behind the end.
     void ReadMetadata(std::uint64_t address, void* data, std::size_t bytes) const;
     /// While it is set, HDF5's reading of values moves none: it only finds them. ValuesAddress() then says where.

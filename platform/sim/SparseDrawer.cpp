@@ -128,17 +128,22 @@ void SparseDrawer::LinkTo(hid_t group, char const* name)
         ThrowHdf5(kWriting, m_file->Path());
 }
 
-PlacesSum SparseDrawer::Places() const
+void SparseDrawer::ForEachArray(std::function<void(std::int64_t, hid_t, std::uint64_t, std::uint64_t)> const& visit) const
 {
     Hdf5Guard const guard;
-    PlacesSum places;
-    for (std::int64_t slot = 0; slot < Slots(); ++slot) {
+    for (int slot = 0; slot < Slots(); ++slot) {
         hid_t const dataset = m_datasets[static_cast<std::size_t>(slot)];
-        std::int64_t const count = Count(m_shape, static_cast<int>(slot));
+        std::int64_t const count = Count(m_shape, slot);
         haddr_t const address = count > 0 ? H5Dget_offset(dataset) : HADDR_UNDEF;
         if (address != HADDR_UNDEF)
-            places.Add({&slot, 1}, address, static_cast<std::uint64_t>(count) * EntryBytes(m_shape, static_cast<int>(slot)));
+            visit(slot, dataset, address, static_cast<std::uint64_t>(count) * EntryBytes(m_shape, slot));
     }
+}
+
+PlacesSum SparseDrawer::Places() const
+{
+    PlacesSum places;
+    ForEachArray([&](std::int64_t slot, hid_t, std::uint64_t address, std::uint64_t bytes) { places.Add({&slot, 1}, address, bytes); });
     return places;
 }
 

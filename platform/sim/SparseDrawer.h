@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 namespace simdb
@@ -47,6 +48,8 @@ public:
 
     void LinkTo(hid_t group, char const* name);
 
+    /// Calls visit(slot, dataset, address, bytes) for every array that takes space.
+    void ForEachArray(std::function<void(std::int64_t, hid_t, std::uint64_t, std::uint64_t)> const& visit) const;
     /// Where the arrays lie in the file.
     PlacesSum Places() const;
 

@@ -1,6 +1,7 @@
 #include "Tool.h"
 
 #include <cmath>
+#include <cstdlib>
 #include <gtest/gtest.h>
 
 namespace
@@ -193,4 +194,33 @@ TEST(Files, DatabaseIsListedAndExported)
     Outcome const several = tool({"info", "modes.sim"});
     EXPECT_EQ(several.code, 3);
     EXPECT_NE(several.err.find("name one as modes.sim:ID"), std::string::npos);
+}
+
+// Also what h5repack has written anew, where nothing is in its place any more; exit code 3 and the matrix's number for a damaged one.
+TEST(Files, DatabaseIsChecked)
+{
+    Tool const tool;
+    tool.Do({"modes", Data("bcsstk01.mtx"), Data("bcsstm01.mtx"), "-n", "3", "-o", "modes.sim"});
+    ASSERT_EQ(std::system(("h5repack '" + tool / "modes.sim" + "' '" + tool / "repacked.sim" + "'").c_str()), 0);
+    for (char const* const name : {"modes.sim", "repacked.sim"}) {
+        EXPECT_EQ(tool.Do({"db", "check", name}), std::string(name) + ": sound, matrices: 4\n");
+        EXPECT_TRUE(tool.Json({"db", "check", name}).at("sound"));
+        tool.Do({"db", "export", name, "2", std::string(name) + ".mtx"});
+    }
+    EXPECT_EQ(ReadFile(tool / "modes.sim.mtx"), ReadFile(tool / "repacked.sim.mtx"));
+
+    std::string damaged = ReadFile(tool / "modes.sim");
+    char const leafOfOneEntry[] = {'T', 'R', 'E', 'E', 1, 0, 1, 0};
+    std::size_t node = 0;
+    do // that of matrix 2, the only index with two dimensions
+        node = damaged.find(std::string_view(leafOfOneEntry, sizeof leafOfOneEntry), node + 1);
+    while (node != std::string::npos && !(damaged[node + 72] == 3 || damaged[node + 80] == 48));
+    ASSERT_NE(node, std::string::npos);
+    damaged[node + 56] ^= 1; // the chunk's address
+    WriteFile(tool / "damaged.sim", damaged);
+    Outcome const outcome = tool({"db", "check", "damaged.sim"});
+    EXPECT_EQ(outcome.code, 3);
+    EXPECT_NE(outcome.out.find("2: Cannot open a drawer of the database damaged.sim: the file is damaged"), std::string::npos)
+        << outcome.out;
+    EXPECT_EQ(outcome.err, "kvomtx: damaged.sim: is damaged, see above; make it again\n");
 }

@@ -27,6 +27,8 @@ public:
     std::string const& Path() const noexcept { return m_path; }
     KVOSimArray<KVOSimContextID> Contexts() const { return m_database.QueryContexts(); }
 
+    KVOSimCheckReport Check() const { return m_database.Check(); }
+
     /// The distribution that `name` says, of whatever kind. Without a number: the only one of `kind`.
     /// @throws ToolError kUnreadable when there is no such one, or no single one
     KVOSimDistributionID Find(MatrixName const& name, MatrixKind kind) const;

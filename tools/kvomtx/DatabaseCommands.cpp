@@ -37,6 +37,13 @@ constexpr char kExportFooter[] = "\nEXAMPLE\n"
                                  "A sparse matrix is written in any format that convert writes, a dense one as a Matrix Market array\n"
                                  "or as a dense file.";
 
+constexpr char kCheckFooter[] =
+    "\nEXAMPLE\n"
+    "  kvomtx db check orecar.sim\n\n"
+    "Reads the catalogue, the index that finds the values of each matrix, and all sparse matrices, and prints a line for each\n"
+    "damage, with the number of the matrix: exit code 3. A sound database is one line. A journal that a killed program has left\n"
+    "is taken into account, and nothing is written.";
+
 using DenseWriter = void (*)(KVOSrvDenseMatrix const&, OutputFile const&);
 
 /// One line of the list.
@@ -124,6 +131,33 @@ void RunList(std::string const& path, bool json)
     PrintList(list, json);
 }
 
+void RunCheck(std::string const& path, bool json)
+{
+    KVOSimCheckReport const report = InputDatabase(path).Check();
+    nlohmann::ordered_json array = nlohmann::ordered_json::array();
+    for (KVOSimDamage const& damage : report.damages) {
+        std::string const id = (damage.context == 0 ? "" : std::to_string(damage.context) + ".") + std::to_string(damage.distribution);
+        std::string const where = damage.distribution < 0 ? "catalogue" : id;
+        if (!json)
+            std::printf("%s: %s\n", where.c_str(), damage.what.Utf8());
+        array.push_back({{"id", where}, {"drawer", damage.drawer}, {"what", damage.what.Utf8()}});
+    }
+    bool const sound = report.damages.IsEmpty();
+    if (json) {
+        nlohmann::ordered_json const object{{"sound", sound},
+                                            {"matrices", report.drawers},
+                                            {"pieces", report.pieces},
+                                            {"checksums", report.hasChecksums},
+                                            {"damage", array}};
+        std::printf("%s\n", object.dump(4, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+    } else if (sound) {
+        std::printf("%s: sound, matrices: %d%s\n", path.c_str(), report.drawers,
+                    report.hasChecksums ? "" : "; its format has no checksums");
+    }
+    if (!sound)
+        throw ToolError(ExitCode::kUnreadable, path + ": is damaged, see above; make it again");
+}
+
 void ExportDense(KVOSimDistributionID const& id, MatrixName const& source, MatrixName const& target)
 {
     if (target.format != MatrixFormat::kMatrixMarket && target.format != MatrixFormat::kDense)
@@ -180,6 +214,12 @@ void AddDatabaseCommands(CLI::App& app, Command& chosen)
     list->add_option("FILE", options->file, "Database")->required();
     list->add_flag("--json", options->json, "Print one JSON object");
     list->callback([options, &chosen] { chosen = [options] { RunList(options->file, options->json); }; });
+
+    CLI::App* const check = database->add_subcommand("check", "Whether a database is damaged");
+    check->footer(kCheckFooter);
+    check->add_option("FILE", options->file, "Database")->required();
+    check->add_flag("--json", options->json, "Print one JSON object");
+    check->callback([options, &chosen] { chosen = [options] { RunCheck(options->file, options->json); }; });
 
     CLI::App* const take = database->add_subcommand("export", "A matrix of a database as a file");
     take->footer(kExportFooter);

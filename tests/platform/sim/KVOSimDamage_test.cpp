@@ -282,6 +282,51 @@ TEST_F(Damage, OfAnyByteIsRefusedOrHarmless)
     }
 }
 
+// What no checksum tells, because there is none: chunks in one place or out of the file, another structure's bytes, rows that do not rise.
+TEST_F(Damage, IsToldByAWalkThroughTheFile)
+{
+    auto const bytesOf = [](std::uint64_t number) { return std::string(reinterpret_cast<char const*>(&number), sizeof number); };
+    WriteFile(path, sound);
+    auto const values = ValuesOf(path);
+    std::uint64_t const first = values.begin()->first, second = std::next(values.begin())->first;
+    std::size_t const secondInIndex = sound.find(bytesOf(second));
+    ASSERT_NE(secondInIndex, std::string::npos);
+    auto const moved = [&](std::uint64_t address) { return std::string(sound).replace(secondInIndex, sizeof address, bytesOf(address)); };
+    Edit(Overwrite("context_0/distribution_2_drawer_0/column_indices", H5T_NATIVE_INT, {-1, 0}));
+    std::string const badColumns = ReadFile(path);
+    Edit(Overwrite("context_0/set_members", H5T_NATIVE_INT, {5, -7, 6}));
+    std::string const badNumbers = ReadFile(path);
+    struct Case {
+        std::string content;
+        int distribution;
+        char const* what;
+    };
+    for (auto const& [content, distribution, what] : {Case{sound, 0, ""},
+                                                      {summed, 0, ""},
+                                                      {moved(first), 0, "lie in matrix 0 of context 0"},
+                                                      {moved(first + 8), 0, "lie in matrix 0 of context 0"},
+                                                      {moved(1 << 30), 0, "behind the end of the file"},
+                                                      {moved(64), 0, "in the beginning of the file"},
+                                                      {badColumns, 2, "column indices"},
+                                                      {badNumbers, -1, "negative member number"}}) {
+        SCOPED_TRACE(what);
+        WriteFile(path, content);
+        KVOSimDatabase database;
+        database.OpenFile(path.c_str(), true);
+        KVOSimCheckReport const report = database.Check();
+        EXPECT_EQ(report.drawers, 3);
+        EXPECT_EQ(report.hasChecksums, content == summed);
+        if (*what == '\0') {
+            EXPECT_TRUE(report.damages.IsEmpty()) << report.damages[0].what.Utf8();
+            EXPECT_EQ(report.pieces, 6);
+            continue;
+        }
+        ASSERT_FALSE(report.damages.IsEmpty());
+        EXPECT_THAT(report.damages[0].what.Utf8(), HasSubstr(what));
+        EXPECT_EQ(report.damages[0].distribution, distribution);
+    }
+}
+
 // A process that dies while an extension waits in a transaction, and another one commits, leaves the dataset larger than its sets.
 TEST_F(Damage, ByADeathBesideAnExtensionIsRepairedOnOpening)
 {
