@@ -105,11 +105,54 @@ __attribute__((target("sse4.2"))) std::uint32_t ByInstruction(std::byte const* a
     return result;
 }
 
+// x^exponent modulo the polynomial, as a factor for the carry-less product of 64-bit words whose lowest bit is their highest power. Such a
+// product is that of the polynomials times x, which the exponent allows for.
+constexpr std::uint64_t Factor(unsigned exponent) noexcept
+{
+    std::uint32_t remainder = 0x80000000; // 1
+    for (unsigned i = 1; i < exponent; ++i)
+        remainder = remainder >> 1 ^ (remainder % 2 != 0 ? kPolynomial : 0);
+    return std::uint64_t{remainder} << 32;
+}
+
+constexpr std::size_t kFold = 256; ///< bytes that are worked on side by side
+
+// Every 16 bytes are replaced by their remainder kFold bytes further on (V. Gopal et al., Fast CRC Computation for Generic Polynomials
+// Using PCLMULQDQ Instruction, 2009); of the last kFold bytes the instruction makes the sum.
+__attribute__((target("sse4.2,avx512f,vpclmulqdq"))) std::uint32_t ByProducts(std::byte const* at, std::size_t bytes,
+                                                                              std::uint32_t before) noexcept
+{
+    if (bytes < 4 * kFold)
+        return ByInstruction(at, bytes, before);
+    constexpr long long kFirst = static_cast<long long>(Factor(8 * kFold + 64)), kSecond = static_cast<long long>(Factor(8 * kFold));
+    __m512i const factors = _mm512_set4_epi64(kSecond, kFirst, kSecond, kFirst);
+    auto const fold = [&](__m512i sum, std::byte const* next) __attribute__((target("sse4.2,avx512f,vpclmulqdq")))
+    {
+        constexpr int kXorOfThree = 0x96;
+        return _mm512_ternarylogic_epi64(_mm512_clmulepi64_epi128(sum, factors, 0x00), _mm512_clmulepi64_epi128(sum, factors, 0x11),
+                                         _mm512_loadu_si512(next), kXorOfThree);
+    };
+    __m512i a = _mm512_xor_si512(_mm512_loadu_si512(at), _mm512_zextsi128_si512(_mm_cvtsi32_si128(static_cast<int>(before))));
+    __m512i b = _mm512_loadu_si512(at + 64), c = _mm512_loadu_si512(at + 128), d = _mm512_loadu_si512(at + 192);
+    for (at += kFold, bytes -= kFold; bytes >= kFold; at += kFold, bytes -= kFold) {
+        a = fold(a, at);
+        b = fold(b, at + 64);
+        c = fold(c, at + 128);
+        d = fold(d, at + 192);
+    }
+    alignas(64) std::array<std::byte, kFold> rest;
+    _mm512_store_si512(rest.data(), a);
+    _mm512_store_si512(rest.data() + 64, b);
+    _mm512_store_si512(rest.data() + 128, c);
+    _mm512_store_si512(rest.data() + 192, d);
+    return ByInstruction(at, bytes, ByInstruction(rest.data(), rest.size(), 0));
+}
+
 #endif
 
 using Kernel = std::uint32_t (*)(std::byte const*, std::size_t, std::uint32_t) noexcept;
 
-Kernel Fastest() noexcept
+Kernel Instruction() noexcept
 {
 #if defined(__x86_64__)
     if (__builtin_cpu_supports("sse4.2"))
@@ -118,12 +161,26 @@ Kernel Fastest() noexcept
     return ByTables;
 }
 
+Kernel Fastest() noexcept
+{
+#if defined(__x86_64__)
+    if (__builtin_cpu_supports("sse4.2") && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("vpclmulqdq"))
+        return ByProducts;
+#endif
+    return Instruction();
+}
+
 } // namespace
 
 std::uint32_t Crc32c(void const* data, std::size_t bytes, std::uint32_t before) noexcept
 {
     static Kernel const s_kernel = Fastest();
     return ~s_kernel(static_cast<std::byte const*>(data), bytes, ~before);
+}
+
+std::uint32_t Crc32cByInstruction(void const* data, std::size_t bytes, std::uint32_t before) noexcept
+{
+    return ~Instruction()(static_cast<std::byte const*>(data), bytes, ~before);
 }
 
 std::uint32_t Crc32cByTables(void const* data, std::size_t bytes, std::uint32_t before) noexcept

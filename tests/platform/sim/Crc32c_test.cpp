@@ -4,7 +4,8 @@
 #include <random>
 #include <vector>
 
-// The instruction's streams of 4096 bytes, their ends and what is left over, and sums that go on where another ended.
+// Products of 256 bytes at a time, the instruction's streams of 4096 bytes, their ends and what is left over at any alignment, and sums
+// that go on where another ended.
 TEST(Crc32c, IsTheSameByEveryWay)
 {
     EXPECT_EQ(simdb::Crc32c("123456789", 9), 0xe3069283u);
@@ -19,5 +20,12 @@ TEST(Crc32c, IsTheSameByEveryWay)
         EXPECT_EQ(simdb::Crc32c(bytes.data() + 3, length, 77), expected);
         std::size_t const first = length / 3;
         EXPECT_EQ(simdb::Crc32c(bytes.data() + 3 + first, length - first, simdb::Crc32c(bytes.data() + 3, first, 77)), expected);
+    }
+    for (int round = 0; round < 2000; ++round) {
+        std::size_t const start = random() % 80, length = random() % (round % 2 == 0 ? 1500 : 40000);
+        std::uint32_t const before = static_cast<std::uint32_t>(random());
+        std::uint32_t const expected = simdb::Crc32cByTables(bytes.data() + start, length, before);
+        ASSERT_EQ(simdb::Crc32c(bytes.data() + start, length, before), expected) << length << " bytes from " << start;
+        ASSERT_EQ(simdb::Crc32cByInstruction(bytes.data() + start, length, before), expected) << length << " bytes from " << start;
     }
 }
