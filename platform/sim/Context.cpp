@@ -303,7 +303,7 @@ void Context::Touch(Distribution& distribution)
 
 void Context::Watch(Distribution& distribution)
 {
-    if (distribution.isWatched || !m_session->HasChecksums() || !m_session->GetFile()->IsWritable() || m_session->FileIdentity() == 0)
+    if (distribution.isWatched || !m_session->HasChecksums() || !m_session->GetFile()->IsWritable())
         return;
     m_watched.push_back(distribution.shared_from_this());
     distribution.isWatched = true;

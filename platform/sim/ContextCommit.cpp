@@ -96,6 +96,8 @@ void Context::StageDrawers(Distribution& distribution, Owner owner)
 void Context::AddPlaces()
 {
     auto const add = [&](Distribution& distribution, Drawer& drawer) {
+        if (m_session->FileIdentity() == 0) // another program has written the file anew
+            return;
         std::optional<PlacesSum> const places = distribution.PlacesOf(drawer);
         if (!places || places == drawer.recorded)
             return;
@@ -117,6 +119,8 @@ void Context::AddPlaces()
 void Context::Write()
 {
     OpenGroup(true);
+    for (auto const& distribution : m_watched)
+        distribution->WriteSums();
     AddPlaces();
     m_tables->Append(m_staged.rows, m_staged.numbers); // also without rows: it cuts off what a commit that failed has left
     for (StagedDrawer& staged : m_staged.drawers)
@@ -145,6 +149,8 @@ void Context::Accept() noexcept
     }
     for (auto const& [drawer, places] : m_staged.places)
         drawer->recorded = places;
+    for (auto const& distribution : m_watched)
+        distribution->AcceptSums();
     for (StagedDrawer const& staged : m_staged.drawers)
         staged.distribution->CloseUnlessBorrowed(); // it was open only to exist
     std::erase_if(m_watched, [](auto const& distribution) { return !(distribution->isWatched = distribution->HasOpenDrawers()); });

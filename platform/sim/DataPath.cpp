@@ -105,13 +105,24 @@ ChunkPlace DataPath::Place(std::int64_t chunk, Extents const& origin)
     return place;
 }
 
-void DataPath::Read(std::span<Range const> ranges, void* buffer)
+void DataPath::Read(std::span<Range const> ranges, void* buffer, Inspect const& inspect)
 {
     MappedCopies copies(FileAccess::Of(m_file));
     Extents const extents = BufferExtents(ranges);
     m_grid.ForEachPiece(ranges, [&](ChunkPiece const& piece) {
         auto* const target = static_cast<std::byte*>(buffer) + piece.bufferOffset * static_cast<std::int64_t>(m_valueBytes);
-        ReadPiece(copies, piece, Runs(piece, {extents.data(), m_grid.Rank()}), target);
+        StridedRuns const runs = Runs(piece, {extents.data(), m_grid.Rank()});
+        if (inspect) {
+            copies.Finish(); // what it reads may move the mapping
+            bool const isWhole = runs.IsOneRun() && runs.runBytes == m_chunkBytes;
+            ChunkPlace const place = Place(piece.chunk, piece.origin);
+            bool const isWritten = place.state == ChunkPlace::State::Written;
+            if (isWritten)
+                inspect(piece.origin, place.address, isWhole ? target : nullptr);
+            if (isWritten && isWhole)
+                return;
+        }
+        ReadPiece(copies, piece, runs, target);
     });
     copies.Finish();
 }
@@ -301,12 +312,13 @@ void DataPath::Announce(std::span<Range const> ranges)
     announce();
 }
 
-bool DataPath::IsWritten(Extents const& chunk)
+std::optional<std::uint64_t> DataPath::Address(Extents const& chunk)
 {
     Extents origin;
     for (std::size_t d = 0; d < m_grid.Rank(); ++d)
         origin[d] = chunk[d] * m_grid.ChunkSizes()[d];
-    return Place(m_grid.Number(chunk), origin).state == ChunkPlace::State::Written;
+    ChunkPlace const place = Place(m_grid.Number(chunk), origin);
+    return place.state == ChunkPlace::State::Written ? std::optional(place.address) : std::nullopt;
 }
 
 void DataPath::Resize(int dim, std::int64_t size)

@@ -7,6 +7,8 @@
 #include "Hdf5Dataset.h"
 #include "StridedCopy.h"
 
+#include <functional>
+
 namespace simdb
 {
 
@@ -24,14 +26,21 @@ public:
     ChunkGrid const& Grid() const noexcept { return m_grid; }
     void SetCacheBytes(std::uint64_t bytes) noexcept;
 
-    void Read(std::span<Range const> ranges, void* buffer);
+    /// Looks at a chunk that is about to be read. @param whole  where its bytes go, when all of them are asked for in their order: they
+    /// are put there by this; else null
+    using Inspect = std::function<void(Extents const& origin, std::uint64_t address, std::byte* whole)>;
+    void Read(std::span<Range const> ranges, void* buffer, Inspect const& inspect = nullptr);
     void Write(std::span<Range const> ranges, void const* buffer);
     /// The values themselves where they lie in one piece and the mapping is the fast way to them, else null.
     void* InPlace(std::span<Range const> ranges, bool toWrite);
     /// The same to be read, whether or not it is fast: they are fetched from the disk where they have to be.
     void const* FetchInPlace(std::span<Range const> ranges);
     void Announce(std::span<Range const> ranges);
-    bool IsWritten(Extents const& chunk);
+    bool IsWritten(Extents const& chunk) { return Address(chunk).has_value(); }
+    /// Where a chunk lies in the file, by its numbers; none if it was never written.
+    std::optional<std::uint64_t> Address(Extents const& chunk);
+    /// How much of it a transfer may keep mapped.
+    std::uint64_t BytesToKeep() const noexcept;
     /// The checksum of where the values lie, kept current; none while it is not known.
     std::optional<PlacesSum> const& Places() const noexcept { return m_places; }
     void SetPlaces(PlacesSum const& places) noexcept { m_places = places; }
@@ -48,7 +57,6 @@ private:
     void WriteNewChunk(MappedCopies& copies, ChunkPiece const& piece, StridedRuns const& runs, std::byte const* buffer);
     void CreateChunk(ChunkPiece const& piece, std::byte const* values);
     void ForgetFailedChunk(ChunkPiece const& failed);
-    std::uint64_t BytesToKeep() const noexcept;
     template<class Find>
     void* FindInPlace(std::span<Range const> ranges, Find const& find);
     bool MayWriteMapped(FileAccess const& access, std::int64_t chunk, ChunkPlace& place);

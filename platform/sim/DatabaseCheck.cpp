@@ -5,6 +5,7 @@
 #include "KVOSimException.h"
 #include "Session.h"
 #include "SimJournal.h"
+#include "ValueSums.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -132,6 +133,14 @@ private:
                 ++m_report.pieces;
             },
             [&](std::uint64_t address, std::uint64_t bytes) { Take(owner, address, bytes); });
+        if (dense.Sums() == nullptr)
+            return;
+        DenseDrawer& sums = dense.Sums()->Stored();
+        int const ownerOfSums = Owner("the checksums of " + name, where);
+        auto const take = [&](std::uint64_t address, std::uint64_t bytes) { Take(ownerOfSums, address, bytes); };
+        TakeHeader(ownerOfSums, sums.Dataset());
+        sums.ForEachPiece(take, take);
+        m_report.values += dense.CheckValues([&](std::string const& what) { Report(where, what); });
     }
 
     void LookAtRows(SparseDrawer& sparse, KVOSimDamage const& where)
@@ -144,7 +153,9 @@ private:
                              SparseDrawer::EntryBytes(sparse.Shape(), slot));
             buffers[s] = arrays[s].data();
         }
-        sparse.Read(buffers); // checks that row starts rise, and columns lie inside
+        if (sparse.HasSums())
+            m_report.values += sparse.Slots();
+        sparse.Read(buffers, true); // checks that row starts rise, and columns lie inside
         auto const numbers = [&](std::size_t slot) {
             return std::span(reinterpret_cast<std::int32_t const*>(arrays[slot].data()), arrays[slot].size() / sizeof(std::int32_t));
         };

@@ -1,9 +1,11 @@
 #include "DenseDrawer.h"
 
 #include "ChunkIndex.h"
+#include "Crc32c.h"
 #include "DataPath.h"
 #include "Hdf5Dataset.h"
 #include "KVOSimTypeKey.h"
+#include "ValueSums.h"
 
 #include <algorithm>
 #include <limits>
@@ -21,6 +23,8 @@ struct DenseDrawer::State {
     std::shared_ptr<File> file;
     std::unique_ptr<Hdf5Dataset> dataset;
     std::unique_ptr<DataPath> path; ///< null: HDF5 moves the values
+    std::shared_ptr<ValueSums> sums;
+    std::optional<std::uint32_t> initialCrc; ///< of a chunk that holds the initial value
 };
 
 namespace
@@ -62,6 +66,38 @@ std::uint64_t ContiguousBytes(DenseShape const& shape) noexcept
     return bytes;
 }
 
+std::uint64_t ChunkBytes(DenseShape const& shape) noexcept
+{
+    return static_cast<std::uint64_t>(ChunkGrid(shape.sizes, shape.chunkSizes).ValuesPerChunk()) *
+           static_cast<std::uint64_t>(KVOSimTypeKeySize(shape.typeKey));
+}
+
+// The sum of bytes of the file, each slice of them while it is in the cache; to `target`, unless that is null.
+std::uint32_t ReadSummed(FileAccess& access, std::uint64_t address, std::uint64_t bytes, std::byte* target, std::uint64_t bytesToKeep)
+{
+    constexpr std::uint64_t kSlice = std::uint64_t(256) << 10;
+    std::uint32_t crc = 0;
+    for (std::uint64_t at = 0; at < bytes; at += kSlice) {
+        std::uint64_t const count = std::min(bytes - at, kSlice);
+        std::byte* const to = target != nullptr ? target + at : access.Staging();
+        if (target != nullptr)
+            access.ReadMany(address + at, to, count, bytesToKeep);
+        else
+            access.Read(address + at, to, count);
+        crc = Crc32c(to, count, crc);
+    }
+    return crc;
+}
+
+// The chunk whose first value is at `origin`.
+ValueSums::Place ChunkAt(Extents const& origin, DenseShape const& shape)
+{
+    ValueSums::Place chunk;
+    for (std::size_t d = 0; d < shape.chunkSizes.size(); ++d)
+        chunk.push_back(origin[d] / shape.chunkSizes[d]);
+    return chunk;
+}
+
 } // namespace
 
 DenseDrawer::DenseDrawer(std::unique_ptr<State> state) noexcept : m_state(std::move(state)) {}
@@ -96,26 +132,69 @@ hid_t DenseDrawer::Dataset()
     return m_state->dataset->Id();
 }
 
-void DenseDrawer::Read(std::span<Range const> ranges, void* buffer)
+void DenseDrawer::Read(std::span<Range const> ranges, void* buffer, bool verify)
 {
-    RequireRanges(Shape().sizes, ranges, "Cannot read values of", m_state->file->Path());
+    constexpr char const* kReading = "Cannot read values of";
+    RequireRanges(Shape().sizes, ranges, kReading, m_state->file->Path());
+    auto const inspect = [&](Extents const& origin, std::uint64_t address, std::byte* whole) {
+        std::uint64_t const keep = m_state->path ? m_state->path->BytesToKeep() : 0;
+        std::uint32_t const crc = ReadSummed(FileAccess::Of(*m_state->file), address, ChunkBytes(Shape()), whole, keep);
+        if (std::string const fault = Fault(ChunkAt(origin, Shape()), crc); !fault.empty())
+            ThrowReason(KVOSimException::Kind::Damaged, kReading, m_state->file->Path(), fault);
+    };
+    bool const inspects = verify && m_state->sums && !m_state->dataset->IsFiltered();
     if (m_state->path)
-        return m_state->path->Read(ranges, buffer);
+        return m_state->path->Read(ranges, buffer, inspects ? DataPath::Inspect(inspect) : nullptr);
+    if (inspects)
+        ChunkGrid(Shape().sizes, Shape().chunkSizes).ForEachPiece(ranges, [&](ChunkPiece const& piece) {
+            if (auto const address = m_state->dataset->ChunkAddress({piece.origin.data(), ranges.size()}))
+                inspect(piece.origin, *address, nullptr);
+        });
     m_state->dataset->Read(ranges, buffer);
 }
 
 void DenseDrawer::Write(std::span<Range const> ranges, void const* buffer)
 {
     RequireRanges(Shape().sizes, ranges, "Cannot write values to", m_state->file->Path());
-    if (m_state->path)
-        return m_state->path->Write(ranges, buffer);
-    m_state->dataset->Write(ranges, buffer);
+    auto const write = [&] { m_state->path ? m_state->path->Write(ranges, buffer) : m_state->dataset->Write(ranges, buffer); };
+    if (!m_state->sums)
+        return write();
+
+    m_state->file->RequireWritable("Cannot write values to");
+    DenseShape const& shape = Shape();
+    ChunkGrid const grid(shape.sizes, shape.chunkSizes);
+    BeginChange(ranges);
+    write();
+    Extents extents;
+    std::transform(ranges.begin(), ranges.end(), extents.begin(), [](Range const& range) { return range.Count(); });
+    grid.ForEachPiece(ranges, [&](ChunkPiece const& piece) {
+        if (!std::equal(shape.chunkSizes.begin(), shape.chunkSizes.end(), piece.counts.begin()))
+            return;
+        std::size_t const valueBytes = static_cast<std::size_t>(KVOSimTypeKeySize(shape.typeKey));
+        auto const* const source = static_cast<std::byte const*>(buffer) + piece.bufferOffset * static_cast<std::int64_t>(valueBytes);
+        std::uint32_t crc = 0;
+        StridedRuns const runs(shape.chunkSizes, shape.chunkSizes, {extents.data(), ranges.size()}, valueBytes);
+        runs.ForEachRun([&](std::int64_t, std::int64_t inBuffer) { crc = Crc32c(source + inBuffer, runs.runBytes, crc); });
+        m_state->sums->EndChange(ChunkAt(piece.origin, shape), crc);
+    });
+}
+
+void DenseDrawer::BeginChange(std::span<Range const> ranges)
+{
+    ChunkGrid(Shape().sizes, Shape().chunkSizes).ForEachPiece(ranges, [&](ChunkPiece const& piece) {
+        ValueSums::Place const chunk = ChunkAt(piece.origin, Shape());
+        m_state->sums->BeginChange(chunk, m_state->dataset->IsFiltered() || ChunkAddress(chunk));
+    });
 }
 
 void* DenseDrawer::InPlace(std::span<Range const> ranges, bool toWrite)
 {
     RequireRanges(Shape().sizes, ranges, "Cannot find values of", m_state->file->Path());
-    return m_state->path && !(toWrite && !m_state->file->IsWritable()) ? m_state->path->InPlace(ranges, toWrite) : nullptr;
+    if (!m_state->path || (toWrite && !m_state->file->IsWritable()))
+        return nullptr;
+    if (toWrite && m_state->sums) // first: it may move the mapping
+        BeginChange(ranges);
+    return m_state->path->InPlace(ranges, toWrite);
 }
 
 void const* DenseDrawer::FetchInPlace(std::span<Range const> ranges)
@@ -146,6 +225,8 @@ void DenseDrawer::Resize(int dim, std::int64_t size)
     RequireShape(shape, path);
     if (shape.chunkSizes.empty())
         return ReplaceBy(shape);
+    if (m_state->sums)
+        Doubt(dim, size);
     if (m_state->path)
         m_state->path->Resize(dim, size);
     else
@@ -197,6 +278,114 @@ bool DenseDrawer::ChunksAllocated(std::span<Range const> chunks) const
             origin[d] = at[d] * grid.ChunkSizes()[d];
         return m_state->dataset->ChunkAddress({origin.data(), grid.Rank()}).has_value();
     });
+}
+
+// In front of a new size: what chunks at the edge hold behind it is written anew, and is other values when the drawer is cut.
+void DenseDrawer::Doubt(int dim, std::int64_t size)
+{
+    auto const d = static_cast<std::size_t>(dim);
+    ChunkGrid const grid(Shape().sizes, Shape().chunkSizes);
+    bool const isCut = size < grid.Sizes()[d];
+    std::int64_t const edge = std::min(size, grid.Sizes()[d]);
+    if (edge % grid.ChunkSizes()[d] == 0)
+        return;
+    std::vector<Range> chunks;
+    for (std::int64_t const count : grid.ChunkCounts())
+        chunks.push_back({0, count - 1});
+    chunks[d].first = chunks[d].last = edge / grid.ChunkSizes()[d];
+    if (std::ranges::any_of(chunks, [](Range const& range) { return range.Count() < 1; }))
+        return;
+    ChunkGrid::ForEachPlace(chunks, [&](Extents const& at) {
+        ValueSums::Place const chunk(at.begin(), at.begin() + static_cast<std::ptrdiff_t>(chunks.size()));
+        if (isCut)
+            m_state->sums->BeginChange(chunk, ChunkAddress(chunk).has_value());
+        else
+            m_state->sums->Doubt(chunk);
+        return true;
+    });
+}
+
+// None also where a filter has changed the bytes.
+std::optional<std::uint64_t> DenseDrawer::ChunkAddress(std::span<std::int64_t const> chunk) const
+{
+    ChunkGrid const grid(Shape().sizes, Shape().chunkSizes);
+    Extents at{}, origin{};
+    for (std::size_t d = 0; d < chunk.size(); ++d) {
+        if (chunk[d] >= grid.ChunkCounts()[d])
+            return std::nullopt;
+        at[d] = chunk[d];
+        origin[d] = chunk[d] * grid.ChunkSizes()[d];
+    }
+    if (m_state->path)
+        return m_state->path->Address(at);
+    return m_state->dataset->IsFiltered() ? std::nullopt : m_state->dataset->ChunkAddress({origin.data(), chunk.size()});
+}
+
+void DenseDrawer::SetSums(std::shared_ptr<ValueSums> sums) noexcept
+{
+    m_state->sums = std::move(sums);
+}
+
+std::shared_ptr<ValueSums> const& DenseDrawer::Sums() const noexcept
+{
+    return m_state->sums;
+}
+
+void DenseDrawer::WriteSums()
+{
+    m_state->sums->Write([&](ValueSums::Place const& chunk) -> std::optional<std::uint32_t> {
+        auto const address = ChunkAddress(chunk);
+        if (!address)
+            return std::nullopt;
+        return ReadSummed(FileAccess::Of(*m_state->file), *address, ChunkBytes(Shape()), nullptr, 0);
+    });
+}
+
+std::int64_t DenseDrawer::CheckValues(std::function<void(std::string const& what)> const& onDamage)
+{
+    std::int64_t checked = 0;
+    ChunkGrid const grid(Shape().sizes, Shape().chunkSizes);
+    std::vector<Range> chunks;
+    for (std::int64_t const count : grid.ChunkCounts())
+        chunks.push_back({0, count - 1});
+    if (!m_state->sums || std::ranges::any_of(chunks, [](Range const& range) { return range.Count() < 1; }))
+        return 0;
+    ChunkGrid::ForEachPlace(chunks, [&](Extents const& at) {
+        ValueSums::Place const chunk(at.begin(), at.begin() + static_cast<std::ptrdiff_t>(chunks.size()));
+        if (auto const address = ChunkAddress(chunk)) {
+            ++checked;
+            std::uint32_t const crc = ReadSummed(FileAccess::Of(*m_state->file), *address, ChunkBytes(Shape()), nullptr, 0);
+            if (std::string const fault = Fault(chunk, crc); !fault.empty())
+                onDamage(fault);
+        }
+        return true;
+    });
+    return checked;
+}
+
+// Why a chunk of that sum is not as it was written; empty where it is.
+std::string DenseDrawer::Fault(std::vector<std::int64_t> const& chunk, std::uint32_t crc) const
+{
+    std::optional<std::uint32_t> expected = m_state->sums->Expected(chunk);
+    if (expected == ValueSums::kInitial) {
+        DenseShape const& shape = Shape();
+        if (!m_state->initialCrc) {
+            std::byte const* const values =
+                FileAccess::Of(*m_state->file)
+                    .Initial(shape.initialValue, static_cast<std::size_t>(KVOSimTypeKeySize(shape.typeKey)), ChunkBytes(shape));
+            m_state->initialCrc = Crc32c(values, ChunkBytes(shape));
+        }
+        expected = ValueSums::Of(*m_state->initialCrc);
+    }
+    if (!expected || *expected == ValueSums::Of(crc))
+        return {};
+    std::string place;
+    for (std::int64_t const number : chunk)
+        place += (place.empty() ? "" : ", ") + std::to_string(number);
+    return "the values of " + m_state->dataset->Name() + " in chunk (" + place + ") " +
+           (*expected == ValueSums::kChanging
+                ? "were being changed when a process ended without a commit, and may be old or new; writing some of them settles it"
+                : "do not fit their checksum: the file is damaged");
 }
 
 std::optional<PlacesSum> DenseDrawer::Places() const

@@ -33,6 +33,7 @@ struct DenseShape {
 
 class ChunkIndex;
 struct PlacesSum;
+class ValueSums;
 
 /// One dense drawer: an HDF5 dataset, and the data path to its values.
 ///
@@ -59,7 +60,9 @@ public:
     hid_t Dataset();
 
     /// Moves the values of `ranges` (one a dimension, inside the sizes) packed from or to `buffer`.
-    void Read(std::span<Range const> ranges, void* buffer);
+    /// @param verify  every chunk that is touched is read whole and must fit its checksum, where there are some
+    /// @throws KVOSimException of kind Damaged that names the dataset and the chunk; the buffer then holds anything
+    void Read(std::span<Range const> ranges, void* buffer, bool verify = false);
     void Write(std::span<Range const> ranges, void const* buffer);
     /// The values of `ranges` themselves, packed, where the file is mapped and they lie in one piece; null where Read() or Write() is the
     /// better way, and always before the second use of a part of the file. They stay there until anything else is asked of the file.
@@ -87,6 +90,14 @@ public:
     /// Tells what they are, of a drawer that was open before.
     void SetPlaces(PlacesSum const& places) noexcept;
 
+    /// Checksums of the values, kept current from now on; for chunked drawers only.
+    void SetSums(std::shared_ptr<ValueSums> sums) noexcept;
+    std::shared_ptr<ValueSums> const& Sums() const noexcept;
+    /// Stores the checksums of what has changed. Chunks of which only parts were written are read again.
+    void WriteSums();
+    /// Compares all values with their checksums, and tells of each chunk that does not fit. @return how many were compared
+    std::int64_t CheckValues(std::function<void(std::string const& what)> const& onDamage);
+
     /// How far reading ahead and keeping resident may go: at most an eighth of the machine's memory; a quarter of that at first, and with
     /// 0.
     void SetCacheBytes(std::uint64_t bytes) noexcept;
@@ -96,6 +107,10 @@ private:
     explicit DenseDrawer(std::unique_ptr<State> state) noexcept;
     void ReplaceBy(DenseShape const& shape);
     void CopyTo(DenseDrawer& other);
+    std::optional<std::uint64_t> ChunkAddress(std::span<std::int64_t const> chunk) const;
+    void BeginChange(std::span<Range const> ranges);
+    void Doubt(int dim, std::int64_t size);
+    std::string Fault(std::vector<std::int64_t> const& chunk, std::uint32_t crc) const;
     std::optional<ChunkIndex> Index() const;
     std::unique_ptr<State> m_state;
 };

@@ -77,12 +77,12 @@ std::vector<Run> FindRuns(std::span<std::int64_t const> positions)
     return runs;
 }
 
-void ReadRuns(DenseDrawer& drawer, DenseView const& view, std::size_t valueBytes, void* buffer)
+void ReadRuns(DenseDrawer& drawer, DenseView const& view, std::size_t valueBytes, void* buffer, bool verify)
 {
     auto const block = BlockBuffer(view, valueBytes);
     std::byte* const target = static_cast<std::byte*>(buffer);
     ForEachBlock(view, [&](std::vector<Range> const& ranges, std::vector<std::int64_t> const& places) {
-        drawer.Read(ranges, block.get());
+        drawer.Read(ranges, block.get(), verify);
         ForEachRow(view, ranges, places, [&](std::int64_t packed, std::int64_t place, std::int64_t count) {
             std::memcpy(target + static_cast<std::size_t>(place) * valueBytes, block.get() + static_cast<std::size_t>(packed) * valueBytes,
                         static_cast<std::size_t>(count) * valueBytes);

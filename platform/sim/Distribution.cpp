@@ -5,6 +5,7 @@
 #include "KVOBasException.h"
 #include "KVOSimTypeKey.h"
 #include "Session.h"
+#include "ValueSums.h"
 
 #include <algorithm>
 #include <array>
@@ -26,11 +27,15 @@ public:
     DrawerName(int distribution, int drawer) noexcept
     {
         std::snprintf(m_text.data(), m_text.size(), "distribution_%d_drawer_%d", distribution, drawer);
+        std::snprintf(m_textOfSums.data(), m_textOfSums.size(), "%s_checksums", m_text.data());
     }
     char const* c_str() const noexcept { return m_text.data(); }
+    /// Of the checksums of its values.
+    char const* OfSums() const noexcept { return m_textOfSums.data(); }
 
 private:
     std::array<char, 48> m_text;
+    std::array<char, 64> m_textOfSums;
 };
 
 // Enumerations and references lie in the file as the integers they are.
@@ -134,6 +139,7 @@ DenseDrawer& Distribution::Dense(Drawer& drawer)
     {
         Hdf5Guard const guard(context.BytesForNames());
         dense = DenseDrawer::Open(session.GetFile(), context.Group(), name.c_str());
+        dense->SetSums(drawer.sums != nullptr ? drawer.sums : OpenSums(name.OfSums(), dense->Shape()));
     }
     DenseShape const& shape = dense->Shape();
     bool fits = static_cast<int>(shape.sizes.size()) == Rank() && shape.typeKey == StoredKey(m_rangeType);
@@ -153,7 +159,43 @@ DenseDrawer& Distribution::Dense(Drawer& drawer)
         FitToSets(drawer, *dense);
     dense->SetCacheBytes(CacheSize());
     drawer.dense = std::move(dense);
+    drawer.sums.reset();
     return *drawer.dense;
+}
+
+// Null where there are none.
+std::shared_ptr<ValueSums> Distribution::OpenSums(char const* name, DenseShape const& shape) const
+{
+    Context const& context = Require(kOpening);
+    Session const& session = context.OpenSession(kOpening);
+    if (!session.HasChecksums() || shape.chunkSizes.empty())
+        return nullptr;
+    htri_t const exists = H5Lexists(context.Group(), name, H5P_DEFAULT);
+    if (exists < 0)
+        ThrowHdf5(kOpening, Path());
+    return exists > 0 ? std::make_shared<ValueSums>(session.GetFile(), context.Group(), name, shape.sizes.size()) : nullptr;
+}
+
+void Distribution::WriteSums()
+{
+    for (auto const& drawer : m_drawers) {
+        if (drawer == nullptr)
+            continue;
+        ValueSums const* const sums = drawer->dense != nullptr ? drawer->dense->Sums().get() : drawer->sums.get();
+        if (sums != nullptr && sums->HasChanges())
+            Dense(*drawer).WriteSums();
+    }
+}
+
+void Distribution::AcceptSums() noexcept
+{
+    for (auto const& drawer : m_drawers) {
+        if (drawer == nullptr)
+            continue;
+        if (drawer->dense != nullptr && drawer->dense->Sums() != nullptr)
+            drawer->dense->Sums()->Accept();
+        drawer->sums.reset();
+    }
 }
 
 SparseDrawer& Distribution::Sparse(Drawer& drawer)
@@ -258,8 +300,11 @@ void Distribution::CloseUnlessBorrowed() noexcept
         return;
     for (auto const& drawer : m_drawers)
         if (drawer != nullptr && drawer->linked) {
-            if (drawer->dense != nullptr)
+            if (drawer->dense != nullptr) {
                 drawer->places = drawer->dense->Places();
+                if (drawer->dense->Sums() != nullptr && drawer->dense->Sums()->HasChanges())
+                    drawer->sums = drawer->dense->Sums();
+            }
             drawer->dense.reset();
             drawer->sparse.reset();
         }
@@ -298,10 +343,20 @@ void Distribution::Link(Drawer& drawer)
 {
     DrawerName const name(m_id.Index(), drawer.number);
     Hdf5Guard const guard(m_context->BytesForNames());
-    if (drawer.dense != nullptr)
-        drawer.dense->LinkTo(m_context->Group(), name.c_str());
-    else
+    if (drawer.dense == nullptr) {
         drawer.sparse->LinkTo(m_context->Group(), name.c_str());
+    } else {
+        ValueSums* const sums = drawer.dense->Sums().get();
+        if (sums != nullptr)
+            sums->Stored().LinkTo(m_context->Group(), name.OfSums());
+        try {
+            drawer.dense->LinkTo(m_context->Group(), name.c_str());
+        } catch (...) {
+            if (sums != nullptr)
+                H5Ldelete(m_context->Group(), name.OfSums(), H5P_DEFAULT);
+            throw;
+        }
+    }
     drawer.linked = true;
 }
 
@@ -309,7 +364,10 @@ void Distribution::Link(Drawer& drawer)
 void Distribution::Unlink(Drawer& drawer) noexcept
 {
     Hdf5Guard const guard(std::nothrow);
-    drawer.linked = H5Ldelete(m_context->Group(), DrawerName(m_id.Index(), drawer.number).c_str(), H5P_DEFAULT) < 0;
+    DrawerName const name(m_id.Index(), drawer.number);
+    drawer.linked = H5Ldelete(m_context->Group(), name.c_str(), H5P_DEFAULT) < 0;
+    if (!drawer.linked && drawer.dense != nullptr && drawer.dense->Sums() != nullptr)
+        H5Ldelete(m_context->Group(), name.OfSums(), H5P_DEFAULT);
 }
 
 // Should it fail, the dataset stays larger than its sets: no reader of the database sees that, and who opens or extends it tries again.

@@ -35,6 +35,7 @@ struct Drawer {
     std::optional<PlacesSum> recorded; ///< the checksum in the file; none in files without, and where another program has written it anew
     std::optional<PlacesSum> places;   ///< what it is now, of a drawer that is not open; none: not known
     bool checked = false;              ///< `recorded` was found right
+    std::shared_ptr<ValueSums> sums;   ///< of a drawer that is not open, where no commit has kept them yet
 
     /// The sets once the changes from number `kept` on are taken back.
     std::vector<std::shared_ptr<MemberSet>> SetsAfter(std::size_t kept) const;
@@ -92,6 +93,9 @@ public:
     /// Gives a drawer its name below the context's group.
     void Link(Drawer& drawer);
     void Unlink(Drawer& drawer) noexcept;
+    /// Stores the checksums of values that have changed; AcceptSums() when the commit has kept them.
+    void WriteSums();
+    void AcceptSums() noexcept;
     /// Takes the open changes of `owner` back and drops its drawers. What others built upon stays, and becomes theirs.
     void RollBack(Owner owner) noexcept;
     bool HasOpenWork() const noexcept;
@@ -107,6 +111,7 @@ private:
     void CheckPlaces(Drawer& drawer, std::optional<PlacesSum> const& found) const;
     void FitToSets(Drawer& drawer, DenseDrawer& dense) const;
     void ShrinkAfterRollBack(Drawer& drawer) noexcept;
+    std::shared_ptr<ValueSums> OpenSums(char const* name, DenseShape const& shape) const;
 
     Context* m_context; ///< null once closed or rolled back
     std::shared_ptr<std::string const> m_path;

@@ -21,6 +21,8 @@ public:
 
     DenseShape const& Shape() const noexcept { return m_shape; }
     hid_t Id() const noexcept { return m_dataset; }
+    /// Its name in its group; empty until it has one.
+    std::string const& Name() const noexcept { return m_name; }
     /// Values pass through filters (another program's compression): only HDF5 can move them.
     bool IsFiltered() const noexcept { return m_filtered; }
 

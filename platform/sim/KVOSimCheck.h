@@ -17,6 +17,7 @@ struct KVOSimDamage {
 struct KVOSimCheckReport {
     int drawers = 0;           ///< how many there are
     std::int64_t pieces = 0;   ///< chunks, and arrays that lie in one piece, whose places were looked at
+    std::int64_t values = 0;   ///< chunks, and arrays of sparse matrices, whose values were compared with their checksums
     bool hasChecksums = false; ///< of the catalogue and the places of values: not in files of format version 1
     KVOSimArray<KVOSimDamage> damages;
 };

@@ -54,8 +54,9 @@ public:
     KVOSimArray<KVOSimContextID> QueryContexts() const;
 
     /// Goes through all that the database holds: the catalogue and its checksums, the index that finds the values of each matrix and its
-    /// checksum, whether every part of the file belongs to one thing and lies inside, and the indices of sparse matrices, which rise in
-    /// every row. Damage that keeps a file from being opened is the exception of OpenFile().
+    /// checksum, whether every part of the file belongs to one thing and lies inside, the indices of sparse matrices, which rise in every
+    /// row, and all values of matrices that have checksums of them. Damage that keeps a file from being opened is the exception of
+    /// OpenFile().
     /// @throws KVOSimException unless a database is open for reading
     KVOSimCheckReport Check() const;
 

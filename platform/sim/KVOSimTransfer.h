@@ -47,6 +47,14 @@ public:
     void SetSerialization(KVOSimSerializationType const& type) noexcept { m_serialization = type; }
     /// Number of stored values of a new sparse drawer, 0 or more.
     void SetSparseNNonzero(std::int64_t count);
+    /// The new drawer gets checksums of its values, CRC-32C of each chunk or of each array of a sparse one, which every commit brings up to
+    /// date: chunks that were written in part since the last one are read again for it. Dense drawers need chunks for it, and the file
+    /// format version 2; a scratch database has none.
+    void SetValueChecksums() noexcept { m_checksums = true; }
+    /// ExecRead() reads every chunk that it touches whole, and compares it with its checksum, where there are some: values that do not fit
+    /// end in a KVOSimException of kind Damaged that names matrix and chunk, and leave anything in the buffers. What this process has
+    /// changed in part since its last commit is not compared. InPlace(), FetchInPlace() and InPlaceForWriting() give null.
+    void SetVerify() noexcept { m_verify = true; }
     /// The values that are not written read as this. @param typeKey  of the distribution
     void SetInitializationValue(double value, int typeKey);
 
@@ -122,6 +130,7 @@ private:
     Values* FindInPlace(char const* doing, Find const& find) const;
     void* BufferOf(int slot, std::int64_t bytes, bool forReading, char const* doing) const;
     void SetBufferOf(int slot, void* memory, std::size_t bytes, bool writable);
+    bool KeepsChecksums() const;
     void MakeDenseDrawer(char const* doing);
     void MakeSparseDrawer(char const* doing);
 
@@ -136,4 +145,6 @@ private:
     int m_drawer = 0;
     bool m_read = false;
     bool m_write = false;
+    bool m_checksums = false;
+    bool m_verify = false;
 };

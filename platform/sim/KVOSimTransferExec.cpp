@@ -1,11 +1,13 @@
 #include "KVOSimTransfer.h"
 
+#include "ChunkGrid.h"
 #include "Context.h"
 #include "DenseView.h"
 #include "Distribution.h"
 #include "KVOBasException.h"
 #include "KVOSimTypeKey.h"
 #include "Session.h"
+#include "ValueSums.h"
 
 #include <new>
 #include <utility>
@@ -25,6 +27,12 @@ std::int64_t SlotBytes(simdb::SparseShape const& shape, int slot)
 
 } // namespace
 
+// What goes with the process needs none.
+bool KVOSimTransfer::KeepsChecksums() const
+{
+    return m_checksums && !m_distribution->IsTemporary() && m_distribution->Require(kMaking).OpenSession(kMaking).HasChecksums();
+}
+
 void KVOSimTransfer::MakeDenseDrawer(char const* doing)
 {
     simdb::Context& context = m_distribution->Require(doing);
@@ -37,7 +45,10 @@ void KVOSimTransfer::MakeDenseDrawer(char const* doing)
         sets.push_back(context.SetOf(dim.set, doing));
         shape.sizes.push_back(sets.back()->size);
     }
-    auto dense = simdb::DenseDrawer::Create(context.OpenSession(doing).GetFile(), shape);
+    auto const& file = context.OpenSession(doing).GetFile();
+    auto dense = simdb::DenseDrawer::Create(file, shape);
+    if (KeepsChecksums())
+        dense->SetSums(std::make_shared<simdb::ValueSums>(file, simdb::ChunkGrid(shape.sizes, shape.chunkSizes).ChunkCounts()));
     m_drawer = m_distribution->AddDrawer(KVOSimDenseDrawer, std::move(sets), std::move(dense), nullptr).number;
     m_newDrawer = NewDrawer::None;
 }
@@ -52,7 +63,7 @@ void KVOSimTransfer::MakeSparseDrawer(char const* doing)
     simdb::SparseDrawer::ConstBuffers values{};
     for (int slot = 0; slot < simdb::SparseDrawer::SlotsOf(shape.kind); ++slot)
         values[static_cast<std::size_t>(slot)] = BufferOf(slot, SlotBytes(shape, slot), false, doing);
-    auto sparse = simdb::SparseDrawer::Create(context.OpenSession(doing).GetFile(), shape, values);
+    auto sparse = simdb::SparseDrawer::Create(context.OpenSession(doing).GetFile(), shape, values, KeepsChecksums());
     m_drawer = m_distribution->AddDrawer(shape.kind, std::move(sets), nullptr, std::move(sparse)).number;
     m_newDrawer = NewDrawer::None;
 }
@@ -98,9 +109,10 @@ void KVOSimTransfer::ExecRead()
         if (view.bytes == 0)
             return;
         if (view.runs.empty())
-            m_distribution->Dense(drawer).Read(view.Ranges(), buffer);
+            m_distribution->Dense(drawer).Read(view.Ranges(), buffer, m_verify);
         else
-            ReadRuns(m_distribution->Dense(drawer), view, static_cast<std::size_t>(KVOSimTypeKeySize(m_distribution->RangeType())), buffer);
+            ReadRuns(m_distribution->Dense(drawer), view, static_cast<std::size_t>(KVOSimTypeKeySize(m_distribution->RangeType())), buffer,
+                     m_verify);
         return;
     }
     CheckSparseView(drawer, kReading);
@@ -108,7 +120,7 @@ void KVOSimTransfer::ExecRead()
     simdb::SparseDrawer::Buffers values{};
     for (int slot = 0; slot < sparse.Slots(); ++slot)
         values[static_cast<std::size_t>(slot)] = BufferOf(slot, SlotBytes(sparse.Shape(), slot), true, kReading);
-    sparse.Read(values);
+    sparse.Read(values, m_verify);
 }
 
 void KVOSimTransfer::ExecWrite()
@@ -150,7 +162,7 @@ template<class Values, class Find>
 Values* KVOSimTransfer::FindInPlace(char const* doing, Find const& find) const
 {
     simdb::Drawer& drawer = ViewedDrawer(doing);
-    if (drawer.kind != KVOSimDenseDrawer)
+    if (drawer.kind != KVOSimDenseDrawer || m_verify)
         return nullptr;
     simdb::DenseView const view = ViewOf(drawer, doing);
     return view.bytes > 0 && view.runs.empty() ? find(m_distribution->Dense(drawer), view.Ranges()) : nullptr;

@@ -61,6 +61,11 @@ void KVOSimTransfer::CheckNewDrawer(char const* doing) const
         Refuse(doing, "a drawer that does not exist yet cannot be extended");
     if (sparse && (m_dims.size() != 2 || m_newDrawer == NewDrawer::Chunked))
         Refuse(doing, "a sparse drawer has two dimensions and no chunks");
+    if (m_checksums && !sparse && m_newDrawer == NewDrawer::Plain)
+        Refuse(doing, "only chunks and the arrays of sparse drawers have checksums: choose chunk sizes");
+    simdb::Session const& session = m_distribution->Require(doing).OpenSession(doing);
+    if (m_checksums && !session.IsScratch() && !session.HasChecksums())
+        Refuse(doing, "the file has format version 1, which knows no checksums of values");
     std::int64_t bytes = KVOSimTypeKeySize(m_distribution->RangeType());
     for (std::size_t d = 0; d < m_dims.size(); ++d) {
         if (!m_dims[d].isSet || m_dims[d].set.IsNull())

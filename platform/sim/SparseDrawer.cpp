@@ -1,6 +1,8 @@
 #include "SparseDrawer.h"
 
+#include "Crc32c.h"
 #include "KVOSimTypeKey.h"
+#include "ValueSums.h"
 
 #include <string>
 #include <utility>
@@ -16,6 +18,7 @@ constexpr char const* kOpening = "Cannot open a sparse drawer of the database";
 constexpr char const* kReading = "Cannot read a sparse drawer of the database";
 constexpr char const* kWriting = "Cannot write a sparse drawer of the database";
 constexpr std::array<char const*, SparseDrawer::kSlots> kNames{"values", "column_indices", "row_start", "diagonal"};
+constexpr char const* kSumsName = "checksums";
 
 hid_t ValueType(int typeKey) noexcept
 {
@@ -75,7 +78,8 @@ std::size_t SparseDrawer::EntryBytes(SparseShape const& shape, int slot) noexcep
     return slot == 0 || slot == 3 ? static_cast<std::size_t>(KVOSimTypeKeySize(shape.typeKey)) : sizeof(std::int32_t);
 }
 
-std::shared_ptr<SparseDrawer> SparseDrawer::Create(std::shared_ptr<File> file, SparseShape const& shape, ConstBuffers const& values)
+std::shared_ptr<SparseDrawer> SparseDrawer::Create(std::shared_ptr<File> file, SparseShape const& shape, ConstBuffers const& values,
+                                                   bool checksums)
 {
     Hdf5Guard const guard;
     std::string const path = file->Path();
@@ -91,6 +95,12 @@ std::shared_ptr<SparseDrawer> SparseDrawer::Create(std::shared_ptr<File> file, S
             Hid(Checked(H5Dcreate2(drawer->m_group, kNames[static_cast<std::size_t>(slot)], SlotType(shape, slot), space, H5P_DEFAULT,
                                    properties, H5P_DEFAULT),
                         kCreating, path));
+    }
+    if (checksums) {
+        hsize_t const count = static_cast<hsize_t>(drawer->Slots());
+        Hid const space(Checked(H5Screate_simple(1, &count, nullptr), kCreating, path));
+        drawer->m_sums = Hid(
+            Checked(H5Dcreate2(drawer->m_group, kSumsName, H5T_STD_U32LE, space, H5P_DEFAULT, properties, H5P_DEFAULT), kCreating, path));
     }
     drawer->WriteSlots(values);
     return drawer;
@@ -118,14 +128,32 @@ std::shared_ptr<SparseDrawer> SparseDrawer::Open(std::shared_ptr<File> file, hid
                         std::string("the dataset ") + name + "/" + slotName + " does not fit the catalogue: the file is damaged");
         drawer->m_datasets[static_cast<std::size_t>(slot)] = std::move(dataset);
     }
+    drawer->m_name = name;
+    drawer->OpenSums(path);
     return drawer;
+}
+
+void SparseDrawer::OpenSums(std::string const& path)
+{
+    if (Checked(H5Lexists(m_group, kSumsName, H5P_DEFAULT), kOpening, path) == 0)
+        return;
+    m_sums = Hid(Checked(H5Dopen2(m_group, kSumsName, H5P_DEFAULT), kOpening, path));
+    Hid const type(Checked(H5Dget_type(m_sums), kOpening, path));
+    Hid const space(Checked(H5Dget_space(m_sums), kOpening, path));
+    hsize_t count = 0;
+    if (H5Tequal(type, H5T_STD_U32LE) <= 0 || H5Sget_simple_extent_ndims(space) != 1 ||
+        H5Sget_simple_extent_dims(space, &count, nullptr) != 1 || count != static_cast<hsize_t>(Slots()))
+        ThrowReason(KVOSimException::Kind::Damaged, kOpening, path,
+                    "the checksums of " + m_name + " are of another form: the file is damaged");
 }
 
 void SparseDrawer::LinkTo(hid_t group, char const* name)
 {
     Hdf5Guard const guard;
+    std::string kept(name);
     if (H5Olink(m_group, group, name, H5P_DEFAULT, H5P_DEFAULT) < 0)
         ThrowHdf5(kWriting, m_file->Path());
+    m_name = std::move(kept);
 }
 
 void SparseDrawer::ForEachArray(std::function<void(std::int64_t, hid_t, std::uint64_t, std::uint64_t)> const& visit) const
@@ -147,13 +175,15 @@ PlacesSum SparseDrawer::Places() const
     return places;
 }
 
-void SparseDrawer::Read(Buffers const& values)
+void SparseDrawer::Read(Buffers const& values, bool verify)
 {
     Hdf5Guard const guard;
     for (int slot = 0; slot < Slots(); ++slot)
         if (Count(m_shape, slot) > 0 && H5Dread(m_datasets[static_cast<std::size_t>(slot)], SlotType(m_shape, slot), H5S_ALL, H5S_ALL,
                                                 H5P_DEFAULT, values[static_cast<std::size_t>(slot)]) < 0)
             ThrowHdf5(kReading, m_file->Path());
+    if (verify && m_sums.IsValid())
+        Verify({values[0], values[1], values[2], values[3]});
     RequireRows(KVOSimException::Kind::Damaged, m_shape, values[2], values[1], kReading, m_file->Path());
 }
 
@@ -164,12 +194,51 @@ void SparseDrawer::Write(ConstBuffers const& values)
     WriteSlots(values);
 }
 
+// The checksums say at first that the values are being changed: all of them, as one without the others is none.
 void SparseDrawer::WriteSlots(ConstBuffers const& values)
 {
+    if (m_sums.IsValid()) {
+        Sums changing;
+        changing.fill(ValueSums::kChanging);
+        WriteSums(changing);
+    }
     for (int slot = 0; slot < Slots(); ++slot)
         if (Count(m_shape, slot) > 0 && H5Dwrite(m_datasets[static_cast<std::size_t>(slot)], SlotType(m_shape, slot), H5S_ALL, H5S_ALL,
                                                  H5P_DEFAULT, values[static_cast<std::size_t>(slot)]) < 0)
             ThrowHdf5(kWriting, m_file->Path());
+    if (m_sums.IsValid())
+        WriteSums(SumsOf(values));
+}
+
+void SparseDrawer::WriteSums(Sums const& sums)
+{
+    if (H5Dwrite(m_sums, H5T_NATIVE_UINT32, H5S_ALL, H5S_ALL, H5P_DEFAULT, sums.data()) < 0)
+        ThrowHdf5(kWriting, m_file->Path());
+}
+
+SparseDrawer::Sums SparseDrawer::SumsOf(ConstBuffers const& values) const noexcept
+{
+    Sums sums{};
+    for (int slot = 0; slot < Slots(); ++slot) {
+        auto const s = static_cast<std::size_t>(slot);
+        sums[s] = ValueSums::Of(Crc32c(values[s], static_cast<std::size_t>(Count(m_shape, slot)) * EntryBytes(m_shape, slot)));
+    }
+    return sums;
+}
+
+void SparseDrawer::Verify(ConstBuffers const& values) const
+{
+    Sums stored{};
+    if (H5Dread(m_sums, H5T_NATIVE_UINT32, H5S_ALL, H5S_ALL, H5P_DEFAULT, stored.data()) < 0)
+        ThrowHdf5(kReading, m_file->Path());
+    Sums const found = SumsOf(values);
+    for (std::size_t s = 0; s < static_cast<std::size_t>(Slots()); ++s)
+        if (stored[s] != found[s])
+            ThrowReason(KVOSimException::Kind::Damaged, kReading, m_file->Path(),
+                        "the array " + std::string(kNames[s]) + " of " + m_name +
+                            (stored[s] == ValueSums::kChanging
+                                 ? " was being changed when a process ended, and may be old or new; writing the matrix again settles it"
+                                 : " does not fit its checksum: the file is damaged"));
 }
 
 } // namespace simdb

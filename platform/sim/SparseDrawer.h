@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 
 namespace simdb
 {
@@ -32,9 +33,10 @@ public:
     using Buffers = std::array<void*, kSlots>;
     using ConstBuffers = std::array<void const*, kSlots>;
 
-    /// A new drawer without a name, with these values. @throws KVOSimException, nothing is left, when the row starts do not rise from 0 to
-    /// the number of values, or a column index lies outside
-    static std::shared_ptr<SparseDrawer> Create(std::shared_ptr<File> file, SparseShape const& shape, ConstBuffers const& values);
+    /// A new drawer without a name, with these values. @param checksums  keep checksums of them  @throws KVOSimException, nothing is left,
+    /// when the row starts do not rise from 0 to the number of values, or a column index lies outside
+    static std::shared_ptr<SparseDrawer> Create(std::shared_ptr<File> file, SparseShape const& shape, ConstBuffers const& values,
+                                                bool checksums);
     /// The group `name` below `group`; `expected` but its nonzeros is what it must be like.
     static std::shared_ptr<SparseDrawer> Open(std::shared_ptr<File> file, hid_t group, char const* name, SparseShape const& expected);
 
@@ -54,17 +56,26 @@ public:
     PlacesSum Places() const;
 
     /// All slots; the same checks as in Create() guard the reader from a damaged file.
-    void Read(Buffers const& values);
+    /// @param verify  they must fit their checksums, where there are some
+    void Read(Buffers const& values, bool verify = false);
+    bool HasSums() const noexcept { return m_sums.IsValid(); }
     void Write(ConstBuffers const& values);
 
 private:
     SparseDrawer(std::shared_ptr<File> file, SparseShape const& shape) noexcept : m_file(std::move(file)), m_shape(shape) {}
+    using Sums = std::array<std::uint32_t, kSlots>;
+    void OpenSums(std::string const& path);
     void WriteSlots(ConstBuffers const& values);
+    void WriteSums(Sums const& sums);
+    Sums SumsOf(ConstBuffers const& values) const noexcept;
+    void Verify(ConstBuffers const& values) const;
 
     std::shared_ptr<File> m_file;
     SparseShape m_shape;
     Hid m_group;
     std::array<Hid, kSlots> m_datasets;
+    std::string m_name; ///< of the group; empty until it has one
+    Hid m_sums;         ///< invalid: there are no checksums
 };
 
 } // namespace simdb

@@ -144,11 +144,9 @@ void RunCheck(std::string const& path, bool json)
     }
     bool const sound = report.damages.IsEmpty();
     if (json) {
-        nlohmann::ordered_json const object{{"sound", sound},
-                                            {"matrices", report.drawers},
-                                            {"pieces", report.pieces},
-                                            {"checksums", report.hasChecksums},
-                                            {"damage", array}};
+        nlohmann::ordered_json const object{{"sound", sound},          {"matrices", report.drawers},
+                                            {"pieces", report.pieces}, {"checksums", report.hasChecksums},
+                                            {"values", report.values}, {"damage", array}};
         std::printf("%s\n", object.dump(4, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
     } else if (sound) {
         std::printf("%s: sound, matrices: %d%s\n", path.c_str(), report.drawers,
