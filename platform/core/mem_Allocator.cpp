@@ -1,5 +1,6 @@
 #include "mem_Allocator.h"
 
+#include "AddressSanitizer.h"
 #include "MappedArrays.h"
 
 #include <algorithm>
@@ -23,14 +24,6 @@ constexpr std::size_t kLine = 64;
 // released then, 200 MiB stayed with mappings from 1 MiB on, 94 from 256 KiB on and 61 from 128 KiB on; 1 to 4 page faults a round in all
 // three.
 constexpr std::size_t kMappedArray = std::size_t{256} << 10;
-
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-constexpr bool kSanitized = __has_feature(address_sanitizer);
-#else
-constexpr bool kSanitized = false;
-#endif
 
 // What lies in front of every array. Not under an address sanitizer, which is to find who writes there.
 struct Header {
@@ -71,7 +64,7 @@ void* AllocateFromHeap(std::size_t bytes) noexcept
 
 void* AllocateOnce(std::size_t bytes) noexcept
 {
-    if (kSanitized)
+    if (kAddressSanitized)
         return AllocateForSanitizer(bytes);
     void* const array = bytes < kMappedArray ? AllocateFromHeap(bytes) : s_mapped.Allocate(bytes);
     if (array != nullptr)
@@ -87,7 +80,7 @@ void* Allocate(std::size_t bytes) noexcept
 
 void* Reallocate(void* memory, std::size_t bytes) noexcept
 {
-    if (kSanitized)
+    if (kAddressSanitized)
         return std::realloc(memory, bytes);
     std::size_t const before = memory != nullptr ? HeaderOf(memory).bytes : 0;
     void* array = nullptr;
@@ -148,7 +141,7 @@ void* mem_Realloc(void* memory, std::size_t bytes) noexcept
 
 void mem_Free(void* memory) noexcept
 {
-    if (kSanitized || memory == nullptr)
+    if (kAddressSanitized || memory == nullptr)
         return std::free(memory);
     Header const header = HeaderOf(memory);
     if (header.bytes < kMappedArray)
