@@ -58,6 +58,9 @@ public:
     /// The same at `position`, typed.
     static KVOSimDistributionID Create2DDistribution(KVOSimPosition& position, int typeIndex, KVOSimCSetID const& rows,
                                                      KVOSimCSetID const& columns, int rowChunk, int columnChunk);
+    /// The same. @param valueChecksums  as KVOSimTransfer::SetValueChecksums(): with chunks only
+    static KVOSimDistributionID Create2DDistribution(KVOSimPosition& position, int typeIndex, KVOSimCSetID const& rows,
+                                                     KVOSimCSetID const& columns, int rowChunk, int columnChunk, bool valueChecksums);
     /// Dimension d over sets[d]. @param chunks  one size a dimension (-1: all of it), or none: not chunked
     /// @param temporary  not kept with the database
     /// @throws KVOSrvMtxIllegalInput "CreateDistribution" when the number of chunk sizes is another one

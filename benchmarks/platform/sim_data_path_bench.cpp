@@ -1,6 +1,8 @@
 #include "BenchmarkFolder.h"
+#include "ChunkGrid.h"
 #include "DenseDrawer.h"
 #include "KVOSimTypeKey.h"
+#include "ValueSums.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
@@ -233,6 +235,28 @@ void WholeBlocks(benchmark::State& state, Direction direction)
                 moveAll([&](Window const& w, double* b, double*) { reference.Write(w, b); }));
 }
 
+// Whole chunks compared with their checksums. The limit is to read them without.
+void ReadVerifiedBlocks(benchmark::State& state)
+{
+    std::int64_t const chunk = state.range(0), count = kSize / chunk;
+    std::vector<Window> const blocks = Blocks(chunk);
+    Stored own("own.sim", chunk, "own"), reference("hdf5.sim", chunk, "hdf5");
+    own.drawer->SetSums(std::make_shared<simdb::ValueSums>(own.file, std::vector{count, count}));
+    own.Fill(chunk);
+    reference.Fill(chunk);
+    CheckSame(own, blocks.back());
+    std::vector<double> buffer(blocks.front().Values(), 1.0);
+    auto const readAll = [&](Stored& stored, bool verify) {
+        return [&blocks, &buffer, &stored, verify] {
+            return Seconds([&] {
+                for (Window const& block : blocks)
+                    stored.drawer->Read(std::vector{block.columns, block.rows}, buffer.data(), verify);
+            });
+        };
+    };
+    Compare(state, kBytes, readAll(own, true), readAll(own, false), readAll(reference, false));
+}
+
 void ReadBlocks(benchmark::State& state)
 {
     WholeBlocks(state, Direction::Read);
@@ -365,6 +389,7 @@ void SmallDrawers(benchmark::State& state)
 }
 
 BENCHMARK(ReadBlocks)->Arg(512)->Arg(1024)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(ReadVerifiedBlocks)->Arg(512)->Arg(1024)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(OverwriteBlocks)->Arg(512)->Arg(1024)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(FirstWriteOfBlocks)->Arg(512)->Arg(1024)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(Read100Rows)->Arg(512)->Arg(1024)->UseManualTime()->Unit(benchmark::kMillisecond);

@@ -70,13 +70,16 @@ KVOSimDistributionID CreateTemporaryAt(KVOSimPosition& position, int typeIndex, 
 }
 
 // Makes the drawer of a new distribution of doubles. `chunks`: one a dimension, or none.
-KVOSimDistributionID WithDrawer(KVOSimDistributionID const& id, KVOSimArray<KVOSimCSetID> const& sets, KVOSimArray<int> const& chunks)
+KVOSimDistributionID WithDrawer(KVOSimDistributionID const& id, KVOSimArray<KVOSimCSetID> const& sets, KVOSimArray<int> const& chunks,
+                                bool valueChecksums = false)
 {
     KVOSimTransfer transfer{KVOSimDistribution(id)};
     if (chunks.IsEmpty())
         transfer.SetMakeNewDrawer();
     else
         transfer.SetMakeNewDrawerChunked(chunks);
+    if (valueChecksums)
+        transfer.SetValueChecksums();
     transfer.SetWrite();
     for (int dim = 0; dim < sets.Size(); ++dim)
         transfer.SetDim(dim, sets[dim]);
@@ -179,9 +182,17 @@ KVOSimDistributionID KVOSrvUtilities::Create2DDistribution(KVOSimCSetID const& r
 KVOSimDistributionID KVOSrvUtilities::Create2DDistribution(KVOSimPosition& position, int typeIndex, KVOSimCSetID const& rows,
                                                            KVOSimCSetID const& columns, int rowChunk, int columnChunk)
 {
+    return Create2DDistribution(position, typeIndex, rows, columns, rowChunk, columnChunk, false);
+}
+
+KVOSimDistributionID KVOSrvUtilities::Create2DDistribution(KVOSimPosition& position, int typeIndex, KVOSimCSetID const& rows,
+                                                           KVOSimCSetID const& columns, int rowChunk, int columnChunk, bool valueChecksums)
+{
     KVOSimArray<KVOSimCSetID> const sets = InDistinctColors(List<KVOSimCSetID>({columns, rows}));
     KVOSimArray<int> const chunks = ChunksOrNone(position.Context(), sets, List<int>({columnChunk, rowChunk}));
-    return WithDrawer(CreateAt(position, typeIndex, GridOf(sets)), sets, chunks);
+    Require(!valueChecksums || !chunks.IsEmpty(), position.Context(), "Cannot create a distribution",
+            "checksums of values need chunk sizes");
+    return WithDrawer(CreateAt(position, typeIndex, GridOf(sets)), sets, chunks, valueChecksums);
 }
 
 KVOSimDistributionID KVOSrvUtilities::CreateDistribution(KVOSimPosition& position, int typeIndex, KVOSimArray<KVOSimCSetID> const& sets,

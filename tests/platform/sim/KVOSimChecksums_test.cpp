@@ -163,6 +163,31 @@ TEST_F(Checksums, FitWhateverChangesThePlacesOfValues)
     EXPECT_GT(KVOSimDistribution(Matrix(chunked)).DataSizeItems(0, 0), 2000);
 }
 
+// A disk that fails for good is as a kill at that call: each of a commit's in turn.
+TEST_F(Checksums, OfValuesAreHonestWhereverACommitEnds)
+{
+    std::mt19937 random(3);
+    int failures = 0;
+    for (bool fails = true; fails; ++failures) {
+        SCOPED_TRACE(failures);
+        for (int i = 0; i < 3; ++i)
+            WriteSomewhere(random);
+        Extend(chunked, failures % 2, failures % 2 == 0 ? columns : rows, 1);
+        WriteSomewhere(random);
+        KVOSimFaults::FailAfter(failures, EIO, 1000000, false);
+        fails = FailureOf([&] { CommitAll(); }) != "no failure";
+        KVOSimFaults::Disarm();
+        std::string const journal = path + ".journal";
+        if (access(journal.c_str(), F_OK) == 0)
+            WriteFile(folder / "copy.sim.journal", ReadFile(journal));
+        EXPECT_THAT(DamageIn(ReadFile(path)), testing::Each(testing::HasSubstr("were being changed")));
+        unlink((folder / "copy.sim.journal").c_str());
+        CommitAll();
+        EXPECT_EQ(Committed().front(), ReadAll(Matrix(chunked)));
+    }
+    EXPECT_GT(failures, 5);
+}
+
 // Written anew by another program, a file has other places; from then on there are checksums of the catalogue only.
 TEST_F(Checksums, OfPlacesEndWhenAnotherProgramWritesTheFileAnew)
 {
