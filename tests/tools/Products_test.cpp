@@ -50,7 +50,7 @@ TEST(Products, OfDenseAndSparseMatricesInBothDirectionsAndStorages)
         {"sparse-times-dense", "s.chunks", "s.mtx", "x4.mtx", false, 0}, {"sparse-times-dense", "s.chunks", "s.mtx", "x4.mtx", true, 0}};
     for (Case const& c : cases) {
         SCOPED_TRACE(std::string(c.command) + " " + c.left + (c.transpose ? " transposed" : ""));
-        std::vector<std::string> arguments = {c.command, c.left, c.right, "-o", "y.sim", "--repeat", "2"};
+        std::vector<std::string> arguments = {c.command, c.left, c.right, "-o", "y.sim", "--repeat", "2", "--checksums"};
         if (c.transpose)
             arguments.push_back("--transpose");
         nlohmann::json const rate = tool.Json(arguments);
@@ -58,6 +58,7 @@ TEST(Products, OfDenseAndSparseMatricesInBothDirectionsAndStorages)
         MarketFile const y(tool / "y.mtx");
         EXPECT_EQ(y.entries, Product(MarketFile(tool / c.market), MarketFile(tool / c.right), c.transpose));
         EXPECT_EQ(rate.at("rows"), y.rows);
+        EXPECT_EQ(tool.Json({"db", "check", "y.sim"}).at("values"), 1);
         if (c.operations > 0) {
             double const operations = rate.at("gigaflops").get<double>() * rate.at("seconds").get<double>() * 1e9;
             EXPECT_NEAR(operations, c.operations, c.operations * 1e-6);

@@ -62,10 +62,10 @@ DenseOperand::DenseOperand(std::string const& text, std::string const& format)
     }
 }
 
-std::unique_ptr<KVOSrvDenseMatrix> MakeProduct(OutputDatabase& database, int rows, int columns)
+std::unique_ptr<KVOSrvDenseMatrix> MakeProduct(OutputDatabase& database, int rows, int columns, bool checksums)
 {
     KVOSimPosition position(database.Context());
     KVOSimCSetID const rowSet = database.MakeSet(rows), columnSet = database.MakeSet(columns);
     return std::make_unique<KVOSrvDenseMatrix>(KVOSrvUtilities::Create2DDistribution(
-        position, kProductType, rowSet, columnSet, std::min(rows, kChunkRows), std::min(columns, kChunkColumns)));
+        position, kProductType, rowSet, columnSet, std::min(rows, kChunkRows), std::min(columns, kChunkColumns), checksums));
 }

@@ -22,5 +22,5 @@ private:
     std::unique_ptr<KVOSrvDenseMatrix> m_matrix;
 };
 
-/// A new matrix of zeros in a database, in chunks that suit products.
-std::unique_ptr<KVOSrvDenseMatrix> MakeProduct(OutputDatabase& database, int rows, int columns);
+/// A new matrix of zeros in a database, in chunks that suit products. @param checksums  of its values
+std::unique_ptr<KVOSrvDenseMatrix> MakeProduct(OutputDatabase& database, int rows, int columns, bool checksums);

@@ -53,6 +53,7 @@ struct Options {
     std::string picture;
     std::string scratch;
     std::string reference;
+    bool checksums = false;
     bool json = false;
     double shift = 0.0;
     SubspaceSettings settings;
@@ -81,14 +82,14 @@ std::unique_ptr<KVOSrvSparseMatrix> TakeMatrix(MatrixName const& name, OutputDat
     return std::make_unique<KVOSrvSparseMatrix>(StoreHalf(*structure, position, type, unknowns, unknowns));
 }
 
-void StoreModes(SubspaceResult const& result, OutputDatabase& database, KVOSimCSetID const& unknowns)
+void StoreModes(SubspaceResult const& result, OutputDatabase& database, KVOSimCSetID const& unknowns, bool checksums)
 {
     constexpr int kChunkRows = 16384;
     auto const count = static_cast<int>(result.lambda.size());
     KVOSimCSetID const numbers = database.MakeSet(count);
     KVOSimPosition position(database.Context());
     KVOSrvDenseMatrix modes(KVOSrvUtilities::Create2DDistribution(position, kModesType, unknowns, numbers,
-                                                                  std::min(kChunkRows, result.modes->NumberOfRows()), count));
+                                                                  std::min(kChunkRows, result.modes->NumberOfRows()), count, checksums));
     modes.CopyValues(result.modes.get());
     KVOSrvDenseMatrix eigenvalues(KVOSrvUtilities::Create1DDistribution(position, kEigenvaluesType, numbers, -1));
     KVOSrvMatrix values(count, 1, nullptr, false, false);
@@ -141,7 +142,7 @@ void RunModes(Options const& options)
     auto const mass = TakeMatrix(massName, database, kMassType, unknowns);
 
     SubspaceResult const result = Compute(*stiffness, *mass, options.settings);
-    StoreModes(result, database, unknowns);
+    StoreModes(result, database, unknowns, options.checksums);
     database.Finish();
     if (picture)
         DrawConvergence(result, *picture);
@@ -180,6 +181,7 @@ void AddModesCommand(CLI::App& app, Command& chosen)
     CLI::Option const* const shift = modes->add_option("--shift", options->shift, "Begin with K + shift M instead of K");
     modes->add_option("--scratch", options->scratch, "Folder for scratch files (that of the output)")->check(RequireName);
     modes->add_option("--format", options->format, "Format of K and M, when their endings do not tell it (see convert --help)");
+    modes->add_flag("--checksums", options->checksums, "Keep checksums of the modes' values, for db check");
     modes->add_flag("--json", options->json, "Print one JSON object");
     modes->callback([options, shift, &chosen] {
         if (shift->count() > 0)

@@ -47,6 +47,7 @@ struct Options {
     std::string format;
     std::string scratch;
     bool transpose = false;
+    bool checksums = false;
     bool json = false;
     int repeat = 1;
 };
@@ -130,7 +131,7 @@ void RunSparseTimesDense(Options const& options)
     Rate rate{options.transpose ? sparse->NumberOfColumns() : sparse->NumberOfRows(), dense.Matrix().NumberOfColumns()};
     if (rate.rows == 0)
         throw ToolError(ExitCode::kCannot, options.left + ": has no rows; there is nothing to multiply");
-    auto const product = MakeProduct(database, rate.rows, rate.columns);
+    auto const product = MakeProduct(database, rate.rows, rate.columns, options.checksums);
     rate.seconds = FastestOf(options.repeat, [&] { sparse->MultiplyDense(dense.Matrix(), *product, options.transpose); });
     rate.operations = 2.0 * static_cast<double>(SparseStructure(*sparse).Entries()) * rate.columns;
     rate.bytes = Bytes(dense.Matrix()) + Bytes(*product);
@@ -148,7 +149,7 @@ void RunGemm(Options const& options)
     KVOSrvDenseMatrix const &a = left.Matrix(), &b = right.Matrix();
     RequireProduct(options, a.NumberOfRows(), a.NumberOfColumns(), b);
     Rate rate{options.transpose ? a.NumberOfColumns() : a.NumberOfRows(), b.NumberOfColumns()};
-    auto const product = MakeProduct(database, rate.rows, rate.columns);
+    auto const product = MakeProduct(database, rate.rows, rate.columns, options.checksums);
     rate.seconds = FastestOf(options.repeat, [&] {
         if (options.transpose)
             a.TransposeMultiply(&b, product.get(), 0);
@@ -168,6 +169,7 @@ void AddProductOptions(CLI::App& command, Options& options)
     command.add_option("--repeat", options.repeat, "Multiply so often; the fastest counts (1)")->check(RequireAtLeastOne);
     command.add_option("--scratch", options.scratch, "Folder for scratch files (that of the output)")->check(RequireName);
     command.add_option("--format", options.format, "Format of the operands, when their endings do not tell it (see convert --help)");
+    command.add_flag("--checksums", options.checksums, "Keep checksums of the product's values, for db check");
     command.add_flag("--json", options.json, "Print one JSON object");
 }
 
