@@ -62,6 +62,7 @@ private:
     void MakeFile();
     void RemoveFile() noexcept;
     void DeleteMatrices() noexcept;
+    void DeleteBelow(Matrices::Handle const* subtree) noexcept;
     KVOSrvDenseMatrix& CreateMatrix(int id, int numRows, int numCols, int const* rowIds, int const* colIds, int blockRows, int blockCols);
 
     KVOSimContextID m_contextID;

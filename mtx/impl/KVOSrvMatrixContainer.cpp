@@ -90,13 +90,18 @@ void KVOSrvMatrixContainer::RemoveFile() noexcept
 
 void KVOSrvMatrixContainer::DeleteMatrices() noexcept
 {
-    try {
-        cow_BtreeIterator<int, KVOSrvDenseMatrix*> matrix(m_matrices);
-        for (matrix.First(); matrix.Current() != nullptr; matrix.Next())
-            delete Find(matrix.Current()->Key());
-    } catch (mem_OutOfMemory const&) {
-        // The walk itself needs memory; a destructor that was started for want of it must not end the process. The rest stays allocated.
-    }
+    DeleteBelow(m_matrices.Root());
+}
+
+// By recursion, as deep as the tree is high: an iterator needs memory, which may be what has run out when a container goes.
+void KVOSrvMatrixContainer::DeleteBelow(Matrices::Handle const* subtree) noexcept
+{
+    if (subtree == nullptr)
+        return;
+    auto const& node = subtree->GetRef();
+    DeleteBelow(node.Left());
+    delete Find(node.Key());
+    DeleteBelow(node.Right());
 }
 
 KVOSrvDenseMatrix& KVOSrvMatrixContainer::Create(int id, int numRows, int numCols, int blockRows, int blockCols)
