@@ -177,9 +177,9 @@ TEST_F(SimFile, FailuresSayTheirFileAndKind)
     };
     for (auto const& [kind, of] :
          {std::pair{NotFound, missing}, {Foreign, text}, {Foreign, folder / ""}, {Damaged, cut}, {Damaged, other}, {InUse, path}})
-        expect(kind, of, [&] { File::Open(of, false); });
+        expect(kind, of, [&, name = of] { File::Open(name, false); });
     for (auto const& [kind, of] : {std::pair{NotFound, missing}, {Exists, path}})
-        expect(kind, of, [&] { File::Create(of, File::Kind::Persistent); });
+        expect(kind, of, [&, name = of] { File::Create(name, File::Kind::Persistent); });
     KVOSimFaults::FailAfter(0, ENOSPC, 1, false);
     expect(NoSpace, path, [&] { workload::Commit(file, 2, 3); });
     KVOSimFaults::Disarm();
