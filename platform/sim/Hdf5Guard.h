@@ -10,9 +10,8 @@ namespace simdb
 ///
 /// 1. no other thread is in HDF5, which has no locks of its own: its driver, its list of identifiers and its errors belong to the process.
 ///    What is done beside HDF5, moving values and syncing above all, is done without a guard, so that it goes on in several threads;
-/// 2. HDF5 does not print its errors. What the host has set is in force again afterwards, but for HDF5's end with the process once there
-/// was
-///    an error;
+/// 2. HDF5 does not print its errors. What the host has set is in force again afterwards, but for HDF5's end with the process once
+///    there was an error;
 /// 3. there was memory when it was made: HDF5 crashes or stays broken when its own allocations fail, so that memory runs out here, before
 ///    it is called. Other threads may take that memory in between.
 class Hdf5Guard
