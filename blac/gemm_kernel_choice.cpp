@@ -23,21 +23,9 @@ bool PackingPaysOff(int m, int n, int k)
 
 } // namespace
 
-// __builtin_cpu_supports reports vector extensions only where the operating system saves their registers.
-ProcessorAbilities ThisProcessor()
+kvo_gemm_kernel ChooseGemmKernel(KVOBasProcessor const& processor, int m, int n, int k)
 {
-    __builtin_cpu_init();
-    ProcessorAbilities abilities{};
-    abilities.avx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") && __builtin_cpu_supports("bmi2");
-    abilities.avx512 = abilities.avx2 && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512cd") &&
-                       __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl");
-    abilities.narrowFpu = __builtin_cpu_is("amdfam19h"); // Zen 4
-    return abilities;
-}
-
-kvo_gemm_kernel ChooseGemmKernel(ProcessorAbilities const& processor, int m, int n, int k)
-{
-    if (processor.avx512 && !processor.narrowFpu && PackingPaysOff(m, n, k))
+    if (processor.choices.wideGemm && PackingPaysOff(m, n, k))
         return kvo_gemm_avx512;
     return processor.avx2 ? kvo_gemm_avx2 : kvo_gemm_baseline;
 }

@@ -1,3 +1,4 @@
+#include "KVOBasProcessor.h"
 #include "KVOFortran.h"
 #include "sparse_kernels.h"
 
@@ -11,14 +12,10 @@ namespace
 constexpr std::array<blac::SparseKernels const*, 3> kKernels{&blac::sparseKernelsBaseline, &blac::sparseKernelsAvx2,
                                                              &blac::sparseKernelsAvx512};
 
-// __builtin_cpu_supports reports vector extensions only where the operating system saves their registers.
 int BestLevel()
 {
-    __builtin_cpu_init();
-    if (!__builtin_cpu_supports("avx2"))
-        return 0;
-    bool const avx512 = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl");
-    return avx512 ? 2 : 1;
+    KVOBasProcessor const& processor = KVOBasProcessor::This();
+    return processor.avx512 ? 2 : processor.avx2 ? 1 : 0;
 }
 
 // Atomic, so that a host whose threads multiply different matrices may do so from the first call on.

@@ -1,5 +1,7 @@
 #include "Crc32c.h"
 
+#include "KVOBasProcessor.h"
+
 #include <array>
 #include <cstring>
 
@@ -155,7 +157,7 @@ using Kernel = std::uint32_t (*)(std::byte const*, std::size_t, std::uint32_t) n
 Kernel Instruction() noexcept
 {
 #if defined(__x86_64__)
-    if (__builtin_cpu_supports("sse4.2"))
+    if (KVOBasProcessor::This().sse42)
         return ByInstruction;
 #endif
     return ByTables;
@@ -164,7 +166,7 @@ Kernel Instruction() noexcept
 Kernel Fastest() noexcept
 {
 #if defined(__x86_64__)
-    if (__builtin_cpu_supports("sse4.2") && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("vpclmulqdq"))
+    if (KVOBasProcessor::This().sse42 && KVOBasProcessor::This().vpclmulqdq)
         return ByProducts;
 #endif
     return Instruction();

@@ -43,7 +43,7 @@ std::vector<Case> Cases()
 // The entry point, and every kernel that this processor can run, also those that it would not choose.
 TEST(BuiltinGemm, Products)
 {
-    blac::ProcessorAbilities const processor = blac::ThisProcessor();
+    KVOBasProcessor const& processor = KVOBasProcessor::This();
     int const entryPoint = -1;
     std::vector<int> subjects = {entryPoint, kvo_gemm_baseline};
     if (processor.avx2)
@@ -75,17 +75,19 @@ TEST(BuiltinGemm, Products)
 TEST(BuiltinGemm, ChoiceOfKernel)
 {
     using blac::ChooseGemmKernel;
-    blac::ProcessorAbilities const old{}, avx2{true, false, false}, avx512{true, true, false}, halves{true, true, true};
+    KVOBasProcessor old{}, halves{};
+    halves.avx2 = halves.avx512 = true;
+    KVOBasProcessor wide = halves;
+    wide.choices.wideGemm = true;
 
     for (int const n : {4, 64, 1024}) {
         EXPECT_EQ(ChooseGemmKernel(old, n, n, n), kvo_gemm_baseline);
-        EXPECT_EQ(ChooseGemmKernel(avx2, n, n, n), kvo_gemm_avx2);
         EXPECT_EQ(ChooseGemmKernel(halves, n, n, n), kvo_gemm_avx2);
     }
-    EXPECT_EQ(ChooseGemmKernel(avx512, 64, 64, 64), kvo_gemm_avx2);
-    EXPECT_EQ(ChooseGemmKernel(avx512, 256, 256, 256), kvo_gemm_avx512);
-    EXPECT_EQ(ChooseGemmKernel(avx512, 4, 1000, 1000), kvo_gemm_avx2);
-    EXPECT_EQ(ChooseGemmKernel(avx512, 50000, 50000, 50000), kvo_gemm_avx512); // the volume needs 64 bits
+    EXPECT_EQ(ChooseGemmKernel(wide, 64, 64, 64), kvo_gemm_avx2);
+    EXPECT_EQ(ChooseGemmKernel(wide, 256, 256, 256), kvo_gemm_avx512);
+    EXPECT_EQ(ChooseGemmKernel(wide, 4, 1000, 1000), kvo_gemm_avx2);
+    EXPECT_EQ(ChooseGemmKernel(wide, 50000, 50000, 50000), kvo_gemm_avx512); // the volume needs 64 bits
 }
 
 TEST(BuiltinGemm, WrongArgumentsReachXerblaInOrderAndChangeNothing)

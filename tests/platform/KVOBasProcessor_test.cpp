@@ -1,0 +1,135 @@
+#include "KVOBasProcessor.h"
+
+#include "ChildProcess.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+struct Leaf {
+    unsigned leaf, subleaf;
+    std::array<unsigned, 4> answer;
+};
+
+constexpr std::array<unsigned, 4> kIntel0{0x1b, 0x756e6547, 0x6c65746e, 0x49656e69}, kAmd0{0x10, 0x68747541, 0x444d4163, 0x69746e65};
+
+std::vector<Leaf> s_leaves;
+
+KVOBasProcessor Described(std::vector<Leaf> leaves)
+{
+    s_leaves = std::move(leaves);
+    return KVOBasProcessor::From([](unsigned leaf, unsigned subleaf) {
+        for (Leaf const& one : s_leaves)
+            if (one.leaf == leaf && one.subleaf == subleaf)
+                return one.answer;
+        return std::array<unsigned, 4>{};
+    });
+}
+
+TEST(KVOBasProcessor, IsReadFromCpuid)
+{
+    KVOBasProcessor const zen4 = Described({{0, 0, kAmd0},
+                                            {1, 0, {0xa10f11, 0, 0, 0}},
+                                            {0x80000000, 0, {0x80000021, 0, 0, 0}},
+                                            {0x80000006, 0, {0x5c002200, 0x6c004200, 0, 0}},
+                                            {0x8000001d, 0, {0x121, 0x1c0003f, 0x3f, 0}},
+                                            {0x8000001d, 1, {0x122, 0x1c0003f, 0x3f, 0}},
+                                            {0x8000001d, 2, {0x143, 0x1c0003f, 0x7ff, 2}},
+                                            {0x8000001d, 3, {0x3c163, 0x3c0003f, 0x7fff, 1}}});
+    EXPECT_STREQ(zen4.name, "zen4");
+    EXPECT_EQ(zen4.vendor, KVOBasVendor::Amd);
+    EXPECT_EQ(zen4.family, 0x19);
+    EXPECT_EQ(zen4.model, 0x11);
+    EXPECT_EQ(zen4.l1Bytes, 32u << 10);
+    EXPECT_EQ(zen4.l2Bytes, 1u << 20);
+    EXPECT_EQ(zen4.l3Bytes, 32u << 20);
+    EXPECT_EQ(zen4.coresPerL3, 16);
+    EXPECT_EQ(zen4.pages, 3072);
+    EXPECT_EQ(zen4.largePages, 3072);
+
+    // With leaf 18H: one buffer of 1024 pages of any size, and one of 1024 of 4 KiB (and of 1 GiB).
+    KVOBasProcessor const iceLake = Described({{0, 0, kIntel0},
+                                               {1, 0, {0x606a6, 0, 0, 0}},
+                                               {4, 0, {0x121, 0x2c0003f, 0x3f, 0}},
+                                               {4, 1, {0x143, 0x4c0003f, 0x3ff, 0}},
+                                               {4, 2, {0xfc163, 0x2c0003f, 0xffff, 4}},
+                                               {0x18, 0, {3, 0, 0, 0}},
+                                               {0x18, 1, {0, 0x100001, 0x10, 0x21}},
+                                               {0x18, 2, {0, 0x80007, 0x80, 0x43}},
+                                               {0x18, 3, {0, 0x80009, 0x80, 0x43}}});
+    EXPECT_STREQ(iceLake.name, "ice-lake");
+    EXPECT_EQ(iceLake.l1Bytes, 48u << 10);
+    EXPECT_EQ(iceLake.l2Bytes, 1280u << 10);
+    EXPECT_EQ(iceLake.l3Bytes, 48u << 20);
+    EXPECT_EQ(iceLake.coresPerL3, 64);
+    EXPECT_EQ(iceLake.pages, 2048);
+    EXPECT_EQ(iceLake.largePages, 1024);
+}
+
+TEST(KVOBasProcessor, IsThatOfTheTableWhereCpuidIsSilent)
+{
+    KVOBasProcessor const hidden = Described({{0, 0, kIntel0}, {1, 0, {0x50657, 0, 0, 0}}, {0x18, 0, {0, 0, 0, 0}}});
+    KVOBasProcessor const named = KVOBasProcessor::Named("skylake-sp");
+    EXPECT_STREQ(hidden.name, "skylake-sp");
+    EXPECT_EQ(hidden.l2Bytes, named.l2Bytes);
+    EXPECT_EQ(hidden.pages, 1536);
+    EXPECT_EQ(hidden.choices.groupPages, 1536);
+
+    // A later model of a known vendor, and one that tells nothing at all.
+    KVOBasProcessor const later = Described(
+        {{0, 0, kAmd0}, {1, 0, {0xff0fff, 0, 0, 0}}, {0x80000000, 0, {0x80000006, 0, 0, 0}}, {0x80000006, 0, {0, 0x6fff4200, 0, 0}}});
+    EXPECT_STREQ(later.name, "unknown");
+    EXPECT_EQ(later.vendor, KVOBasVendor::Amd);
+    EXPECT_EQ(later.pages, 0xfff);
+    EXPECT_EQ(later.choices.groupPages, 1536);
+    KVOBasProcessor const silent = Described({});
+    EXPECT_STREQ(silent.name, "unknown");
+    EXPECT_GT(silent.l1Bytes, 0u);
+    EXPECT_EQ(silent.choices.groupPages, 1024);
+}
+
+TEST(KVOBasProcessor, ChoosesByFamily)
+{
+    struct Case {
+        char const* name;
+        KVOBasPrefetch hint;
+        bool storesPastCache;
+        int groupPages;
+        bool wide;
+    };
+    for (Case const& c :
+         {Case{"unknown", KVOBasPrefetch::None, false, 1024, true}, Case{"zen4", KVOBasPrefetch::Nta, true, 3072, false},
+          Case{"skylake-sp", KVOBasPrefetch::T0, false, 1536, true}, Case{"ice-lake", KVOBasPrefetch::T0, false, 2048, true},
+          Case{"sapphire-rapids", KVOBasPrefetch::T0, false, 2048, true}, Case{"haswell", KVOBasPrefetch::T0, false, 1024, false}}) {
+        SCOPED_TRACE(c.name);
+        KVOBasProcessor const processor = KVOBasProcessor::Named(c.name);
+        EXPECT_STREQ(processor.name, c.name);
+        EXPECT_EQ(processor.choices.sweepHint, c.hint);
+        EXPECT_EQ(processor.choices.storesPastCache, c.storesPastCache);
+        EXPECT_EQ(processor.choices.groupPages, c.groupPages);
+        EXPECT_EQ(processor.choices.wideGemm, c.wide && processor.avx512); // never more than this one can
+    }
+}
+
+// KVO_PROCESSOR puts another one in force, if there is one of that name.
+TEST(KVOBasProcessor, IsTheOneWishedFor)
+{
+    auto const name = [](char const* wish) {
+        return ChildProcess([=] {
+                   setenv("KVO_PROCESSOR", wish, 1);
+                   std::string const found = KVOBasProcessor::This().name;
+                   unsetenv("KVO_PROCESSOR");
+                   return found == wish ? 0 : found == KVOBasProcessor::This().name ? 1 : 2;
+               })
+            .Wait();
+    };
+    EXPECT_EQ(name("sapphire-rapids"), 0);
+    EXPECT_EQ(name("unknown"), 0);
+    EXPECT_EQ(name("sapphire"), 1);
+}
+
+} // namespace
