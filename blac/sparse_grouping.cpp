@@ -28,7 +28,7 @@ std::ptrdiff_t TouchedPages(blac::SparseRows const& rows, std::ptrdiff_t firstRo
     std::ptrdiff_t left = kWindow;
     for (std::ptrdiff_t i = firstRow; i < rows.count && left > 0; ++i) {
         std::ptrdiff_t const r = rows.index ? rows.index[i] : i;
-        for (unsigned k = rows.ia[r]; k < rows.ia[r + 1] && left > 0; ++k, --left)
+        for (unsigned k = rows.ia[r]; k < rows.ie[r] && left > 0; ++k, --left)
             touched.set(static_cast<std::size_t>(rows.ja[k] / kPage) % touched.size());
     }
     return static_cast<std::ptrdiff_t>(touched.count());

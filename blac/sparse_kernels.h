@@ -9,10 +9,12 @@ namespace blac
 struct SparseRows {
     double const* a;      ///< stored values
     unsigned const* ia;   ///< row starts; the caller's 32-bit integers, read as unsigned as the matrix class stores them
+    unsigned const* ie;   ///< row ends: ia + 1 where rows are whole
     int const* ja;        ///< column indices
     std::ptrdiff_t count; ///< rows used
     int const* index;     ///< their `count` numbers, or null for 0, 1, 2 ...
     std::ptrdiff_t columns;
+    std::ptrdiff_t ld; ///< leading dimension of the vectors with a place for each row: `count`, or more where these are some of the rows
 };
 
 /// One pass over the rows for some vectors; `x` and `y` point to the first of them.
@@ -21,8 +23,8 @@ using SparsePass = void (*)(SparseRows const& rows, double const* x, double* y);
 /// The passes for groups of 8, 4, 2 and 1 vectors, as one kind of processor runs them fastest. All round after each product and after each
 /// sum and take the entries in storage order, so that every pass of every kind gives the bits of the plain loop.
 struct SparseKernels {
-    SparsePass times[4];           ///< y = A x; leading dimensions: x `columns`, y `count`
-    SparsePass transposedTimes[4]; ///< y += A^T x; leading dimensions: x `count`, y `columns`
+    SparsePass times[4];           ///< y = A x; leading dimensions: x `columns`, y `ld`
+    SparsePass transposedTimes[4]; ///< y += A^T x; leading dimensions: x `ld`, y `columns`
 };
 
 extern SparseKernels const sparseKernelsBaseline; ///< SSE2

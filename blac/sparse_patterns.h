@@ -26,7 +26,7 @@ struct Row {
 [[gnu::always_inline]] inline Row RowAt(SparseRows const& rows, std::ptrdiff_t i)
 {
     std::ptrdiff_t const r = rows.index ? rows.index[i] : i;
-    std::ptrdiff_t const first = rows.ia[r], end = rows.ia[r + 1];
+    std::ptrdiff_t const first = rows.ia[r], end = rows.ie[r];
     return {rows.a + first, rows.ja + first, end - first};
 }
 

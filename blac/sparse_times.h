@@ -96,7 +96,7 @@ template<class Eight, int fused>
             ja += 1;
         }
     }
-    sums.Store(y, rows.count);
+    sums.Store(y, rows.ld);
 }
 
 template<class Eight>
@@ -126,7 +126,7 @@ void TimesSome(SparseRows const& rows, double const* x, double* y)
             for (int j = 0; j < vectors; ++j)
                 sum[j] += row.a[k] * x[row.ja[k] + j * rows.columns];
         for (int j = 0; j < vectors; ++j)
-            y[i + j * rows.count] = sum[j];
+            y[i + j * rows.ld] = sum[j];
     }
 }
 

@@ -52,7 +52,7 @@ public:
         for (int r = 0; r < fused; ++r) {
             m_a[r] = row[r].a;
             for (int j = 0; j < vectors; ++j)
-                m_x[j][r] = x[r + j * rows.count];
+                m_x[j][r] = x[r + j * rows.ld];
         }
     }
 

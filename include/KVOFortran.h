@@ -255,6 +255,8 @@ KVO_EXPORT void BLAC_DSYTRD(char const* uplo, int const* n, double* a, int const
 /// also for Fortran: the entries of row i = 0 ... n - 1 are a[k], in column ja[k], for k from ia[i] to ia[i + 1] - 1; `ia` is read as
 /// unsigned. Columns may stand in any order and more than once. Nothing is checked; x and y may not overlap. No scratch memory.
 ///
+/// Where the host lends threads (KVOSrvParallel, which see) the first product is cut by rows, the other two by groups of vectors.
+///
 /// Every sum is formed as the plain loop does it, by ascending k and rounded after each product and each sum, whatever the processor and
 /// however the vectors are grouped: nine vectors at once give the bits of nine calls with one.
 /// @{

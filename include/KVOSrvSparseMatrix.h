@@ -123,6 +123,9 @@ public:
     ///
     /// @param x  column-major, leading dimension the columns of A (the rows when `transpose`)
     /// @param y  column-major, leading dimension the rows of A (the columns when `transpose`); overwritten. Must not overlap x
+    ///
+    /// Where the host lends threads (KVOSrvParallel) A X is cut by rows; the transposed product by vectors or by columns of A, that of half
+    /// storage by rows of Y, with 8 bytes (16) for each 64 rows beside them, and not cut where these cannot be had.
     void Multiply(double const* x, int nvec, double* y, bool transpose) const;
 
     /// Y = A X, or Y = A^T X when `transpose`, for stored matrices, block column of X by block column. Rows of Y behind those of the

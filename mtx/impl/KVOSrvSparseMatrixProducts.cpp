@@ -2,8 +2,12 @@
 
 #include "KVOFortran.h"
 #include "SparseRows.h"
+#include "sparse_parts.h"
+#include "sparse_products.h"
+#include "tasks.h"
 
 #include <algorithm>
+#include <climits>
 
 using namespace KVOSrvSparseSupport;
 
@@ -29,27 +33,108 @@ struct HalfRows {
     double const* diagonal;
 };
 
+struct Span {
+    std::int64_t first, end;
+    bool Holds(std::int64_t number) const noexcept { return number >= first && number < end; }
+};
+
+// Which rows of y a pass over some rows is for.
+enum class For {
+    kAll,      // whatever they reach
+    kOwnSpan,  // some, these rows among them
+    kOtherSpan // some that these rows are not among
+};
+
 // y += A x for some vectors, entry (i, c, a) in s(i) += a x(c) and y(c) += a x(i). The order of the additions is part of the result: each
 // row's sum s is formed apart and added to y(i) together with the diagonal's product.
-template<int kVectors>
-void MultiplyVectors(HalfRows const& rows, double const* x, double* y)
+template<int kVectors, For kFor = For::kAll>
+void MultiplyVectors(HalfRows const& rows, Span some, double const* x, double* y, Span span = {})
 {
-    for (std::int64_t i = 0; i < rows.n; ++i) {
+    for (std::int64_t i = some.first; i < some.end; ++i) {
         double t[kVectors], s[kVectors] = {};
         for (int j = 0; j < kVectors; ++j)
             t[j] = x[i + j * rows.n];
         for (unsigned k = rows.rowStart[i]; k < rows.rowStart[i + 1]; ++k) {
             double const a = rows.values[k];
             std::int64_t const c = rows.columns[k];
+            bool const reaches = kFor == For::kAll || span.Holds(c);
             for (int j = 0; j < kVectors; ++j) {
-                s[j] += a * x[c + j * rows.n];
-                y[c + j * rows.n] += a * t[j];
+                if constexpr (kFor != For::kOtherSpan)
+                    s[j] += a * x[c + j * rows.n];
+                if (reaches)
+                    y[c + j * rows.n] += a * t[j];
             }
         }
-        for (int j = 0; j < kVectors; ++j)
-            y[i + j * rows.n] += rows.diagonal[i] * t[j] + s[j];
+        if constexpr (kFor != For::kOtherSpan)
+            for (int j = 0; j < kVectors; ++j)
+                y[i + j * rows.n] += rows.diagonal[i] * t[j] + s[j];
     }
 }
+
+// A half-stored matrix in tasks that each form some rows of y. What the rows of the others add there comes in its turn, so that every sum
+// is formed as by one pass over all rows.
+class HalfParts
+{
+public:
+    HalfParts(HalfRows const& rows, int parts)
+        : m_rows(rows), m_parts(parts),
+          m_reach(parts > 1 ? static_cast<Span*>(mem_Malloc(mem_ArrayBytes(rows.n / kBlock + 1, sizeof(Span)))) : nullptr)
+    {
+        if (m_reach == nullptr)
+            return;
+        blac::InTasks(m_parts, [&](int part) {
+            for (Span block = BlockFrom(Rows(part).first); block.first < Rows(part).end; block = BlockFrom(block.end))
+                m_reach[block.first / kBlock] = Reach(block);
+        });
+    }
+    int Count() const noexcept { return m_reach != nullptr ? m_parts : 1; }
+
+    template<int kVectors>
+    void Multiply(int part, double const* x, double* y) const
+    {
+        Span const own = Rows(part);
+        for (int j = 0; j < kVectors; ++j)
+            std::fill(y + j * m_rows.n + own.first, y + j * m_rows.n + own.end, 0.0);
+        if (Count() == 1)
+            return MultiplyVectors<kVectors>(m_rows, own, x, y);
+        for (Span block = BlockFrom(0); block.first < m_rows.n; block = BlockFrom(block.end)) {
+            Span const reach = m_reach[block.first / kBlock];
+            if (!own.Holds(block.first)) {
+                if (reach.first < own.end && reach.end > own.first)
+                    MultiplyVectors<kVectors, For::kOtherSpan>(m_rows, block, x, y, own);
+            } else if (reach.first >= own.first && reach.end <= own.end) {
+                MultiplyVectors<kVectors>(m_rows, block, x, y);
+            } else {
+                MultiplyVectors<kVectors, For::kOwnSpan>(m_rows, block, x, y, own);
+            }
+        }
+    }
+
+private:
+    static constexpr std::int64_t kBlock = 64; // rows
+
+    Span Rows(int part) const noexcept { return {Begin(part), Begin(part + 1)}; }
+    std::int64_t Begin(int part) const noexcept
+    {
+        if (Count() == 1 || part == m_parts)
+            return part == 0 ? 0 : m_rows.n;
+        return blac::FirstRowOf(m_rows.rowStart, m_rows.n, m_parts, part) / kBlock * kBlock;
+    }
+    Span BlockFrom(std::int64_t first) const noexcept { return {first, std::min(first + kBlock, m_rows.n)}; }
+    Span Reach(Span block) const noexcept
+    {
+        int first = INT_MAX, last = -1;
+        for (unsigned k = m_rows.rowStart[block.first]; k < m_rows.rowStart[block.end]; ++k) {
+            first = std::min(first, m_rows.columns[k]);
+            last = std::max(last, m_rows.columns[k]);
+        }
+        return {first, std::int64_t{last} + 1};
+    }
+
+    HalfRows m_rows;
+    int m_parts;
+    Array<Span> m_reach; // of each block: the columns of its entries, the diagonal apart
+};
 
 } // namespace
 
@@ -63,7 +148,8 @@ void KVOSrvSparseMatrix::Multiply(double const* x, int nvec, double* y, bool tra
     else if (IsHalfStored())
         MultiplyHalf(x, nvec, y);
     else if (transpose)
-        BLAC_SPARSE_UMTV(m_values.get(), x, AsInt(m_rowStart.get()), m_columnIndices.get(), y, &m_rowCount, &m_columnCount, &nvec);
+        blac::MultiplyTransposedAscending(
+            blac::RowsOf(m_values.get(), AsInt(m_rowStart.get()), m_columnIndices.get(), &m_rowCount, &m_columnCount, nullptr), x, y, nvec);
     else
         BLAC_SPARSE_UMV(m_values.get(), x, AsInt(m_rowStart.get()), m_columnIndices.get(), y, &m_rowCount, &m_columnCount, &nvec);
 }
@@ -73,12 +159,15 @@ void KVOSrvSparseMatrix::MultiplyHalf(double const* x, int nvec, double* y) cons
 {
     constexpr int kGroup = 8; // as the kernels of full storage take them
     HalfRows const rows{m_rowCount, m_rowStart.get(), m_columnIndices.get(), m_values.get(), m_diagonal.get()};
-    SetToZero(y, m_rowCount, nvec);
-    int j = 0;
-    for (; j + kGroup <= nvec; j += kGroup)
-        MultiplyVectors<kGroup>(rows, x + j * rows.n, y + j * rows.n);
-    for (; j < nvec; ++j)
-        MultiplyVectors<1>(rows, x + j * rows.n, y + j * rows.n);
+    bool const large = std::int64_t{StoredEntries()} * nvec >= 2 * blac::kLeastMultiplications;
+    HalfParts const parts(rows, large ? blac::ThreadsForTasks() : 1);
+    blac::InTasks(parts.Count(), [&](int part) {
+        int j = 0;
+        for (; j + kGroup <= nvec; j += kGroup)
+            parts.Multiply<kGroup>(part, x + j * rows.n, y + j * rows.n);
+        for (; j < nvec; ++j)
+            parts.Multiply<1>(part, x + j * rows.n, y + j * rows.n);
+    });
 }
 
 void KVOSrvSparseMatrix::MultiplyIndexed(double const* x, int nvec, double* y, bool transpose, int nIndex, unsigned const* index) const
@@ -91,8 +180,9 @@ void KVOSrvSparseMatrix::MultiplyIndexed(double const* x, int nvec, double* y, b
         SetToZero(y, m_columnCount, nvec);
     else
         // Deliberate: half storage is not taken into account; the rows are multiplied as they are stored.
-        BLAC_SPARSE_SPARSE_UMTV(m_values.get(), x, AsInt(m_rowStart.get()), m_columnIndices.get(), y, &nIndex, &m_columnCount, &nvec,
-                                AsInt(index));
+        blac::MultiplyTransposedAscending(
+            blac::RowsOf(m_values.get(), AsInt(m_rowStart.get()), m_columnIndices.get(), &nIndex, &m_columnCount, AsInt(index)), x, y,
+            nvec);
 }
 
 void KVOSrvSparseMatrix::Scale(double s)

@@ -1,0 +1,233 @@
+#include "KVOFortran.h"
+#include "KVOSrvMtxExceptions.h"
+#include "KVOSrvParallel.h"
+#include "ShuffledThreads.h"
+#include "SparseOracle.h"
+
+#include <cstring>
+#include <functional>
+#include <gmock/gmock.h>
+#include <memory>
+
+// Operations with threads that a host lends: to the bit what they give without.
+
+namespace
+{
+
+std::vector<double> RandomNumbers(std::int64_t count)
+{
+    std::mt19937_64 random(5);
+    std::vector<double> numbers(static_cast<std::size_t>(count));
+    std::ranges::generate(numbers, [&] { return std::uniform_real_distribution<>(-1.0, 1.0)(random); });
+    return numbers;
+}
+
+struct Pattern {
+    int rows, columns, perRow;
+    int reach; // how far columns lie from the diagonal, at most
+};
+constexpr Pattern kBand{6000, 6000, 30, 200}, kScattered{5000, 7000, 40, 7000}, kTall{9000, 3000, 20, 40};
+
+// Entries row by row, columns in no order and some of them repeated, every 37th row without.
+std::vector<KVOSrvSparseMatrixEntry> Entries(Pattern const& pattern)
+{
+    std::mt19937_64 random(3);
+    std::vector<KVOSrvSparseMatrixEntry> entries;
+    for (int i = 0; i < pattern.rows; ++i)
+        for (int k = 0; k < (i % 37 == 5 ? 0 : pattern.perRow); ++k) {
+            auto const middle = static_cast<int>(std::int64_t{i} * pattern.columns / pattern.rows);
+            int const column = middle + std::uniform_int_distribution<>(-pattern.reach, pattern.reach)(random);
+            entries.push_back({static_cast<unsigned>(i), static_cast<unsigned>(std::clamp(column, 0, pattern.columns - 1)),
+                               std::uniform_real_distribution<>(-1.0, 1.0)(random)});
+        }
+    return entries;
+}
+
+std::unique_ptr<KVOSrvSparseMatrix> Assembled(Pattern const& pattern)
+{
+    auto matrix = std::make_unique<KVOSrvSparseMatrix>(pattern.rows, pattern.columns);
+    for (KVOSrvSparseMatrixEntry const& entry : Entries(pattern))
+        matrix->AddData(entry.row, entry.column, entry.value);
+    matrix->EndAssembly();
+    return matrix;
+}
+
+Half LowerTriangle(Pattern const& pattern)
+{
+    Half half(pattern.rows);
+    half.diagonal = RandomNumbers(pattern.rows);
+    for (KVOSrvSparseMatrixEntry const& entry : Entries(pattern))
+        if (entry.column < entry.row)
+            half.rows[entry.row].emplace_back(static_cast<int>(entry.column), entry.value);
+    return half;
+}
+
+std::vector<double> Product(KVOSrvSparseMatrix const& matrix, int nvec, bool transpose)
+{
+    int const in = transpose ? matrix.NumberOfRows() : matrix.NumberOfColumns();
+    int const out = transpose ? matrix.NumberOfColumns() : matrix.NumberOfRows();
+    std::vector<double> const x = RandomNumbers(std::int64_t{in} * nvec);
+    std::vector<double> y(static_cast<std::size_t>(out) * static_cast<std::size_t>(nvec), -7.0);
+    matrix.Multiply(x.data(), nvec, y.data(), transpose);
+    return y;
+}
+
+// By the Fortran-callable kernel: columns that do not ascend, rows that are picked.
+std::vector<double> ProductOfPickedRows(Pattern const& pattern, int nvec)
+{
+    std::vector<int> ia{0}, ja, index;
+    std::vector<double> a;
+    for (KVOSrvSparseMatrixEntry const& entry : Entries(pattern)) {
+        for (; static_cast<int>(ia.size()) <= static_cast<int>(entry.row);)
+            ia.push_back(static_cast<int>(ja.size()));
+        ja.push_back(static_cast<int>(entry.column));
+        a.push_back(entry.value);
+    }
+    ia.resize(static_cast<std::size_t>(pattern.rows) + 1, static_cast<int>(ja.size()));
+    for (int i = pattern.rows - 1; i >= 0; i -= 1 + i % 2)
+        index.push_back(i);
+    int const count = static_cast<int>(index.size());
+    std::vector<double> const x = RandomNumbers(std::int64_t{count} * nvec);
+    std::vector<double> y(static_cast<std::size_t>(pattern.columns) * static_cast<std::size_t>(nvec), -7.0);
+    BLAC_SPARSE_SPARSE_UMTV(a.data(), x.data(), ia.data(), ja.data(), y.data(), &count, &pattern.columns, &nvec, index.data());
+    return y;
+}
+
+struct Case {
+    char const* name;
+    std::function<std::function<std::vector<double>()>()> prepare; // what it returns is run with and without threads
+};
+
+std::vector<Case> const& Cases()
+{
+    auto const products = [](Pattern const& pattern, bool transpose, std::initializer_list<int> counts) {
+        return [=, vectors = std::vector<int>(counts)] {
+            return [=, matrix = std::shared_ptr<KVOSrvSparseMatrix>(Assembled(pattern))] {
+                std::vector<double> all;
+                for (int const nvec : vectors)
+                    std::ranges::copy(Product(*matrix, nvec, transpose), std::back_inserter(all));
+                return all;
+            };
+        };
+    };
+    static std::vector<Case> const s_cases{
+        {"SparseProducts", products(kBand, false, {1, 8, 19})},
+        {"SparseProductsOfScatteredColumns", products(kScattered, false, {3, 16})},
+        {"TransposedProducts", products(kBand, true, {1, 8, 19})},
+        {"TransposedProductsOfScatteredColumns", products(kScattered, true, {2, 16})},
+        {"TransposedProductsOfTallMatrices", products(kTall, true, {1, 9})},
+        {"HalfStoredProducts",
+         [] {
+             return [half = std::shared_ptr<KVOSrvSparseMatrix>(HalfStored(LowerTriangle(kBand))),
+                     scattered = std::shared_ptr<KVOSrvSparseMatrix>(HalfStored(LowerTriangle({5000, 5000, 40, 5000})))] {
+                 std::vector<double> all = Product(*half, 11, false);
+                 std::ranges::copy(Product(*half, 2, false), std::back_inserter(all));
+                 std::ranges::copy(Product(*scattered, 8, true), std::back_inserter(all));
+                 return all;
+             };
+         }},
+        {"ProductsOfPickedRows", [] { return [] { return ProductOfPickedRows(kBand, 18); }; }},
+    };
+    return s_cases;
+}
+
+class ParallelOperations : public testing::TestWithParam<Case>
+{
+};
+
+TEST_P(ParallelOperations, GiveTheBitsOfOneThread)
+{
+    auto const run = GetParam().prepare();
+    std::vector<double> const expected = run();
+    for (int const threads : {2, 3, 8}) {
+        SCOPED_TRACE(std::to_string(threads) + " threads");
+        ShuffledThreads host(threads);
+        KVOSrvParallel const parallel(ShuffledThreads::Run, &host, threads);
+        std::vector<double> const found = run();
+        ASSERT_EQ(found.size(), expected.size());
+        EXPECT_EQ(std::memcmp(found.data(), expected.data(), found.size() * sizeof(double)), 0);
+        EXPECT_GT(host.Calls(), 0) << "no tasks";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, ParallelOperations, testing::ValuesIn(Cases()), [](auto const& one) { return std::string(one.param.name); });
+
+class Parallel : public testing::Test
+{
+protected:
+    std::vector<double> Multiply() const { return Product(*m_matrix, 8, false); }
+
+    std::unique_ptr<KVOSrvSparseMatrix> const m_matrix = Assembled(kBand);
+    std::vector<double> const m_expected = Multiply();
+};
+
+TEST_F(Parallel, IsInForceForItsThreadWhileItLives)
+{
+    ShuffledThreads outer(2), inner(3);
+    auto const callsOf = [&](ShuffledThreads const& host) {
+        int const before = host.Calls();
+        Multiply();
+        return host.Calls() - before;
+    };
+    KVOSrvParallel const first(ShuffledThreads::Run, &outer);
+    {
+        KVOSrvParallel const second(ShuffledThreads::Run, &inner, 3);
+        EXPECT_EQ(callsOf(outer), 0);
+        EXPECT_GT(callsOf(inner), 0);
+        KVOSrvParallel const none(nullptr, nullptr);
+        EXPECT_EQ(callsOf(inner), 0);
+    }
+    EXPECT_GT(callsOf(outer), 0);
+    int const before = outer.Calls();
+    std::jthread([&] { Multiply(); }).join();
+    EXPECT_EQ(outer.Calls(), before) << "another thread's";
+}
+
+// The operation is done all the same, then the host's error is told.
+TEST_F(Parallel, RefusesHostsThatDoNotRunEachTaskOnce)
+{
+    static std::vector<std::jthread> s_late;
+    KVOSrvParallel::Run const leavesOneOut = [](void*, int tasks, KVOSrvParallel::Task task, void* data) {
+        for (int index = 0; index + 1 < tasks; ++index)
+            task(data, index);
+    };
+    KVOSrvParallel::Run const runsOneTwice = [](void*, int tasks, KVOSrvParallel::Task task, void* data) {
+        for (int index = 0; index <= tasks; ++index)
+            task(data, index % tasks);
+    };
+    KVOSrvParallel::Run const inventsOne = [](void*, int tasks, KVOSrvParallel::Task task, void* data) {
+        for (int index = -1; index < tasks; ++index)
+            task(data, index);
+    };
+    KVOSrvParallel::Run const returnsEarly = [](void*, int tasks, KVOSrvParallel::Task task, void* data) {
+        for (int index = 0; index < tasks; ++index)
+            s_late.emplace_back([=] { task(data, index); });
+    };
+    std::vector<double> y(m_expected.size());
+    std::vector<double> const x = RandomNumbers(std::int64_t{m_matrix->NumberOfColumns()} * 8);
+    for (KVOSrvParallel::Run const run : {leavesOneOut, runsOneTwice, inventsOne}) {
+        KVOSrvParallel const parallel(run, nullptr, 2);
+        std::ranges::fill(y, -7.0);
+        ExpectThrows<KVOSrvMtxRefusedInput>("KVOSrvParallel::run - Illegal input: it returned before every task had ended, or called one "
+                                            "twice or not at all.",
+                                            [&] { m_matrix->Multiply(x.data(), 8, y.data(), false); });
+        EXPECT_EQ(y, m_expected);
+    }
+    KVOSrvParallel const parallel(returnsEarly, nullptr, 2);
+    std::ranges::fill(y, -7.0);
+    try { // how early it was is up to the threads
+        m_matrix->Multiply(x.data(), 8, y.data(), false);
+    } catch (KVOSrvMtxRefusedInput const&) {
+    }
+    EXPECT_EQ(y, m_expected);
+    s_late.clear();
+}
+
+TEST_F(Parallel, ThrowsOnWhatTheHostThrows)
+{
+    KVOSrvParallel const parallel([](void*, int, KVOSrvParallel::Task, void*) { throw std::system_error(EAGAIN, std::generic_category()); },
+                                  nullptr, 2);
+    EXPECT_THROW(Multiply(), std::system_error);
+}
+
+} // namespace
