@@ -1,11 +1,10 @@
 // KVOSRVSORT13 against the way around it: sort an index (or key and index together) with std::sort, then gather keys, tags and columns into
 // fresh arrays. The peers are given what favours them: their arrays exist before the clock starts and the result is not copied back.
 
+#include "AgainstPeer.h"
 #include "KVOFortran.h"
 
 #include <algorithm>
-#include <benchmark/benchmark.h>
-#include <chrono>
 #include <cstddef>
 #include <cstring>
 #include <numeric>
@@ -79,7 +78,6 @@ class IndexSort
 {
 public:
     explicit IndexSort(Items const& source) : m_source(source), m_index(kItems), m_result(source) {}
-    void Prepare() {}
     void Run()
     {
         std::iota(m_index.begin(), m_index.end(), 0);
@@ -99,7 +97,6 @@ class PairSort
 {
 public:
     explicit PairSort(Items const& source) : m_source(source), m_pairs(kItems), m_result(source) {}
-    void Prepare() {}
     void Run()
     {
         for (int k = 0; k < kItems; ++k)
@@ -133,32 +130,21 @@ void Check(Items const& result, Items const& source)
     }
 }
 
-template<class Method>
 void Sort(benchmark::State& state, Order order, int rows)
 {
     Items const source = MakeItems(order, rows);
-    Method method(source);
-    method.Prepare();
-    method.Run();
-    Check(method.Result(), source);
-    for (auto _ : state) {
-        method.Prepare();
-        auto const start = std::chrono::steady_clock::now();
+    Sort13 sort(source);
+    IndexSort indexSort(source);
+    PairSort pairSort(source);
+    auto const check = [&source](auto& method) {
         method.Run();
-        benchmark::DoNotOptimize(method.Result().keys.data());
-        benchmark::ClobberMemory();
-        state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-    }
+        Check(method.Result(), source);
+    };
+    check(sort), check(indexSort), check(pairSort);
+    AgainstBest(
+        state, [&] { sort.Run(); }, {{"index_sort", [&] { indexSort.Run(); }}, {"pair_sort", [&] { pairSort.Run(); }}},
+        [&] { sort.Prepare(); });
     state.SetItemsProcessed(state.iterations() * kItems);
-}
-
-template<class Method>
-void Register(char const* method, Order order, int rows)
-{
-    std::string const name = std::string(method) + '/' + kOrderNames[order] + "/nrow:" + std::to_string(rows);
-    benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) { Sort<Method>(state, order, rows); })
-        ->UseManualTime()
-        ->Unit(benchmark::kMillisecond);
 }
 
 } // namespace
@@ -167,9 +153,10 @@ int main(int argc, char** argv)
 {
     for (Order const order : {kRandom, kSorted, kReversed, kFewValues})
         for (int const rows : {0, 1, 6}) {
-            Register<Sort13>("KVOSRVSORT13", order, rows);
-            Register<IndexSort>("index_sort_gather", order, rows);
-            Register<PairSort>("pair_sort_gather", order, rows);
+            std::string const name = std::string("Sort/") + kOrderNames[order] + "/nrow:" + std::to_string(rows);
+            benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) { Sort(state, order, rows); })
+                ->UseManualTime()
+                ->Unit(benchmark::kMillisecond);
         }
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))

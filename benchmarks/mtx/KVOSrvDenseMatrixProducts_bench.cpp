@@ -204,9 +204,7 @@ void Cold(benchmark::State& state)
             };
             auto const seconds = [](auto const& run) {
                 double const queued = SecondsQueued();
-                auto const start = std::chrono::steady_clock::now();
-                run();
-                double const wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+                double const wall = Time(run).clock;
                 return Times{wall, wall - (SecondsQueued() - queued)};
             };
             DropPages();
@@ -218,13 +216,9 @@ void Cold(benchmark::State& state)
             unqueued.push_back(times.unqueued / ofPeer.unqueued);
             peers.push_back(ofPeer.wall);
         }
-        auto const median = [](std::vector<double>& values) {
-            std::ranges::sort(values);
-            return values[values.size() / 2];
-        };
-        state.counters["ratio"] = median(ratios);
-        state.counters["unqueued_ratio"] = median(unqueued);
-        state.counters["peer_ms"] = 1e3 * median(peers);
+        state.counters["ratio"] = Median(ratios);
+        state.counters["unqueued_ratio"] = Median(unqueued);
+        state.counters["peer_ms"] = 1e3 * Median(peers);
     });
 }
 

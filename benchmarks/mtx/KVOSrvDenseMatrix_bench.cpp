@@ -4,7 +4,6 @@
 #include "KVOSrvMatrix.h"
 #include "KVOSrvScratchDenseMatrix.h"
 #include "KVOSrvUtilities.h"
-#include "mem_Allocator.h"
 
 #include <cstdlib>
 #include <fcntl.h>
@@ -51,8 +50,7 @@ void ForEachBlock(int chunk, Run const& run)
 class ChunkedArray
 {
 public:
-    explicit ChunkedArray(int chunk)
-        : m_chunk(chunk), m_values(static_cast<double*>(mem_OperatorNewThrow(sizeof(double) * kOrder * kOrder)))
+    explicit ChunkedArray(int chunk) : m_chunk(chunk), m_values(std::size_t{kOrder} * kOrder)
     {
         ForEachBlock(chunk, [&](int r0, int, int c0, int) {
             for (int j = 0; j < chunk; ++j)
@@ -63,7 +61,7 @@ public:
     double& At(int i, int j)
     {
         std::size_t const block = static_cast<std::size_t>(j / m_chunk) * (kOrder / m_chunk) + static_cast<std::size_t>(i / m_chunk);
-        return m_values[(block * m_chunk + static_cast<std::size_t>(j % m_chunk)) * m_chunk + static_cast<std::size_t>(i % m_chunk)];
+        return m_values.Data()[(block * m_chunk + static_cast<std::size_t>(j % m_chunk)) * m_chunk + static_cast<std::size_t>(i % m_chunk)];
     }
     /// Calls copy(part in the array, part in the packed buffer, bytes) for every contiguous part of a window.
     template<class Copy>
@@ -79,7 +77,7 @@ public:
 
 private:
     int m_chunk;
-    std::unique_ptr<double[], mem_Deleter> m_values;
+    LargePages<double> m_values;
 };
 
 KVOSrvMatrix Buffer(int rows, int columns)

@@ -109,15 +109,11 @@ void SmallMatrices(benchmark::State& state)
         database.Close();
         std::filesystem::remove(path);
     }
-    auto const each = [](std::vector<double>& times) {
-        std::nth_element(times.begin(), times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2), times.end());
-        return times[times.size() / 2] / kCount;
-    };
-    state.counters["create_ms"] = each(create);
-    state.counters["write_ms"] = each(write);
-    state.counters["commit_ms"] = each(commit);
-    state.counters["reopen_ms"] = each(open);
-    state.counters["read_ms"] = each(read);
+    state.counters["create_ms"] = Median(create) / kCount;
+    state.counters["write_ms"] = Median(write) / kCount;
+    state.counters["commit_ms"] = Median(commit) / kCount;
+    state.counters["reopen_ms"] = Median(open) / kCount;
+    state.counters["read_ms"] = Median(read) / kCount;
 }
 BENCHMARK(SmallMatrices)->Iterations(9)->UseManualTime()->Unit(benchmark::kMillisecond);
 

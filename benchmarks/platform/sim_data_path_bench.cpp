@@ -1,3 +1,4 @@
+#include "AgainstPeer.h"
 #include "BenchmarkFolder.h"
 #include "ChunkGrid.h"
 #include "DenseDrawer.h"
@@ -5,10 +6,7 @@
 #include "ValueSums.h"
 
 #include <algorithm>
-#include <benchmark/benchmark.h>
-#include <chrono>
 #include <cstring>
-#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
 #include <memory>
@@ -35,15 +33,15 @@ constexpr double kBytes = 8.0 * kSize * kSize;
 BenchmarkFolder const s_folder;
 
 /// A matrix in memory, columns of kSize rows: what drawers are filled from, and the memory of the limits.
-std::vector<double>& Memory()
+double* Memory()
 {
-    static std::vector<double> s_values = [] {
-        std::vector<double> values(kSize * kSize);
-        for (std::size_t i = 0; i < values.size(); ++i)
-            values[i] = static_cast<double>(i);
+    static LargePages<double> const s_values = [] {
+        LargePages<double> values(kSize * kSize);
+        for (std::int64_t i = 0; i < kSize * kSize; ++i)
+            values.Data()[i] = static_cast<double>(i);
         return values;
     }();
-    return s_values;
+    return s_values.Data();
 }
 
 /// Columns and rows, as drawers order them.
@@ -57,13 +55,13 @@ struct Window {
 void CopyFromMemory(Window const& window, double* buffer)
 {
     for (std::int64_t j = window.columns.first; j <= window.columns.last; ++j, buffer += window.rows.Count())
-        std::memcpy(buffer, Memory().data() + j * kSize + window.rows.first, static_cast<std::size_t>(window.rows.Count()) * 8);
+        std::memcpy(buffer, Memory() + j * kSize + window.rows.first, static_cast<std::size_t>(window.rows.Count()) * 8);
 }
 
 void CopyToMemory(Window const& window, double const* buffer)
 {
     for (std::int64_t j = window.columns.first; j <= window.columns.last; ++j, buffer += window.rows.Count())
-        std::memcpy(Memory().data() + j * kSize + window.rows.first, buffer, static_cast<std::size_t>(window.rows.Count()) * 8);
+        std::memcpy(Memory() + j * kSize + window.rows.first, buffer, static_cast<std::size_t>(window.rows.Count()) * 8);
 }
 
 std::vector<Window> Blocks(std::int64_t chunk)
@@ -114,35 +112,6 @@ private:
     static std::vector<Range> Ranges(Window const& window) { return {window.columns, window.rows}; }
 };
 
-double Median(std::vector<double> values)
-{
-    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2), values.end());
-    return values[values.size() / 2];
-}
-
-struct Time {
-    double clock;
-    double processor;
-};
-
-double ProcessorSeconds()
-{
-    timespec time;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
-}
-
-template<class Run>
-Time Seconds(Run const& run)
-{
-    double const processor = ProcessorSeconds();
-    auto const start = std::chrono::steady_clock::now();
-    run();
-    benchmark::ClobberMemory();
-    double const clock = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    return {clock, ProcessorSeconds() - processor};
-}
-
 /// Times ours, the limit and, a few times, HDF5 in turns; each callable returns its own time. Shares are medians over the turns.
 template<class Ours, class Limit, class Hdf5>
 void Compare(benchmark::State& state, double bytes, Ours const& ours, Limit const& limit, Hdf5 const& hdf5)
@@ -151,13 +120,13 @@ void Compare(benchmark::State& state, double bytes, Ours const& ours, Limit cons
     std::vector<double> shares, processorShares, ahead, processorAhead;
     ours(), limit(), hdf5(); // pages of buffers and mappings, once
     for (auto _ : state) {
-        Time const limitTime = limit(), time = ours();
+        Seconds const limitTime = limit(), time = ours();
         state.SetIterationTime(time.clock);
         shares.push_back(limitTime.clock / time.clock);
         processorShares.push_back(limitTime.processor / time.processor);
         if (ahead.size() == kHdf5Turns)
             continue;
-        Time const hdf5Time = hdf5();
+        Seconds const hdf5Time = hdf5();
         ahead.push_back(hdf5Time.clock / time.clock);
         processorAhead.push_back(hdf5Time.processor / time.processor);
     }
@@ -193,7 +162,7 @@ void Transfers(benchmark::State& state, std::int64_t chunk, std::vector<Window> 
         bytes += 8.0 * static_cast<double>(window.Values());
     auto const moveAll = [&](auto const& move) {
         return [&windows, &buffer, move] {
-            return Seconds([&] {
+            return Time([&] {
                 for (Window const& window : windows)
                     move(window, buffer.data());
             });
@@ -219,9 +188,9 @@ void WholeBlocks(benchmark::State& state, Direction direction)
     std::vector<double> buffer(blocks.front().Values(), 1.0);
     auto const moveAll = [&](auto const& move) {
         return [&blocks, &buffer, move] {
-            return Seconds([&] {
+            return Time([&] {
                 for (std::size_t b = 0; b < blocks.size(); ++b)
-                    move(blocks[b], buffer.data(), Memory().data() + b * buffer.size());
+                    move(blocks[b], buffer.data(), Memory() + b * buffer.size());
             });
         };
     };
@@ -248,7 +217,7 @@ void ReadVerifiedBlocks(benchmark::State& state)
     std::vector<double> buffer(blocks.front().Values(), 1.0);
     auto const readAll = [&](Stored& stored, bool verify) {
         return [&blocks, &buffer, &stored, verify] {
-            return Seconds([&] {
+            return Time([&] {
                 for (Window const& block : blocks)
                     stored.drawer->Read(std::vector{block.columns, block.rows}, buffer.data(), verify);
             });
@@ -275,7 +244,7 @@ void FirstWriteOfBlocks(benchmark::State& state)
     auto const write = [&](char const* who) {
         return [&blocks, &buffer, chunk, who] {
             Stored stored("first.sim", chunk, who);
-            return Seconds([&] {
+            return Time([&] {
                 for (Window const& block : blocks)
                     stored.Write(block, buffer.data());
             });
@@ -286,7 +255,7 @@ void FirstWriteOfBlocks(benchmark::State& state)
         int const file = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
         Require(file >= 0, "no plain file");
         auto const bytes = static_cast<ssize_t>(8 * buffer.size());
-        Time const seconds = Seconds([&] {
+        Seconds const seconds = Time([&] {
             for (std::size_t b = 0; b < blocks.size(); ++b)
                 Require(pwrite(file, buffer.data(), 8 * buffer.size(), static_cast<off_t>(b) * bytes) == bytes, "pwrite");
         });
@@ -359,7 +328,7 @@ void SmallDrawers(benchmark::State& state)
     std::vector<double> made, read;
     for (auto _ : state) {
         auto file = File::Create(path, File::Kind::Persistent);
-        Time const making = Seconds([&] {
+        Seconds const making = Time([&] {
             for (int i = 0; i < kDrawers; ++i) {
                 auto const drawer =
                     DenseDrawer::Create(file, {{20, 20}, chunked ? std::vector<std::int64_t>{20, 20} : std::vector<std::int64_t>{}, 3, {}});
@@ -368,7 +337,7 @@ void SmallDrawers(benchmark::State& state)
             }
             file->Close();
         });
-        Time const reading = Seconds([&] {
+        Seconds const reading = Time([&] {
             file = File::Open(path, true);
             for (int i = 0; i < kDrawers; ++i) {
                 std::fill(values.begin(), values.end(), 0.0);

@@ -1,15 +1,13 @@
+#include "AgainstPeer.h"
 #include "BrickModel.h"
 #include "KVOSrvSparseMatrix.h"
 
 #include <Eigen/SparseCore>
 #include <algorithm>
-#include <benchmark/benchmark.h>
 #include <cholmod.h>
-#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <map>
 #include <memory>
 #include <numeric>
@@ -158,35 +156,6 @@ void RequireEqual(KVOSrvSparseMatrix const& matrix, EigenMatrix const& expected)
         throw std::runtime_error("the results differ");
 }
 
-// Times subject(), each time after prepare(), in turns with its peers. `ratio` is the median of its time by the best peer's in each turn.
-void AgainstBest(benchmark::State& state, std::function<void()> const& prepare, std::function<void()> const& subject,
-                 std::map<std::string, std::function<void()>> const& peers)
-{
-    auto const milliseconds = [](std::function<void()> const& run) {
-        auto const start = std::chrono::steady_clock::now();
-        run();
-        benchmark::ClobberMemory();
-        return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-    };
-    std::map<std::string, std::vector<double>> times;
-    for (auto _ : state) {
-        double best = INFINITY;
-        for (auto const& [name, peer] : peers) {
-            times[name + "_ms"].push_back(milliseconds(peer));
-            best = std::min(best, times[name + "_ms"].back());
-        }
-        prepare();
-        double const time = milliseconds(subject);
-        state.SetIterationTime(1e-3 * time);
-        times["ratio"].push_back(time / best);
-    }
-    for (auto& [name, values] : times) {
-        auto const middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-        std::nth_element(values.begin(), middle, values.end());
-        state.counters[name] = *middle;
-    }
-}
-
 double StatusMegabytes(std::string const& field)
 {
     std::ifstream status("/proc/self/status");
@@ -203,20 +172,18 @@ void Assembly(benchmark::State& state, Pattern pattern)
     auto const triplets = model.ForEigen();
     auto const cholmodTriplets = model.ForCholmod();
     std::unique_ptr<KVOSrvSparseMatrix> matrix;
+    EigenMatrix eigen;
+    CholmodSparse cholmod;
     AgainstBest(
-        state,
+        state, [&] { matrix->EndAssembly(); },
+        {{"eigen", [&] { eigen.setFromTriplets(triplets.begin(), triplets.end()); }},
+         {"cholmod", [&] { cholmod.reset(cholmod_triplet_to_sparse(cholmodTriplets.get(), 0, s_cholmod())); }}},
         [&] {
+            eigen = EigenMatrix(model.rows, model.rows);
+            cholmod.reset();
             matrix.reset();
             matrix = model.Pending();
-        },
-        [&] { matrix->EndAssembly(); },
-        {{"eigen",
-          [&] {
-              EigenMatrix result(model.rows, model.rows);
-              result.setFromTriplets(triplets.begin(), triplets.end());
-              benchmark::DoNotOptimize(result.valuePtr());
-          }},
-         {"cholmod", [&] { CholmodSparse const result(cholmod_triplet_to_sparse(cholmodTriplets.get(), 0, s_cholmod())); }}});
+        });
 }
 
 // Highest memory that a process's first assembly holds, pending entries included, by that of the entries.
@@ -248,14 +215,18 @@ void AssemblyMemory(benchmark::State& state, Pattern pattern)
 void AddData(benchmark::State& state)
 {
     Model const& model = ModelOf(kElementOrder);
-    AgainstBest(
-        state, [] {}, [&] { benchmark::DoNotOptimize(model.Pending().get()); },
-        {{"vector", [&] {
-              std::vector<KVOSrvSparseMatrixEntry> list;
-              for (BrickTriplet const& entry : model.entries)
-                  list.push_back({static_cast<unsigned>(entry.row), static_cast<unsigned>(entry.column), entry.value});
-              benchmark::DoNotOptimize(list.data());
-          }}});
+    std::unique_ptr<KVOSrvSparseMatrix> matrix;
+    std::vector<KVOSrvSparseMatrixEntry> list;
+    AgainstPeer(
+        state, [&] { matrix = model.Pending(); },
+        [&] {
+            for (BrickTriplet const& entry : model.entries)
+                list.push_back({static_cast<unsigned>(entry.row), static_cast<unsigned>(entry.column), entry.value});
+        },
+        [&] {
+            matrix.reset();
+            list = {};
+        });
 }
 
 void Transpose(benchmark::State& state, Pattern pattern)
@@ -266,13 +237,17 @@ void Transpose(benchmark::State& state, Pattern pattern)
     auto const eigen = model.Eigen();
     std::unique_ptr<KVOSrvSparseMatrix> result(matrix->Transpose());
     RequireEqual(*result, EigenMatrix(eigen.transpose()));
+    EigenMatrix transposed;
+    CholmodSparse peerTransposed;
     AgainstBest(
-        state, [&] { result.reset(); }, [&] { result.reset(matrix->Transpose()); },
-        {{"cholmod", [&] { CholmodSparse const transposed(cholmod_transpose(peer.get(), 1, s_cholmod())); }},
-         {"eigen", [&] {
-              EigenMatrix const transposed = eigen.transpose();
-              benchmark::DoNotOptimize(transposed.valuePtr());
-          }}});
+        state, [&] { result.reset(matrix->Transpose()); },
+        {{"cholmod", [&] { peerTransposed.reset(cholmod_transpose(peer.get(), 1, s_cholmod())); }},
+         {"eigen", [&] { transposed = eigen.transpose(); }}},
+        [&] {
+            result.reset();
+            transposed = EigenMatrix();
+            peerTransposed.reset();
+        });
 }
 
 void Permute(benchmark::State& state, Pattern pattern)
@@ -287,18 +262,15 @@ void Permute(benchmark::State& state, Pattern pattern)
     std::unique_ptr<KVOSrvSparseMatrix> result(matrix->Permute(perm.data()));
     EigenMatrix const expected = inverse * eigen * inverse.transpose();
     RequireEqual(*result, expected);
+    EigenMatrix product, twisted; // the rows of the second are left unsorted
     AgainstBest(
-        state, [&] { result.reset(); }, [&] { result.reset(matrix->Permute(perm.data())); },
-        {{"eigen_product",
-          [&] {
-              EigenMatrix const permuted = inverse * eigen * inverse.transpose();
-              benchmark::DoNotOptimize(permuted.valuePtr());
-          }},
-         {"eigen_twistedBy", [&] {
-              EigenMatrix permuted; // its rows are left unsorted
-              permuted = eigen.twistedBy(inverse);
-              benchmark::DoNotOptimize(permuted.valuePtr());
-          }}});
+        state, [&] { result.reset(matrix->Permute(perm.data())); },
+        {{"eigen_product", [&] { product = inverse * eigen * inverse.transpose(); }},
+         {"eigen_twistedBy", [&] { twisted = eigen.twistedBy(inverse); }}},
+        [&] {
+            result.reset();
+            product = twisted = EigenMatrix();
+        });
 }
 
 #define KVO_PATTERNS(Case)                                                                                                                 \

@@ -9,7 +9,6 @@
 #include <climits>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -17,7 +16,6 @@
 #include <random>
 #include <stdexcept>
 #include <string>
-#include <sys/mman.h>
 #include <unistd.h>
 #include <vector>
 
@@ -214,17 +212,6 @@ void ExportTextAgainstFprintf(benchmark::State& state)
     std::filesystem::remove(peer);
 }
 
-/// Memory as fresh as an importer's, of large pages where the system has them.
-std::unique_ptr<char[], decltype(&std::free)> FreshMemory(std::size_t bytes)
-{
-    constexpr std::size_t kLargePage = std::size_t{2} << 20;
-    std::size_t const rounded = (bytes + kLargePage - 1) / kLargePage * kLargePage;
-    std::unique_ptr<char[], decltype(&std::free)> memory(static_cast<char*>(std::aligned_alloc(kLargePage, rounded)), &std::free);
-    Require(memory != nullptr, "out of memory");
-    madvise(memory.get(), rounded, MADV_HUGEPAGE);
-    return memory;
-}
-
 // The peer reads the same bytes at one go into memory of its own.
 void AgainstRawRead(benchmark::State& state, std::string const& path, int format, KVOSrvSparseMatrix const& expected)
 {
@@ -241,9 +228,9 @@ void AgainstRawRead(benchmark::State& state, std::string const& path, int format
             matrix.Import(path.c_str(), format);
         },
         [&] {
-            auto const memory = FreshMemory(bytes);
-            RawRead(path, memory.get(), bytes);
-            benchmark::DoNotOptimize(memory.get());
+            LargePages<char> const memory(bytes);
+            RawRead(path, memory.Data(), bytes);
+            benchmark::DoNotOptimize(memory.Data());
         });
     state.counters["GB/s"] = benchmark::Counter(static_cast<double>(bytes) * 1e-9, benchmark::Counter::kIsIterationInvariantRate);
 }

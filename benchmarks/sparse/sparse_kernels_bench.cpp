@@ -4,16 +4,14 @@
 //   ratio       time over that of the fastest peer; eigen, cholmod, plain: over that of each
 //   roofline    time over that of merely reading the matrix, scaled up to all bytes that a product must move
 
+#include "AgainstPeer.h"
 #include "BrickModel.h"
 #include "KVOFortran.h"
 
 #include <Eigen/Sparse>
 #include <algorithm>
-#include <benchmark/benchmark.h>
 #include <cholmod.h>
-#include <chrono>
 #include <cmath>
-#include <functional>
 #include <numeric>
 #include <random>
 #include <stdexcept>
@@ -213,40 +211,17 @@ void Compare(benchmark::State& state, Matrix kind, bool transposed, int elements
 {
     Product product(kind, elements, static_cast<int>(state.range(0)), transposed);
     product.Check();
-    struct Contender {
-        char const* name;
-        std::function<void()> run;
-        std::vector<double> seconds;
-        double Median()
-        {
-            std::sort(seconds.begin(), seconds.end());
-            return seconds[seconds.size() / 2];
-        }
-    };
-    Contender contenders[] = {{"ours", [&] { product.Ours(); }, {}},
-                              {"eigen", [&] { product.Eigen(); }, {}},
-                              {"cholmod", [&] { product.Cholmod(); }, {}},
-                              {"plain", [&] { product.Plain(); }, {}},
-                              {"read", [&] { product.Read(); }, {}}};
-    for (auto _ : state)
-        for (Contender& contender : contenders) {
-            auto const start = std::chrono::steady_clock::now();
-            contender.run();
-            benchmark::ClobberMemory();
-            contender.seconds.push_back(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-            if (&contender == contenders)
-                state.SetIterationTime(contender.seconds.back());
-        }
-    double const time = contenders[0].Median();
-    double best = HUGE_VAL;
-    for (int peer = 1; peer <= 3; ++peer) {
-        double const peerTime = contenders[peer].Median();
-        state.counters[contenders[peer].name] = time / peerTime;
-        best = std::min(best, peerTime);
-    }
-    state.counters["ratio"] = time / best;
+    std::vector<Peer> peers{{"eigen", [&] { product.Eigen(); }},
+                            {"cholmod", [&] { product.Cholmod(); }},
+                            {"plain", [&] { product.Plain(); }},
+                            {"read", [&] { product.Read(); }}};
+    TakeTurns(
+        state, [&] { product.Ours(); }, peers);
+    double const overReading = peers.back().ratio;
+    peers.pop_back();
+    ReportBest(state, peers);
     if (kind != kRandom) // whose accesses to x, not the bytes that are moved at least, set the limit
-        state.counters["roofline"] = time / (contenders[4].Median() * product.AllBytes() / product.MatrixBytes());
+        state.counters["roofline"] = overReading * product.MatrixBytes() / product.AllBytes();
 }
 
 void Register(char const* name, Matrix kind, bool transposed, std::vector<int> const& vectors, int elements = kElements)
