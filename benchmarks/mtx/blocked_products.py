@@ -1,28 +1,31 @@
 #!/usr/bin/env python3
-"""C = A B of stored square matrices, tile by tile, the way NumPy and h5py users write it; the peers of KVOSrvDenseMatrixProducts_bench's
-StoredTimesStored. Times are the medians of `rounds` rounds, warm; each is compared with the product in memory of the same round.
+"""C = A B of stored square matrices of order 4096, tile by tile, the way NumPy and h5py users write it; the peers of StoredTimesStored of
+KVOSrvDenseMatrixProducts_bench.
 
-    OPENBLAS_NUM_THREADS=1 python3 blocked_products.py [order [rounds]]
+    OPENBLAS_NUM_THREADS=1 python3 benchmarks/mtx/blocked_products.py [--benchmark_filter=REGEX]
+
+Prints JSON as Google Benchmark does, for scripts/measure.sh.
 """
 
-import os
-import pathlib
+import argparse
+import json
+import re
 import statistics
 import sys
 import tempfile
 import time
 
-import h5py
-import numpy
+try:
+    import h5py
+    import numpy
+except ImportError as missing:
+    print(missing, file=sys.stderr)
+    sys.exit(77)  # as tests say that they were skipped
 
+ORDER = 4096
+PAIRS = 2
 CHUNK = 512
 TILES = (1024, 2048, 4096)
-
-
-def blas_libraries():
-    """The files that NumPy's BLAS comes from."""
-    names = {line.split()[-1] for line in pathlib.Path("/proc/self/maps").read_text().splitlines()}
-    return sorted(name for name in names if "blas" in pathlib.Path(name).name)
 
 
 def multiply(a, b, c, order, tile):
@@ -36,38 +39,39 @@ def multiply(a, b, c, order, tile):
 
 
 def seconds(run):
-    start = time.perf_counter(), time.process_time()
+    start = time.perf_counter()
     run()
-    return time.perf_counter() - start[0], time.process_time() - start[1]
+    return time.perf_counter() - start
 
 
-def main():
-    order = int(sys.argv[1]) if len(sys.argv) > 1 else 4096
-    rounds = int(sys.argv[2]) if len(sys.argv) > 2 else 3
+def shares(order, ways):
+    """The rate of each way over that of the product in memory: medians of pairs, warm."""
     random = numpy.random.default_rng(1)
     a, b = random.standard_normal((order, order)), random.standard_normal((order, order))
     expected = numpy.empty((order, order))
-    print(f"order {order}, NumPy {numpy.__version__}, h5py {h5py.__version__}, threads {os.environ.get('OPENBLAS_NUM_THREADS', 'any')}")
-    print("BLAS:", *map(os.path.realpath, blas_libraries()))
-    with tempfile.TemporaryDirectory() as folder:
-        mapped = [numpy.memmap(f"{folder}/{name}", numpy.float64, "w+", shape=(order, order)) for name in "abc"]
-        file = h5py.File(f"{folder}/d.h5", "w", rdcc_nbytes=0)
-        stored = [file.create_dataset(name, (order, order), chunks=(CHUNK, CHUNK), dtype="f8") for name in "abc"]
-        for way in (mapped, stored):
-            way[0][:], way[1][:] = a, b
-        runs = {(name, tile): lambda way=way, tile=tile: multiply(*way, order, tile)
-                for name, way in (("memmap", mapped), ("h5py", stored)) for tile in TILES if tile <= order}
-        ratios = {key: [] for key in runs}
-        for _ in range(rounds):
-            peer = seconds(lambda: numpy.matmul(a, b, out=expected))
-            for key, run in runs.items():
-                ratios[key].append([mine / its for mine, its in zip(seconds(run), peer)])
-        for name, way in (("memmap", mapped), ("h5py", stored)):
-            assert numpy.allclose(way[2][:], expected, rtol=0, atol=1e-10 * order), name
-        for (name, tile), pairs in ratios.items():
-            wall, processor = (statistics.median(values) for values in zip(*pairs))
-            print(f"{name:7} tiles of {tile}: time to that in memory {wall:.3f}, by processor time {processor:.3f}")
-        file.close()
+    with tempfile.TemporaryDirectory() as folder, h5py.File(f"{folder}/d.h5", "w", rdcc_nbytes=0) as file:
+        stored = {"memmap": [numpy.memmap(f"{folder}/{name}", numpy.float64, "w+", shape=(order, order)) for name in "abc"],
+                  "h5py": [file.create_dataset(name, (order, order), chunks=(CHUNK, CHUNK), dtype="f8") for name in "abc"]}
+        for matrices in stored.values():
+            matrices[0][:], matrices[1][:] = a, b
+        for way, tile in ways:
+            rates = [seconds(lambda: numpy.matmul(a, b, out=expected)) / seconds(lambda: multiply(*stored[way], order, tile)) for _ in range(PAIRS)]
+            assert numpy.allclose(stored[way][2][:], expected, rtol=0, atol=1e-10 * order), way
+            yield statistics.median(rates)
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--benchmark_filter", default="")
+    parser.add_argument("--benchmark_list_tests", action="store_true")
+    arguments, _ = parser.parse_known_args()
+    names = {f"{way}/{tile}": (way, tile) for way in ("memmap", "h5py") for tile in TILES}
+    if arguments.benchmark_list_tests:
+        print("\n".join(names))
+        return
+    names = {name: case for name, case in names.items() if re.search(arguments.benchmark_filter, name)}
+    runs = [{"run_name": name, "share": share} for name, share in zip(names, shares(ORDER, names.values()))]
+    json.dump({"context": {"h5py": h5py.__version__, "numpy": numpy.__version__}, "benchmarks": runs}, sys.stdout, indent=1)
 
 
 if __name__ == "__main__":

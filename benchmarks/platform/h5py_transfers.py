@@ -1,24 +1,29 @@
 #!/usr/bin/env python3
 """What another reader takes for the transfers of KVOSrvDenseMatrix_bench: h5py, on a file of the same layout.
 
-    python3 benchmarks/platform/h5py_transfers.py [folder]
+    python3 benchmarks/platform/h5py_transfers.py [--benchmark_filter=REGEX]
 
-Needs h5py and numpy. 8192 x 8192 doubles in square chunks, everything in the page cache. Each line: the rate of h5py over that of numpy,
-which copies the same values between two arrays in memory, one of them laid out chunk by chunk as the file is. Medians of pairs, by the clock
-and by processor time.
+Prints JSON as Google Benchmark does, for scripts/measure.sh. Needs h5py and numpy. 8192 x 8192 doubles in square chunks, everything in the page cache. `share` is the rate of h5py over that of numpy,
+which copies the same values between two arrays in memory, one of them laid out chunk by chunk as the file is. Medians of pairs, by the clock.
 """
 
-import os
+import argparse
+import json
+import re
 import statistics
 import sys
 import tempfile
 import time
 
-import h5py
-import numpy
+try:
+    import h5py
+    import numpy
+except ImportError as missing:
+    print(missing, file=sys.stderr)
+    sys.exit(77)  # as tests say that they were skipped
 
 ORDER = 8192
-PAIRS = 7
+PAIRS = 5
 
 
 def pieces(first, end, chunk):
@@ -59,13 +64,13 @@ def transfer(dataset, columns, rows, buffer, write):
         dataset.read_direct(buffer, source_sel=numpy.s_[columns, rows])
 
 
-def timed(run):
-    clock, processor = time.perf_counter(), time.process_time()
+def seconds(run):
+    start = time.perf_counter()
     run()
-    return time.perf_counter() - clock, time.process_time() - processor
+    return time.perf_counter() - start
 
 
-def compare(dataset, memory, chunk, kind, write):
+def share(dataset, memory, chunk, kind, write):
     parts = windows(kind, chunk)
     buffer = numpy.ones((parts[0][0].stop - parts[0][0].start, parts[0][1].stop - parts[0][1].start))
 
@@ -77,29 +82,36 @@ def compare(dataset, memory, chunk, kind, write):
         for columns, rows in parts:
             copy_in_memory(memory, chunk, columns, rows, buffer, write)
 
-    pairs = [(timed(in_memory), timed(with_h5py)) for _ in range(PAIRS)]
-    return [statistics.median(limit[k] / own[k] for limit, own in pairs) for k in (0, 1)]
+    return statistics.median(seconds(in_memory) / seconds(with_h5py) for _ in range(PAIRS))
 
 
-def main(folder):
-    print(f"h5py {h5py.__version__}, HDF5 {h5py.version.hdf5_version}, numpy {numpy.__version__}")
-    for chunk in (512, 1024):
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--benchmark_filter", default="")
+    parser.add_argument("--benchmark_list_tests", action="store_true")
+    arguments, _ = parser.parse_known_args()
+    names = {f"{kind}/{direction}/{chunk}": (kind, direction == "written", chunk) for chunk in (512, 1024)
+             for kind in ("whole blocks", "100 rows", "one column", "300 x 300") for direction in ("read", "written")}
+    if arguments.benchmark_list_tests:
+        print("\n".join(names))
+        return
+    names = {name: case for name, case in names.items() if re.search(arguments.benchmark_filter, name)}
+    runs = []
+    for chunk in sorted({chunk for _, _, chunk in names.values()}):
         chunks = ORDER // chunk
         memory = numpy.zeros((chunks, chunks, chunk, chunk))
-        with tempfile.TemporaryDirectory(dir=folder) as inside:
-            with h5py.File(os.path.join(inside, "transfers.h5"), "w", libver=("earliest", "v110")) as file:
-                dataset = file.create_dataset("values", (ORDER, ORDER), "f8", chunks=(chunk, chunk))
-                for columns, rows in windows("whole blocks", chunk):
-                    block = numpy.add.outer(numpy.arange(columns.start, columns.stop) * float(ORDER), numpy.arange(rows.start, rows.stop))
-                    transfer(dataset, columns, rows, block, True)
-                    copy_in_memory(memory, chunk, columns, rows, block, True)
-                if not (dataset[:, 77] == numpy.arange(ORDER) * float(ORDER) + 77).all():
-                    sys.exit("the file does not hold what was written")
-                for kind in ("whole blocks", "100 rows", "one column", "300 x 300"):
-                    for write in (False, True):
-                        clock, processor = compare(dataset, memory, chunk, kind, write)
-                        print(f"chunks of {chunk}: {kind}, {'written' if write else 'read'}: {clock:.2f}, by processor time {processor:.2f}")
+        with tempfile.TemporaryDirectory() as folder, h5py.File(f"{folder}/transfers.h5", "w", libver=("earliest", "v110")) as file:
+            dataset = file.create_dataset("values", (ORDER, ORDER), "f8", chunks=(chunk, chunk))
+            for columns, rows in windows("whole blocks", chunk):
+                block = numpy.add.outer(numpy.arange(columns.start, columns.stop) * float(ORDER), numpy.arange(rows.start, rows.stop))
+                transfer(dataset, columns, rows, block, True)
+                copy_in_memory(memory, chunk, columns, rows, block, True)
+            if not (dataset[:, 77] == numpy.arange(ORDER) * float(ORDER) + 77).all():
+                sys.exit("the file does not hold what was written")
+            runs += [{"run_name": name, "share": share(dataset, memory, chunk, kind, write)}
+                     for name, (kind, write, its_chunk) in names.items() if its_chunk == chunk]
+    json.dump({"context": {"h5py": h5py.__version__, "numpy": numpy.__version__}, "benchmarks": runs}, sys.stdout, indent=1)
 
 
 if __name__ == "__main__":
-    main(sys.argv[1] if len(sys.argv) > 1 else None)
+    main()
