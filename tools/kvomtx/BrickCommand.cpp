@@ -1,4 +1,4 @@
-#include "Commands.h"
+#include "CommandLine.h"
 
 #include "BrickModel.h"
 #include "Errors.h"
@@ -11,8 +11,6 @@
 #include "Validators.h"
 
 #include "KVOSrvSparseMatrix.h"
-
-#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <array>
@@ -124,18 +122,17 @@ void RunBrick(Options options)
 void AddBrickCommand(CLI::App& app, Command& chosen)
 {
     auto const options = std::make_shared<Options>();
-    CLI::App* const brick = app.add_subcommand("make-brick", "A stiffness and mass pair of a clamped elastic block");
-    brick->footer(kFooter);
+    CLI::App& brick = AddCommand(app, "make-brick", "A stiffness and mass pair of a clamped elastic block", kFooter);
     char const* const names[] = {"NX", "NY", "NZ"};
     for (std::size_t d = 0; d < 3; ++d)
-        brick->add_option(names[d], options->elements[d], "Number of elements along that edge")->required()->check(RequireAtLeastOne);
-    brick->add_option("OUT_K", options->stiffness, "Stiffness matrix to write")->required();
-    brick->add_option("OUT_M", options->mass, "Mass matrix to write")->required();
-    brick->add_option("--size", options->size, "Edges of the block along x, y and z (NX NY NZ)")->check(RequirePositive);
-    brick->add_option("--young", options->properties.youngsModulus, "Young's modulus (1)")->check(RequirePositive);
-    brick->add_option("--poisson", options->properties.poissonsRatio, "Poisson's ratio, below 0.5 (0.3)");
-    brick->add_option("--density", options->properties.density, "Density (1)")->check(RequirePositive);
-    brick->add_flag("--free", options->free, "Clamp nothing: six rigid body modes");
-    brick->add_option("--format", options->format, "Format of both files, when their endings do not tell it (see convert --help)");
-    brick->callback([options, &chosen] { chosen = [options] { RunBrick(*options); }; });
+        AddRequired(brick, names[d], options->elements[d], "Number of elements along that edge", RequireAtLeastOne);
+    AddRequired(brick, "OUT_K", options->stiffness, "Stiffness matrix to write");
+    AddRequired(brick, "OUT_M", options->mass, "Mass matrix to write");
+    AddOption(brick, "--size", options->size, "Edges of the block along x, y and z (NX NY NZ)", RequirePositive);
+    AddOption(brick, "--young", options->properties.youngsModulus, "Young's modulus (1)", RequirePositive);
+    AddOption(brick, "--poisson", options->properties.poissonsRatio, "Poisson's ratio, below 0.5 (0.3)");
+    AddOption(brick, "--density", options->properties.density, "Density (1)", RequirePositive);
+    AddFlag(brick, "--free", options->free, "Clamp nothing: six rigid body modes");
+    AddOption(brick, "--format", options->format, "Format of both files, when their endings do not tell it (see convert --help)");
+    SetWork(brick, chosen, [options] { RunBrick(*options); });
 }

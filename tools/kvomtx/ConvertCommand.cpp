@@ -1,4 +1,4 @@
-#include "Commands.h"
+#include "CommandLine.h"
 
 #include "Errors.h"
 #include "MatrixReader.h"
@@ -8,8 +8,6 @@
 
 #include "KVOFsmSystemDofDefinition.h"
 #include "KVOSrvSparseMatrix.h"
-
-#include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <fstream>
@@ -77,12 +75,11 @@ void RunConvert(Options const& options)
 void AddConvertCommand(CLI::App& app, Command& chosen)
 {
     auto const options = std::make_shared<Options>();
-    CLI::App* const convert = app.add_subcommand("convert", "A matrix file in another format");
-    convert->footer(std::string(kFooter) + kFormatHelp);
-    convert->add_option("IN", options->input, "Matrix file or FILE.sim:ID")->required();
-    convert->add_option("OUT", options->output, "Matrix file to write")->required();
-    convert->add_option("--from", options->from, "Format of IN, when its ending does not tell it");
-    convert->add_option("--to", options->to, "Format of OUT, when its ending does not tell it");
-    convert->add_option("--nodes", options->nodes, "For format 4: a file with a line \"node degree-of-freedom\" for each row");
-    convert->callback([options, &chosen] { chosen = [options] { RunConvert(*options); }; });
+    CLI::App& convert = AddCommand(app, "convert", "A matrix file in another format", std::string(kFooter) + kFormatHelp);
+    AddRequired(convert, "IN", options->input, "Matrix file or FILE.sim:ID");
+    AddRequired(convert, "OUT", options->output, "Matrix file to write");
+    AddOption(convert, "--from", options->from, "Format of IN, when its ending does not tell it");
+    AddOption(convert, "--to", options->to, "Format of OUT, when its ending does not tell it");
+    AddOption(convert, "--nodes", options->nodes, "For format 4: a file with a line \"node degree-of-freedom\" for each row");
+    SetWork(convert, chosen, [options] { RunConvert(*options); });
 }

@@ -1,4 +1,4 @@
-#include "Commands.h"
+#include "CommandLine.h"
 
 #include "Database.h"
 #include "DenseFileWriter.h"
@@ -15,7 +15,6 @@
 #include "KVOSrvSparseMatrix.h"
 #include "KVOSrvUtilities.h"
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -205,25 +204,21 @@ void AddDatabaseCommands(CLI::App& app, Command& chosen)
         bool json = false;
     };
     auto const options = std::make_shared<Options>();
-    CLI::App* const database = app.add_subcommand("db", "What a simulation database holds");
-    database->require_subcommand(1);
-    CLI::App* const list = database->add_subcommand("ls", "The matrices in a database");
-    list->footer(kListFooter);
-    list->add_option("FILE", options->file, "Database")->required();
-    list->add_flag("--json", options->json, "Print one JSON object");
-    list->callback([options, &chosen] { chosen = [options] { RunList(options->file, options->json); }; });
+    CLI::App& database = AddGroup(app, "db", "What a simulation database holds");
+    CLI::App& list = AddCommand(database, "ls", "The matrices in a database", kListFooter);
+    AddRequired(list, "FILE", options->file, "Database");
+    AddFlag(list, "--json", options->json, "Print one JSON object");
+    SetWork(list, chosen, [options] { RunList(options->file, options->json); });
 
-    CLI::App* const check = database->add_subcommand("check", "Whether a database is damaged");
-    check->footer(kCheckFooter);
-    check->add_option("FILE", options->file, "Database")->required();
-    check->add_flag("--json", options->json, "Print one JSON object");
-    check->callback([options, &chosen] { chosen = [options] { RunCheck(options->file, options->json); }; });
+    CLI::App& check = AddCommand(database, "check", "Whether a database is damaged", kCheckFooter);
+    AddRequired(check, "FILE", options->file, "Database");
+    AddFlag(check, "--json", options->json, "Print one JSON object");
+    SetWork(check, chosen, [options] { RunCheck(options->file, options->json); });
 
-    CLI::App* const take = database->add_subcommand("export", "A matrix of a database as a file");
-    take->footer(kExportFooter);
-    take->add_option("FILE", options->file, "Database")->required();
-    take->add_option("ID", options->id, "Number of the matrix, as db ls shows it")->required();
-    take->add_option("OUT", options->output, "Matrix file to write")->required();
-    take->add_option("--format", options->format, "Format of OUT, when its ending does not tell it (see convert --help)");
-    take->callback([options, &chosen] { chosen = [options] { RunExport(options->file, options->id, options->output, options->format); }; });
+    CLI::App& take = AddCommand(database, "export", "A matrix of a database as a file", kExportFooter);
+    AddRequired(take, "FILE", options->file, "Database");
+    AddRequired(take, "ID", options->id, "Number of the matrix, as db ls shows it");
+    AddRequired(take, "OUT", options->output, "Matrix file to write");
+    AddOption(take, "--format", options->format, "Format of OUT, when its ending does not tell it (see convert --help)");
+    SetWork(take, chosen, [options] { RunExport(options->file, options->id, options->output, options->format); });
 }

@@ -1,9 +1,8 @@
-#include "Commands.h"
+#include "CommandLine.h"
 
 #include "MatrixFacts.h"
 #include "MatrixName.h"
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <cmath>
@@ -81,15 +80,12 @@ void AddInfoCommand(CLI::App& app, Command& chosen)
         bool json = false;
     };
     auto const options = std::make_shared<Options>();
-    CLI::App* const info = app.add_subcommand("info", "What a matrix is like");
-    info->footer(kFooter);
-    info->add_option("FILE", options->file, "Matrix file or FILE.sim:ID")->required();
-    info->add_option("--format", options->format, "Format of FILE, when its ending does not tell it (see convert --help)");
-    info->add_flag("--json", options->json, "Print one JSON object");
-    info->callback([options, &chosen] {
-        chosen = [options] {
-            MatrixName const name = ParseMatrixName(options->file, options->format, true);
-            (options->json ? PrintJson : PrintText)(options->file, Examine(name));
-        };
+    CLI::App& info = AddCommand(app, "info", "What a matrix is like", kFooter);
+    AddRequired(info, "FILE", options->file, "Matrix file or FILE.sim:ID");
+    AddOption(info, "--format", options->format, "Format of FILE, when its ending does not tell it (see convert --help)");
+    AddFlag(info, "--json", options->json, "Print one JSON object");
+    SetWork(info, chosen, [options] {
+        MatrixName const name = ParseMatrixName(options->file, options->format, true);
+        (options->json ? PrintJson : PrintText)(options->file, Examine(name));
     });
 }

@@ -1,4 +1,4 @@
-#include "Commands.h"
+#include "CommandLine.h"
 
 #include "ConvergencePicture.h"
 #include "Database.h"
@@ -19,8 +19,6 @@
 #include "KVOSrvMatrix.h"
 #include "KVOSrvSparseMatrix.h"
 #include "KVOSrvUtilities.h"
-
-#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <chrono>
@@ -55,7 +53,6 @@ struct Options {
     std::string reference;
     bool checksums = false;
     bool json = false;
-    double shift = 0.0;
     SubspaceSettings settings;
 };
 
@@ -167,25 +164,18 @@ void RunModes(Options const& options)
 void AddModesCommand(CLI::App& app, Command& chosen)
 {
     auto const options = std::make_shared<Options>();
-    CLI::App* const modes = app.add_subcommand("modes", "The lowest natural frequencies and modes of a stiffness and mass pair");
-    modes->footer(kFooter);
-    modes->add_option("K", options->stiffness, "Stiffness matrix: a matrix file or FILE.sim:ID")->required();
-    modes->add_option("M", options->mass, "Mass matrix")->required();
-    modes->add_option("-n,--count", options->settings.count, "Number of modes (10)")->check(RequireAtLeastOne);
-    modes->add_option("-o,--output", options->output, "Database to write (K's name with -modes.sim)")->check(RequireName);
-    modes->add_option("--picture", options->picture, "Draw the convergence into this PNG file")->check(RequireName);
-    modes
-        ->add_option("--reference", options->reference,
-                     "File of \"lambda frequency\" lines; fail where a frequency differs by 1e-8 relatively")
-        ->check(RequireName);
-    CLI::Option const* const shift = modes->add_option("--shift", options->shift, "Begin with K + shift M instead of K");
-    modes->add_option("--scratch", options->scratch, "Folder for scratch files (that of the output)")->check(RequireName);
-    modes->add_option("--format", options->format, "Format of K and M, when their endings do not tell it (see convert --help)");
-    modes->add_flag("--checksums", options->checksums, "Keep checksums of the modes' values, for db check");
-    modes->add_flag("--json", options->json, "Print one JSON object");
-    modes->callback([options, shift, &chosen] {
-        if (shift->count() > 0)
-            options->settings.shift = options->shift;
-        chosen = [options] { RunModes(*options); };
-    });
+    CLI::App& modes = AddCommand(app, "modes", "The lowest natural frequencies and modes of a stiffness and mass pair", kFooter);
+    AddRequired(modes, "K", options->stiffness, "Stiffness matrix: a matrix file or FILE.sim:ID");
+    AddRequired(modes, "M", options->mass, "Mass matrix");
+    AddOption(modes, "-n,--count", options->settings.count, "Number of modes (10)", RequireAtLeastOne);
+    AddOption(modes, "-o,--output", options->output, "Database to write (K's name with -modes.sim)", RequireName);
+    AddOption(modes, "--picture", options->picture, "Draw the convergence into this PNG file", RequireName);
+    AddOption(modes, "--reference", options->reference,
+              "File of \"lambda frequency\" lines; fail where a frequency differs by 1e-8 relatively", RequireName);
+    AddOption(modes, "--shift", options->settings.shift, "Begin with K + shift M instead of K");
+    AddOption(modes, "--scratch", options->scratch, "Folder for scratch files (that of the output)", RequireName);
+    AddOption(modes, "--format", options->format, "Format of K and M, when their endings do not tell it (see convert --help)");
+    AddFlag(modes, "--checksums", options->checksums, "Keep checksums of the modes' values, for db check");
+    AddFlag(modes, "--json", options->json, "Print one JSON object");
+    SetWork(modes, chosen, [options] { RunModes(*options); });
 }

@@ -1,4 +1,4 @@
-#include "Commands.h"
+#include "CommandLine.h"
 
 #include "DenseOperand.h"
 #include "Errors.h"
@@ -13,7 +13,6 @@
 
 #include "KVOSrvSparseMatrix.h"
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -164,13 +163,13 @@ void RunGemm(Options const& options)
 
 void AddProductOptions(CLI::App& command, Options& options)
 {
-    command.add_option("-o,--output", options.output, "Database to write")->required()->check(RequireName);
-    command.add_flag("-t,--transpose", options.transpose, "Multiply by the transposed first operand");
-    command.add_option("--repeat", options.repeat, "Multiply so often; the fastest counts (1)")->check(RequireAtLeastOne);
-    command.add_option("--scratch", options.scratch, "Folder for scratch files (that of the output)")->check(RequireName);
-    command.add_option("--format", options.format, "Format of the operands, when their endings do not tell it (see convert --help)");
-    command.add_flag("--checksums", options.checksums, "Keep checksums of the product's values, for db check");
-    command.add_flag("--json", options.json, "Print one JSON object");
+    AddRequired(command, "-o,--output", options.output, "Database to write", RequireName);
+    AddFlag(command, "-t,--transpose", options.transpose, "Multiply by the transposed first operand");
+    AddOption(command, "--repeat", options.repeat, "Multiply so often; the fastest counts (1)", RequireAtLeastOne);
+    AddOption(command, "--scratch", options.scratch, "Folder for scratch files (that of the output)", RequireName);
+    AddOption(command, "--format", options.format, "Format of the operands, when their endings do not tell it (see convert --help)");
+    AddFlag(command, "--checksums", options.checksums, "Keep checksums of the product's values, for db check");
+    AddFlag(command, "--json", options.json, "Print one JSON object");
 }
 
 } // namespace
@@ -178,17 +177,16 @@ void AddProductOptions(CLI::App& command, Options& options)
 void AddProductCommands(CLI::App& app, Command& chosen)
 {
     auto const options = std::make_shared<Options>();
-    CLI::App* const sparse = app.add_subcommand("sparse-times-dense", "The product of a sparse and a stored dense matrix, and its rate");
-    sparse->footer(kSparseFooter);
-    sparse->add_option("S", options->left, "Sparse matrix: a matrix file or FILE.sim:ID")->required();
-    sparse->add_option("X", options->right, "Dense matrix")->required();
-    AddProductOptions(*sparse, *options);
-    sparse->callback([options, &chosen] { chosen = [options] { RunSparseTimesDense(*options); }; });
+    CLI::App& sparse =
+        AddCommand(app, "sparse-times-dense", "The product of a sparse and a stored dense matrix, and its rate", kSparseFooter);
+    AddRequired(sparse, "S", options->left, "Sparse matrix: a matrix file or FILE.sim:ID");
+    AddRequired(sparse, "X", options->right, "Dense matrix");
+    AddProductOptions(sparse, *options);
+    SetWork(sparse, chosen, [options] { RunSparseTimesDense(*options); });
 
-    CLI::App* const gemm = app.add_subcommand("gemm", "The product of two stored dense matrices, and its rate");
-    gemm->footer(kGemmFooter);
-    gemm->add_option("A", options->left, "Dense matrix: FILE.sim:ID or a matrix file")->required();
-    gemm->add_option("B", options->right, "Dense matrix")->required();
-    AddProductOptions(*gemm, *options);
-    gemm->callback([options, &chosen] { chosen = [options] { RunGemm(*options); }; });
+    CLI::App& gemm = AddCommand(app, "gemm", "The product of two stored dense matrices, and its rate", kGemmFooter);
+    AddRequired(gemm, "A", options->left, "Dense matrix: FILE.sim:ID or a matrix file");
+    AddRequired(gemm, "B", options->right, "Dense matrix");
+    AddProductOptions(gemm, *options);
+    SetWork(gemm, chosen, [options] { RunGemm(*options); });
 }

@@ -1,4 +1,4 @@
-#include "Commands.h"
+#include "CommandLine.h"
 
 #include "Canvas.h"
 #include "Errors.h"
@@ -8,8 +8,6 @@
 #include "SparseStructure.h"
 
 #include "KVOSrvSparseMatrix.h"
-
-#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -133,22 +131,19 @@ void AddSpyCommand(CLI::App& app, Command& chosen)
         int pixels = 800;
     };
     auto const options = std::make_shared<Options>();
-    CLI::App* const spy = app.add_subcommand("spy", "A picture of where a sparse matrix has entries");
-    spy->footer(kFooter);
-    spy->add_option("FILE", options->file, "Matrix file or FILE.sim:ID")->required();
-    spy->add_option("-o,--output", options->output, "PNG file to write")->required();
-    spy->add_option("--pixels", options->pixels, "Length of the longer side (800)")->check(CLI::Range(50, 8000));
-    spy->add_option("--format", options->format, "Format of FILE, when its ending does not tell it (see convert --help)");
-    spy->callback([options, &chosen] {
-        chosen = [options] {
-            MatrixName const name = ParseMatrixName(options->file, options->format, true);
-            RequireSeparateFiles({options->output}, {name.path});
-            OutputFile file(options->output);
-            SparseStructure const matrix(*ReadMatrix(name));
-            Draw(matrix, options->pixels, file);
-            file.Commit();
-            std::printf("%s: %d x %d, %lld entries\n", options->output.c_str(), matrix.Rows(), matrix.Columns(),
-                        static_cast<long long>(matrix.Entries()));
-        };
+    CLI::App& spy = AddCommand(app, "spy", "A picture of where a sparse matrix has entries", kFooter);
+    AddRequired(spy, "FILE", options->file, "Matrix file or FILE.sim:ID");
+    AddRequired(spy, "-o,--output", options->output, "PNG file to write");
+    AddOption(spy, "--pixels", options->pixels, "Length of the longer side (800)", 50, 8000);
+    AddOption(spy, "--format", options->format, "Format of FILE, when its ending does not tell it (see convert --help)");
+    SetWork(spy, chosen, [options] {
+        MatrixName const name = ParseMatrixName(options->file, options->format, true);
+        RequireSeparateFiles({options->output}, {name.path});
+        OutputFile file(options->output);
+        SparseStructure const matrix(*ReadMatrix(name));
+        Draw(matrix, options->pixels, file);
+        file.Commit();
+        std::printf("%s: %d x %d, %lld entries\n", options->output.c_str(), matrix.Rows(), matrix.Columns(),
+                    static_cast<long long>(matrix.Entries()));
     });
 }

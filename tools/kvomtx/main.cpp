@@ -1,4 +1,4 @@
-#include "Commands.h"
+#include "CommandLine.h"
 #include "Database.h"
 #include "Errors.h"
 #include "Interrupt.h"
@@ -7,8 +7,6 @@
 #include "KVOMtxLinearAlgebra.h"
 #include "KVOSimException.h"
 #include "KVOSrvMtxExceptions.h"
-
-#include <CLI/CLI.hpp>
 
 #include <cctype>
 #include <cerrno>
@@ -156,17 +154,6 @@ int Guarded(Work const& work)
     }
 }
 
-// A misspelt command is an argument too many for the parser, and a missing command.
-std::string Explain(CLI::App const& app, CLI::ParseError const& error, char const* const* words)
-{
-    CLI::App const* last = &app;
-    for (; !last->get_subcommands().empty(); last = last->get_subcommands().front())
-        ++words;
-    if (last->get_require_subcommand_min() > 0 && *words != nullptr && **words != '-' && **words != '\0')
-        return std::string("\"") + *words + "\" is no command" + (last == &app ? "" : " of " + last->get_name());
-    return error.what();
-}
-
 // A file that is opened later must not become a standard stream that the caller has closed: what is printed would go into it.
 void OccupyStandardStreams()
 {
@@ -178,27 +165,15 @@ void OccupyStandardStreams()
 int Main(int argc, char** argv)
 {
     WatchSignals();
-    Command command;
-    CLI::App app(kDescription, "kvomtx");
-    app.footer(kFooter);
-    app.set_version_flag("--version", "kvomtx " KVO_VERSION);
-    app.require_subcommand(1);
-    AddModesCommand(app, command);
-    AddBrickCommand(app, command);
-    AddInfoCommand(app, command);
-    AddConvertCommand(app, command);
-    AddSpyCommand(app, command);
-    AddDatabaseCommands(app, command);
-    AddProductCommands(app, command);
-    try {
-        app.parse(argc, argv);
-    } catch (CLI::ParseError const& error) {
-        if (error.get_exit_code() == 0) { // help and version
-            RunWithLibrary([&] { app.exit(error); });
-            return static_cast<int>(ExitCode::kDone);
-        }
-        return Report(ExitCode::kUsage, Explain(app, error, argv + 1) + "; kvomtx --help, or --help after the command, shows how");
-    }
+    Command const command = ParseCommandLine(argc, argv, kDescription, kFooter, [](CLI::App& app, Command& chosen) {
+        AddModesCommand(app, chosen);
+        AddBrickCommand(app, chosen);
+        AddInfoCommand(app, chosen);
+        AddConvertCommand(app, chosen);
+        AddSpyCommand(app, chosen);
+        AddDatabaseCommands(app, chosen);
+        AddProductCommands(app, chosen);
+    });
     RunWithLibrary(command);
     return static_cast<int>(ExitCode::kDone);
 }
