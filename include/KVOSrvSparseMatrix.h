@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <span>
 
 class KVOFsmSystemDofDefinition;
 class KVOSrvDenseMatrix;
@@ -113,7 +114,9 @@ public:
     /// After either the matrix is as it was, the pending entries included.
     /// @complexity O(entries + rows + columns). Memory at its peak: 32 bytes an added entry, the 16 of the pending one included, and 4
     /// bytes a row for the row starts, which stay; a matrix as wide as it has entries, or of a few rows only, takes up to 40 bytes an
-    /// entry. What stays is 12 bytes a stored entry and the row starts
+    /// entry. What stays is 12 bytes a stored entry and the row starts.
+    /// Where the host lends threads (KVOSrvParallel) the entries are sorted in parts, one for each, and the pending entries stay to the
+    /// end; each thread takes the memory of a bucket and, where the matrix has fewer columns than entries, 8 bytes a column
     void EndAssembly();
 
     // ---- products
@@ -193,6 +196,8 @@ public:
     /// @throws KVOSrvMtxUnsupportedImpFmt for another format (the matrix is then marked assembled) and for malformed content
     /// @throws KVOSrvMtxOpenFileException with the path
     /// After either of the two last the matrix is as it was.
+    /// Where the host lends threads (KVOSrvParallel) format 3 is read in parts, cut at ends of lines; anew in one part where that cuts a
+    /// record, which may stand on several lines.
     void Import(char const* path, int format);
 
     /// Writes a file of format 3, 4, 5, 6 or 7.
@@ -256,10 +261,12 @@ private:
     /// Takes over assembled rows of full storage. The pending entries are dropped.
     void TakeRows(KVOSrvSparseSupport::SparseRows& rows, int nonzeroCount) noexcept;
 
-    /// Replaces the content by `count` unordered entries of a matrix of rows x columns, duplicates summed; full storage, assembled.
-    /// Pending entries are dropped.
+    using Entries = std::span<KVOSrvSparseMatrixEntry const>;
+
+    /// Replaces the content by unordered entries of a matrix of rows x columns, at most INT_MAX in all blocks, duplicates summed; full
+    /// storage, assembled. Pending entries are dropped.
     /// @throws KVOSrvMtxIllegalInput "ResetData" when a size is negative or an entry lies outside, mem_OutOfMemory; nothing is changed then
-    void ResetData(KVOSrvSparseMatrixEntry const* entries, int count, int rows, int columns);
+    void ResetData(std::span<Entries const> blocks, int rows, int columns);
 
     void MultiplyHalf(double const* x, int nvec, double* y) const;
 

@@ -34,7 +34,8 @@ private:
     static void Replace(KVOSrvSparseMatrix& matrix, KVOSrvSparseMatrix& content) noexcept;
     static void ReadHalfStored(InputFile& file, KVOSrvSparseMatrix& matrix, int n, int offDiagonals, std::int64_t items,
                                std::int64_t chunkLength);
-    static void TakeAscendingEntries(KVOSrvSparseMatrix& matrix, KVOSrvSparseMatrixEntry const* entries, int count, int rows, int columns);
+    static void TakeAscendingEntries(KVOSrvSparseMatrix& matrix, std::span<KVOSrvSparseMatrix::Entries const> blocks, int rows,
+                                     int columns);
     static void AssembleFull(KVOSrvSparseMatrix& matrix, KVOSrvSparseMatrix const& half);
 
     /// The stored entries row by row, also of a matrix that has no row starts and therefore none.

@@ -298,7 +298,7 @@ void KVOSrvSparseImExPorter::ImportDense(KVOSrvSparseMatrix& matrix, char const*
         KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
 
     if (elements == 0)
-        return matrix.ResetData(nullptr, 0, header.rows, header.columns);
+        return matrix.ResetData({}, header.rows, header.columns);
 
     std::int64_t const panelColumns = PanelColumns(rows), panelsAtOnce = std::max<std::int64_t>(1, kWindow / (panelColumns * rows));
     std::int64_t const columnsAtOnce = std::min(columns, panelsAtOnce * panelColumns);

@@ -4,11 +4,14 @@
 #include "MatrixFiles.h"
 #include "MatrixText.h"
 #include "SparseRows.h"
+#include "mem_Vector.h"
+#include "tasks.h"
 
 #include <algorithm>
 #include <climits>
 #include <cstring>
 #include <memory>
+#include <span>
 #include <utility>
 
 using KVOSrvSparseSupport::AllocateArray;
@@ -18,12 +21,20 @@ namespace
 
 constexpr char kSource[] = "mtx/impl/KVOSrvSparseImExPorterTextImport";
 
-/// A text file in windows that end in white space, so that every token that begins in a window also ends there.
+/// Bytes of a file.
+struct Part {
+    std::int64_t begin;
+    std::int64_t end; // behind that of the file where it goes on to whatever comes
+    std::int64_t BytesOf(InputFile const& file) const noexcept { return std::min(end, file.Size()) - begin; }
+};
+
+/// A part of a text file in windows that end in white space, so that every token that begins in a window also ends there.
 class TextWindow
 {
 public:
-    explicit TextWindow(InputFile& file)
-        : m_file(file), m_capacity(static_cast<std::size_t>(std::clamp(file.Size() + 2, kSmallest, kLargest))), m_text(Allocate(m_capacity))
+    TextWindow(InputFile const& file, Part const& part)
+        : m_file(file), m_next(part.begin), m_end(part.end),
+          m_capacity(static_cast<std::size_t>(std::clamp(part.BytesOf(file) + 2, kSmallest, kLargest))), m_text(Allocate(m_capacity))
     {
     }
 
@@ -38,7 +49,10 @@ public:
             return false;
         Keep(rest);
         std::size_t const room = m_capacity - 1 - m_used;
-        std::size_t const got = m_file.Read(m_text.get() + m_used, room);
+        std::size_t const got =
+            m_file.ReadAt(m_next, m_text.get() + m_used,
+                          static_cast<std::size_t>(std::min<std::int64_t>(static_cast<std::int64_t>(room), m_end - m_next)));
+        m_next += static_cast<std::int64_t>(got);
         m_used += got;
         m_last = got < room;
         if (m_last)
@@ -71,7 +85,9 @@ private:
         m_used = used;
     }
 
-    InputFile& m_file;
+    InputFile const& m_file;
+    std::int64_t m_next;
+    std::int64_t m_end;
     std::size_t m_capacity;
     Text m_text;
     std::size_t m_used = 0;
@@ -87,15 +103,17 @@ char* SkipSpace(char* text, char const* end)
 }
 
 struct Triplets {
-    explicit Triplets(std::int64_t fileSize) : entries(fileSize) {}
+    explicit Triplets(std::int64_t bytes) : entries(bytes) {}
 
+    enum class Found { kRecords, kPartOfRecord, kNoRecords };
+    Found Read(InputFile const& file, Part const& part);
     char* ReadRecords(char* text, char const* end);
 
     MatrixEntryStore<KVOSrvSparseMatrixEntry> entries;
     int rows = 0;
     int columns = 0;
     bool ascend = true; // row by row, each row's columns strictly, as an export writes them
-    std::uint64_t lastPlace = 0;
+    std::uint64_t firstPlace = 0, lastPlace = 0;
 };
 
 // Reads the records of [text, end). The result is the begin of a record that is not complete there, else `end`, or null when a token is
@@ -121,55 +139,158 @@ char* Triplets::ReadRecords(char* text, char const* end)
         std::uint64_t const place = (static_cast<std::uint64_t>(row) << 32) + static_cast<unsigned>(column);
         ascend &= place > lastPlace;
         lastPlace = place;
+        firstPlace = firstPlace == 0 ? place : firstPlace;
         rows = std::max(rows, row);
         columns = std::max(columns, column);
         entries.Append({static_cast<unsigned>(row - 1), static_cast<unsigned>(column - 1), value});
     }
 }
 
+// @return kPartOfRecord when the part ends in the middle of a record, kNoRecords when a token is no number of its kind or there are more
+// than INT_MAX records
+Triplets::Found Triplets::Read(InputFile const& file, Part const& part)
+{
+    constexpr std::int64_t kShortestRecord = 6; // three digits, each with a white space behind it
+
+    TextWindow text(file, part);
+    std::int64_t consumed = 0;
+    for (char* rest = text.Begin(); text.Next(rest);) {
+        std::int64_t const window = text.End() - text.Begin();
+        entries.Reserve(window / kShortestRecord, consumed);
+        rest = ReadRecords(text.Begin(), text.End());
+        if (rest == nullptr || entries.Count() > INT_MAX)
+            return Found::kNoRecords;
+        if (text.IsLast() && rest != text.End())
+            return Found::kPartOfRecord;
+        consumed += rest - text.Begin();
+    }
+    return Found::kRecords;
+}
+
+// Cuts a file behind ends of lines, where records end as a rule.
+class TextParts
+{
+public:
+    TextParts(InputFile const& file, int parts) : m_parts(parts)
+    {
+        m_begin[0] = 0;
+        for (int part = 1; part < parts; ++part)
+            m_begin[part] = std::max(BehindLine(file, blac::PieceBegin(file.Size(), parts, part)), m_begin[part - 1]);
+        m_begin[parts] = INT64_MAX; // the last part goes on to the end of what there is
+    }
+    int Count() const noexcept { return m_parts; }
+    Part operator[](int part) const noexcept { return {m_begin[part], m_begin[part + 1]}; }
+
+private:
+    static std::int64_t BehindLine(InputFile const& file, std::int64_t place)
+    {
+        char text[1024];
+        for (std::size_t got; (got = file.ReadAt(place, text, sizeof text)) > 0; place += static_cast<std::int64_t>(got))
+            if (char const* const end = static_cast<char const*>(std::memchr(text, '\n', got)))
+                return place + (end + 1 - text);
+        return place;
+    }
+
+    int m_parts;
+    std::int64_t m_begin[blac::kMostTasks + 1];
+};
+
+// Reads a file in parts, in tasks. False when a record was cut: those behind it were not read right.
+// @throws KVOSrvMtxUnsupportedImpFmt unless all in front of such a record is sound
+bool ReadParts(InputFile const& file, TextParts const& parts, mem_Vector<Triplets>& triplets)
+{
+    triplets.reserve(static_cast<std::size_t>(parts.Count()));
+    for (int part = 0; part < parts.Count(); ++part)
+        triplets.emplace_back(parts[part].BytesOf(file));
+    Triplets::Found found[blac::kMostTasks];
+    blac::InTasks(parts.Count(), [&](int part) { found[part] = triplets[static_cast<std::size_t>(part)].Read(file, parts[part]); });
+    Triplets::Found* const end = found + parts.Count();
+    Triplets::Found const* const wrong = std::find_if(found, end, [](Triplets::Found one) { return one != Triplets::Found::kRecords; });
+    if (wrong == end)
+        return true;
+    if (*wrong == Triplets::Found::kNoRecords || wrong + 1 == end)
+        KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
+    return false;
+}
+
+mem_Vector<Triplets> ReadTriplets(char const* path)
+{
+    constexpr std::int64_t kLeastBytes = 1 << 18; // what takes a task some hundred microseconds
+
+    InputFile const file(path);
+    mem_Vector<Triplets> triplets;
+    if (!ReadParts(file, TextParts(file, blac::PiecesFor(file.Size(), kLeastBytes)), triplets)) {
+        triplets.clear();
+        ReadParts(file, TextParts(file, 1), triplets);
+    }
+    return triplets;
+}
+
+bool Ascend(mem_Vector<Triplets> const& parts)
+{
+    std::uint64_t before = 0;
+    for (Triplets const& part : parts) {
+        if (part.entries.Count() == 0)
+            continue;
+        if (!part.ascend || part.firstPlace <= before)
+            return false;
+        before = part.lastPlace;
+    }
+    return true;
+}
+
 } // namespace
 
 // What ResetData() makes of entries that ascend, without its copy of them and its sort.
-void KVOSrvSparseImExPorter::TakeAscendingEntries(KVOSrvSparseMatrix& matrix, KVOSrvSparseMatrixEntry const* entries, int count, int rows,
+void KVOSrvSparseImExPorter::TakeAscendingEntries(KVOSrvSparseMatrix& matrix, std::span<KVOSrvSparseMatrix::Entries const> blocks, int rows,
                                                   int columns)
 {
+    // Of each block the number of its first entry and the row behind that of the entry before.
+    struct Start {
+        std::int64_t entry, row;
+    };
+    mem_Vector<Start> starts;
+    Start next{0, 0};
+    for (KVOSrvSparseMatrix::Entries const& block : blocks) {
+        starts.push_back(next);
+        if (!block.empty())
+            next = {next.entry + std::ssize(block), std::int64_t{block.back().row} + 1};
+    }
     matrix.m_rowStart = AllocateArray<unsigned>(std::int64_t{rows} + 1);
-    matrix.m_columnIndices = AllocateArray<int>(count);
-    matrix.m_values = AllocateArray<double>(count);
-    matrix.m_nonzeroCount = count;
+    matrix.m_columnIndices = AllocateArray<int>(next.entry);
+    matrix.m_values = AllocateArray<double>(next.entry);
+    matrix.m_nonzeroCount = static_cast<int>(next.entry);
     matrix.m_rowCount = rows;
     matrix.m_columnCount = columns;
-    int k = 0;
-    for (int row = 0; row < rows; ++row) {
-        matrix.m_rowStart[row] = static_cast<unsigned>(k);
-        for (; k < count && entries[k].row == static_cast<unsigned>(row); ++k) {
-            matrix.m_columnIndices[k] = static_cast<int>(entries[k].column);
-            matrix.m_values[k] = entries[k].value;
+    blac::InTasks(static_cast<int>(blocks.size()), [&](int number) {
+        auto [k, row] = starts[static_cast<std::size_t>(number)];
+        for (KVOSrvSparseMatrixEntry const& entry : blocks[static_cast<std::size_t>(number)]) {
+            for (; row <= entry.row; ++row)
+                matrix.m_rowStart[row] = static_cast<unsigned>(k);
+            matrix.m_columnIndices[k] = static_cast<int>(entry.column);
+            matrix.m_values[k++] = entry.value;
         }
-    }
-    matrix.m_rowStart[rows] = static_cast<unsigned>(count);
+    });
+    std::fill(matrix.m_rowStart.get() + next.row, matrix.m_rowStart.get() + rows + 1, static_cast<unsigned>(next.entry));
 }
 
 void KVOSrvSparseImExPorter::ImportTriplets(KVOSrvSparseMatrix& matrix, char const* path)
 {
-    constexpr std::int64_t kShortestRecord = 6; // three digits, each with a white space behind it
-
-    InputFile file(path);
-    TextWindow text(file);
-    Triplets triplets(file.Size());
-    std::int64_t consumed = 0;
-    for (char* rest = text.Begin(); text.Next(rest);) {
-        std::int64_t const window = text.End() - text.Begin();
-        triplets.entries.Reserve(window / kShortestRecord, consumed);
-        rest = triplets.ReadRecords(text.Begin(), text.End());
-        if (rest == nullptr || (text.IsLast() && rest != text.End()) || triplets.entries.Count() > INT_MAX)
-            KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
-        consumed += rest - text.Begin();
+    mem_Vector<Triplets> const parts = ReadTriplets(path);
+    mem_Vector<KVOSrvSparseMatrix::Entries> blocks;
+    blocks.reserve(parts.size());
+    std::int64_t count = 0;
+    int rows = 0, columns = 0;
+    for (Triplets const& part : parts) {
+        blocks.emplace_back(part.entries.Entries(), static_cast<std::size_t>(part.entries.Count()));
+        count += part.entries.Count();
+        rows = std::max(rows, part.rows);
+        columns = std::max(columns, part.columns);
     }
-    KVOSrvSparseMatrixEntry const* const entries = triplets.entries.Entries();
-    int const count = static_cast<int>(triplets.entries.Count());
-    if (triplets.ascend)
-        TakeAscendingEntries(matrix, entries, count, triplets.rows, triplets.columns);
+    if (count > INT_MAX)
+        KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
+    if (Ascend(parts))
+        TakeAscendingEntries(matrix, blocks, rows, columns);
     else
-        matrix.ResetData(entries, count, triplets.rows, triplets.columns);
+        matrix.ResetData(blocks, rows, columns);
 }

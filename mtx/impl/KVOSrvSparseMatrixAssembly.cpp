@@ -12,15 +12,12 @@ using namespace KVOSrvSparseSupport;
 namespace
 {
 
-using Entries = SparseRowBuilder::Entries;
-
-// A builder that has counted the entries, which forEachPiece hands out; rows and columns are enlarged to hold them.
-template<class ForEachPiece>
-SparseRowBuilder CountedBuilder(std::int64_t count, ForEachPiece const& forEachPiece, std::int64_t& rows, std::int64_t& columns)
+// A builder that has counted the entries; rows and columns are enlarged to hold them.
+SparseRowBuilder CountedBuilder(std::int64_t count, SparseRowBuilder::Blocks blocks, std::int64_t& rows, std::int64_t& columns)
 {
     auto const counted = [&] {
         SparseRowBuilder builder(count, rows);
-        forEachPiece([&](Entries entries) { builder.Count(entries); });
+        builder.Count(blocks);
         return builder;
     };
     SparseRowBuilder builder = counted();
@@ -67,21 +64,20 @@ void KVOSrvSparseMatrix::EndAssembly()
 {
     if (m_assembled)
         return;
-    auto const forEachBlock = [this](auto const& take) {
-        for (int block = 0; block < m_pendingEntries.BlockCount(); ++block)
-            take(m_pendingEntries.Block(block));
-    };
+    Entries blocks[decltype(m_pendingEntries)::kMaxBlocks];
+    for (int block = 0; block < m_pendingEntries.BlockCount(); ++block)
+        blocks[block] = m_pendingEntries.Block(block);
+    SparseRowBuilder::Blocks const all(blocks, static_cast<std::size_t>(m_pendingEntries.BlockCount()));
     // The entries may need more columns than there are where those were dropped since, by EliminateTrivialColumns().
     std::int64_t rows = m_rowCount, columns = m_columnCount;
-    SparseRowBuilder builder = CountedBuilder(m_pendingEntries.Size(), forEachBlock, rows, columns);
+    SparseRowBuilder builder = CountedBuilder(m_pendingEntries.Size(), all, rows, columns);
     builder.Prepare(columns);
 
-    // Nothing can fail from here on, unless it takes the sums to tell whether the entries can be numbered.
-    auto const take = [&](Entries entries) { builder.Take(entries); };
-    if (m_pendingEntries.Size() <= INT_MAX)
-        m_pendingEntries.Drain(take);
+    // Nothing can fail from here on, unless it takes the sums to tell whether the entries can be numbered, or the host's threads do.
+    if (m_pendingEntries.Size() <= INT_MAX && builder.Parts() == 1)
+        m_pendingEntries.Drain([&](Entries entries) { builder.TakeNext(entries); });
     else
-        forEachBlock(take);
+        builder.Take(all);
     std::int64_t const stored = builder.Finish();
     Require(stored <= INT_MAX, "EndAssembly", "more than 2^31 - 1 entries would be stored");
     m_rowCount = static_cast<int>(rows);
@@ -89,20 +85,23 @@ void KVOSrvSparseMatrix::EndAssembly()
     TakeRows(builder.Result(), static_cast<int>(stored));
 }
 
-void KVOSrvSparseMatrix::ResetData(KVOSrvSparseMatrixEntry const* entries, int count, int rows, int columns)
+void KVOSrvSparseMatrix::ResetData(std::span<Entries const> blocks, int rows, int columns)
 {
-    Require(count >= 0 && rows >= 0 && columns >= 0, "ResetData", "a size is negative");
-    Entries const piece(entries, static_cast<std::size_t>(count));
+    Require(rows >= 0 && columns >= 0, "ResetData", "a size is negative");
+    std::int64_t count = 0;
+    for (Entries const& block : blocks)
+        count += std::ssize(block);
     SparseRowBuilder builder(count, rows);
-    builder.Count(piece);
+    builder.Count(blocks);
     Require(builder.Rows() <= rows && builder.Columns() <= columns, "ResetData", "an entry lies outside the matrix");
     builder.Prepare(columns);
 
-    builder.Take(piece);
+    builder.Take(blocks);
+    std::int64_t const stored = builder.Finish();
     m_rowCount = rows;
     m_columnCount = columns;
     m_symmetryState = 0;
-    TakeRows(builder.Result(), static_cast<int>(builder.Finish()));
+    TakeRows(builder.Result(), static_cast<int>(stored));
 }
 
 void KVOSrvSparseMatrix::Subtract(KVOSrvSparseMatrix const& A, KVOSrvSparseMatrix const& B)
@@ -113,15 +112,12 @@ void KVOSrvSparseMatrix::Subtract(KVOSrvSparseMatrix const& A, KVOSrvSparseMatri
     int countA = 0, countB = 0;
     std::unique_ptr<KVOSrvSparseMatrixEntry[]> const a(A.GetEntries(countA)), b(B.GetEntries(countB));
     std::for_each_n(b.get(), countB, [](KVOSrvSparseMatrixEntry& entry) { entry.value = -entry.value; });
-    auto const forEachList = [&](auto const& take) {
-        take(Entries(a.get(), static_cast<std::size_t>(countA)));
-        take(Entries(b.get(), static_cast<std::size_t>(countB)));
-    };
+    Entries const lists[] = {Entries(a.get(), static_cast<std::size_t>(countA)), Entries(b.get(), static_cast<std::size_t>(countB))};
     std::int64_t rows = m_rowCount, columns = m_columnCount;
-    SparseRowBuilder builder = CountedBuilder(std::int64_t{countA} + countB, forEachList, rows, columns);
+    SparseRowBuilder builder = CountedBuilder(std::int64_t{countA} + countB, lists, rows, columns);
     builder.Prepare(columns);
 
-    forEachList([&](Entries entries) { builder.Take(entries); });
+    builder.Take(lists);
     std::int64_t const stored = builder.Finish();
     Require(stored <= INT_MAX, "Subtract", "more than 2^31 - 1 entries would be stored");
     m_rowCount = static_cast<int>(rows);

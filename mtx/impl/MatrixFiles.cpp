@@ -19,6 +19,23 @@ int OpenAtOnce(char const* path, int flags, unsigned permissions = 0)
     return path != nullptr ? open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, permissions) : -1;
 }
 
+// read(rest of the target, bytes left, bytes done) until all has come or the file has ended.
+template<class Read>
+std::size_t ReadAll(Read const& read, void* target, std::size_t bytes)
+{
+    std::size_t done = 0;
+    while (done < bytes) {
+        ssize_t const got = read(static_cast<char*>(target) + done, bytes - done, done);
+        if (got == 0)
+            break;
+        if (got > 0)
+            done += static_cast<std::size_t>(got);
+        else if (errno != EINTR)
+            KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
+    }
+    return done;
+}
+
 } // namespace
 
 InputFile::InputFile(char const* path) : m_descriptor(OpenAtOnce(path, O_RDONLY))
@@ -41,17 +58,14 @@ InputFile::~InputFile()
 
 std::size_t InputFile::Read(void* target, std::size_t bytes)
 {
-    std::size_t done = 0;
-    while (done < bytes) {
-        ssize_t const got = read(m_descriptor, static_cast<char*>(target) + done, bytes - done);
-        if (got == 0)
-            break;
-        if (got > 0)
-            done += static_cast<std::size_t>(got);
-        else if (errno != EINTR)
-            KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
-    }
-    return done;
+    return ReadAll([&](char* rest, std::size_t left, std::size_t) { return read(m_descriptor, rest, left); }, target, bytes);
+}
+
+std::size_t InputFile::ReadAt(std::int64_t place, void* target, std::size_t bytes) const
+{
+    return ReadAll([&](char* rest, std::size_t left,
+                       std::size_t done) { return pread(m_descriptor, rest, left, place + static_cast<std::int64_t>(done)); },
+                   target, bytes);
 }
 
 void InputFile::ReadExactly(void* target, std::size_t bytes)

@@ -26,6 +26,9 @@ public:
     /// @throws KVOSrvMtxUnsupportedImpFmt when the file cannot be read
     std::size_t Read(void* target, std::size_t bytes);
 
+    /// The same from a place of its own, also by several threads at once.
+    std::size_t ReadAt(std::int64_t place, void* target, std::size_t bytes) const;
+
     /// Reads `count` items of type T.
     /// @throws KVOSrvMtxUnsupportedImpFmt when the file ends before
     template<class T>

@@ -99,9 +99,11 @@ public:
         Release();
     }
 
+    /// Pieces are never more.
+    static constexpr int kMaxBlocks = 48; // 2^52 elements, more than any address space holds
+
 private:
     static constexpr int kFirstBits = 4;
-    static constexpr int kMaxBlocks = 48; // 2^52 elements, more than any address space holds
 
     static constexpr std::int64_t LengthOf(int block) noexcept { return std::int64_t{1} << (kFirstBits + block); }
     static constexpr std::int64_t FirstOf(int block) noexcept { return LengthOf(block) - LengthOf(0); }

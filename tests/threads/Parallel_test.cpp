@@ -26,7 +26,8 @@ struct Pattern {
     int rows, columns, perRow;
     int reach; // how far columns lie from the diagonal, at most
 };
-constexpr Pattern kBand{6000, 6000, 30, 200}, kScattered{5000, 7000, 40, 7000}, kTall{9000, 3000, 20, 40};
+constexpr Pattern kBand{6000, 6000, 30, 200}, kScattered{5000, 7000, 40, 7000}, kTall{9000, 3000, 20, 40}, kSmall{10, 10, 1, 2};
+constexpr Pattern kWide{200, 2'000'000'000, 600, 1000};
 
 // Entries row by row, columns in no order and some of them repeated, every 37th row without.
 std::vector<KVOSrvSparseMatrixEntry> Entries(Pattern const& pattern)
@@ -93,6 +94,65 @@ std::vector<double> ProductOfPickedRows(Pattern const& pattern, int nvec)
     return y;
 }
 
+// All that a matrix shows, as numbers.
+std::vector<double> Numbers(KVOSrvSparseMatrix const& matrix)
+{
+    int count = 0;
+    std::unique_ptr<KVOSrvSparseMatrixEntry[]> const entries(matrix.GetEntries(count));
+    std::vector<double> numbers{static_cast<double>(matrix.NumberOfRows()), static_cast<double>(matrix.NumberOfColumns())};
+    for (int k = 0; k < count; ++k)
+        for (double const number : {static_cast<double>(entries[k].row), static_cast<double>(entries[k].column), entries[k].value})
+            numbers.push_back(number);
+    return numbers;
+}
+
+std::vector<KVOSrvSparseMatrixEntry> ShuffledEntries(Pattern const& pattern)
+{
+    std::vector<KVOSrvSparseMatrixEntry> entries = Entries(pattern);
+    std::shuffle(entries.begin(), entries.end(), std::mt19937(9));
+    return entries;
+}
+
+std::vector<double> NewlyAssembled(std::vector<KVOSrvSparseMatrixEntry> const& entries, Pattern const& pattern)
+{
+    KVOSrvSparseMatrix matrix(pattern.rows, pattern.columns);
+    for (KVOSrvSparseMatrixEntry const& entry : entries)
+        matrix.AddData(entry.row, entry.column, entry.value);
+    matrix.EndAssembly();
+    return Numbers(matrix);
+}
+
+std::string TextOf(std::vector<KVOSrvSparseMatrixEntry> const& entries, char const* separator = " ")
+{
+    std::ostringstream text;
+    text.precision(17);
+    for (KVOSrvSparseMatrixEntry const& entry : entries)
+        text << entry.row + 1 << ' ' << entry.column + 1 << separator << entry.value << '\n';
+    return text.str();
+}
+
+class TextFile
+{
+public:
+    explicit TextFile(std::string const& text) { WriteFile(m_path, text); }
+    void ImportInto(KVOSrvSparseMatrix& matrix) const { matrix.Import(m_path.c_str(), 3); }
+    std::vector<double> Imported() const
+    {
+        KVOSrvSparseMatrix matrix(0, 0);
+        ImportInto(matrix);
+        return Numbers(matrix);
+    }
+
+private:
+    TemporaryFolder const m_folder{FolderWithoutDisk()};
+    std::string const m_path = m_folder / "matrix";
+};
+
+auto ImportOf(std::string const& text)
+{
+    return [file = std::make_shared<TextFile const>(text)] { return file->Imported(); };
+}
+
 struct Case {
     char const* name;
     std::function<std::function<std::vector<double>()>()> prepare; // what it returns is run with and without threads
@@ -126,6 +186,14 @@ std::vector<Case> const& Cases()
                  return all;
              };
          }},
+        {"Assembly", [] { return [entries = ShuffledEntries(kBand)] { return NewlyAssembled(entries, kBand); }; }},
+        {"AssemblyOfMoreColumnsThanEntries", [] { return [entries = ShuffledEntries(kWide)] { return NewlyAssembled(entries, kWide); }; }},
+        {"TextImport",
+         [] {
+             return ImportOf(TextOf(Entries({6000, 50'000'000, 30, 0})));
+         }},
+        {"TextImportOfShuffledEntries", [] { return ImportOf(TextOf(ShuffledEntries(kTall))); }},
+        {"TextImportOfRecordsOnTwoLines", [] { return ImportOf(TextOf(ShuffledEntries(kTall), "\n")); }},
         {"ProductsOfPickedRows", [] { return [] { return ProductOfPickedRows(kBand, 18); }; }},
     };
     return s_cases;
@@ -221,6 +289,27 @@ TEST_F(Parallel, RefusesHostsThatDoNotRunEachTaskOnce)
     }
     EXPECT_EQ(y, m_expected);
     s_late.clear();
+}
+
+// The operation's own exception, and its matrix as it was.
+TEST_F(Parallel, OperationsThatFailInTasksLeaveWhatTheyFound)
+{
+    std::string text = TextOf(Entries(kBand));
+    TextFile const sound(text);
+    text[text.size() / 3] = 'x';
+    TextFile const malformed(text), cutOff(text.substr(0, text.size() / 4) + " 17");
+    std::vector<double> const before = Numbers(*m_matrix);
+
+    ShuffledThreads host(3);
+    KVOSrvParallel const parallel(ShuffledThreads::Run, &host, 3);
+    for (TextFile const* const file : {&malformed, &cutOff})
+        EXPECT_THROW(file->ImportInto(*m_matrix), KVOSrvMtxUnsupportedImpFmt);
+    std::vector<double> const small = Numbers(*Assembled(kSmall));
+    int const failures = FailEach(
+        Allocations(), [] { return Assembled(kSmall); }, [&](auto const& matrix) { sound.ImportInto(*matrix); },
+        [&](auto const& matrix, bool threw) { EXPECT_EQ(Numbers(*matrix) == small, threw); });
+    EXPECT_GT(failures, 20) << "few of them in tasks";
+    EXPECT_EQ(Numbers(*m_matrix), before);
 }
 
 TEST_F(Parallel, ThrowsOnWhatTheHostThrows)

@@ -1,0 +1,147 @@
+// Operations with the threads that a host lends, beside the same operations without, in turns. Counters, medians over the pairs:
+//
+//   speedup   time without over time with
+//   bound     the same of what limits operations on large arrays: one resp. all threads read an array of 256 MiB
+//
+// KVO_BENCH_THREADS says how many threads, 2 by default. For products of dense matrices the provider is to run serially.
+
+#include "BenchmarkFolder.h"
+#include "BrickModel.h"
+#include "KVOSrvParallel.h"
+#include "KVOSrvSparseMatrix.h"
+#include "ParallelThreads.h"
+
+#include <algorithm>
+#include <benchmark/benchmark.h>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+ParallelThreads& Threads()
+{
+    static char const* const s_asked = std::getenv("KVO_BENCH_THREADS");
+    static ParallelThreads s_threads(s_asked != nullptr ? std::atoi(s_asked) : 2);
+    return s_threads;
+}
+
+double Seconds(std::function<void()> const& run)
+{
+    auto const start = std::chrono::steady_clock::now();
+    run();
+    benchmark::ClobberMemory();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+double SecondsInParallel(std::function<void()> const& run)
+{
+    KVOSrvParallel const parallel(ParallelThreads::Run, &Threads(), Threads().Count());
+    return Seconds(run);
+}
+
+double Median(std::vector<double> values)
+{
+    auto const middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+// Reads an array, in as many parts as there are threads.
+void ReadArray(int parts)
+{
+    static std::vector<std::uint64_t> const s_array(std::size_t{1} << 25, 1);
+    struct Read {
+        int parts;
+        static void Part(void* data, int part)
+        {
+            std::size_t const length = s_array.size() / static_cast<std::size_t>(static_cast<Read*>(data)->parts);
+            std::uint64_t const* const first = s_array.data() + length * static_cast<std::size_t>(part);
+            std::uint64_t sums[8] = {};
+            for (std::size_t k = 0; k + 8 <= length; k += 8)
+                for (std::size_t lane = 0; lane < 8; ++lane)
+                    sums[lane] += first[k + lane];
+            benchmark::DoNotOptimize(sums);
+        }
+    } read{parts};
+    if (parts == 1)
+        Read::Part(&read, 0);
+    else
+        ParallelThreads::Run(&Threads(), parts, Read::Part, &read);
+}
+
+// `prepare` comes before each run and is not timed.
+void Compare(
+    benchmark::State& state, std::function<void()> const& run, std::function<void()> const& prepare = [] {})
+{
+    std::vector<double> speedups, bounds, serials;
+    prepare();
+    SecondsInParallel(run); // threads and memory are there
+    for (auto _ : state) {
+        prepare();
+        serials.push_back(Seconds(run));
+        prepare();
+        double const parallel = SecondsInParallel(run);
+        state.SetIterationTime(parallel);
+        speedups.push_back(serials.back() / parallel);
+        double const read = Seconds([] { ReadArray(1); });
+        bounds.push_back(read / Seconds([] { ReadArray(Threads().Count()); }));
+    }
+    state.counters["speedup"] = Median(speedups);
+    state.counters["bound"] = Median(bounds);
+    state.counters["serial_ms"] = 1e3 * Median(serials);
+}
+
+std::vector<double> RandomNumbers(std::size_t count)
+{
+    std::mt19937_64 random(1);
+    std::vector<double> numbers(count);
+    std::generate(numbers.begin(), numbers.end(), [&] { return std::uniform_real_distribution<>(-1.0, 1.0)(random); });
+    return numbers;
+}
+
+// A block of bricks of 192 000 rows, 14.6 million entries.
+KVOSrvSparseMatrix const& Brick()
+{
+    static std::unique_ptr<KVOSrvSparseMatrix> const s_matrix = [] {
+        BrickRows const rows = BrickModel(39, 39, 39).Assembled();
+        auto matrix = std::make_unique<KVOSrvSparseMatrix>(rows.rows, rows.rows);
+        for (int i = 0; i < rows.rows; ++i)
+            for (int k = rows.start[static_cast<std::size_t>(i)]; k < rows.start[static_cast<std::size_t>(i) + 1]; ++k)
+                matrix->AddData(static_cast<unsigned>(i), static_cast<unsigned>(rows.columns[static_cast<std::size_t>(k)]),
+                                rows.values[static_cast<std::size_t>(k)] / 3);
+        matrix->EndAssembly();
+        return matrix;
+    }();
+    return *s_matrix;
+}
+
+void SparseProduct(benchmark::State& state, bool transposed)
+{
+    KVOSrvSparseMatrix const& matrix = Brick();
+    int const vectors = static_cast<int>(state.range(0));
+    std::vector<double> const x = RandomNumbers(static_cast<std::size_t>(matrix.NumberOfRows()) * static_cast<std::size_t>(vectors));
+    std::vector<double> y(x.size());
+    Compare(state, [&] { matrix.Multiply(x.data(), vectors, y.data(), transposed); });
+}
+
+void Product(benchmark::State& state)
+{
+    SparseProduct(state, false);
+}
+void TransposedProduct(benchmark::State& state)
+{
+    SparseProduct(state, true);
+}
+BENCHMARK(Product)->Arg(1)->Arg(8)->Arg(32)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(TransposedProduct)->Arg(1)->Arg(8)->Arg(32)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+BENCHMARK_MAIN();
