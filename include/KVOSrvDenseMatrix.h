@@ -56,6 +56,11 @@ public:
     /// Small slabs are multiplied in one call of DGEMM; slabs of more than 2 MiB may be cut, and sums are then formed block by block in
     /// order. Where the rows of a stored operand do not suffice, KVOSrvMtxInvalidGetRange or KVOSrvMtxInvalidSetRange is thrown as by the
     /// transfer, and KVOSrvMtxIllegalInput for other operands that do not fit; nothing is changed then.
+    ///
+    /// Where the host lends threads (KVOSrvParallel) slabs whose results lie apart, those of different rows of the result, are multiplied
+    /// at once, one by a thread; the calling thread reads them before, one after the other. It takes the memory of a slab, and of its
+    /// result where that is stored, for each thread, of at most 64. What is summed into the same rows, as C = A^T X slab of rows by slab of
+    /// rows with more than 128 vectors or a symmetric result, stays with the calling thread.
     /// @{
 
     /// y += A x for k vectors. @param x  columns x k @param y  rows x k, not cleared, deliberately: callers pass a prepared y

@@ -51,20 +51,52 @@ double const* Source::Find(Window const& w, Slab const& slab) const
     return slab.Values();
 }
 
-void MultiplyByBlocks(Source const& A, Slab const& slab, char const* transA, Span rows, Span columns, double alpha, Factor const& X, int p,
-                      double beta, Result const& C)
+namespace
+{
+
+mem_Vector<Span> BlocksOf(KVOSrvBlockCut const& cut, Span const& span)
+{
+    mem_Vector<Span> blocks;
+    ForEachBlock(cut, span, [&](Span block) { blocks.push_back(block); });
+    return blocks;
+}
+
+} // namespace
+
+void MultiplyByBlocks(Source const& A, mem_Vector<Slab> const& memory, char const* transA, Span rows, Span columns, double alpha,
+                      Factor const& X, int p, double beta, Result const& C)
 {
     bool const transposed = *transA == 'T';
-    ForEachBlock(A.Matrix().StoredRowBlocks(), rows, [&](Span i) {
-        ForEachBlock(A.Matrix().StoredColumnBlocks(), columns, [&](Span j) {
-            Factor const a{A.Find({i.first, i.last, j.first, j.last}, slab), i.Count()};
-            int const row = i.first - rows.first, column = j.first - columns.first;
-            if (transposed)
-                Multiply("T", {j.Count(), p, i.Count()}, alpha, a, X.At(row, 0), row == 0 ? beta : 1.0, C.At(column, 0));
-            else
-                Multiply("N", {i.Count(), p, j.Count()}, alpha, a, X.At(column, 0), column == 0 ? beta : 1.0, C.At(row, 0));
+    auto const multiply = [&](Span i, Span j, double const* values) {
+        Factor const a{values, i.Count()};
+        int const row = i.first - rows.first, column = j.first - columns.first;
+        if (transposed)
+            Multiply("T", {j.Count(), p, i.Count()}, alpha, a, X.At(row, 0), row == 0 ? beta : 1.0, C.At(column, 0));
+        else
+            Multiply("N", {i.Count(), p, j.Count()}, alpha, a, X.At(column, 0), column == 0 ? beta : 1.0, C.At(row, 0));
+    };
+    KVOSrvBlockCut const rowBlocks = A.Matrix().StoredRowBlocks(), columnBlocks = A.Matrix().StoredColumnBlocks();
+    if (memory.size() == 1)
+        return ForEachBlock(rowBlocks, rows, [&](Span i) {
+            ForEachBlock(columnBlocks, columns, [&](Span j) {
+                multiply(i, j, A.Find({i.first, i.last, j.first, j.last}, memory.front()));
+            });
         });
-    });
+    // The blocks of one row of C in their order, those of several rows at once.
+    mem_Vector<Span> const inOrder = transposed ? BlocksOf(rowBlocks, rows) : BlocksOf(columnBlocks, columns);
+    mem_Vector<Span> const apart = transposed ? BlocksOf(columnBlocks, columns) : BlocksOf(rowBlocks, rows);
+    for (Span const& step : inOrder) {
+        auto const window = [&](int k) {
+            Span const other = apart[static_cast<std::size_t>(k)], i = transposed ? step : other, j = transposed ? other : step;
+            return Window{i.first, i.last, j.first, j.last};
+        };
+        ReadAndMultiply(
+            static_cast<int>(apart.size()), memory, [&](int k, Slab const& slab) { slab.Read(A.Matrix(), window(k)); },
+            [&](int k, Slab const& slab) {
+                Window const w = window(k);
+                multiply({w.r0, w.r1}, {w.c0, w.c1}, slab.Values());
+            });
+    }
 }
 
 Walk CachedPanels(KVOSrvBlockCut const& columns, int rows)
@@ -81,26 +113,35 @@ std::int64_t BlockRowsPerSlab(KVOSrvDenseMatrix const& A, int p, int resultColum
     return (std::int64_t{A.NumberOfColumns()} + resultColumns) / std::max(1, A.StoredColumnBlocks().MaxNumberInBlock() + resultColumns);
 }
 
-RowProduct::RowProduct(KVOSrvDenseMatrix const& A, int maxRows, int p)
+RowProduct::RowProduct(KVOSrvDenseMatrix const& A, int maxRows, int p, int slabs)
     : m_source(A, p, A.StoredRowBlocks().MaxNumberInBlock(), std::int64_t{maxRows} * A.NumberOfColumns()), m_vectors(p),
       m_panels(p > kFewVectors && maxRows > A.StoredRowBlocks().MaxNumberInBlock() ? Walk(A.StoredColumnBlocks())
                                                                                    : CachedPanels(A.StoredColumnBlocks(), maxRows)),
-      m_slab(std::int64_t{maxRows} * m_panels.MaxCount())
+      m_memory(DenseSlabs::SlabsAtOnce(std::int64_t{maxRows} * m_panels.MaxCount(), slabs))
 {
 }
 
-void RowProduct::operator()(Span rows, double alpha, Factor const& X, double beta, Result const& C) const
+void RowProduct::operator()(std::span<Span const> slabs, double alpha, Factor const& X, double beta, Result const& C) const
 {
+    Span const rows = WholeOf(slabs);
     int const columns = m_source.Matrix().NumberOfColumns();
     if (columns == 0) // the product is zero
-        return Multiply("N", {rows.Count(), m_vectors, 0}, alpha, {m_slab.Values(), rows.Count()}, X, beta, C);
+        return Multiply("N", {rows.Count(), m_vectors, 0}, alpha, {m_memory.front().Values(), rows.Count()}, X, beta, C);
     if (m_source.IsByBlocks())
-        return MultiplyByBlocks(m_source, m_slab, "N", rows, {0, columns - 1}, alpha, X, m_vectors, beta, C);
+        return MultiplyByBlocks(m_source, m_memory, "N", rows, {0, columns - 1}, alpha, X, m_vectors, beta, C);
     for (int panel = 0; panel < m_panels.Slabs(); ++panel) {
         Span const part = m_panels.At(panel);
-        m_slab.Read(m_source.Matrix(), {rows.first, rows.last, part.first, part.last});
-        Multiply("N", {rows.Count(), m_vectors, part.Count()}, alpha, {m_slab.Values(), rows.Count()}, X.At(part.first, 0),
-                 panel == 0 ? beta : 1.0, C);
+        ReadAndMultiply(
+            static_cast<int>(slabs.size()), m_memory,
+            [&](int k, Slab const& slab) {
+                slab.Read(m_source.Matrix(),
+                          {slabs[static_cast<std::size_t>(k)].first, slabs[static_cast<std::size_t>(k)].last, part.first, part.last});
+            },
+            [&](int k, Slab const& slab) {
+                Span const some = slabs[static_cast<std::size_t>(k)];
+                Multiply("N", {some.Count(), m_vectors, part.Count()}, alpha, {slab.Values(), some.Count()}, X.At(part.first, 0),
+                         panel == 0 ? beta : 1.0, C.At(some.first - rows.first, 0));
+            });
     }
 }
 

@@ -6,10 +6,14 @@
 #include "KVOSrvMatrix.h"
 #include "KVOSrvMatrixSupport.h"
 #include "KVOSrvMtxExceptions.h"
+#include "mem_Vector.h"
 #include "omi_Timer.h"
+#include "tasks.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
+#include <span>
 
 /// What the products of database matrices share: they walk slabs, groups of consecutive block rows or block columns, read one after the
 /// other into memory and hand it to DGEMM.
@@ -43,12 +47,21 @@ inline void RequireWritable(bool inside)
 /// How many slabs are announced before they are read: the disk then works while DGEMM computes.
 constexpr int kSlabsAhead = 2;
 
+/// How many slabs are multiplied at once at the most.
+constexpr int kMostAtOnce = 64;
+
 /// First to last, both inclusive.
 struct Span {
     int first, last;
 
     constexpr int Count() const noexcept { return last - first + 1; }
 };
+
+/// What consecutive ones reach over.
+inline Span WholeOf(std::span<Span const> spans)
+{
+    return {spans.front().first, spans.back().last};
+}
 
 /// One dimension of a matrix in slabs of some blocks each, the last one of the blocks that are left.
 class Walk
@@ -76,16 +89,27 @@ public:
         return count;
     }
 
-    /// Calls run(Span) for every slab in order, and before that announce(Span) for those up to kSlabsAhead further on.
+    /// Calls run(slabs) for every slab in order, `atOnce` of them at a time, and before that announce(Span) for those up to kSlabsAhead
+    /// further on.
+    template<class Announce, class Run>
+    void ForEachFew(int atOnce, Announce const& announce, Run const& run) const
+    {
+        std::array<Span, kMostAtOnce> few;
+        int announced = 0;
+        for (int slab = 0, count; slab < Slabs(); slab += count) {
+            count = std::min(atOnce, Slabs() - slab);
+            for (; announced < Slabs() && announced < slab + count + kSlabsAhead; ++announced)
+                announce(At(announced));
+            for (int k = 0; k < count; ++k)
+                few[static_cast<std::size_t>(k)] = At(slab + k);
+            run(std::span<Span const>(few.data(), static_cast<std::size_t>(count)));
+        }
+    }
+    /// The same one by one: run(Span).
     template<class Announce, class Run>
     void ForEach(Announce const& announce, Run const& run) const
     {
-        int announced = 0;
-        for (int slab = 0; slab < Slabs(); ++slab) {
-            for (; announced < Slabs() && announced <= slab + kSlabsAhead; ++announced)
-                announce(At(announced));
-            run(At(slab));
-        }
+        ForEachFew(1, announce, [&](std::span<Span const> slab) { run(slab.front()); });
     }
 
 private:
@@ -155,6 +179,31 @@ inline void Multiply(char const* transA, Shape const& shape, double alpha, Facto
     Timed([&] { BLAC_DGEMM(transA, "N", &shape.m, &shape.n, &shape.k, &alpha, a.values, &lda, b.values, &ldb, &beta, c.values, &ldc); });
 }
 
+/// Memory for the slabs, of `entries` entries at the most, that are multiplied at once: one for each thread that the host lends, if there
+/// are so many slabs. Only the calling thread reads.
+inline mem_Vector<Slab> SlabsAtOnce(std::int64_t entries, int slabs)
+{
+    mem_Vector<Slab> memory;
+    int const count = std::clamp(slabs, 1, std::min(blac::ThreadsForTasks(), kMostAtOnce));
+    memory.reserve(static_cast<std::size_t>(count));
+    for (int k = 0; k < count; ++k)
+        memory.emplace_back(entries);
+    return memory;
+}
+
+/// Calls read(slab, memory) for `count` slabs, as many at a time as there is memory for, and multiply(slab, memory) for these at once.
+template<class Read, class Multiply>
+void ReadAndMultiply(int count, mem_Vector<Slab> const& memory, Read const& read, Multiply const& multiply)
+{
+    int const atOnce = static_cast<int>(memory.size());
+    for (int first = 0; first < count; first += atOnce) {
+        int const taken = std::min(atOnce, count - first);
+        for (int k = 0; k < taken; ++k)
+            read(first + k, memory[static_cast<std::size_t>(k)]);
+        blac::InTasks(taken, [&](int k) { multiply(first + k, memory[static_cast<std::size_t>(k)]); });
+    }
+}
+
 /// Whether the array of a matrix holds all of its elements, as full storage does; a diagonal's does not, whoever owns it.
 inline bool IsFull(KVOSrvMatrix const& matrix)
 {
@@ -213,9 +262,11 @@ private:
     bool m_byBlocks;
 };
 
-/// C := alpha op(A(rows, columns)) X + beta C, block by block in order, through `slab`, which holds the largest block, where it must.
-void MultiplyByBlocks(Source const& A, Slab const& slab, char const* transA, Span rows, Span columns, double alpha, Factor const& X, int p,
-                      double beta, Result const& C);
+/// C := alpha op(A(rows, columns)) X + beta C, block by block in order, through `memory`, which holds the largest block, where it must.
+/// With memory for several blocks as many are multiplied at once: those of one block column or, transposed, block row, whose results lie
+/// apart. They are copied then, since only one at a time is there where it lies.
+void MultiplyByBlocks(Source const& A, mem_Vector<Slab> const& memory, char const* transA, Span rows, Span columns, double alpha,
+                      Factor const& X, int p, double beta, Result const& C);
 
 /// The columns of a matrix in pieces of whole block columns that stay in the cache, for slabs of `rows` rows; in one if the slab is small.
 Walk CachedPanels(KVOSrvBlockCut const& columns, int rows);
@@ -228,17 +279,20 @@ std::int64_t BlockRowsPerSlab(KVOSrvDenseMatrix const& A, int p, int resultColum
 class RowProduct
 {
 public:
-    /// For p vectors. @param maxRows  of all the calls that follow
-    RowProduct(KVOSrvDenseMatrix const& A, int maxRows, int p);
+    /// For p vectors. @param maxRows  of all slabs @param slabs  how many there are
+    RowProduct(KVOSrvDenseMatrix const& A, int maxRows, int p, int slabs);
 
-    void operator()(Span rows, double alpha, Factor const& X, double beta, Result const& C) const;
+    /// How many slabs are multiplied at once.
+    int SlabsAtOnce() const noexcept { return static_cast<int>(m_memory.size()); }
+    /// For the rows of consecutive slabs.
+    void operator()(std::span<Span const> slabs, double alpha, Factor const& X, double beta, Result const& C) const;
     void Announce(Span rows) const noexcept { m_source.AnnounceRows(rows); }
 
 private:
     Source m_source;
     int m_vectors;
     Walk m_panels;
-    Slab m_slab;
+    mem_Vector<Slab> m_memory;
 };
 
 } // namespace DenseSlabs

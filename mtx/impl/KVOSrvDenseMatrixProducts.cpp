@@ -17,11 +17,12 @@ void MultiplyInMemory(KVOSrvDenseMatrix const& A, double const* X, int p, double
     Require((X != nullptr || columns == 0) && C != nullptr, "Multiply", "an array is null");
     Require(X != C, "Multiply", "the result is an operand");
     Walk const slabs(A.StoredRowBlocks(), BlockRowsPerSlab(A, p, 0));
-    RowProduct const product(A, slabs.MaxCount(), p);
-    slabs.ForEach([&](Span slab) { product.Announce(slab); },
-                  [&](Span slab) {
-                      product(slab, 1.0, {X, columns}, beta, Result{C, rows}.At(slab.first, 0));
-                  });
+    RowProduct const product(A, slabs.MaxCount(), p, slabs.Slabs());
+    slabs.ForEachFew(
+        product.SlabsAtOnce(), [&](Span slab) { product.Announce(slab); },
+        [&](std::span<Span const> few) {
+            product(few, 1.0, {X, columns}, beta, Result{C, rows}.At(few.front().first, 0));
+        });
 }
 
 // C(:, j) += d(j) A(:, j)
@@ -120,19 +121,21 @@ void KVOSrvDenseMatrix::Multiply(double alpha, KVOSrvMatrix const& X, double bet
     if (X.IsDiagonal())
         return MultiplyByDiagonal(*this, X.Values(), beta, Y); // deliberate: alpha is not applied to a diagonal X
     Walk const slabs(Y.StoredRowBlocks(), BlockRowsPerSlab(*this, p, p));
-    RowProduct const product(*this, slabs.MaxCount(), p);
-    Slab const result(std::int64_t{slabs.MaxCount()} * p);
-    slabs.ForEach(
+    RowProduct const product(*this, slabs.MaxCount(), p, slabs.Slabs());
+    Slab const result(std::int64_t{slabs.MaxCount()} * p * product.SlabsAtOnce());
+    slabs.ForEachFew(
+        product.SlabsAtOnce(),
         [&](Span rows) {
             if (beta != 0.0)
                 Y.AnnounceRead(rows.first, rows.last, 0, p - 1);
             product.Announce(rows);
         },
-        [&](Span rows) {
+        [&](std::span<Span const> few) {
+            Span const rows = WholeOf(few);
             Window const window{rows.first, rows.last, 0, p - 1};
             if (beta != 0.0)
                 result.Read(Y, window);
-            product(rows, alpha, {X.Values(), columns}, beta, {result.Values(), rows.Count()});
+            product(few, alpha, {X.Values(), columns}, beta, {result.Values(), rows.Count()});
             result.Write(Y, window);
         });
 }
@@ -144,13 +147,15 @@ void KVOSrvDenseMatrix::MultiplyAssign(KVOSrvMatrix const& X)
     if (columns == 0)
         return;
     Walk const slabs(StoredRowBlocks());
-    RowProduct const product(*this, slabs.MaxCount(), columns);
-    Slab const result(std::int64_t{slabs.MaxCount()} * columns);
-    slabs.ForEach([&](Span rows) { product.Announce(rows); },
-                  [&](Span rows) {
-                      product(rows, 1.0, {X.Values(), columns}, 0.0, {result.Values(), rows.Count()});
-                      result.Write(*this, {rows.first, rows.last, 0, columns - 1});
-                  });
+    RowProduct const product(*this, slabs.MaxCount(), columns, slabs.Slabs());
+    Slab const result(std::int64_t{slabs.MaxCount()} * columns * product.SlabsAtOnce());
+    slabs.ForEachFew(
+        product.SlabsAtOnce(), [&](Span rows) { product.Announce(rows); },
+        [&](std::span<Span const> few) {
+            Span const rows = WholeOf(few);
+            product(few, 1.0, {X.Values(), columns}, 0.0, {result.Values(), rows.Count()});
+            result.Write(*this, {rows.first, rows.last, 0, columns - 1});
+        });
 }
 
 void KVOSrvDenseMatrix::IndexedMultiply(KVOSrvMatrix const& X, KVOSrvDenseMatrix& Y, int const* rows, int const* ranges, int nRanges) const
@@ -169,7 +174,7 @@ void KVOSrvDenseMatrix::IndexedMultiply(KVOSrvMatrix const& X, KVOSrvDenseMatrix
         return;
     RequireWritable(ranges[nRanges] <= Y.NumberOfRows() && p <= Y.NumberOfColumns());
     Require(!Overlaps(Y), "IndexedMultiply", kOverlap);
-    RowProduct const product(*this, longest, p);
+    RowProduct const product(*this, longest, p, 1);
     Slab const result(std::int64_t{longest} * p);
     auto const announce = [&](int g) {
         if (g < nRanges)
@@ -180,7 +185,7 @@ void KVOSrvDenseMatrix::IndexedMultiply(KVOSrvMatrix const& X, KVOSrvDenseMatrix
     for (int g = 0; g < nRanges; ++g) {
         announce(g + kSlabsAhead);
         Group const group = GroupAt(rows, ranges, g);
-        product(group.rows, 1.0, {X.Values(), NumberOfColumns()}, 0.0, {result.Values(), group.rows.Count()});
+        product({&group.rows, 1}, 1.0, {X.Values(), NumberOfColumns()}, 0.0, {result.Values(), group.rows.Count()});
         result.Write(Y, {group.targets.first, group.targets.last, 0, p - 1});
     }
 }

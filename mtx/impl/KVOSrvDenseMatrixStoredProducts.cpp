@@ -52,26 +52,37 @@ void KVOSrvDenseMatrix::Multiply(KVOSrvDenseMatrix const* B, double* C) const
         return;
     Require(C != nullptr, "Multiply", kNull);
     Walk const inner(B->StoredRowBlocks()), rows(StoredRowBlocks()), columns(B->StoredColumnBlocks());
-    Slab const a(std::int64_t{rows.MaxCount()} * inner.MaxCount()), b(std::int64_t{inner.MaxCount()} * p);
-    Slab const product(std::int64_t{rows.MaxCount()} * columns.MaxCount());
+    Slab const b(std::int64_t{inner.MaxCount()} * p);
+    std::int64_t const ofA = std::int64_t{rows.MaxCount()} * inner.MaxCount();
+    // Of A, and behind it one of its product.
+    mem_Vector<Slab> const memory = SlabsAtOnce(ofA + std::int64_t{rows.MaxCount()} * columns.MaxCount(), rows.Slabs());
     Result const result{C, m};
     std::fill_n(C, std::int64_t{m} * p, 0.0);
-    inner.ForEach([&](Span k) { B->AnnounceRead(k.first, k.last, 0, p - 1); },
-                  [&](Span k) {
-                      b.Read(*B, {k.first, k.last, 0, p - 1});
-                      rows.ForEach([&](Span i) { AnnounceRead(i.first, i.last, k.first, k.last); },
-                                   [&](Span i) {
-                                       a.Read(*this, {i.first, i.last, k.first, k.last});
-                                       // Deliberate: not added by DGEMM. C receives whole sums, in the order of B's block rows.
-                                       for (int block = 0; block < columns.Slabs(); ++block) {
-                                           Span const j = columns.At(block);
-                                           DenseSlabs::Multiply("N", {i.Count(), j.Count(), k.Count()}, 1.0, {a.Values(), i.Count()},
-                                                                Factor{b.Values(), k.Count()}.At(0, j.first), 0.0,
-                                                                {product.Values(), i.Count()});
-                                           AddBlock(product.Values(), i.Count(), j.Count(), result.At(i.first, j.first));
-                                       }
-                                   });
-                  });
+    inner.ForEach(
+        [&](Span k) { B->AnnounceRead(k.first, k.last, 0, p - 1); },
+        [&](Span k) {
+            b.Read(*B, {k.first, k.last, 0, p - 1});
+            auto const multiply = [&](Span i, double const* a, double* product) {
+                // Deliberate: not added by DGEMM. C receives whole sums, in the order of B's block rows.
+                for (int block = 0; block < columns.Slabs(); ++block) {
+                    Span const j = columns.At(block);
+                    DenseSlabs::Multiply("N", {i.Count(), j.Count(), k.Count()}, 1.0, {a, i.Count()},
+                                         Factor{b.Values(), k.Count()}.At(0, j.first), 0.0, {product, i.Count()});
+                    AddBlock(product, i.Count(), j.Count(), result.At(i.first, j.first));
+                }
+            };
+            rows.ForEachFew(
+                static_cast<int>(memory.size()), [&](Span i) { AnnounceRead(i.first, i.last, k.first, k.last); },
+                [&](std::span<Span const> few) {
+                    ReadAndMultiply(
+                        static_cast<int>(few.size()), memory,
+                        [&](int n, Slab const& slab) {
+                            Span const i = few[static_cast<std::size_t>(n)];
+                            slab.Read(*this, {i.first, i.last, k.first, k.last});
+                        },
+                        [&](int n, Slab const& slab) { multiply(few[static_cast<std::size_t>(n)], slab.Values(), slab.Values() + ofA); });
+                });
+        });
 }
 
 void KVOSrvDenseMatrix::Multiply(KVOSrvDenseMatrix const& B, KVOSrvDenseMatrix& C) const
@@ -86,11 +97,14 @@ void KVOSrvDenseMatrix::Multiply(KVOSrvDenseMatrix const& B, KVOSrvDenseMatrix& 
     Walk const rows(StoredRowBlocks(), groups.rowBlocks), inner(StoredColumnBlocks(), groups.innerBlocks);
     Walk const columns(B.StoredColumnBlocks(), groups.columnBlocks);
     // By the largest groups: the first one of a view may be short.
-    Slab const a(std::int64_t{rows.MaxCount()} * inner.MaxCount()), b(std::int64_t{inner.MaxCount()} * columns.MaxCount());
-    Slab const c(std::int64_t{rows.MaxCount()} * columns.MaxCount());
+    mem_Vector<Slab> const a = SlabsAtOnce(std::int64_t{rows.MaxCount()} * inner.MaxCount(), rows.Slabs());
+    Slab const b(std::int64_t{inner.MaxCount()} * columns.MaxCount());
+    int const atOnce = static_cast<int>(a.size());
+    Slab const c(std::int64_t{rows.MaxCount()} * columns.MaxCount() * atOnce);
     auto const announceNothing = [](Span) {};
     columns.ForEach(announceNothing, [&](Span j) {
-        rows.ForEach(announceNothing, [&](Span i) {
+        rows.ForEachFew(atOnce, announceNothing, [&](std::span<Span const> few) {
+            Span const i = WholeOf(few);
             if (n == 0)
                 std::fill_n(c.Values(), std::int64_t{i.Count()} * j.Count(), 0.0);
             double beta = 0.0;
@@ -100,10 +114,18 @@ void KVOSrvDenseMatrix::Multiply(KVOSrvDenseMatrix const& B, KVOSrvDenseMatrix& 
                     B.AnnounceRead(k.first, k.last, j.first, j.last);
                 },
                 [&](Span k) {
-                    a.Read(*this, {i.first, i.last, k.first, k.last});
                     b.Read(B, {k.first, k.last, j.first, j.last});
-                    DenseSlabs::Multiply("N", {i.Count(), j.Count(), k.Count()}, 1.0, {a.Values(), i.Count()}, {b.Values(), k.Count()},
-                                         beta, {c.Values(), i.Count()});
+                    ReadAndMultiply(
+                        static_cast<int>(few.size()), a,
+                        [&](int group, Slab const& slab) {
+                            Span const some = few[static_cast<std::size_t>(group)];
+                            slab.Read(*this, {some.first, some.last, k.first, k.last});
+                        },
+                        [&](int group, Slab const& slab) {
+                            Span const some = few[static_cast<std::size_t>(group)];
+                            DenseSlabs::Multiply("N", {some.Count(), j.Count(), k.Count()}, 1.0, {slab.Values(), some.Count()},
+                                                 {b.Values(), k.Count()}, beta, Result{c.Values(), i.Count()}.At(some.first - i.first, 0));
+                        });
                     beta = 1.0;
                 });
             c.Write(C, {i.first, i.last, j.first, j.last});

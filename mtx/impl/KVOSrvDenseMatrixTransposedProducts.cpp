@@ -21,6 +21,37 @@ std::int64_t BlockRowsPerPass(KVOSrvDenseMatrix const& A, int otherRows)
     return divisor == 0 ? 1 : std::int64_t{A.StoredColumnBlocks().MaxNumberInBlock()} * otherRows / divisor;
 }
 
+// Y := alpha A(0 .. r - 1, :)^T X + beta Y for p vectors, block column by block column; prepare(slab, columns) changes what was read.
+// @param decidedFor  the vectors by which is decided how A is read
+template<class Prepare>
+void MultiplyColumns(KVOSrvDenseMatrix const& A, int r, int p, int decidedFor, double alpha, double const* X, double beta, Result const& Y,
+                     Prepare const& prepare)
+{
+    Walk const slabs(A.StoredColumnBlocks());
+    mem_Vector<Slab> const memory = SlabsAtOnce(std::int64_t{r} * slabs.MaxCount(), slabs.Slabs());
+    Source const source(A, decidedFor, slabs.MaxCount(), std::int64_t{r} * slabs.MaxCount());
+    slabs.ForEachFew(
+        static_cast<int>(memory.size()),
+        [&](Span block) {
+            source.Announce({0, r - 1, block.first, block.last});
+        },
+        [&](std::span<Span const> few) {
+            if (source.IsByBlocks())
+                return MultiplyByBlocks(source, memory, "T", {0, r - 1}, WholeOf(few), alpha, {X, r}, p, beta, Y.At(few.front().first, 0));
+            ReadAndMultiply(
+                static_cast<int>(few.size()), memory,
+                [&](int k, Slab const& slab) {
+                    Span const block = few[static_cast<std::size_t>(k)];
+                    slab.Read(A, {0, r - 1, block.first, block.last});
+                    prepare(slab, block);
+                },
+                [&](int k, Slab const& slab) {
+                    Span const block = few[static_cast<std::size_t>(k)];
+                    Multiply("T", {block.Count(), p, r}, alpha, {slab.Values(), r}, {X, r}, beta, Y.At(block.first, 0));
+                });
+        });
+}
+
 // C := A(rows, :)^T X, added to C but for the first rows, in pieces of single block rows.
 class PieceProduct
 {
@@ -29,7 +60,7 @@ public:
         : m_source(A, p, A.StoredColumnBlocks().MaxNumberInBlock(), INT64_MAX),
           m_panels(p > kFewVectors ? Walk(A.StoredColumnBlocks(), A.StoredColumnBlocks().blocks)
                                    : CachedPanels(A.StoredColumnBlocks(), A.StoredRowBlocks().MaxNumberInBlock())),
-          m_slab(std::int64_t{A.StoredRowBlocks().MaxNumberInBlock()} * m_panels.MaxCount())
+          m_memory(SlabsAtOnce(std::int64_t{A.StoredRowBlocks().MaxNumberInBlock()} * m_panels.MaxCount(), m_panels.Slabs()))
     {
     }
 
@@ -42,21 +73,26 @@ public:
         KVOSrvDenseMatrix const& A = m_source.Matrix();
         int const p = X.NumberOfColumns();
         if (m_source.IsByBlocks())
-            return MultiplyByBlocks(m_source, m_slab, "T", rows, {0, A.NumberOfColumns() - 1}, 1.0, x, p, rows.first == 0 ? 0.0 : 1.0, c);
+            return MultiplyByBlocks(m_source, m_memory, "T", rows, {0, A.NumberOfColumns() - 1}, 1.0, x, p, rows.first == 0 ? 0.0 : 1.0, c);
         ForEachBlock(A.StoredRowBlocks(), rows, [&](Span block) {
-            for (int panel = 0; panel < m_panels.Slabs(); ++panel) {
-                Span const columns = m_panels.At(panel);
-                m_slab.Read(A, {block.first, block.last, columns.first, columns.last});
-                Multiply("T", {columns.Count(), p, block.Count()}, 1.0, {m_slab.Values(), block.Count()}, x.At(block.first - rows.first, 0),
-                         block.first == 0 ? 0.0 : 1.0, c.At(columns.first, 0));
-            }
+            ReadAndMultiply(
+                m_panels.Slabs(), m_memory,
+                [&](int panel, Slab const& slab) {
+                    Span const columns = m_panels.At(panel);
+                    slab.Read(A, {block.first, block.last, columns.first, columns.last});
+                },
+                [&](int panel, Slab const& slab) {
+                    Span const columns = m_panels.At(panel);
+                    Multiply("T", {columns.Count(), p, block.Count()}, 1.0, {slab.Values(), block.Count()},
+                             x.At(block.first - rows.first, 0), block.first == 0 ? 0.0 : 1.0, c.At(columns.first, 0));
+                });
         });
     }
 
 private:
     Source m_source;
     Walk m_panels;
-    Slab m_slab;
+    mem_Vector<Slab> m_memory;
 };
 
 // C := A^T X in passes over the rows; readX(rows, values) puts those of X into memory. Small passes are multiplied in one, and those of a
@@ -97,21 +133,8 @@ void KVOSrvDenseMatrix::TransposeMultiply(double const* x, int k, double* y, int
         return;
     Require(x != nullptr && y != nullptr, "TransposeMultiply", kNull);
     Require(x != y, "TransposeMultiply", kOverlap);
-    Walk const slabs(StoredColumnBlocks());
-    Slab const slab(std::int64_t{r} * slabs.MaxCount());
-    Source const source(*this, k, slabs.MaxCount(), std::int64_t{r} * slabs.MaxCount());
-    slabs.ForEach(
-        [&](Span block) {
-            source.Announce({0, r - 1, block.first, block.last});
-        },
-        [&](Span block) {
-            Result const result = Result{y, columns}.At(block.first, 0);
-            // Deliberate: y is not cleared, callers pass a prepared one.
-            if (source.IsByBlocks())
-                return MultiplyByBlocks(source, slab, "T", {0, r - 1}, block, 1.0, {x, r}, k, 1.0, result);
-            slab.Read(*this, {0, r - 1, block.first, block.last});
-            DenseSlabs::Multiply("T", {block.Count(), k, r}, 1.0, {slab.Values(), r}, {x, r}, 1.0, result);
-        });
+    // Deliberate: y is not cleared, callers pass a prepared one.
+    MultiplyColumns(*this, r, k, k, 1.0, x, 1.0, {y, columns}, [](Slab const&, Span) {});
 }
 
 void KVOSrvDenseMatrix::TransposeMultiply(int const* perm, KVOSrvMatrix const& X, KVOSrvMatrix& Y, double alpha, double beta)
@@ -122,23 +145,12 @@ void KVOSrvDenseMatrix::TransposeMultiply(int const* perm, KVOSrvMatrix const& X
     if (p == 0)
         return;
     Require(X.Values() != Y.Values(), "TransposeMultiply", kOverlap);
-    Walk const slabs(StoredColumnBlocks());
-    Slab const slab(std::int64_t{rows} * slabs.MaxCount());
-    Source const source(*this, perm == nullptr ? p : INT_MAX, slabs.MaxCount(), std::int64_t{rows} * slabs.MaxCount());
-    slabs.ForEach(
-        [&](Span block) {
-            source.Announce({0, rows - 1, block.first, block.last});
-        },
-        [&](Span block) { // rows are permuted in a copy
-            Factor const x{X.Values(), rows};
-            Result const result = Result{Y.Values(), Y.NumberOfRows()}.At(block.first, 0);
-            if (source.IsByBlocks())
-                return MultiplyByBlocks(source, slab, "T", {0, rows - 1}, block, alpha, x, p, beta, result);
-            slab.Read(*this, {0, rows - 1, block.first, block.last});
-            if (perm != nullptr)
-                slab.As(rows, block.Count()).PermuteRowsInPlace(perm, rows);
-            DenseSlabs::Multiply("T", {block.Count(), p, rows}, alpha, {slab.Values(), rows}, x, beta, result);
-        });
+    // Rows are permuted in a copy.
+    MultiplyColumns(*this, rows, p, perm == nullptr ? p : INT_MAX, alpha, X.Values(), beta, {Y.Values(), Y.NumberOfRows()},
+                    [&](Slab const& slab, Span block) {
+                        if (perm != nullptr)
+                            slab.As(rows, block.Count()).PermuteRowsInPlace(perm, rows);
+                    });
 }
 
 void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvMatrix const& X, double* C, int symmetric) const

@@ -1,6 +1,8 @@
 #include "KVOFortran.h"
+#include "KVOSrvMatrix.h"
 #include "KVOSrvMtxExceptions.h"
 #include "KVOSrvParallel.h"
+#include "KVOSrvScratchDenseMatrix.h"
 #include "ShuffledThreads.h"
 #include "SparseOracle.h"
 
@@ -153,6 +155,55 @@ auto ImportOf(std::string const& text)
     return [file = std::make_shared<TextFile const>(text)] { return file->Imported(); };
 }
 
+struct StoredShape {
+    int rows, columns, rowChunk, columnChunk;
+};
+
+std::shared_ptr<KVOSrvDenseMatrix> Stored(StoredShape const& shape)
+{
+    auto matrix = std::make_shared<KVOSrvScratchDenseMatrix>(shape.rows, shape.columns, shape.rowChunk, shape.columnChunk);
+    std::vector<double> values = RandomNumbers(std::int64_t{shape.rows} * shape.columns);
+    matrix->SetRows(0, shape.rows - 1, KVOSrvMatrix(shape.rows, shape.columns, values.data(), false, false));
+    return matrix;
+}
+
+// Every product of a stored matrix with p vectors.
+std::vector<double> StoredProducts(KVOSrvDenseMatrix& A, int p)
+{
+    int const rows = A.NumberOfRows(), columns = A.NumberOfColumns();
+    std::vector<double> all, y(static_cast<std::size_t>(std::max(rows, columns)) * static_cast<std::size_t>(p), 0.5);
+    std::vector<double> x = RandomNumbers(std::int64_t{std::max(rows, columns)} * p);
+    auto const keep = [&](std::size_t count) { all.insert(all.end(), y.begin(), y.begin() + static_cast<std::ptrdiff_t>(count)); };
+    auto const keepMatrix = [&](KVOSrvDenseMatrix& matrix) {
+        std::vector<double> values(static_cast<std::size_t>(matrix.NumberOfRows()) * static_cast<std::size_t>(matrix.NumberOfColumns()));
+        matrix.GetAllValues(values.data());
+        all.insert(all.end(), values.begin(), values.end());
+    };
+    std::size_t const rowEntries = static_cast<std::size_t>(rows) * static_cast<std::size_t>(p);
+    std::size_t const columnEntries = static_cast<std::size_t>(columns) * static_cast<std::size_t>(p);
+    A.Multiply(x.data(), p, y.data());
+    keep(rowEntries);
+    A.TransposeMultiply(x.data(), p, y.data(), rows - 3);
+    keep(columnEntries);
+    KVOSrvMatrix const tall(rows, p, x.data(), false, false), wide(columns, p, x.data(), false, false);
+    KVOSrvMatrix ofTall(columns, p, y.data(), false, false);
+    std::vector<int> reversed(static_cast<std::size_t>(rows));
+    std::iota(reversed.rbegin(), reversed.rend(), 0);
+    A.TransposeMultiply(reversed.data(), tall, ofTall, 2.0, 0.5);
+    keep(columnEntries);
+    A.TransposeMultiply(tall, ofTall, 0);
+    keep(columnEntries);
+
+    auto const Y = Stored({rows, p, 130, 20}), B = Stored({columns, p, 70, 50});
+    A.Multiply(-1.5, wide, 2.0, *Y);
+    keepMatrix(*Y);
+    A.Multiply(B.get(), y.data());
+    keep(rowEntries);
+    A.Multiply(*B, *Y);
+    keepMatrix(*Y);
+    return all;
+}
+
 struct Case {
     char const* name;
     std::function<std::function<std::vector<double>()>()> prepare; // what it returns is run with and without threads
@@ -194,6 +245,18 @@ std::vector<Case> const& Cases()
          }},
         {"TextImportOfShuffledEntries", [] { return ImportOf(TextOf(ShuffledEntries(kTall))); }},
         {"TextImportOfRecordsOnTwoLines", [] { return ImportOf(TextOf(ShuffledEntries(kTall), "\n")); }},
+        {"StoredProductsByBlocks",
+         [] {
+             return [matrix = Stored({1536, 1024, 512, 256})] { return StoredProducts(*matrix, 16); };
+         }},
+        {"StoredProductsByCopies",
+         [] {
+             return [matrix = Stored({1500, 700, 64, 100})] { return StoredProducts(*matrix, 16); };
+         }},
+        {"StoredProductsWithManyVectors",
+         [] {
+             return [matrix = Stored({1500, 700, 64, 100})] { return StoredProducts(*matrix, 150); };
+         }},
         {"ProductsOfPickedRows", [] { return [] { return ProductOfPickedRows(kBand, 18); }; }},
     };
     return s_cases;
