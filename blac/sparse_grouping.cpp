@@ -17,7 +17,6 @@ namespace
 {
 
 constexpr std::ptrdiff_t kPage = 4096 / sizeof(double); // rows of x in a page
-constexpr std::ptrdiff_t kReachablePages = 3072;        // of the second-level buffer: 2048 in current Intel cores, 3072 in AMD's
 constexpr std::ptrdiff_t kWindow = 4096;                // entries that are looked at in one place ...
 constexpr std::ptrdiff_t kPlaces = 4;                   // ... and places
 
@@ -36,19 +35,19 @@ std::ptrdiff_t TouchedPages(blac::SparseRows const& rows, std::ptrdiff_t firstRo
 
 } // namespace
 
-int blac::SparseGroupSize(SparseRows const& rows)
+int blac::SparseGroupSize(SparseRows const& rows, int reachablePages)
 {
     int group = 8;
     std::ptrdiff_t const pages = rows.columns / kPage;
-    if (group * pages <= kReachablePages)
+    if (group * pages <= reachablePages)
         return group;
 
     std::ptrdiff_t touched = 0;
     for (std::ptrdiff_t place = 0; place < kPlaces; ++place)
         touched = std::max(touched, TouchedPages(rows, rows.count / kPlaces * place));
-    if (group * touched <= kReachablePages)
+    if (group * touched <= reachablePages)
         return group;
-    while (group > 1 && group * pages > kReachablePages)
+    while (group > 1 && group * pages > reachablePages)
         group /= 2;
     return group;
 }

@@ -35,7 +35,8 @@ extern SparseKernels const sparseKernelsAvx512; ///< AVX-512 F, DQ and VL
 SparseKernels const& SparseKernelsInForce();
 
 /// How many vectors go through the rows together: 8, or fewer (4, 2, 1) where the places that eight vectors are touched at would be
-/// spread over more memory than the processor can address quickly. Changes the speed only.
-int SparseGroupSize(SparseRows const& rows);
+/// spread over more than `reachablePages` pages of memory. Changes the speed only.
+/// @param reachablePages  KVOBasChoices::groupPages, or its half for a product that touches rows of x and of y for each entry
+int SparseGroupSize(SparseRows const& rows, int reachablePages);
 
 } // namespace blac

@@ -1,5 +1,6 @@
 #include "sparse_products.h"
 
+#include "KVOBasProcessor.h"
 #include "KVOFortran.h"
 #include "sparse_parts.h"
 #include "tasks.h"
@@ -18,7 +19,8 @@ class Groups
 {
 public:
     Groups(SparseRows const& rows, int nvec, SparsePass const (&passes)[4])
-        : m_passes(passes), m_vectors(nvec), m_inGroups(nvec - nvec % 8), m_group(m_inGroups > 0 ? blac::SparseGroupSize(rows) : 1)
+        : m_passes(passes), m_vectors(nvec), m_inGroups(nvec - nvec % 8),
+          m_group(m_inGroups > 0 ? blac::SparseGroupSize(rows, KVOBasProcessor::This().choices.groupPages) : 1)
     {
     }
     int Count() const noexcept { return m_inGroups / m_group + m_vectors - m_inGroups; }

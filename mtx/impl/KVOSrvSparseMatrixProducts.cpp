@@ -1,5 +1,6 @@
 #include "KVOSrvSparseMatrix.h"
 
+#include "KVOBasProcessor.h"
 #include "KVOFortran.h"
 #include "SparseRows.h"
 #include "sparse_parts.h"
@@ -110,6 +111,15 @@ public:
         }
     }
 
+    // Vectors `first` and the next ones, as long as there are kVectors left; returns the first of the others.
+    template<int kVectors>
+    int MultiplyGroups(int part, int first, int nvec, double const* x, double* y) const
+    {
+        for (; first + kVectors <= nvec; first += kVectors)
+            Multiply<kVectors>(part, x + first * m_rows.n, y + first * m_rows.n);
+        return first;
+    }
+
 private:
     static constexpr std::int64_t kBlock = 64; // rows
 
@@ -157,16 +167,23 @@ void KVOSrvSparseMatrix::Multiply(double const* x, int nvec, double* y, bool tra
 // The matrix is its own transpose.
 void KVOSrvSparseMatrix::MultiplyHalf(double const* x, int nvec, double* y) const
 {
-    constexpr int kGroup = 8; // as the kernels of full storage take them
     HalfRows const rows{m_rowCount, m_rowStart.get(), m_columnIndices.get(), m_values.get(), m_diagonal.get()};
     bool const large = std::int64_t{StoredEntries()} * nvec >= 2 * blac::kLeastMultiplications;
     HalfParts const parts(rows, large ? blac::ThreadsForTasks() : 1);
+    // In groups as the kernels of full storage take them; every entry touches a row of x and one of y.
+    int const group =
+        nvec < 8 ? 1
+                 : blac::SparseGroupSize(blac::RowsOf(rows.values, AsInt(rows.rowStart), rows.columns, &m_rowCount, &m_rowCount, nullptr),
+                                         KVOBasProcessor::This().choices.groupPages / 2);
     blac::InTasks(parts.Count(), [&](int part) {
-        int j = 0;
-        for (; j + kGroup <= nvec; j += kGroup)
-            parts.Multiply<kGroup>(part, x + j * rows.n, y + j * rows.n);
-        for (; j < nvec; ++j)
-            parts.Multiply<1>(part, x + j * rows.n, y + j * rows.n);
+        int first = 0;
+        if (group == 8)
+            first = parts.MultiplyGroups<8>(part, first, nvec, x, y);
+        else if (group == 4)
+            first = parts.MultiplyGroups<4>(part, first, nvec, x, y);
+        else if (group == 2)
+            first = parts.MultiplyGroups<2>(part, first, nvec, x, y);
+        parts.MultiplyGroups<1>(part, first, nvec, x, y);
     });
 }
 

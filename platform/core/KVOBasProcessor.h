@@ -10,19 +10,11 @@
 
 enum class KVOBasVendor { Intel, Amd, Other };
 
-/// How the processor is told to load what a sweep over memory needs next.
-enum class KVOBasPrefetch {
-    None, ///< not at all: its own foresight does
-    T0,   ///< into all caches
-    Nta   ///< past the second-level cache
-};
-
 /// What is chosen by the processor. No result depends on it, but that of BLAC_DGEMM2, whose order of additions is its kernel's.
 struct KVOBasChoices {
-    KVOBasPrefetch sweepHint; ///< for the entries of a sparse matrix, which are used once, in their order in memory
-    bool storesPastCache;     ///< stores past the caches pay for whole cache lines of more than fits the last one
-    int groupPages;           ///< pages of 4 KiB that the vectors of a sparse product may touch at once
-    bool wideGemm;            ///< BLAC_DGEMM2 takes its AVX-512 kernel for large products
+    bool storesPastCache; ///< stores past the caches pay for whole cache lines of more than fits the last one
+    int groupPages;       ///< pages of 4 KiB that the vectors of a sparse product may touch at once
+    bool wideGemm;        ///< BLAC_DGEMM2 takes its AVX-512 kernel for large products
 };
 
 /// A processor. Sizes of caches are bytes; of those that cannot be found out, as in some virtual machines, common small ones are told.

@@ -20,7 +20,6 @@ struct ProcessorFamily {
     int coresPerL3;
     int pages, largePages;
 
-    KVOBasPrefetch sweepHint;
     bool storesPastCache;
 
     bool Has(KVOBasVendor ofVendor, int ofFamily, int ofModel) const noexcept;

@@ -1,4 +1,6 @@
+#include "KVOBasProcessor.h"
 #include "KVOFortran.h"
+#include "sparse_kernels.h"
 
 #include <algorithm>
 #include <array>
@@ -201,6 +203,30 @@ TEST_P(SparseKernels, ReadNothingBehindX)
 }
 
 INSTANTIATE_TEST_SUITE_P(Levels, SparseKernels, testing::Values(0, 1, 2));
+
+// By what the processor's translation buffer reaches.
+TEST(SparseGroups, AreSmallerTheFartherEntriesLieApart)
+{
+    struct Case {
+        char const* processor;
+        int of250000Columns, of450000Columns, of800000Columns;
+    };
+    Random random(4);
+    for (Case const& c : {Case{"zen4", 4, 2, 1}, {"sapphire-rapids", 4, 2, 1}, {"skylake-sp", 2, 1, 1}, {"unknown", 2, 1, 1}}) {
+        SCOPED_TRACE(c.processor);
+        int const pages = KVOBasProcessor::Named(c.processor).choices.groupPages;
+        for (auto const& [columns, expected] :
+             {std::pair{250000, c.of250000Columns}, {450000, c.of450000Columns}, {800000, c.of800000Columns}}) {
+            std::vector<unsigned> const ia{0, 10000};
+            std::vector<int> ja(10000);
+            std::generate(ja.begin(), ja.end(), [&, below = columns] { return Below(random, below); });
+            blac::SparseRows const rows{nullptr, ia.data(), ia.data() + 1, ja.data(), 1, nullptr, columns, 1};
+            EXPECT_EQ(blac::SparseGroupSize(rows, pages), expected) << columns;
+            std::generate(ja.begin(), ja.end(), [&] { return Below(random, 50000); });
+            EXPECT_EQ(blac::SparseGroupSize(rows, pages), 8) << columns;
+        }
+    }
+}
 
 TEST(SparseLevel, IsCappedByTheProcessorAndReset)
 {

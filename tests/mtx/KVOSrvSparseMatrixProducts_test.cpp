@@ -54,6 +54,16 @@ TEST(KVOSrvSparseMatrixProducts, MultiplyEqualsThePlainLoopsInTheirOrder)
             }
 }
 
+// So large and scattered that vectors go through the rows in smaller groups.
+TEST(KVOSrvSparseMatrixProducts, EqualThePlainLoopsForLargeHalfStorage)
+{
+    Half half = Half::Random(150000, 0, 31);
+    for (int row = 0; row < 5000; ++row)
+        half.rows[static_cast<std::size_t>(row)].emplace_back(row + 1 + row * 2741 % 140000, 1.0 / (row + 1));
+    Dense const x = RandomVectors(half.Size(), 9, 32);
+    EXPECT_EQ(ProductOf(*HalfStored(half), x, false).values, ProductOf(half, x).values);
+}
+
 TEST(KVOSrvSparseMatrixProducts, FullStorageStaysFullWhateverIsSymmetricSays)
 {
     auto const matrix = SparseOracle{2, 2, {{{0, 0}, 2.0}, {{0, 1}, 1.0}, {{1, 0}, 1.0}}}.Matrix();
