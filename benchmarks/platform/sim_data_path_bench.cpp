@@ -226,6 +226,29 @@ void ReadVerifiedBlocks(benchmark::State& state)
     Compare(state, kBytes, readAll(own, true), readAll(own, false), readAll(reference, false));
 }
 
+// Whole chunks whose checksums are kept. The limit is to write them without.
+void OverwriteSummedBlocks(benchmark::State& state)
+{
+    std::int64_t const chunk = state.range(0), count = kSize / chunk;
+    std::vector<Window> const blocks = Blocks(chunk);
+    Stored own("own.sim", chunk, "own"), reference("hdf5.sim", chunk, "hdf5");
+    auto const sums = std::make_shared<simdb::ValueSums>(own.file, std::vector{count, count});
+    own.Fill(chunk);
+    reference.Fill(chunk);
+    CheckSame(own, blocks.back());
+    std::vector<double> const buffer(blocks.front().Values(), 1.0);
+    auto const writeAll = [&](Stored& stored, std::shared_ptr<simdb::ValueSums> const& kept) {
+        return [&blocks, &buffer, &stored, kept] {
+            stored.drawer->SetSums(kept);
+            return Time([&] {
+                for (Window const& block : blocks)
+                    stored.Write(block, buffer.data());
+            });
+        };
+    };
+    Compare(state, kBytes, writeAll(own, sums), writeAll(own, nullptr), writeAll(reference, nullptr));
+}
+
 void ReadBlocks(benchmark::State& state)
 {
     WholeBlocks(state, Direction::Read);
@@ -360,6 +383,7 @@ void SmallDrawers(benchmark::State& state)
 BENCHMARK(ReadBlocks)->Arg(512)->Arg(1024)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(ReadVerifiedBlocks)->Arg(512)->Arg(1024)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(OverwriteBlocks)->Arg(512)->Arg(1024)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(OverwriteSummedBlocks)->Arg(512)->Arg(1024)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(FirstWriteOfBlocks)->Arg(512)->Arg(1024)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(Read100Rows)->Arg(512)->Arg(1024)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(Write100Rows)->Arg(512)->Arg(1024)->UseManualTime()->Unit(benchmark::kMillisecond);

@@ -1,5 +1,6 @@
 #include "DataPath.h"
 
+#include "Crc32c.h"
 #include "KVOSimTypeKey.h"
 
 #include <algorithm>
@@ -114,13 +115,17 @@ void DataPath::Read(std::span<Range const> ranges, void* buffer, Inspect const& 
         StridedRuns const runs = Runs(piece, {extents.data(), m_grid.Rank()});
         if (inspect) {
             copies.Finish(); // what it reads may move the mapping
-            bool const isWhole = runs.IsOneRun() && runs.runBytes == m_chunkBytes;
             ChunkPlace const place = Place(piece.chunk, piece.origin);
-            bool const isWritten = place.state == ChunkPlace::State::Written;
-            if (isWritten)
-                inspect(piece.origin, place.address, isWhole ? target : nullptr);
-            if (isWritten && isWhole)
-                return;
+            if (place.state == ChunkPlace::State::Written) {
+                bool const isTarget = runs.IsOneRun() && runs.runBytes == m_chunkBytes;
+                bool const fits = m_chunkBytes <= FileAccess::kStagingBytes;
+                std::byte* const whole = isTarget ? target : fits ? copies.access.Staging() : nullptr;
+                inspect(piece.origin, place.address, whole);
+                if (isTarget)
+                    return;
+                if (whole != nullptr)
+                    return CopyToSecond(runs, whole + piece.chunkOffset * static_cast<std::int64_t>(m_valueBytes), target);
+            }
         }
         ReadPiece(copies, piece, runs, target);
     });
@@ -143,7 +148,7 @@ void DataPath::ReadPiece(MappedCopies& copies, ChunkPiece const& piece, StridedR
     });
 }
 
-void DataPath::Write(std::span<Range const> ranges, void const* buffer)
+void DataPath::Write(std::span<Range const> ranges, void const* buffer, OnWhole const& onWhole)
 {
     MappedCopies copies(FileAccess::Of(m_file));
     m_file.RequireWritable("Cannot write values to");
@@ -151,13 +156,36 @@ void DataPath::Write(std::span<Range const> ranges, void const* buffer)
     m_grid.ForEachPiece(ranges, [&](ChunkPiece const& piece) {
         auto const* const source = static_cast<std::byte const*>(buffer) + piece.bufferOffset * static_cast<std::int64_t>(m_valueBytes);
         StridedRuns const runs = Runs(piece, {extents.data(), m_grid.Rank()});
-        ChunkPlace const place = Place(piece.chunk, piece.origin);
-        if (place.state == ChunkPlace::State::Written)
-            WritePiece(copies, piece, place, runs, source);
+        if (onWhole && std::equal(m_grid.ChunkSizes().begin(), m_grid.ChunkSizes().end(), piece.counts.begin()))
+            onWhole(piece.origin, WriteWhole(copies, piece, runs, source));
         else
-            WriteNewChunk(copies, piece, runs, source);
+            WriteAny(copies, piece, runs, source);
     });
     copies.Finish();
+}
+
+void DataPath::WriteAny(MappedCopies& copies, ChunkPiece const& piece, StridedRuns const& runs, std::byte const* buffer)
+{
+    ChunkPlace const place = Place(piece.chunk, piece.origin);
+    if (place.state == ChunkPlace::State::Written)
+        WritePiece(copies, piece, place, runs, buffer);
+    else
+        WriteNewChunk(copies, piece, runs, buffer);
+}
+
+std::uint32_t DataPath::WriteWhole(MappedCopies& copies, ChunkPiece const& piece, StridedRuns const& runs, std::byte const* buffer)
+{
+    FileAccess& access = copies.access;
+    ChunkPlace place = Place(piece.chunk, piece.origin);
+    if (place.state == ChunkPlace::State::Written && runs.IsOneRun() && m_chunkBytes >= kDirectBytes) {
+        access.RequireReach(place.address, m_chunkBytes);
+        return access.WriteSummed(place.address, buffer, m_chunkBytes, MayWriteMapped(access, piece.chunk, place), BytesToKeep());
+    }
+    WriteAny(copies, piece, runs, buffer);
+    copies.Finish(); // of a copy that waits nobody knows whether it will be made
+    std::uint32_t crc = 0;
+    runs.ForEachRun([&](std::int64_t, std::int64_t inBuffer) { crc = Crc32c(buffer + inBuffer, runs.runBytes, crc); });
+    return crc;
 }
 
 void DataPath::WritePiece(MappedCopies& copies, ChunkPiece const& piece, ChunkPlace place, StridedRuns const& runs, std::byte const* buffer)

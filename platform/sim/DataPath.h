@@ -26,11 +26,13 @@ public:
     ChunkGrid const& Grid() const noexcept { return m_grid; }
     void SetCacheBytes(std::uint64_t bytes) noexcept;
 
-    /// Looks at a chunk that is about to be read. @param whole  where its bytes go, when all of them are asked for in their order: they
-    /// are put there by this; else null
+    /// Looks at a chunk that is about to be read. @param whole  where its bytes are put by this, and read from; null where there is no
+    /// memory for them: they are read again
     using Inspect = std::function<void(Extents const& origin, std::uint64_t address, std::byte* whole)>;
     void Read(std::span<Range const> ranges, void* buffer, Inspect const& inspect = nullptr);
-    void Write(std::span<Range const> ranges, void const* buffer);
+    /// What a whole chunk holds from now on. @param crc  CRC-32C of its bytes
+    using OnWhole = std::function<void(Extents const& origin, std::uint32_t crc)>;
+    void Write(std::span<Range const> ranges, void const* buffer, OnWhole const& onWhole = nullptr);
     /// The values themselves where they lie in one piece and the mapping is the fast way to them, else null.
     void* InPlace(std::span<Range const> ranges, bool toWrite);
     /// The same to be read, whether or not it is fast: they are fetched from the disk where they have to be.
@@ -53,6 +55,8 @@ private:
     ChunkPlace Place(std::int64_t chunk, Extents const& origin);
 
     void ReadPiece(MappedCopies& copies, ChunkPiece const& piece, StridedRuns const& runs, std::byte* buffer);
+    void WriteAny(MappedCopies& copies, ChunkPiece const& piece, StridedRuns const& runs, std::byte const* buffer);
+    std::uint32_t WriteWhole(MappedCopies& copies, ChunkPiece const& piece, StridedRuns const& runs, std::byte const* buffer);
     void WritePiece(MappedCopies& copies, ChunkPiece const& piece, ChunkPlace place, StridedRuns const& runs, std::byte const* buffer);
     void WriteNewChunk(MappedCopies& copies, ChunkPiece const& piece, StridedRuns const& runs, std::byte const* buffer);
     void CreateChunk(ChunkPiece const& piece, std::byte const* values);

@@ -72,23 +72,6 @@ std::uint64_t ChunkBytes(DenseShape const& shape) noexcept
            static_cast<std::uint64_t>(KVOSimTypeKeySize(shape.typeKey));
 }
 
-// The sum of bytes of the file, each slice of them while it is in the cache; to `target`, unless that is null.
-std::uint32_t ReadSummed(FileAccess& access, std::uint64_t address, std::uint64_t bytes, std::byte* target, std::uint64_t bytesToKeep)
-{
-    constexpr std::uint64_t kSlice = std::uint64_t(256) << 10;
-    std::uint32_t crc = 0;
-    for (std::uint64_t at = 0; at < bytes; at += kSlice) {
-        std::uint64_t const count = std::min(bytes - at, kSlice);
-        std::byte* const to = target != nullptr ? target + at : access.Staging();
-        if (target != nullptr)
-            access.ReadMany(address + at, to, count, bytesToKeep);
-        else
-            access.Read(address + at, to, count);
-        crc = Crc32c(to, count, crc);
-    }
-    return crc;
-}
-
 // The chunk whose first value is at `origin`.
 ValueSums::Place ChunkAt(Extents const& origin, DenseShape const& shape)
 {
@@ -137,8 +120,10 @@ void DenseDrawer::Read(std::span<Range const> ranges, void* buffer, bool verify)
     constexpr char const* kReading = "Cannot read values of";
     RequireRanges(Shape().sizes, ranges, kReading, m_state->file->Path());
     auto const inspect = [&](Extents const& origin, std::uint64_t address, std::byte* whole) {
-        std::uint64_t const keep = m_state->path ? m_state->path->BytesToKeep() : 0;
-        std::uint32_t const crc = ReadSummed(FileAccess::Of(*m_state->file), address, ChunkBytes(Shape()), whole, keep);
+        FileAccess& access = FileAccess::Of(*m_state->file);
+        std::uint64_t const bytes = ChunkBytes(Shape());
+        std::uint32_t const crc =
+            whole != nullptr ? access.ReadSummed(address, whole, bytes, m_state->path->BytesToKeep()) : access.Sum(address, bytes);
         if (std::string const fault = Fault(ChunkAt(origin, Shape()), crc); !fault.empty())
             ThrowReason(KVOSimException::Kind::Damaged, kReading, m_state->file->Path(), fault);
     };
@@ -155,28 +140,16 @@ void DenseDrawer::Read(std::span<Range const> ranges, void* buffer, bool verify)
 
 void DenseDrawer::Write(std::span<Range const> ranges, void const* buffer)
 {
-    RequireRanges(Shape().sizes, ranges, "Cannot write values to", m_state->file->Path());
-    auto const write = [&] { m_state->path ? m_state->path->Write(ranges, buffer) : m_state->dataset->Write(ranges, buffer); };
-    if (!m_state->sums)
-        return write();
-
-    m_state->file->RequireWritable("Cannot write values to");
-    DenseShape const& shape = Shape();
-    ChunkGrid const grid(shape.sizes, shape.chunkSizes);
-    BeginChange(ranges);
-    write();
-    Extents extents;
-    std::transform(ranges.begin(), ranges.end(), extents.begin(), [](Range const& range) { return range.Count(); });
-    grid.ForEachPiece(ranges, [&](ChunkPiece const& piece) {
-        if (!std::equal(shape.chunkSizes.begin(), shape.chunkSizes.end(), piece.counts.begin()))
-            return;
-        std::size_t const valueBytes = static_cast<std::size_t>(KVOSimTypeKeySize(shape.typeKey));
-        auto const* const source = static_cast<std::byte const*>(buffer) + piece.bufferOffset * static_cast<std::int64_t>(valueBytes);
-        std::uint32_t crc = 0;
-        StridedRuns const runs(shape.chunkSizes, shape.chunkSizes, {extents.data(), ranges.size()}, valueBytes);
-        runs.ForEachRun([&](std::int64_t, std::int64_t inBuffer) { crc = Crc32c(source + inBuffer, runs.runBytes, crc); });
-        m_state->sums->EndChange(ChunkAt(piece.origin, shape), crc);
-    });
+    constexpr char const* kWriting = "Cannot write values to";
+    RequireRanges(Shape().sizes, ranges, kWriting, m_state->file->Path());
+    if (m_state->sums) {
+        m_state->file->RequireWritable(kWriting);
+        BeginChange(ranges);
+    }
+    if (!m_state->path)
+        return m_state->dataset->Write(ranges, buffer); // the commit will read what changed
+    auto const keepSum = [&](Extents const& origin, std::uint32_t crc) { m_state->sums->EndChange(ChunkAt(origin, Shape()), crc); };
+    m_state->path->Write(ranges, buffer, m_state->sums ? DataPath::OnWhole(keepSum) : nullptr);
 }
 
 void DenseDrawer::BeginChange(std::span<Range const> ranges)
@@ -337,7 +310,7 @@ void DenseDrawer::WriteSums()
         auto const address = ChunkAddress(chunk);
         if (!address)
             return std::nullopt;
-        return ReadSummed(FileAccess::Of(*m_state->file), *address, ChunkBytes(Shape()), nullptr, 0);
+        return FileAccess::Of(*m_state->file).Sum(*address, ChunkBytes(Shape()));
     });
 }
 
@@ -354,7 +327,7 @@ std::int64_t DenseDrawer::CheckValues(std::function<void(std::string const& what
         ValueSums::Place const chunk(at.begin(), at.begin() + static_cast<std::ptrdiff_t>(chunks.size()));
         if (auto const address = ChunkAddress(chunk)) {
             ++checked;
-            std::uint32_t const crc = ReadSummed(FileAccess::Of(*m_state->file), *address, ChunkBytes(Shape()), nullptr, 0);
+            std::uint32_t const crc = FileAccess::Of(*m_state->file).Sum(*address, ChunkBytes(Shape()));
             if (std::string const fault = Fault(chunk, crc); !fault.empty())
                 onDamage(fault);
         }

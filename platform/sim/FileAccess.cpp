@@ -1,5 +1,6 @@
 #include "FileAccess.h"
 
+#include "Crc32c.h"
 #include "SimIo.h"
 #include "StridedCopy.h"
 
@@ -51,6 +52,16 @@ void ForEachRegion(std::uint64_t offset, std::uint64_t bytes, Move const& move)
         move(offset, next - offset);
         offset = next;
     }
+}
+
+// Calls move(offset, bytes) for slices of a part that stay in the second-level cache between a call and the sum; shorter ones lose more on
+// calls.
+template<class Move>
+void ForEachSlice(std::uint64_t offset, std::uint64_t bytes, Move const& move)
+{
+    constexpr std::uint64_t kSlice = std::uint64_t(256) << 10;
+    for (std::uint64_t const end = offset + bytes; offset < end; offset += kSlice)
+        move(offset, std::min(end - offset, kSlice));
 }
 
 std::uint64_t PhysicalBytes() noexcept
@@ -124,28 +135,85 @@ std::byte* FileAccess::ForWriting(std::uint64_t offset, StridedRuns const& runs,
     return m_mapping.Bytes(offset, runs, residentBytes, true);
 }
 
-void FileAccess::ReadMany(std::uint64_t offset, std::byte* target, std::size_t bytes, std::uint64_t residentBytes)
+// map(done, mapped, count) or call(done, count) for each part: `count` bytes behind the first `done`.
+template<class Map, class Call>
+void FileAccess::ReadRegions(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes, Map const& map, Call const& call)
 {
     ForEachRegion(offset, bytes, [&](std::uint64_t at, std::size_t count) {
-        std::byte* const to = target + (at - offset);
-        if (std::byte const* const from = m_mapping.Settled(at, count, residentBytes, false)) {
-            std::memcpy(to, from, count);
-            return;
-        }
-        Read(at, to, count);
+        if (std::byte const* const from = m_mapping.Settled(at, count, residentBytes, false))
+            return map(at - offset, from, count);
+        call(at - offset, count);
         m_mapping.MarkUsed(at);
     });
 }
 
-void FileAccess::WriteMany(std::uint64_t offset, std::byte const* source, std::size_t bytes, bool mayBeMapped, std::uint64_t residentBytes)
+template<class Map, class Call>
+void FileAccess::WriteRegions(std::uint64_t offset, std::uint64_t bytes, bool mayBeMapped, std::uint64_t residentBytes, Map const& map,
+                              Call const& call)
 {
     ForEachRegion(offset, bytes, [&](std::uint64_t at, std::size_t count) {
-        std::byte const* const from = source + (at - offset);
         if (std::byte* const to = mayBeMapped && m_writesMapped ? m_mapping.Settled(at, count, residentBytes, true) : nullptr)
-            return CopyPastCache(to, from, count);
-        Write(at, from, count);
+            return map(at - offset, to, count);
+        call(at - offset, count);
         m_mapping.MarkUsed(at);
     });
+}
+
+void FileAccess::ReadMany(std::uint64_t offset, std::byte* target, std::size_t bytes, std::uint64_t residentBytes)
+{
+    ReadRegions(
+        offset, bytes, residentBytes,
+        [&](std::uint64_t done, std::byte const* from, std::size_t count) { std::memcpy(target + done, from, count); },
+        [&](std::uint64_t done, std::size_t count) { Read(offset + done, target + done, count); });
+}
+
+std::uint32_t FileAccess::ReadSummed(std::uint64_t offset, std::byte* target, std::size_t bytes, std::uint64_t residentBytes)
+{
+    std::uint32_t crc = 0;
+    ReadRegions(
+        offset, bytes, residentBytes,
+        [&](std::uint64_t done, std::byte const* from, std::size_t count) { crc = Crc32cCopy(target + done, from, count, crc); },
+        [&](std::uint64_t done, std::size_t count) {
+            ForEachSlice(done, count, [&](std::uint64_t at, std::size_t slice) {
+                Read(offset + at, target + at, slice);
+                crc = Crc32c(target + at, slice, crc);
+            });
+        });
+    return crc;
+}
+
+std::uint32_t FileAccess::Sum(std::uint64_t offset, std::uint64_t bytes)
+{
+    std::uint32_t crc = 0;
+    ForEachSlice(offset, bytes, [&](std::uint64_t at, std::size_t slice) {
+        Read(at, Staging(), slice);
+        crc = Crc32c(Staging(), slice, crc);
+    });
+    return crc;
+}
+
+void FileAccess::WriteMany(std::uint64_t offset, std::byte const* source, std::size_t bytes, bool mayBeMapped, std::uint64_t residentBytes)
+{
+    WriteRegions(
+        offset, bytes, mayBeMapped, residentBytes,
+        [&](std::uint64_t done, std::byte* to, std::size_t count) { CopyPastCache(to, source + done, count); },
+        [&](std::uint64_t done, std::size_t count) { Write(offset + done, source + done, count); });
+}
+
+std::uint32_t FileAccess::WriteSummed(std::uint64_t offset, std::byte const* source, std::size_t bytes, bool mayBeMapped,
+                                      std::uint64_t residentBytes)
+{
+    std::uint32_t crc = 0;
+    WriteRegions(
+        offset, bytes, mayBeMapped, residentBytes,
+        [&](std::uint64_t done, std::byte* to, std::size_t count) { crc = Crc32cCopyPastCache(to, source + done, count, crc); },
+        [&](std::uint64_t done, std::size_t count) {
+            ForEachSlice(done, count, [&](std::uint64_t at, std::size_t slice) {
+                crc = Crc32c(source + at, slice, crc);
+                Write(offset + at, source + at, slice);
+            });
+        });
+    return crc;
 }
 
 std::byte* FileAccess::InPlace(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes, bool toWrite) noexcept

@@ -29,8 +29,15 @@ public:
 
     /// The same for many bytes at once: through the mapping where that is faster, with pages that have been used before.
     void ReadMany(std::uint64_t offset, std::byte* target, std::size_t bytes, std::uint64_t residentBytes);
+    /// ReadMany() with the CRC-32C of what came into `target`.
+    std::uint32_t ReadSummed(std::uint64_t offset, std::byte* target, std::size_t bytes, std::uint64_t residentBytes);
+    /// The CRC-32C alone. Uses Staging().
+    std::uint32_t Sum(std::uint64_t offset, std::uint64_t bytes);
     /// They must have space on the disk, !HasHole(), where `mayBeMapped`.
     void WriteMany(std::uint64_t offset, std::byte const* source, std::size_t bytes, bool mayBeMapped, std::uint64_t residentBytes);
+    /// WriteMany() with the CRC-32C of the bytes.
+    std::uint32_t WriteSummed(std::uint64_t offset, std::byte const* source, std::size_t bytes, bool mayBeMapped,
+                              std::uint64_t residentBytes);
     /// The bytes themselves, where both would move them through the mapping, else null. They stay there until anything else is asked.
     std::byte* InPlace(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes, bool toWrite) noexcept;
 
@@ -72,6 +79,12 @@ public:
     static constexpr std::size_t kStagingBytes = std::size_t(16) << 20;
 
 private:
+    template<class Map, class Call>
+    void ReadRegions(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes, Map const& map, Call const& call);
+    template<class Map, class Call>
+    void WriteRegions(std::uint64_t offset, std::uint64_t bytes, bool mayBeMapped, std::uint64_t residentBytes, Map const& map,
+                      Call const& call);
+
     std::string m_path;
     int m_descriptor;
     bool m_writesMapped;

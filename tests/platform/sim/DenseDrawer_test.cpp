@@ -4,6 +4,7 @@
 #include "KVOSimTypeKey.h"
 #include "ResidentBytes.h"
 #include "TemporaryFolder.h"
+#include "ValueSums.h"
 
 #include <cstdlib>
 #include <fcntl.h>
@@ -220,6 +221,42 @@ TEST_F(DenseDrawerTest, MapsWhatIsUsedAgainWithinItsBudget)
             WriteSomewhere(*drawer, oracle, random);
             ExpectSame(*drawer, oracle);
         }
+}
+
+// First by calls, then through the mapping, strided and too large for the memory of one chunk.
+TEST_F(DenseDrawerTest, SumsLargeChunksAsTheyTravel)
+{
+    for (std::int64_t const size : {512, 1450}) {
+        SCOPED_TRACE(size);
+        std::mt19937_64 random(1);
+        DrawerOracle oracle({size, 2 * size}, std::vector<std::byte>(8));
+        auto const drawer = DenseDrawer::Create(NewFile(), {oracle.Sizes(), {size, size}, KVOSimDouble, {}});
+        drawer->SetSums(std::make_shared<simdb::ValueSums>(m_file, std::vector<std::int64_t>{1, 2}));
+        drawer->SetCacheBytes(std::uint64_t(256) << 20);
+        Ranges const whole{{0, size - 1}, {size, 2 * size - 1}}, part{{3, size / 2}, {size + 5, size + 99}};
+        auto const read = [&](Ranges const& ranges) {
+            std::vector<std::byte> values(oracle.Read(ranges).size());
+            drawer->Read(ranges, values.data(), true);
+            return values;
+        };
+        for (int round = 0; round < (size == 512 ? 3 : 1); ++round)
+            for (Ranges const& ranges : {oracle.Everything(), whole}) {
+                std::vector<std::byte> const values = RandomBytes(random, oracle.Read(ranges).size());
+                drawer->Write(ranges, values.data());
+                oracle.Write(ranges, values);
+                EXPECT_EQ(drawer->CheckValues([](std::string const& what) { ADD_FAILURE() << what; }), 2);
+                for (Ranges const& asked : {whole, part})
+                    EXPECT_TRUE(read(asked) == oracle.Read(asked));
+            }
+        std::vector<std::byte> byte = oracle.Read(whole);
+        byte[byte.size() / 2] ^= std::byte{1};
+        auto const sums = drawer->Sums();
+        drawer->SetSums(nullptr);
+        drawer->Write(whole, byte.data());
+        drawer->SetSums(sums);
+        for (Ranges const& asked : {whole, part})
+            EXPECT_THROW(read(asked), KVOSimException);
+    }
 }
 
 TEST_F(DenseDrawerTest, FetchesChunksFromTheDiskWithinItsBudget)
