@@ -53,6 +53,6 @@ extern "C" void BLAC_DGEMM2(char const* transa, char const* transb, int const* m
     if (*m == 0 || *n == 0 || ((*alpha == 0.0 || *k == 0) && *beta == 1.0))
         return;
 
-    kvo_builtin_dgemm(blac::ChooseGemmKernel(KVOBasProcessor::This(), *m, *n, *k), !Is(*transa, 'N'), !Is(*transb, 'N'), *m, *n, *k, *alpha,
-                      a, *lda, b, *ldb, *beta, c, *ldc);
+    kvo_builtin_dgemm(blac::PlanGemm(KVOBasProcessor::This(), *m, *n, *k), !Is(*transa, 'N'), !Is(*transb, 'N'), *m, *n, *k, *alpha, a,
+                      *lda, b, *ldb, *beta, c, *ldc);
 }

@@ -6,7 +6,7 @@
 namespace blac
 {
 
-/// The fastest kernel for a product of m x k with k x n; a function of its arguments alone.
-kvo_gemm_kernel ChooseGemmKernel(KVOBasProcessor const& processor, int m, int n, int k);
+/// The fastest way to a product of m x k with k x n; a function of its arguments alone.
+kvo_gemm_plan PlanGemm(KVOBasProcessor const& processor, int m, int n, int k);
 
 } // namespace blac

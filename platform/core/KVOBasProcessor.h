@@ -14,7 +14,6 @@ enum class KVOBasVendor { Intel, Amd, Other };
 struct KVOBasChoices {
     bool storesPastCache; ///< stores past the caches pay for whole cache lines of more than fits the last one
     int groupPages;       ///< pages of 4 KiB that the vectors of a sparse product may touch at once
-    bool wideGemm;        ///< BLAC_DGEMM2 takes its AVX-512 kernel for large products
 };
 
 /// A processor. Sizes of caches are bytes; of those that cannot be found out, as in some virtual machines, common small ones are told.

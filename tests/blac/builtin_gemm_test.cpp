@@ -65,29 +65,60 @@ TEST(BuiltinGemm, Products)
             if (subject == entryPoint)
                 BLAC_DGEMM2(&s.transa, &s.transb, &s.m, &s.n, &s.k, &s.alpha, a.data(), &a.ld, b.data(), &b.ld, &s.beta, c.data(), &c.ld);
             else
-                kvo_builtin_dgemm(static_cast<kvo_gemm_kernel>(subject), transposed(s.transa), transposed(s.transb), s.m, s.n, s.k, s.alpha,
-                                  a.data(), a.ld, b.data(), b.ld, s.beta, c.data(), c.ld);
+                kvo_builtin_dgemm({static_cast<kvo_gemm_kernel>(subject), 1 << 18}, transposed(s.transa), transposed(s.transb), s.m, s.n,
+                                  s.k, s.alpha, a.data(), a.ld, b.data(), b.ld, s.beta, c.data(), c.ld);
             ASSERT_NO_FATAL_FAILURE(ExpectNear(c, expected, ProductTolerance(s.k, 1.5)));
         }
     }
 }
 
-TEST(BuiltinGemm, ChoiceOfKernel)
+TEST(BuiltinGemm, PlanByProcessor)
 {
-    using blac::ChooseGemmKernel;
-    KVOBasProcessor old{}, halves{};
-    halves.avx2 = halves.avx512 = true;
+    KVOBasProcessor old{}, avx2{}, halves{};
+    old.vectorBytes = 16;
+    avx2.avx2 = halves.avx2 = halves.avx512 = true;
+    avx2.vectorBytes = halves.vectorBytes = 32;
     KVOBasProcessor wide = halves;
-    wide.choices.wideGemm = true;
+    wide.vectorBytes = 64;
+    wide.l2Bytes = 3 << 18;
 
+    auto const kernel = [](KVOBasProcessor const& processor, int m, int n, int k) { return blac::PlanGemm(processor, m, n, k).kernel; };
     for (int const n : {4, 64, 1024}) {
-        EXPECT_EQ(ChooseGemmKernel(old, n, n, n), kvo_gemm_baseline);
-        EXPECT_EQ(ChooseGemmKernel(halves, n, n, n), kvo_gemm_avx2);
+        EXPECT_EQ(kernel(old, n, n, n), kvo_gemm_baseline);
+        EXPECT_EQ(kernel(avx2, n, n, n), kvo_gemm_avx2);
     }
-    EXPECT_EQ(ChooseGemmKernel(wide, 64, 64, 64), kvo_gemm_avx2);
-    EXPECT_EQ(ChooseGemmKernel(wide, 256, 256, 256), kvo_gemm_avx512);
-    EXPECT_EQ(ChooseGemmKernel(wide, 4, 1000, 1000), kvo_gemm_avx2);
-    EXPECT_EQ(ChooseGemmKernel(wide, 50000, 50000, 50000), kvo_gemm_avx512); // the volume needs 64 bits
+    EXPECT_EQ(kernel(wide, 64, 64, 64), kvo_gemm_avx2);
+    EXPECT_EQ(kernel(wide, 128, 128, 128), kvo_gemm_avx512);
+    EXPECT_EQ(kernel(wide, 4, 1000, 1000), kvo_gemm_avx2);
+    EXPECT_EQ(kernel(wide, 50000, 50000, 50000), kvo_gemm_avx512); // the volume needs 64 bits
+    EXPECT_EQ(kernel(halves, 4096, 4096, 200), kvo_gemm_avx2);
+    EXPECT_EQ(kernel(halves, 201, 201, 201), kvo_gemm_avx512);
+    EXPECT_EQ(blac::PlanGemm(wide, 256, 256, 256).packedBytes, 1 << 19);
+    EXPECT_EQ(blac::PlanGemm(wide, 4, 1000, 1000).packedBytes, 0); // nothing is packed
+}
+
+// How rows are cut leaves the bits as they are; so does, for alpha 1 and -1 and beta 0 and 1, which the kernels apply with different
+// roundings otherwise, the choice between the two that pack.
+TEST(BuiltinGemm, BitsDependOnNoBlockSize)
+{
+    KVOBasProcessor const& processor = KVOBasProcessor::This();
+    int const m = 701, n = 203, k = 530;
+    Dense const a = Seeded(m, k, 1), b = Seeded(k, n, 2), before = Seeded(m, n, 3);
+    auto const product = [&](kvo_gemm_kernel kernel, int packedBytes) {
+        Dense c = before;
+        kvo_builtin_dgemm({kernel, packedBytes}, 0, 0, m, n, k, -1.0, a.data(), a.ld, b.data(), b.ld, 1.0, c.data(), c.ld);
+        return std::vector<double>(c.data(), c.data() + static_cast<std::ptrdiff_t>(c.ld) * n);
+    };
+
+    if (!processor.avx2)
+        GTEST_SKIP() << "no AVX2";
+    auto const expected = product(kvo_gemm_avx2, 1 << 17);
+    EXPECT_EQ(product(kvo_gemm_avx2, 1), expected);
+    EXPECT_EQ(product(kvo_gemm_avx2, 1 << 21), expected);
+    if (processor.avx512) {
+        EXPECT_EQ(product(kvo_gemm_avx512, 1 << 17), expected);
+        EXPECT_EQ(product(kvo_gemm_avx512, 1 << 21), expected);
+    }
 }
 
 TEST(BuiltinGemm, WrongArgumentsReachXerblaInOrderAndChangeNothing)
