@@ -5,13 +5,10 @@ set -euo pipefail
 cd "$(dirname "$0")"
 scripts/install-packages.sh
 
-# What ./test.sh has built is used; without it the tests are not built.
+# The folder of ./test.sh, so that nothing is compiled twice; what "cmake --install build/release" needs is there after either.
 build=build/release
-if [ ! -f $build/CMakeCache.txt ]; then
-    build=build/demo
-    cmake --preset release -DKVO_BUILD_TESTS=OFF -B $build
-fi
-cmake --build $build --parallel "$(nproc)" --target modes_in_core kvomtx
+cmake --preset release
+cmake --build $build --parallel "$(nproc)" --target modes_in_core KVOMtxLinearAlgebra kvomtx kvomtx_manual
 $build/examples/modes_in_core data
 
 mkdir -p build/demo
