@@ -45,6 +45,10 @@ endfunction()
 # A program of the tests, benchmarks or examples.
 function(kvo_add_program target)
     add_executable(${target} ${ARGN})
+    kvo_compile_as_program(${target})
+endfunction()
+
+function(kvo_compile_as_program target)
     target_compile_features(${target} PRIVATE cxx_std_20)
     set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
     target_link_libraries(${target} PRIVATE KVO::MtxLinearAlgebra kvo_warnings kvo_sanitizers)
