@@ -8,7 +8,7 @@ namespace
 
 constexpr KVOSrvMatrixSupport::InputCheck Require("mtx/impl/KVOSrvMatrixArithmetic");
 
-// A piece stays in the second-level cache between its reading and its sum.
+// A piece, 512 KiB, stays in the second-level cache of server processors since 2017 between its reading and its sum.
 constexpr std::int64_t kPieceEntries = std::int64_t{1} << 16;
 
 } // namespace

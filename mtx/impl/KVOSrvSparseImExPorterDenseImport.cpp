@@ -271,7 +271,8 @@ private:
     SparseRows m_result;
 };
 
-// The matrix passes through a window about the size of the second-level cache, not through memory of its whole size.
+// The matrix passes through a window, not through memory of its whole size: 512 KiB, no more than the second-level cache of server
+// processors since 2017.
 constexpr std::int64_t kWindow = 65536; // doubles
 
 // Wide panels use up the cache lines of a row's entries, unless that takes too much memory.

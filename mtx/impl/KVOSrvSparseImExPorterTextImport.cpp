@@ -65,7 +65,7 @@ public:
 
 private:
     static constexpr std::int64_t kSmallest = 64;
-    static constexpr std::int64_t kLargest = 1 << 18; // stays in the second-level cache
+    static constexpr std::int64_t kLargest = 1 << 18; // stays in a second-level cache: 512 KiB and more since 2017
 
     using Text = std::unique_ptr<char[], mem_Deleter>;
     static Text Allocate(std::size_t bytes) { return Text(static_cast<char*>(mem_OperatorNewThrow(bytes))); }

@@ -83,7 +83,7 @@ public:
     /// Writes what is buffered and closes the file. Every write, also before, throws KVOSrvMtxFileWriteFailure with the path on failure.
     void Close();
 
-    static constexpr std::size_t kBufferBytes = std::size_t{1} << 18; // stays in the second-level cache
+    static constexpr std::size_t kBufferBytes = std::size_t{1} << 18; // stays in a second-level cache: 512 KiB and more since 2017
 
 private:
     void Write(void const* data, std::size_t bytes);

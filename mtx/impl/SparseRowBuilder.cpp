@@ -1,5 +1,6 @@
 #include "SparseRowBuilder.h"
 
+#include "KVOBasProcessor.h"
 #include "tasks.h"
 
 #include <algorithm>
@@ -17,11 +18,18 @@ namespace
 using Entry = KVOSrvSparseMatrixEntry;
 
 // A bucket, its copy by rows and the rows made of it share the second-level cache: 16, 16 and 12 bytes an entry.
-constexpr std::int64_t kEntriesPerBucket = 16384;
+std::int64_t EntriesPerBucket() noexcept
+{
+    return static_cast<std::int64_t>(KVOBasProcessor::This().l2Bytes / 64);
+}
 // Below, tasks gain little.
 constexpr std::int64_t kLeastOfParts = 32768;
-// As many places are written to in turns; each keeps a cache line and a page busy.
-constexpr std::int64_t kMaxBuckets = 2048;
+// As many places are written to in turns; each keeps a cache line of the second level and a page busy.
+std::int64_t MostBuckets() noexcept
+{
+    constexpr int kLines = 2048;
+    return std::min(kLines, KVOBasProcessor::This().pages);
+}
 
 // Calls take(entries) for the entries of part `part`, in their order.
 template<class Take>
@@ -70,7 +78,7 @@ SparseRowBuilder::SparseRowBuilder(std::int64_t count, std::int64_t rows)
 {
     std::int64_t const atLeastOne = std::max<std::int64_t>(rows, 1);
     // No more rows a bucket than entries, as far as that goes: what is kept for each row of a bucket is not to exceed the entries.
-    m_shift = ShiftFor(atLeastOne, std::clamp<std::int64_t>(std::max(count, rows) / kEntriesPerBucket, 1, kMaxBuckets));
+    m_shift = ShiftFor(atLeastOne, std::clamp<std::int64_t>(std::max(count, rows) / EntriesPerBucket(), 1, MostBuckets()));
     m_bucketCount = ((atLeastOne - 1) >> m_shift) + 1;
     m_next = AllocateArray<std::int64_t>(m_parts * m_bucketCount);
     std::fill_n(m_next.get(), m_parts * m_bucketCount, 0);

@@ -52,7 +52,7 @@ KVOBasProcessor OfFamily(ProcessorFamily const& family) noexcept
     processor.coresPerL3 = family.coresPerL3;
     processor.pages = family.pages;
     processor.largePages = family.largePages;
-    processor.choices = {family.storesPastCache, family.pages};
+    processor.choices = {family.copiesPastCache, family.storesPastCache, family.pages};
     return processor;
 }
 

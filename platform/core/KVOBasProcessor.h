@@ -12,7 +12,8 @@ enum class KVOBasVendor { Intel, Amd, Other };
 
 /// What is chosen by the processor. No result depends on it, but that of BLAC_DGEMM2, whose order of additions is its kernel's.
 struct KVOBasChoices {
-    bool storesPastCache; ///< stores past the caches pay for whole cache lines of more than fits the last one
+    bool copiesPastCache; ///< stores past the caches pay in copies from one end to the other of what nobody reads soon
+    bool storesPastCache; ///< they pay in transposes too, for whole cache lines of many columns in turns
     int groupPages;       ///< pages of 4 KiB that the vectors of a sparse product may touch at once
 };
 

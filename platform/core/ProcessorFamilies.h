@@ -20,7 +20,7 @@ struct ProcessorFamily {
     int coresPerL3;
     int pages, largePages;
 
-    bool storesPastCache;
+    bool copiesPastCache, storesPastCache;
 
     bool Has(KVOBasVendor ofVendor, int ofFamily, int ofModel) const noexcept;
 };

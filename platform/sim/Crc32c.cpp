@@ -263,6 +263,8 @@ std::uint32_t Crc32cCopy(void* to, void const* from, std::size_t bytes, std::uin
 std::uint32_t Crc32cCopyPastCache(void* to, void const* from, std::size_t bytes, std::uint32_t before, Crc32cWay way) noexcept
 {
     constexpr std::size_t kLine = 64;
+    if (!KVOBasProcessor::This().choices.copiesPastCache)
+        return Crc32cCopy(to, from, bytes, before, way);
     std::size_t const head = std::min(bytes, static_cast<std::size_t>(-reinterpret_cast<std::uintptr_t>(to) & (kLine - 1)));
     std::uint32_t crc = Sum<Copied::Plain>(way, to, from, head, before);
     crc = Sum<Copied::PastCache>(way, static_cast<std::byte*>(to) + head, static_cast<std::byte const*>(from) + head, bytes - head, crc);

@@ -54,8 +54,8 @@ void ForEachRegion(std::uint64_t offset, std::uint64_t bytes, Move const& move)
     }
 }
 
-// Calls move(offset, bytes) for slices of a part that stay in the second-level cache between a call and the sum; shorter ones lose more on
-// calls.
+// Calls move(offset, bytes) for slices of a part that stay in the second-level cache between a call and the sum: in that of every x86
+// server processor since 2017, of 512 KiB and more. Shorter ones lose more on calls.
 template<class Move>
 void ForEachSlice(std::uint64_t offset, std::uint64_t bytes, Move const& move)
 {

@@ -1,5 +1,7 @@
 #include "StridedCopy.h"
 
+#include "KVOBasProcessor.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -130,6 +132,10 @@ void CopyToSecond(StridedRuns const& runs, std::byte const* array0, std::byte* a
 void CopyPastCache(std::byte* to, std::byte const* from, std::size_t bytes) noexcept
 {
 #ifdef __SSE2__
+    if (!KVOBasProcessor::This().choices.copiesPastCache) {
+        std::memcpy(to, from, bytes);
+        return;
+    }
     std::size_t const head = std::min(bytes, static_cast<std::size_t>(-reinterpret_cast<std::uintptr_t>(to) & (kLine - 1)));
     std::memcpy(to, from, head);
     std::size_t i = head;

@@ -95,7 +95,8 @@ struct Upcoming {
 void CopyToFirst(StridedRuns const& runs, std::byte* array0, std::byte const* array1, Upcoming const& upcoming = {}) noexcept;
 void CopyToSecond(StridedRuns const& runs, std::byte const* array0, std::byte* array1, Upcoming const& upcoming = {}) noexcept;
 
-/// memcpy for what will not be read again soon: it does not read what it overwrites into the cache first, where the processor can do that.
+/// memcpy for what will not be read again soon: it does not read what it overwrites into the cache first, where that pays on
+/// this processor.
 void CopyPastCache(std::byte* to, std::byte const* from, std::size_t bytes) noexcept;
 
 } // namespace simdb

@@ -96,16 +96,17 @@ TEST(KVOBasProcessor, ChoosesByFamily)
 {
     struct Case {
         char const* name;
-        bool storesPastCache;
+        bool copiesPastCache, storesPastCache;
         int groupPages;
         bool wide;
     };
-    for (Case const& c :
-         {Case{"unknown", false, 1024, true}, Case{"zen4", true, 3072, false}, Case{"skylake-sp", false, 1536, true},
-          Case{"ice-lake", false, 2048, true}, Case{"sapphire-rapids", false, 2048, true}, Case{"haswell", false, 1024, false}}) {
+    for (Case const& c : {Case{"unknown", false, false, 1024, true}, Case{"zen4", true, true, 3072, false},
+                          Case{"skylake-sp", true, false, 1536, true}, Case{"ice-lake", true, false, 2048, true},
+                          Case{"sapphire-rapids", true, false, 2048, true}, Case{"haswell", false, false, 1024, false}}) {
         SCOPED_TRACE(c.name);
         KVOBasProcessor const processor = KVOBasProcessor::Named(c.name);
         EXPECT_STREQ(processor.name, c.name);
+        EXPECT_EQ(processor.choices.copiesPastCache, c.copiesPastCache);
         EXPECT_EQ(processor.choices.storesPastCache, c.storesPastCache);
         EXPECT_EQ(processor.choices.groupPages, c.groupPages);
         EXPECT_EQ(processor.vectorBytes == 64, c.wide && processor.avx512); // never more than this one can
