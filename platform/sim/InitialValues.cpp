@@ -2,7 +2,9 @@
 
 #include "SimIo.h"
 
+#include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -24,6 +26,16 @@ std::array<std::byte, 8> EightBytesOf(std::array<std::byte, 8> const& value, std
     return pattern;
 }
 
+// Makes the memory one tile long. Where the system has no pages left for it, it says so here; else the first touch of one would be a
+// signal.
+bool TakePages(int memory) noexcept
+{
+    while (fallocate(memory, 0, 0, static_cast<off_t>(kTile)) != 0)
+        if (errno != EINTR)
+            return false;
+    return true;
+}
+
 // Nothing is written for zeros: what memory of the system holds at first.
 bool MapTiles(int memory, std::array<std::byte, 8> const& pattern, std::byte* base, std::uint64_t bytes) noexcept
 {
@@ -38,7 +50,7 @@ bool MapTiles(int memory, std::array<std::byte, 8> const& pattern, std::byte* ba
     return mprotect(base, kTile, PROT_READ) == 0;
 }
 
-// Where a limit on the sizes of files forbids one in memory.
+// Where a limit on the sizes of files forbids one in memory, or the system has none for it: this asks it for memory in another way.
 bool FillMemory(std::array<std::byte, 8> const& pattern, std::byte* base, std::uint64_t bytes) noexcept
 {
     if (pattern == std::array<std::byte, 8>{})
@@ -79,9 +91,8 @@ std::byte const* InitialValues::Bytes(std::array<std::byte, 8> const& value, std
     m_bytes = rounded;
     m_pattern = pattern;
     int const memory = memfd_create("initial values", MFD_CLOEXEC);
-    bool const made = memory >= 0 && !io::ExceedsLimit(kTile) && ftruncate(memory, static_cast<off_t>(kTile)) == 0
-                          ? MapTiles(memory, pattern, m_base, m_bytes)
-                          : FillMemory(pattern, m_base, m_bytes);
+    bool const made = memory >= 0 && !io::ExceedsLimit(kTile) && TakePages(memory) ? MapTiles(memory, pattern, m_base, m_bytes)
+                                                                                   : FillMemory(pattern, m_base, m_bytes);
     if (memory >= 0)
         close(memory);
     if (!made)
