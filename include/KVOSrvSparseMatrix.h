@@ -226,6 +226,8 @@ public:
     /// @throws KVOSrvMtxIllegalInput "Export" when they have not
     /// @throws KVOSimException when the database fails; there is no new drawer then
     void Export(KVOSimCSetID const& rows, KVOSimCSetID const& columns, KVOSimDistributionID const& distribution) const;
+    /// The same. @param valueChecksums  as KVOSimTransfer::SetValueChecksums()
+    void Export(KVOSimCSetID const& rows, KVOSimCSetID const& columns, KVOSimDistributionID const& distribution, bool valueChecksums) const;
 
     /// The set that numbers the rows in the database; null but after an import from there.
     KVOSimCSetID RowCSetID() const { return m_rowCSet; }

@@ -54,6 +54,12 @@ KVOSrvSparseMatrix::KVOSrvSparseMatrix(KVOSimDistributionID const& distribution)
 
 void KVOSrvSparseMatrix::Export(KVOSimCSetID const& rows, KVOSimCSetID const& columns, KVOSimDistributionID const& distribution) const
 {
+    Export(rows, columns, distribution, false);
+}
+
+void KVOSrvSparseMatrix::Export(KVOSimCSetID const& rows, KVOSimCSetID const& columns, KVOSimDistributionID const& distribution,
+                                bool valueChecksums) const
+{
     RequireAssembled("Export");
     int const members = KVOSimCSet(columns).Size();
     Require(KVOSimCSet(rows).Size() == m_rowCount, "Export", "the set of the rows has not as many members as there are rows");
@@ -81,6 +87,8 @@ void KVOSrvSparseMatrix::Export(KVOSimCSetID const& rows, KVOSimCSetID const& co
     transfer.SetDim(0, rows);
     transfer.SetDim(1, columns);
     transfer.SetSerialization(type);
+    if (valueChecksums)
+        transfer.SetValueChecksums();
     transfer.CheckView();
     SetBuffer(transfer, kRowStart, rowStart, offsets);
     SetBuffer(transfer, kColumnIndices, std::as_const(m_columnIndices).get(), entries);

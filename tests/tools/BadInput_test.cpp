@@ -200,6 +200,7 @@ TEST(BadInput, WrongCommandLinesAreRefused)
     ExpectFailure(tool, {"convert", k, "out", "--to", "8"}, 2, "\"8\" is no format");
     ExpectFailure(tool, {"convert", "k.csv", "k.mtx"}, 2, "cannot be read");
     ExpectFailure(tool, {"convert", k, "k.nodes"}, 2, "--nodes");
+    ExpectFailure(tool, {"convert", k, "k.csv", "--checksums"}, 2, "has no place for --checksums");
     ExpectFailure(tool, {"convert", k, "k.sim:1"}, 2, "an output is a whole file");
     ExpectFailure(tool, {"make-brick", "0", "1", "1", "k.mtx", "m.mtx"}, 2, "NX");
     ExpectFailure(tool, {"make-brick", "1", "1", "1", "k.mtx", "m.mtx", "--poisson", "0.5"}, 2, "--poisson");

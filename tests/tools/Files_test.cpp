@@ -40,6 +40,10 @@ TEST(Files, ConvertKeepsAMatrixThroughEveryFormat)
         EXPECT_EQ(back.rows, 4);
     }
     EXPECT_EQ(tool.Files().at("k.chunks").substr(12, 4), std::string(4, '\0')); // half storage
+    for (auto const& [input, arrays] : {std::pair{Data("bcsstk01.mtx"), 4}, {std::string("a.mtx"), 3}}) {
+        tool.Do({"convert", input, "sums.sim", "--checksums"});
+        EXPECT_EQ(tool.Json({"db", "check", "sums.sim"}).at("values"), arrays);
+    }
 }
 
 // The library's own exports would drop the diagonal and a triangle of half storage in formats 4, 5 and 7.

@@ -31,6 +31,7 @@ struct Options {
     std::string from;
     std::string to;
     std::string nodes;
+    bool checksums = false;
 };
 
 /// Lines of "node degree-of-freedom", one for each row of the matrix.
@@ -61,7 +62,7 @@ void RunConvert(Options const& options)
     std::optional<KVOFsmSystemDofDefinition> dofs;
     if (!options.nodes.empty())
         dofs = ReadNodes(options.nodes);
-    MatrixWriter writer(output, dofs ? &*dofs : nullptr);
+    MatrixWriter writer(output, dofs ? &*dofs : nullptr, options.checksums);
     ScratchFolder const scratch(ScratchFolder::FolderOf(output.path));
     auto const matrix = ReadMatrix(input);
     writer.Prepare(*matrix);
@@ -81,5 +82,6 @@ void AddConvertCommand(CLI::App& app, Command& chosen)
     AddOption(convert, "--from", options->from, "Format of IN, when its ending does not tell it");
     AddOption(convert, "--to", options->to, "Format of OUT, when its ending does not tell it");
     AddOption(convert, "--nodes", options->nodes, "For format 4: a file with a line \"node degree-of-freedom\" for each row");
+    AddFlag(convert, "--checksums", options->checksums, "Of a database: keep checksums of the values, for db check");
     SetWork(convert, chosen, [options] { RunConvert(*options); });
 }

@@ -91,11 +91,11 @@ KVOSimCSetID OutputDatabase::MakeSet(int members)
 }
 
 KVOSimDistributionID OutputDatabase::StoreSparse(KVOSrvSparseMatrix const& matrix, int type, KVOSimCSetID const& rows,
-                                                 KVOSimCSetID const& columns)
+                                                 KVOSimCSetID const& columns, bool checksums)
 {
     KVOSimPosition position(*m_context);
     KVOSimDistributionID const id = KVOSrvUtilities::CreateSparseDistribution(position, type, rows, columns);
-    matrix.Export(rows, columns, id);
+    matrix.Export(rows, columns, id, checksums);
     return id;
 }
 

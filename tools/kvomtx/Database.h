@@ -57,8 +57,9 @@ public:
     /// The set of all members of a new collection.
     KVOSimCSetID MakeSet(int members);
     /// Stores a matrix over two sets, in half storage when it has that.
-    /// @param type  kept with the distribution
-    KVOSimDistributionID StoreSparse(KVOSrvSparseMatrix const& matrix, int type, KVOSimCSetID const& rows, KVOSimCSetID const& columns);
+    /// @param type  kept with the distribution  @param checksums  of its values
+    KVOSimDistributionID StoreSparse(KVOSrvSparseMatrix const& matrix, int type, KVOSimCSetID const& rows, KVOSimCSetID const& columns,
+                                     bool checksums);
 
     /// Completes the database under its temporary name; nothing in it can be used any more. Commit() does so where it was not done.
     /// @throws KVOSimException

@@ -66,9 +66,13 @@ bool EqualsItsTranspose(SparseStructure const& matrix)
 
 } // namespace
 
-MatrixWriter::MatrixWriter(MatrixName const& name, KVOFsmSystemDofDefinition const* dofs) : m_name(name), m_dofs(dofs)
+MatrixWriter::MatrixWriter(MatrixName const& name, KVOFsmSystemDofDefinition const* dofs, bool checksums)
+    : m_name(name), m_dofs(dofs), m_checksums(checksums)
 {
     RequireWritable(name, dofs);
+    if (checksums && name.format != MatrixFormat::kDatabase)
+        throw ToolError(ExitCode::kUsage, name.text + ": " + DescribeFormat(name.format) +
+                                              " has no place for --checksums; write FILE.sim, or leave them out");
     if (name.format == MatrixFormat::kDatabase)
         m_database = std::make_unique<OutputDatabase>(name.path);
     else
@@ -135,9 +139,9 @@ void MatrixWriter::Store(KVOSrvSparseMatrix const& matrix)
     KVOSimCSetID const rows = m_database->MakeSet(structure.Rows());
     if (EqualsItsTranspose(structure)) {
         KVOSimPosition position(m_database->Context());
-        StoreHalf(structure, position, kMatrixType, rows, rows);
+        StoreHalf(structure, position, kMatrixType, rows, rows, m_checksums);
     } else {
-        m_database->StoreSparse(matrix, kMatrixType, rows, m_database->MakeSet(structure.Columns()));
+        m_database->StoreSparse(matrix, kMatrixType, rows, m_database->MakeSet(structure.Columns()), m_checksums);
     }
     m_database->Finish();
 }

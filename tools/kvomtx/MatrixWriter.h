@@ -15,8 +15,9 @@ class MatrixWriter
 {
 public:
     /// @param dofs  node and degree of freedom of each row, needed by format 4 only
-    /// @throws ToolError kUsage for a format that cannot be written, kUnwritable when the file cannot be made
-    explicit MatrixWriter(MatrixName const& name, KVOFsmSystemDofDefinition const* dofs = nullptr);
+    /// @param checksums  a database keeps checksums of the values
+    /// @throws ToolError kUsage for a format that cannot be written, or not so, kUnwritable when the file cannot be made
+    explicit MatrixWriter(MatrixName const& name, KVOFsmSystemDofDefinition const* dofs = nullptr, bool checksums = false);
     ~MatrixWriter();
     MatrixWriter(MatrixWriter const&) = delete;
     MatrixWriter& operator=(MatrixWriter const&) = delete;
@@ -35,6 +36,7 @@ private:
 
     MatrixName m_name;
     KVOFsmSystemDofDefinition const* m_dofs;
+    bool m_checksums;
     std::unique_ptr<OutputFile> m_file;         // of all formats but a database
     std::unique_ptr<OutputDatabase> m_database; // of a database
 };

@@ -62,7 +62,8 @@ std::string DefaultOutput(std::string const& stiffness)
 }
 
 /// A stiffness or mass matrix as it stands in the output database, read back from there in half storage.
-std::unique_ptr<KVOSrvSparseMatrix> TakeMatrix(MatrixName const& name, OutputDatabase& database, int type, KVOSimCSetID& unknowns)
+std::unique_ptr<KVOSrvSparseMatrix> TakeMatrix(MatrixName const& name, OutputDatabase& database, int type, KVOSimCSetID& unknowns,
+                                               bool checksums)
 {
     std::unique_ptr<SparseStructure> structure;
     structure = std::make_unique<SparseStructure>(*ReadMatrix(name));
@@ -76,7 +77,7 @@ std::unique_ptr<KVOSrvSparseMatrix> TakeMatrix(MatrixName const& name, OutputDat
                                                " and the stiffness of order " + std::to_string(KVOSimCSet(unknowns).Size()) +
                                                "; give the stiffness and the mass of one model");
     KVOSimPosition position(database.Context());
-    return std::make_unique<KVOSrvSparseMatrix>(StoreHalf(*structure, position, type, unknowns, unknowns));
+    return std::make_unique<KVOSrvSparseMatrix>(StoreHalf(*structure, position, type, unknowns, unknowns, checksums));
 }
 
 void StoreModes(SubspaceResult const& result, OutputDatabase& database, KVOSimCSetID const& unknowns, bool checksums)
@@ -135,8 +136,8 @@ void RunModes(Options const& options)
     OutputDatabase database(output);
     ScratchFolder const scratch(options.scratch.empty() ? ScratchFolder::FolderOf(output) : options.scratch);
     KVOSimCSetID unknowns;
-    auto const stiffness = TakeMatrix(stiffnessName, database, kStiffnessType, unknowns);
-    auto const mass = TakeMatrix(massName, database, kMassType, unknowns);
+    auto const stiffness = TakeMatrix(stiffnessName, database, kStiffnessType, unknowns, options.checksums);
+    auto const mass = TakeMatrix(massName, database, kMassType, unknowns, options.checksums);
 
     SubspaceResult const result = Compute(*stiffness, *mass, options.settings);
     StoreModes(result, database, unknowns, options.checksums);
@@ -175,7 +176,7 @@ void AddModesCommand(CLI::App& app, Command& chosen)
     AddOption(modes, "--shift", options->settings.shift, "Begin with K + shift M instead of K");
     AddOption(modes, "--scratch", options->scratch, "Folder for scratch files (that of the output)", RequireName);
     AddOption(modes, "--format", options->format, "Format of K and M, when their endings do not tell it (see convert --help)");
-    AddFlag(modes, "--checksums", options->checksums, "Keep checksums of the modes' values, for db check");
+    AddFlag(modes, "--checksums", options->checksums, "Keep checksums of the values of matrices and modes, for db check");
     AddFlag(modes, "--json", options->json, "Print one JSON object");
     SetWork(modes, chosen, [options] { RunModes(*options); });
 }

@@ -97,7 +97,7 @@ void RequireSymmetric(SparseStructure const& matrix, std::string const& name)
 }
 
 KVOSimDistributionID StoreHalf(SparseStructure const& matrix, KVOSimPosition& position, int type, KVOSimCSetID const& rows,
-                               KVOSimCSetID const& columns)
+                               KVOSimCSetID const& columns, bool checksums)
 {
     Half const half(matrix);
     KVOSimDistributionID const id = KVOSrvUtilities::CreateSparseDistribution(position, type, rows, columns);
@@ -111,6 +111,8 @@ KVOSimDistributionID StoreHalf(SparseStructure const& matrix, KVOSimPosition& po
     transfer.SetDim(0, rows);
     transfer.SetDim(1, columns);
     transfer.SetSerialization(symmetric);
+    if (checksums)
+        transfer.SetValueChecksums();
     transfer.CheckView();
     SetBuffer(transfer, 0, half.values);
     SetBuffer(transfer, 1, half.columnIndices);
@@ -128,5 +130,5 @@ std::unique_ptr<KVOSrvSparseMatrix> MakeHalfStored(SparseStructure const& matrix
     KVOSimContext context(scratch.ContextID());
     KVOSimPosition position(context);
     KVOSimCSetID const set = KVOSimCollection(context.CreateCollection(matrix.Rows())).BiggestCSetID();
-    return std::make_unique<KVOSrvSparseMatrix>(StoreHalf(matrix, position, -1, set, set));
+    return std::make_unique<KVOSrvSparseMatrix>(StoreHalf(matrix, position, -1, set, set, false));
 }

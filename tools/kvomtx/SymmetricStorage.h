@@ -19,9 +19,9 @@ void RequireSymmetric(SparseStructure const& matrix, std::string const& name);
 
 /// Stores a symmetric matrix as a half-stored one: the mean of its triangles, the upper one kept. The library assembles in full storage
 /// only; this is the way from there to half storage.
-/// @param type  kept with the distribution
+/// @param type  kept with the distribution  @param checksums  of its values
 KVOSimDistributionID StoreHalf(SparseStructure const& matrix, KVOSimPosition& position, int type, KVOSimCSetID const& rows,
-                               KVOSimCSetID const& columns);
+                               KVOSimCSetID const& columns, bool checksums);
 
 /// The same matrix in half storage, by way of a scratch database in the library's folder for such.
 std::unique_ptr<KVOSrvSparseMatrix> MakeHalfStored(SparseStructure const& matrix);
