@@ -13,6 +13,7 @@ import json
 import os
 import pathlib
 import re
+import resource
 import statistics
 import subprocess
 import sys
@@ -22,6 +23,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 PERFORMANCE = ROOT / "docs/performance.md"
 CASE_SECONDS = 300  # no case takes longer, unless it hangs
 NOT_INSTALLED = 77  # status of a peer whose packages are missing
+MISSED = ("short", "failed")
 COLUMNS = "| what | against | aim | seen | spread | | commit, date |"
 ONE_THREAD = {name: "1" for name in ("OPENBLAS_NUM_THREADS", "OMP_NUM_THREADS", "BLIS_NUM_THREADS")}
 
@@ -55,6 +57,10 @@ class Row:
         if not self.aim:
             return False
         return seen - spread > self.limit if self.sense == "<=" else seen + spread < self.limit
+
+    def verdict(self, seen, spread):
+        """"short" of the aim; "unsure" where the repetitions differ by more than what is missing."""
+        return "short" if self.short(seen, spread) else "unsure" if self.short(seen, 0) else ""
 
     def run(self):
         """Rows that agree in this are run together, by one process."""
@@ -102,8 +108,10 @@ def output(*command):
 
 def provider(build):
     """The BLAS that the programs are given, with every link followed."""
-    libraries = (line.split()[2] for line in output("ldd", str(build / "benchmarks/blac/blac_gemm_bench")).splitlines() if "=> /" in line and "blas" in line)
-    return ", ".join(sorted({os.path.realpath(library) for library in libraries})) or "unknown"
+    libraries = set()
+    for program in build.glob("benchmarks/*/*_bench"):
+        libraries |= {os.path.realpath(line.split()[2]) for line in output("ldd", str(program)).splitlines() if "=> /" in line and "blas" in line}
+    return ", ".join(sorted(libraries)) or "unknown"
 
 
 def machine(build):
@@ -192,6 +200,12 @@ def results(build, rows, minimum=None):
     return values
 
 
+def processor_seconds():
+    """Of the benchmarks that have ended."""
+    used = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return used.ru_utime + used.ru_stime
+
+
 def figure(row, values, source):
     """What the repetitions of a case say of a row."""
     seen = values.get(row.case, "the program has no such case")
@@ -203,7 +217,7 @@ def figure(row, values, source):
         seen = [1 / value for value in seen]
     median = statistics.median(seen)
     spread = max(abs(value - median) for value in seen)
-    return Figure(number(median), number(spread) if len(seen) > 1 else "", "short" if row.short(median, spread) else "", source)
+    return Figure(number(median), number(spread) if len(seen) > 1 else "", row.verdict(median, spread), source)
 
 
 def measure(rows, build, source, quick, found):
@@ -212,7 +226,7 @@ def measure(rows, build, source, quick, found):
     for row in rows:
         groups.setdefault(row.run(), []).append(row)
     for group in groups.values():
-        start = time.monotonic()
+        start, worked = time.monotonic(), processor_seconds()
         try:
             values = results(build, group, "0.001" if quick else None)
             figures = {row.key: figure(row, values, source) for row in group}
@@ -221,7 +235,7 @@ def measure(rows, build, source, quick, found):
             continue
         except RuntimeError as error:
             figures = {row.key: Figure("failed", mark="failed", source=f"{source}: {error}".replace("|", "/")) for row in group}
-        print(f"{group[0].program}, {time.monotonic() - start:.0f} s")
+        print(f"{group[0].program}: {time.monotonic() - start:.0f} s, {processor_seconds() - worked:.0f} of them processor time")
         for row in group:
             its = figures[row.key]
             spread = f"+- {its.spread}" if its.spread else ""
@@ -259,7 +273,7 @@ def write_model(path, title, notes, figures, rows):
         if row.section != section:
             section = row.section
             lines += ["", f"## {section}", "", COLUMNS, "|---|---|---|---|---|---|---|"]
-        mark = f"**{its.mark}**" if its.mark else ""
+        mark = f"**{its.mark}**" if its.mark in MISSED else its.mark
         lines.append(f"| {row.what} | {row.against} | {row.aim} | {its.seen} | {its.spread} | {mark} | {its.source} |")
     path.parent.mkdir(parents=True, exist_ok=True)
     path.write_text("\n".join(lines) + "\n")
@@ -272,7 +286,7 @@ def side_by_side(section, rows, models):
             seen = []
             for _, _, figures in models:
                 its = figures.get(row.key, Figure(""))
-                seen.append(f"**{its.seen}**" if its.mark else its.seen)
+                seen.append(f"**{its.seen}**" if its.mark in MISSED else its.seen)
             lines.append(f"| {row.what} | {row.against} | {row.aim} | " + " | ".join(seen) + " |")
     return "\n".join(lines)
 
@@ -339,7 +353,7 @@ def main():
         for some in measure(chosen, arguments.build, source, arguments.quick, found):
             figures |= some
             write_model(path, title, notes, figures, rows)
-        missed = [row for row in chosen if row.key in found and found[row.key].mark]
+        missed = [row for row in chosen if row.key in found and found[row.key].mark in MISSED]
         print(f"{len(found)} rows in {(time.monotonic() - start) / 60:.1f} minutes, written to {path}; short of the aim or failed: {len(missed)}")
         for row in missed:
             print(f"  {row}: aim {row.aim}, seen {found[row.key].seen}")

@@ -117,7 +117,29 @@ void Block(benchmark::State& state)
     };
     copy();
     Check(block, [&](int i, int j) { return At(matrix, startRow + i, startCol + j); });
-    AgainstMemcpy(state, 16.0 * rows * columns, std::max(1, 1000000 / (rows * columns)), copy);
+    auto const times = static_cast<std::size_t>(std::max(1, 1000000 / (rows * columns)));
+    std::size_t const count = static_cast<std::size_t>(rows) * static_cast<std::size_t>(columns),
+                      runBytes = sizeof(double) * static_cast<std::size_t>(rows);
+    LargePages<double> const whole(static_cast<std::size_t>(order) * static_cast<std::size_t>(order), 1.0), packed(count, 2.0);
+    auto const repeated = [times](auto const& run) {
+        return [times, run] {
+            for (std::size_t i = 0; i < times; ++i) {
+                run();
+                benchmark::ClobberMemory();
+            }
+        };
+    };
+    // The bytes at one go, and the columns where they lie: narrow ones have gaps that no copy can do without.
+    std::vector<Peer> peers{{"contiguous", repeated([&] { std::memcpy(packed.Data(), whole.Data(), sizeof(double) * count); })},
+                            {"columns", repeated([&] {
+                                 double* inWhole = whole.Data() + startRow + std::ptrdiff_t{startCol} * order;
+                                 double* inPacked = packed.Data();
+                                 for (int j = 0; j < columns; ++j, inWhole += order, inPacked += rows)
+                                     set ? std::memcpy(inWhole, inPacked, runBytes) : std::memcpy(inPacked, inWhole, runBytes);
+                             })}};
+    TakeTurns(state, repeated(copy), peers);
+    state.counters["ratio"] = peers[0].ratio;
+    state.counters["columns_ratio"] = peers[1].ratio;
 }
 BENCHMARK(Block<true>)
     ->Name("SetValues")

@@ -116,7 +116,7 @@ private:
 template<class Ours, class Limit, class Hdf5>
 void Compare(benchmark::State& state, double bytes, Ours const& ours, Limit const& limit, Hdf5 const& hdf5)
 {
-    constexpr std::size_t kHdf5Turns = 5;
+    constexpr std::size_t kHdf5Turns = 3;
     std::vector<double> shares, processorShares, ahead, processorAhead;
     ours(), limit(), hdf5(); // pages of buffers and mappings, once
     for (auto _ : state) {

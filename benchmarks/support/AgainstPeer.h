@@ -74,15 +74,14 @@ inline void TakeTurns(
     }
 }
 
-/// The counter `ratio` is the subject's time over that of the fastest peer; one more for each peer, by its name, over that of it.
+/// The counter `ratio` is the subject's time over that of the fastest peer, `cpu_ratio` the same by processor time, which a busy machine
+/// disturbs less; one more for each peer, by its name, over its time.
 inline void ReportBest(benchmark::State& state, std::vector<Peer> const& peers)
 {
-    double ratio = 0.0;
-    for (Peer const& peer : peers) {
+    for (Peer const& peer : peers)
         state.counters[peer.name] = peer.ratio;
-        ratio = std::max(ratio, peer.ratio);
-    }
-    state.counters["ratio"] = ratio;
+    state.counters["ratio"] = std::ranges::max(peers, {}, &Peer::ratio).ratio;
+    state.counters["cpu_ratio"] = std::ranges::max(peers, {}, &Peer::processorRatio).processorRatio;
 }
 
 inline void AgainstBest(
@@ -92,8 +91,7 @@ inline void AgainstBest(
     ReportBest(state, peers);
 }
 
-/// The counter `ratio` is the subject's time over the peer's; `cpu_ratio` is the same by processor time, which a busy machine disturbs
-/// less; `peer_ms` is the time of the peer.
+/// As AgainstBest() with one peer, whose time is the counter `peer_ms`.
 inline void AgainstPeer(
     benchmark::State& state, std::function<void()> const& subject, std::function<void()> const& run,
     std::function<void()> const& prepare = [] {})
