@@ -164,9 +164,10 @@ def results(build, rows, minimum=None):
     pattern = "^(" + "|".join(re.sub(r"([][(){}.*+?^$|\\])", r"\\\1", case) for case in cases) + ")(/iterations:[0-9]+)?(/manual_time)?$"
     command = program + [f"--benchmark_filter={pattern}", "--benchmark_format=json", f"--benchmark_min_time={minimum or first.min_time}",
                f"--benchmark_repetitions={1 if minimum else first.repetitions}"]
-    processors = set(sorted(os.sched_getaffinity(0))[-first.cores:])
-    if len(processors) < first.cores:
+    allowed = os.sched_getaffinity(0)
+    if len(allowed) < first.cores:
         raise LeftOut(f"{first.cores} processors are needed")
+    processors = {max(allowed)} if first.cores == 1 else allowed  # the system knows which of them share a core
     try:
         done = subprocess.run(command, capture_output=True, text=True, timeout=CASE_SECONDS * len(cases), env=os.environ | ONE_THREAD,
                               preexec_fn=lambda: os.sched_setaffinity(0, processors))
