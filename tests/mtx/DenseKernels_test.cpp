@@ -42,31 +42,53 @@ void ExpectSame(Array const& a, Array const& b)
 
 int const kOrders[] = {0, 1, 2, 7, 8, 9, 16, 31, 255, 256, 257, 271, 520}; // around the tile of 8 and the supertile of 256
 
+// Lets what is larger than 16 MiB go past the cache, and nothing.
+KVOBasProcessor const kProcessors[] = {KVOBasProcessor::Named("zen2"), KVOBasProcessor::Named("unknown")};
+
+void ExpectInPlace(int n, int padding, KVOBasProcessor const& processor)
+{
+    SCOPED_TRACE(testing::Message() << "order " << n << ", padding " << padding);
+    Array original(n, n, padding), array = original;
+    // Those places that moves(i, j) names receive what lies mirrored, its sign flipped or not.
+    auto const expectMirrored = [&](auto const& moves, std::uint64_t sign = 0) {
+        Array expected = original;
+        for (int j = 0; j < n; ++j)
+            for (int i = 0; i < n; ++i)
+                if (moves(i, j))
+                    expected.At(i, j) = std::bit_cast<double>(Bits(original.At(j, i)) ^ sign << 63);
+        ExpectSame(array, expected);
+        array = original;
+    };
+    DenseKernels::TransposeInPlace(n, array.Data(), array.lda);
+    expectMirrored([](int i, int j) { return i != j; });
+    for (Sign sign : {Sign::Keep, Sign::Flip}) {
+        DenseKernels::MirrorTriangle(n, Triangle::Lower, sign, array.Data(), array.lda, processor);
+        expectMirrored([](int i, int j) { return i < j; }, sign == Sign::Flip);
+        DenseKernels::MirrorTriangle(n, Triangle::Upper, sign, array.Data(), array.lda, processor);
+        expectMirrored([](int i, int j) { return i > j; }, sign == Sign::Flip);
+    }
+}
+
 TEST(DenseKernels, TransposeAndMirrorInPlace)
 {
-    for (int n : kOrders)
-        for (int padding : {0, 3}) {
-            SCOPED_TRACE(testing::Message() << "order " << n << ", padding " << padding);
-            Array original(n, n, padding), array = original;
-            // Those places that moves(i, j) names receive what lies mirrored, its sign flipped or not.
-            auto const expectMirrored = [&](auto const& moves, std::uint64_t sign = 0) {
-                Array expected = original;
-                for (int j = 0; j < n; ++j)
-                    for (int i = 0; i < n; ++i)
-                        if (moves(i, j))
-                            expected.At(i, j) = std::bit_cast<double>(Bits(original.At(j, i)) ^ sign << 63);
-                ExpectSame(array, expected);
-                array = original;
-            };
-            DenseKernels::TransposeInPlace(n, array.Data(), array.lda);
-            expectMirrored([](int i, int j) { return i != j; });
-            for (Sign sign : {Sign::Keep, Sign::Flip}) {
-                DenseKernels::MirrorTriangle(n, Triangle::Lower, sign, array.Data(), array.lda);
-                expectMirrored([](int i, int j) { return i < j; }, sign == Sign::Flip);
-                DenseKernels::MirrorTriangle(n, Triangle::Upper, sign, array.Data(), array.lda);
-                expectMirrored([](int i, int j) { return i > j; }, sign == Sign::Flip);
-            }
-        }
+    for (KVOBasProcessor const& processor : kProcessors) {
+        for (int n : kOrders)
+            for (int padding : {0, 3})
+                ExpectInPlace(n, padding, processor);
+        ExpectInPlace(1501, 3, processor); // of whole lines, and begins within one
+    }
+}
+
+TEST(DenseKernels, PassCacheByProcessor)
+{
+    auto const passes = [](char const* name, std::int64_t bytes) {
+        return DenseKernels::PassesCache(KVOBasProcessor::Named(name), bytes / 8);
+    };
+    EXPECT_FALSE(passes("zen2", 16383 << 10));
+    EXPECT_TRUE(passes("zen2", 16384 << 10));
+    EXPECT_FALSE(passes("skylake-sp", 32 << 20));
+    EXPECT_TRUE(passes("skylake-sp", 36 << 20));
+    EXPECT_FALSE(passes("unknown", std::int64_t{1} << 32));
 }
 
 TEST(DenseKernels, IsSymmetricSeesEveryElementOffTheDiagonal)
@@ -115,12 +137,15 @@ TEST(DenseKernels, TransposeOutOfPlace)
             cases.push_back({rows, columns, rows % 3, columns % 5});
     for (auto const& c : cases) {
         SCOPED_TRACE(testing::Message() << c[0] << " x " << c[1]);
-        Array source(c[0], c[1], c[2]), target(c[1], c[0], c[3]), expected = target;
+        Array source(c[0], c[1], c[2]), original(c[1], c[0], c[3]), expected = original;
         for (int j = 0; j < c[1]; ++j)
             for (int i = 0; i < c[0]; ++i)
                 expected.At(j, i) = source.At(i, j);
-        DenseKernels::Transpose(c[0], c[1], source.Data(), source.lda, target.Data(), target.lda);
-        ExpectSame(target, expected);
+        for (KVOBasProcessor const& processor : kProcessors) {
+            Array target = original;
+            DenseKernels::Transpose(c[0], c[1], source.Data(), source.lda, target.Data(), target.lda, processor);
+            ExpectSame(target, expected);
+        }
     }
 }
 

@@ -101,8 +101,8 @@ TEST(KVOBasProcessor, ChoosesByFamily)
         bool wide;
     };
     for (Case const& c : {Case{"unknown", false, false, 1024, true}, Case{"zen4", true, true, 3072, false},
-                          Case{"skylake-sp", true, false, 1536, true}, Case{"ice-lake", true, false, 2048, true},
-                          Case{"sapphire-rapids", true, false, 2048, true}, Case{"haswell", false, false, 1024, false}}) {
+                          Case{"skylake-sp", true, true, 1536, true}, Case{"ice-lake", true, true, 2048, true},
+                          Case{"sapphire-rapids", true, true, 2048, true}, Case{"haswell", false, false, 1024, false}}) {
         SCOPED_TRACE(c.name);
         KVOBasProcessor const processor = KVOBasProcessor::Named(c.name);
         EXPECT_STREQ(processor.name, c.name);
