@@ -1,6 +1,7 @@
 #include "AgainstPeer.h"
 #include "BrickModel.h"
 #include "KVOSrvSparseMatrix.h"
+#include "KVOSrvUtilities.h"
 
 #include <Eigen/SparseCore>
 #include <algorithm>
@@ -182,6 +183,7 @@ void Assembly(benchmark::State& state, Pattern pattern)
             eigen = EigenMatrix(model.rows, model.rows);
             cholmod.reset();
             matrix.reset();
+            KVOSrvUtilities::ReleaseMemory(); // as fresh for ours as for the peers
             matrix = model.Pending();
         });
 }
@@ -227,6 +229,7 @@ void AddData(benchmark::State& state)
         [&] {
             matrix.reset();
             list = {};
+            KVOSrvUtilities::ReleaseMemory();
         });
 }
 
@@ -248,6 +251,7 @@ void Transpose(benchmark::State& state, Pattern pattern)
             result.reset();
             transposed = EigenMatrix();
             peerTransposed.reset();
+            KVOSrvUtilities::ReleaseMemory();
         });
 }
 
@@ -271,6 +275,7 @@ void Permute(benchmark::State& state, Pattern pattern)
         [&] {
             result.reset();
             product = twisted = EigenMatrix();
+            KVOSrvUtilities::ReleaseMemory();
         });
 }
 
