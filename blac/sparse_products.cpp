@@ -99,8 +99,11 @@ void blac::MultiplyTransposedAscending(SparseRows const& rows, double const* x, 
 {
     Groups const groups(rows, nvec, SparseKernelsInForce().transposedTimes);
     int const threads = ThreadsForTasks();
-    // Vectors are cut where that keeps all threads busy, since it costs nothing, else columns.
-    bool const byVectors = groups.Count() % threads == 0 || PiecesFor(Multiplications(rows, nvec), kLeastMultiplications) == 1;
+    // Vectors are cut where that keeps all threads busy, since it costs nothing, else columns: looking through the rows for these takes as
+    // long as two vectors gain.
+    constexpr int kLeastVectors = 4;
+    bool const byVectors =
+        groups.Count() % threads == 0 || nvec < kLeastVectors || PiecesFor(Multiplications(rows, nvec), kLeastMultiplications) == 1;
     if (!byVectors) {
         SparseColumnParts const parts(rows, threads);
         if (parts.Count() > 0)

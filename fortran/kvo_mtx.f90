@@ -4,9 +4,25 @@
 !! complex arrays here and interleaved doubles in C. A Fortran LOGICAL (tryrac) and the result of BLAC_LSAME are integers, 0 or 1.
 !! The interfaces follow the header's order; a test compiles them as C prototypes together with it.
 module kvo_mtx
-    use, intrinsic :: iso_c_binding, only: c_char, c_double, c_double_complex, c_float, c_int, c_int64_t, c_size_t
+    use, intrinsic :: iso_c_binding, only: c_char, c_double, c_double_complex, c_float, c_funptr, c_int, c_int64_t, c_ptr, c_size_t
     implicit none
-    private :: c_char, c_double, c_double_complex, c_float, c_int, c_int64_t, c_size_t
+    private :: c_char, c_double, c_double_complex, c_float, c_funptr, c_int, c_int64_t, c_ptr, c_size_t
+
+    ! What KVOSRVPARALLELBEGIN takes by c_funloc, and what that is given: see c_f_procpointer.
+    abstract interface
+        subroutine KVOPARALLELRUN(context, tasks, task, data) bind(C)
+            import
+            type(c_ptr), value :: context, data
+            integer(c_int), value :: tasks
+            type(c_funptr), value :: task
+        end subroutine KVOPARALLELRUN
+
+        subroutine KVOPARALLELTASK(data, index) bind(C)
+            import
+            type(c_ptr), value :: data
+            integer(c_int), value :: index
+        end subroutine KVOPARALLELTASK
+    end interface
 
     interface
         ! Timers and sort.
@@ -519,6 +535,20 @@ module kvo_mtx
             integer(c_int), intent(in) :: request
             integer(c_int), intent(out) :: inForce
         end subroutine BLAC_SPARSE_LEVEL
+
+        ! Threads of the host.
+        function KVOSRVPARALLELBEGIN(run, context, threads) bind(C, name="KVOSRVPARALLELBEGIN") result(status)
+            import
+            type(c_funptr), value :: run
+            type(c_ptr), value :: context
+            integer(c_int), intent(in) :: threads
+            integer(c_int) :: status
+        end function KVOSRVPARALLELBEGIN
+
+        function KVOSRVPARALLELEND() bind(C, name="KVOSRVPARALLELEND") result(status)
+            import
+            integer(c_int) :: status
+        end function KVOSRVPARALLELEND
 
         ! Matrix containers.
         function KVOSRVMATRIXCONTAINERCREATE() bind(C, name="KVOSRVMATRIXCONTAINERCREATE") result(handle)

@@ -286,6 +286,23 @@ KVO_EXPORT void BLAC_SPARSE_SPARSE_UMTV(double const* a, double const* x, int co
 KVO_EXPORT void BLAC_SPARSE_LEVEL(int const* request, int* inForce);
 
 /// @}
+/// @name Threads of the host
+///
+/// KVOSrvParallel, which see, for callers without objects.
+/// @{
+
+/// From now on the calling thread's operations are cut into tasks, which `run` runs, up to KVOSRVPARALLELEND; nests.
+/// @param run      calls task(data, index) once for each index from 0 to tasks - 1, on whatever threads it likes, and returns when all
+///                 calls have; from Fortran c_funloc of a procedure with the interface KVOPARALLELRUN. Null: nothing is cut
+/// @param context  handed to `run`
+/// @param threads  how many threads `run` has; 0: as many as there are processors
+/// @return 0; -1 when memory is exhausted, nothing is begun then
+KVO_EXPORT int KVOSRVPARALLELBEGIN(void (*run)(void* context, int tasks, void (*task)(void* data, int index), void* data), void* context,
+                                   int const* threads);
+/// Ends what the calling thread has begun last. A thread ends all that it has begun. @return 0; -2 when there was nothing to end
+KVO_EXPORT int KVOSRVPARALLELEND(void);
+
+/// @}
 /// @name Matrix containers
 ///
 /// A container (KVOSrvMatrixContainer, which see) holds database matrices by id, in a file of its own in the working directory. C++ creates

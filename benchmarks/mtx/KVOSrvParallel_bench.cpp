@@ -7,7 +7,9 @@
 
 #include "BenchmarkFolder.h"
 #include "BrickModel.h"
+#include "KVOSrvMatrix.h"
 #include "KVOSrvParallel.h"
+#include "KVOSrvScratchDenseMatrix.h"
 #include "KVOSrvSparseMatrix.h"
 #include "ParallelThreads.h"
 
@@ -76,13 +78,20 @@ void ReadArray(int parts)
         ParallelThreads::Run(&Threads(), parts, Read::Part, &read);
 }
 
-// `prepare` comes before each run and is not timed.
+// `prepare` comes before each run and is not timed. result() is to be the same to the bit.
 void Compare(
-    benchmark::State& state, std::function<void()> const& run, std::function<void()> const& prepare = [] {})
+    benchmark::State& state, std::function<void()> const& run, std::function<std::vector<double>()> const& result,
+    std::function<void()> const& prepare = [] {})
 {
     std::vector<double> speedups, bounds, serials;
     prepare();
-    SecondsInParallel(run); // threads and memory are there
+    run();
+    std::vector<double> const expected = result();
+    prepare();
+    SecondsInParallel(run);
+    std::vector<double> const found = result();
+    Require(found.size() == expected.size() && std::memcmp(found.data(), expected.data(), found.size() * sizeof(double)) == 0,
+            "another result than without threads");
     for (auto _ : state) {
         prepare();
         serials.push_back(Seconds(run));
@@ -104,6 +113,15 @@ std::vector<double> RandomNumbers(std::size_t count)
     std::vector<double> numbers(count);
     std::generate(numbers.begin(), numbers.end(), [&] { return std::uniform_real_distribution<>(-1.0, 1.0)(random); });
     return numbers;
+}
+
+// All entries of a matrix take part.
+std::vector<double> Checked(KVOSrvSparseMatrix const& matrix)
+{
+    std::vector<double> const x = RandomNumbers(static_cast<std::size_t>(matrix.NumberOfColumns()));
+    std::vector<double> y(static_cast<std::size_t>(matrix.NumberOfRows()));
+    matrix.Multiply(x.data(), 1, y.data(), false);
+    return y;
 }
 
 // A block of bricks of 192 000 rows, 14.6 million entries.
@@ -128,7 +146,8 @@ void SparseProduct(benchmark::State& state, bool transposed)
     int const vectors = static_cast<int>(state.range(0));
     std::vector<double> const x = RandomNumbers(static_cast<std::size_t>(matrix.NumberOfRows()) * static_cast<std::size_t>(vectors));
     std::vector<double> y(x.size());
-    Compare(state, [&] { matrix.Multiply(x.data(), vectors, y.data(), transposed); });
+    Compare(
+        state, [&] { matrix.Multiply(x.data(), vectors, y.data(), transposed); }, [&] { return y; });
 }
 
 void Product(benchmark::State& state)
@@ -141,6 +160,119 @@ void TransposedProduct(benchmark::State& state)
 }
 BENCHMARK(Product)->Arg(1)->Arg(8)->Arg(32)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(TransposedProduct)->Arg(1)->Arg(8)->Arg(32)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+// 12.6 million entries of 21 952 elements, 5.6 million places.
+void Assembly(benchmark::State& state, bool shuffled)
+{
+    BrickModel const brick(28, 28, 28);
+    std::vector<BrickTriplet> entries = brick.Triplets();
+    if (shuffled)
+        std::shuffle(entries.begin(), entries.end(), std::mt19937(1));
+    std::unique_ptr<KVOSrvSparseMatrix> matrix;
+    Compare(
+        state, [&] { matrix->EndAssembly(); }, [&] { return Checked(*matrix); },
+        [&] {
+            matrix = std::make_unique<KVOSrvSparseMatrix>(brick.NumberOfRows(), brick.NumberOfRows());
+            for (BrickTriplet const& entry : entries)
+                matrix->AddData(static_cast<unsigned>(entry.row), static_cast<unsigned>(entry.column), entry.value);
+        });
+}
+BENCHMARK_CAPTURE(Assembly, ElementOrder, false)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Assembly, Shuffled, true)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+// A block of bricks of 65 856 rows, 5.0 million entries with full mantissas.
+struct TextModel {
+    TextModel()
+    {
+        BrickRows const rows = BrickModel(27, 27, 27).Assembled();
+        std::vector<double> const factors = RandomNumbers(rows.values.size());
+        matrix = std::make_unique<KVOSrvSparseMatrix>(rows.rows, rows.rows);
+        for (int i = 0; i < rows.rows; ++i)
+            for (auto k = static_cast<std::size_t>(rows.start[static_cast<std::size_t>(i)]);
+                 k < static_cast<std::size_t>(rows.start[static_cast<std::size_t>(i) + 1]); ++k)
+                matrix->AddData(static_cast<unsigned>(i), static_cast<unsigned>(rows.columns[k]), (rows.values[k] + 1e-4) * factors[k]);
+        matrix->EndAssembly();
+        matrix->Export(path.c_str(), 3);
+    }
+    BenchmarkFolder const folder;
+    std::string const path = folder / "matrix";
+    std::unique_ptr<KVOSrvSparseMatrix> matrix;
+};
+
+TextModel const& Text()
+{
+    static TextModel const s_model;
+    return s_model;
+}
+
+void TextImport(benchmark::State& state)
+{
+    TextModel const& model = Text();
+    std::unique_ptr<KVOSrvSparseMatrix> matrix;
+    Compare(
+        state, [&] { matrix->Import(model.path.c_str(), 3); }, [&] { return Checked(*matrix); },
+        [&] { matrix = std::make_unique<KVOSrvSparseMatrix>(0, 0); });
+}
+BENCHMARK(TextImport)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+void TextExport(benchmark::State& state)
+{
+    TextModel const& model = Text();
+    std::string const path = model.folder / "copy";
+    Compare(
+        state, [&] { model.matrix->Export(path.c_str(), 3); },
+        [&] {
+            KVOSrvSparseMatrix matrix(0, 0);
+            matrix.Import(path.c_str(), 3);
+            return Checked(matrix);
+        });
+}
+BENCHMARK(TextExport)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+void Transpose(benchmark::State& state)
+{
+    KVOSrvSparseMatrix const& matrix = Brick();
+    std::unique_ptr<KVOSrvSparseMatrix> transposed;
+    Compare(
+        state, [&] { transposed.reset(matrix.Transpose()); }, [&] { return Checked(*transposed); }, [&] { transposed.reset(); });
+}
+BENCHMARK(Transpose)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+// 8192 x 4096, in chunks of 512 x 512, in the page cache.
+KVOSrvDenseMatrix& Stored()
+{
+    static std::unique_ptr<KVOSrvScratchDenseMatrix> const s_matrix = [] {
+        constexpr int kRows = 8192, kColumns = 4096, kChunk = 512;
+        auto matrix = std::make_unique<KVOSrvScratchDenseMatrix>(kRows, kColumns, kChunk, kChunk);
+        std::vector<double> values = RandomNumbers(std::size_t{kRows} * kColumns);
+        matrix->SetRows(0, kRows - 1, KVOSrvMatrix(kRows, kColumns, values.data(), false, false));
+        return matrix;
+    }();
+    return *s_matrix;
+}
+
+void StoredProduct(benchmark::State& state)
+{
+    KVOSrvDenseMatrix& matrix = Stored();
+    int const vectors = static_cast<int>(state.range(0));
+    std::vector<double> const x = RandomNumbers(static_cast<std::size_t>(matrix.NumberOfColumns()) * static_cast<std::size_t>(vectors));
+    std::vector<double> y(static_cast<std::size_t>(matrix.NumberOfRows()) * static_cast<std::size_t>(vectors));
+    Compare(
+        state, [&] { matrix.Multiply(x.data(), vectors, y.data()); }, [&] { return y; }, [&] { std::fill(y.begin(), y.end(), 0.0); });
+}
+BENCHMARK(StoredProduct)->Arg(64)->Arg(1024)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+void StoredTransposedProduct(benchmark::State& state)
+{
+    KVOSrvDenseMatrix& matrix = Stored();
+    int const vectors = static_cast<int>(state.range(0)), rows = matrix.NumberOfRows();
+    std::vector<double> const x = RandomNumbers(static_cast<std::size_t>(rows) * static_cast<std::size_t>(vectors));
+    std::vector<double> y(static_cast<std::size_t>(matrix.NumberOfColumns()) * static_cast<std::size_t>(vectors));
+    Compare(
+        state, [&] { matrix.TransposeMultiply(x.data(), vectors, y.data(), rows); }, [&] { return y; },
+        [&] { std::fill(y.begin(), y.end(), 0.0); });
+}
+BENCHMARK(StoredTransposedProduct)->Arg(64)->Arg(1024)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 } // namespace
 

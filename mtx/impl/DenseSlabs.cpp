@@ -38,7 +38,7 @@ double const* Fetch(KVOSrvDenseMatrix const& matrix, Window const& w)
 } // namespace
 
 Source::Source(KVOSrvDenseMatrix const& matrix, int p, int blockHeight, std::int64_t slab)
-    : m_matrix(matrix),
+    : m_matrix(matrix), m_vectors(p),
       m_byBlocks(slab > kWholeSlab && PaysByBlocks(matrix, p, blockHeight) && Fetch(matrix, TypicalBlock(matrix)) != nullptr)
 {
 }
@@ -117,7 +117,7 @@ RowProduct::RowProduct(KVOSrvDenseMatrix const& A, int maxRows, int p, int slabs
     : m_source(A, p, A.StoredRowBlocks().MaxNumberInBlock(), std::int64_t{maxRows} * A.NumberOfColumns()), m_vectors(p),
       m_panels(p > kFewVectors && maxRows > A.StoredRowBlocks().MaxNumberInBlock() ? Walk(A.StoredColumnBlocks())
                                                                                    : CachedPanels(A.StoredColumnBlocks(), maxRows)),
-      m_memory(DenseSlabs::SlabsAtOnce(std::int64_t{maxRows} * m_panels.MaxCount(), slabs))
+      m_memory(DenseSlabs::SlabsAtOnce(std::int64_t{maxRows} * m_panels.MaxCount(), m_source.AtOnce(slabs)))
 {
 }
 

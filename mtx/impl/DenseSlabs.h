@@ -246,6 +246,9 @@ public:
 
     KVOSrvDenseMatrix const& Matrix() const noexcept { return m_matrix; }
     bool IsByBlocks() const noexcept { return m_byBlocks; }
+    /// How many of `slabs` slabs to multiply at once. With few vectors it takes longer to copy a block, for its turn to come while another
+    /// one is there, than half of its product.
+    int AtOnce(int slabs) const noexcept { return m_byBlocks && m_vectors <= kFewVectors ? 1 : slabs; }
     /// Starts the reading of what is copied later. Blocks are fetched when it is their turn: in large pages, which an announcement
     /// prevents.
     void Announce(Window const& w) const noexcept
@@ -259,6 +262,7 @@ public:
 
 private:
     KVOSrvDenseMatrix const& m_matrix;
+    int m_vectors;
     bool m_byBlocks;
 };
 

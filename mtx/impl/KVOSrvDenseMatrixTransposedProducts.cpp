@@ -28,8 +28,8 @@ void MultiplyColumns(KVOSrvDenseMatrix const& A, int r, int p, int decidedFor, d
                      Prepare const& prepare)
 {
     Walk const slabs(A.StoredColumnBlocks());
-    mem_Vector<Slab> const memory = SlabsAtOnce(std::int64_t{r} * slabs.MaxCount(), slabs.Slabs());
     Source const source(A, decidedFor, slabs.MaxCount(), std::int64_t{r} * slabs.MaxCount());
+    mem_Vector<Slab> const memory = SlabsAtOnce(std::int64_t{r} * slabs.MaxCount(), source.AtOnce(slabs.Slabs()));
     slabs.ForEachFew(
         static_cast<int>(memory.size()),
         [&](Span block) {
@@ -60,7 +60,8 @@ public:
         : m_source(A, p, A.StoredColumnBlocks().MaxNumberInBlock(), INT64_MAX),
           m_panels(p > kFewVectors ? Walk(A.StoredColumnBlocks(), A.StoredColumnBlocks().blocks)
                                    : CachedPanels(A.StoredColumnBlocks(), A.StoredRowBlocks().MaxNumberInBlock())),
-          m_memory(SlabsAtOnce(std::int64_t{A.StoredRowBlocks().MaxNumberInBlock()} * m_panels.MaxCount(), m_panels.Slabs()))
+          m_memory(
+              SlabsAtOnce(std::int64_t{A.StoredRowBlocks().MaxNumberInBlock()} * m_panels.MaxCount(), m_source.AtOnce(m_panels.Slabs())))
     {
     }
 

@@ -1,5 +1,8 @@
 #include "KVOSrvParallel.h"
 
+#include "FortranStatus.h"
+#include "KVOFortran.h"
+#include "mem_Allocator.h"
 #include "tasks.h"
 
 #include <algorithm>
@@ -14,6 +17,15 @@ int CountOf(int threads)
     return std::min(threads > 0 ? threads : std::max(static_cast<int>(std::thread::hardware_concurrency()), 2), blac::kMostThreads);
 }
 
+// What callers without objects have begun, the last one first.
+struct Begun : mem_AllocationOperators {
+    Begun(KVOSrvParallel::Run run, void* context, int threads, Begun* outer) noexcept : parallel(run, context, threads), former(outer) {}
+
+    KVOSrvParallel parallel;
+    Begun* former;
+};
+thread_local Begun* s_begun = nullptr;
+
 } // namespace
 
 KVOSrvParallel::KVOSrvParallel(Run run, void* context, int threads) noexcept
@@ -27,4 +39,23 @@ KVOSrvParallel::KVOSrvParallel(Run run, void* context, int threads) noexcept
 KVOSrvParallel::~KVOSrvParallel()
 {
     blac::ExchangeHostThreads({m_formerRun, m_formerContext, m_formerThreads});
+}
+
+extern "C" int KVOSRVPARALLELBEGIN(void (*run)(void* context, int tasks, void (*task)(void* data, int index), void* data), void* context,
+                                   int const* threads)
+{
+    return FortranStatus::Of([&] {
+        s_begun = new Begun(run, context, *threads, s_begun);
+        return FortranStatus::kOk;
+    });
+}
+
+extern "C" int KVOSRVPARALLELEND()
+{
+    if (s_begun == nullptr)
+        return FortranStatus::Failed(FortranStatus::kNotThere, "KVOSRVPARALLELEND: this thread has begun nothing.");
+    Begun* const last = s_begun;
+    s_begun = last->former;
+    delete last;
+    return FortranStatus::kOk;
 }

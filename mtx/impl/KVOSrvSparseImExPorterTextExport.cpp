@@ -3,12 +3,16 @@
 #include "KVOSrvSparseImExPorter.h"
 #include "MatrixFiles.h"
 #include "MatrixText.h"
+#include "mem_Vector.h"
+#include "tasks.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <initializer_list>
+#include <memory>
+#include <utility>
 
 namespace
 {
@@ -16,16 +20,19 @@ namespace
 constexpr char kSource[] = "mtx/impl/KVOSrvSparseImExPorterTextExport";
 constexpr unsigned kPermissions = 0666;
 
-class TextOutput
+constexpr std::size_t kLongestLine = 80; // four integers of 11 characters, a value of 24, what separates them
+
+/// Writes lines to a target, an OutputFile or LinesInMemory.
+template<class Target>
+class TextLines
 {
 public:
-    explicit TextOutput(char const* path) : m_file(path, OutputFile::Existing::kTruncate, kPermissions) {}
+    explicit TextLines(Target& target) : m_target(target) {}
 
     /// Writes the integers, each with `separator` behind it, then the padding, the value and the end of the line.
     void Line(int first, std::initializer_list<int> others, char separator, char const* padding, double value)
     {
-        constexpr std::size_t kLongestLine = 80; // four integers of 11 characters, a value of 24, what separates them
-        char* text = WriteFirst(m_file.Room(kLongestLine), first);
+        char* text = WriteFirst(m_target.Room(kLongestLine), first);
         for (int const integer : others) {
             *text++ = separator;
             text = MatrixText::WriteInteger(text, integer);
@@ -35,10 +42,8 @@ public:
             *text++ = *padding;
         text = MatrixText::WriteValue(text, value);
         *text++ = '\n';
-        m_file.Commit(text);
+        m_target.Commit(text);
     }
-
-    void Close() { m_file.Close(); }
 
 private:
     // The first integer of a line is the row, the same for many lines in turn.
@@ -52,11 +57,75 @@ private:
         return text + m_firstLength;
     }
 
-    OutputFile m_file;
+    Target& m_target;
     int m_first = 0;
     std::ptrdiff_t m_firstLength = 0;
     char m_firstText[12];
 };
+
+/// Some lines on their way to a file.
+class LinesInMemory
+{
+public:
+    static constexpr std::int64_t kMostLines = 8192; // as many as the second-level cache holds
+
+    LinesInMemory() : m_text(static_cast<char*>(mem_OperatorNewThrow(kMostLines * kLongestLine))), m_end(m_text.get()) {}
+
+    char* Room(std::size_t) noexcept { return m_end; }
+    void Commit(char* end) noexcept { m_end = end; }
+    void MoveTo(OutputFile& file) { file.WriteItems(m_text.get(), std::exchange(m_end, m_text.get()) - m_text.get()); }
+
+private:
+    std::unique_ptr<char[], mem_Deleter> m_text;
+    char* m_end;
+};
+
+/// Writes the lines of rows in tasks, some rows each, while the lines of the tasks before them go to the file.
+template<class LinesOf, class WriteRow>
+void WriteRowsInTasks(OutputFile& file, int rows, LinesOf const& linesOf, WriteRow const& writeRow)
+{
+    auto const atOnce = static_cast<std::size_t>(std::min(2 * blac::ThreadsForTasks(), blac::kMostThreads));
+    mem_Vector<LinesInMemory> now(atOnce), before(atOnce);
+    mem_Vector<int> begin(atOnce + 1); // of each task's rows
+    int row = 0, tasks = 0;
+    do {
+        tasks = 0;
+        for (; tasks < static_cast<int>(atOnce) && row < rows; ++tasks) {
+            begin[static_cast<std::size_t>(tasks)] = row;
+            for (std::int64_t lines = 0; row < rows && (lines += linesOf(row)) <= LinesInMemory::kMostLines;)
+                ++row;
+            begin[static_cast<std::size_t>(tasks) + 1] = row;
+        }
+        blac::InTasks(tasks + 1, [&](int task) {
+            if (task == tasks) {
+                for (LinesInMemory& lines : before)
+                    lines.MoveTo(file);
+                return;
+            }
+            auto const number = static_cast<std::size_t>(task);
+            TextLines<LinesInMemory> lines(now[number]);
+            for (int i = begin[number]; i < begin[number + 1]; ++i)
+                writeRow(lines, i);
+        });
+        now.swap(before);
+    } while (tasks > 0);
+}
+
+/// writeRow(lines, i) for each row i, which writes linesOf(i) lines.
+template<class LinesOf, class WriteRow>
+void WriteRows(OutputFile& file, int rows, LinesOf const& linesOf, WriteRow const& writeRow)
+{
+    std::int64_t all = 0, longest = 0;
+    for (int i = 0; blac::ThreadsForTasks() > 1 && i < rows; ++i) {
+        all += linesOf(i);
+        longest = std::max(longest, linesOf(i));
+    }
+    if (all >= 2 * LinesInMemory::kMostLines && longest <= LinesInMemory::kMostLines)
+        return WriteRowsInTasks(file, rows, linesOf, writeRow);
+    TextLines<OutputFile> lines(file);
+    for (int i = 0; i < rows; ++i)
+        writeRow(lines, i);
+}
 
 // One more than the largest number of a row that holds an entry or, where columns are degrees of freedom too, of a column.
 template<class Rows>
@@ -74,18 +143,22 @@ int DofsInUse(Rows const& rows, int rowCount, int const* columns)
 // "%ld %ld %18.15le\n", 1-based. A half-stored matrix is written in full, its diagonal first.
 void KVOSrvSparseImExPorter::ExportTriplets(KVOSrvSparseMatrix const& matrix, char const* path)
 {
-    TextOutput file(path);
+    OutputFile file(path, OutputFile::Existing::kTruncate, kPermissions);
     bool const half = matrix.HoldsDiagonal();
-    for (int i = 0; half && i < matrix.m_rowCount; ++i)
-        file.Line(i + 1, {i + 1}, ' ', "", matrix.m_diagonal[i]);
+    WriteRows(
+        file, half ? matrix.m_rowCount : 0, [](int) { return std::int64_t{1}; },
+        [&](auto& lines, int i) { lines.Line(i + 1, {i + 1}, ' ', "", matrix.m_diagonal[i]); });
     Rows const rows(matrix);
-    for (int i = 0; i < matrix.m_rowCount; ++i)
-        for (std::int64_t k = rows.Begin(i); k < rows.End(i); ++k) {
-            int const row = i + 1, column = matrix.m_columnIndices[k] + 1;
-            file.Line(row, {column}, ' ', "", matrix.m_values[k]);
-            if (half)
-                file.Line(column, {row}, ' ', "", matrix.m_values[k]);
-        }
+    WriteRows(
+        file, matrix.m_rowCount, [&](int i) { return (half ? 2 : 1) * (rows.End(i) - rows.Begin(i)); },
+        [&](auto& lines, int i) {
+            for (std::int64_t k = rows.Begin(i); k < rows.End(i); ++k) {
+                int const row = i + 1, column = matrix.m_columnIndices[k] + 1;
+                lines.Line(row, {column}, ' ', "", matrix.m_values[k]);
+                if (half)
+                    lines.Line(column, {row}, ' ', "", matrix.m_values[k]);
+            }
+        });
     file.Close();
 }
 
@@ -98,32 +171,36 @@ void KVOSrvSparseImExPorter::ExportNodesAndDofs(KVOSrvSparseMatrix const& matrix
     if (dofs == nullptr || dofs->NumberOfDofs() < DofsInUse(rows, matrix.m_rowCount, square ? matrix.m_columnIndices.get() : nullptr))
         KVOSrvMtxUnsupportedExpFmt().Throw(kSource, __LINE__);
 
-    TextOutput file(path);
-    for (int i = 0; i < matrix.m_rowCount; ++i) {
-        int node = 0, dof = 0;
-        if (rows.Begin(i) < rows.End(i))
-            dofs->NodeDofFromSolverDof(i, node, dof);
-        for (std::int64_t k = rows.Begin(i); k < rows.End(i); ++k) {
-            int columnNode = matrix.m_columnIndices[k], columnDof = 0;
-            if (square)
-                dofs->NodeDofFromSolverDof(columnNode, columnNode, columnDof);
-            file.Line(node, {dof, columnNode, columnDof}, ',', "", matrix.m_values[k]);
-        }
-    }
+    OutputFile file(path, OutputFile::Existing::kTruncate, kPermissions);
+    WriteRows(
+        file, matrix.m_rowCount, [&](int i) { return rows.End(i) - rows.Begin(i); },
+        [&](auto& lines, int i) {
+            int node = 0, dof = 0;
+            if (rows.Begin(i) < rows.End(i))
+                dofs->NodeDofFromSolverDof(i, node, dof);
+            for (std::int64_t k = rows.Begin(i); k < rows.End(i); ++k) {
+                int columnNode = matrix.m_columnIndices[k], columnDof = 0;
+                if (square)
+                    dofs->NodeDofFromSolverDof(columnNode, columnNode, columnDof);
+                lines.Line(node, {dof, columnNode, columnDof}, ',', "", matrix.m_values[k]);
+            }
+        });
     file.Close();
 }
 
 // "%d,%d, %18.15e\n", 0-based, a half-stored matrix as it is stored: each row's diagonal first.
 void KVOSrvSparseImExPorter::ExportCommaSeparated(KVOSrvSparseMatrix const& matrix, char const* path)
 {
-    TextOutput file(path);
+    OutputFile file(path, OutputFile::Existing::kTruncate, kPermissions);
     bool const half = matrix.HoldsDiagonal();
     Rows const rows(matrix);
-    for (int i = 0; i < matrix.m_rowCount; ++i) {
-        if (half)
-            file.Line(i, {i}, ',', " ", matrix.m_diagonal[i]);
-        for (std::int64_t k = rows.Begin(i); k < rows.End(i); ++k)
-            file.Line(i, {matrix.m_columnIndices[k]}, ',', " ", matrix.m_values[k]);
-    }
+    WriteRows(
+        file, matrix.m_rowCount, [&](int i) { return (half ? 1 : 0) + rows.End(i) - rows.Begin(i); },
+        [&](auto& lines, int i) {
+            if (half)
+                lines.Line(i, {i}, ',', " ", matrix.m_diagonal[i]);
+            for (std::int64_t k = rows.Begin(i); k < rows.End(i); ++k)
+                lines.Line(i, {matrix.m_columnIndices[k]}, ',', " ", matrix.m_values[k]);
+        });
     file.Close();
 }

@@ -2,6 +2,8 @@
 
 #include "SparseRowSorter.h"
 #include "SparseRows.h"
+#include "sparse_parts.h"
+#include "tasks.h"
 
 #include <algorithm>
 #include <utility>
@@ -49,6 +51,13 @@ bool IsWide(int columns, int entries)
     return columns / 2 > entries;
 }
 
+// Into how many parts of rows, each with a number a column, a transposition is cut.
+int TransposedInParts(int entries, int columns)
+{
+    constexpr int kLeastEntries = 1 << 16;
+    return std::min({blac::ThreadsForTasks(), blac::PiecesFor(entries, kLeastEntries), entries / std::max(columns, 1) + 1});
+}
+
 // The columns that occur, ascending.
 std::unique_ptr<unsigned[]> SortedColumns(int const* columns, int entries, int& count)
 {
@@ -80,20 +89,37 @@ KVOSrvSparseMatrix* KVOSrvSparseMatrix::Transpose() const
     RequireAssembled("Transpose");
     int const entries = StoredEntries();
     SparseRows rows = AllocateRows(m_columnCount, entries);
-    // next[c] is where the next entry of column c goes; afterwards it has become the start of column c + 1.
-    unsigned* const next = rows.rowStart.get() + 1;
-    std::fill_n(rows.rowStart.get(), std::int64_t{m_columnCount} + 1, 0);
-    for (int k = 0; k < entries; ++k)
-        ++next[m_columnIndices[k]];
+    // next[c] of a part of the rows is where its next entry of column c goes, behind those of the parts before it. That of the last part
+    // is in the result: afterwards it has become the start of column c + 1.
+    int const parts = TransposedInParts(entries, m_columnCount);
+    Array<unsigned> const nextOfOthers = parts > 1 ? AllocateArray<unsigned>(std::int64_t{parts - 1} * m_columnCount) : nullptr;
+    auto const nextOf = [&](int part) {
+        return part + 1 < parts ? nextOfOthers.get() + std::int64_t{part} * m_columnCount : rows.rowStart.get() + 1;
+    };
+    auto const firstRowOf = [&](int part) {
+        return entries > 0 ? static_cast<int>(blac::FirstRowOf(m_rowStart.get(), m_rowCount, parts, part)) : 0;
+    };
+    rows.rowStart[0] = 0;
+    blac::InTasks(parts, [&](int part) {
+        unsigned* const next = nextOf(part);
+        std::fill_n(next, m_columnCount, 0);
+        if (entries > 0)
+            for (unsigned k = m_rowStart[firstRowOf(part)]; k < m_rowStart[firstRowOf(part + 1)]; ++k)
+                ++next[m_columnIndices[k]];
+    });
     unsigned begin = 0;
     for (int column = 0; column < m_columnCount; ++column)
-        begin += std::exchange(next[column], begin);
-    for (int row = 0; entries > 0 && row < m_rowCount; ++row)
-        for (unsigned k = m_rowStart[row]; k < m_rowStart[row + 1]; ++k) {
-            unsigned const place = next[m_columnIndices[k]]++;
-            rows.columnIndices[place] = row;
-            rows.values[place] = m_values[k];
-        }
+        for (int part = 0; part < parts; ++part)
+            begin += std::exchange(nextOf(part)[column], begin);
+    blac::InTasks(parts, [&](int part) {
+        unsigned* const next = nextOf(part);
+        for (int row = firstRowOf(part), end = firstRowOf(part + 1); row < end; ++row)
+            for (unsigned k = m_rowStart[row]; k < m_rowStart[row + 1]; ++k) {
+                unsigned const place = next[m_columnIndices[k]]++;
+                rows.columnIndices[place] = row;
+                rows.values[place] = m_values[k];
+            }
+    });
     return NewMatrix(rows, HoldsDiagonal() ? CopyOfDiagonal(nullptr) : nullptr, m_columnCount, m_rowCount);
 }
 

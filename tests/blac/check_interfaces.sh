@@ -8,9 +8,11 @@ shift 4
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
-# The module as C prototypes. Two types have no counterpart: Fortran has no unsigned integer, and a complex array is interleaved doubles.
+# The module as C prototypes. Three types have no counterpart: Fortran has no unsigned integer, a complex array is interleaved doubles, and a
+# pointer to a procedure tells no arguments.
 "$fortran" -fc-prototypes -fsyntax-only -J "$folder" "$module" |
-    sed -E 's/\blong ([a-z]+_length)\b/std::size_t \1/g; s/__GFORTRAN_DOUBLE_COMPLEX \*/double */g' >"$folder/module.h"
+    sed -E 's/\blong ([a-z]+_length)\b/std::size_t \1/g; s/__GFORTRAN_DOUBLE_COMPLEX \*/double */g;
+            s/int \(\*run\)\(\)/void (*run)(void*, int, void (*)(void*, int), void*)/' >"$folder/module.h"
 
 # Declared twice with different arguments, an extern "C" function is an error.
 printf '#include "%s"\n#include "%s"\n' "$header" "$folder/module.h" >"$folder/both.cpp"

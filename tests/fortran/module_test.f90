@@ -1,6 +1,7 @@
 ! Calls the library from Fortran through the module kvo_mtx; stops with an error at the first wrong result.
 program module_test
-    use, intrinsic :: iso_c_binding, only: c_double, c_double_complex, c_int, c_size_t
+    use, intrinsic :: iso_c_binding, only: c_double, c_double_complex, c_f_pointer, c_f_procpointer, c_funloc, c_funptr, &
+                                           c_int, c_loc, c_ptr, c_size_t
     use kvo_mtx
     implicit none
 
@@ -11,6 +12,7 @@ program module_test
     call environment()
     call timers_and_sort()
     call sparse_products()
+    call products_in_tasks()
 
 contains
 
@@ -99,4 +101,40 @@ contains
         call BLAC_SPARSE_SPARSE_UMTV(values, x(1:2, :), starts, columns, y, 2_c_int, 3_c_int, 2_c_int, [2_c_int, 0_c_int])
         call check(all(y == reshape([2, 3, 8, 5, 12, 26], [3, 2])), 'SPARSE_SPARSE_UMTV')
     end subroutine sparse_products
+    ! A host's function: runs the tasks from the last to the first, and counts them in its context.
+    subroutine run_backwards(context, tasks, task, data) bind(C)
+        type(c_ptr), value :: context, data
+        integer(c_int), value :: tasks
+        type(c_funptr), value :: task
+        procedure(KVOPARALLELTASK), pointer :: run_task
+        integer(c_int), pointer :: counted
+        integer(c_int) :: index
+        call c_f_procpointer(task, run_task)
+        call c_f_pointer(context, counted)
+        do index = tasks - 1, 0, -1
+            call run_task(data, index)
+        end do
+        counted = counted + tasks
+    end subroutine run_backwards
+
+    subroutine products_in_tasks()
+        integer(c_int), parameter :: n = 40000, nvec = 3, each = 5
+        integer(c_int), target :: counted
+        integer(c_int) :: i
+        integer(c_int), allocatable :: ia(:), ja(:)
+        real(c_double), allocatable :: a(:), x(:, :), y(:, :), expected(:, :)
+        allocate (ia(n + 1), ja(each*n), a(each*n), x(n, nvec), y(n, nvec), expected(n, nvec))
+        call random_number(a)
+        call random_number(x)
+        ia = [(each*i, i=0, n)]
+        ja = [(modulo(i*7919, n), i=1, each*n)]
+        call BLAC_SPARSE_UMV(a, x, ia, ja, expected, n, n, nvec)
+        counted = 0
+        call check(KVOSRVPARALLELBEGIN(c_funloc(run_backwards), c_loc(counted), 2_c_int) == 0, 'PARALLELBEGIN')
+        call BLAC_SPARSE_UMV(a, x, ia, ja, y, n, n, nvec)
+        call check(counted > 1 .and. all(y == expected), 'SPARSE_UMV in tasks')
+        call check(KVOSRVPARALLELEND() == 0, 'PARALLELEND')
+        call check(KVOSRVPARALLELEND() == -2, 'PARALLELEND without a beginning')
+    end subroutine products_in_tasks
+
 end program module_test

@@ -1,4 +1,5 @@
 #include "KVOFortran.h"
+#include "KVOFsmSystemDofDefinition.h"
 #include "KVOSrvMatrix.h"
 #include "KVOSrvMtxExceptions.h"
 #include "KVOSrvParallel.h"
@@ -155,6 +156,23 @@ auto ImportOf(std::string const& text)
     return [file = std::make_shared<TextFile const>(text)] { return file->Imported(); };
 }
 
+// What tells the bytes of a file from others.
+std::vector<double> Exported(KVOSrvSparseMatrix const& matrix, int format)
+{
+    TemporaryFolder const folder(FolderWithoutDisk());
+    KVOFsmSystemDofDefinition const dofs = [&] {
+        std::vector<int> nodes(static_cast<std::size_t>(matrix.NumberOfRows())), numbers(nodes.size());
+        for (std::size_t k = 0; k < nodes.size(); ++k) {
+            nodes[k] = static_cast<int>(k / 3 + 1);
+            numbers[k] = static_cast<int>(k % 3 + 1);
+        }
+        return KVOFsmSystemDofDefinition(matrix.NumberOfRows(), nodes.data(), numbers.data());
+    }();
+    matrix.Export((folder / "matrix").c_str(), format, &dofs);
+    std::string const bytes = ReadFile(folder / "matrix");
+    return {static_cast<double>(bytes.size()), static_cast<double>(std::hash<std::string>()(bytes))};
+}
+
 struct StoredShape {
     int rows, columns, rowChunk, columnChunk;
 };
@@ -224,9 +242,9 @@ std::vector<Case> const& Cases()
     static std::vector<Case> const s_cases{
         {"SparseProducts", products(kBand, false, {1, 8, 19})},
         {"SparseProductsOfScatteredColumns", products(kScattered, false, {3, 16})},
-        {"TransposedProducts", products(kBand, true, {1, 8, 19})},
-        {"TransposedProductsOfScatteredColumns", products(kScattered, true, {2, 16})},
-        {"TransposedProductsOfTallMatrices", products(kTall, true, {1, 9})},
+        {"TransposedProducts", products(kBand, true, {4, 8, 19})},
+        {"TransposedProductsOfScatteredColumns", products(kScattered, true, {5, 16})},
+        {"TransposedProductsOfTallMatrices", products(kTall, true, {4, 9})},
         {"HalfStoredProducts",
          [] {
              return [half = std::shared_ptr<KVOSrvSparseMatrix>(HalfStored(LowerTriangle(kBand))),
@@ -245,9 +263,26 @@ std::vector<Case> const& Cases()
          }},
         {"TextImportOfShuffledEntries", [] { return ImportOf(TextOf(ShuffledEntries(kTall))); }},
         {"TextImportOfRecordsOnTwoLines", [] { return ImportOf(TextOf(ShuffledEntries(kTall), "\n")); }},
+        {"TextExport",
+         [] {
+             return [full = std::shared_ptr<KVOSrvSparseMatrix>(Assembled({1500, 1500, 20, 40})),
+                     half = std::shared_ptr<KVOSrvSparseMatrix>(HalfStored(LowerTriangle({2500, 2500, 20, 40})))] {
+                 std::vector<double> all;
+                 for (int const format : {3, 4, 5})
+                     for (KVOSrvSparseMatrix const* const matrix : {full.get(), half.get()})
+                         std::ranges::copy(Exported(*matrix, format), std::back_inserter(all));
+                 return all;
+             };
+         }},
+        {"Transpose",
+         [] {
+             return [matrix = std::shared_ptr<KVOSrvSparseMatrix>(Assembled(kTall))] {
+                 return Numbers(*std::unique_ptr<KVOSrvSparseMatrix>(matrix->Transpose()));
+             };
+         }},
         {"StoredProductsByBlocks",
          [] {
-             return [matrix = Stored({1536, 1024, 512, 256})] { return StoredProducts(*matrix, 16); };
+             return [matrix = Stored({1300, 1300, 640, 640})] { return StoredProducts(*matrix, 140); };
          }},
         {"StoredProductsByCopies",
          [] {

@@ -68,3 +68,20 @@ TEST(Products, OfDenseAndSparseMatricesInBothDirectionsAndStorages)
     EXPECT_EQ(mismatched.code, 1);
     EXPECT_NE(mismatched.err.find("4 x 3 cannot be multiplied by 4 x 6"), std::string::npos);
 }
+
+TEST(Products, AndFilesDoNotDependOnTheThreads)
+{
+    Tool const tool;
+    tool.Do({"make-brick", "10", "10", "10", "k.mtx", "m.mtx"});
+    WriteArray(tool / "x.mtx", 3630, 9, 1);
+    std::vector<std::string> found;
+    for (std::string const threads : {"1", "3"}) {
+        tool.Do({"--threads", threads, "convert", "k.mtx", "k.txt"});
+        tool.Do({"convert", "k.txt", "back.mtx", "--threads", threads});
+        tool.Do({"sparse-times-dense", "k.txt", "x.mtx", "-t", "-o", "y.sim", "--threads", threads});
+        tool.Do({"db", "export", "y.sim", "0", "y.mtx"});
+        found.push_back(ReadFile(tool / "k.txt") + ReadFile(tool / "back.mtx") + ReadFile(tool / "y.mtx"));
+    }
+    EXPECT_EQ(found[0], found[1]);
+    EXPECT_EQ(tool({"info", "k.mtx", "--threads", "0"}).code, 2);
+}

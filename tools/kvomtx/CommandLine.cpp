@@ -10,6 +10,8 @@
 namespace
 {
 
+constexpr int kMostThreads = 256; // as many as count for the library
+
 template<class T>
 CLI::Option& Add(CLI::App& command, std::string const& name, T& value, std::string const& description, ValueCheck check)
 {
@@ -17,6 +19,14 @@ CLI::Option& Add(CLI::App& command, std::string const& name, T& value, std::stri
     if (check != nullptr)
         option->check(check);
     return *option;
+}
+
+int g_threads = 1;
+
+// Every command takes it, also in front of its name.
+void AddThreads(CLI::App& app)
+{
+    AddOption(app, "--threads", g_threads, "threads that share long steps in memory (1)", 1, kMostThreads);
 }
 
 // A misspelt command is an argument too many for the parser, and a missing command.
@@ -36,7 +46,13 @@ CLI::App& AddCommand(CLI::App& parent, std::string const& name, std::string cons
 {
     CLI::App& command = *parent.add_subcommand(name, description);
     command.footer(footer);
+    AddThreads(command);
     return command;
+}
+
+int ThreadsForTasks() noexcept
+{
+    return g_threads;
 }
 
 CLI::App& AddGroup(CLI::App& parent, std::string const& name, std::string const& description)
@@ -104,6 +120,7 @@ Command ParseCommandLine(int argc, char const* const* argv, char const* descript
     app->footer(footer);
     app->set_version_flag("--version", "kvomtx " KVO_VERSION);
     app->require_subcommand(1);
+    AddThreads(*app);
     addCommands(*app, chosen);
     try {
         app->parse(argc, argv);

@@ -12,6 +12,9 @@
 /// Of a value's text: empty when it is sound, else the complaint.
 using ValueCheck = std::string (*)(std::string const&);
 
+/// How many threads are to share the work, as the command line says; 1 unless it does.
+int ThreadsForTasks() noexcept;
+
 /// Adds the subcommand `name` to `parent`. `footer` follows the options in its help.
 CLI::App& AddCommand(CLI::App& parent, std::string const& name, std::string const& description, std::string const& footer);
 /// Adds the subcommand `name`, which has subcommands of its own, one of which must be given.

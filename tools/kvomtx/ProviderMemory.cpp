@@ -1,5 +1,6 @@
 #include "ProviderMemory.h"
 
+#include "CommandLine.h"
 #include "KVOFortran.h"
 
 #include <cstddef>
@@ -53,7 +54,7 @@ void RequireProviderMemory()
 {
     if (!IsOpenBlas())
         return;
-    if (!IsRoomFor(1))
+    if (!IsRoomFor(ThreadsForTasks())) // each that computes takes one
         throw std::bad_alloc();
     int const order = 1;
     double const one = 1.0, zero = 0.0;

@@ -8,5 +8,5 @@
 void FitProviderThreads(char** arguments);
 
 /// To be called before the first computation. Lets the provider take its buffer.
-/// @throws std::bad_alloc when there is no room for it
+/// @throws std::bad_alloc when there is no room for it, or for those of the other threads that share the work
 void RequireProviderMemory();

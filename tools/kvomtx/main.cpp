@@ -7,6 +7,8 @@
 #include "KVOMtxLinearAlgebra.h"
 #include "KVOSimException.h"
 #include "KVOSrvMtxExceptions.h"
+#include "KVOSrvParallel.h"
+#include "ParallelThreads.h"
 
 #include <cctype>
 #include <cerrno>
@@ -126,6 +128,8 @@ void RunWithLibrary(Command const& command)
         ~Library() { KVOMtxLinearAlgebra_finalize(tally); }
         int tally = 0;
     } const library;
+    ParallelThreads threads(ThreadsForTasks());
+    KVOSrvParallel const parallel(ParallelThreads::Run, &threads, threads.Count());
     command();
     RequirePrinted();
 }
