@@ -1,3 +1,4 @@
+#include "interleaved.h"
 #include "sparse_kernels.h"
 
 #include <algorithm>
@@ -33,7 +34,24 @@ std::ptrdiff_t TouchedPages(blac::SparseRows const& rows, std::ptrdiff_t firstRo
     return static_cast<std::ptrdiff_t>(touched.count());
 }
 
+std::ptrdiff_t TouchedPages(blac::SparseRows const& rows)
+{
+    std::ptrdiff_t touched = 0;
+    for (std::ptrdiff_t place = 0; place < kPlaces; ++place)
+        touched = std::max(touched, TouchedPages(rows, rows.count / kPlaces * place));
+    return touched;
+}
+
 } // namespace
+
+bool blac::InterleavingPays(SparseRows const& rows, std::size_t l2Bytes)
+{
+    constexpr std::ptrdiff_t kEntriesPerColumn = 8;
+    auto const pagesInCache = static_cast<std::ptrdiff_t>(l2Bytes / 4096);
+    return rows.index == nullptr && rows.count > 0 && rows.columns <= kMostInterleavedRows &&
+           std::ptrdiff_t{rows.ie[rows.count - 1] - rows.ia[0]} >= kEntriesPerColumn * rows.columns &&
+           8 * (rows.columns / kPage) > 2 * pagesInCache && 8 * TouchedPages(rows) > 2 * pagesInCache;
+}
 
 int blac::SparseGroupSize(SparseRows const& rows, int reachablePages)
 {
@@ -42,9 +60,7 @@ int blac::SparseGroupSize(SparseRows const& rows, int reachablePages)
     if (group * pages <= reachablePages)
         return group;
 
-    std::ptrdiff_t touched = 0;
-    for (std::ptrdiff_t place = 0; place < kPlaces; ++place)
-        touched = std::max(touched, TouchedPages(rows, rows.count / kPlaces * place));
+    std::ptrdiff_t const touched = TouchedPages(rows);
     if (group * touched <= reachablePages)
         return group;
     while (group > 1 && group * pages > reachablePages)

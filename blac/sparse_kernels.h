@@ -23,8 +23,9 @@ using SparsePass = void (*)(SparseRows const& rows, double const* x, double* y);
 /// The passes for groups of 8, 4, 2 and 1 vectors, as one kind of processor runs them fastest. All round after each product and after each
 /// sum and take the entries in storage order, so that every pass of every kind gives the bits of the plain loop.
 struct SparseKernels {
-    SparsePass times[4];           ///< y = A x; leading dimensions: x `columns`, y `ld`
-    SparsePass transposedTimes[4]; ///< y += A^T x; leading dimensions: x `ld`, y `columns`
+    SparsePass times[4];                      ///< y = A x; leading dimensions: x `columns`, y `ld`
+    SparsePass transposedTimes[4];            ///< y += A^T x; leading dimensions: x `ld`, y `columns`
+    SparsePass transposedTimesInterleaved[4]; ///< the same, with the values of a row of y one behind the other
 };
 
 extern SparseKernels const sparseKernelsBaseline; ///< SSE2
@@ -38,5 +39,10 @@ SparseKernels const& SparseKernelsInForce();
 /// spread over more than `reachablePages` pages of memory. Changes the speed only.
 /// @param reachablePages  KVOBasChoices::groupPages, or its half for a product that touches rows of x and of y for each entry
 int SparseGroupSize(SparseRows const& rows, int reachablePages);
+
+/// Whether A^T x for groups of vectors is faster when y is interleaved meanwhile: an entry then touches one place of y instead of one for
+/// each vector. It pays where these are spread over more than the second-level cache, and there are entries enough to make up for
+/// Deinterleave(). Changes the speed only.
+bool InterleavingPays(SparseRows const& rows, std::size_t l2Bytes);
 
 } // namespace blac

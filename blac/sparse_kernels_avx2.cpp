@@ -67,4 +67,5 @@ struct Eight {
 
 blac::SparseKernels const blac::sparseKernelsAvx2{
     {TimesEight<Eight>, TimesSome<4>, TimesSome<2>, TimesOne},
-    {TransposedTimes<4, 8>, TransposedTimes<4, 4>, TransposedTimes<4, 2>, TransposedTimes<4, 1>}};
+    {TransposedTimes<4, 8>, TransposedTimes<4, 4>, TransposedTimes<4, 2>, TransposedTimes<4, 1>},
+    {TransposedTimesInterleaved<4, 8>, TransposedTimesInterleaved<4, 4>, TransposedTimesInterleaved<4, 2>, TransposedTimes<4, 1>}};

@@ -69,4 +69,5 @@ struct Eight {
 
 blac::SparseKernels const blac::sparseKernelsAvx512{
     {TimesEight<Eight>, TimesSome<4>, TimesSome<2>, TimesOne},
-    {TransposedTimes<8, 8>, TransposedTimes<8, 4>, TransposedTimes<8, 2>, TransposedTimes<8, 1>}};
+    {TransposedTimes<8, 8>, TransposedTimes<8, 4>, TransposedTimes<8, 2>, TransposedTimes<8, 1>},
+    {TransposedTimesInterleaved<8, 8>, TransposedTimesInterleaved<8, 4>, TransposedTimesInterleaved<8, 2>, TransposedTimes<8, 1>}};

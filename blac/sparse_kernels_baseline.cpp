@@ -61,4 +61,5 @@ struct Eight {
 
 blac::SparseKernels const blac::sparseKernelsBaseline{
     {TimesEight<Eight>, TimesSome<4>, TimesSome<2>, TimesOne},
-    {TransposedTimes<2, 8>, TransposedTimes<2, 4>, TransposedTimes<2, 2>, TransposedTimes<2, 1>}};
+    {TransposedTimes<2, 8>, TransposedTimes<2, 4>, TransposedTimes<2, 2>, TransposedTimes<2, 1>},
+    {TransposedTimesInterleaved<2, 8>, TransposedTimesInterleaved<2, 4>, TransposedTimesInterleaved<2, 2>, TransposedTimes<2, 1>}};

@@ -2,6 +2,7 @@
 
 #include "KVOBasProcessor.h"
 #include "KVOFortran.h"
+#include "interleaved.h"
 #include "sparse_parts.h"
 #include "tasks.h"
 
@@ -69,22 +70,23 @@ void Multiply(SparseRows const& rows, double const* x, double* y, int nvec)
 }
 
 // Some vectors a task; every task takes all rows.
-void MultiplyTransposed(SparseRows const& rows, double const* x, double* y, int nvec, Groups const& groups)
+void MultiplyTransposed(SparseRows const& rows, double const* x, double* y, int nvec)
 {
+    blac::SparseKernels const& kernels = blac::SparseKernelsInForce();
+    bool const interleaved = nvec >= 8 && blac::InterleavingPays(rows, KVOBasProcessor::This().l2Bytes);
+    Groups const groups(rows, nvec, interleaved ? kernels.transposedTimesInterleaved : kernels.transposedTimes);
     int const parts = std::min(groups.Count(), blac::PiecesFor(Multiplications(rows, nvec), blac::kLeastMultiplications));
     blac::InTasks(parts, [&](int part) {
         for (auto number = blac::PieceBegin(groups.Count(), parts, part); number < blac::PieceBegin(groups.Count(), parts, part + 1);
              ++number)
             groups.Do(static_cast<int>(number), [&](std::ptrdiff_t j, int vectors, SparsePass pass) {
-                std::fill_n(y + j * rows.columns, vectors * rows.columns, 0.0);
-                pass(rows, x + j * rows.ld, y + j * rows.columns);
+                double* const target = y + j * rows.columns;
+                std::fill_n(target, vectors * rows.columns, 0.0);
+                pass(rows, x + j * rows.ld, target);
+                if (interleaved && vectors > 1)
+                    blac::Deinterleave(target, rows.columns, vectors);
             });
     });
-}
-
-void MultiplyTransposed(SparseRows const& rows, double const* x, double* y, int nvec)
-{
-    MultiplyTransposed(rows, x, y, nvec, Groups(rows, nvec, blac::SparseKernelsInForce().transposedTimes));
 }
 
 } // namespace
@@ -117,7 +119,7 @@ void blac::MultiplyTransposedAscending(SparseRows const& rows, double const* x, 
                 });
             });
     }
-    MultiplyTransposed(rows, x, y, nvec, groups);
+    MultiplyTransposed(rows, x, y, nvec);
 }
 
 extern "C" void BLAC_SPARSE_UMV(double const* a, double const* x, int const* ia, int const* ja, double* y, int const* n, int const* m,

@@ -1,5 +1,6 @@
 #include "KVOBasProcessor.h"
 #include "KVOFortran.h"
+#include "interleaved.h"
 #include "sparse_kernels.h"
 
 #include <algorithm>
@@ -187,6 +188,19 @@ TEST_P(SparseKernels, EqualThePlainLoopsForLargeMatrices)
         }
 }
 
+// So many entries and so scattered that y is interleaved meanwhile, for groups of 8, 4 or 2 vectors by what the processor reaches.
+TEST_P(SparseKernels, EqualThePlainLoopsForManyScatteredEntries)
+{
+    Random random(5);
+    Csr m{2801, 140000, {}, {0}, {}};
+    for (int i = 0; i < m.rows; ++i) {
+        std::vector<int> pattern(400);
+        std::generate(pattern.begin(), pattern.end(), [&] { return Below(random, m.columns); });
+        m.AddRow(pattern);
+    }
+    ExpectPlainLoops(random, m, {5, 3}, 9, true);
+}
+
 // The last column of the last vector is the last place that may be read: x ends there. (The sanitizers see a step further.)
 TEST_P(SparseKernels, ReadNothingBehindX)
 {
@@ -203,6 +217,24 @@ TEST_P(SparseKernels, ReadNothingBehindX)
 }
 
 INSTANTIATE_TEST_SUITE_P(Levels, SparseKernels, testing::Values(0, 1, 2));
+
+TEST(Deinterleave, MakesColumnsOfRows)
+{
+    for (int const vectors : {2, 4, 8})
+        for (int const rows : {0, 1, 63, 64, 65, 1000, 1048700, 2100000}) { // blocks of 64 rows, of 128 and of 256
+            SCOPED_TRACE(testing::Message() << rows << " rows of " << vectors);
+            Vector values(std::size_t{1} * rows * vectors + 1);
+            std::iota(values.begin(), values.end(), 0.0);
+            double const behind = values.back();
+            blac::Deinterleave(values.data(), rows, vectors);
+            std::int64_t wrong = 0;
+            for (std::int64_t j = 0; j < vectors; ++j)
+                for (std::int64_t i = 0; i < rows; ++i)
+                    wrong += values[j * rows + i] != static_cast<double>(i * vectors + j);
+            EXPECT_EQ(wrong, 0);
+            EXPECT_EQ(values.back(), behind);
+        }
+}
 
 // By what the processor's translation buffer reaches.
 TEST(SparseGroups, AreSmallerTheFartherEntriesLieApart)
