@@ -21,6 +21,7 @@ Window TypicalBlock(KVOSrvDenseMatrix const& matrix)
 // 1024 x 1024, 64 vectors 1.04 / 1.16, both; 256: 1.04 / 1.14, 1.04 / 1.06; 512: 1.05 / 1.05, 1.06 / 1.04;
 // 2048 x 256, 512 vectors 1.02 / 1.05; transposed, 64 vectors 1.11 / 1.25, 512 vectors 1.14 / 1.05;
 // 256 x 256 and smaller, 64 vectors and fewer: 1.29 / 1.26, 1.19 / 1.13 and worse.
+// All of it weighs DGEMM's packing against a copy, both of which go with the same memory: no choice by the processor.
 bool PaysByBlocks(KVOSrvDenseMatrix const& matrix, int p, int blockHeight)
 {
     constexpr std::int64_t kLeastBlock = std::int64_t{1} << 17; // 1 MiB

@@ -234,7 +234,8 @@ void ForEachBlock(KVOSrvBlockCut const& cut, Span const& span, Run const& run)
 constexpr int kFewVectors = 128;
 
 /// Slabs of up to this many entries, 2 MiB, are read as a whole and multiplied by one call of DGEMM, which sums over all of them at once.
-/// Larger ones are cut, where that is faster; sums are then formed block by block in order.
+/// Larger ones are cut, where that is faster; sums are then formed block by block in order. Asks no processor, nor does the number of few
+/// vectors: where a sum is cut decides its last bits, and these are the same on every machine with the same BLAS.
 constexpr std::int64_t kWholeSlab = std::int64_t{1} << 18;
 
 /// How a product with p vectors comes to the values of its stored matrix: block by block, where they lie in the file, or in copied pieces.

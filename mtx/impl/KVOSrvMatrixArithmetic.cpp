@@ -16,7 +16,7 @@ namespace
 
 constexpr KVOSrvMatrixSupport::InputCheck Require{"mtx/impl/KVOSrvMatrixArithmetic"};
 
-// Block sizes that the callers of the symmetric products know.
+// Block sizes that the callers of the symmetric products know, so the same on every processor.
 constexpr int kSymmetricBlock = 128;
 constexpr int kTransposeBlock = 144;
 
