@@ -2,6 +2,7 @@
 //
 //   speedup   time without over time with
 //   bound     the same of what limits operations on large arrays: one resp. all threads read an array of 256 MiB
+//   cores     the same of computing in registers: less than the threads where something else takes the processors' time
 //
 // KVO_BENCH_THREADS says how many threads, 2 by default. For products of dense matrices the provider is to run serially.
 
@@ -78,12 +79,31 @@ void ReadArray(int parts)
         ParallelThreads::Run(&Threads(), parts, Read::Part, &read);
 }
 
+// Computes in registers, as many parts as told, one after the other or on as many threads.
+void Compute(int parts, bool together)
+{
+    auto const part = [](void*, int) {
+        std::uint64_t a = 1, b = 2, c = 3, d = 4;
+        for (int k = 0; k < 4'000'000; ++k) {
+            a = a * 5 + 1;
+            b = b * 7 + 1;
+            c = c * 9 + 1;
+            d = d * 11 + 1;
+        }
+        benchmark::DoNotOptimize(a + b + c + d);
+    };
+    if (together)
+        return ParallelThreads::Run(&Threads(), parts, part, nullptr);
+    for (int number = 0; number < parts; ++number)
+        part(nullptr, number);
+}
+
 // `prepare` comes before each run and is not timed. result() is to be the same to the bit.
 void Compare(
     benchmark::State& state, std::function<void()> const& run, std::function<std::vector<double>()> const& result,
     std::function<void()> const& prepare = [] {})
 {
-    std::vector<double> speedups, bounds, serials;
+    std::vector<double> speedups, bounds, cores, serials;
     prepare();
     run();
     std::vector<double> const expected = result();
@@ -101,9 +121,12 @@ void Compare(
         speedups.push_back(serials.back() / parallel);
         double const read = Seconds([] { ReadArray(1); });
         bounds.push_back(read / Seconds([] { ReadArray(Threads().Count()); }));
+        double const computed = Seconds([] { Compute(Threads().Count(), false); });
+        cores.push_back(computed / Seconds([] { Compute(Threads().Count(), true); }));
     }
     state.counters["speedup"] = Median(speedups);
     state.counters["bound"] = Median(bounds);
+    state.counters["cores"] = Median(cores);
     state.counters["serial_ms"] = 1e3 * Median(serials);
 }
 
