@@ -8,7 +8,8 @@ module kvo_mtx
     implicit none
     private :: c_char, c_double, c_double_complex, c_float, c_funptr, c_int, c_int64_t, c_ptr, c_size_t
 
-    ! What KVOSRVPARALLELBEGIN takes by c_funloc, and what that is given: see c_f_procpointer.
+    ! What KVOSRVPARALLELBEGIN takes by c_funloc, and what that is given: see c_f_procpointer. Doxygen cannot describe abstract interfaces.
+    !> @cond
     abstract interface
         subroutine KVOPARALLELRUN(context, tasks, task, data) bind(C)
             import
@@ -23,6 +24,7 @@ module kvo_mtx
             integer(c_int), value :: index
         end subroutine KVOPARALLELTASK
     end interface
+    !> @endcond
 
     interface
         ! Timers and sort.

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstddef>
 
+/// Who makes the processor.
 enum class KVOBasVendor { Intel, Amd, Other };
 
 /// What is chosen by the processor. No result depends on it, but that of BLAC_DGEMM2, whose order of additions is its kernel's.
@@ -19,12 +20,13 @@ struct KVOBasChoices {
 
 /// A processor. Sizes of caches are bytes; of those that cannot be found out, as in some virtual machines, common small ones are told.
 struct KVO_EXPORT KVOBasProcessor {
-    char const* name; ///< of its family; "unknown" when it is none of those in the table
-    KVOBasVendor vendor;
-    int family, model; ///< with the extensions, as the vendors print them; 0 when it is not an x86 processor
+    char const* name;    ///< of its family; "unknown" when it is none of those in the table
+    KVOBasVendor vendor; ///< its maker
+    int family;          ///< with its extension, as the vendors print it; 0 when it is not an x86 processor
+    int model;           ///< the same
 
     // Instructions, told only where the operating system saves their registers.
-    bool sse42;
+    bool sse42;      ///< SSE4.2
     bool avx2;       ///< AVX2, FMA and BMI2
     bool avx512;     ///< AVX-512 F, CD, BW, DQ and VL, and avx2
     bool vpclmulqdq; ///< carry-less products of 512-bit registers, and AVX-512 F
@@ -37,7 +39,7 @@ struct KVO_EXPORT KVOBasProcessor {
     int pages;           ///< pages of 4 KiB that the second-level translation buffer reaches
     int largePages;      ///< pages of 2 MiB that it reaches; 0 when that is not known
 
-    KVOBasChoices choices;
+    KVOBasChoices choices; ///< what is made of all that
 
     /// The one that runs this; looked up at the first call, from any thread. Where the environment variable KVO_PROCESSOR has the name of
     /// a family at that time, it is Named() of it; any other value is ignored.
