@@ -180,7 +180,7 @@ void Assembly(benchmark::State& state, Pattern pattern)
         {{"eigen", [&] { eigen.setFromTriplets(triplets.begin(), triplets.end()); }},
          {"cholmod", [&] { cholmod.reset(cholmod_triplet_to_sparse(cholmodTriplets.get(), 0, s_cholmod())); }}},
         [&] {
-            eigen = EigenMatrix(model.rows, model.rows);
+            EigenMatrix(model.rows, model.rows).swap(eigen); // an assignment would keep its memory
             cholmod.reset();
             matrix.reset();
             KVOSrvUtilities::ReleaseMemory(); // as fresh for ours as for the peers
@@ -228,7 +228,7 @@ void AddData(benchmark::State& state)
         },
         [&] {
             matrix.reset();
-            list = {};
+            std::vector<KVOSrvSparseMatrixEntry>().swap(list); // an assignment would keep its memory
             KVOSrvUtilities::ReleaseMemory();
         });
 }
@@ -249,7 +249,7 @@ void Transpose(benchmark::State& state, Pattern pattern)
          {"eigen", [&] { transposed = eigen.transpose(); }}},
         [&] {
             result.reset();
-            transposed = EigenMatrix();
+            EigenMatrix().swap(transposed);
             peerTransposed.reset();
             KVOSrvUtilities::ReleaseMemory();
         });
@@ -274,7 +274,8 @@ void Permute(benchmark::State& state, Pattern pattern)
          {"eigen_twistedBy", [&] { twisted = eigen.twistedBy(inverse); }}},
         [&] {
             result.reset();
-            product = twisted = EigenMatrix();
+            EigenMatrix().swap(product);
+            EigenMatrix().swap(twisted);
             KVOSrvUtilities::ReleaseMemory();
         });
 }

@@ -103,9 +103,9 @@ KVOSrvSparseMatrix* KVOSrvSparseMatrix::Transpose() const
     blac::InTasks(parts, [&](int part) {
         unsigned* const next = nextOf(part);
         std::fill_n(next, m_columnCount, 0);
-        if (entries > 0)
-            for (unsigned k = m_rowStart[firstRowOf(part)]; k < m_rowStart[firstRowOf(part + 1)]; ++k)
-                ++next[m_columnIndices[k]];
+        unsigned const end = entries > 0 ? m_rowStart[firstRowOf(part + 1)] : 0;
+        for (unsigned k = entries > 0 ? m_rowStart[firstRowOf(part)] : 0; k < end; ++k)
+            ++next[m_columnIndices[k]];
     });
     unsigned begin = 0;
     for (int column = 0; column < m_columnCount; ++column)
