@@ -26,20 +26,42 @@ function(kvo_add_shared_library target export_name version_script)
         EXPORT_NAME ${export_name}
         VERSION ${PROJECT_VERSION}
         SOVERSION ${PROJECT_VERSION_MAJOR}
-        CXX_EXTENSIONS OFF
-        CXX_VISIBILITY_PRESET hidden
-        VISIBILITY_INLINES_HIDDEN ON
-        POSITION_INDEPENDENT_CODE ON
         VERIFY_INTERFACE_HEADER_SETS ON
         LINK_DEPENDS ${version_script})
+    kvo_compile_as_library(${target})
     target_link_options(${target} PRIVATE LINKER:--version-script=${version_script} LINKER:--no-undefined)
     if(KVO_SANITIZE AND CMAKE_CXX_COMPILER_ID MATCHES Clang)
         # Clang leaves the sanitizer's symbols to the program.
         target_link_options(${target} PRIVATE LINKER:--warn-unresolved-symbols)
     endif()
+endfunction()
+
+function(kvo_compile_as_library target)
+    set_target_properties(${target} PROPERTIES
+        CXX_EXTENSIONS OFF
+        CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON
+        POSITION_INDEPENDENT_CODE ON)
     # FMA contraction is off: vectorised and plain loops must round alike.
     target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-ffp-contract=off>)
     target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:kvo_warnings> $<BUILD_INTERFACE:kvo_sanitizers>)
+endfunction()
+
+# kvo_add_room(LIBRARY ROOM SEES ROOM... SOURCES FILE...): the sources of one folder of a shared library. They see the public headers, those
+# of their own folder and those of the rooms named, which were added before: an include against the order of the rooms finds no file.
+function(kvo_add_room library room)
+    cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "SEES;SOURCES")
+    set(target ${library}_${room})
+    add_library(${target} OBJECT ${arg_SOURCES})
+    target_compile_features(${target} PRIVATE cxx_std_20)
+    kvo_compile_as_library(${target})
+    target_include_directories(${target}
+        PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}
+        PRIVATE $<TARGET_PROPERTY:${library},INCLUDE_DIRECTORIES>)
+    foreach(seen ${arg_SEES})
+        target_include_directories(${target} PRIVATE $<TARGET_PROPERTY:${library}_${seen},INTERFACE_INCLUDE_DIRECTORIES>)
+    endforeach()
+    target_sources(${library} PRIVATE $<TARGET_OBJECTS:${target}>)
 endfunction()
 
 # A program of the tests, benchmarks or examples.
