@@ -138,8 +138,9 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
         matrix.Import(file.Path(), format);
         imported = true;
         CheckContent(matrix, format, size);
-    } catch (KVOSrvMtxUnsupportedImpFmt const&) {
+    } catch (KVOSrvMtxMalformedFile const& fault) {
         Check(!imported, "what was exported can be imported");
+        Check((fault.Line() > 0) != (fault.Byte() >= 0) && fault.Expected()[0] != '\0', "a refusal says where and why");
     } catch (std::bad_alloc const&) {
     }
     if (!imported)

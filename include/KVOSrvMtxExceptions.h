@@ -4,6 +4,8 @@
 #include "KVOExport.h"
 #include "atr_String.h"
 
+#include <cstdint>
+
 /// @file
 /// The failures of the matrix classes: one class each, with a fixed number and message. A message is translated as a format; its place
 /// receives the payload. The numbers 205, 216 and 217 belong to no class.
@@ -174,7 +176,8 @@ public:
     int ErrorNumber() const override;
 };
 
-/// A sparse matrix file has an unknown format or malformed content. Number 210: "KVOSrvSparseImExPorter: Unsupported import format."
+/// A sparse matrix file has an unknown format or, as KVOSrvMtxMalformedFile, malformed content. Number 210: "KVOSrvSparseImExPorter:
+/// Unsupported import format."
 class KVO_EXPORT KVOSrvMtxUnsupportedImpFmt : public KVOBasException
 {
 public:
@@ -186,6 +189,44 @@ public:
     atr_String AsString() const override;
     [[noreturn]] void Raise() const override;
     int ErrorNumber() const override;
+};
+
+/// A sparse matrix file has malformed content, or cannot be read to its end. Number 210, with the message of the base class; the reports
+/// say behind it which file, where, and what was expected there.
+class KVO_EXPORT KVOSrvMtxMalformedFile : public KVOSrvMtxUnsupportedImpFmt
+{
+public:
+    /// @param path      file name @param line  from 1, 0 where it is not known @param byte  from 0, -1 where it is not known
+    /// @param expected  what was expected and what was found, without a full stop. Texts are copied, null counts as empty
+    KVOSrvMtxMalformedFile(char const* path, std::int64_t line, std::int64_t byte, char const* expected);
+    KVOSrvMtxMalformedFile(KVOSrvMtxMalformedFile const&) noexcept = default;
+    KVOSrvMtxMalformedFile& operator=(KVOSrvMtxMalformedFile const&) noexcept = default;
+    ~KVOSrvMtxMalformedFile() override;
+
+    /// "<message> <path>: <place>: <what was expected>."
+    atr_String UserReport() const override;
+    /// The same behind the message and the place in the source.
+    atr_String DeveloperReport() const override;
+    [[noreturn]] void Raise() const override;
+
+    /// The file's name; never null, lives as long as this object or a copy of it, as Expected() does.
+    char const* Path() const noexcept { return m_path.c_str(); }
+    /// The line of a text, from 1; 0 where the byte is known.
+    std::int64_t Line() const noexcept { return m_line; }
+    /// The byte of a binary file, from 0; -1 where the line is known.
+    std::int64_t Byte() const noexcept { return m_byte; }
+    /// "line 7" or "byte 24".
+    atr_String Place() const;
+    /// What was expected there and what was found, as: expected a value, found "x".
+    char const* Expected() const noexcept { return m_expected.c_str(); }
+
+private:
+    atr_String Detail() const;
+
+    atr_String m_path;
+    atr_String m_expected;
+    std::int64_t m_line;
+    std::int64_t m_byte;
 };
 
 /// MultiplyIndexed was asked for the untransposed product. Number 211: "KVOSrvSparseMatrix::MultiplyIndexed transpose:False not supported!"

@@ -193,9 +193,10 @@ public:
     // ---- files, see docs/sparse-files.md
 
     /// Reads a file of format 0, 1, 2, 3, 6 or 7 into this matrix.
-    /// @throws KVOSrvMtxUnsupportedImpFmt for another format (the matrix is then marked assembled) and for malformed content
+    /// @throws KVOSrvMtxUnsupportedImpFmt for another format (the matrix is then marked assembled)
+    /// @throws KVOSrvMtxMalformedFile, a KVOSrvMtxUnsupportedImpFmt, with the place for malformed content
     /// @throws KVOSrvMtxOpenFileException with the path
-    /// After either of the two last the matrix is as it was.
+    /// After any but the first the matrix is as it was.
     /// Where the host lends threads (KVOSrvParallel) format 3 is read in parts, cut at ends of lines; anew in one part where that cuts a
     /// record, which may stand on several lines.
     void Import(char const* path, int format);

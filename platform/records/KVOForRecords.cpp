@@ -57,6 +57,15 @@ KVOForStatus for_read_seq_xmit(int unit, void* items, std::int64_t count, std::i
     return link != nullptr ? link->file->Transmit(items, bytes) : KVOForNotOpen;
 }
 
+KVOForStatus for_inquire(int unit, KVOForPlace& place)
+{
+    UnitLink const& link = LinkOf(unit);
+    if (link == nullptr)
+        return KVOForNotOpen;
+    place = link->file->Place();
+    return KVOForOk;
+}
+
 KVOForStatus for_close(int unit)
 {
     UnitLink& link = LinkOf(unit);

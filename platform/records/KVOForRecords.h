@@ -41,5 +41,15 @@ KVO_EXPORT KVOForStatus for_read_seq(int unit);
 /// @return also KVOForEndOfRecord in front of the first record
 KVO_EXPORT KVOForStatus for_read_seq_xmit(int unit, void* items, std::int64_t count, std::int64_t itemBytes);
 
+/// Where a unit stands in its file.
+struct KVOForPlace {
+    std::int64_t record = 0; ///< byte at which the current record begins, its marker; at the end of the file the file's size
+    std::int64_t fault = -1; ///< byte of what is wrong, after KVOForMalformed; else -1
+    char const* reason = ""; ///< what was expected there and what was found; lives until the unit is closed
+};
+
+/// Tells where the unit stands and why its last call returned KVOForMalformed.
+KVO_EXPORT KVOForStatus for_inquire(int unit, KVOForPlace& place);
+
 /// Closes the unit.
 KVO_EXPORT KVOForStatus for_close(int unit);

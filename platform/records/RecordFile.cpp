@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <bit>
 #include <cerrno>
+#include <cstdarg>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <limits>
@@ -61,6 +63,7 @@ KVOForStatus RecordFile::NextRecord()
     while (m_inRecord)
         if (!TakeItems(nullptr, m_itemBytes))
             return Malformed();
+    m_place.record = NextByte();
     if (m_left == 0)
         return KVOForEndOfFile;
     m_continued = false;
@@ -88,7 +91,20 @@ KVOForStatus RecordFile::Malformed()
 {
     m_malformed = true;
     m_inRecord = false;
+    if (m_place.fault < 0)
+        Refuse(NextByte(), m_left < kMarkerBytes ? "the file ends in the middle of a record" : "the file cannot be read");
     return KVOForMalformed;
+}
+
+bool RecordFile::Refuse(std::int64_t byte, char const* format, ...) noexcept
+{
+    va_list numbers;
+    va_start(numbers, format);
+    std::vsnprintf(m_reason, sizeof m_reason, format, numbers);
+    va_end(numbers);
+    m_place.fault = byte;
+    m_place.reason = m_reason;
+    return false;
 }
 
 bool RecordFile::TakeItems(char* items, std::uint64_t bytes)
@@ -101,20 +117,28 @@ bool RecordFile::TakeItems(char* items, std::uint64_t bytes)
 
 bool RecordFile::BeginSubRecord()
 {
+    std::int64_t const begin = NextByte();
     std::int32_t marker;
-    if (!Take(&marker, kMarkerBytes) || marker == std::numeric_limits<std::int32_t>::min())
+    if (!Take(&marker, kMarkerBytes))
         return false;
+    if (marker == std::numeric_limits<std::int32_t>::min())
+        return Refuse(begin, "expected the length of a record, found %d", marker);
     m_continues = marker < 0;
     m_length = m_continues ? -marker : marker;
     m_itemBytes = static_cast<std::uint64_t>(m_length);
     m_inRecord = true;
-    return m_itemBytes + kMarkerBytes <= m_left;
+    return m_itemBytes + kMarkerBytes <= m_left ||
+           Refuse(begin, "expected the length of a record, found %d, which leads beyond the end of the file", marker);
 }
 
 bool RecordFile::EndSubRecord()
 {
+    std::int64_t const begin = NextByte();
+    std::int32_t const expected = m_continued ? -m_length : m_length;
     std::int32_t marker;
-    return Take(&marker, kMarkerBytes) && marker == (m_continued ? -m_length : m_length);
+    if (!Take(&marker, kMarkerBytes))
+        return false;
+    return marker == expected || Refuse(begin, "expected %d, the length of the record that ends here, found %d", expected, marker);
 }
 
 bool RecordFile::CloseUsedUpSubRecords()

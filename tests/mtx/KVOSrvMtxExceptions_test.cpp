@@ -72,6 +72,26 @@ TEST(KVOSrvMtxExceptions, NumberMessageAndHandlers)
     Check(copy, 206, "KVOSrvMatrix::SetSlice - Illegal input.");
 }
 
+TEST(KVOSrvMtxExceptions, AMalformedFileIsAnUnsupportedOneThatSaysMore)
+{
+    std::string const message = "KVOSrvSparseImExPorter: Unsupported import format.";
+    try {
+        KVOSrvMtxMalformedFile("a %s.txt", 7, -1, "expected 1 %i").Throw("mtx/impl/X", 12);
+    } catch (KVOSrvMtxUnsupportedImpFmt const& caught) {
+        EXPECT_EQ(caught.ErrorNumber(), 210);
+        EXPECT_EQ(caught.AsString().View(), message);
+        EXPECT_EQ(caught.UserReport().View(), message + " a %s.txt: line 7: expected 1 %i.");
+        EXPECT_EQ(caught.DeveloperReport().View(), message + "\nFile mtx/impl/X, line 12\na %s.txt: line 7: expected 1 %i.");
+    }
+    KVOSrvMtxMalformedFile const binary(nullptr, 0, std::int64_t{1} << 40, nullptr);
+    EXPECT_STREQ(binary.Path(), "");
+    EXPECT_STREQ(binary.Expected(), "");
+    EXPECT_EQ(binary.Line(), 0);
+    EXPECT_EQ(binary.Byte(), std::int64_t{1} << 40);
+    EXPECT_EQ(binary.Place().View(), "byte 1099511627776");
+    EXPECT_THROW(static_cast<KVOBasException const&>(binary).Raise(), KVOSrvMtxMalformedFile);
+}
+
 TEST(KVOSrvMtxExceptions, MessageIsTranslatedWhenAsked)
 {
     KVOSrvMtxIllegalInput const exception("Add");

@@ -135,14 +135,20 @@ protected:
         return ReadFile(m_path);
     }
 
-    /// The file is refused as malformed, and the matrix stays as it was.
-    void ExpectRefused(std::string const& bytes, int format)
+    /// The file is refused as malformed, for a reason and place that begin with `report`, and the matrix stays as it was.
+    void ExpectRefused(std::string const& bytes, int format, std::string const& report = {})
     {
         KVOSrvSparseMatrix matrix(3, 5);
         matrix.AddData(2, 1, 7.0);
         matrix.EndAssembly();
         Content const before = ContentOf(matrix);
-        EXPECT_THROW(Import(matrix, bytes, format), KVOSrvMtxUnsupportedImpFmt);
+        try {
+            Import(matrix, bytes, format);
+            ADD_FAILURE() << "read: " << report;
+        } catch (KVOSrvMtxMalformedFile const& fault) {
+            EXPECT_EQ(fault.Path(), m_path);
+            EXPECT_EQ((std::string(fault.Place().View()) + ": " + fault.Expected()).substr(0, report.size()), report);
+        }
         EXPECT_EQ(ContentOf(matrix), before);
     }
 

@@ -1,6 +1,7 @@
 #include "KVOSrvSparseImExPorter.h"
 
 #include "KVOSrvMtxExceptions.h"
+#include "MalformedFile.h"
 
 #include <utility>
 
@@ -23,30 +24,34 @@ void KVOSrvSparseMatrix::Export(char const* path, int format, KVOFsmSystemDofDef
 
 void KVOSrvSparseImExPorter::Import(KVOSrvSparseMatrix& matrix, char const* path, int format) const
 {
-    KVOSrvSparseMatrix content(0, 0);
-    switch (format) {
-    case 0:
-        ImportRecords(content, path);
-        break;
-    case 1:
-        ImportChunks(content, path);
-        break;
-    case 2: // the two text formats differ only in the mode a file used to be opened with
-    case 3:
-        ImportTriplets(content, path);
-        break;
-    case 6:
-        ImportHalfStoredChunks(content, path);
-        break;
-    case 7:
-        ImportDense(content, path);
-        break;
-    default:
+    auto const reader = ReaderOf(format);
+    if (reader == nullptr) {
         // Deliberate: the matrix counts as assembled from here on, although nothing was read.
         matrix.m_assembled = true;
         KVOSrvMtxUnsupportedImpFmt().Throw(kSource, 69);
     }
+    KVOSrvSparseMatrix content(0, 0);
+    WithPathOf(path, [&] { reader(content, path); });
     Replace(matrix, content);
+}
+
+KVOSrvSparseImExPorter::Reader KVOSrvSparseImExPorter::ReaderOf(int format) noexcept
+{
+    switch (format) {
+    case 0:
+        return ImportRecords;
+    case 1:
+        return ImportChunks;
+    case 2: // the two text formats differ only in the mode a file used to be opened with
+    case 3:
+        return ImportTriplets;
+    case 6:
+        return ImportHalfStoredChunks;
+    case 7:
+        return ImportDense;
+    default:
+        return nullptr;
+    }
 }
 
 void KVOSrvSparseImExPorter::Export(KVOSrvSparseMatrix const& matrix, char const* path, int format,

@@ -18,7 +18,9 @@ public:
     void Export(KVOSrvSparseMatrix const& matrix, char const* path, int format, KVOFsmSystemDofDefinition const* dofs) const;
 
 private:
-    // The readers fill an empty matrix; when they throw, nobody looks at it any more.
+    // The readers fill an empty matrix; when they throw, nobody looks at it any more. A file that is malformed is a MalformedFile.
+    using Reader = void (*)(KVOSrvSparseMatrix& matrix, char const* path);
+    static Reader ReaderOf(int format) noexcept; // null: there is none
     static void ImportRecords(KVOSrvSparseMatrix& matrix, char const* path);
     static void ImportChunks(KVOSrvSparseMatrix& matrix, char const* path);
     static void ImportHalfStoredChunks(KVOSrvSparseMatrix& matrix, char const* path);

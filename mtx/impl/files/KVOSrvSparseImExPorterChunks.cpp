@@ -1,10 +1,13 @@
 #include "KVOSrvMtxExceptions.h"
 #include "KVOSrvSparseImExPorter.h"
+#include "MalformedFile.h"
 #include "MatrixFiles.h"
 #include "SparseRows.h"
 
 #include <algorithm>
 #include <climits>
+#include <cstddef>
+#include <string>
 
 using KVOSrvSparseSupport::AllocateArray;
 
@@ -26,9 +29,9 @@ struct Header {
 };
 static_assert(sizeof(Header) == 24);
 
-[[noreturn]] void Refuse(int line)
+[[noreturn]] void Refuse(std::int64_t byte, std::string const& expected, std::int64_t found)
 {
-    KVOSrvMtxUnsupportedImpFmt().Throw(kSource, line);
+    throw MalformedFile::AtByte(byte, "expected " + expected + ", found " + std::to_string(found));
 }
 
 // A file without items has one chunk all the same, of padding: so divides (n - 1) / length + 1 in C.
@@ -39,10 +42,13 @@ std::int64_t ChunksFor(std::int64_t items, std::int64_t length)
 
 Header ReadHeader(InputFile& file)
 {
+    RequireSize(file, sizeof(Header), "the header of a chunked file");
     Header header;
     file.ReadItems(&header, 1);
-    if (header.n < 0 || header.offDiagonals < 0)
-        Refuse(__LINE__);
+    if (header.n < 0)
+        Refuse(offsetof(Header, n), "the number of rows of a chunked file", header.n);
+    if (header.offDiagonals < 0)
+        Refuse(offsetof(Header, offDiagonals), "the number of entries of a chunked file", header.offDiagonals);
     return header;
 }
 
@@ -52,10 +58,18 @@ std::int64_t BytesBeforeChunks(std::int64_t n)
 }
 
 // Before anything is allocated: the file is as long as its header says.
-void RequireSize(InputFile const& file, Header const& header, std::int64_t chunks, std::int64_t chunkLength)
+void RequireChunks(InputFile const& file, Header const& header, std::int64_t chunks, std::int64_t chunkLength)
 {
-    if (file.Size() < BytesBeforeChunks(header.n) + chunks * chunkLength * kItemBytes)
-        Refuse(__LINE__);
+    RequireSize(file, BytesBeforeChunks(header.n) + chunks * chunkLength * kItemBytes,
+                "a matrix of order " + std::to_string(header.n) + " with " + std::to_string(header.offDiagonals) +
+                    " entries, as its header says,");
+}
+
+// @param stored  of the entries that the header counts, after assembly
+void RequireEntries(Header const& header, std::int64_t stored)
+{
+    if (stored > INT_MAX)
+        Refuse(offsetof(Header, offDiagonals), "a number of entries of which at most 2147483647 come to be stored", header.offDiagonals);
 }
 
 // Whether the file ends right behind the last of the `items` items that the reader of half storage takes.
@@ -66,9 +80,19 @@ bool EndsBehindItems(InputFile const& file, Header const& header, std::int64_t i
     return file.Size() == BytesBeforeChunks(header.n) + indices * std::int64_t{sizeof(int)} + items * std::int64_t{sizeof(double)};
 }
 
-bool AscendFromZero(unsigned const* rowStart, int n, int entries)
+// They ascend from 0 to the number of entries.
+void RequireRowStarts(unsigned const* rowStart, int n, unsigned entries)
 {
-    return rowStart[0] == 0 && std::is_sorted(rowStart, rowStart + n + 1) && rowStart[n] == static_cast<unsigned>(entries);
+    unsigned before = 0;
+    for (std::int64_t row = 0; row <= n; before = rowStart[row++]) {
+        std::int64_t const byte = std::int64_t{sizeof(Header)} + row * std::int64_t{sizeof(unsigned)};
+        if (row == 0 && rowStart[row] != 0)
+            Refuse(byte, "0 as the first row start", rowStart[row]);
+        if (rowStart[row] < before || rowStart[row] > entries)
+            Refuse(byte, "a row start from " + std::to_string(before) + " to " + std::to_string(entries), rowStart[row]);
+        if (row == n && rowStart[row] != entries)
+            Refuse(byte, "the number of entries, " + std::to_string(entries) + ", as the last row start", rowStart[row]);
+    }
 }
 
 bool AllBelow(int const* indices, std::int64_t count, int n)
@@ -80,6 +104,15 @@ bool AllBelow(int const* indices, std::int64_t count, int n)
         bits |= index | (static_cast<unsigned>(n) - 1 - index);
     }
     return bits <= INT_MAX;
+}
+
+// @param place  of the columns, of which one is not below n
+[[noreturn]] void RefuseColumn(int const* columns, int n, std::int64_t place)
+{
+    int const* bad = columns;
+    while (*bad >= 0 && *bad < n)
+        ++bad;
+    Refuse(place + (bad - columns) * std::int64_t{sizeof(int)}, "a column from 0 to " + std::to_string(n - 1), *bad);
 }
 
 void WriteZeros(OutputFile& file, std::int64_t bytes)
@@ -112,10 +145,10 @@ void ReadChunk(InputFile& file, int* columnIndices, double* values, std::int64_t
     // Looked at in pieces of 128 KiB, which are still in the smallest second-level cache.
     constexpr std::int64_t kPiece = 32768;
     for (std::int64_t begin = 0; begin < count; begin += kPiece) {
-        std::int64_t const piece = std::min(kPiece, count - begin);
+        std::int64_t const piece = std::min(kPiece, count - begin), place = file.Place();
         file.ReadItems(columnIndices + begin, piece);
         if (!AllBelow(columnIndices + begin, piece, n))
-            Refuse(__LINE__);
+            RefuseColumn(columnIndices + begin, n, place);
     }
     file.Skip((chunkLength - count) * std::int64_t{sizeof(int)});
     file.ReadItems(values, count);
@@ -129,8 +162,7 @@ void KVOSrvSparseImExPorter::ReadHalfStored(InputFile& file, KVOSrvSparseMatrix&
 {
     matrix.m_rowStart = AllocateArray<unsigned>(std::int64_t{n} + 1);
     file.ReadItems(matrix.m_rowStart.get(), std::int64_t{n} + 1);
-    if (!AscendFromZero(matrix.m_rowStart.get(), n, offDiagonals))
-        Refuse(__LINE__);
+    RequireRowStarts(matrix.m_rowStart.get(), n, static_cast<unsigned>(offDiagonals));
     matrix.m_diagonal = AllocateArray<double>(n);
     file.ReadItems(matrix.m_diagonal.get(), n);
 
@@ -152,14 +184,13 @@ void KVOSrvSparseImExPorter::ImportHalfStoredChunks(KVOSrvSparseMatrix& matrix, 
     InputFile file(path);
     Header const header = ReadHeader(file);
     int const n = header.n, offDiagonals = header.offDiagonals;
-    if (std::int64_t{n} + offDiagonals > INT_MAX)
-        Refuse(__LINE__);
+    RequireEntries(header, std::int64_t{n} + offDiagonals);
     // Deliberate: a last chunk that is full is passed over as if it were padding.
     std::int64_t const items = offDiagonals % kChunkLength != 0 ? offDiagonals : std::max<std::int64_t>(0, offDiagonals - kChunkLength);
     // Deliberate: only the two counts of the header are looked at. The padding at the end is not read and may be missing, but as a whole: a
     // file that ends in the middle of it was cut off.
     if (!EndsBehindItems(file, header, items))
-        RequireSize(file, header, ChunksFor(offDiagonals, kChunkLength), kChunkLength);
+        RequireChunks(file, header, ChunksFor(offDiagonals, kChunkLength), kChunkLength);
     ReadHalfStored(file, matrix, n, offDiagonals, items, kChunkLength);
     matrix.m_nonzeroCount = offDiagonals + n; // Deliberate: this reader counts the diagonal in.
 }
@@ -171,19 +202,21 @@ void KVOSrvSparseImExPorter::ImportChunks(KVOSrvSparseMatrix& matrix, char const
     InputFile file(path);
     Header const header = ReadHeader(file);
     if (header.chunkBits < 0 || header.chunkBits > kMostChunkBits)
-        Refuse(__LINE__);
+        Refuse(offsetof(Header, chunkBits), "the logarithm of the chunk length (0 to 30) of a chunked file", header.chunkBits);
     std::int64_t const chunkLength = std::int64_t{1} << header.chunkBits;
     bool const noChunks = header.offDiagonals == 0 && header.chunks == 0;
-    if (header.chunks != ChunksFor(header.offDiagonals, chunkLength) && !noChunks)
-        Refuse(__LINE__);
-    RequireSize(file, header, header.chunks, chunkLength);
+    std::int64_t const chunks = ChunksFor(header.offDiagonals, chunkLength);
+    if (header.chunks != chunks && !noChunks)
+        Refuse(offsetof(Header, chunks),
+               "the number of chunks, " + std::to_string(chunks) + " for " + std::to_string(header.offDiagonals) + " entries",
+               header.chunks);
+    RequireChunks(file, header, header.chunks, chunkLength);
 
     if (header.full == 0) {
         ReadHalfStored(file, matrix, header.n, header.offDiagonals, header.offDiagonals, chunkLength);
         return;
     }
-    if (header.n + std::int64_t{2} * header.offDiagonals > INT_MAX)
-        Refuse(__LINE__);
+    RequireEntries(header, header.n + std::int64_t{2} * header.offDiagonals);
     KVOSrvSparseMatrix half(0, 0);
     ReadHalfStored(file, half, header.n, header.offDiagonals, header.offDiagonals, chunkLength);
     AssembleFull(matrix, half);

@@ -1,6 +1,6 @@
 #include "DenseFileHeader.h"
-#include "KVOSrvMtxExceptions.h"
 #include "KVOSrvSparseImExPorter.h"
+#include "MalformedFile.h"
 #include "MatrixEntryStore.h"
 #include "MatrixFiles.h"
 #include "SparseRows.h"
@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstring>
 #include <numeric>
+#include <string>
 #include <utility>
 
 using KVOSrvSparseSupport::AllocateArray;
@@ -20,8 +21,6 @@ using KVOSrvSparseSupport::SparseRows;
 
 namespace
 {
-
-constexpr char kSource[] = "mtx/impl/KVOSrvSparseImExPorterDenseImport";
 
 using Mask = std::uint16_t; // bit c stands for column c of a panel
 constexpr std::int64_t kMostPanelColumns = 16;
@@ -271,6 +270,30 @@ private:
     SparseRows m_result;
 };
 
+// A file that is as long as its header says, before anything is allocated.
+DenseFileHeader ReadHeader(InputFile& file)
+{
+    // Without elements nothing in the file stands for the rows; so many are believed. Columns without rows take no memory.
+    constexpr int kMostEmptyRows = 1 << 24;
+
+    RequireSize(file, sizeof(DenseFileHeader), "the header of a dense file");
+    DenseFileHeader header;
+    file.ReadItems(&header, 1);
+    auto const require = [](bool sound, std::int64_t byte, char const* expected, int found) {
+        if (!sound)
+            throw MalformedFile::AtByte(byte, std::string("expected ") + expected + ", found " + std::to_string(found));
+    };
+    require(header.rows >= 0, 0, "the number of rows of a dense file", header.rows);
+    require(header.columns >= 0, 4, "the number of columns of a dense file", header.columns);
+    require(header.columns > 0 || header.rows <= kMostEmptyRows, 0, "at most 16777216 rows where there are no columns", header.rows);
+    std::int64_t const values = std::int64_t{header.rows} * header.columns;
+    if (values > (file.Size() - std::int64_t{sizeof header}) / std::int64_t{sizeof(double)})
+        throw MalformedFile::AtByte(file.Size(), "the file ends here; a matrix of " + std::to_string(header.rows) + " x " +
+                                                     std::to_string(header.columns) + ", as its header says, takes " +
+                                                     std::to_string(values) + " values of 8 bytes");
+    return header;
+}
+
 // The matrix passes through a window, not through memory of its whole size: 512 KiB, no more than the second-level cache of server
 // processors since 2017.
 constexpr std::int64_t kWindow = 65536; // doubles
@@ -287,18 +310,10 @@ std::int64_t PanelColumns(std::int64_t rows)
 
 void KVOSrvSparseImExPorter::ImportDense(KVOSrvSparseMatrix& matrix, char const* path)
 {
-    // Without elements nothing in the file stands for the rows; so many are believed. Columns without rows take no memory.
-    constexpr int kMostEmptyRows = 1 << 24;
-
     InputFile file(path);
-    DenseFileHeader header;
-    file.ReadItems(&header, 1);
-    std::int64_t const rows = header.rows, columns = header.columns, elements = rows * columns;
-    if (rows < 0 || columns < 0 || elements > (file.Size() - std::int64_t{sizeof header}) / std::int64_t{sizeof(double)} ||
-        (elements == 0 && rows > kMostEmptyRows))
-        KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
-
-    if (elements == 0)
+    DenseFileHeader const header = ReadHeader(file);
+    std::int64_t const rows = header.rows, columns = header.columns;
+    if (rows == 0 || columns == 0)
         return matrix.ResetData({}, header.rows, header.columns);
 
     std::int64_t const panelColumns = PanelColumns(rows), panelsAtOnce = std::max<std::int64_t>(1, kWindow / (panelColumns * rows));
@@ -311,7 +326,7 @@ void KVOSrvSparseImExPorter::ImportDense(KVOSrvSparseMatrix& matrix, char const*
         for (std::int64_t column = 0; column < read; column += panelColumns)
             reader.Take(window.get() + rows * column, std::min(panelColumns, read - column));
         if (reader.Count() > INT_MAX)
-            KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
+            throw MalformedFile::AtByte(file.Place(), "more entries up to here than a matrix can have (2147483647)");
     }
     SparseRows result = reader.Finish();
     matrix.m_rowStart = std::move(result.rowStart);

@@ -1,10 +1,12 @@
 #include "KVOForRecords.h"
 #include "KVOSrvMtxExceptions.h"
 #include "KVOSrvSparseImExPorter.h"
+#include "MalformedFile.h"
 #include "SparseRows.h"
 #include "cow_List.h"
 
 #include <climits>
+#include <string>
 
 using KVOSrvSparseSupport::AllocateArray;
 
@@ -26,30 +28,76 @@ public:
     RecordUnit(RecordUnit const&) = delete;
     RecordUnit& operator=(RecordUnit const&) = delete;
 
-    /// The next record's first item, a count.
-    int NextRecord(int smallest)
+    /// The number of rows, from the first record.
+    int Rows()
     {
-        Require(for_read_seq(kUnit) == KVOForOk, __LINE__);
-        int count;
-        Read(&count, 1);
-        Require(count >= smallest, __LINE__);
-        return count;
+        int rows = 0;
+        if (!NextRecord("a record with the number of rows") || !Read(&rows, 1) || rows < 0)
+            Refuse("expected a record with the number of rows; is this a record file?");
+        return rows;
     }
 
+    /// Goes to the record of the next row. @return its items
+    int NextRow(int rows)
+    {
+        ++m_row;
+        m_items = 0;
+        if (!NextRecord("the record of row " + std::to_string(m_row) + " of " + std::to_string(rows)) || !Read(&m_items, 1) || m_items < 1)
+            RefuseRow("should begin with the number of its entries, from 1");
+        return m_items;
+    }
+
+    /// The next items of the row's record; null skips them.
     template<class T>
-    void Read(T* items, std::int64_t count)
+    void ReadOfRow(T* items, std::int64_t count)
     {
-        Require(for_read_seq_xmit(kUnit, items, count, sizeof(T)) == KVOForOk, __LINE__);
+        if (!Read(items, count))
+            RefuseRow("ends within its " + std::to_string(m_items) + " entries, which take " +
+                      std::to_string(4 + 12 * std::int64_t{m_items}) + " bytes");
     }
 
-    static void Require(bool sound, int line)
-    {
-        if (!sound)
-            KVOSrvMtxUnsupportedImpFmt().Throw(kSource, line);
-    }
+    [[noreturn]] void RefuseRow(std::string const& what) const { Refuse("the record of row " + std::to_string(m_row) + " " + what); }
 
 private:
     static constexpr int kUnit = 81;
+
+    // False at the end of the record.
+    template<class T>
+    bool Read(T* items, std::int64_t count)
+    {
+        KVOForStatus const status = for_read_seq_xmit(kUnit, items, count, sizeof(T));
+        if (status == KVOForMalformed)
+            RefuseMarkers();
+        return status == KVOForOk;
+    }
+
+    bool NextRecord(std::string const& expected)
+    {
+        KVOForStatus const status = for_read_seq(kUnit);
+        if (status == KVOForMalformed)
+            RefuseMarkers();
+        if (status == KVOForEndOfFile)
+            Refuse("the file ends here, expected " + expected);
+        return status == KVOForOk;
+    }
+
+    // At the begin of the record.
+    [[noreturn]] static void Refuse(std::string const& what)
+    {
+        KVOForPlace place;
+        for_inquire(kUnit, place);
+        throw MalformedFile::AtByte(place.record, what);
+    }
+
+    [[noreturn]] static void RefuseMarkers()
+    {
+        KVOForPlace place;
+        for_inquire(kUnit, place);
+        throw MalformedFile::AtByte(place.fault, place.reason);
+    }
+
+    std::int64_t m_row = 0;
+    int m_items = 0;
 };
 
 /// What the first pass finds: the items behind the first one of each row.
@@ -57,14 +105,15 @@ struct RowLengths {
     explicit RowLengths(char const* path)
     {
         RecordUnit unit(path);
-        int const n = unit.NextRecord(0);
+        int const n = unit.Rows();
         for (int i = 0; i < n; ++i) {
-            int const items = unit.NextRecord(1);
-            unit.Read(static_cast<int*>(nullptr), items);
-            unit.Read(static_cast<double*>(nullptr), items);
+            int const items = unit.NextRow(n);
+            unit.ReadOfRow(static_cast<int*>(nullptr), items);
+            unit.ReadOfRow(static_cast<double*>(nullptr), items);
             offDiagonals.Append(items - 1);
             total += items - 1;
-            RecordUnit::Require(total <= INT_MAX, __LINE__);
+            if (total > INT_MAX)
+                unit.RefuseRow("holds more entries than a matrix can have with those before it (2147483647)");
         }
     }
 
@@ -86,20 +135,23 @@ void KVOSrvSparseImExPorter::ImportRecords(KVOSrvSparseMatrix& matrix, char cons
     matrix.m_values = AllocateArray<double>(lengths.total);
 
     RecordUnit unit(path);
-    RecordUnit::Require(unit.NextRecord(0) == n, __LINE__);
+    unit.Rows();
     unsigned position = matrix.m_rowStart[0] = 0;
     for (int i = 0; i < n; ++i) {
         int const others = lengths.offDiagonals[i];
-        RecordUnit::Require(unit.NextRecord(1) == others + 1, __LINE__);
+        if (unit.NextRow(n) != others + 1)
+            unit.RefuseRow("was changed while the file was read");
         int diagonalColumn;
         int* const columns = matrix.m_columnIndices.get() + position;
-        unit.Read(&diagonalColumn, 1);
-        unit.Read(columns, others);
-        unit.Read(&matrix.m_diagonal[i], 1);
-        unit.Read(matrix.m_values.get() + position, others);
-        RecordUnit::Require(diagonalColumn == i + 1, __LINE__);
+        unit.ReadOfRow(&diagonalColumn, 1);
+        unit.ReadOfRow(columns, others);
+        unit.ReadOfRow(&matrix.m_diagonal[i], 1);
+        unit.ReadOfRow(matrix.m_values.get() + position, others);
+        if (diagonalColumn != i + 1)
+            unit.RefuseRow("should have the diagonal first, column " + std::to_string(i + 1) + ", found " + std::to_string(diagonalColumn));
         for (int k = 0; k < others; ++k) {
-            RecordUnit::Require(columns[k] >= 1 && columns[k] <= n, __LINE__);
+            if (columns[k] < 1 || columns[k] > n)
+                unit.RefuseRow("should have columns from 1 to " + std::to_string(n) + ", found " + std::to_string(columns[k]));
             --columns[k];
         }
         position += static_cast<unsigned>(others);

@@ -1,5 +1,5 @@
-#include "KVOSrvMtxExceptions.h"
 #include "KVOSrvSparseImExPorter.h"
+#include "MalformedFile.h"
 #include "MatrixEntryStore.h"
 #include "MatrixFiles.h"
 #include "MatrixText.h"
@@ -12,14 +12,14 @@
 #include <cstring>
 #include <memory>
 #include <span>
+#include <string>
+#include <string_view>
 #include <utility>
 
 using KVOSrvSparseSupport::AllocateArray;
 
 namespace
 {
-
-constexpr char kSource[] = "mtx/impl/KVOSrvSparseImExPorterTextImport";
 
 /// Bytes of a file.
 struct Part {
@@ -41,6 +41,8 @@ public:
     char* Begin() const noexcept { return m_text.get(); }
     char* End() const noexcept { return m_text.get() + m_windowEnd; } // End()[-1] is white space unless the window is empty
     bool IsLast() const noexcept { return m_last; }
+    /// Where in the file `text`, which lies in the window, stands.
+    std::int64_t PlaceOf(char const* text) const noexcept { return m_next - static_cast<std::int64_t>(m_used - m_last) + (text - Begin()); }
 
     /// Goes on by the part of the window in front of `rest`. False after the last window.
     bool Next(char const* rest)
@@ -102,10 +104,11 @@ char* SkipSpace(char* text, char const* end)
     return text;
 }
 
+/// Records of some part of a file, and what ended them.
 struct Triplets {
     explicit Triplets(std::int64_t bytes) : entries(bytes) {}
 
-    enum class Found { kRecords, kPartOfRecord, kNoRecords };
+    enum class Found { kRecords, kPartOfRecord, kNoNumber, kTooMany };
     Found Read(InputFile const& file, Part const& part);
     char* ReadRecords(char* text, char const* end);
 
@@ -114,57 +117,107 @@ struct Triplets {
     int columns = 0;
     bool ascend = true; // row by row, each row's columns strictly, as an export writes them
     std::uint64_t firstPlace = 0, lastPlace = 0;
+
+    // Where a record ended before its time: the number of it that is missing or none, where that would stand, and the same in the file.
+    int number = 0;
+    char const* text = nullptr;
+    std::int64_t place = 0;
+
+private:
+    char* Stop(int wrong, char const* at, char* rest) noexcept
+    {
+        number = wrong;
+        text = at;
+        return rest;
+    }
 };
 
 // Reads the records of [text, end). The result is the begin of a record that is not complete there, else `end`, or null when a token is
 // no number of its kind.
-char* Triplets::ReadRecords(char* text, char const* end)
+char* Triplets::ReadRecords(char* next, char const* end)
 {
     for (;;) {
-        char* const record = text = SkipSpace(text, end);
+        char* const record = next = SkipSpace(next, end);
+        char* token = record;
         int row, column;
         double value;
-        if (text == end)
+        if (next == end)
             return record;
-        if ((text = MatrixText::ReadIndex(text, row)) == nullptr)
-            return nullptr;
-        if ((text = SkipSpace(text, end)) == end)
-            return record;
-        if ((text = MatrixText::ReadIndex(text, column)) == nullptr)
-            return nullptr;
-        if ((text = SkipSpace(text, end)) == end)
-            return record;
-        if ((text = MatrixText::ReadValue(text, end, value)) == nullptr)
-            return nullptr;
-        std::uint64_t const place = (static_cast<std::uint64_t>(row) << 32) + static_cast<unsigned>(column);
-        ascend &= place > lastPlace;
-        lastPlace = place;
-        firstPlace = firstPlace == 0 ? place : firstPlace;
+        if ((next = MatrixText::ReadIndex(token, row)) == nullptr)
+            return Stop(0, token, nullptr);
+        if ((token = SkipSpace(next, end)) == end)
+            return Stop(1, next, record);
+        if ((next = MatrixText::ReadIndex(token, column)) == nullptr)
+            return Stop(1, token, nullptr);
+        if ((token = SkipSpace(next, end)) == end)
+            return Stop(2, next, record);
+        if ((next = MatrixText::ReadValue(token, end, value)) == nullptr)
+            return Stop(2, token, nullptr);
+        std::uint64_t const at = (static_cast<std::uint64_t>(row) << 32) + static_cast<unsigned>(column);
+        ascend &= at > lastPlace;
+        lastPlace = at;
+        firstPlace = firstPlace == 0 ? at : firstPlace;
         rows = std::max(rows, row);
         columns = std::max(columns, column);
         entries.Append({static_cast<unsigned>(row - 1), static_cast<unsigned>(column - 1), value});
     }
 }
 
-// @return kPartOfRecord when the part ends in the middle of a record, kNoRecords when a token is no number of its kind or there are more
-// than INT_MAX records
+// @return kPartOfRecord when the part ends in the middle of a record, kNoNumber when a token is no number of its kind, kTooMany when there
+// are more than INT_MAX records
 Triplets::Found Triplets::Read(InputFile const& file, Part const& part)
 {
     constexpr std::int64_t kShortestRecord = 6; // three digits, each with a white space behind it
 
-    TextWindow text(file, part);
+    TextWindow window(file, part);
     std::int64_t consumed = 0;
-    for (char* rest = text.Begin(); text.Next(rest);) {
-        std::int64_t const window = text.End() - text.Begin();
-        entries.Reserve(window / kShortestRecord, consumed);
-        rest = ReadRecords(text.Begin(), text.End());
-        if (rest == nullptr || entries.Count() > INT_MAX)
-            return Found::kNoRecords;
-        if (text.IsLast() && rest != text.End())
-            return Found::kPartOfRecord;
-        consumed += rest - text.Begin();
+    for (char* rest = window.Begin(); window.Next(rest);) {
+        std::int64_t const length = window.End() - window.Begin();
+        entries.Reserve(length / kShortestRecord, consumed);
+        rest = ReadRecords(window.Begin(), window.End());
+        if (entries.Count() > INT_MAX)
+            return Found::kTooMany;
+        if (rest == nullptr || (window.IsLast() && rest != window.End())) {
+            place = window.PlaceOf(text);
+            return rest == nullptr ? Found::kNoNumber : Found::kPartOfRecord;
+        }
+        consumed += rest - window.Begin();
     }
     return Found::kRecords;
+}
+
+std::int64_t LineOf(InputFile const& file, std::int64_t place)
+{
+    std::int64_t line = 1;
+    char text[65536];
+    for (std::int64_t begin = 0; begin < place; begin += std::int64_t{sizeof text}) {
+        auto const bytes = static_cast<std::size_t>(std::min<std::int64_t>(place - begin, sizeof text));
+        line += std::count(text, text + file.ReadAt(begin, text, bytes), '\n');
+    }
+    return line;
+}
+
+[[noreturn]] void RefuseTooMany()
+{
+    throw MalformedFile::AtByte(0, "more entries than a matrix can have (2147483647)");
+}
+
+// What stopped the reading of records.
+[[noreturn]] void Refuse(InputFile const& file, Triplets const& records, Triplets::Found found)
+{
+    constexpr char const* kExpected[] = {"a row number (whole, from 1 to 2147483647)", "a column number (whole, from 1 to 2147483647)",
+                                         "a value"};
+    if (found == Triplets::Found::kTooMany)
+        RefuseTooMany();
+    std::string what = std::string("expected ") + kExpected[records.number] + ", found ";
+    if (found == Triplets::Found::kPartOfRecord) {
+        what += "the end of the file";
+    } else {
+        char text[64]; // more of a word than a message shows
+        std::string_view const shown(text, file.ReadAt(records.place, text, sizeof text));
+        what += Quoted(shown.substr(0, static_cast<std::size_t>(std::ranges::find_if(shown, MatrixText::IsSpace) - shown.begin())));
+    }
+    throw MalformedFile::AtLine(LineOf(file, records.place), what);
 }
 
 // Cuts a file behind ends of lines, where records end as a rule.
@@ -196,7 +249,7 @@ private:
 };
 
 // Reads a file in parts, in tasks. False when a record was cut: those behind it were not read right.
-// @throws KVOSrvMtxUnsupportedImpFmt unless all in front of such a record is sound
+// @throws MalformedFile unless all in front of such a record is sound
 bool ReadParts(InputFile const& file, TextParts const& parts, mem_Vector<Triplets>& triplets)
 {
     triplets.reserve(static_cast<std::size_t>(parts.Count()));
@@ -208,9 +261,9 @@ bool ReadParts(InputFile const& file, TextParts const& parts, mem_Vector<Triplet
     Triplets::Found const* const wrong = std::find_if(found, end, [](Triplets::Found one) { return one != Triplets::Found::kRecords; });
     if (wrong == end)
         return true;
-    if (*wrong == Triplets::Found::kNoRecords || wrong + 1 == end)
-        KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
-    return false;
+    if (*wrong == Triplets::Found::kPartOfRecord && wrong + 1 != end)
+        return false;
+    Refuse(file, triplets[static_cast<std::size_t>(wrong - found)], *wrong);
 }
 
 mem_Vector<Triplets> ReadTriplets(char const* path)
@@ -288,7 +341,7 @@ void KVOSrvSparseImExPorter::ImportTriplets(KVOSrvSparseMatrix& matrix, char con
         columns = std::max(columns, part.columns);
     }
     if (count > INT_MAX)
-        KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
+        RefuseTooMany();
     if (Ascend(parts))
         TakeAscendingEntries(matrix, blocks, rows, columns);
     else

@@ -1,6 +1,7 @@
 #include "MatrixFiles.h"
 
 #include "KVOSrvMtxExceptions.h"
+#include "MalformedFile.h"
 
 #include <cerrno>
 #include <cstring>
@@ -19,21 +20,9 @@ int OpenAtOnce(char const* path, int flags, unsigned permissions = 0)
     return path != nullptr ? open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, permissions) : -1;
 }
 
-// read(rest of the target, bytes left, bytes done) until all has come or the file has ended.
-template<class Read>
-std::size_t ReadAll(Read const& read, void* target, std::size_t bytes)
+[[noreturn]] void ThrowUnreadable(std::int64_t place)
 {
-    std::size_t done = 0;
-    while (done < bytes) {
-        ssize_t const got = read(static_cast<char*>(target) + done, bytes - done, done);
-        if (got == 0)
-            break;
-        if (got > 0)
-            done += static_cast<std::size_t>(got);
-        else if (errno != EINTR)
-            KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
-    }
-    return done;
+    throw MalformedFile::AtByte(place, std::string("the file cannot be read: ") + std::strerror(errno));
 }
 
 } // namespace
@@ -58,26 +47,39 @@ InputFile::~InputFile()
 
 std::size_t InputFile::Read(void* target, std::size_t bytes)
 {
-    return ReadAll([&](char* rest, std::size_t left, std::size_t) { return read(m_descriptor, rest, left); }, target, bytes);
+    std::size_t const got = ReadAt(m_place, target, bytes);
+    m_place += static_cast<std::int64_t>(got);
+    return got;
 }
 
 std::size_t InputFile::ReadAt(std::int64_t place, void* target, std::size_t bytes) const
 {
-    return ReadAll([&](char* rest, std::size_t left,
-                       std::size_t done) { return pread(m_descriptor, rest, left, place + static_cast<std::int64_t>(done)); },
-                   target, bytes);
+    std::size_t done = 0;
+    while (done < bytes) {
+        std::int64_t const next = place + static_cast<std::int64_t>(done);
+        ssize_t const got = pread(m_descriptor, static_cast<char*>(target) + done, bytes - done, next);
+        if (got == 0)
+            break;
+        if (got > 0)
+            done += static_cast<std::size_t>(got);
+        else if (errno != EINTR)
+            ThrowUnreadable(next);
+    }
+    return done;
 }
 
 void InputFile::ReadExactly(void* target, std::size_t bytes)
 {
+    std::int64_t const begin = m_place;
     if (Read(target, bytes) != bytes)
-        KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
+        throw MalformedFile::AtByte(m_place,
+                                    "the file ends here; " + std::to_string(bytes) + " bytes should follow byte " + std::to_string(begin));
 }
 
-void InputFile::Skip(std::int64_t bytes)
+void RequireSize(InputFile const& file, std::int64_t bytes, std::string const& what)
 {
-    if (lseek(m_descriptor, bytes, SEEK_CUR) < 0)
-        KVOSrvMtxUnsupportedImpFmt().Throw(kSource, __LINE__);
+    if (file.Size() < bytes)
+        throw MalformedFile::AtByte(file.Size(), "the file ends here; " + what + " takes " + std::to_string(bytes) + " bytes");
 }
 
 OutputFile::OutputFile(char const* path, Existing existing, unsigned permissions)

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 static_assert(std::endian::native == std::endian::little, "binary matrix files hold numbers as this machine does");
 
@@ -22,15 +23,18 @@ public:
     /// Bytes the file had when it was opened.
     std::int64_t Size() const noexcept { return m_size; }
 
+    /// Bytes that were read or passed over.
+    std::int64_t Place() const noexcept { return m_place; }
+
     /// Reads up to `bytes` bytes; fewer only at the end of the file.
-    /// @throws KVOSrvMtxUnsupportedImpFmt when the file cannot be read
+    /// @throws MalformedFile when the file cannot be read
     std::size_t Read(void* target, std::size_t bytes);
 
     /// The same from a place of its own, also by several threads at once.
     std::size_t ReadAt(std::int64_t place, void* target, std::size_t bytes) const;
 
     /// Reads `count` items of type T.
-    /// @throws KVOSrvMtxUnsupportedImpFmt when the file ends before
+    /// @throws MalformedFile when the file ends before
     template<class T>
     void ReadItems(T* target, std::int64_t count)
     {
@@ -38,14 +42,18 @@ public:
     }
 
     /// Passes over `bytes` bytes.
-    void Skip(std::int64_t bytes);
+    void Skip(std::int64_t bytes) noexcept { m_place += bytes; }
 
 private:
     void ReadExactly(void* target, std::size_t bytes);
 
     int m_descriptor;
     std::int64_t m_size;
+    std::int64_t m_place = 0;
 };
+
+/// The file is as long as what it is to hold. @param what  that, as "the header of a dense file" @throws MalformedFile
+void RequireSize(InputFile const& file, std::int64_t bytes, std::string const& what);
 
 /// A file being written, through a buffer.
 class OutputFile

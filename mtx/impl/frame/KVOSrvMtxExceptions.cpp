@@ -2,6 +2,8 @@
 
 #include "atr_Translate.h"
 
+#include <string>
+
 namespace
 {
 
@@ -174,6 +176,33 @@ void KVOSrvMtxUnsupportedImpFmt::Raise() const
 int KVOSrvMtxUnsupportedImpFmt::ErrorNumber() const
 {
     return 210;
+}
+
+KVOSrvMtxMalformedFile::KVOSrvMtxMalformedFile(char const* path, std::int64_t line, std::int64_t byte, char const* expected)
+    : m_path(Message("%s", path)), m_expected(Message("%s", expected)), m_line(line), m_byte(byte)
+{
+}
+KVOSrvMtxMalformedFile::~KVOSrvMtxMalformedFile() = default;
+atr_String KVOSrvMtxMalformedFile::Place() const
+{
+    std::string const number = std::to_string(m_line > 0 ? m_line : m_byte);
+    return Message(m_line > 0 ? "line %s" : "byte %s", number.c_str());
+}
+atr_String KVOSrvMtxMalformedFile::Detail() const
+{
+    return Message("%s: %s: %s.", m_path, Place(), m_expected);
+}
+atr_String KVOSrvMtxMalformedFile::UserReport() const
+{
+    return Message("%s %s", AsString(), Detail());
+}
+atr_String KVOSrvMtxMalformedFile::DeveloperReport() const
+{
+    return Message("%s\n%s", KVOSrvMtxUnsupportedImpFmt::DeveloperReport(), Detail());
+}
+void KVOSrvMtxMalformedFile::Raise() const
+{
+    throw KVOSrvMtxMalformedFile(*this);
 }
 
 KVOSrvMtxNoTranspose::~KVOSrvMtxNoTranspose() = default;

@@ -1,8 +1,9 @@
 #include "MatrixMarket.h"
 
-#include "Diagnosis.h"
 #include "Errors.h"
+#include "FileKind.h"
 #include "Progress.h"
+#include "Quoted.h"
 
 #include "KVOSrvSparseMatrix.h"
 

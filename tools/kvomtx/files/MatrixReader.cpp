@@ -1,8 +1,8 @@
 #include "MatrixReader.h"
 
 #include "Database.h"
-#include "Diagnosis.h"
 #include "Errors.h"
+#include "FileKind.h"
 #include "Interrupt.h"
 #include "MatrixMarket.h"
 #include "MatrixName.h"
@@ -54,12 +54,13 @@ std::unique_ptr<KVOSrvSparseMatrix> ReadFromDatabase(MatrixName const& name)
 
 std::unique_ptr<KVOSrvSparseMatrix> Import(MatrixName const& name)
 {
-    int const format = static_cast<int>(name.format);
     auto matrix = std::make_unique<KVOSrvSparseMatrix>(0, 0);
     try {
-        matrix->Import(name.path.c_str(), format);
-    } catch (KVOSrvMtxUnsupportedImpFmt const&) {
-        throw ToolError(ExitCode::kUnreadable, name.path + ": " + Diagnose(name.path, format));
+        matrix->Import(name.path.c_str(), static_cast<int>(name.format));
+    } catch (KVOSrvMtxMalformedFile const& fault) {
+        if (std::string const kind = RecogniseOtherKind(name.path); !kind.empty())
+            throw ToolError(ExitCode::kUnreadable, name.path + ": expected a file of " + DescribeFormat(name.format) + ", but " + kind);
+        throw ToolError(ExitCode::kUnreadable, name.path + ": " + fault.Place().c_str() + ": " + fault.Expected());
     } catch (KVOSrvMtxIllegalInput const&) {
         throw ToolError(ExitCode::kUnreadable, name.path + ": more entries than a matrix can have (2147483647); split the model");
     }
