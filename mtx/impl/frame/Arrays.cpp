@@ -1,9 +1,9 @@
-#include "SparseRows.h"
+#include "Arrays.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
 
-namespace KVOSrvSparseSupport
+namespace Arrays
 {
 
 void UseLargePages(void* memory, std::size_t bytes) noexcept
@@ -18,4 +18,4 @@ void UseLargePages(void* memory, std::size_t bytes) noexcept
     static_cast<void>(madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE));
 }
 
-} // namespace KVOSrvSparseSupport
+} // namespace Arrays

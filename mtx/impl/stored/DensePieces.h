@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cstdint>
 
-/// Walks over a matrix by pieces of its blocks.
-namespace DenseTiles
+/// Walks over a whole matrix by pieces: its blocks, some of them or parts of one.
+namespace DensePieces
 {
 
 /// Rows r0 to r1 of columns c0 to c1, all inclusive.
@@ -18,12 +18,12 @@ struct Window {
     constexpr std::int64_t Entries() const noexcept { return std::int64_t{Rows()} * Columns(); }
 };
 
-/// The greatest number of rows and columns of a tile. A block that is larger is cut evenly, as far as that goes.
+/// The greatest number of rows and columns of a piece. A block that is larger is cut evenly, as far as that goes.
 struct Limit {
     int rows, columns;
 };
 
-/// A limit for tiles of at most `entries` entries: whole blocks, whole columns of blocks, or pieces of one column, so that a tile is
+/// A limit for pieces of at most `entries` entries: whole blocks, whole columns of blocks, or parts of one column, so that a piece is
 /// contiguous in the store.
 inline Limit LimitEntries(KVOSrvBlockCut const& rows, std::int64_t entries)
 {
@@ -42,9 +42,9 @@ void ForEachPart(int first, int last, int limit, Run const& run)
         run(border(part), border(part + 1) - 1);
 }
 
-/// Calls run(Window) for tiles that together cover rows x columns: block columns outer, block rows inner, in increasing order.
+/// Calls run(Window) for pieces that together cover rows x columns: block columns outer, block rows inner, in increasing order.
 template<class Run>
-void ForEachTile(KVOSrvBlockCut const& rows, KVOSrvBlockCut const& columns, Limit const& limit, Run const& run)
+void ForEachPiece(KVOSrvBlockCut const& rows, KVOSrvBlockCut const& columns, Limit const& limit, Run const& run)
 {
     for (int bc = 0; bc < columns.blocks; ++bc)
         for (int br = 0; br < rows.blocks; ++br) {
@@ -56,4 +56,4 @@ void ForEachTile(KVOSrvBlockCut const& rows, KVOSrvBlockCut const& columns, Limi
         }
 }
 
-} // namespace DenseTiles
+} // namespace DensePieces

@@ -1,4 +1,4 @@
-#include "DenseSlabs.h"
+#include "DenseSource.h"
 
 namespace DenseSlabs
 {
@@ -44,12 +44,12 @@ Source::Source(KVOSrvDenseMatrix const& matrix, int p, int blockHeight, std::int
 {
 }
 
-double const* Source::Find(Window const& w, Slab const& slab) const
+double const* Source::Find(Window const& w, Buffer const& buffer) const
 {
     if (double const* const values = Fetch(m_matrix, w))
         return values;
-    slab.Read(m_matrix, w);
-    return slab.Values();
+    buffer.Read(m_matrix, w);
+    return buffer.Values();
 }
 
 namespace
@@ -64,7 +64,7 @@ mem_Vector<Span> BlocksOf(KVOSrvBlockCut const& cut, Span const& span)
 
 } // namespace
 
-void MultiplyByBlocks(Source const& A, mem_Vector<Slab> const& memory, char const* transA, Span rows, Span columns, double alpha,
+void MultiplyByBlocks(Source const& A, mem_Vector<Buffer> const& memory, char const* transA, Span rows, Span columns, double alpha,
                       Factor const& X, int p, double beta, Result const& C)
 {
     bool const transposed = *transA == 'T';
@@ -92,10 +92,10 @@ void MultiplyByBlocks(Source const& A, mem_Vector<Slab> const& memory, char cons
             return Window{i.first, i.last, j.first, j.last};
         };
         ReadAndMultiply(
-            static_cast<int>(apart.size()), memory, [&](int k, Slab const& slab) { slab.Read(A.Matrix(), window(k)); },
-            [&](int k, Slab const& slab) {
+            static_cast<int>(apart.size()), memory, [&](int k, Buffer const& buffer) { buffer.Read(A.Matrix(), window(k)); },
+            [&](int k, Buffer const& buffer) {
                 Window const w = window(k);
-                multiply({w.r0, w.r1}, {w.c0, w.c1}, slab.Values());
+                multiply({w.r0, w.r1}, {w.c0, w.c1}, buffer.Values());
             });
     }
 }
@@ -105,45 +105,6 @@ Walk CachedPanels(KVOSrvBlockCut const& columns, int rows)
     if (std::int64_t{columns.size} * rows <= kWholeSlab)
         return Walk(columns, columns.blocks);
     return Walk(columns, kWholeSlab / std::max<std::int64_t>(1, std::int64_t{columns.perBlock} * rows));
-}
-
-std::int64_t BlockRowsPerSlab(KVOSrvDenseMatrix const& A, int p, int resultColumns)
-{
-    if (p <= kFewVectors || std::int64_t{A.StoredRowBlocks().MaxNumberInBlock()} * A.NumberOfColumns() <= kWholeSlab)
-        return 1;
-    return (std::int64_t{A.NumberOfColumns()} + resultColumns) / std::max(1, A.StoredColumnBlocks().MaxNumberInBlock() + resultColumns);
-}
-
-RowProduct::RowProduct(KVOSrvDenseMatrix const& A, int maxRows, int p, int slabs)
-    : m_source(A, p, A.StoredRowBlocks().MaxNumberInBlock(), std::int64_t{maxRows} * A.NumberOfColumns()), m_vectors(p),
-      m_panels(p > kFewVectors && maxRows > A.StoredRowBlocks().MaxNumberInBlock() ? Walk(A.StoredColumnBlocks())
-                                                                                   : CachedPanels(A.StoredColumnBlocks(), maxRows)),
-      m_memory(DenseSlabs::SlabsAtOnce(std::int64_t{maxRows} * m_panels.MaxCount(), m_source.AtOnce(slabs)))
-{
-}
-
-void RowProduct::operator()(std::span<Span const> slabs, double alpha, Factor const& X, double beta, Result const& C) const
-{
-    Span const rows = WholeOf(slabs);
-    int const columns = m_source.Matrix().NumberOfColumns();
-    if (columns == 0) // the product is zero
-        return Multiply("N", {rows.Count(), m_vectors, 0}, alpha, {m_memory.front().Values(), rows.Count()}, X, beta, C);
-    if (m_source.IsByBlocks())
-        return MultiplyByBlocks(m_source, m_memory, "N", rows, {0, columns - 1}, alpha, X, m_vectors, beta, C);
-    for (int panel = 0; panel < m_panels.Slabs(); ++panel) {
-        Span const part = m_panels.At(panel);
-        ReadAndMultiply(
-            static_cast<int>(slabs.size()), m_memory,
-            [&](int k, Slab const& slab) {
-                slab.Read(m_source.Matrix(),
-                          {slabs[static_cast<std::size_t>(k)].first, slabs[static_cast<std::size_t>(k)].last, part.first, part.last});
-            },
-            [&](int k, Slab const& slab) {
-                Span const some = slabs[static_cast<std::size_t>(k)];
-                Multiply("N", {some.Count(), m_vectors, part.Count()}, alpha, {slab.Values(), some.Count()}, X.At(part.first, 0),
-                         panel == 0 ? beta : 1.0, C.At(some.first - rows.first, 0));
-            });
-    }
 }
 
 } // namespace DenseSlabs
