@@ -1,6 +1,6 @@
 #pragma once
 
-#include "DenseDrawer.h"
+#include "DenseShape.h"
 
 #include <algorithm>
 #include <array>

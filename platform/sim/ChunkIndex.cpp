@@ -1,5 +1,7 @@
 #include "ChunkIndex.h"
 
+#include "Hdf5.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstring>

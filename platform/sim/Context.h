@@ -3,6 +3,7 @@
 #include "Catalogue.h"
 #include "CatalogueTables.h"
 #include "ChunkIndex.h"
+#include "Hdf5.h"
 #include "KVOSimGrid.h"
 #include "KVOSimIdentifiers.h"
 

@@ -1,6 +1,7 @@
 #include "Context.h"
 
 #include "Distribution.h"
+#include "Hdf5.h"
 #include "Session.h"
 
 #include <climits>

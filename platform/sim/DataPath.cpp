@@ -1,6 +1,7 @@
 #include "DataPath.h"
 
 #include "Crc32c.h"
+#include "Hdf5.h"
 #include "KVOSimTypeKey.h"
 
 #include <algorithm>

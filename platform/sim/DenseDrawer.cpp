@@ -3,6 +3,7 @@
 #include "ChunkIndex.h"
 #include "Crc32c.h"
 #include "DataPath.h"
+#include "Hdf5.h"
 #include "Hdf5Dataset.h"
 #include "KVOSimTypeKey.h"
 #include "ValueSums.h"

@@ -2,6 +2,7 @@
 
 #include "Context.h"
 #include "FileAccess.h"
+#include "Hdf5.h"
 #include "KVOBasException.h"
 #include "KVOSimTypeKey.h"
 #include "Session.h"

@@ -1,6 +1,7 @@
 #include "FileAccess.h"
 
 #include "Crc32c.h"
+#include "Hdf5.h"
 #include "SimIo.h"
 #include "StridedCopy.h"
 

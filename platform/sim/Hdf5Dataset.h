@@ -1,6 +1,8 @@
 #pragma once
 
-#include "DenseDrawer.h"
+#include "DenseShape.h"
+#include "Hdf5.h"
+#include "SimFile.h"
 
 #include <optional>
 

@@ -1,6 +1,7 @@
 #include "KVOSimCSet.h"
 
 #include "Context.h"
+#include "Hdf5.h"
 #include "Session.h"
 
 #include <span>

@@ -1,6 +1,7 @@
 #include "KVOSimCollection.h"
 
 #include "Context.h"
+#include "Hdf5.h"
 #include "Session.h"
 
 #include <span>

@@ -1,6 +1,7 @@
 #include "KVOSimContext.h"
 
 #include "Context.h"
+#include "Hdf5.h"
 #include "Session.h"
 
 KVOSimContext::KVOSimContext(KVOSimContextID const& id) : m_context(simdb::FindContext(id, "Cannot open a context")) {}

@@ -2,6 +2,7 @@
 
 #include "Context.h"
 #include "DatabaseCheck.h"
+#include "Hdf5.h"
 #include "KVOBasException.h"
 #include "KVOBasLeftover.h"
 #include "ScratchMark.h"

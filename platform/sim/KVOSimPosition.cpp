@@ -1,7 +1,7 @@
 #include "KVOSimPosition.h"
 
 #include "Context.h"
-#include "SimFile.h"
+#include "Hdf5.h"
 
 KVOSimDistributionID KVOSimPosition::CreateDistribution(KVOSimGrid const& grid, KVOSimRangeType const& rangeType)
 {

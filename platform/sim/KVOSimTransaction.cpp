@@ -1,6 +1,7 @@
 #include "KVOSimTransaction.h"
 
 #include "Context.h"
+#include "Hdf5.h"
 #include "KVOBasException.h"
 #include "Session.h"
 #include "Transaction.h"

@@ -2,6 +2,7 @@
 
 #include "Context.h"
 #include "Distribution.h"
+#include "Hdf5.h"
 #include "KVOSimTypeKey.h"
 #include "Session.h"
 

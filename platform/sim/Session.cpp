@@ -3,6 +3,7 @@
 #include "Context.h"
 #include "Crc32c.h"
 #include "FileAccess.h"
+#include "Hdf5.h"
 #include "ProcessMutex.h"
 #include "SimJournal.h"
 

@@ -1,5 +1,6 @@
 #include "SimFile.h"
 
+#include "Hdf5.h"
 #include "ScratchMark.h"
 #include "SimFileDriver.h"
 #include "SimIo.h"

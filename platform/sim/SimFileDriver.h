@@ -26,9 +26,6 @@ struct DriverFile {
     HeldWrites held;
 };
 
-/// The source file that our driver's records on HDF5's error stack name; their line is the system's error number.
-inline constexpr char kDriverErrors[] = "SimFileDriver";
-
 /// Sets our driver in a file access list; the file is then opened on `file`, whatever name HDF5 is given. False when HDF5 fails.
 bool SetDriver(hid_t accessList, std::shared_ptr<DriverFile> const& file);
 

@@ -1,6 +1,6 @@
 #include "SimPersistence.h"
 
-#include "SimFile.h"
+#include "Hdf5.h"
 #include "SimIo.h"
 
 #include <algorithm>

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ChunkIndex.h"
+#include "Hdf5.h"
 #include "SimFile.h"
 
 #include <array>

@@ -1,5 +1,6 @@
 #include "ValueSums.h"
 
+#include "Hdf5.h"
 #include "KVOSimTypeKey.h"
 
 #include <algorithm>

@@ -1,6 +1,7 @@
 #include "ChunkIndex.h"
 #include "DenseDrawer.h"
 #include "DrawerOracle.h"
+#include "Hdf5.h"
 #include "KVOSimTypeKey.h"
 #include "ResidentBytes.h"
 #include "TemporaryFolder.h"

@@ -1,6 +1,4 @@
-#include "SimFile.h"
-
-#include "SimFileDriver.h"
+#include "Hdf5.h"
 
 #include <atomic>
 #include <cerrno>
