@@ -4,8 +4,10 @@
 #include <cstdint>
 #include <string>
 
-/// The system calls that change a database's files, each 0 or an errno. They pass the faults of KVOSimFaults.h, go on after signals and
-/// short transfers, and refuse what RLIMIT_FSIZE forbids with EFBIG, instead of the signal SIGXFSZ that would end the process.
+/// The system calls that change a database's files, each 0 or an errno. They go on after signals and short transfers, and refuse what
+/// RLIMIT_FSIZE forbids with EFBIG, instead of the signal SIGXFSZ that would end the process.
+///
+/// Beneath them is the C library: tests stand in front of its functions to let them fail, to kill the process or to watch.
 namespace simdb::io
 {
 
@@ -24,15 +26,5 @@ int OpenOrMake(std::string const& path, unsigned mode, int& descriptor) noexcept
 int Remove(std::string const& path) noexcept;
 /// Makes the names in the folder of `path` durable.
 int SyncFolderOf(std::string const& path) noexcept;
-
-/// Told of each call before it is made, for tests that replay a disk; null at load time.
-struct Observer {
-    virtual ~Observer() = default;
-    virtual void OnWrite(int descriptor, void const* data, std::size_t bytes, std::uint64_t offset) = 0;
-    virtual void OnSync(int descriptor) = 0;
-    virtual void OnLength(int descriptor, std::uint64_t length) = 0;
-    virtual void OnRemove(std::string const& path) = 0;
-};
-extern Observer* observer;
 
 } // namespace simdb::io

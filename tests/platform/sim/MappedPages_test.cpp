@@ -95,9 +95,9 @@ TEST(MappedPages, AreWrittenOnlyWhileTheDiskTakesWrites)
     drawer.Write(kRows, rows.data());
     std::this_thread::sleep_for(std::chrono::milliseconds(300)); // what was seen of the disk is believed for a third of that
 
-    KVOSimFaults::FailAfter(0, EIO, 1000);
+    SetCallFault({SystemCall::Change, 0, EIO, 1000});
     ExpectFailure(std::strerror(EIO), [&] { drawer.Write(kRows, rows.data()); });
-    KVOSimFaults::Disarm();
+    SetCallFault({});
     drawer.Write(kRows, rows.data());
     EXPECT_TRUE(Rows(drawer) == rows);
 }

@@ -147,7 +147,7 @@ void MakeUnapplied(std::string const& path, int commits)
         ChildProcess child([&] {
             auto const file = simdb::File::Open(path, false);
             Change(file, commits);
-            KVOSimFaults::KillAfter(call);
+            KillAtChange(call);
             file->Commit();
             return 0;
         });
