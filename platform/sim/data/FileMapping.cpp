@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <new>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -18,6 +17,12 @@ namespace
 constexpr int kPopulateRead = 22, kPopulateWrite = 23;
 constexpr unsigned kPageShift = 12; // larger pages of a system only make the calls fail
 constexpr std::uint64_t kPageBytes = std::uint64_t(1) << kPageShift;
+
+// One behind the number of the region that holds the byte before `end`.
+constexpr std::uint64_t EndOfRegions(std::uint64_t end) noexcept
+{
+    return (end + FileMapping::kRegion - 1) >> FileMapping::kRegionShift;
+}
 
 /// Of the process's thread, those for its system calls counted in.
 long Faults() noexcept
@@ -61,8 +66,10 @@ void FileMapping::Measure() noexcept
 std::byte* FileMapping::Bytes(std::uint64_t offset, StridedRuns const& runs, std::uint64_t residentBytes, bool toWrite) noexcept
 {
     auto const bytes = static_cast<std::uint64_t>(runs.Span(0));
-    if (!Reaches(offset, bytes) || !Grow(offset + bytes) || !KeepResident(offset, bytes, residentBytes))
+    std::uint64_t const end = EndOfRegions(offset + bytes);
+    if (!Reaches(offset, bytes) || !Grow(offset + bytes) || !KnowRegions(end))
         return nullptr;
+    m_residency.Touch(offset >> kRegionShift, end, residentBytes);
     constexpr unsigned kClock = 16; // each time would take a tenth of what checking a piece takes
     if (++m_uses % kClock == 0)
         ForgetWhatIsOld();
@@ -150,7 +157,7 @@ void FileMapping::LookAt(FoundPages::Region& region, unsigned first, unsigned en
 // For no more than is written, lest the rest is written to the disk as well; but a large page is one, which its first faults tell.
 bool FileMapping::AskToWrite(FoundPages::Region& region, unsigned first, unsigned end) noexcept
 {
-    if (region.isLargePage || m_regions[region.number] == Residence::LargePage) {
+    if (region.isLargePage || m_residency.Of(region.number) == Residency::State::LargePage) {
         first = 0;
         end = PagesOf(region);
     }
@@ -215,75 +222,18 @@ bool FileMapping::Grow(std::uint64_t bytes) noexcept
 
 bool FileMapping::KnowRegions(std::uint64_t end) noexcept
 {
-    if (m_regions.size() >= end)
-        return true;
-    try {
-        m_regions.resize(m_mapped >> kRegionShift, Residence::None);
-        return true;
-    } catch (std::bad_alloc const&) {
-        return false;
-    }
-}
-
-bool FileMapping::KeepResident(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept
-{
-    std::uint64_t const first = offset >> kRegionShift, end = (offset + bytes + kRegion - 1) >> kRegionShift;
-    if (!KnowRegions(end))
-        return false;
-    auto const touch = [&] {
-        for (std::uint64_t region = first; region < end; ++region)
-            if (m_regions[region] < Residence::Touched) {
-                m_regions[region] = Residence::Touched;
-                m_touchedBytes += kRegion;
-            }
-    };
-    touch();
-    // The part asked for may itself exceed the limit: it is dropped at the next call.
-    if (m_touchedBytes > residentBytes && m_touchedBytes > (end - first) * kRegion) {
-        DropAll();
-        touch();
-    }
-    return true;
+    return m_residency.Knows(end - 1) || m_residency.Know(m_mapped >> kRegionShift);
 }
 
 void FileMapping::DropAll() noexcept
 {
     madvise(m_base, m_mapped, MADV_DONTNEED);
-    for (Residence& residence : m_regions)
-        residence = std::min(residence, Residence::Seen);
-    m_touchedBytes = m_refusedBytes = 0;
-    m_passingCount = 0;
     m_found.ForgetAll();
 }
 
-// Counts the regions that become resident now, and lets older ones go for them.
-bool FileMapping::LetPass(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept
+void FileMapping::Drop(std::uint64_t region) noexcept
 {
-    std::uint64_t const first = offset >> kRegionShift, end = (offset + bytes + kRegion - 1) >> kRegionShift;
-    if (!KnowRegions(end))
-        return false;
-    if (m_touchedBytes + (end - first) * kRegion > residentBytes + m_passingCount * kRegion)
-        DropAll();
-    for (std::uint64_t region = first; region < end; ++region) {
-        if (m_regions[region] >= Residence::Touched)
-            continue;
-        while (m_passingCount > 0 && (m_passingCount == m_passing.size() || m_touchedBytes + kRegion > residentBytes))
-            DropOldestPassing();
-        m_passing[(m_oldestPassing + m_passingCount++) % m_passing.size()] = region;
-        m_regions[region] = Residence::Touched;
-        m_touchedBytes += kRegion;
-    }
-    return true;
-}
-
-void FileMapping::DropOldestPassing() noexcept
-{
-    std::uint64_t const region = m_passing[m_oldestPassing];
-    m_oldestPassing = (m_oldestPassing + 1) % m_passing.size();
-    --m_passingCount;
     Advise(region << kRegionShift, kRegion, MADV_DONTNEED);
-    m_regions[region] = Residence::Seen;
-    m_touchedBytes -= kRegion;
     m_found.ForgetAllOf(region);
 }
 
@@ -293,53 +243,43 @@ std::byte* FileMapping::Settled(std::uint64_t offset, std::uint64_t bytes, std::
     if (residentBytes == 0 || !Reaches(offset, bytes) || !Grow(offset + bytes) || !KnowRegions(region + 1))
         return nullptr;
     // Most matrices are written, then read, once: their pages would come into the process's memory for nothing.
-    if (m_regions[region] == Residence::None || !IsCached(offset, bytes) ||
-        (m_regions[region] < Residence::Pages && !Settle(region, residentBytes)) ||
+    if (m_residency.Of(region) == Residency::State::None || !IsCached(offset, bytes) ||
+        (m_residency.Of(region) < Residency::State::Pages && !Settle(region, residentBytes)) ||
         (!m_tellsResidence && !Advise(offset, bytes, kPopulateRead)))
         return nullptr;
     // Once written back, the pages are not to be written through the mapping until the file system has agreed again: it may have no room.
-    if (toWrite && (m_regions[region] != Residence::LargePage || !Advise(offset, bytes, kPopulateWrite)))
+    if (toWrite && (m_residency.Of(region) != Residency::State::LargePage || !Advise(offset, bytes, kPopulateWrite)))
         return nullptr;
     return m_base + offset;
 }
 
 void FileMapping::MarkUsed(std::uint64_t offset) noexcept
 {
-    if (std::uint64_t const region = offset >> kRegionShift; region < m_regions.size() && m_regions[region] == Residence::None)
-        m_regions[region] = Residence::Seen;
+    m_residency.MarkUsed(offset >> kRegionShift);
 }
 
-// Maps the whole region. Others don't give way to it, but after a while all do: what is mapped may be out of use.
+// Maps the whole region.
 bool FileMapping::Settle(std::uint64_t region, std::uint64_t residentBytes) noexcept
 {
-    constexpr std::uint64_t kPatience = 4;
-    std::uint64_t const added = m_regions[region] == Residence::Touched ? 0 : kRegion;
-    while (m_passingCount > 0 && added > 0 && m_touchedBytes + added > residentBytes)
-        DropOldestPassing();
-    if (m_touchedBytes + added > residentBytes) {
-        m_refusedBytes += kRegion;
-        if (m_refusedBytes > kPatience * residentBytes)
-            DropAll();
+    if (!m_residency.HasRoom(region, residentBytes))
         return false;
-    }
     std::uint64_t const offset = region << kRegionShift, bytes = std::min(kRegion, m_fileBytes - offset);
     // What was touched is mapped anew, so that the number of faults tells whether it is one page.
     Advise(offset, bytes, MADV_DONTNEED);
     long const before = Faults();
     if (!Advise(offset, bytes, kPopulateRead))
         return false;
-    m_regions[region] = bytes == kRegion && Faults() - before == 1 ? Residence::LargePage : Residence::Pages;
-    m_touchedBytes += added;
+    m_residency.Settle(region, bytes == kRegion && Faults() - before == 1);
     return true;
 }
 
 std::byte* FileMapping::Fetched(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes, bool passing) noexcept
 {
-    std::uint64_t const room = passing ? std::min(kPassing, residentBytes) : residentBytes;
-    if (bytes > room || (passing && bytes + kRegion > room) || !Reaches(offset, bytes) || !Grow(offset + bytes))
+    std::uint64_t const room = passing ? std::min(Residency::kPassing, residentBytes) : residentBytes;
+    std::uint64_t const first = offset >> kRegionShift, last = EndOfRegions(offset + bytes);
+    if (bytes > room || (passing && bytes + kRegion > room) || !Reaches(offset, bytes) || !Grow(offset + bytes) || !KnowRegions(last))
         return nullptr;
-    if (passing ? !LetPass(offset, bytes, residentBytes) : !KeepResident(offset, bytes, residentBytes))
-        return nullptr;
+    passing ? m_residency.LetPass(first, last, residentBytes) : m_residency.Touch(first, last, residentBytes);
     for (std::uint64_t at = offset, end = offset + bytes; at < end;) {
         std::uint64_t const region = at >> kRegionShift, next = std::min(end, (region + 1) << kRegionShift);
         if (!IsCached(at, next - at))

@@ -1,26 +1,25 @@
 #pragma once
 
 #include "FoundPages.h"
+#include "Residency.h"
 #include "StridedCopy.h"
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 namespace simdb
 {
 
 /// A shared mapping of an open file, kept and made longer as the file grows.
 ///
-/// Invariants:
-/// 1. What is handed out may be touched: the system has said by a return value that its pages are there or can be had, for Bytes() within
-///    the last tenth of a second, and each page that is written that it can be written. A touch of others is a signal: behind the end of a
-///    file that was cut, on a file system in memory that has none left, on a disk that fails. Where the system cannot be asked (before
-///    Linux 5.14), nothing is handed out.
-/// 2. It is at most `residentBytes` (as told with each use) that stay in the process's memory, in steps of kRegion, and at most kPassing
-///    of what is only walked through. The pages that leave stay in the system's cache.
-class FileMapping
+/// Invariant: what is handed out may be touched: the system has said by a return value that its pages are there or can be had, for Bytes()
+/// within the last tenth of a second, and each page that is written that it can be written. A touch of others is a signal: behind the end
+/// of a file that was cut, on a file system in memory that has none left, on a disk that fails. Where the system cannot be asked (before
+/// Linux 5.14), nothing is handed out.
+///
+/// How much of it stays in the process's memory is the business of Residency, which takes `residentBytes` with each use. The pages that
+/// leave stay in the system's cache.
+class FileMapping : private Residency::Memory
 {
 public:
     /// @param descriptor  of the file; must stay open as long as this object
@@ -31,7 +30,7 @@ public:
     }
     FileMapping(FileMapping const&) = delete;
     FileMapping& operator=(FileMapping const&) = delete;
-    ~FileMapping();
+    ~FileMapping() override;
 
     /// A transfer begins: looks how long the file is by now.
     void Begin() noexcept;
@@ -53,20 +52,12 @@ public:
     /// Whether [offset, offset + bytes) lies in the file.
     bool Reaches(std::uint64_t offset, std::uint64_t bytes) noexcept;
 
-    static constexpr unsigned kRegionShift = 21; ///< 2 MiB: what one page table maps, or one large page
-    static constexpr std::uint64_t kRegion = std::uint64_t(1) << kRegionShift;
-    static constexpr std::uint64_t kPassing = 32 * kRegion;
+    static constexpr unsigned kRegionShift = Residency::kRegionShift;
+    static constexpr std::uint64_t kRegion = Residency::kRegion;
 
 private:
-    /// What is known of a region's pages.
-    enum class Residence : unsigned char {
-        None,
-        Seen,     ///< not resident, but used before
-        Touched,  ///< resident, as far as it was touched; from here on it counts
-        Pages,    ///< resident as a whole
-        LargePage ///< the same, as one page
-    };
-
+    void Drop(std::uint64_t region) noexcept override;
+    void DropAll() noexcept override;
     void Measure() noexcept;
     void ForgetWhatIsOld() noexcept;
     bool Grow(std::uint64_t bytes) noexcept;
@@ -78,14 +69,10 @@ private:
     bool AskToWrite(FoundPages::Region& region, unsigned first, unsigned end) noexcept;
     bool Populate(FoundPages::Region& region, unsigned first, unsigned end, int advice) noexcept;
     bool KnowRegions(std::uint64_t end) noexcept;
-    bool KeepResident(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept;
     bool Settle(std::uint64_t region, std::uint64_t residentBytes) noexcept;
     bool IsCached(std::uint64_t offset, std::uint64_t bytes) const noexcept;
     void ReadLargePage(std::uint64_t region) const noexcept;
     bool Advise(std::uint64_t offset, std::uint64_t bytes, int advice) noexcept;
-    bool LetPass(std::uint64_t offset, std::uint64_t bytes, std::uint64_t residentBytes) noexcept;
-    void DropOldestPassing() noexcept;
-    void DropAll() noexcept;
 
     int m_descriptor;
     bool m_forWriting;
@@ -98,11 +85,7 @@ private:
     FoundPages m_found;
     Lately m_foundLately;
     unsigned m_uses = 0;
-    std::vector<Residence> m_regions;
-    std::uint64_t m_touchedBytes = 0;
-    std::uint64_t m_refusedBytes = 0;                          ///< not settled for want of room since the last DropAll()
-    std::array<std::uint64_t, kPassing / kRegion> m_passing{}; ///< a ring of the regions that are walked through
-    std::size_t m_oldestPassing = 0, m_passingCount = 0;
+    Residency m_residency{*this};
 };
 
 } // namespace simdb
