@@ -1,5 +1,7 @@
 #include "SimFile.h"
 
+#include "Descriptor.h"
+#include "DriverFile.h"
 #include "Hdf5.h"
 #include "ScratchMark.h"
 #include "SimFileDriver.h"
@@ -22,7 +24,7 @@ namespace simdb
 
 struct File::State {
     std::string path; // as the caller gave it
-    std::shared_ptr<DriverFile> driver = std::make_shared<DriverFile>();
+    std::shared_ptr<DriverFile> driver;
     std::optional<Persistence> persistence; // of a persistent file that may be written
     hid_t file = H5I_INVALID_HID;
     bool readOnly = false;
@@ -45,82 +47,79 @@ constexpr mode_t kDatabaseMode = 0666, kScratchMode = 0600;
 constexpr int kAttempts = 100;
 
 // 0 or an errno.
-int FindWhetherStillNamed(int descriptor, std::string const& path, bool& named) noexcept
+int FindWhetherStillNamed(Descriptor const& file, std::string const& path, bool& named) noexcept
 {
     struct stat opened, found;
-    if (fstat(descriptor, &opened) != 0)
+    if (fstat(file.Number(), &opened) != 0)
         return errno;
     named = stat(path.c_str(), &found) == 0 && opened.st_dev == found.st_dev && opened.st_ino == found.st_ino;
     return 0;
 }
 
-int Lock(int descriptor, int operation) noexcept
+int Lock(Descriptor const& file, int operation) noexcept
 {
     int result;
     do
-        result = flock(descriptor, operation);
+        result = flock(file.Number(), operation);
     while (result != 0 && errno == EINTR);
     return result;
 }
 
-void MakeLocked(std::string const& path, mode_t mode, int& descriptor)
+Descriptor MakeLocked(std::string const& path, mode_t mode)
 {
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-        if (descriptor < 0 && errno == EEXIST)
+        Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+        if (!file.IsOpen() && errno == EEXIST)
             ThrowReason(KVOSimException::Kind::Exists, kCreating, path, "a file of that name exists");
-        if (descriptor < 0 && errno == ENOENT)
+        if (!file.IsOpen() && errno == ENOENT)
             ThrowReason(KVOSimException::Kind::NotFound, kCreating, path, "its folder does not exist");
-        if (descriptor < 0)
+        if (!file.IsOpen())
             ThrowErrno(kCreating, path, errno);
         // Waits: whoever opened the file before the lock was on it finds it empty, and soon leaves it or removes it as left behind.
-        int error = Lock(descriptor, LOCK_EX) == 0 ? 0 : errno;
+        int error = Lock(file, LOCK_EX) == 0 ? 0 : errno;
         char const* const doing = error != 0 ? "Cannot lock the database" : kCreating;
         bool named = false;
         if (error == 0)
-            error = FindWhetherStillNamed(descriptor, path, named);
+            error = FindWhetherStillNamed(file, path, named);
         if (error != 0) {
             unlink(path.c_str());
             ThrowErrno(doing, path, error);
         }
         if (named)
-            return;
-        close(descriptor);
-        descriptor = -1;
+            return file;
     }
     ThrowReason(KVOSimException::Kind::InUse, kCreating, path, "it is removed again and again");
 }
 
-void LockOpened(std::string const& path, int descriptor, bool readOnly)
+void LockOpened(std::string const& path, Descriptor const& file, bool readOnly)
 {
-    if (Lock(descriptor, (readOnly ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0)
+    if (Lock(file, (readOnly ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0)
         return;
     if (errno != EWOULDBLOCK)
         ThrowErrno("Cannot lock the database", path, errno);
-    bool const isOnlyRead = !readOnly && Lock(descriptor, LOCK_SH | LOCK_NB) == 0;
+    bool const isOnlyRead = !readOnly && Lock(file, LOCK_SH | LOCK_NB) == 0;
+    Lock(file, LOCK_UN); // said aloud: see File::Release()
     ThrowReason(KVOSimException::Kind::InUse, kOpening, path,
                 isOnlyRead ? "it is open for reading elsewhere" : "it is open for writing elsewhere");
 }
 
-void OpenLocked(std::string const& path, bool readOnly, int& descriptor)
+Descriptor OpenLocked(std::string const& path, bool readOnly)
 {
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         // Not blocking: a named pipe would wait for its other end.
-        descriptor = open(path.c_str(), (readOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC | O_NONBLOCK);
+        Descriptor file(open(path.c_str(), (readOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC | O_NONBLOCK));
         struct stat status;
-        if (descriptor < 0 || fstat(descriptor, &status) != 0)
+        if (!file.IsOpen() || fstat(file.Number(), &status) != 0)
             ThrowErrno(kOpening, path, errno);
         if (!S_ISREG(status.st_mode))
             ThrowReason(KVOSimException::Kind::Foreign, kOpening, path,
                         S_ISDIR(status.st_mode) ? "it is a folder" : "it is no regular file");
-        LockOpened(path, descriptor, readOnly);
+        LockOpened(path, file, readOnly);
         bool named = false;
-        if (int const error = FindWhetherStillNamed(descriptor, path, named))
+        if (int const error = FindWhetherStillNamed(file, path, named))
             ThrowErrno(kOpening, path, error);
         if (named)
-            return;
-        close(descriptor);
-        descriptor = -1;
+            return file;
     }
     ThrowReason(KVOSimException::Kind::InUse, kOpening, path, "it is replaced again and again");
 }
@@ -142,11 +141,11 @@ void CheckBeginning(DriverFile const& driver, std::string const& path, bool read
     constexpr unsigned char kSignature[8] = {0x89, 'H', 'D', 'F', '\r', '\n', 0x1a, '\n'};
     std::byte begin[FileMark::kEnd] = {};
     std::size_t read = 0;
-    if (int const error = io::Read(driver.descriptor, begin, sizeof begin, 0, read))
+    if (int const error = io::Read(driver.Number(), begin, sizeof begin, 0, read))
         ThrowErrno(kOpening, path, error);
     if (read == 0)
         ThrowReason(KVOSimException::Kind::Damaged, kOpening, path, "it is empty; if it is being created, that was not completed");
-    driver.held.Overlay(0, begin, sizeof begin);
+    driver.Held().Overlay(0, begin, sizeof begin);
 
     if (std::memcmp(begin, kSignature, sizeof kSignature) != 0) {
         // Of a file that was never committed, not even the mark need have reached the disk when the power went.
@@ -160,7 +159,7 @@ void CheckBeginning(DriverFile const& driver, std::string const& path, bool read
         std::uint64_t expected;
         std::memcpy(&expected, begin + kEndAt, sizeof expected);
         struct stat status;
-        if (fstat(driver.descriptor, &status) != 0)
+        if (fstat(driver.Number(), &status) != 0)
             ThrowErrno(kOpening, path, errno);
         if (auto const length = static_cast<std::uint64_t>(status.st_size); length < expected)
             ThrowReason(KVOSimException::Kind::Damaged, kOpening, path,
@@ -211,9 +210,9 @@ hid_t BeginFile(std::string const& path, std::shared_ptr<DriverFile> const& driv
     Hid const creation(Checked(H5Pcreate(H5P_FILE_CREATE), kCreating, path));
     if (H5Pset_file_space_strategy(creation, H5F_FSPACE_STRATEGY_NONE, false, 1) < 0)
         ThrowHdf5(kCreating, path);
-    driver->isNew = true;
+    driver->Enter(DriverFile::Phase::Begin);
     hid_t const file = Checked(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, creation, access), kCreating, path);
-    driver->isNew = false;
+    driver->Enter(DriverFile::Phase::Use);
     return file;
 }
 
@@ -249,7 +248,7 @@ std::shared_ptr<File> File::Create(std::string const& path, Kind kind)
     State& state = *file->m_state;
     state.path = path;
     state.scratch = kind == Kind::Scratch;
-    MakeLocked(path, state.scratch ? kScratchMode : kDatabaseMode, state.driver->descriptor);
+    ::Descriptor made = MakeLocked(path, state.scratch ? kScratchMode : kDatabaseMode);
     struct Undo {
         std::string const& path;
         bool done = false;
@@ -259,9 +258,10 @@ std::shared_ptr<File> File::Create(std::string const& path, Kind kind)
                 unlink(path.c_str());
         }
     } undo{path};
+    state.driver = std::make_shared<DriverFile>(std::move(made));
     if (!state.scratch)
         state.persistence.emplace(path, RealPath(path), state.driver).Begin();
-    else if (int const error = scratch_mark::Write(state.driver->descriptor))
+    else if (int const error = scratch_mark::Write(state.driver->Number()))
         ThrowErrno(kCreating, path, error);
     state.file = BeginFile(path, state.driver);
     undo.done = true;
@@ -274,7 +274,7 @@ std::shared_ptr<File> File::Open(std::string const& path, bool readOnly)
     State& state = *file->m_state;
     state.path = path;
     state.readOnly = readOnly;
-    OpenLocked(path, readOnly, state.driver->descriptor);
+    state.driver = std::make_shared<DriverFile>(OpenLocked(path, readOnly));
     Persistence& persistence = state.persistence.emplace(path, RealPath(path), state.driver);
     persistence.Recover(readOnly);
     CheckBeginning(*state.driver, path, readOnly);
@@ -296,7 +296,9 @@ File::~File()
 void File::Release() noexcept
 {
     State& state = *m_state;
-    state.driver->discarding = true;
+    if (state.driver == nullptr)
+        return;
+    state.driver->Enter(DriverFile::Phase::Discard);
     if (state.file >= 0) {
         Hdf5Guard const guard(std::nothrow);
         H5Fclose(state.file);
@@ -304,14 +306,10 @@ void File::Release() noexcept
     state.file = H5I_INVALID_HID;
     state.persistence.reset();
     m_attachment.reset();
-    if (state.driver->descriptor >= 0) {
-        // Said aloud, because a child of fork() that lives on would keep the lock.
-        if (state.owner == getpid())
-            flock(state.driver->descriptor, LOCK_UN);
-        close(state.driver->descriptor);
-    }
-    state.driver->descriptor = -1;
-    state.driver->held.Clear();
+    // Said aloud, because a child of fork() that lives on would keep the lock.
+    if (state.driver->Number() >= 0 && state.owner == getpid())
+        flock(state.driver->Number(), LOCK_UN);
+    state.driver->Close();
 }
 
 void File::Commit()
@@ -339,10 +337,10 @@ void File::Close()
         return;
     // Closing may change what is held once more, so the commit comes after it; but not when HDF5 could not flush all.
     Flush(state.file, state.path);
-    state.driver->closing = true;
+    state.driver->Enter(DriverFile::Phase::Close);
     CloseHdf5(std::exchange(state.file, H5I_INVALID_HID), state.path);
-    if (state.driver->closingError != 0)
-        ThrowErrno(kClosing, state.path, state.driver->closingError);
+    if (int const error = state.driver->ClosingError())
+        ThrowErrno(kClosing, state.path, error);
     state.persistence->Commit();
     state.persistence->Finish();
 }
@@ -387,33 +385,28 @@ hid_t File::Hdf5() const noexcept
 
 int File::Descriptor() const noexcept
 {
-    return m_state->driver->descriptor;
+    return m_state->driver->Number();
 }
 
 std::uint64_t File::End() const noexcept
 {
-    return m_state->driver->end;
+    return m_state->driver->End();
 }
 
 void File::ReadMetadata(std::uint64_t address, void* data, std::size_t bytes) const
 {
-    std::size_t read = 0;
-    if (int const error = io::Read(Descriptor(), data, bytes, address, read))
+    if (int const error = m_state->driver->ReadCatalogue(address, data, bytes))
         ThrowErrno("Cannot read the catalogue of the database", Path(), error);
-    std::memset(static_cast<std::byte*>(data) + read, 0, bytes - read);
-    m_state->driver->held.Overlay(address, data, bytes);
 }
 
 void File::SetFinding(bool finding) noexcept
 {
-    m_state->driver->finding = finding;
-    if (finding)
-        m_state->driver->valuesAt = UINT64_MAX;
+    m_state->driver->SetFinding(finding);
 }
 
 std::uint64_t File::ValuesAddress() const noexcept
 {
-    return m_state->driver->valuesAt;
+    return m_state->driver->ValuesAddress();
 }
 
 } // namespace simdb

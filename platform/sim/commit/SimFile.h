@@ -67,6 +67,7 @@ public:
     void SetFinding(bool finding) noexcept;
     /// Where HDF5 last read or wrote values; UINT64_MAX when it has not since SetFinding(true).
     std::uint64_t ValuesAddress() const noexcept;
+
     /// What the data path keeps for the file while it is open. Close() drops it in front of the descriptor: a mapping that outlives the
     /// descriptor would hold the lock.
     std::shared_ptr<void>& Attachment() noexcept { return m_attachment; }

@@ -1,13 +1,11 @@
 #include "SimFileDriver.h"
 
-#include "SimIo.h"
-#include "SimJournal.h"
+#include "DriverFile.h"
+#include "Hdf5.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <new>
-#include <sys/stat.h>
 
 namespace simdb
 {
@@ -19,6 +17,7 @@ namespace
 struct OpenFile {
     H5FD_t hdf5;
     std::shared_ptr<DriverFile> file;
+    int handle;
 };
 struct AccessInfo {
     std::shared_ptr<DriverFile> const* file;
@@ -34,8 +33,11 @@ DriverFile const& FileOf(H5FD_t const* hdf5) noexcept
     return *reinterpret_cast<OpenFile const*>(hdf5)->file;
 }
 
-herr_t Report(hid_t minor, char const* what, int error)
+// What a callback returns, with a record for ThrowHdf5() when it failed.
+herr_t Report(int error, hid_t minor, char const* what)
 {
+    if (error == 0)
+        return 0;
     char buffer[128];
     H5Epush2(H5E_DEFAULT, kDriverErrors, "simdb", static_cast<unsigned>(error), H5E_ERR_CLS, H5E_VFL, minor, "%s: %s", what,
              strerror_r(error, buffer, sizeof buffer));
@@ -45,7 +47,7 @@ herr_t Report(hid_t minor, char const* what, int error)
 H5FD_t* OpenCallback(char const*, unsigned, hid_t accessList, haddr_t)
 {
     auto const* const info = static_cast<AccessInfo const*>(H5Pget_driver_info(accessList));
-    auto* const open = info != nullptr ? new (std::nothrow) OpenFile{{}, *info->file} : nullptr;
+    auto* const open = info != nullptr ? new (std::nothrow) OpenFile{{}, *info->file, (*info->file)->Number()} : nullptr;
     return open != nullptr ? &open->hdf5 : nullptr;
 }
 
@@ -66,54 +68,30 @@ herr_t QueryCallback(H5FD_t const*, unsigned long* features)
 
 haddr_t GetEndOfAllocation(H5FD_t const* hdf5, H5FD_mem_t)
 {
-    return FileOf(hdf5).end;
+    return FileOf(hdf5).End();
 }
 
 herr_t SetEndOfAllocation(H5FD_t* hdf5, H5FD_mem_t, haddr_t end)
 {
-    DriverFile& file = FileOf(hdf5);
-    // The first piece of a new file is the superblock; the mark comes behind it.
-    if (file.isNew && file.end == 0)
-        end = std::max<haddr_t>(end, FileMark::kEnd);
-    file.end = end;
+    FileOf(hdf5).SetEnd(end);
     return 0;
 }
 
-// Large pieces begin at a page, so that values are moved and mapped whole; those of the size of a large page at one, so that the system
-// can keep and map them as such, unless they would take an eighth more room by it. Small ones would waste what they use.
-haddr_t AlignmentOf(hsize_t bytes) noexcept
+haddr_t Allocate(H5FD_t* hdf5, H5FD_mem_t, hid_t, hsize_t bytes)
 {
-    constexpr hsize_t kLarge = 16384, kPage = 4096, kLargePage = hsize_t(2) << 20;
-    if (bytes < kLarge)
-        return 1;
-    return bytes >= kLargePage && (0 - bytes) % kLargePage <= bytes / 8 ? kLargePage : kPage;
+    std::uint64_t address = 0;
+    return FileOf(hdf5).Allocate(bytes, address) ? address : HADDR_UNDEF;
 }
 
-haddr_t Allocate(H5FD_t* hdf5, H5FD_mem_t type, hid_t, hsize_t bytes)
-{
-    haddr_t const alignment = AlignmentOf(bytes), end = FileOf(hdf5).end;
-    haddr_t const address = (end + alignment - 1) / alignment * alignment;
-    if (address < end || address + bytes < address || address + bytes > INT64_MAX)
-        return HADDR_UNDEF;
-    SetEndOfAllocation(hdf5, type, address + bytes);
-    return address;
-}
-
-// HDF5 takes an end of 0 for a file that it has to begin, and refuses a file that ends before its superblock says.
 haddr_t GetEndOfFile(H5FD_t const* hdf5, H5FD_mem_t)
 {
-    DriverFile const& file = FileOf(hdf5);
-    if (file.isNew)
-        return file.end;
-    struct stat status;
-    if (fstat(file.descriptor, &status) != 0)
-        return HADDR_UNDEF;
-    return std::max<haddr_t>(static_cast<haddr_t>(status.st_size), file.held.End());
+    std::uint64_t length = 0;
+    return FileOf(hdf5).FindLength(length) == 0 ? length : HADDR_UNDEF;
 }
 
 herr_t GetHandle(H5FD_t* hdf5, hid_t, void** handle)
 {
-    *handle = &FileOf(hdf5).descriptor;
+    *handle = &reinterpret_cast<OpenFile*>(hdf5)->handle;
     return 0;
 }
 
@@ -125,44 +103,16 @@ herr_t FreeNothing(H5FD_t*, H5FD_mem_t, hid_t, haddr_t, hsize_t)
 herr_t ReadCallback(H5FD_t* hdf5, H5FD_mem_t type, hid_t, haddr_t address, std::size_t bytes, void* data)
 {
     DriverFile& file = FileOf(hdf5);
-    bool const held = type != H5FD_MEM_DRAW;
-    if (!held)
-        file.valuesAt = address;
-    if (!held && file.finding)
-        return 0;
-    if (!held || !file.held.Covers(address, bytes)) {
-        std::size_t read = 0;
-        if (int const error = io::Read(file.descriptor, data, bytes, address, read))
-            return Report(H5E_READERROR, "cannot read the file", error);
-        std::memset(static_cast<char*>(data) + read, 0, bytes - read);
-    }
-    if (held)
-        file.held.Overlay(address, data, bytes);
-    return 0;
+    int const error = type == H5FD_MEM_DRAW ? file.ReadValues(address, data, bytes) : file.ReadCatalogue(address, data, bytes);
+    return Report(error, H5E_READERROR, "cannot read the file");
 }
 
 herr_t WriteCallback(H5FD_t* hdf5, H5FD_mem_t type, hid_t, haddr_t address, std::size_t bytes, void const* data)
 {
     DriverFile& file = FileOf(hdf5);
-    if (file.discarding)
-        return 0;
-    auto const fail = [&](hid_t minor, char const* text, int error) -> herr_t {
-        if (!file.closing)
-            return Report(minor, text, error);
-        file.closingError = error;
-        return 0;
-    };
-    if (type == H5FD_MEM_DRAW) {
-        file.valuesAt = address;
-        int const error = io::Write(file.descriptor, data, bytes, address);
-        return error == 0 ? 0 : fail(H5E_WRITEERROR, "cannot write the file", error);
-    }
-    try {
-        file.held.Put(address, data, bytes);
-        return 0;
-    } catch (std::bad_alloc const&) {
-        return fail(H5E_NOSPACE, "cannot hold a change of the catalogue", ENOMEM);
-    }
+    if (type == H5FD_MEM_DRAW)
+        return Report(file.WriteValues(address, data, bytes), H5E_WRITEERROR, "cannot write the file");
+    return Report(file.WriteCatalogue(address, data, bytes), H5E_NOSPACE, "cannot hold a change of the catalogue");
 }
 
 // No cmp: every opening is a file of its own for HDF5, also one by its own drivers; flock keeps writers apart. No lock and unlock: File

@@ -90,10 +90,10 @@ int Reserve(int descriptor, std::uint64_t offset, std::uint64_t bytes) noexcept
     return error == EOPNOTSUPP || error == ENOSYS ? Result(ftruncate(descriptor, static_cast<off_t>(length))) : error;
 }
 
-int OpenOrMake(std::string const& path, unsigned mode, int& descriptor) noexcept
+int OpenOrMake(std::string const& path, unsigned mode, Descriptor& file) noexcept
 {
-    descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, mode);
-    return descriptor >= 0 ? 0 : errno;
+    file = Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, mode));
+    return file.IsOpen() ? 0 : errno;
 }
 
 int Remove(std::string const& path) noexcept
@@ -109,12 +109,8 @@ int SyncFolderOf(std::string const& path) noexcept
             return ENAMETOOLONG;
         name[path.copy(name, slash + 1)] = '\0';
     }
-    int const folder = open(name, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folder < 0)
-        return errno;
-    int const error = Result(fsync(folder));
-    close(folder);
-    return error;
+    Descriptor const folder(open(name, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return folder.IsOpen() ? Result(fsync(folder.Number())) : errno;
 }
 
 } // namespace simdb::io

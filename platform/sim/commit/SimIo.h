@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Descriptor.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -22,7 +24,7 @@ int SetLength(int descriptor, std::uint64_t length) noexcept;
 /// Takes room on the disk for [offset, offset + bytes) and lengthens the file to hold it; where a file system cannot, it lengthens only.
 int Reserve(int descriptor, std::uint64_t offset, std::uint64_t bytes) noexcept;
 /// Opens the file for reading and writing, making it where it is missing; never through a symbolic link.
-int OpenOrMake(std::string const& path, unsigned mode, int& descriptor) noexcept;
+int OpenOrMake(std::string const& path, unsigned mode, Descriptor& file) noexcept;
 int Remove(std::string const& path) noexcept;
 /// Makes the names in the folder of `path` durable.
 int SyncFolderOf(std::string const& path) noexcept;

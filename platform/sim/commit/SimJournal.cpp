@@ -8,7 +8,7 @@
 #include <fcntl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
-#include <unistd.h>
+#include <utility>
 
 namespace simdb
 {
@@ -197,35 +197,25 @@ std::optional<Journal> Journal::Parse(std::vector<std::byte> image)
     return journal;
 }
 
-JournalFile::~JournalFile()
-{
-    if (m_descriptor >= 0)
-        close(m_descriptor);
-}
-
 int JournalFile::Read(std::optional<Journal>& journal) const
 {
     journal.reset();
-    int const descriptor = open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-    if (descriptor < 0)
+    Descriptor const file(open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (!file.IsOpen())
         return errno == ENOENT ? 0 : errno;
-    struct Closing {
-        int descriptor;
-        ~Closing() { close(descriptor); }
-    } const closing{descriptor};
     struct stat status;
-    if (fstat(descriptor, &status) != 0)
+    if (fstat(file.Number(), &status) != 0)
         return errno;
     if (!S_ISREG(status.st_mode))
         return EINVAL;
     FirstHeader header;
     std::size_t read = 0;
-    if (int const error = io::Read(descriptor, &header, sizeof header, 0, read))
+    if (int const error = io::Read(file.Number(), &header, sizeof header, 0, read))
         return error;
     if (read < sizeof header || !IsPlausible(header, static_cast<std::uint64_t>(status.st_size)))
         return 0;
     std::vector<std::byte> image(header.totalBytes);
-    if (int const error = io::Read(descriptor, image.data(), image.size(), 0, read))
+    if (int const error = io::Read(file.Number(), image.data(), image.size(), 0, read))
         return error;
     image.resize(read);
     journal = Journal::Parse(std::move(image));
@@ -234,16 +224,14 @@ int JournalFile::Read(std::optional<Journal>& journal) const
 
 int JournalFile::Open() noexcept
 {
-    if (m_descriptor >= 0)
+    if (m_file.IsOpen())
         return 0;
-    int descriptor = -1;
-    if (int const error = io::OpenOrMake(m_path, m_mode, descriptor))
+    Descriptor file;
+    if (int const error = io::OpenOrMake(m_path, m_mode, file))
         return error;
-    if (int const error = io::SyncFolderOf(m_path)) {
-        close(descriptor);
+    if (int const error = io::SyncFolderOf(m_path))
         return error;
-    }
-    m_descriptor = descriptor;
+    m_file = std::move(file);
     return 0;
 }
 
@@ -251,7 +239,7 @@ int JournalFile::Begin() noexcept
 {
     if (int const error = Open())
         return error;
-    return io::Sync(m_descriptor);
+    return io::Sync(m_file.Number());
 }
 
 int JournalFile::Write(Journal const& journal) noexcept
@@ -259,9 +247,9 @@ int JournalFile::Write(Journal const& journal) noexcept
     if (int const error = Open())
         return error;
     auto const image = journal.Image();
-    int error = io::Write(m_descriptor, image.data(), image.size(), 0);
+    int error = io::Write(m_file.Number(), image.data(), image.size(), 0);
     if (error == 0)
-        error = io::Sync(m_descriptor);
+        error = io::Sync(m_file.Number());
     if (error != 0)
         Drop(); // it may be complete: what was reported as failed must not come true at the next opening
     return error;
@@ -272,7 +260,7 @@ int JournalFile::Drop() noexcept
     constexpr std::array<std::byte, sizeof(Header)> kNothing{};
     if (int const error = Open())
         return error;
-    return io::Write(m_descriptor, kNothing.data(), kNothing.size(), 0);
+    return io::Write(m_file.Number(), kNothing.data(), kNothing.size(), 0);
 }
 
 int JournalFile::Remove() noexcept

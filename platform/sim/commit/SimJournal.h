@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Descriptor.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -84,7 +86,7 @@ public:
     JournalFile(std::string path, unsigned mode) : m_path(std::move(path)), m_mode(mode) {}
     JournalFile(JournalFile const&) = delete;
     JournalFile& operator=(JournalFile const&) = delete;
-    ~JournalFile();
+    ~JournalFile() = default;
 
     std::string const& Path() const noexcept { return m_path; }
     /// Makes the file. What an earlier session has left in it, or in one of its name that was removed, will not come back when the power
@@ -103,7 +105,7 @@ private:
 
     std::string m_path;
     unsigned m_mode;
-    int m_descriptor = -1;
+    Descriptor m_file;
 };
 
 /// Writes the pieces of `journal` into the file, syncs it, and changes the mark. Doing it again changes nothing.

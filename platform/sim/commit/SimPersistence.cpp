@@ -59,8 +59,7 @@ private:
 } // namespace
 
 Persistence::Persistence(std::string path, std::string const& realPath, std::shared_ptr<DriverFile> file)
-    : m_path(std::move(path)), m_file(std::move(file)),
-      m_journal(realPath + ".journal", StatusOf(m_file->descriptor, m_path).st_mode & 0666)
+    : m_path(std::move(path)), m_file(std::move(file)), m_journal(realPath + ".journal", StatusOf(m_file->Number(), m_path).st_mode & 0666)
 {
 }
 
@@ -68,7 +67,7 @@ void Persistence::Begin()
 {
     // The mark comes first, so that a file whose making was cut short is recognised.
     m_mark = FileMark::New(FileMark::kOffset);
-    if (int const error = io::Write(m_file->descriptor, m_mark.bytes.data(), m_mark.bytes.size(), m_mark.offset))
+    if (int const error = io::Write(m_file->Number(), m_mark.bytes.data(), m_mark.bytes.size(), m_mark.offset))
         ThrowErrno(kCreating, m_path, error);
     if (int const error = m_journal.Remove())
         ThrowErrno("Cannot remove the journal that an earlier file has left,", m_journal.Path(), error);
@@ -78,7 +77,7 @@ FileMark Persistence::MarkAt(std::uint64_t offset) const
 {
     FileMark mark{offset, {}};
     std::size_t read = 0;
-    if (int const error = io::Read(m_file->descriptor, mark.bytes.data(), mark.bytes.size(), mark.offset, read))
+    if (int const error = io::Read(m_file->Number(), mark.bytes.data(), mark.bytes.size(), mark.offset, read))
         ThrowErrno(kOpening, m_path, error);
     return mark;
 }
@@ -93,7 +92,7 @@ void Persistence::RefuseJournal(std::string const& why) const
 bool Persistence::IsToBeApplied(Journal const& journal, bool readOnly)
 {
     FileMark const mark = MarkAt(journal.Before().offset);
-    auto const length = static_cast<std::uint64_t>(StatusOf(m_file->descriptor, m_path).st_size);
+    auto const length = static_cast<std::uint64_t>(StatusOf(m_file->Number(), m_path).st_size);
     bool const isFirstForm = !journal.After();
     bool const isOfThisState = mark == journal.Before();
     // A journal of the first form leaves the mark as it is, so only before commits were counted does the mark tell the state.
@@ -124,7 +123,7 @@ void Persistence::Recover(bool readOnly)
         return;
     if (readOnly) {
         for (Journal::Piece const& piece : journal->Pieces())
-            m_file->held.Put(piece.address, piece.bytes.data(), piece.bytes.size());
+            m_file->Held().Put(piece.address, piece.bytes.data(), piece.bytes.size());
         return;
     }
     m_unfinished = true;
@@ -134,14 +133,14 @@ void Persistence::Recover(bool readOnly)
 void Persistence::BeginChanges()
 {
     m_mark = MarkAt(FileMark::kOffset);
-    m_committedEnd = m_file->end;
-    if (static_cast<std::uint64_t>(StatusOf(m_file->descriptor, m_path).st_size) > m_committedEnd)
-        if (int const error = io::SetLength(m_file->descriptor, m_committedEnd))
+    m_committedEnd = m_file->End();
+    if (static_cast<std::uint64_t>(StatusOf(m_file->Number(), m_path).st_size) > m_committedEnd)
+        if (int const error = io::SetLength(m_file->Number(), m_committedEnd))
             ThrowErrno(kOpening, m_path, error);
     if (!m_mark.IsMark()) { // made by another program: the mark goes behind what is there, not across the edge of a sector
         constexpr std::uint64_t kMarkBytes = FileMark::kEnd - FileMark::kOffset;
-        m_mark = FileMark::New((m_file->end + kMarkBytes - 1) / kMarkBytes * kMarkBytes);
-        m_file->end = m_mark.offset + kMarkBytes;
+        m_mark = FileMark::New((m_file->End() + kMarkBytes - 1) / kMarkBytes * kMarkBytes);
+        m_file->SetEnd(m_mark.offset + kMarkBytes);
     }
 }
 
@@ -155,7 +154,7 @@ bool Persistence::IsInFile(std::uint64_t address, std::span<std::byte const> byt
 {
     std::vector<std::byte> inFile(bytes.size());
     std::size_t read = 0;
-    Require(io::Read(m_file->descriptor, inFile.data(), inFile.size(), address, read));
+    Require(io::Read(m_file->Number(), inFile.data(), inFile.size(), address, read));
     return read == bytes.size() && std::equal(bytes.begin(), bytes.end(), inFile.begin());
 }
 
@@ -163,7 +162,7 @@ bool Persistence::IsInFile(std::uint64_t address, std::span<std::byte const> byt
 std::vector<Journal::Piece> Persistence::Changes() const
 {
     std::vector<Journal::Piece> changes;
-    for (auto const& [address, bytes] : m_file->held.All()) {
+    for (auto const& [address, bytes] : m_file->Held().All()) {
         if (address >= m_committedEnd)
             break;
         auto const committed = std::span(bytes).first(std::min<std::uint64_t>(bytes.size(), m_committedEnd - address));
@@ -176,24 +175,24 @@ std::vector<Journal::Piece> Persistence::Changes() const
 // What the last commit does not refer to. After it the file is as long as HDF5 takes it to be.
 void Persistence::WriteAdditions()
 {
-    Gathered gathered(m_file->descriptor);
-    for (auto const& [address, bytes] : m_file->held.All()) {
+    Gathered gathered(m_file->Number());
+    for (auto const& [address, bytes] : m_file->Held().All()) {
         std::uint64_t const skip = address < m_committedEnd ? std::min<std::uint64_t>(bytes.size(), m_committedEnd - address) : 0;
         if (skip < bytes.size())
             Require(gathered.Add(address + skip, std::span(bytes).subspan(skip)));
     }
     Require(gathered.Write());
-    auto const length = static_cast<std::uint64_t>(StatusOf(m_file->descriptor, m_path).st_size);
-    if (length < m_file->end)
-        Require(io::Reserve(m_file->descriptor, length, m_file->end - length));
+    auto const length = static_cast<std::uint64_t>(StatusOf(m_file->Number(), m_path).st_size);
+    if (length < m_file->End())
+        Require(io::Reserve(m_file->Number(), length, m_file->End() - length));
 }
 
 void Persistence::Commit()
 {
     if (m_unfinished)
         CompleteUnfinished();
-    if (m_file->held.IsEmpty())
-        Require(io::Sync(m_file->descriptor)); // values only
+    if (m_file->Held().IsEmpty())
+        Require(io::Sync(m_file->Number())); // values only
     else
         Write();
 }
@@ -205,7 +204,7 @@ void Persistence::BeginJournals()
         return;
     Require(m_journal.Begin());
     FileMark const mark = m_mark.InNewSession();
-    Require(io::Write(m_file->descriptor, mark.bytes.data(), mark.bytes.size(), mark.offset));
+    Require(io::Write(m_file->Number(), mark.bytes.data(), mark.bytes.size(), mark.offset));
     m_mark = mark;
 }
 
@@ -215,12 +214,12 @@ void Persistence::Write()
     if (!changes.empty())
         BeginJournals();
     WriteAdditions();
-    Require(io::Sync(m_file->descriptor));
+    Require(io::Sync(m_file->Number()));
     if (changes.empty()) {
-        m_file->held.Clear();
+        m_file->Held().Clear();
         return;
     }
-    Journal const journal(m_mark, m_file->end, changes);
+    Journal const journal(m_mark, m_file->End(), changes);
     m_journalsBegun = false;
     Require(m_journal.Write(journal));
     m_journalsBegun = true;
@@ -228,12 +227,12 @@ void Persistence::Write()
 
     // From here on the commit counts, whatever happens to this process. Where the file cannot be changed now, that is tried again by the
     // next commit and by Finish().
-    m_committedEnd = m_file->end;
+    m_committedEnd = m_file->End();
     m_unfinished = true;
-    if (Apply(journal, m_file->descriptor) != 0 || m_journal.Drop() != 0)
+    if (Apply(journal, m_file->Number()) != 0 || m_journal.Drop() != 0)
         return;
     m_unfinished = false;
-    m_file->held.Clear();
+    m_file->Held().Clear();
 }
 
 // From the journal and not from what is held: that may have changed since.
@@ -243,7 +242,7 @@ void Persistence::CompleteUnfinished()
     std::optional<Journal> journal;
     int error = m_journal.Read(journal);
     if (error == 0 && journal)
-        error = Apply(*journal, m_file->descriptor);
+        error = Apply(*journal, m_file->Number());
     if (error == 0)
         error = m_journal.Drop();
     if (error != 0)

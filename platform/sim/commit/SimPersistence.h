@@ -1,6 +1,6 @@
 #pragma once
 
-#include "SimFileDriver.h"
+#include "DriverFile.h"
 #include "SimJournal.h"
 
 #include <cstdint>
@@ -16,9 +16,9 @@ namespace simdb
 /// 1. Below m_committedEnd the file holds what the last commit left, but for values and while m_unfinished; changes of it go through the
 ///    journal. From there on it holds nothing that counts, and is written directly.
 /// 2. Before the first journal of a session is begun, the mark in the file was renewed and synced: the journal fits no copy that was made
-/// of
-///    the file before.
-/// 3. While m_unfinished, the journal on the disk is complete and the file can be made whole from it only; `held` then still has all of it.
+///    of the file before.
+/// 3. While m_unfinished, the journal on the disk is complete and the file can be made whole from it only; what is held still has all of
+/// it.
 class Persistence
 {
 public:
