@@ -139,7 +139,7 @@ DenseDrawer& Distribution::Dense(Drawer& drawer)
     std::shared_ptr<DenseDrawer> dense;
     {
         Hdf5Guard const guard(context.BytesForNames());
-        dense = DenseDrawer::Open(session.GetFile(), context.Group(), name.c_str());
+        dense = DenseDrawer::Open(session.GetAccess(), context.Group(), name.c_str());
         dense->SetSums(drawer.sums != nullptr ? drawer.sums : OpenSums(name.OfSums(), dense->Shape()));
     }
     DenseShape const& shape = dense->Shape();
@@ -174,7 +174,7 @@ std::shared_ptr<ValueSums> Distribution::OpenSums(char const* name, DenseShape c
     htri_t const exists = H5Lexists(context.Group(), name, H5P_DEFAULT);
     if (exists < 0)
         ThrowHdf5(kOpening, Path());
-    return exists > 0 ? std::make_shared<ValueSums>(session.GetFile(), context.Group(), name, shape.sizes.size()) : nullptr;
+    return exists > 0 ? std::make_shared<ValueSums>(session.GetAccess(), context.Group(), name, shape.sizes.size()) : nullptr;
 }
 
 void Distribution::WriteSums()

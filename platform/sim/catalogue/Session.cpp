@@ -112,7 +112,7 @@ std::uint32_t IdentityOf(File const& file)
 } // namespace
 
 Session::Session(std::shared_ptr<File> file, std::string const& path)
-    : m_serial(NextSerial()), m_path(path), m_file(std::move(file)), m_version(kVersion)
+    : m_serial(NextSerial()), m_path(path), m_file(std::move(file)), m_access(std::make_shared<FileAccess>(m_file)), m_version(kVersion)
 {
 }
 
@@ -273,6 +273,7 @@ void Session::Close()
     for (auto const& context : m_contexts)
         context->Detach();
     Registry::Remove(m_serial);
+    m_access.reset();
     std::exchange(m_file, nullptr)->Close();
 }
 
@@ -283,6 +284,7 @@ void Session::Detach() noexcept
     for (auto const& context : m_contexts)
         context->Detach();
     m_contexts.clear();
+    m_access.reset();
     m_file.reset();
 }
 

@@ -12,6 +12,8 @@
 namespace simdb
 {
 
+class FileAccess;
+
 /// An open database: its file, its contexts and its open transactions. Identifiers find it by its serial number, which is never given
 /// again in the process.
 class Session : public std::enable_shared_from_this<Session>
@@ -31,6 +33,8 @@ public:
 
     std::uint64_t Serial() const noexcept { return m_serial; }
     std::shared_ptr<File> const& GetFile() const noexcept { return m_file; }
+    /// The way to the bytes of values, for all drawers of the file.
+    std::shared_ptr<FileAccess> const& GetAccess() const noexcept { return m_access; }
     bool IsOpen() const noexcept { return m_file != nullptr; }
     std::string const& Path() const noexcept { return m_path; }
     bool IsScratch() const noexcept { return m_file->IsScratch(); }
@@ -71,6 +75,7 @@ private:
     std::uint64_t m_serial;
     std::string m_path;
     std::shared_ptr<File> m_file;
+    std::shared_ptr<FileAccess> m_access; ///< gone before the file is closed
     std::int32_t m_version;
     std::uint32_t m_identity = 0;
     std::vector<std::shared_ptr<Context>> m_contexts;

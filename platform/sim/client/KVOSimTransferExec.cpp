@@ -45,10 +45,10 @@ void KVOSimTransfer::MakeDenseDrawer(char const* doing)
         sets.push_back(context.SetOf(dim.set, doing));
         shape.sizes.push_back(sets.back()->size);
     }
-    auto const& file = context.OpenSession(doing).GetFile();
-    auto dense = simdb::DenseDrawer::Create(file, shape);
+    auto const& access = context.OpenSession(doing).GetAccess();
+    auto dense = simdb::DenseDrawer::Create(access, shape);
     if (KeepsChecksums())
-        dense->SetSums(std::make_shared<simdb::ValueSums>(file, simdb::ChunkGrid(shape.sizes, shape.chunkSizes).ChunkCounts()));
+        dense->SetSums(std::make_shared<simdb::ValueSums>(access, simdb::ChunkGrid(shape.sizes, shape.chunkSizes).ChunkCounts()));
     m_drawer = m_distribution->AddDrawer(KVOSimDenseDrawer, std::move(sets), std::move(dense), nullptr).number;
     m_newDrawer = NewDrawer::None;
 }

@@ -305,7 +305,6 @@ void File::Release() noexcept
     }
     state.file = H5I_INVALID_HID;
     state.persistence.reset();
-    m_attachment.reset();
     // Said aloud, because a child of fork() that lives on would keep the lock.
     if (state.driver->Number() >= 0 && state.owner == getpid())
         flock(state.driver->Number(), LOCK_UN);

@@ -68,17 +68,12 @@ public:
     /// Where HDF5 last read or wrote values; UINT64_MAX when it has not since SetFinding(true).
     std::uint64_t ValuesAddress() const noexcept;
 
-    /// What the data path keeps for the file while it is open. Close() drops it in front of the descriptor: a mapping that outlives the
-    /// descriptor would hold the lock.
-    std::shared_ptr<void>& Attachment() noexcept { return m_attachment; }
-
 private:
     struct State;
     explicit File(std::unique_ptr<State> state) noexcept;
     void Release() noexcept;
 
     std::unique_ptr<State> m_state;
-    std::shared_ptr<void> m_attachment;
 };
 
 } // namespace simdb

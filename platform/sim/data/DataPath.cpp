@@ -31,12 +31,12 @@ Extents BufferExtents(std::span<Range const> ranges) noexcept
 class DataPath::MappedCopies
 {
 public:
-    explicit MappedCopies(FileAccess& files) noexcept : access(files) { access.Begin(); }
+    explicit MappedCopies(FileAccess& access) noexcept : m_access(access) { m_access.Begin(); }
 
     /// The parts at `offset` of the file must have been handed out by the mapping. Exactly one of the buffers is given.
     void Add(StridedRuns const& runs, std::uint64_t offset, std::byte const* source, std::byte* target) noexcept
     {
-        Make({access.Again(offset), runs.runBytes});
+        Make({m_access.Again(offset), runs.runBytes});
         m_runs = runs;
         m_offset = offset;
         m_source = source;
@@ -44,26 +44,25 @@ public:
     }
     void Finish() noexcept { Make({}); }
 
-    FileAccess& access;
-
 private:
     void Make(Upcoming const& upcoming) noexcept
     {
         if (m_source != nullptr)
-            CopyToFirst(m_runs, access.Again(m_offset), m_source, upcoming);
+            CopyToFirst(m_runs, m_access.Again(m_offset), m_source, upcoming);
         else if (m_target != nullptr)
-            CopyToSecond(m_runs, access.Again(m_offset), m_target, upcoming);
+            CopyToSecond(m_runs, m_access.Again(m_offset), m_target, upcoming);
         m_source = m_target = nullptr;
     }
 
+    FileAccess& m_access;
     StridedRuns m_runs{{}, {}, {}, 0};
     std::uint64_t m_offset = 0;
     std::byte const* m_source = nullptr;
     std::byte* m_target = nullptr;
 };
 
-DataPath::DataPath(File& file, Hdf5Dataset& dataset, bool isNew)
-    : m_file(file), m_dataset(dataset), m_valueBytes(static_cast<std::size_t>(KVOSimTypeKeySize(dataset.Shape().typeKey))),
+DataPath::DataPath(FileAccess& access, Hdf5Dataset& dataset, bool isNew)
+    : m_access(access), m_dataset(dataset), m_valueBytes(static_cast<std::size_t>(KVOSimTypeKeySize(dataset.Shape().typeKey))),
       m_grid(dataset.Shape().sizes, dataset.Shape().chunkSizes),
       m_chunkBytes(static_cast<std::uint64_t>(m_grid.ValuesPerChunk()) * m_valueBytes), m_chunked(!dataset.Shape().chunkSizes.empty()),
       m_table(isNew)
@@ -80,7 +79,7 @@ DataPath::DataPath(File& file, Hdf5Dataset& dataset, bool isNew)
         place.address = *address;
         m_places.emplace().Add({}, place.address, m_chunkBytes);
         if (isNew && m_dataset.Shape().initialValue == std::array<std::byte, 8>{})
-            FileAccess::Of(m_file).Clear(place.address, m_chunkBytes);
+            m_access.Clear(place.address, m_chunkBytes);
     }
     m_table.Set(0, place);
 }
@@ -109,7 +108,7 @@ ChunkPlace DataPath::Place(std::int64_t chunk, Extents const& origin)
 
 void DataPath::Read(std::span<Range const> ranges, void* buffer, Inspect const& inspect)
 {
-    MappedCopies copies(FileAccess::Of(m_file));
+    MappedCopies copies(m_access);
     Extents const extents = BufferExtents(ranges);
     m_grid.ForEachPiece(ranges, [&](ChunkPiece const& piece) {
         auto* const target = static_cast<std::byte*>(buffer) + piece.bufferOffset * static_cast<std::int64_t>(m_valueBytes);
@@ -120,7 +119,7 @@ void DataPath::Read(std::span<Range const> ranges, void* buffer, Inspect const& 
             if (place.state == ChunkPlace::State::Written) {
                 bool const isTarget = runs.IsOneRun() && runs.runBytes == m_chunkBytes;
                 bool const fits = m_chunkBytes <= FileAccess::kStagingBytes;
-                std::byte* const whole = isTarget ? target : fits ? copies.access.Staging() : nullptr;
+                std::byte* const whole = isTarget ? target : fits ? m_access.Staging() : nullptr;
                 inspect(piece.origin, place.address, whole);
                 if (isTarget)
                     return;
@@ -135,24 +134,23 @@ void DataPath::Read(std::span<Range const> ranges, void* buffer, Inspect const& 
 
 void DataPath::ReadPiece(MappedCopies& copies, ChunkPiece const& piece, StridedRuns const& runs, std::byte* buffer)
 {
-    FileAccess& access = copies.access;
     ChunkPlace const place = Place(piece.chunk, piece.origin);
     if (place.state == ChunkPlace::State::Unwritten)
-        return CopyToSecond(runs.Repeating(0), access.Initial(m_dataset.Shape().initialValue, m_valueBytes, runs.runBytes), buffer);
+        return CopyToSecond(runs.Repeating(0), m_access.Initial(m_dataset.Shape().initialValue, m_valueBytes, runs.runBytes), buffer);
     std::uint64_t const offset = place.address + static_cast<std::uint64_t>(piece.chunkOffset) * m_valueBytes;
     if (runs.IsOneRun() && runs.runBytes >= kDirectBytes)
-        return access.ReadMany(offset, buffer, runs.runBytes, BytesToKeep());
-    if (access.ForReading(offset, runs, m_cacheBytes) != nullptr)
+        return m_access.ReadMany(offset, buffer, runs.runBytes, BytesToKeep());
+    if (m_access.ForReading(offset, runs, m_cacheBytes) != nullptr)
         return copies.Add(runs, offset, nullptr, buffer);
     runs.ForEachRun([&](std::int64_t inFile, std::int64_t inBuffer) {
-        access.Read(offset + static_cast<std::uint64_t>(inFile), buffer + inBuffer, runs.runBytes);
+        m_access.Read(offset + static_cast<std::uint64_t>(inFile), buffer + inBuffer, runs.runBytes);
     });
 }
 
 void DataPath::Write(std::span<Range const> ranges, void const* buffer, OnWhole const& onWhole)
 {
-    MappedCopies copies(FileAccess::Of(m_file));
-    m_file.RequireWritable("Cannot write values to");
+    MappedCopies copies(m_access);
+    m_access.GetFile()->RequireWritable("Cannot write values to");
     Extents const extents = BufferExtents(ranges);
     m_grid.ForEachPiece(ranges, [&](ChunkPiece const& piece) {
         auto const* const source = static_cast<std::byte const*>(buffer) + piece.bufferOffset * static_cast<std::int64_t>(m_valueBytes);
@@ -176,11 +174,10 @@ void DataPath::WriteAny(MappedCopies& copies, ChunkPiece const& piece, StridedRu
 
 std::uint32_t DataPath::WriteWhole(MappedCopies& copies, ChunkPiece const& piece, StridedRuns const& runs, std::byte const* buffer)
 {
-    FileAccess& access = copies.access;
     ChunkPlace place = Place(piece.chunk, piece.origin);
     if (place.state == ChunkPlace::State::Written && runs.IsOneRun() && m_chunkBytes >= kDirectBytes) {
-        access.RequireReach(place.address, m_chunkBytes);
-        return access.WriteSummed(place.address, buffer, m_chunkBytes, MayWriteMapped(access, piece.chunk, place), BytesToKeep());
+        m_access.RequireReach(place.address, m_chunkBytes);
+        return m_access.WriteSummed(place.address, buffer, m_chunkBytes, MayWriteMapped(piece.chunk, place), BytesToKeep());
     }
     WriteAny(copies, piece, runs, buffer);
     copies.Finish(); // of a copy that waits nobody knows whether it will be made
@@ -191,15 +188,14 @@ std::uint32_t DataPath::WriteWhole(MappedCopies& copies, ChunkPiece const& piece
 
 void DataPath::WritePiece(MappedCopies& copies, ChunkPiece const& piece, ChunkPlace place, StridedRuns const& runs, std::byte const* buffer)
 {
-    FileAccess& access = copies.access;
     std::uint64_t const offset = place.address + static_cast<std::uint64_t>(piece.chunkOffset) * m_valueBytes;
-    access.RequireReach(offset, static_cast<std::uint64_t>(runs.Span(0)));
+    m_access.RequireReach(offset, static_cast<std::uint64_t>(runs.Span(0)));
     if (runs.IsOneRun() && runs.runBytes >= kDirectBytes)
-        return access.WriteMany(offset, buffer, runs.runBytes, MayWriteMapped(access, piece.chunk, place), BytesToKeep());
-    if (MayWriteMapped(access, piece.chunk, place) && access.ForWriting(offset, runs, buffer, m_cacheBytes) != nullptr)
+        return m_access.WriteMany(offset, buffer, runs.runBytes, MayWriteMapped(piece.chunk, place), BytesToKeep());
+    if (MayWriteMapped(piece.chunk, place) && m_access.ForWriting(offset, runs, buffer, m_cacheBytes) != nullptr)
         return copies.Add(runs, offset, buffer, nullptr);
     runs.ForEachRun([&](std::int64_t inFile, std::int64_t inBuffer) {
-        access.Write(offset + static_cast<std::uint64_t>(inFile), buffer + inBuffer, runs.runBytes);
+        m_access.Write(offset + static_cast<std::uint64_t>(inFile), buffer + inBuffer, runs.runBytes);
     });
 }
 
@@ -214,18 +210,16 @@ std::uint64_t DataPath::BytesToKeep() const noexcept
 
 void* DataPath::InPlace(std::span<Range const> ranges, bool toWrite)
 {
-    FileAccess& access = FileAccess::Of(m_file);
     return FindInPlace(ranges, [&](std::int64_t chunk, ChunkPlace& place, std::uint64_t offset, std::uint64_t bytes) {
-        bool const may = !toWrite || MayWriteMapped(access, chunk, place);
-        return may ? access.InPlace(offset, bytes, BytesToKeep(), toWrite) : nullptr;
+        bool const may = !toWrite || MayWriteMapped(chunk, place);
+        return may ? m_access.InPlace(offset, bytes, BytesToKeep(), toWrite) : nullptr;
     });
 }
 
 void const* DataPath::FetchInPlace(std::span<Range const> ranges)
 {
-    FileAccess& access = FileAccess::Of(m_file);
     return FindInPlace(ranges, [&](std::int64_t, ChunkPlace const&, std::uint64_t offset, std::uint64_t bytes) {
-        return access.Fetched(offset, bytes, m_cacheBytes, BytesToKeep() == 0);
+        return m_access.Fetched(offset, bytes, m_cacheBytes, BytesToKeep() == 0);
     });
 }
 
@@ -249,11 +243,11 @@ void* DataPath::FindInPlace(std::span<Range const> ranges, Find const& find)
     return values;
 }
 
-bool DataPath::MayWriteMapped(FileAccess const& access, std::int64_t chunk, ChunkPlace& place)
+bool DataPath::MayWriteMapped(std::int64_t chunk, ChunkPlace& place)
 {
     // A chunk from another session may have lost its blocks: programs that copy files leave zeros out.
     if (place.solid == ChunkPlace::Solid::Unknown) {
-        place.solid = access.HasHole(place.address, m_chunkBytes) ? ChunkPlace::Solid::No : ChunkPlace::Solid::Yes;
+        place.solid = m_access.HasHole(place.address, m_chunkBytes) ? ChunkPlace::Solid::No : ChunkPlace::Solid::Yes;
         m_table.Set(chunk, place);
     }
     return place.solid == ChunkPlace::Solid::Yes;
@@ -264,14 +258,13 @@ void DataPath::WriteNewChunk(MappedCopies& copies, ChunkPiece const& piece, Stri
     if (runs.IsOneRun() && runs.runBytes == m_chunkBytes)
         return CreateChunk(piece, buffer);
     DenseShape const& shape = m_dataset.Shape();
-    FileAccess& access = copies.access;
     if (m_chunkBytes > FileAccess::kStagingBytes) {
-        CreateChunk(piece, access.Initial(shape.initialValue, m_valueBytes, m_chunkBytes));
+        CreateChunk(piece, m_access.Initial(shape.initialValue, m_valueBytes, m_chunkBytes));
         return WritePiece(copies, piece, m_table.Find(piece.chunk), runs, buffer);
     }
-    std::byte* const staging = access.Staging();
+    std::byte* const staging = m_access.Staging();
     if (static_cast<std::uint64_t>(runs.NumRuns()) * runs.runBytes < m_chunkBytes)
-        std::memcpy(staging, access.Initial(shape.initialValue, m_valueBytes, m_chunkBytes), m_chunkBytes);
+        std::memcpy(staging, m_access.Initial(shape.initialValue, m_valueBytes, m_chunkBytes), m_chunkBytes);
     CopyToFirst(runs, staging + piece.chunkOffset * static_cast<std::int64_t>(m_valueBytes), buffer);
     CreateChunk(piece, staging);
 }
@@ -315,12 +308,11 @@ void DataPath::ForgetFailedChunk(ChunkPiece const& failed)
 
 void DataPath::Announce(std::span<Range const> ranges)
 {
-    FileAccess const& access = FileAccess::Of(m_file);
     std::uint64_t offset = 0, bytes = 0, left = m_cacheBytes;
     Extents const extents = BufferExtents(ranges);
     auto const announce = [&] {
         if (bytes > 0)
-            access.Announce(offset, bytes);
+            m_access.Announce(offset, bytes);
     };
     m_grid.ForEachPiece(ranges, [&](ChunkPiece const& piece) {
         ChunkPlace const place = left > 0 ? Place(piece.chunk, piece.origin) : ChunkPlace();
@@ -381,13 +373,13 @@ void DataPath::FillMargin(std::size_t dim, std::int64_t oldSize)
     std::span<Range const> const ranges(margin.data(), m_grid.Rank());
     if (std::any_of(ranges.begin(), ranges.end(), [](Range const& range) { return range.Count() < 1; }))
         return;
-    MappedCopies copies(FileAccess::Of(m_file));
+    MappedCopies copies(m_access);
     m_grid.ForEachPiece(ranges, [&](ChunkPiece const& piece) {
         ChunkPlace const place = Place(piece.chunk, piece.origin);
         if (place.state != ChunkPlace::State::Written)
             return;
         StridedRuns const runs = Runs(piece, m_grid.ChunkSizes());
-        std::byte const* const values = copies.access.Initial(m_dataset.Shape().initialValue, m_valueBytes, runs.runBytes);
+        std::byte const* const values = m_access.Initial(m_dataset.Shape().initialValue, m_valueBytes, runs.runBytes);
         WritePiece(copies, piece, place, runs.Repeating(1), values);
         copies.Finish(); // the values may move when they are asked for again
     });

@@ -19,9 +19,9 @@ namespace simdb
 class DataPath
 {
 public:
-    /// @param dataset  outlives this object
-    /// @param isNew    nothing is written yet
-    DataPath(File& file, Hdf5Dataset& dataset, bool isNew);
+    /// @param access,dataset  outlive this object
+    /// @param isNew           nothing is written yet
+    DataPath(FileAccess& access, Hdf5Dataset& dataset, bool isNew);
 
     ChunkGrid const& Grid() const noexcept { return m_grid; }
     void SetCacheBytes(std::uint64_t bytes) noexcept;
@@ -63,10 +63,10 @@ private:
     void ForgetFailedChunk(ChunkPiece const& failed);
     template<class Find>
     void* FindInPlace(std::span<Range const> ranges, Find const& find);
-    bool MayWriteMapped(FileAccess const& access, std::int64_t chunk, ChunkPlace& place);
+    bool MayWriteMapped(std::int64_t chunk, ChunkPlace& place);
     void FillMargin(std::size_t dim, std::int64_t oldSize);
 
-    File& m_file;
+    FileAccess& m_access;
     Hdf5Dataset& m_dataset;
     std::size_t m_valueBytes;
     ChunkGrid m_grid;

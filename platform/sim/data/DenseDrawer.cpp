@@ -15,13 +15,15 @@ namespace simdb
 {
 
 struct DenseDrawer::State {
-    State(std::shared_ptr<File> owner, std::unique_ptr<Hdf5Dataset> data, bool isNew) : file(std::move(owner)), dataset(std::move(data))
+    State(std::shared_ptr<FileAccess> bytes, std::unique_ptr<Hdf5Dataset> data, bool isNew)
+        : access(std::move(bytes)), dataset(std::move(data))
     {
-        if (!FileAccess::Of(*file).LeavesAllToHdf5() && !dataset->IsFiltered())
-            path = std::make_unique<DataPath>(*file, *dataset, isNew);
+        if (!access->LeavesAllToHdf5() && !dataset->IsFiltered())
+            path = std::make_unique<DataPath>(*access, *dataset, isNew);
     }
+    File& GetFile() const noexcept { return *access->GetFile(); }
 
-    std::shared_ptr<File> file;
+    std::shared_ptr<FileAccess> access;
     std::unique_ptr<Hdf5Dataset> dataset;
     std::unique_ptr<DataPath> path; ///< null: HDF5 moves the values
     std::shared_ptr<ValueSums> sums;
@@ -88,17 +90,17 @@ DenseDrawer::DenseDrawer(std::unique_ptr<State> state) noexcept : m_state(std::m
 
 DenseDrawer::~DenseDrawer() = default;
 
-std::shared_ptr<DenseDrawer> DenseDrawer::Create(std::shared_ptr<File> file, DenseShape const& shape)
+std::shared_ptr<DenseDrawer> DenseDrawer::Create(std::shared_ptr<FileAccess> access, DenseShape const& shape)
 {
-    RequireShape(shape, file->Path());
-    auto dataset = std::make_unique<Hdf5Dataset>(file, shape);
-    return std::shared_ptr<DenseDrawer>(new DenseDrawer(std::make_unique<State>(file, std::move(dataset), true)));
+    RequireShape(shape, access->GetFile()->Path());
+    auto dataset = std::make_unique<Hdf5Dataset>(access->GetFile(), shape);
+    return std::shared_ptr<DenseDrawer>(new DenseDrawer(std::make_unique<State>(std::move(access), std::move(dataset), true)));
 }
 
-std::shared_ptr<DenseDrawer> DenseDrawer::Open(std::shared_ptr<File> file, hid_t group, char const* name)
+std::shared_ptr<DenseDrawer> DenseDrawer::Open(std::shared_ptr<FileAccess> access, hid_t group, char const* name)
 {
-    auto dataset = std::make_unique<Hdf5Dataset>(file, group, name);
-    return std::shared_ptr<DenseDrawer>(new DenseDrawer(std::make_unique<State>(file, std::move(dataset), false)));
+    auto dataset = std::make_unique<Hdf5Dataset>(access->GetFile(), group, name);
+    return std::shared_ptr<DenseDrawer>(new DenseDrawer(std::make_unique<State>(std::move(access), std::move(dataset), false)));
 }
 
 void DenseDrawer::LinkTo(hid_t group, char const* name)
@@ -119,14 +121,14 @@ hid_t DenseDrawer::Dataset()
 void DenseDrawer::Read(std::span<Range const> ranges, void* buffer, bool verify)
 {
     constexpr char const* kReading = "Cannot read values of";
-    RequireRanges(Shape().sizes, ranges, kReading, m_state->file->Path());
+    RequireRanges(Shape().sizes, ranges, kReading, m_state->GetFile().Path());
     auto const inspect = [&](Extents const& origin, std::uint64_t address, std::byte* whole) {
-        FileAccess& access = FileAccess::Of(*m_state->file);
+        FileAccess& access = *m_state->access;
         std::uint64_t const bytes = ChunkBytes(Shape());
         std::uint32_t const crc =
             whole != nullptr ? access.ReadSummed(address, whole, bytes, m_state->path->BytesToKeep()) : access.Sum(address, bytes);
         if (std::string const fault = Fault(ChunkAt(origin, Shape()), crc); !fault.empty())
-            ThrowReason(KVOSimException::Kind::Damaged, kReading, m_state->file->Path(), fault);
+            ThrowReason(KVOSimException::Kind::Damaged, kReading, m_state->GetFile().Path(), fault);
     };
     bool const inspects = verify && m_state->sums && !m_state->dataset->IsFiltered();
     if (m_state->path)
@@ -142,9 +144,9 @@ void DenseDrawer::Read(std::span<Range const> ranges, void* buffer, bool verify)
 void DenseDrawer::Write(std::span<Range const> ranges, void const* buffer)
 {
     constexpr char const* kWriting = "Cannot write values to";
-    RequireRanges(Shape().sizes, ranges, kWriting, m_state->file->Path());
+    RequireRanges(Shape().sizes, ranges, kWriting, m_state->GetFile().Path());
     if (m_state->sums) {
-        m_state->file->RequireWritable(kWriting);
+        m_state->GetFile().RequireWritable(kWriting);
         BeginChange(ranges);
     }
     if (!m_state->path)
@@ -163,8 +165,8 @@ void DenseDrawer::BeginChange(std::span<Range const> ranges)
 
 void* DenseDrawer::InPlace(std::span<Range const> ranges, bool toWrite)
 {
-    RequireRanges(Shape().sizes, ranges, "Cannot find values of", m_state->file->Path());
-    if (!m_state->path || (toWrite && !m_state->file->IsWritable()))
+    RequireRanges(Shape().sizes, ranges, "Cannot find values of", m_state->GetFile().Path());
+    if (!m_state->path || (toWrite && !m_state->GetFile().IsWritable()))
         return nullptr;
     if (toWrite && m_state->sums) // first: it may move the mapping
         BeginChange(ranges);
@@ -173,14 +175,14 @@ void* DenseDrawer::InPlace(std::span<Range const> ranges, bool toWrite)
 
 void const* DenseDrawer::FetchInPlace(std::span<Range const> ranges)
 {
-    RequireRanges(Shape().sizes, ranges, "Cannot find values of", m_state->file->Path());
+    RequireRanges(Shape().sizes, ranges, "Cannot find values of", m_state->GetFile().Path());
     return m_state->path ? m_state->path->FetchInPlace(ranges) : nullptr;
 }
 
 void DenseDrawer::Announce(std::span<Range const> ranges) noexcept
 {
     try {
-        RequireRanges(Shape().sizes, ranges, "Cannot announce values of", m_state->file->Path());
+        RequireRanges(Shape().sizes, ranges, "Cannot announce values of", m_state->GetFile().Path());
         if (m_state->path)
             m_state->path->Announce(ranges);
     } catch (...) {
@@ -191,10 +193,10 @@ void DenseDrawer::Announce(std::span<Range const> ranges) noexcept
 void DenseDrawer::Resize(int dim, std::int64_t size)
 {
     DenseShape shape = Shape();
-    std::string const& path = m_state->file->Path();
+    std::string const& path = m_state->GetFile().Path();
     if (dim < 0 || static_cast<std::size_t>(dim) >= shape.sizes.size())
         ThrowReason("Cannot resize a dense drawer of", path, "it has no such dimension");
-    m_state->file->RequireWritable("Cannot resize a dense drawer of");
+    m_state->GetFile().RequireWritable("Cannot resize a dense drawer of");
     shape.sizes[static_cast<std::size_t>(dim)] = size;
     RequireShape(shape, path);
     if (shape.chunkSizes.empty())
@@ -209,7 +211,7 @@ void DenseDrawer::Resize(int dim, std::int64_t size)
 
 void DenseDrawer::ReplaceBy(DenseShape const& shape)
 {
-    DenseDrawer other(std::make_unique<State>(m_state->file, std::make_unique<Hdf5Dataset>(m_state->file, shape), true));
+    DenseDrawer other(std::make_unique<State>(m_state->access, std::make_unique<Hdf5Dataset>(m_state->access->GetFile(), shape), true));
     CopyTo(other);
     other.m_state->dataset->TakePlaceOf(*m_state->dataset);
     m_state.swap(other.m_state);
@@ -243,7 +245,7 @@ bool DenseDrawer::ChunksAllocated(std::span<Range const> chunks) const
     if (shape.chunkSizes.empty())
         return true;
     ChunkGrid const grid(shape.sizes, shape.chunkSizes);
-    RequireRanges(grid.ChunkCounts(), chunks, "Cannot find chunks of", m_state->file->Path());
+    RequireRanges(grid.ChunkCounts(), chunks, "Cannot find chunks of", m_state->GetFile().Path());
     return ChunkGrid::ForEachPlace(chunks, [&](Extents const& at) {
         if (m_state->path)
             return m_state->path->IsWritten(at);
@@ -311,7 +313,7 @@ void DenseDrawer::WriteSums()
         auto const address = ChunkAddress(chunk);
         if (!address)
             return std::nullopt;
-        return FileAccess::Of(*m_state->file).Sum(*address, ChunkBytes(Shape()));
+        return m_state->access->Sum(*address, ChunkBytes(Shape()));
     });
 }
 
@@ -328,7 +330,7 @@ std::int64_t DenseDrawer::CheckValues(std::function<void(std::string const& what
         ValueSums::Place const chunk(at.begin(), at.begin() + static_cast<std::ptrdiff_t>(chunks.size()));
         if (auto const address = ChunkAddress(chunk)) {
             ++checked;
-            std::uint32_t const crc = FileAccess::Of(*m_state->file).Sum(*address, ChunkBytes(Shape()));
+            std::uint32_t const crc = m_state->access->Sum(*address, ChunkBytes(Shape()));
             if (std::string const fault = Fault(chunk, crc); !fault.empty())
                 onDamage(fault);
         }
@@ -345,8 +347,7 @@ std::string DenseDrawer::Fault(std::vector<std::int64_t> const& chunk, std::uint
         DenseShape const& shape = Shape();
         if (!m_state->initialCrc) {
             std::byte const* const values =
-                FileAccess::Of(*m_state->file)
-                    .Initial(shape.initialValue, static_cast<std::size_t>(KVOSimTypeKeySize(shape.typeKey)), ChunkBytes(shape));
+                m_state->access->Initial(shape.initialValue, static_cast<std::size_t>(KVOSimTypeKeySize(shape.typeKey)), ChunkBytes(shape));
             m_state->initialCrc = Crc32c(values, ChunkBytes(shape));
         }
         expected = ValueSums::Of(*m_state->initialCrc);
@@ -370,8 +371,9 @@ std::optional<PlacesSum> DenseDrawer::Places() const
 std::optional<ChunkIndex> DenseDrawer::Index() const
 {
     Hdf5Dataset const& dataset = *m_state->dataset;
-    Checked(H5Dflush(dataset.Id()), "Cannot find the chunks of a dense drawer of", m_state->file->Path());
-    return ChunkIndex::Of(*m_state->file, dataset.Id(), Shape().chunkSizes, static_cast<std::size_t>(KVOSimTypeKeySize(Shape().typeKey)));
+    Checked(H5Dflush(dataset.Id()), "Cannot find the chunks of a dense drawer of", m_state->GetFile().Path());
+    return ChunkIndex::Of(m_state->GetFile(), dataset.Id(), Shape().chunkSizes,
+                          static_cast<std::size_t>(KVOSimTypeKeySize(Shape().typeKey)));
 }
 
 void DenseDrawer::ForEachPiece(OnPlace const& onPiece, OnPlace const& onNode)

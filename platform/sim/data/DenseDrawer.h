@@ -1,7 +1,6 @@
 #pragma once
 
 #include "DenseShape.h"
-#include "SimFile.h"
 
 #include <array>
 #include <cstddef>
@@ -13,10 +12,13 @@
 #include <string>
 #include <vector>
 
+#include <hdf5.h>
+
 namespace simdb
 {
 
 class ChunkIndex;
+class FileAccess;
 struct PlacesSum;
 class ValueSums;
 
@@ -31,9 +33,9 @@ class DenseDrawer
 {
 public:
     /// A new dataset without a name; LinkTo() gives it one. A drawer that never gets one disappears with the file's closing.
-    static std::shared_ptr<DenseDrawer> Create(std::shared_ptr<File> file, DenseShape const& shape);
+    static std::shared_ptr<DenseDrawer> Create(std::shared_ptr<FileAccess> access, DenseShape const& shape);
     /// The dataset `name` below `group`. @throws KVOSimException when it is missing or not one of ours (rank, type, chunks)
-    static std::shared_ptr<DenseDrawer> Open(std::shared_ptr<File> file, hid_t group, char const* name);
+    static std::shared_ptr<DenseDrawer> Open(std::shared_ptr<FileAccess> access, hid_t group, char const* name);
     DenseDrawer(DenseDrawer const&) = delete;
     DenseDrawer& operator=(DenseDrawer const&) = delete;
     ~DenseDrawer();

@@ -14,6 +14,7 @@
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
+#include <utility>
 
 namespace simdb
 {
@@ -84,42 +85,33 @@ std::uint64_t CacheBytesDefault() noexcept
     return CacheBytesLimit() / 4;
 }
 
-FileAccess::FileAccess(File const& file)
-    : m_path(file.Path()), m_descriptor(file.Descriptor()), m_writesMapped(!file.IsReadOnly() && StorageOf(m_descriptor) != Storage::Other),
-      m_leavesAllToHdf5(VariableSaysHdf5()), m_mapping(m_descriptor, m_writesMapped, StorageOf(m_descriptor) == Storage::Memory)
+FileAccess::FileAccess(std::shared_ptr<File> file)
+    : m_file(std::move(file)), m_descriptor(m_file->Descriptor()),
+      m_writesMapped(!m_file->IsReadOnly() && StorageOf(m_descriptor) != Storage::Other), m_leavesAllToHdf5(VariableSaysHdf5()),
+      m_mapping(m_descriptor, m_writesMapped, StorageOf(m_descriptor) == Storage::Memory)
 {
-}
-
-FileAccess& FileAccess::Of(File& file)
-{
-    if (!file.IsOpen())
-        ThrowReason("Cannot use values of", file.Path(), "the database is closed");
-    std::shared_ptr<void>& attachment = file.Attachment();
-    if (!attachment)
-        attachment = std::make_shared<FileAccess>(file);
-    return *static_cast<FileAccess*>(attachment.get());
 }
 
 void FileAccess::Read(std::uint64_t offset, void* target, std::size_t bytes)
 {
     std::size_t read = 0;
     if (int const error = io::Read(m_descriptor, target, bytes, offset, read))
-        ThrowErrno("Cannot read values of", m_path, error);
+        ThrowErrno("Cannot read values of", Path(), error);
     if (read < bytes)
-        ThrowReason(KVOSimException::Kind::Damaged, "Cannot read values of", m_path,
+        ThrowReason(KVOSimException::Kind::Damaged, "Cannot read values of", Path(),
                     "the file ends in the middle of them; it was cut short");
 }
 
 void FileAccess::RequireReach(std::uint64_t offset, std::uint64_t bytes)
 {
     if (!m_mapping.Reaches(offset, bytes))
-        ThrowReason("Cannot write values to", m_path, "the file ends in front of their place; it was cut short");
+        ThrowReason("Cannot write values to", Path(), "the file ends in front of their place; it was cut short");
 }
 
 void FileAccess::Write(std::uint64_t offset, void const* source, std::size_t bytes)
 {
     if (int const error = io::Write(m_descriptor, source, bytes, offset))
-        ThrowErrno("Cannot write values to", m_path, error);
+        ThrowErrno("Cannot write values to", Path(), error);
     m_wroteLately.Begin();
     m_takesWrites = true;
 }
@@ -236,14 +228,14 @@ void FileAccess::Clear(std::uint64_t offset, std::uint64_t bytes)
 {
     struct stat status;
     if (fstat(m_descriptor, &status) != 0)
-        ThrowErrno("Cannot make space for values in", m_path, errno);
+        ThrowErrno("Cannot make space for values in", Path(), errno);
     auto const fileBytes = static_cast<std::uint64_t>(status.st_size);
     std::byte const* const zeros = fileBytes > offset ? Initial({}, 1, std::min(bytes, kStagingBytes)) : nullptr;
     for (std::uint64_t at = offset, end = std::min(fileBytes, offset + bytes); at < end; at += kStagingBytes)
         Write(at, zeros, std::min(end - at, kStagingBytes));
     if (fileBytes < offset + bytes)
         if (int const error = io::SetLength(m_descriptor, offset + bytes))
-            ThrowErrno("Cannot make space for values in", m_path, error);
+            ThrowErrno("Cannot make space for values in", Path(), error);
 }
 
 void FileAccess::Announce(std::uint64_t offset, std::uint64_t bytes) const noexcept
@@ -255,7 +247,7 @@ std::byte const* FileAccess::Initial(std::array<std::byte, 8> const& value, std:
 {
     std::byte const* const values = m_initialValues.Bytes(value, valueBytes, bytes);
     if (values == nullptr)
-        ThrowErrno("Cannot get memory for values of", m_path, errno);
+        ThrowErrno("Cannot get memory for values of", Path(), errno);
     return values;
 }
 

@@ -16,9 +16,10 @@ namespace simdb
 class FileAccess
 {
 public:
-    /// The file's one, made when it is first asked for. @throws KVOSimException when the file is closed
-    static FileAccess& Of(File& file);
-    explicit FileAccess(File const& file);
+    /// To be gone, with the drawers that use it, before the file is closed: a mapping that outlives the descriptor would hold the lock.
+    explicit FileAccess(std::shared_ptr<File> file);
+
+    std::shared_ptr<File> const& GetFile() const noexcept { return m_file; }
 
     /// The variable KVO_SIM_DATA_PATH was "hdf5".
     bool LeavesAllToHdf5() const noexcept { return m_leavesAllToHdf5; }
@@ -85,7 +86,9 @@ private:
     void WriteRegions(std::uint64_t offset, std::uint64_t bytes, bool mayBeMapped, std::uint64_t residentBytes, Map const& map,
                       Call const& call);
 
-    std::string m_path;
+    std::string const& Path() const noexcept { return m_file->Path(); }
+
+    std::shared_ptr<File> m_file;
     int m_descriptor;
     bool m_writesMapped;
     bool m_leavesAllToHdf5;

@@ -4,7 +4,11 @@
 #include "Hdf5.h"
 #include "SimFile.h"
 
+#include <cstdint>
+#include <memory>
 #include <optional>
+#include <span>
+#include <string>
 
 namespace simdb
 {

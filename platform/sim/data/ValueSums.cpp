@@ -1,5 +1,6 @@
 #include "ValueSums.h"
 
+#include "FileAccess.h"
 #include "Hdf5.h"
 #include "KVOSimTypeKey.h"
 
@@ -35,17 +36,17 @@ std::vector<Range> At(ValueSums::Place const& place)
 
 } // namespace
 
-ValueSums::ValueSums(std::shared_ptr<File> const& file, std::span<std::int64_t const> counts)
-    : m_stored(DenseDrawer::Create(file, ShapeOf(counts)))
+ValueSums::ValueSums(std::shared_ptr<FileAccess> const& access, std::span<std::int64_t const> counts)
+    : m_stored(DenseDrawer::Create(access, ShapeOf(counts)))
 {
 }
 
-ValueSums::ValueSums(std::shared_ptr<File> const& file, hid_t group, char const* name, std::size_t rank)
-    : m_stored(DenseDrawer::Open(file, group, name))
+ValueSums::ValueSums(std::shared_ptr<FileAccess> const& access, hid_t group, char const* name, std::size_t rank)
+    : m_stored(DenseDrawer::Open(access, group, name))
 {
     DenseShape const& shape = m_stored->Shape();
     if (shape.typeKey != KVOSimUInt32 || shape.sizes.size() != rank || shape.chunkSizes.empty())
-        ThrowReason(KVOSimException::Kind::Damaged, "Cannot open checksums of the database", file->Path(),
+        ThrowReason(KVOSimException::Kind::Damaged, "Cannot open checksums of the database", access->GetFile()->Path(),
                     std::string("the dataset ") + name + " holds none: the file is damaged");
 }
 

@@ -30,9 +30,9 @@ public:
     static constexpr std::uint32_t Of(std::uint32_t crc) noexcept { return crc <= kChanging ? crc + 2 : crc; }
 
     /// A new dataset without a name. @param counts  chunks per dimension
-    ValueSums(std::shared_ptr<File> const& file, std::span<std::int64_t const> counts);
+    ValueSums(std::shared_ptr<FileAccess> const& access, std::span<std::int64_t const> counts);
     /// The dataset `name` below `group`. @throws KVOSimException when it is not one of checksums of that many dimensions
-    ValueSums(std::shared_ptr<File> const& file, hid_t group, char const* name, std::size_t rank);
+    ValueSums(std::shared_ptr<FileAccess> const& access, hid_t group, char const* name, std::size_t rank);
 
     DenseDrawer& Stored() noexcept { return *m_stored; }
 
