@@ -1,9 +1,19 @@
-! Calls the library from Fortran through the module kvo_mtx; stops with an error at the first wrong result.
+! Calls the library from Fortran through the module kvo_mtx; stops with an error at the first wrong result. C++ puts matrices into
+! containers, see container_helper.cpp.
 program module_test
     use, intrinsic :: iso_c_binding, only: c_double, c_double_complex, c_f_pointer, c_f_procpointer, c_funloc, c_funptr, &
-                                           c_int, c_loc, c_ptr, c_size_t
+                                           c_int, c_int64_t, c_loc, c_ptr, c_size_t
     use kvo_mtx
     implicit none
+
+    interface
+        ! Value (i, j) of the new matrix, 0-based, is id + i + 1000 j.
+        subroutine add_matrix(container, id, rows, columns) bind(C)
+            import :: c_int, c_int64_t
+            integer(c_int64_t), value :: container
+            integer(c_int), value :: id, rows, columns
+        end subroutine add_matrix
+    end interface
 
     real(c_double), parameter :: eps = epsilon(1.0_c_double)
 
@@ -13,6 +23,7 @@ program module_test
     call timers_and_sort()
     call sparse_products()
     call products_in_tasks()
+    call containers()
 
 contains
 
@@ -137,4 +148,43 @@ contains
         call check(KVOSRVPARALLELEND() == -2, 'PARALLELEND without a beginning')
     end subroutine products_in_tasks
 
+    subroutine containers()
+        integer(c_int64_t), parameter :: none = 0
+        integer(c_int64_t) :: first, second
+        character(len=5) :: text
+        real(c_double) :: untouched(2)
+        first = KVOSRVMATRIXCONTAINERCREATE()
+        call check(KVOSRVMATRIXCONTAINERTRYCREATE(second) == 0, 'TRYCREATE')
+        call check(first /= none .and. second /= none .and. first /= second, 'CREATE')
+        call add_matrix(first, 5_c_int, 10_c_int, 4_c_int)
+        call add_matrix(second, 5_c_int, 3_c_int, 70_c_int)
+        call check_matrix(first, 5_c_int, 10_c_int, 4_c_int)
+        call check_matrix(second, 5_c_int, 3_c_int, 70_c_int)
+
+        untouched = [3, 4]
+        call check(KVOSRVMATRIXCONTAINERNUMCOLUMNS(first, 6_c_int) == 0, 'NUMCOLUMNS of an unknown matrix')
+        call KVOSRVMATRIXCONTAINERGETVALUES(none, 5_c_int, untouched)
+        call check(KVOSRVMATRIXCONTAINERTRYGETVALUES(first, 6_c_int, untouched) == -2, 'TRYGETVALUES of an unknown matrix')
+        call check(all(untouched == [3, 4]), 'GETVALUES of a matrix that is not there')
+        call check(KVOSRVLASTERROR(text, len(text)) > len(text), 'LASTERROR, the length')
+        call check(text == 'there', 'LASTERROR, the text')
+
+        call KVOSRVMATRIXCONTAINERDELETE(first)
+        call check_matrix(second, 5_c_int, 3_c_int, 70_c_int)
+        call KVOSRVMATRIXCONTAINERDELETE(second)
+        call KVOSRVMATRIXCONTAINERDELETE(none)
+    end subroutine containers
+
+    subroutine check_matrix(container, id, rows, columns)
+        integer(c_int64_t), intent(in) :: container
+        integer(c_int), intent(in) :: id, rows, columns
+        real(c_double) :: guarded(rows*columns + 1)
+        integer :: i, j
+        call check(KVOSRVMATRIXCONTAINERNUMROWS(container, id) == rows, 'NUMROWS')
+        call check(KVOSRVMATRIXCONTAINERNUMCOLUMNS(container, id) == columns, 'NUMCOLUMNS')
+        guarded = -1
+        call KVOSRVMATRIXCONTAINERGETVALUES(container, id, guarded)
+        call check(all(guarded == [((real(id + i + 1000*j, c_double), i=0, rows - 1), j=0, columns - 1), -1.0_c_double]), &
+                   'GETVALUES')
+    end subroutine check_matrix
 end program module_test
