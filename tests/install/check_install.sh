@@ -1,19 +1,18 @@
 #!/usr/bin/env bash
-# usage: check_install.sh BUILD_DIR CONSUMER_SOURCE CMAKE CXX FORTRAN FLAGS
+# usage: check_install.sh BUILD_DIR CONSUMER CMAKE CXX FORTRAN FLAGS
 set -euo pipefail
-build=$1 source=$2 cmake=$3 cxx=$4 fortran=$5 flags=$6
+build=$1 consumer=$2 cmake=$3 cxx=$4 fortran=$5 flags=$6
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 "$cmake" --install "$build" --prefix "$work/first" >"$work/install.log"
 mv "$work/first" "$work/prefix" # an installed tree can be moved
 
-echo "== by find_package"
-"$cmake" -S "$source" -B "$work/build" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" \
-    -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_Fortran_COMPILER="$fortran" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_Fortran_FLAGS="$flags" >"$work/configure.log"
-"$cmake" --build "$work/build"
-"$work/build/consumer"
-"$work/build/fortran_consumer"
+build_project() { # SOURCE BUILD
+    "$cmake" -S "$1" -B "$2" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_Fortran_COMPILER="$fortran" \
+        -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_Fortran_FLAGS="$flags" >"$work/configure.log"
+    "$cmake" --build "$2"
+}
 
 echo "== the README's own programs and recipes"
 mkdir "$work/readme"
@@ -25,9 +24,7 @@ project(readme LANGUAGES CXX Fortran)
 add_executable(app app.cpp)'
     block cmake
 ) >"$work/readme/CMakeLists.txt"
-"$cmake" -S "$work/readme" -B "$work/readme/build" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" \
-    -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_Fortran_COMPILER="$fortran" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_Fortran_FLAGS="$flags" >"$work/configure.log"
-"$cmake" --build "$work/readme/build"
+build_project "$work/readme" "$work/readme/build"
 [ "$("$work/readme/build/app")" = "0.0909091 0.636364" ]
 "$work/readme/build/solver"
 if [ -z "$flags" ]; then # make's gfortran takes no sanitizer
@@ -35,14 +32,12 @@ if [ -z "$flags" ]; then # make's gfortran takes no sanitizer
 fi
 
 echo "== the examples as a project of their own"
-"$cmake" -S "$(dirname "$0")/../../examples" -B "$work/examples" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" \
-    -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_Fortran_COMPILER="$fortran" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_Fortran_FLAGS="$flags" >"$work/configure.log"
-"$cmake" --build "$work/examples"
+build_project "$(dirname "$0")/../../examples" "$work/examples"
 "$(dirname "$cmake")/ctest" --test-dir "$work/examples" --output-on-failure
 
 echo "== by pkg-config"
 export PKG_CONFIG_PATH=$(dirname "$(find "$work/prefix" -name KVOMtxLinearAlgebra.pc)")
 libdir=$(pkg-config --variable=libdir KVOMtxLinearAlgebra)
 # shellcheck disable=SC2046 # the flags are words
-"$cxx" $flags $(pkg-config --cflags KVOMtxLinearAlgebra) "$source/consumer.cpp" -o "$work/by_pkg_config" $(pkg-config --libs KVOMtxLinearAlgebra)
+"$cxx" $flags $(pkg-config --cflags KVOMtxLinearAlgebra) "$consumer" -o "$work/by_pkg_config" $(pkg-config --libs KVOMtxLinearAlgebra)
 LD_LIBRARY_PATH=$libdir "$work/by_pkg_config"
