@@ -74,8 +74,8 @@ class Framed
 {
 public:
     Framed(int rows, int columns)
-        : m_rows(rows), m_columns(columns), m_frame(RandomDense(rows + 5, columns + 3)), m_parent(MakeBla(m_frame)),
-          m_view(m_parent->Submatrix(2, 1 + rows, 1, columns)), values(Part())
+        : m_frame(RandomDense(rows + 5, columns + 3)), m_parent(MakeBla(m_frame)), m_view(m_parent->Submatrix(2, 1 + rows, 1, columns)),
+          values(Part(m_frame, 2, 1 + rows, 1, columns))
     {
     }
     KVOSrvBlaMatrix& operator*() const { return *m_view; }
@@ -83,45 +83,18 @@ public:
     /// Expects everything around the view to be as it was.
     void ExpectFrameUnchanged() const
     {
-        Dense frame = m_frame, now = ValuesOf(*m_parent);
-        for (int j = 1; j <= m_columns; ++j)
-            for (int i = 2; i < m_rows + 2; ++i)
-                frame.At(i, j) = now.At(i, j) = 0.0;
-        EXPECT_TRUE(std::equal(frame.values.begin(), frame.values.end(), now.values.begin(), SameBits));
+        Dense expected = m_frame;
+        Put(expected, ValuesOf(*m_view), 2, 1);
+        ExpectSame(*m_parent, expected);
     }
 
 private:
-    Dense Part() const
-    {
-        Dense part(m_rows, m_columns);
-        for (int j = 0; j < m_columns; ++j)
-            for (int i = 0; i < m_rows; ++i)
-                part.At(i, j) = m_frame.At(i + 2, j + 1);
-        return part;
-    }
-
-    int m_rows, m_columns;
     Dense m_frame;
     BlaPointer m_parent, m_view;
 
 public:
     Dense const values; // the view's first
 };
-
-/// Every element of `matrix` is expected(i, j), a double or an Expected.
-template<class Expectation>
-void ExpectBlaElements(KVOSrvBlaMatrix const& matrix, Expectation const& expectation)
-{
-    Dense values = ValuesOf(matrix);
-    ExpectElements(KVOSrvMatrix(values.rows, values.columns, values.values.data(), false, false), expectation);
-}
-
-inline void ExpectValues(KVOSrvBlaMatrix const& matrix, Dense const& expected)
-{
-    ASSERT_EQ(matrix.NumberOfRows(), expected.rows);
-    ASSERT_EQ(matrix.NumberOfColumns(), expected.columns);
-    ExpectBlaElements(matrix, [&](int i, int j) { return expected.At(i, j); });
-}
 
 /// Lets each allocation of `run` fail in turn, and expects mem_OutOfMemory and the values of `matrix` unchanged. Returns how many there
 /// are.
@@ -131,6 +104,6 @@ int FailEachBlaAllocation(KVOSrvBlaMatrix const& matrix, Run const& run)
     Dense const before = ValuesOf(matrix);
     return FailEach(Allocations(), run, [&](bool threw) {
         if (threw)
-            ExpectValues(matrix, before);
+            ExpectSame(matrix, before);
     });
 }

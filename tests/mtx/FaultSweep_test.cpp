@@ -68,6 +68,7 @@ private:
     KVOSrvSparseMatrix m_read{2, 2};
 };
 
+/// What fails there is the platform's allocator: nothing asks another one.
 class Assembly : public Job
 {
 public:
@@ -77,7 +78,7 @@ public:
         for (KVOSrvSparseMatrixEntry const& entry : m_entries)
             matrix.AddData(entry.row, entry.column, entry.value);
         matrix.EndAssembly();
-        m_sum = ContentOf(matrix).nonzeros;
+        m_sum = matrix.NumberOfNonzeros();
     }
     void Check(bool isDone) override { EXPECT_TRUE(!isDone || m_sum > 100); }
 
@@ -92,27 +93,19 @@ public:
     void Do() override
     {
         KVOSrvMatrix values(20, 1, nullptr, false, false), vectors(20, 20, nullptr, false, false);
-        KVOSrvMatrix a(m_a), b(m_b);
-        a.SolveEigenproblemSymmetric(b, values, vectors);
+        m_a.SolveEigenproblemSymmetric(m_b, values, vectors);
         m_first = values.Values()[0];
     }
     void Check(bool isDone) override { EXPECT_TRUE(!isDone || std::abs(m_first - 1.0) < 1e-12) << m_first; }
 
 private:
-    static KVOSrvMatrix Diagonal(double scale)
+    static KVOSrvMatrix Diagonal(std::function<double(int)> const& entry)
     {
         KVOSrvMatrix matrix(20, 20, nullptr, true, false);
-        std::fill_n(matrix.Values(), 400, 0.0);
-        for (int i = 0; i < 20; ++i)
-            matrix.Values()[21 * i] = i == 0 ? scale : scale * (i + 1);
+        std::generate_n(matrix.Values(), 400, [&, k = 0]() mutable { return k++ % 21 == 0 ? entry(k / 21) : 0.0; });
         return matrix;
     }
-    KVOSrvMatrix m_a = Diagonal(3.0), m_b = [] {
-        KVOSrvMatrix matrix = Diagonal(0.0);
-        for (int i = 0; i < 20; ++i)
-            matrix.Values()[21 * i] = 3.0;
-        return matrix;
-    }();
+    KVOSrvMatrix m_a = Diagonal([](int i) { return 3.0 * (i + 1); }), m_b = Diagonal([](int) { return 3.0; });
     double m_first = 0.0;
 };
 
@@ -143,7 +136,7 @@ protected:
         matrix.SetRows(0, kOrder - 1, values);
         return id;
     }
-    void ExpectNumbers(KVOSimDistributionID const& id) const { ExpectContent(KVOSrvDenseMatrix(id), Dense(Numbers(kOrder, kOrder))); }
+    void ExpectNumbers(KVOSimDistributionID const& id) const { ExpectSame(KVOSrvDenseMatrix(id), Dense(Numbers(kOrder, kOrder))); }
 
     TemporaryFolder m_folder{FolderWithoutDisk()};
     std::string m_path = m_folder / "test.sim";
@@ -151,7 +144,7 @@ protected:
     KVOSimDistributionID m_a, m_b;
 };
 
-class Product : public Stored
+class StoredProduct : public Stored
 {
 public:
     void Do() override
@@ -166,12 +159,7 @@ public:
         ExpectNumbers(m_b);
         Dense const x(Numbers(kOrder, kOrder));
         if (isDone)
-            ExpectContent(KVOSrvDenseMatrix(m_c), [&](int i, int j) {
-                double sum = 0.0;
-                for (int k = 0; k < kOrder; ++k)
-                    sum += x.At(i, k) * x.At(k, j);
-                return sum;
-            });
+            ExpectSame(KVOSrvDenseMatrix(m_c), x * x, 0.25);
     }
 
 private:
@@ -208,14 +196,28 @@ public:
         EXPECT_GE(matrix.NumberOfRows(), m_committed);
         EXPECT_LE(matrix.NumberOfRows(), m_committed + (isDone ? 0 : 1)); // a commit may have failed after it was done
         m_committed = matrix.NumberOfRows();
-        KVOSrvMatrix values(kOrder, kOrder, nullptr, false, false);
-        matrix.GetValues(0, kOrder - 1, 0, kOrder - 1, values);
-        EXPECT_EQ(Dense(values).values, Dense(Numbers(kOrder, kOrder)).values);
+        ExpectSame(Part(Dense(matrix), 0, kOrder - 1, 0, kOrder - 1), Dense(Numbers(kOrder, kOrder)));
         database.Close();
     }
 
 private:
     int m_index = -1, m_committed = kOrder;
+};
+
+/// Makes a file, which goes again unless it has become a database.
+class Creation : public Job
+{
+public:
+    void Do() override
+    {
+        KVOSimDatabase database;
+        database.CreateFile(m_path.c_str(), 0);
+    }
+    void Check(bool isDone) override { EXPECT_EQ(std::filesystem::remove(m_path), isDone); }
+
+private:
+    TemporaryFolder m_folder{FolderWithoutDisk()};
+    std::string m_path = m_folder / "test.sim";
 };
 
 class Container : public Job
@@ -226,7 +228,7 @@ public:
         KVOSrvMatrixContainer container;
         KVOSrvDenseMatrix& matrix = container.Create(1, 30, 30, 8, 8);
         matrix.SetRows(0, 29, Numbers(30, 30));
-        ExpectContent(matrix, Dense(Numbers(30, 30)));
+        ExpectSame(matrix, Dense(Numbers(30, 30)));
         container.Close();
     }
     void Check(bool) override
@@ -253,8 +255,8 @@ TEST(FaultSweep, OfWholeJobsLosesNothingAndLeavesNothingOpen)
 {
     std::pair<char const*, MakeJob> const jobs[] = {
         {"text file", New<SparseFile>(3, 2)},    {"chunked file", New<SparseFile>(6, 1)}, {"dense file", New<SparseFile>(7, 7)},
-        {"assembly", New<Assembly>()},           {"eigenproblem", New<Eigenproblem>()},   {"product", New<Product>()},
-        {"commit and reopening", New<Commit>()}, {"container", New<Container>()},
+        {"assembly", New<Assembly>()},           {"eigenproblem", New<Eigenproblem>()},   {"product", New<StoredProduct>()},
+        {"commit and reopening", New<Commit>()}, {"container", New<Container>()},         {"creation", New<Creation>()},
     };
     std::ptrdiff_t open = 0;
     int swept = 0;
@@ -276,6 +278,7 @@ TEST(FaultSweep, OfWholeJobsLosesNothingAndLeavesNothingOpen)
                 });
             RecordProperty(std::string(name) + ", " + calls.name, std::to_string(failures) + " of " + std::to_string(rounds - 1));
             swept += rounds - 1;
+            EXPECT_FALSE(failures > 0 && std::string(name) == "assembly" && calls.name == "new");
         }
     RecordProperty("calls", swept);
     EXPECT_GT(swept, 500);

@@ -18,7 +18,7 @@ void ExpectProduct(KVOSrvBlaMatrix const& target, Property property, Dense const
     Dense const now = ValuesOf(target);
     bool const lower = now.rows >= now.columns, mirrors = property != kGeneral && std::max(now.rows, now.columns) > kTile;
     double const sign = property == kSkewSymmetric ? -1.0 : 1.0;
-    ExpectBlaElements(target, [&](int i, int j) {
+    ExpectSame(target, [&](int i, int j) {
         bool const mirrored = mirrors && (lower ? i < j : i > j);
         return mirrored ? Expected(sign * now.At(j, i)) : Expected(sums.At(i, j), ProductTolerance(terms, 3.0)); // factors up to 3
     });
@@ -65,7 +65,7 @@ TEST(KVOSrvBlaMatrixProducts, EmptyMatrices)
     Dense const values = RandomDense(3, 2);
     BlaPointer const target = MakeBla(values);
     target->Multiply(tall, wide, 1.0, 2.0, false, false); // a sum of no terms
-    ExpectBlaElements(*target, [&](int i, int j) { return 2.0 * values.At(i, j); });
+    ExpectSame(*target, [&](int i, int j) { return 2.0 * values.At(i, j); });
     KVOSrvBlaMatrix empty(0, 0, nullptr, kSymmetric);
     empty.Multiply(wide, wide, 1.0, 0.0, false, true); // no tile to fetch
 }
@@ -122,7 +122,7 @@ TEST(KVOSrvBlaMatrixProducts, ATileFromElsewhereIsMultipliedAsItIs)
         result->Multiply(replaced < 6 ? operand : *plain, replaced < 6 ? *plain : operand, 1.0, 1.0, true, false);
 
         int const numberOfA[blocks][blocks] = {{0, -1, -1}, {1, 3, -1}, {2, 4, 5}};
-        ExpectBlaElements(*result, [&](int i, int j) {
+        ExpectSame(*result, [&](int i, int j) {
             int const row = std::max(i, j), column = std::min(i, j), block = column / kTile;
             bool const doubled = replaced < 6 ? numberOfA[row / kTile][block] == replaced : block == replaced - 6;
             return Expected((doubled ? 2 : 1) * sums.At(row, column) + target.At(row, column), ProductTolerance(6, 2.0));
@@ -158,7 +158,7 @@ TEST(KVOSrvBlaMatrixProducts, InPlaceFromBothSides)
     BlaPointer const matrix = MakeBla(values);
     BlaPointer const lastRow(matrix->Submatrix(3, 3, 1, 3));
     lastRow->LeftMultiply(unit, 1.0, false);
-    ExpectBlaElements(*matrix, [&](int i, int j) { return i == 3 && j >= 1 ? values.values[7 + (j - 1)] : values.At(i, j); });
+    ExpectSame(*matrix, [&](int i, int j) { return i == 3 && j >= 1 ? values.values[7 + (j - 1)] : values.At(i, j); });
 }
 
 } // namespace

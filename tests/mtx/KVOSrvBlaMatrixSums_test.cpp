@@ -8,7 +8,7 @@ template<class Operation>
 void ExpectOnStoredTriangle(KVOSrvBlaMatrix const& matrix, Property property, Operation const& operation)
 {
     bool const lower = matrix.NumberOfRows() >= matrix.NumberOfColumns();
-    ExpectBlaElements(matrix, [&](int i, int j) {
+    ExpectSame(matrix, [&](int i, int j) {
         bool const mirrored = property != kGeneral && (lower ? i < j : i > j);
         double const value = mirrored ? operation(j, i) : operation(i, j);
         return mirrored && property == kSkewSymmetric ? -value : value;
@@ -35,7 +35,7 @@ TEST(KVOSrvBlaMatrixSums, ScalesTheStoredTriangleAndMirrorsIt)
         }
         BlaPointer const matrix = MakeBla(values, property);
         matrix->Multiply(1.0);
-        ExpectValues(*matrix, values); // the other triangle too
+        ExpectSame(*matrix, values); // the other triangle too
         matrix->Multiply(kNotANumber);
         Dense const nothing = ValuesOf(*matrix);
         EXPECT_TRUE(std::all_of(nothing.values.begin(), nothing.values.end(), [](double x) { return std::isnan(x); }));
@@ -55,7 +55,7 @@ TEST(KVOSrvBlaMatrixSums, AddsToTheStoredTriangleAndMirrorsIt)
         }
         BlaPointer const matrix = MakeBla(values, property);
         matrix->Add(-0.0, *other);
-        ExpectValues(*matrix, values);
+        ExpectSame(*matrix, values);
         matrix->Add(2.0, *matrix);
         ExpectOnStoredTriangle(*matrix, property, [&](int i, int j) { return values.At(i, j) + 2.0 * values.At(i, j); });
         matrix->Add(kNotANumber, *other);
@@ -69,7 +69,7 @@ TEST(KVOSrvBlaMatrixSums, WorkOnAViewWithinItsFrame)
     BlaPointer const symmetric = MakeBla(other.values, kSymmetric);
     target->Add(1.0, *symmetric); // the property of the other plays no part
     target->Multiply(0.5);
-    ExpectBlaElements(*target, [&](int i, int j) { return 0.5 * (target.values.At(i, j) + other.values.At(i, j)); });
+    ExpectSame(*target, [&](int i, int j) { return 0.5 * (target.values.At(i, j) + other.values.At(i, j)); });
     target.ExpectFrameUnchanged();
 
     Framed const square(9, 9); // a structured view, by assignment

@@ -1,5 +1,4 @@
 #include "DatabaseSupport.h"
-#include "Eigenpairs.h"
 #include "KVOSimException.h"
 #include "KVOSrvScratchDenseMatrix.h"
 #include "SimFailure.h"
@@ -7,12 +6,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <limits>
 
 namespace
 {
-
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 std::mt19937 s_random(5);
 
@@ -29,11 +25,11 @@ KVOSrvMatrix Numbers(int rows, int columns, bool diagonal = false)
     return matrix;
 }
 
-void ExpectEqual(KVOSrvMatrix const& matrix, Dense const& expected)
+// 0 and -0 are equal.
+template<class Matrix>
+void ExpectEqual(Matrix const& matrix, Dense const& expected)
 {
-    ASSERT_EQ(matrix.NumberOfRows(), expected.rows);
-    ASSERT_EQ(matrix.NumberOfColumns(), expected.columns);
-    ExpectElements(matrix, [&](int i, int j) { return Expected(expected.At(i, j), 0.25); }); // 0 and -0 are equal
+    ExpectSame(matrix, expected, 0.25);
 }
 
 // How a stored matrix lies in its store.
@@ -68,19 +64,14 @@ public:
     KVOSrvDenseMatrix& operator*() { return IsWhole() ? m_store : *m_view; }
     Dense Values() const
     {
-        Dense values(m_view->NumberOfRows(), m_view->NumberOfColumns());
-        for (int j = 0; j < values.columns; ++j)
-            for (int i = 0; i < values.rows; ++i)
-                values.At(i, j) = m_before.At(m_layout.top + i, m_layout.left + j);
-        return values;
+        return Part(m_before, m_layout.top, m_layout.top + m_view->NumberOfRows() - 1, m_layout.left,
+                    m_layout.left + m_view->NumberOfColumns() - 1);
     }
     /// The matrix holds `expected`, what lies around it is as it was. Both are the new state then.
     void ExpectNow(Dense const& expected)
     {
-        for (int j = 0; j < expected.columns; ++j)
-            for (int i = 0; i < expected.rows; ++i)
-                m_before.At(m_layout.top + i, m_layout.left + j) = expected.At(i, j);
-        ExpectContent(m_store, [&](int i, int j) { return Expected(m_before.At(i, j), 0.25); });
+        Put(m_before, expected, m_layout.top, m_layout.left);
+        ExpectEqual(m_store, m_before);
     }
     void ExpectUnchanged() { ExpectNow(Values()); }
 
@@ -92,46 +83,27 @@ private:
 };
 
 // x + s y
-Dense Sum(Dense x, double s, Dense const& y)
+Dense Sum(Dense const& x, double s, Dense const& y)
 {
-    for (std::size_t k = 0; k < x.values.size(); ++k)
-        x.values[k] += s * y.values[k];
-    return x;
+    return Combined(1.0, x, s, y);
 }
 
 Dense Scaled(double s, Dense const& x)
 {
-    return Sum(Dense(x.rows, x.columns), s, x);
-}
-
-Dense Rows(Dense const& x, int first, int count)
-{
-    Dense rows(count, x.columns);
-    for (int j = 0; j < x.columns; ++j)
-        for (int i = 0; i < count; ++i)
-            rows.At(i, j) = x.At(first + i, j);
-    return rows;
+    return Combined(s, x, 0.0, x);
 }
 
 // The lower triangle of the leading square copied onto the upper one, or the other way round where there are fewer rows than columns.
-Dense Mirrored(Dense x)
+Dense Mirrored(Dense const& x)
 {
-    for (int j = 0; j < std::min(x.rows, x.columns); ++j)
-        for (int i = 0; i < j; ++i)
-            (x.rows < x.columns ? x.At(j, i) : x.At(i, j)) = x.rows < x.columns ? x.At(i, j) : x.At(j, i);
-    return x;
+    auto const mirrors = [&](int i, int j) { return x.rows < x.columns ? j < i : i < j && j < x.columns && j < x.rows; };
+    return Filled(x.rows, x.columns, [&](int i, int j) { return mirrors(i, j) ? x.At(j, i) : x.At(i, j); });
 }
 
 struct Shapes {
     int m, n, p;
     Layout a, b, c;
 };
-
-void PrintTo(Layout const& l, std::ostream* out)
-{
-    *out << "chunks " << l.rowChunk << " x " << l.columnChunk << ", margins " << l.top << ' ' << l.left << ' ' << l.bottom << ' '
-         << l.right;
-}
 
 class Products
 {
@@ -144,8 +116,8 @@ public:
     void ExpectRowProducts()
     {
         Dense const ax = Product(a.Values(), false, Dense(x));
-        GuardedMatrix y(m, p, false, false);
-        y.matrix = kNaN;
+        GuardedMatrix y(m, p);
+        y.matrix = kNotANumber;
         (*a).Multiply(x, y.matrix);
         ExpectEqual(y.matrix, ax);
         (*a).Multiply(x.Values(), p, y.matrix.Values());
@@ -157,34 +129,25 @@ public:
     {
         Dense const values = a.Values(), atz = Product(values, true, Dense(z));
         int const r = Between(0, m);
-        Dense const firstRows = Rows(Dense(z), 0, r);
-        GuardedMatrix y(n, p, false, false);
+        Dense const firstRows = Part(Dense(z), 0, r - 1, 0, p - 1);
+        GuardedMatrix y(n, p);
         Dense const before(y.matrix = Numbers(n, p));
         (*a).TransposeMultiply(firstRows.values.data(), p, y.matrix.Values(), r);
-        ExpectEqual(y.matrix, Sum(before, 1.0, Product(Rows(values, 0, r), true, firstRows)));
+        ExpectEqual(y.matrix, Sum(before, 1.0, Product(Part(values, 0, r - 1, 0, n - 1), true, firstRows)));
 
-        y.matrix = kNaN;
+        y.matrix = kNotANumber;
         (*a).TransposeMultiply(nullptr, z, y.matrix, 1.0, 0.0);
         ExpectEqual(y.matrix, atz);
         std::vector<int> perm(static_cast<std::size_t>(m));
         std::iota(perm.begin(), perm.end(), 0);
         std::shuffle(perm.begin(), perm.end(), s_random);
         Dense permuted(m, n);
-        for (int j = 0; j < n; ++j)
-            for (int i = 0; i < m; ++i)
-                permuted.At(perm[static_cast<std::size_t>(i)], j) = values.At(i, j);
+        for (int i = 0; i < m; ++i)
+            Put(permuted, Part(values, i, i, 0, n - 1), perm[static_cast<std::size_t>(i)], 0);
         (*a).TransposeMultiply(perm.data(), z, y.matrix, 2.0, -3.0);
         ExpectEqual(y.matrix, Sum(Scaled(-3.0, atz), 2.0, Product(permuted, true, Dense(z))));
 
-        for (int const symmetric : {0, 1}) {
-            Dense const expected = symmetric != 0 ? Mirrored(atz) : atz;
-            y.matrix = kNaN;
-            (*a).TransposeMultiply(z, y.matrix, symmetric);
-            ExpectEqual(y.matrix, expected);
-            y.matrix = kNaN;
-            (*a).TransposeMultiply(z, y.matrix.Values(), symmetric);
-            ExpectEqual(y.matrix, expected);
-        }
+        ExpectInMemory(atz, [&](auto& result, int symmetric) { (*a).TransposeMultiply(z, result, symmetric); });
         a.ExpectUnchanged();
     }
 
@@ -192,17 +155,10 @@ public:
     {
         Stored b(database, m, p, shapes.b), c(database, n, p, shapes.c);
         Dense const atb = Product(a.Values(), true, b.Values());
+        ExpectInMemory(atb, [&](auto& result, int symmetric) { (*a).TransposeMultiply(&*b, result, symmetric); });
         for (int const symmetric : {0, 1}) {
-            Dense const expected = symmetric != 0 ? Mirrored(atb) : atb;
-            GuardedMatrix y(n, p, false, false);
-            y.matrix = kNaN;
-            (*a).TransposeMultiply(&*b, y.matrix, symmetric);
-            ExpectEqual(y.matrix, expected);
-            y.matrix = kNaN;
-            (*a).TransposeMultiply(&*b, y.matrix.Values(), symmetric);
-            ExpectEqual(y.matrix, expected);
             (*a).TransposeMultiply(&*b, &*c, symmetric);
-            c.ExpectNow(expected);
+            c.ExpectNow(symmetric != 0 ? Mirrored(atb) : atb);
         }
         a.ExpectUnchanged();
         b.ExpectUnchanged();
@@ -212,7 +168,7 @@ public:
     {
         Stored b(database, n, p, shapes.b), c(database, m, p, shapes.c);
         Dense const ab = Product(a.Values(), false, b.Values());
-        GuardedMatrix y(m, p, false, false);
+        GuardedMatrix y(m, p);
         (*a).Multiply(&*b, y.matrix.Values());
         ExpectEqual(y.matrix, ab);
         (*a).Multiply(*b, *c);
@@ -258,8 +214,7 @@ public:
         Dense expected = y.Values();
         Dense const ax = Product(a.Values(), false, Dense(x));
         for (int i = ranges[0]; i < count; ++i)
-            for (int j = 0; j < p; ++j)
-                expected.At(i, j) = ax.At(rows[static_cast<std::size_t>(i)], j);
+            Put(expected, Part(ax, rows[static_cast<std::size_t>(i)], rows[static_cast<std::size_t>(i)], 0, p - 1), i, 0);
         (*a).IndexedMultiply(x, *y, rows.data(), ranges.data(), static_cast<int>(ranges.size()) - 1);
         y.ExpectNow(expected);
         a.ExpectUnchanged();
@@ -278,9 +233,7 @@ public:
         KVOSrvMatrix sum = Numbers(m + 1, n + 2);
         Dense const values = a.Values();
         Dense expected(sum);
-        for (int j = 0; j < n; ++j)
-            for (int i = 0; i < m; ++i)
-                expected.At(i, j) -= 4.0 * values.At(i, j);
+        Put(expected, Sum(Part(expected, 0, m - 1, 0, n - 1), -4.0, values), 0, 0);
         sum.Add(-4.0, *a);
         ExpectEqual(sum, expected);
 
@@ -308,6 +261,21 @@ public:
     }
 
 private:
+    // Into a matrix and into an array, with and without the symmetric result.
+    template<class Run>
+    static void ExpectInMemory(Dense const& product, Run const& run)
+    {
+        for (int const symmetric : {0, 1}) {
+            GuardedMatrix y(product.rows, product.columns);
+            double* const array = y.matrix.Values();
+            for (bool const intoArray : {false, true}) {
+                y.matrix = kNotANumber;
+                intoArray ? run(array, symmetric) : run(y.matrix, symmetric);
+                ExpectEqual(y.matrix, symmetric != 0 ? Mirrored(product) : product);
+            }
+        }
+    }
+
     int m, n, p;
     TestDatabase const& database;
     Shapes shapes;
@@ -320,9 +288,7 @@ TEST(KVOSrvDenseMatrixProducts, EqualTheirFormulasForRandomShapesChunksAndViews)
     TestDatabase const database;
     for (int round = 0; round < 150; ++round) {
         Shapes const shapes{Between(1, 40), Between(1, 40), Between(1, 30), RandomLayout(), RandomLayout(), RandomLayout()};
-        SCOPED_TRACE("round " + std::to_string(round) + ": " + std::to_string(shapes.m) + " x " + std::to_string(shapes.n) + " x " +
-                     std::to_string(shapes.p) + ", A " + testing::PrintToString(shapes.a) + ", B " + testing::PrintToString(shapes.b) +
-                     ", C " + testing::PrintToString(shapes.c));
+        SCOPED_TRACE(round);
         Products(database, shapes).ExpectAll();
         ASSERT_FALSE(testing::Test::HasFailure());
     }
@@ -371,8 +337,7 @@ TEST(KVOSrvDenseMatrixProducts, TakeBlocksThatWereNeverWrittenAsZero)
     Dense expected(760, 760);
     KVOSrvMatrix const values = Numbers(380, 380), x = Numbers(760, 3);
     a.SetValues(380, 759, 0, 379, values);
-    for (int j = 0; j < 380; ++j)
-        std::copy_n(values.Values() + 380 * j, 380, &expected.At(380, j));
+    Put(expected, Dense(values), 380, 0);
     KVOSrvMatrix y = Numbers(760, 3);
     a.Multiply(x, y);
     ExpectEqual(y, Product(expected, false, Dense(x)));
@@ -398,7 +363,7 @@ TEST(KVOSrvDenseMatrixProducts, MeetEveryRowAndColumnOfAnExtendedMatrix)
     ExpectEqual(w, Product(Dense(values), true, Dense(z)));
     KVOSrvDenseMatrix c(database.Matrix(11, 11, 4, 4));
     a.TransposeMultiply(&a, &c, 1);
-    ExpectContent(c, Product(Dense(values), true, Dense(values)));
+    ExpectEqual(c, Product(Dense(values), true, Dense(values)));
     sum = 0.0;
     sum.Add(1.0, a);
     ExpectEqual(sum, Dense(values));
@@ -410,7 +375,7 @@ TEST(KVOSrvDenseMatrixProducts, NeverReadAResultThatBetaZeroReplaces)
     Stored a(database, 6, 6, {4, 4, 0, 0, 0, 0}), y(database, 6, 6, {3, 3, 0, 0, 0, 0});
     KVOSrvMatrix nan(6, 6, nullptr, false, false);
     KVOSrvMatrix const x = Numbers(6, 6), d = Numbers(6, 6, true);
-    nan = kNaN;
+    nan = kNotANumber;
     for (KVOSrvMatrix const* factor : {&x, &d}) {
         (*y).SetRows(0, 5, nan);
         (*a).Multiply(1.0, *factor, 0.0, *y);
@@ -432,17 +397,17 @@ TEST(KVOSrvDenseMatrixProducts, AllowOverlapsThatDoNoHarmAndRefuseOthers)
     (*a).TransposeMultiply(&*a, &*a, 1);
     a.ExpectNow(expected);
     auto const topLeft = view(0, 3, 0, 3), topRight = view(0, 3, 5, 8), bottom = view(5, 8, 2, 5), middle = view(3, 6, 3, 6);
-    Dense const product = Product(StoredValues(*topLeft), false, StoredValues(*topRight));
+    Dense const product = Product(ValuesOf(*topLeft), false, ValuesOf(*topRight));
     topLeft->Multiply(*topRight, *bottom);
-    ExpectContent(*bottom, product);
+    ExpectEqual(*bottom, product);
 
     auto const below = view(4, 7, 0, 3), beside = view(4, 7, 4, 7); // they share edges
     (*a).SetRows(0, 8, Numbers(9, 9));
-    Dense const next = Product(StoredValues(*below), false, StoredValues(*topLeft));
+    Dense const next = Product(ValuesOf(*below), false, ValuesOf(*topLeft));
     below->Multiply(*topLeft, *beside);
-    ExpectContent(*beside, next);
+    ExpectEqual(*beside, next);
 
-    Dense const before = StoredValues(*a);
+    Dense const before = ValuesOf(*a);
     int const rows[] = {0, 1}, ranges[] = {0, 2};
     ExpectRefused("KVOSrvDenseMatrix::Multiply", narrow, [&] { topLeft->Multiply(*topRight, *middle); });
     ExpectRefused("KVOSrvDenseMatrix::Multiply", narrow, [&] { middle->Multiply(*bottom, *topLeft); });
@@ -454,7 +419,7 @@ TEST(KVOSrvDenseMatrixProducts, AllowOverlapsThatDoNoHarmAndRefuseOthers)
     KVOSrvMatrix square = Numbers(9, 9);
     ExpectRefused("KVOSrvDenseMatrix::Multiply", square, [&] { (*a).Multiply(square, square); });
     ExpectRefused("KVOSrvDenseMatrix::TransposeMultiply", square, [&] { (*a).TransposeMultiply(square, square, 0); });
-    ExpectContent(*a, before);
+    ExpectSame(*a, before);
 }
 
 TEST(KVOSrvDenseMatrixProducts, RefuseOperandsThatDoNotFit)
@@ -563,7 +528,7 @@ TEST(KVOSrvDenseMatrixProducts, LeaveTheirOperandsWhenTheDiskIsFull)
         int const failures =
             FailEach(FileChanges({ENOSPC, 1, false}), newResult, multiply, [&](KVOSimDistributionID const& id, bool threw) {
                 if (!threw)
-                    ExpectContent(KVOSrvDenseMatrix(id), [&](int i, int j) { return Expected((byStored ? ab : ax).At(i, j), 0.25); });
+                    ExpectEqual(KVOSrvDenseMatrix(id), byStored ? ab : ax);
             });
         EXPECT_GT(failures, 2);
         a.ExpectUnchanged();

@@ -107,7 +107,7 @@ TEST(KVOSrvDenseMatrix, IsFoundAgainInALaterSession)
     database.OpenFile(path, true);
     KVOSrvDenseMatrix matrix(KVOSimDistributionID(database.ContextID(), made.DistributionID().Index()));
 
-    ExpectContent(matrix, values);
+    ExpectSame(matrix, values);
     EXPECT_THAT(NumbersOf(matrix.RowCSetID()), ElementsAre(4, 2, 9));
     EXPECT_THAT(NumbersOf(matrix.ColumnCSetID()), ElementsAre(7, 8));
     View const view(matrix.Submatrix(1, 2, 0, 0));
@@ -128,8 +128,8 @@ TEST(KVOSrvDenseMatrix, ViewsOutliveTheMatrixAndNameTheirMembers)
     EXPECT_EQ(matrix->ColumnCSetID().Index(), columns.Index());
     matrix.reset();
 
-    ExpectContent(*view, [&](int i, int j) { return values.At(i + 2, j + 1); });
-    ExpectContent(*inner, [&](int i, int j) { return values.At(i + 5, j + 1); });
+    ExpectSame(*view, [&](int i, int j) { return values.At(i + 2, j + 1); });
+    ExpectSame(*inner, [&](int i, int j) { return values.At(i + 5, j + 1); });
     EXPECT_THAT(NumbersOf(inner->RowCSetID()), ElementsAre(115, 118, 121));
     EXPECT_THAT(NumbersOf(inner->ColumnCSetID()), ElementsAre(21, 22, 23));
     EXPECT_EQ(view->NumberOfRowsInBlock(0), 2);
@@ -185,15 +185,15 @@ TEST(KVOSrvDenseMatrix, ExtendDimAppendsZerosAndMembers)
         ASSERT_EQ(matrix.ExtendDim(1, 3, rows), 0);
         ASSERT_EQ(matrix.ExtendDim(0, 1, columns), 0);
 
-        ExpectContent(matrix, [&](int i, int j) { return i < 4 && j < 3 ? values.At(i, j) : 0.0; });
+        ExpectSame(matrix, [&](int i, int j) { return i < 4 && j < 3 ? values.At(i, j) : 0.0; });
         EXPECT_THAT(NumbersOf(matrix.RowCSetID()), ElementsAre(10, 11, 12, 13, 77, 99, 1));
         EXPECT_THAT(NumbersOf(matrix.ColumnCSetID()), ElementsAre(50, 51, 52, 8));
-        ExpectContent(*view, values);
+        ExpectSame(*view, values);
         KVOSrvDenseMatrix const again(matrix.DistributionID());
-        ExpectContent(again, StoredValues(matrix));
+        ExpectSame(again, ValuesOf(matrix));
         EXPECT_EQ(again.RowCSetID(), matrix.RowCSetID());
         Dense const all = Randomize(matrix);
-        ExpectContent(again, all);
+        ExpectSame(again, all);
     }
 }
 
@@ -214,7 +214,7 @@ TEST(KVOSrvDenseMatrix, ExtendDimRefusesByStatusAndChangesNothing)
     for (int const* const numbers : {known, twice})
         EXPECT_EQ(matrix.ExtendDim(1, 2, numbers), 4);
     EXPECT_EQ(matrix.ExtendDim(1, 2, nullptr), 2);
-    ExpectContent(matrix, values);
+    ExpectSame(matrix, values);
     EXPECT_EQ(KVOSrvDenseMatrix(matrix.DistributionID()).NumberOfRows(), 4);
     KVOSrvDenseMatrix alike(KVOSrvUtilities::Create1DDistribution(database.Members({7, 7, 9}), 2));
     EXPECT_EQ(alike.ExtendDim(1, 2, fresh), 0); // members that are there twice are no reason to refuse others
@@ -246,7 +246,7 @@ TEST(KVOSrvDenseMatrix, AnObjectWhoseExtensionWasDroppedSaysSo)
         ASSERT_EQ(matrix.ExtendDim(1, 2, rows), 0);
         whole.reset(matrix.Submatrix(0, 5, 0, 2));
         part.reset(matrix.Submatrix(0, 3, 0, 2));
-        ExpectContent(*whole, StoredValues(matrix));
+        ExpectSame(*whole, ValuesOf(matrix));
     }
 
     auto const saysSo = [](auto const& run) {
@@ -257,13 +257,13 @@ TEST(KVOSrvDenseMatrix, AnObjectWhoseExtensionWasDroppedSaysSo)
             EXPECT_THAT(std::string(exception.AsString().View()), HasSubstr("the transaction in which it was extended was dropped"));
         }
     };
-    saysSo([&] { StoredValues(matrix); });
-    saysSo([&] { StoredValues(*whole); });
+    saysSo([&] { ValuesOf(matrix); });
+    saysSo([&] { ValuesOf(*whole); });
     saysSo([&] { matrix.SetRows(0, 0, RandomMatrix(1, 3)); });
     saysSo([&] { matrix.RowCSetID(); });
     saysSo([&] { matrix.ExtendDim(1, 2, rows); });
-    ExpectContent(*part, values);
-    ExpectContent(KVOSrvDenseMatrix(distribution), values);
+    ExpectSame(*part, values);
+    ExpectSame(KVOSrvDenseMatrix(distribution), values);
 }
 
 TEST(KVOSrvDenseMatrix, ExtendDimGrowsMatrixAndStoreOrNeither)
@@ -278,7 +278,7 @@ TEST(KVOSrvDenseMatrix, ExtendDimGrowsMatrixAndStoreOrNeither)
     auto const extend = [&](std::unique_ptr<Target> const& target) { EXPECT_EQ(target->matrix.ExtendDim(1, 2, fresh), 0); };
     FailEach(Allocations(), prepare, extend, [&](std::unique_ptr<Target> const& target, bool threw) {
         if (threw && target->matrix.NumberOfRows() == 5) {
-            ExpectContent(target->matrix, target->values);
+            ExpectSame(target->matrix, target->values);
             extend(target);
         }
         EXPECT_EQ(target->matrix.NumberOfRows(), 7);
@@ -316,7 +316,7 @@ TEST(KVOSrvDenseMatrix, ExtensionOfAShortBlockKeepsTheFirstBlockButLosesNothing)
 
     Dense const values = Randomize(matrix);
     matrix.Scale(2.0);
-    ExpectContent(matrix, [&](int i, int j) { return 2.0 * values.At(i, j); });
+    ExpectSame(matrix, [&](int i, int j) { return 2.0 * values.At(i, j); });
 }
 
 TEST(KVOSrvDenseMatrix, SetAccessWishesForCache)

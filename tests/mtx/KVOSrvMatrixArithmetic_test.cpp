@@ -7,12 +7,6 @@ namespace
 
 bool const kDiagonal = true;
 
-// Every element is a sum of `terms` products.
-void ExpectElements(KVOSrvMatrix const& matrix, Dense const& sums, int terms)
-{
-    ::ExpectElements(matrix, [&](int i, int j) { return Expected(sums.At(i, j), ProductTolerance(terms)); });
-}
-
 TEST(KVOSrvMatrixArithmetic, Scaling)
 {
     KVOSrvMatrix matrix = RandomMatrix(3, 5);
@@ -41,8 +35,7 @@ TEST(KVOSrvMatrixArithmetic, Interpolate)
             result.Interpolate(t, a, b);
             intoA.Interpolate(t, intoA, b);
             intoB.Interpolate(t, a, intoB);
-            ExpectElements(result,
-                           [&](int i, int j) { return diagonal && i != j ? 0.0 : (1 - t) * Element(a, i, j) + t * Element(b, i, j); });
+            ExpectSame(result, [&](int i, int j) { return diagonal && i != j ? 0.0 : (1 - t) * Element(a, i, j) + t * Element(b, i, j); });
             EXPECT_TRUE(intoA == result && intoB == result);
         }
     KVOSrvMatrix matrix = RandomMatrix(3, 3), other = RandomMatrix(3, 4), diagonal = RandomMatrix(3, 3, kDiagonal);
@@ -72,7 +65,7 @@ TEST(KVOSrvMatrixArithmetic, ProductIntoAnotherMatrix)
                     c.matrix = kNotANumber; // overwritten, not multiplied by 0
                 Dense const expected = Combined(1.0, Op(trans, Dense(a)) * Dense(b), accumulate != 0 ? 1.0 : 0.0, Dense(c.matrix));
                 trans == 'T' ? a.TransposeMultiply(b, c.matrix, 0, accumulate) : a.Multiply(b, c.matrix, 99, accumulate);
-                ExpectElements(c.matrix, expected, k + 1);
+                ExpectSame(c.matrix, expected, ProductTolerance(k + 1));
             }
 }
 
@@ -95,7 +88,7 @@ TEST(KVOSrvMatrixArithmetic, ProductsOfEveryKind)
                 for (int i = 0; i < m; ++i)
                     expected.At(i, j) = i == j ? expected.At(i, j) : Element(target, i, j);
             target.Multiply(a, b);
-            ExpectElements(target, expected, inner);
+            ExpectSame(target, expected, ProductTolerance(inner));
         }
     KVOSrvMatrix target = RandomMatrix(3, 4), a = RandomMatrix(3, 5), b = RandomMatrix(5, 4), square = RandomMatrix(3, 3);
     KVOSrvMatrix const wideDiagonal = RandomMatrix(3, 5, kDiagonal), other(square);
@@ -118,7 +111,7 @@ TEST(KVOSrvMatrixArithmetic, SymmetricMultiplyComputesTheLowerBlocks)
         int const firstBlock = n % 128 == 0 ? 128 : n % 128; // the first takes the remainder
         auto const block = [&](int i) { return i < firstBlock ? 0 : 1 + (i - firstBlock) / 128; };
         double const tolerance = ProductTolerance(n);
-        ExpectElements(c.matrix, [&](int i, int j) { return block(j) > block(i) ? Expected(0.0) : Expected(product.At(i, j), tolerance); });
+        ExpectSame(c.matrix, [&](int i, int j) { return block(j) > block(i) ? Expected(0.0) : Expected(product.At(i, j), tolerance); });
     }
     KVOSrvMatrix square = RandomMatrix(3, 3), wide = RandomMatrix(3, 4), tall = RandomMatrix(4, 3), other(square),
                  diagonal = RandomMatrix(3, 3, kDiagonal);
@@ -140,7 +133,7 @@ TEST(KVOSrvMatrixArithmetic, TransposeMultiplyWithSymmetricResultComputesOneTria
             Dense const before(c.matrix), sum = Combined(1.0, Transposed(Dense(a)) * Dense(b), accumulate, before);
             a.TransposeMultiply(b, c.matrix, 1, accumulate);
             auto const computed = [m = m, n = n](int i, int j) { return m < n ? i / 144 <= j / 144 : i / 144 >= j / 144; };
-            ExpectElements(c.matrix, [&](int i, int j) {
+            ExpectSame(c.matrix, [&](int i, int j) {
                 return computed(i, j) ? Expected(sum.At(i, j), ProductTolerance(22)) : Expected(before.At(i, j));
             });
         }
@@ -156,7 +149,7 @@ TEST(KVOSrvMatrixArithmetic, MultiplyInPlace)
         KVOSrvMatrix const other = RandomMatrix(rows, rows, otherIsDiagonal != 0);
         Dense const x(guarded.matrix), b(other);
         FailEachAllocation(guarded.matrix, [&] { guarded.matrix *= other; });
-        ExpectElements(guarded.matrix, columns == 1 ? b * x : x * b, rows); // a column is multiplied from the left
+        ExpectSame(guarded.matrix, columns == 1 ? b * x : x * b, ProductTolerance(rows)); // a column is multiplied from the left
     }
     KVOSrvMatrix square = RandomMatrix(3, 3), wide = RandomMatrix(3, 4), tall = RandomMatrix(4, 3), column = RandomMatrix(3, 1);
     KVOSrvMatrix diagonal = RandomMatrix(3, 3, kDiagonal), other = RandomMatrix(3, 3), wideDiagonal = RandomMatrix(4, 3, kDiagonal);
@@ -184,7 +177,7 @@ TEST(KVOSrvMatrixArithmetic, PermuteRowsInPlace)
         GuardedMatrix guarded(n, 4);
         KVOSrvMatrix const before(guarded.matrix);
         EXPECT_EQ(FailEachAllocation(guarded.matrix, [&] { guarded.matrix.PermuteRowsInPlace(perm.data(), n); }), 1);
-        ExpectElements(before, [&](int i, int j) { return Element(guarded.matrix, perm[i], j); });
+        ExpectSame(before, [&](int i, int j) { return Element(guarded.matrix, perm[i], j); });
     }
     GuardedMatrix guarded(3, 2);
     KVOSrvMatrix matrix(guarded.matrix), diagonal = RandomMatrix(3, 3, kDiagonal);
@@ -193,9 +186,9 @@ TEST(KVOSrvMatrixArithmetic, PermuteRowsInPlace)
     ExpectRefused("PermuteRowsInPlace", matrix, [&] { matrix.PermuteRowsInPlace(fine, 2); });
     ExpectRefused("PermuteRowsInPlace", diagonal, [&] { diagonal.PermuteRowsInPlace(fine, 3); });
     EXPECT_THROW(matrix.PermuteRowsInPlace(beyond, 3), KVOSrvMtxIllegalPermVect);
-    ExpectElements(matrix, [&](int i, int j) { return i == 1 && j == 0 ? before.At(0, 0) : before.At(i, j); });
+    ExpectSame(matrix, [&](int i, int j) { return i == 1 && j == 0 ? before.At(0, 0) : before.At(i, j); });
     guarded.matrix.PermuteRowsInPlace(atBound, 3); // passes, and its rows go nowhere
-    ExpectElements(guarded.matrix, [&](int i, int j) { return i == 1 ? before.At(0, j) : before.At(i, j); });
+    ExpectSame(guarded.matrix, [&](int i, int j) { return i == 1 ? before.At(0, j) : before.At(i, j); });
 }
 
 } // namespace

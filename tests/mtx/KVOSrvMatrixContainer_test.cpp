@@ -6,10 +6,10 @@
 #include "FailNew.h"
 #include "KVOFortran.h"
 #include "KVOSimException.h"
+#include "WorkingFolder.h"
 
 #include <gmock/gmock.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <list>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -18,34 +18,6 @@ using testing::UnorderedElementsAre;
 
 namespace
 {
-
-/// A fresh folder that is the working one while this object lives.
-class WorkingFolder
-{
-public:
-    WorkingFolder() : m_before(std::filesystem::current_path()) { std::filesystem::current_path(m_folder / "."); }
-    ~WorkingFolder() { std::filesystem::current_path(m_before); }
-    WorkingFolder(WorkingFolder const&) = delete;
-    WorkingFolder& operator=(WorkingFolder const&) = delete;
-
-    std::string operator/(std::string const& name) const { return m_folder / name; }
-    void EnterBelow() const
-    {
-        std::filesystem::create_directory(m_folder / "below");
-        std::filesystem::current_path(m_folder / "below");
-    }
-    std::vector<std::string> Files() const
-    {
-        std::vector<std::string> names;
-        for (auto const& entry : std::filesystem::directory_iterator(m_folder / "."))
-            names.push_back(entry.path().filename());
-        return names;
-    }
-
-private:
-    TemporaryFolder m_folder;
-    std::filesystem::path m_before;
-};
 
 std::string FileOf(void const* container, std::string const& suffix = "")
 {
@@ -67,27 +39,6 @@ private:
     alignas(KVOSrvMatrixContainer) std::byte m_memory[sizeof(KVOSrvMatrixContainer)];
     KVOSrvMatrixContainer* m_container = nullptr;
 };
-
-/// Calls run() in child processes at once, and expects that it returns true in each.
-template<class Run>
-void ExpectInChildren(int count, Run const& run)
-{
-    std::vector<pid_t> children;
-    for (int process = 0; process < count; ++process) {
-        children.push_back(fork());
-        if (children.back() == 0)
-            try {
-                _exit(run() ? 0 : 1);
-            } catch (...) {
-                _exit(2);
-            }
-    }
-    for (pid_t const child : children) {
-        int status = -1;
-        waitpid(child, &status, 0);
-        EXPECT_EQ(status, 0);
-    }
-}
 
 /// Whether this process has a database file open that has no name any more.
 bool HasLostAFile()
@@ -111,10 +62,10 @@ TEST(KVOSrvMatrixContainer, EachHasAFileNamedAfterItsAddressWhileItLives)
     Dense const firstValues = Randomize(first->Create(7, 10, 6, 4, 4)), secondValues = Randomize(second->Create(7, 3, 5, 2, -1));
 
     EXPECT_THAT(folder.Files(), UnorderedElementsAre(FileOf(first.get()), FileOf(second.get())));
-    ExpectContent(first->Get(7), firstValues);
+    ExpectSame(first->Get(7), firstValues);
     first.reset();
     EXPECT_THAT(folder.Files(), SizeIs(1));
-    ExpectContent(second->Get(7), secondValues);
+    ExpectSame(second->Get(7), secondValues);
     folder.EnterBelow();
     second.reset();
     EXPECT_THAT(folder.Files(), ElementsAre("below"));
@@ -137,7 +88,7 @@ TEST(KVOSrvMatrixContainer, MatricesHaveTheirSizesBlocksAndNumbers)
     KVOSimArray<KVOSimDrawer> drawers;
     KVOSimDistribution(plain.DistributionID()).QueryDrawers(drawers);
     EXPECT_THAT(ToVector(drawers[0].chunkSizes), ElementsAre(4, 3));
-    ExpectContent(plain, [](int, int) { return 0.0; });
+    ExpectSame(plain, [](int, int) { return 0.0; });
     EXPECT_THAT(NumbersOf(plain.RowCSetID()), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9));
     EXPECT_THAT(NumbersOf(plain.ColumnCSetID()), ElementsAre(0, 1, 2, 3));
     EXPECT_THAT(NumbersOf(container.Get(0).RowCSetID()), ElementsAre(8, 3, 500));
@@ -163,13 +114,13 @@ TEST(KVOSrvMatrixContainer, ATakenIdKeepsItsMatrixAndTheNewOneIsNobodys)
     EXPECT_EQ(container->Size(), 1);
     EXPECT_EQ(&container->Get(4), &first);
     Dense const others = Randomize(*second);
-    ExpectContent(*second, others);
-    ExpectContent(first, values);
+    ExpectSame(*second, others);
+    ExpectSame(first, values);
     std::unique_ptr<KVOSrvDenseMatrix> const view(first.Submatrix(1, 4, 2, 4));
     KVOSrvMatrix block(4, 3, nullptr, false, false);
     container.reset(); // deletes neither the second one nor the view, but what is behind them
     EXPECT_EQ(second->NumberOfColumns(), 7);
-    EXPECT_THROW(StoredValues(*second), KVOSimException);
+    EXPECT_THROW(ValuesOf(*second), KVOSimException);
     EXPECT_THROW(view->GetRows(0, 3, block), KVOSimException);
     EXPECT_THROW(view->SetRows(0, 3, block), KVOSimException);
     EXPECT_THAT(folder.Files(), IsEmpty());
@@ -193,7 +144,7 @@ TEST(KVOSrvMatrixContainer, RemovingKeepsTheId)
     EXPECT_EQ(container.Find(1), nullptr);
     EXPECT_EQ(container.Find(99), nullptr);
     EXPECT_EQ(container.Find(8), &container.Get(8));
-    ExpectContent(*view, [&](int i, int j) { return values.At(i + 1, j); });
+    ExpectSame(*view, [&](int i, int j) { return values.At(i + 1, j); });
     std::unique_ptr<KVOSrvDenseMatrix> const nobodys(&container.Create(1, 2, 2, 2, 2));
     EXPECT_EQ(container.Find(1), nullptr);
 }
@@ -213,7 +164,7 @@ TEST(KVOSrvMatrixContainer, RefusalsRegisterNothing)
     EXPECT_THROW(container.Create(2, 3, 3, 2, -2), KVOSimException);
 
     EXPECT_FALSE(container.IsMember(2));
-    ExpectContent(container.Get(1), values);
+    ExpectSame(container.Get(1), values);
     EXPECT_EQ(container.Create(2, 3, 3, 2, 2).NumberOfRows(), 3);
     container.Close();
     EXPECT_THROW(container.Create(3, 3, 3, 2, 2), KVOSimException);
@@ -236,8 +187,7 @@ TEST(KVOSrvMatrixContainer, FailuresLeaveNoFileAndNoMatrix)
             calls, [&] { container->Remove(1); }, [&](bool threw) { EXPECT_EQ(container->Find(1), threw ? matrix : nullptr); });
     }
 
-    folder.EnterBelow();
-    std::filesystem::remove(folder / "below");
+    folder.EnterBelow(true);
     EXPECT_THROW(KVOSrvMatrixContainer(), KVOSimException);
 }
 
@@ -256,7 +206,7 @@ TEST(KVOSrvMatrixContainer, ReplacesLeftoversButNothingThatIsInUse)
     place.Make();
     Dense const values = Randomize((*place).Create(1, 3, 3, 2, 2));
     EXPECT_THAT(folder.Files(), ElementsAre(plain));
-    ExpectContent((*place).Get(1), values);
+    ExpectSame((*place).Get(1), values);
     place.Destroy();
     EXPECT_THAT(folder.Files(), IsEmpty());
 
@@ -279,15 +229,19 @@ TEST(KVOSrvMatrixContainer, ProcessesMayHaveThemAtOneAddress)
 {
     WorkingFolder const folder;
     Place place;
-    ExpectInChildren(8, [&] {
-        for (int round = 0; round < 200; ++round) {
-            place.Make();
-            if (HasLostAFile())
-                return false;
-            place.Destroy();
-        }
-        return true;
-    });
+    std::list<ChildProcess> processes;
+    for (int process = 0; process < 8; ++process)
+        processes.emplace_back([&] {
+            for (int round = 0; round < 200; ++round) {
+                place.Make();
+                if (HasLostAFile())
+                    return 1;
+                place.Destroy();
+            }
+            return 0;
+        });
+    for (ChildProcess& process : processes)
+        EXPECT_EQ(process.Wait(), 0);
     EXPECT_THAT(folder.Files(), IsEmpty());
 }
 
@@ -296,12 +250,12 @@ TEST(KVOSrvMatrixContainer, AChildProcessDoesNotRemoveTheFile)
     WorkingFolder const folder;
     auto container = std::make_unique<KVOSrvMatrixContainer>();
     Dense const values = Randomize(container->Create(1, 20, 20, 4, 4));
-    ExpectInChildren(1, [&] {
+    ChildProcess([&] {
         container.reset();
-        return true;
-    });
+        return 0;
+    }).Wait();
     EXPECT_THAT(folder.Files(), SizeIs(1));
-    ExpectContent(container->Get(1), values);
+    ExpectSame(container->Get(1), values);
 }
 
 TEST(KVOSrvMatrixContainer, FortranIsToldOfMatricesThatAreNotThere)
@@ -361,7 +315,6 @@ TEST(KVOSrvMatrixContainer, FortranGetsAStatusWhereCxxThrows)
     mem_FailAllocationAfter(-1);
     EXPECT_EQ(handle, 0);
     EXPECT_EQ(lastError(13), "Out of memory");
-    folder.EnterBelow();
-    std::filesystem::remove(folder / "below");
+    folder.EnterBelow(true);
     EXPECT_EQ(KVOSRVMATRIXCONTAINERTRYCREATE(&handle), 500);
 }

@@ -66,14 +66,15 @@ TEST(KVOSrvMatrixSolve, EigenpairsOfEveryKind)
 
             beforeA.ExpectUnchanged();
             beforeB.ExpectUnchanged();
-            ExpectEigenpairs(denseA, denseB, values.matrix, vectors.matrix);
+            ExpectEigenpairs(denseA, denseB, Dense(values.matrix).values, vectors.matrix);
             if (kinds == 0) { // the results may replace an operand
                 KVOSrvMatrix const copyOfB(b);
-                KVOSrvMatrix diagonalOfValues(n, n, nullptr, false, kDiagonal);
+                Vector diagonal(static_cast<std::size_t>(n));
+                KVOSrvMatrix diagonalOfValues(n, n, diagonal.data(), false, kDiagonal);
                 a.SolveEigenproblemSymmetric(b, diagonalOfValues, b);
                 a.SolveEigenproblemSymmetric(copyOfB, diagonalOfValues, a);
-                ExpectEigenpairs(denseA, denseB, diagonalOfValues, b);
-                ExpectEigenpairs(denseA, denseB, diagonalOfValues, a);
+                ExpectEigenpairs(denseA, denseB, diagonal, b);
+                ExpectEigenpairs(denseA, denseB, diagonal, a);
             }
         }
 }

@@ -30,15 +30,14 @@ TEST(KVOSrvMatrix, BlocksGoInAndOutPacked)
         SCOPED_TRACE(testing::PrintToString(b));
         int const rows = b[1] - b[0] + 1, columns = b[3] - b[2] + 1;
         GuardedMatrix target(9, 7), out(columns, rows); // the shape of `out` plays no part
-        Dense const before(target.matrix);
+        Dense expected(target.matrix);
         KVOSrvMatrix const block = RandomMatrix(rows, columns);
 
         columns == 7 ? target.matrix.SetRows(b[0], b[1], block) : target.matrix.SetValues(b[0], b[1], b[2], b[3], block);
         columns == 7 ? target.matrix.GetRows(b[0], b[1], out.matrix) : target.matrix.GetValues(b[0], b[1], b[2], b[3], out.matrix);
 
-        ExpectElements(target.matrix, [&](int i, int j) {
-            return i >= b[0] && i <= b[1] && j >= b[2] && j <= b[3] ? Element(block, i - b[0], j - b[2]) : before.At(i, j);
-        });
+        Put(expected, Dense(block), b[0], b[2]);
+        ExpectSame(target.matrix, expected);
         EXPECT_TRUE(std::equal(block.Values(), block.Values() + StoredEntries(block), out.matrix.Values()));
     }
 }
@@ -86,7 +85,7 @@ TEST(KVOSrvMatrix, CopiesAndAssignmentsOfEveryKind)
             EXPECT_EQ(FailEachAllocation(target, [&] { target = source.matrix; }), inPlace ? 0 : 1);
 
             ASSERT_EQ(target.NumberOfRows(), 5);
-            ExpectElements(target, [&](int i, int j) { return Element(source.matrix, i, j); });
+            ExpectSame(target, [&](int i, int j) { return Element(source.matrix, i, j); });
             EXPECT_EQ(target.IsSymmetric(), !inPlace);
             EXPECT_EQ(target.IsDiagonal(), inPlace ? targetDiagonal : sourceDiagonal);
         }
@@ -152,7 +151,7 @@ TEST(KVOSrvMatrix, ElementwiseOperationsOfEveryKind)
                 continue;
             }
             operation.run(target, source, row, column);
-            ExpectElements(target, [&](int i, int j) {
+            ExpectSame(target, [&](int i, int j) {
                 int const y = i - row, x = j - (targetDiagonal ? row : column); // the column offset plays no part in a diagonal
                 bool const inside = y >= 0 && y < order && x >= 0 && x < order && !(targetDiagonal && x != y);
                 return inside ? operation.expected(before.At(i, j), Element(source, y, x), i == j) : before.At(i, j);
@@ -165,7 +164,7 @@ TEST(KVOSrvMatrix, ElementwiseOperationsOfEveryKind)
     matrix.AddSlice(0.5, matrix, 0, 0);
     matrix.Add(-0.0, other);
     matrix.Add(2.0, matrix);
-    ExpectElements(matrix, [&](int i, int j) {
+    ExpectSame(matrix, [&](int i, int j) {
         double const x = -3.0 * before.At(i, j), y = x + 0.5 * x;
         return y + 2.0 * y;
     });
@@ -202,11 +201,11 @@ TEST(KVOSrvMatrix, TransposesOwnedAndWrappedArraysAndMirrorsTheTriangleThatTheSh
 
         EXPECT_EQ(wrapped.matrix.Values(), array);
         ASSERT_EQ(owned.NumberOfRows(), n);
-        ExpectElements(owned, [&](int i, int j) { return before.At(j, i); });
+        ExpectSame(owned, [&](int i, int j) { return before.At(j, i); });
         EXPECT_TRUE(owned == wrapped.matrix);
         auto const mirrors = [m = m, n = n](int i, int j) { return m < n ? j < i : i < j && j < n; };
-        ExpectElements(mirrored.matrix, [&](int i, int j) { return mirrors(i, j) ? before.At(j, i) : before.At(i, j); });
-        ExpectElements(skew.matrix, [&](int i, int j) { return mirrors(i, j) ? -before.At(j, i) : before.At(i, j); });
+        ExpectSame(mirrored.matrix, [&](int i, int j) { return mirrors(i, j) ? before.At(j, i) : before.At(i, j); });
+        ExpectSame(skew.matrix, [&](int i, int j) { return mirrors(i, j) ? -before.At(j, i) : before.At(i, j); });
         EXPECT_EQ(mirrored.matrix.IsSymmetricNumerically(), m == n);
         EXPECT_EQ(skew.matrix.IsSymmetricNumerically(), m == n && m < 2);
     }

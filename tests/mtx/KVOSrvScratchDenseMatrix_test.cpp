@@ -6,6 +6,7 @@
 #include "KVOSimException.h"
 #include "KVOSrvMatrixContainer.h"
 #include "ScratchFiles.h"
+#include "WorkingFolder.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -22,42 +23,16 @@ namespace
 {
 
 /// A fresh folder for scratch files while it lives.
-class ScratchFolder
+class ScratchFolder : public WorkingFolder
 {
 public:
     ScratchFolder() : m_before(KVOSrvUtilities::GetTempDirectory()) { Use(Path()); }
     ~ScratchFolder() { KVOSrvUtilities::SetTempDirectory(m_before); }
-    ScratchFolder(ScratchFolder const&) = delete;
-    ScratchFolder& operator=(ScratchFolder const&) = delete;
 
     static void Use(std::string const& path) { KVOSrvUtilities::SetTempDirectory(cow_String(path.c_str())); }
-    std::string Path() const { return m_folder / "."; }
-    std::string operator/(std::string const& name) const { return m_folder / name; }
-    std::vector<std::string> Files() const { return FilesIn(Path()); }
-    static std::vector<std::string> FilesIn(std::string const& path)
-    {
-        std::vector<std::string> names;
-        for (auto const& entry : std::filesystem::directory_iterator(path))
-            names.push_back(entry.path().filename());
-        return names;
-    }
 
 private:
-    TemporaryFolder m_folder;
     cow_String m_before;
-};
-
-/// Makes `path` the working folder while it lives.
-class WorkingFolder
-{
-public:
-    explicit WorkingFolder(std::string const& path) : m_before(std::filesystem::current_path()) { std::filesystem::current_path(path); }
-    ~WorkingFolder() { std::filesystem::current_path(m_before); }
-    WorkingFolder(WorkingFolder const&) = delete;
-    WorkingFolder& operator=(WorkingFolder const&) = delete;
-
-private:
-    std::filesystem::path m_before;
 };
 
 /// A child process that has called run() when this is there, and calls idle() again and again until it is killed.
@@ -105,13 +80,13 @@ TEST(KVOSrvScratchDenseMatrix, HasAFileOfItsOwnWhileItOrAViewLives)
     EXPECT_EQ(second->NumberOfRowsInBlock(0), 5);
     EXPECT_EQ(second->NumberOfColumnBlocks(), 1);
     EXPECT_THAT(NumbersOf(second->RowCSetID()), ElementsAre(0, 1, 2, 3, 4));
-    ExpectContent(*second, secondValues);
+    ExpectSame(*second, secondValues);
     second.reset();
     EXPECT_THAT(folder.Files(), SizeIs(1));
     first.reset();
-    ExpectContent(*view, [&](int i, int j) { return firstValues.At(i + 2, j + 1); });
+    ExpectSame(*view, [&](int i, int j) { return firstValues.At(i + 2, j + 1); });
     view.reset();
-    ExpectContent(*inner, [&](int i, int j) { return firstValues.At(i + 3, j + 1); });
+    ExpectSame(*inner, [&](int i, int j) { return firstValues.At(i + 3, j + 1); });
     EXPECT_THAT(NumbersOf(inner->RowCSetID()), ElementsAre(3, 4, 5));
     EXPECT_THAT(folder.Files(), SizeIs(1));
     inner.reset();
@@ -139,26 +114,22 @@ TEST(KVOSrvScratchDenseMatrix, CarriesMemberNumbersAndTheCallersSets)
 TEST(KVOSrvScratchDenseMatrix, WithoutADirectoryInTheWorkingOne)
 {
     ScratchFolder const folder;
-    std::filesystem::path const before = std::filesystem::current_path();
-    std::filesystem::create_directory(folder / "below");
-    std::filesystem::current_path(folder / "below");
-    ScratchFolder::Use("");
-    auto matrix = std::make_unique<KVOSrvScratchDenseMatrix>(2, 2, 2, 2);
-    ScratchFolder::Use("..");
-    auto beside = std::make_unique<KVOSrvScratchDenseMatrix>(2, 2, 2, 2);
-    EXPECT_THAT(ScratchFolder::FilesIn(folder / "below"), SizeIs(1));
+    folder.EnterBelow();
+    auto const make = [](char const* directory) {
+        ScratchFolder::Use(directory);
+        return std::make_unique<KVOSrvScratchDenseMatrix>(2, 2, 2, 2);
+    };
+    auto matrix = make(""), beside = make("..");
+    std::filesystem::path const below = folder / "below";
+    EXPECT_FALSE(std::filesystem::is_empty(below));
     EXPECT_THAT(folder.Files(), SizeIs(2));
-    std::filesystem::current_path(before); // the files are found nevertheless
+    std::filesystem::current_path("/"); // the files are found nevertheless
     matrix.reset();
     beside.reset();
-
-    EXPECT_THAT(ScratchFolder::FilesIn(folder / "below"), IsEmpty());
-    EXPECT_THAT(folder.Files(), SizeIs(1));
-    std::filesystem::current_path(folder / "below");
-    std::filesystem::remove(folder / "below");
-    ScratchFolder::Use("");
-    EXPECT_THROW(KVOSrvScratchDenseMatrix(2, 2, 2, 2), KVOSimException);
-    std::filesystem::current_path(before);
+    EXPECT_TRUE(std::filesystem::is_empty(below));
+    EXPECT_THAT(folder.Files(), ElementsAre("below"));
+    folder.EnterBelow(true);
+    EXPECT_THROW(make(""), KVOSimException);
 }
 
 TEST(KVOSrvScratchDenseMatrix, FailuresLeaveNoFile)
@@ -189,7 +160,6 @@ TEST(KVOSrvScratchDenseMatrix, LeftoversGoButNothingThatIsInUseOrNotMarkedAsScra
 {
     ScratchFolder const folder;
     // Another process leaves files behind when it is killed, and a second one keeps one in use.
-    WorkingFolder const working(folder.Path());
     Child killed([] { new KVOSrvScratchDenseMatrix(50, 50, 10, 10), new KVOSrvMatrixContainer; });
     std::vector<std::string> const leftovers = folder.Files();
     Child const alive([] { new KVOSrvScratchDenseMatrix(50, 50, 10, 10); });
@@ -259,5 +229,5 @@ TEST(KVOSrvScratchDenseMatrix, AChildProcessDoesNotRemoveTheFile)
     Child const child([&] { matrix.reset(); });
 
     EXPECT_THAT(folder.Files(), SizeIs(1));
-    ExpectContent(*matrix, values);
+    ExpectSame(*matrix, values);
 }

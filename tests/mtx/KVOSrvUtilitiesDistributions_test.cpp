@@ -50,7 +50,7 @@ TEST(KVOSrvUtilitiesDistributions, TwoDimensions)
     EXPECT_EQ(KVOSimDistribution(mixed).Type(), -1);
     EXPECT_EQ(KVOSimDistribution(plain).Type(), 12);
     EXPECT_THAT(ColorsOf(mixed), ElementsAre(0, 0));
-    ExpectContent(KVOSrvDenseMatrix(mixed), [](int, int) { return 0.0; });
+    ExpectSame(KVOSrvDenseMatrix(mixed), [](int, int) { return 0.0; });
 }
 
 TEST(KVOSrvUtilitiesDistributions, OneCollectionForSeveralDimensionsComesInColors)
@@ -73,7 +73,7 @@ TEST(KVOSrvUtilitiesDistributions, OneCollectionForSeveralDimensionsComesInColor
     EXPECT_EQ(KVOSimDistribution(id).Type(), 4);
     KVOSrvDenseMatrix square(KVOSrvUtilities::Create2DDistribution(members, members, 4, 4));
     Dense const values = Randomize(square);
-    ExpectContent(square, values);
+    ExpectSame(square, values);
     EXPECT_EQ(square.RowCSetID(), members);
 }
 

@@ -2,7 +2,6 @@
 
 #include "ExpectThrows.h"
 #include "KVOSrvMtxExceptions.h"
-#include "mem_Allocator.h"
 
 #include <climits>
 #include <csignal>
@@ -11,24 +10,11 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
-#include <sys/mman.h>
 #include <utility>
 #include <vector>
 
 namespace
 {
-
-#ifndef __SANITIZE_ADDRESS__ // nothing is kept then
-TEST(KVOSrvUtilities, ReleaseMemoryGivesKeptArraysBack)
-{
-    void* const array = mem_OperatorNewThrow(std::size_t{8} << 20);
-    unsigned char page = 0;
-    mem_Free(array);
-    EXPECT_EQ(mincore(array, 1, &page), 0);
-    KVOSrvUtilities::ReleaseMemory();
-    EXPECT_NE(mincore(array, 1, &page), 0);
-}
-#endif
 
 TEST(KVOSrvUtilities, LimitChunkSize2GB)
 {

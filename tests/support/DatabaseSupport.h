@@ -68,11 +68,11 @@ inline std::vector<int> NumbersOf(KVOSimCSetID const& set)
 }
 
 /// All values of a stored matrix.
-inline Dense StoredValues(KVOSrvDenseMatrix const& matrix)
+inline Dense ValuesOf(KVOSrvDenseMatrix const& matrix)
 {
-    Dense content(matrix.NumberOfRows(), matrix.NumberOfColumns());
-    matrix.GetAllValues(content.values.data());
-    return content;
+    Dense values(matrix.NumberOfRows(), matrix.NumberOfColumns());
+    matrix.GetAllValues(values.data());
+    return values;
 }
 
 /// Stores random values in all of a matrix and returns them.
@@ -83,17 +83,14 @@ inline Dense Randomize(KVOSrvDenseMatrix& matrix)
     return Dense(values);
 }
 
-/// Every value of `matrix` is expected(i, j), to the bit.
+// Names that go.
+template<class Expectation>
+void ExpectElements(KVOSrvMatrix const& matrix, Expectation const& expected)
+{
+    ExpectSame(matrix, expected);
+}
 template<class Expectation>
 void ExpectContent(KVOSrvDenseMatrix const& matrix, Expectation const& expected)
 {
-    Dense content = StoredValues(matrix);
-    ExpectElements(KVOSrvMatrix(content.rows, content.columns, content.values.data(), false, false), expected);
-}
-
-inline void ExpectContent(KVOSrvDenseMatrix const& matrix, Dense const& expected)
-{
-    ASSERT_EQ(matrix.NumberOfRows(), expected.rows);
-    ASSERT_EQ(matrix.NumberOfColumns(), expected.columns);
-    ExpectContent(matrix, [&](int i, int j) { return expected.At(i, j); });
+    ExpectSame(matrix, expected);
 }

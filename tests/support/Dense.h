@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <limits>
 #include <random>
@@ -24,13 +25,10 @@ struct Dense {
         for (int j = 0; j < columns; ++j)
             std::fill_n(values.begin() + static_cast<std::ptrdiff_t>(j) * ld, rows, value);
     }
-    /// A copy of any matrix whose elements Element() tells.
+    /// The values of any matrix for which there is a ValuesOf().
     template<class Matrix>
-    explicit Dense(Matrix const& matrix) : Dense(matrix.NumberOfRows(), matrix.NumberOfColumns())
+    explicit Dense(Matrix const& matrix) : Dense(ValuesOf(matrix))
     {
-        for (int j = 0; j < columns; ++j)
-            for (int i = 0; i < rows; ++i)
-                At(i, j) = Element(matrix, i, j);
     }
 
     double& At(int i, int j) { return values[static_cast<std::size_t>(j) * ld + i]; }
@@ -63,11 +61,6 @@ inline Dense Seeded(int m, int n, unsigned seed)
         m, n, [&](int, int) { return entry(generator); }, 1 + static_cast<int>(seed % 5));
 }
 
-inline Dense Identity(int n)
-{
-    return Filled(n, n, [](int i, int j) { return i == j ? 1.0 : 0.0; });
-}
-
 inline Dense Transposed(Dense const& a)
 {
     return Filled(
@@ -89,60 +82,29 @@ inline Dense operator*(Dense const& a, Dense const& b)
     return c;
 }
 
+/// op(a) b, a transposed if told so.
+inline Dense Product(Dense const& a, bool transposed, Dense const& b)
+{
+    return (transposed ? Transposed(a) : a) * b;
+}
+
 inline Dense Combined(double alpha, Dense const& a, double beta, Dense const& b)
 {
     return Filled(a.rows, a.columns, [&](int i, int j) { return alpha * a.At(i, j) + (beta == 0.0 ? 0.0 : beta * b.At(i, j)); });
 }
 
-inline bool InTriangle(char uplo, int i, int j)
+/// Rows r0 to r1 and columns c0 to c1, both inclusive.
+inline Dense Part(Dense const& whole, int r0, int r1, int c0, int c1)
 {
-    return uplo == 'U' ? i <= j : i >= j;
+    return Filled(r1 - r0 + 1, c1 - c0 + 1, [&](int i, int j) { return whole.At(r0 + i, c0 + j); });
 }
 
-/// `a` with NaN where a routine that is given `uplo` (and a unit diagonal) must not read or write.
-inline Dense Stored(Dense const& a, char uplo, char diag = 'N')
+/// Puts `part` in its place, whose first element is (r0, c0).
+inline void Put(Dense& whole, Dense const& part, int r0, int c0)
 {
-    return Filled(
-        a.rows, a.columns, [&](int i, int j) { return InTriangle(uplo, i, j) && !(diag == 'U' && i == j) ? a.At(i, j) : kNotANumber; },
-        a.Padding());
-}
-
-/// The triangular matrix that such a routine sees.
-inline Dense Triangle(Dense const& a, char uplo, char diag = 'N')
-{
-    return Filled(a.rows, a.columns, [&](int i, int j) { return diag == 'U' && i == j ? 1.0 : InTriangle(uplo, i, j) ? a.At(i, j) : 0.0; });
-}
-
-/// The symmetric matrix with that triangle.
-inline Dense Symmetric(Dense const& a, char uplo)
-{
-    return Filled(
-        a.rows, a.columns, [&](int i, int j) { return InTriangle(uplo, i, j) ? a.At(i, j) : a.At(j, i); }, a.Padding());
-}
-
-/// A matrix of modest condition, as are its triangles and its symmetric part.
-inline Dense Dominated(int n, unsigned seed)
-{
-    Dense a = Seeded(n, n, seed);
-    for (int i = 0; i < n; ++i)
-        a.At(i, i) += n;
-    return a;
-}
-
-inline Vector Packed(Dense const& a, char uplo)
-{
-    Vector packed;
-    for (int j = 0; j < a.columns; ++j)
-        for (int i = 0; i < a.rows; ++i)
-            if (InTriangle(uplo, i, j))
-                packed.push_back(a.At(i, j));
-    return packed;
-}
-
-inline Dense Unpacked(Vector const& packed, char uplo, int n)
-{
-    std::size_t next = 0;
-    return Filled(n, n, [&](int i, int j) { return InTriangle(uplo, i, j) ? packed[next++] : 0.0; });
+    for (int j = 0; j < part.columns; ++j)
+        for (int i = 0; i < part.rows; ++i)
+            whole.At(r0 + i, c0 + j) = part.At(i, j);
 }
 
 /// Bound of the difference of two sums of `terms` products of entries up to `size` in absolute value, each formed in any order with or
@@ -152,17 +114,43 @@ inline double ProductTolerance(int terms, double size = 1.0)
     return 2.0 * (terms + 2) * kEpsilon * terms * size + kEpsilon;
 }
 
-/// Every entry agrees within `tolerance`, NaN with NaN, and the padding between the columns of `actual` is as it was.
-inline void ExpectNear(Dense const& actual, Dense const& expected, double tolerance)
+inline bool SameBits(double x, double y)
 {
-    ASSERT_EQ(actual.rows, expected.rows);
-    ASSERT_EQ(actual.columns, expected.columns);
-    for (int j = 0; j < actual.columns; ++j) {
-        for (int i = 0; i < actual.rows; ++i)
-            ASSERT_TRUE(std::abs(actual.At(i, j) - expected.At(i, j)) <= tolerance ||
-                        (std::isnan(actual.At(i, j)) && std::isnan(expected.At(i, j))))
-                << "entry " << i << ", " << j << " is " << actual.At(i, j) << " instead of " << expected.At(i, j);
-        for (int i = actual.rows; i < actual.ld; ++i)
-            ASSERT_EQ(actual.At(i, j), kPadding) << "padding " << i << ", " << j;
+    return std::memcmp(&x, &y, sizeof x) == 0;
+}
+
+/// What an element must be, up to `bound`, a NaN any NaN; without a bound to the bit.
+struct Expected {
+    Expected(double v, double b = 0.0) : value(v), bound(b) {}
+    bool Admits(double x) const
+    {
+        return SameBits(x, value) || (bound > 0.0 && (std::abs(x - value) <= bound || (std::isnan(x) && std::isnan(value))));
     }
+    double value, bound;
+};
+
+/// Every element of `actual`, which is any matrix, is expectation(i, j), a double or an Expected.
+template<class Matrix, class Expectation>
+void ExpectSame(Matrix const& actual, Expectation const& expectation)
+{
+    Dense const values(actual);
+    int wrong = 0;
+    for (int j = 0; j < values.columns; ++j) {
+        for (int i = 0; i < values.rows; ++i)
+            if (Expected const expected = expectation(i, j); !expected.Admits(values.At(i, j)) && ++wrong <= 3)
+                ADD_FAILURE() << "element (" << i << ", " << j << ") is " << values.At(i, j) << " instead of " << expected.value;
+        double const* const behind = values.data() + std::ptrdiff_t{j + 1} * values.ld;
+        wrong += static_cast<int>(values.Padding() - std::count(behind - values.Padding(), behind, kPadding));
+    }
+    ASSERT_EQ(wrong, 0) << "elements, with those between the columns";
+}
+
+/// Every element of `actual` is that of `expected`, up to `tolerance`, and between the columns of a Dense nothing has been written.
+template<class Matrix>
+void ExpectSame(Matrix const& actual, Dense const& expected, double tolerance = 0.0)
+{
+    Dense const values(actual);
+    ASSERT_EQ(values.rows, expected.rows);
+    ASSERT_EQ(values.columns, expected.columns);
+    ExpectSame(values, [&](int i, int j) { return Expected(expected.At(i, j), tolerance); });
 }

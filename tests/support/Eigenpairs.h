@@ -5,12 +5,6 @@
 #include <functional>
 #include <limits>
 
-/// op(a) b, a transposed if told so.
-inline Dense Product(Dense const& a, bool transposed, Dense const& b)
-{
-    return (transposed ? Transposed(a) : a) * b;
-}
-
 inline Dense operator-(Dense a, Dense const& b)
 {
     std::transform(a.values.begin(), a.values.end(), b.values.begin(), a.values.begin(), std::minus<>());
@@ -48,7 +42,8 @@ inline KVOSrvMatrix RandomPositive(int n)
 
 /// That a x = lambda b x and x^T b x = 1 hold for all n pairs, in ascending order. Residuals are bounded as in LAPACK's own tests: by 30 in
 /// units of n u and of the norms that the backward error of the method scales with.
-inline void ExpectEigenpairs(Dense const& a, Dense const& b, KVOSrvMatrix const& values, KVOSrvMatrix const& vectors)
+template<class Matrix>
+void ExpectEigenpairs(Dense const& a, Dense const& b, Vector const& values, Matrix const& vectors)
 {
     int const n = a.rows;
     double const unit = 30.0 * n * std::numeric_limits<double>::epsilon() / 2;
@@ -58,7 +53,7 @@ inline void ExpectEigenpairs(Dense const& a, Dense const& b, KVOSrvMatrix const&
         orthogonality.At(i, i) -= 1.0;
     EXPECT_LE(Norm(orthogonality), unit * Norm(b) * Norm(x) * Norm(x));
     for (int k = 0; k < n * n; ++k)
-        bx.values[k] *= values.Values()[k / n];
+        bx.values[k] *= values[k / n];
     EXPECT_LE(Norm(Product(a, false, x) - bx), unit * Norm(a) * Norm(b) * Norm(x));
-    EXPECT_TRUE(std::is_sorted(values.Values(), values.Values() + n));
+    EXPECT_TRUE(std::is_sorted(values.begin(), values.end()));
 }

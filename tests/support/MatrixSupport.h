@@ -7,7 +7,6 @@
 #include "KVOSrvMtxExceptions.h"
 
 #include <array>
-#include <cstring>
 #include <string>
 
 inline int StoredEntries(KVOSrvMatrix const& matrix)
@@ -21,6 +20,17 @@ inline double Element(KVOSrvMatrix const& matrix, int i, int j)
     if (matrix.IsDiagonal())
         return i == j ? matrix.Values()[i] : 0.0;
     return matrix.Values()[i + std::ptrdiff_t{j} * matrix.NumberOfRows()];
+}
+
+inline Dense ValuesOf(KVOSrvMatrix const& matrix)
+{
+    return Filled(matrix.NumberOfRows(), matrix.NumberOfColumns(), [&](int i, int j) { return Element(matrix, i, j); });
+}
+
+/// A full matrix that works on the values of `dense`, which has no padding.
+inline KVOSrvMatrix Wrapping(Dense& dense)
+{
+    return {dense.rows, dense.columns, dense.data(), false, false};
 }
 
 inline void FillRandom(KVOSrvMatrix& matrix)
@@ -61,33 +71,6 @@ private:
 public:
     KVOSrvMatrix matrix;
 };
-
-inline bool SameBits(double x, double y)
-{
-    return std::memcmp(&x, &y, sizeof x) == 0;
-}
-
-/// What an element must be, up to `bound`; without a bound to the bit.
-struct Expected {
-    Expected(double v, double b = 0.0) : value(v), bound(b) {}
-    bool Admits(double x) const { return SameBits(x, value) || (bound > 0.0 && std::abs(x - value) <= bound); }
-    double value, bound;
-};
-
-/// Every element of `matrix` is expected(i, j), a double or an Expected.
-template<class Expectation>
-void ExpectElements(KVOSrvMatrix const& matrix, Expectation const& expectation)
-{
-    int wrong = 0;
-    for (int j = 0; j < matrix.NumberOfColumns(); ++j)
-        for (int i = 0; i < matrix.NumberOfRows(); ++i) {
-            Expected const expected = expectation(i, j);
-            double const actual = Element(matrix, i, j);
-            if (!expected.Admits(actual) && ++wrong <= 3)
-                ADD_FAILURE() << "element (" << i << ", " << j << ") is " << actual << " instead of " << expected.value;
-        }
-    EXPECT_EQ(wrong, 0);
-}
 
 /// All of a matrix that a caller can see, to be compared after a failure.
 class Snapshot

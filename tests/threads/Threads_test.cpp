@@ -1,3 +1,4 @@
+#include "ChildProcess.h"
 #include "KVOFortran.h"
 #include "KVOSrvMatrix.h"
 #include "KVOSrvMatrixContainer.h"
@@ -6,17 +7,15 @@
 #include "KVOSrvSparseMatrix.h"
 #include "KVOSrvUtilities.h"
 #include "SimClient.h"
+#include "WorkingFolder.h"
 #include "cow_List.h"
 
 #include <barrier>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <numeric>
 #include <thread>
-
-#include <sys/wait.h>
 #include <unistd.h>
 
 // Objects of one thread each, side by side: what they share unseen must not mix them up. The values are whole numbers, so that every
@@ -235,66 +234,27 @@ void ShareContent(Task const& task)
 }
 
 using Work = void (*)(Task const&);
-
-struct Case {
-    char const* name;
-    std::vector<Work> works; // thread t does the t-th, then the next
-};
-
-std::vector<Case> const& Cases()
-{
-    static std::vector<Case> const s_cases{
-        {"ScratchMatrices", {UseScratchMatrix}},
-        {"Databases", {UseDatabase}},
-        {"Containers", {UseContainer}},
-        {"SparseMatrices", {UseSparseMatrix}},
-        {"Products", {Multiply}},
-        {"Failures", {Fail}},
-        {"Allocator", {UseAllocator}},
-        {"SharedContent", {ShareContent}},
-        {"AllTogether",
-         {UseScratchMatrix, UseDatabase, UseContainer, UseSparseMatrix, Multiply, Fail, UseAllocator, ShareContent, UseScratchMatrix}},
-    };
-    return s_cases;
-}
+constexpr Work kWorks[] = {UseScratchMatrix, UseDatabase, UseContainer, UseSparseMatrix, Multiply, Fail, UseAllocator, ShareContent};
 
 int Rounds()
 {
     char const* const rounds = std::getenv("KVO_THREAD_ROUNDS");
-    return rounds != nullptr ? std::atoi(rounds) : 10;
+    return rounds != nullptr ? std::atoi(rounds) : 40;
 }
 
-class Threads : public testing::Test
+// Two threads at a time do the same, on objects of their own.
+TEST(Threads, WorkSideBySide)
 {
-protected:
-    Threads() : m_before(std::filesystem::current_path())
-    {
-        std::filesystem::current_path(folder / "."); // containers and scratch matrices lie there
-    }
-    ~Threads() override { std::filesystem::current_path(m_before); }
-
-    TemporaryFolder const folder{FolderWithoutDisk()};
-
-private:
-    std::filesystem::path m_before;
-};
-
-class ThreadsOfKind : public Threads, public testing::WithParamInterface<Case>
-{
-};
-
-TEST_P(ThreadsOfKind, WorkSideBySide)
-{
+    WorkingFolder const folder(FolderWithoutDisk()); // containers and scratch matrices lie there
     std::vector<std::string> failures(kThreads);
     std::barrier start(kThreads);
     auto const run = [&](int thread) {
         Task task{thread, 0, folder / std::to_string(thread)};
-        auto const& works = GetParam().works;
         try {
             std::filesystem::create_directory(task.folder);
             start.arrive_and_wait();
             for (; task.round < Rounds(); ++task.round)
-                works[static_cast<std::size_t>(thread + task.round) % works.size()](task);
+                kWorks[static_cast<std::size_t>(thread / 2 + task.round) % std::size(kWorks)](task);
         } catch (KVOBasException const& exception) {
             failures[static_cast<std::size_t>(thread)] = exception.DeveloperReport().c_str();
         } catch (std::exception const& exception) {
@@ -312,30 +272,26 @@ TEST_P(ThreadsOfKind, WorkSideBySide)
 }
 
 // A child has one thread; what another held when it was made would stay held for ever.
-TEST_F(Threads, AChildOfForkFindsNothingHeld)
+TEST(Threads, AChildOfForkFindsNothingHeld)
 {
 #if defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the sanitizer does not follow a child of several threads";
 #endif
-    std::jthread const busy([this](std::stop_token const& stop) {
+    TemporaryFolder const folder(FolderWithoutDisk());
+    std::jthread const busy([&](std::stop_token const& stop) {
         for (Task task{0, 0, folder / "."}; !stop.stop_requested(); ++task.round)
             UseDatabase(task);
     });
     for (int number = 1; number <= 40; ++number) {
         Task const task{number, 0, folder / std::to_string(number)};
         std::filesystem::create_directory(task.folder);
-        pid_t const child = fork();
-        if (child == 0) {
+        ChildProcess child([&] {
             alarm(30); // or it would wait for ever
             UseDatabase(task);
-            _exit(0);
-        }
-        int status = -1;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-        ASSERT_EQ(status, 0) << "child " << number;
+            return 0;
+        });
+        ASSERT_EQ(child.Wait(), 0) << "child " << number;
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(Of, ThreadsOfKind, testing::ValuesIn(Cases()), [](auto const& one) { return std::string(one.param.name); });
 
 } // namespace

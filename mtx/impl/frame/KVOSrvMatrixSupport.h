@@ -1,8 +1,12 @@
 #pragma once
 
 #include "KVOSrvMtxExceptions.h"
+#include "mem_Allocator.h"
 
-/// Refusals, and what all classes tell BLAS and LAPACK alike.
+#include <cstdint>
+#include <memory>
+
+/// What the sources of KVOSrvMatrix share.
 namespace KVOSrvMatrixSupport
 {
 
@@ -38,6 +42,14 @@ private:
     char const* m_source;
     char const* m_className;
 };
+
+using ValueArray = std::unique_ptr<double[], mem_Deleter>;
+
+/// An array of `count` doubles, not initialised; a negative count cannot be had. @throws mem_OutOfMemory
+inline ValueArray AllocateValues(std::int64_t count)
+{
+    return ValueArray(static_cast<double*>(mem_OperatorNewThrow(mem_ArrayBytes(count, sizeof(double)))));
+}
 
 /// The leading dimension that BLAS and LAPACK take for `rows` rows: they refuse 0, also for an empty matrix.
 constexpr int LeadingDimension(int rows) noexcept

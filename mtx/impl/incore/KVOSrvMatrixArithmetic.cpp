@@ -1,4 +1,3 @@
-#include "Arrays.h"
 #include "KVOSrvMatrix.h"
 
 #include "DenseKernels.h"
@@ -8,14 +7,14 @@
 
 #include <algorithm>
 
-using Arrays::AllocateArray;
-using Arrays::Array;
+using KVOSrvMatrixSupport::AllocateValues;
 using KVOSrvMatrixSupport::LeadingDimension;
+using KVOSrvMatrixSupport::ValueArray;
 
 namespace
 {
 
-constexpr KVOSrvMatrixSupport::InputCheck RequireLegal{"mtx/impl/KVOSrvMatrixArithmetic"};
+constexpr KVOSrvMatrixSupport::InputCheck Require{"mtx/impl/KVOSrvMatrixArithmetic"};
 
 // Block sizes that the callers of the symmetric products know, so the same on every processor.
 constexpr int kSymmetricBlock = 128;
@@ -54,8 +53,8 @@ void KVOSrvMatrix::Multiply(double s)
 KVOSrvMatrix& KVOSrvMatrix::operator+=(KVOSrvMatrix const& B)
 {
     // Deliberate: both report under the name of operator*=; callers match on that text.
-    RequireLegal(this != &B, "*=");
-    RequireLegal(HasShapeOf(B) && (!m_diagonal || B.m_diagonal), "*=");
+    Require(this != &B, "*=");
+    Require(HasShapeOf(B) && (!m_diagonal || B.m_diagonal), "*=");
 
     Add(1.0, B);
     return *this;
@@ -65,7 +64,7 @@ void KVOSrvMatrix::Add(double f, KVOSrvMatrix const& B)
 {
     if (f == 0.0)
         return;
-    RequireLegal(HasShapeOf(B) && (!m_diagonal || B.m_diagonal), "Add");
+    Require(HasShapeOf(B) && (!m_diagonal || B.m_diagonal), "Add");
 
     bool const alongDiagonal = B.m_diagonal && !m_diagonal;
     DenseKernels::AddMultiple(f, B.m_values, alongDiagonal ? std::min(m_rows, m_columns) : StoredEntries(), m_values,
@@ -74,9 +73,9 @@ void KVOSrvMatrix::Add(double f, KVOSrvMatrix const& B)
 
 void KVOSrvMatrix::Interpolate(double t, KVOSrvMatrix const& A, KVOSrvMatrix const& B)
 {
-    RequireLegal(HasShapeOf(A) && HasShapeOf(B), "Interpolate");
-    RequireLegal(!(t < 0.0 || t > 1.0), "Interpolate");                                    // so written that a NaN passes
-    RequireLegal(m_diagonal == A.m_diagonal && m_diagonal == B.m_diagonal, "Interpolate"); // entries pair up by their places in the arrays
+    Require(HasShapeOf(A) && HasShapeOf(B), "Interpolate");
+    Require(!(t < 0.0 || t > 1.0), "Interpolate");                                    // so written that a NaN passes
+    Require(m_diagonal == A.m_diagonal && m_diagonal == B.m_diagonal, "Interpolate"); // entries pair up by their places in the arrays
 
     std::int64_t const count = StoredEntries();
     double const s = 1.0 - t;
@@ -92,16 +91,16 @@ void KVOSrvMatrix::Multiply(KVOSrvMatrix const& B, KVOSrvMatrix& C, int /*option
 
 void KVOSrvMatrix::Multiply(KVOSrvMatrix const& A, KVOSrvMatrix const& B)
 {
-    RequireLegal(A.m_columns == B.m_rows, "Multiply");
-    RequireLegal(m_rows == A.m_rows && m_columns == B.m_columns, "Multiply");
-    RequireLegal((!A.m_diagonal || A.IsSquare()) && (!B.m_diagonal || B.IsSquare()), "Multiply");
+    Require(A.m_columns == B.m_rows, "Multiply");
+    Require(m_rows == A.m_rows && m_columns == B.m_columns, "Multiply");
+    Require((!A.m_diagonal || A.IsSquare()) && (!B.m_diagonal || B.IsSquare()), "Multiply");
     if (A.m_diagonal && B.m_diagonal) {
         MultiplyDiagonals(A, B);
         return;
     }
-    RequireLegal(!m_diagonal, "Multiply");
+    Require(!m_diagonal, "Multiply");
     if (!A.m_diagonal && !B.m_diagonal) {
-        RequireLegal(m_values != A.m_values && m_values != B.m_values, "Multiply"); // DGEMM would read its own results
+        Require(m_values != A.m_values && m_values != B.m_values, "Multiply"); // DGEMM would read its own results
         Product("N", m_rows, m_columns, A.m_columns, {A.m_values, A.m_rows}, {B.m_values, B.m_rows}, 0.0, m_values, m_rows);
         return;
     }
@@ -129,10 +128,10 @@ void KVOSrvMatrix::MultiplyDiagonals(KVOSrvMatrix const& A, KVOSrvMatrix const& 
 
 void KVOSrvMatrix::SymmetricMultiply(KVOSrvMatrix const& A, KVOSrvMatrix const& B)
 {
-    RequireLegal(IsSquare() && m_rows == A.m_columns && m_rows == B.m_rows, "SymmetricMultiply");
-    RequireLegal(HasShapeOf(A) && HasShapeOf(B), "SymmetricMultiply");
-    RequireLegal(!m_diagonal && !A.m_diagonal && !B.m_diagonal, "SymmetricMultiply");
-    RequireLegal(m_values != A.m_values && m_values != B.m_values, "SymmetricMultiply"); // they would be cleared
+    Require(IsSquare() && m_rows == A.m_columns && m_rows == B.m_rows, "SymmetricMultiply");
+    Require(HasShapeOf(A) && HasShapeOf(B), "SymmetricMultiply");
+    Require(!m_diagonal && !A.m_diagonal && !B.m_diagonal, "SymmetricMultiply");
+    Require(m_values != A.m_values && m_values != B.m_values, "SymmetricMultiply"); // they would be cleared
 
     *this = 0.0;
     TriangleBlocks::Cut const cut{m_rows, kSymmetricBlock, true};
@@ -166,9 +165,9 @@ void KVOSrvMatrix::TransposeMultiply(KVOSrvMatrix const& B, KVOSrvMatrix& C, int
 
 KVOSrvMatrix& KVOSrvMatrix::operator*=(KVOSrvMatrix const& B)
 {
-    RequireLegal(this != &B, "*=");
-    RequireLegal(m_rows == B.m_columns, "*=");
-    RequireLegal(!B.m_diagonal || B.IsSquare(), "*=");
+    Require(this != &B, "*=");
+    Require(m_rows == B.m_columns, "*=");
+    Require(!B.m_diagonal || B.IsSquare(), "*=");
     bool const isColumn = m_columns == 1;
     if (B.m_diagonal && (m_diagonal || (isColumn && !IsSquare()))) {
         for (int i = 0; i < m_rows; ++i)
@@ -187,7 +186,7 @@ KVOSrvMatrix& KVOSrvMatrix::operator*=(KVOSrvMatrix const& B)
 
 void KVOSrvMatrix::MultiplyFromRight(KVOSrvMatrix const& B)
 {
-    RequireLegal(IsSquare() && B.IsSquare() && !m_diagonal && m_values != B.m_values, "Multiply");
+    Require(IsSquare() && B.IsSquare() && !m_diagonal && m_values != B.m_values, "Multiply");
 
     KVOSrvMatrix const copy(*this);
     Product("N", m_rows, m_rows, m_rows, {copy.m_values, m_rows}, {B.m_values, m_rows}, 0.0, m_values, m_rows);
@@ -195,7 +194,7 @@ void KVOSrvMatrix::MultiplyFromRight(KVOSrvMatrix const& B)
 
 void KVOSrvMatrix::MultiplyFromLeft(KVOSrvMatrix const& B)
 {
-    RequireLegal(B.IsSquare() && m_values != B.m_values, "Multiply"); // the result has as many rows as B
+    Require(B.IsSquare() && m_values != B.m_values, "Multiply"); // the result has as many rows as B
 
     KVOSrvMatrix const copy(*this);
     int const lda = LeadingDimension(m_rows);
@@ -204,10 +203,10 @@ void KVOSrvMatrix::MultiplyFromLeft(KVOSrvMatrix const& B)
 
 void KVOSrvMatrix::PermuteRowsInPlace(int const* perm, int n)
 {
-    RequireLegal(n == m_rows, "PermuteRowsInPlace");
-    RequireLegal(!m_diagonal, "PermuteRowsInPlace"); // its rows cannot be anywhere else
+    Require(n == m_rows, "PermuteRowsInPlace");
+    Require(!m_diagonal, "PermuteRowsInPlace"); // its rows cannot be anywhere else
 
-    Array<double> const buffer = AllocateArray<double>(m_rows);
+    ValueArray const buffer = AllocateValues(m_rows);
     for (int j = 0; j < m_columns; ++j) {
         double* const column = Column(j);
         std::copy_n(column, m_rows, buffer.get());

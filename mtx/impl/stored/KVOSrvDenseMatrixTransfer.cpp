@@ -1,13 +1,12 @@
-// Transfers between database matrices and memory, each one transfer of the database.
-
-#include "DenseChecks.h"
 #include "KVOSimException.h"
 #include "KVOSrvDenseMatrix.h"
-
-using namespace DenseChecks;
+#include "KVOSrvMatrix.h"
+#include "KVOSrvMatrixSupport.h"
 
 namespace
 {
+
+constexpr char const* kSource = "mtx/impl/KVOSrvDenseMatrix";
 
 std::size_t ArrayBytes(KVOSrvMatrix const& matrix)
 {
@@ -33,9 +32,12 @@ KVOSimTransfer KVOSrvDenseMatrix::TransferOf(int r0, int r1, int c0, int c1) con
     return transfer;
 }
 
+// The lines of the reports in this file are fixed: support staff search logs for them.
+
 void KVOSrvDenseMatrix::SetValues(int r0, int r1, int c0, int c1, KVOSrvMatrix const& m)
 {
-    RequireWritable(Contains(r0, r1, c0, c1));
+    if (!Contains(r0, r1, c0, c1))
+        KVOSrvMtxInvalidSetRange().Throw(kSource, 568);
     try {
         KVOSimTransfer transfer = TransferOf(r0, r1, c0, c1);
         transfer.CheckView();
@@ -47,13 +49,14 @@ void KVOSrvDenseMatrix::SetValues(int r0, int r1, int c0, int c1, KVOSrvMatrix c
         KVOSimDebugOutString text;
         text << "KVOSrvDenseMatrix::SetValues";
         exception.Write(text);
-        text.Throw(kSource, kFailedWriteLine);
+        text.Throw(kSource, 589);
     }
 }
 
 void KVOSrvDenseMatrix::GetValues(int r0, int r1, int c0, int c1, KVOSrvMatrix& m) const
 {
-    RequireReadable(Contains(r0, r1, c0, c1));
+    if (!Contains(r0, r1, c0, c1))
+        KVOSrvMtxInvalidGetRange().Throw(kSource, 544);
     KVOSimTransfer transfer = TransferOf(r0, r1, c0, c1);
     transfer.CheckView();
     transfer.SetBuffer(0, m.Values(), ArrayBytes(m));

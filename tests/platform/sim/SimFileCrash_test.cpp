@@ -1,3 +1,4 @@
+#include "SimIo.h"
 #include "SimWorkload.h"
 
 #include <array>
@@ -71,7 +72,7 @@ TEST(SimFileCrash, KilledAtEveryCall)
             RemoveFiles(path);
             Reports reports;
             ChildProcess child([&] {
-                KillAtChange(call, torn);
+                KVOSimFaults::KillAfter(call, torn);
                 RunProgram(path, [&](int number) { reports.Send(number); });
                 return 0;
             });
@@ -117,7 +118,7 @@ TEST(SimFileCrash, KilledAtRandomMoments)
 }
 
 /// What a disk has of the files when the power goes: what was synced, and any part of what came after.
-class Disk : public FileObserver
+class Disk : public simdb::io::Observer
 {
 public:
     explicit Disk(std::string folder) : m_folder(std::move(folder)) {}
@@ -150,7 +151,7 @@ public:
         Blackout();
         FileAt(descriptor).unsynced.push_back({0, {}, length});
     }
-    void OnRemove(char const* path) override
+    void OnRemove(std::string const& path) override
     {
         Blackout();
         if (m_random() % 2 == 0) // or the removal never reaches the disk
@@ -186,7 +187,7 @@ private:
     {
         if (testing::Test::HasFailure())
             return;
-        fileObserver = nullptr;
+        simdb::io::observer = nullptr;
         for (int share : {0, 50, 90, 100}) { // of the changes that reach the disk, in per cent
             std::string const path = m_folder + "/a.sim";
             for (char const* const name : {"a.sim", "a.sim.journal"}) {
@@ -204,7 +205,7 @@ private:
             SCOPED_TRACE("power failure " + std::to_string(failures));
             EXPECT_EQ(FailureOf([&] { ExpectWhole(path, reported); }), "no failure"); // the calls that are watched are noexcept
         }
-        fileObserver = this;
+        simdb::io::observer = this;
     }
 
     std::string m_folder;
@@ -216,9 +217,9 @@ TEST(SimFileCrash, PowerFailureAtEveryCall)
 {
     TemporaryFolder const folder(FolderWithoutDisk()), afterwards(FolderWithoutDisk());
     Disk disk(afterwards / "");
-    fileObserver = &disk;
+    simdb::io::observer = &disk;
     RunProgram(folder / "a.sim", [&](int number) { disk.reported = number; });
-    fileObserver = nullptr;
+    simdb::io::observer = nullptr;
     std::printf("%d power failures\n", disk.failures);
     EXPECT_GT(disk.failures, 300);
 }

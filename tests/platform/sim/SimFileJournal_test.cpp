@@ -51,7 +51,7 @@ protected:
                     Put(base, "");
                     ChildProcess child([&] {
                         auto const file = File::Open(path, false);
-                        KillAtChange(call, torn);
+                        KVOSimFaults::KillAfter(call, torn);
                         workload::Commit(file, 3, 4);
                         file->Close();
                         return 0;

@@ -1,7 +1,6 @@
 #include "SimWorkload.h"
 
 #include "DenseDrawer.h"
-#include "FileAccess.h"
 
 #include <filesystem>
 #include <numeric>
@@ -15,7 +14,6 @@ namespace
 using simdb::Checked;
 using simdb::DenseDrawer;
 using simdb::DenseShape;
-using simdb::FileAccess;
 using simdb::Hid;
 using simdb::Range;
 
@@ -40,8 +38,8 @@ bool Exists(simdb::File const& file, std::string const& name)
 std::shared_ptr<DenseDrawer> Drawer(FilePointer const& file, std::string const& name, DenseShape const& shape)
 {
     if (Exists(*file, name))
-        return DenseDrawer::Open(std::make_shared<FileAccess>(file), file->Hdf5(), name.c_str());
-    auto drawer = DenseDrawer::Create(std::make_shared<FileAccess>(file), shape);
+        return DenseDrawer::Open(file, file->Hdf5(), name.c_str());
+    auto drawer = DenseDrawer::Create(file, shape);
     drawer->LinkTo(file->Hdf5(), name.c_str());
     return drawer;
 }
@@ -54,7 +52,7 @@ std::array<Range, 2> ChunkRow(std::int64_t row)
 void Check(FilePointer const& file, std::string const& name, std::span<Range const> ranges, std::vector<double> const& expected)
 {
     std::vector<double> values(expected.size());
-    DenseDrawer::Open(std::make_shared<FileAccess>(file), file->Hdf5(), name.c_str())->Read(ranges, values.data());
+    DenseDrawer::Open(file, file->Hdf5(), name.c_str())->Read(ranges, values.data());
     EXPECT_TRUE(values == expected) << name;
 }
 
@@ -149,7 +147,7 @@ void MakeUnapplied(std::string const& path, int commits)
         ChildProcess child([&] {
             auto const file = simdb::File::Open(path, false);
             Change(file, commits);
-            KillAtChange(call);
+            KVOSimFaults::KillAfter(call);
             file->Commit();
             return 0;
         });
