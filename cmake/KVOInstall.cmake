@@ -2,19 +2,22 @@
 
 include(CMakePackageConfigHelpers)
 
+# A folder of their own, which the CMake targets and pkg-config name: sources include headers by their bare names, and the folder that all
+# libraries share holds none of ours.
+set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/KVOMtxLinearAlgebra)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/KVOMtxLinearAlgebra)
 
 set_target_properties(KVOMtxLinearAlgebra PROPERTIES INSTALL_RPATH $ORIGIN) # finds the platform beside it
 install(TARGETS KVOPlatform KVOMtxLinearAlgebra EXPORT KVOMtxLinearAlgebraTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
-    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+    FILE_SET HEADERS DESTINATION ${header_dir} COMPONENT development)
 install(EXPORT KVOMtxLinearAlgebraTargets NAMESPACE KVO:: DESTINATION ${package_dir} COMPONENT development)
 
 # A compiled Fortran module fits one compiler only, so its source is what is installed.
-install(FILES ${PROJECT_SOURCE_DIR}/fortran/kvo_mtx.f90 DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+install(FILES ${PROJECT_SOURCE_DIR}/fortran/kvo_mtx.f90 DESTINATION ${header_dir} COMPONENT development)
 
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/KVOMtxLinearAlgebraConfig.cmake.in
-    ${PROJECT_BINARY_DIR}/KVOMtxLinearAlgebraConfig.cmake INSTALL_DESTINATION ${package_dir} PATH_VARS CMAKE_INSTALL_INCLUDEDIR)
+    ${PROJECT_BINARY_DIR}/KVOMtxLinearAlgebraConfig.cmake INSTALL_DESTINATION ${package_dir} PATH_VARS header_dir)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/KVOMtxLinearAlgebraConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES
         ${PROJECT_BINARY_DIR}/KVOMtxLinearAlgebraConfig.cmake

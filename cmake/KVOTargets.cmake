@@ -49,15 +49,19 @@ endfunction()
 
 # kvo_add_room(LIBRARY ROOM SEES ROOM... SOURCES FILE...): the sources of one folder of a shared library. They see the public headers, those
 # of their own folder and those of the rooms named, which were added before: an include against the order of the rooms finds no file.
+# Where rooms have public headers themselves, INCLUDES names what they see instead of all public headers.
 function(kvo_add_room library room)
-    cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "SEES;SOURCES")
+    cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "INCLUDES;SEES;SOURCES")
+    if(NOT arg_INCLUDES)
+        set(arg_INCLUDES $<TARGET_PROPERTY:${library},INCLUDE_DIRECTORIES>)
+    endif()
     set(target ${library}_${room})
     add_library(${target} OBJECT ${arg_SOURCES})
     target_compile_features(${target} PRIVATE cxx_std_20)
     kvo_compile_as_library(${target})
     target_include_directories(${target}
         PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}
-        PRIVATE $<TARGET_PROPERTY:${library},INCLUDE_DIRECTORIES>)
+        PRIVATE ${arg_INCLUDES})
     foreach(seen ${arg_SEES})
         target_include_directories(${target} PRIVATE $<TARGET_PROPERTY:${library}_${seen},INTERFACE_INCLUDE_DIRECTORIES>)
     endforeach()

@@ -5,6 +5,7 @@
 // (16 bits; the 16th chooses file or journal), what is done there, and with what. The harness checks that the database is used or refused,
 // and that refusals are KVOSimException with a text.
 
+#include "FileCalls.h"
 #include "FuzzSupport.h"
 
 #include "KVOSimCSet.h"
@@ -13,7 +14,6 @@
 #include "KVOSimDatabase.h"
 #include "KVOSimDistribution.h"
 #include "KVOSimException.h"
-#include "KVOSimFaults.h"
 #include "KVOSimTransaction.h"
 #include "KVOSimTransfer.h"
 #include "KVOSrvDenseMatrix.h"
@@ -127,7 +127,7 @@ Files MakeLeft(Files const& sound)
         std::filesystem::remove(journal);
         pid_t const child = fork();
         if (child == 0) {
-            KVOSimFaults::KillAfter(call);
+            KillAtChange(call);
             Change(path);
             _exit(0);
         }

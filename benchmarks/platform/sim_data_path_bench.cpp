@@ -2,6 +2,7 @@
 #include "BenchmarkFolder.h"
 #include "ChunkGrid.h"
 #include "DenseDrawer.h"
+#include "FileAccess.h"
 #include "KVOSimTypeKey.h"
 #include "ValueSums.h"
 
@@ -22,6 +23,7 @@
 
 using simdb::DenseDrawer;
 using simdb::File;
+using simdb::FileAccess;
 using simdb::Range;
 
 namespace
@@ -81,13 +83,15 @@ public:
     {
         setenv("KVO_SIM_DATA_PATH", movedBy, 1);
         file = File::Create(s_folder / name, File::Kind::Scratch);
-        drawer = DenseDrawer::Create(file, {{kSize, kSize}, {chunk, chunk}, KVOSimDouble, {}});
+        access = std::make_shared<FileAccess>(file);
+        drawer = DenseDrawer::Create(access, {{kSize, kSize}, {chunk, chunk}, KVOSimDouble, {}});
         unsetenv("KVO_SIM_DATA_PATH");
     }
     ~Stored()
     {
         std::string const path = file->Path();
         drawer.reset();
+        access.reset();
         file.reset();
         unlink(path.c_str());
     }
@@ -106,6 +110,7 @@ public:
     }
 
     std::shared_ptr<File> file;
+    std::shared_ptr<FileAccess> access;
     std::shared_ptr<DenseDrawer> drawer;
 
 private:
@@ -210,7 +215,7 @@ void ReadVerifiedBlocks(benchmark::State& state)
     std::int64_t const chunk = state.range(0), count = kSize / chunk;
     std::vector<Window> const blocks = Blocks(chunk);
     Stored own("own.sim", chunk, "own"), reference("hdf5.sim", chunk, "hdf5");
-    own.drawer->SetSums(std::make_shared<simdb::ValueSums>(own.file, std::vector{count, count}));
+    own.drawer->SetSums(std::make_shared<simdb::ValueSums>(own.access, std::vector{count, count}));
     own.Fill(chunk);
     reference.Fill(chunk);
     CheckSame(own, blocks.back());
@@ -232,7 +237,7 @@ void OverwriteSummedBlocks(benchmark::State& state)
     std::int64_t const chunk = state.range(0), count = kSize / chunk;
     std::vector<Window> const blocks = Blocks(chunk);
     Stored own("own.sim", chunk, "own"), reference("hdf5.sim", chunk, "hdf5");
-    auto const sums = std::make_shared<simdb::ValueSums>(own.file, std::vector{count, count});
+    auto const sums = std::make_shared<simdb::ValueSums>(own.access, std::vector{count, count});
     own.Fill(chunk);
     reference.Fill(chunk);
     CheckSame(own, blocks.back());
@@ -352,21 +357,25 @@ void SmallDrawers(benchmark::State& state)
     for (auto _ : state) {
         auto file = File::Create(path, File::Kind::Persistent);
         Seconds const making = Time([&] {
+            auto access = std::make_shared<FileAccess>(file);
             for (int i = 0; i < kDrawers; ++i) {
-                auto const drawer =
-                    DenseDrawer::Create(file, {{20, 20}, chunked ? std::vector<std::int64_t>{20, 20} : std::vector<std::int64_t>{}, 3, {}});
+                auto const drawer = DenseDrawer::Create(
+                    access, {{20, 20}, chunked ? std::vector<std::int64_t>{20, 20} : std::vector<std::int64_t>{}, 3, {}});
                 drawer->LinkTo(file->Hdf5(), std::to_string(i).c_str());
                 drawer->Write(all, values.data());
             }
+            access.reset();
             file->Close();
         });
         Seconds const reading = Time([&] {
             file = File::Open(path, true);
+            auto access = std::make_shared<FileAccess>(file);
             for (int i = 0; i < kDrawers; ++i) {
                 std::fill(values.begin(), values.end(), 0.0);
-                DenseDrawer::Open(file, file->Hdf5(), std::to_string(i).c_str())->Read(all, values.data());
+                DenseDrawer::Open(access, file->Hdf5(), std::to_string(i).c_str())->Read(all, values.data());
                 Require(values[399] == 1.0, "a small drawer does not hold what was written");
             }
+            access.reset();
             file->Close();
         });
         unlink(path.c_str());

@@ -34,7 +34,7 @@ for package in $runtime $development $tools; do
     dpkg-deb -x "$packages/${package}"_*.deb "$work/root"
     case $package in
     "$runtime") own="$libraries\.$major(\.[0-9.]+)?" ;;
-    "$development") own="$libraries|usr/include/[A-Za-z0-9_]+\.(h|f90)|$lib/(cmake/KVOMtxLinearAlgebra/.*\.cmake|pkgconfig/KVOMtxLinearAlgebra\.pc)" ;;
+    "$development") own="$libraries|usr/include/KVOMtxLinearAlgebra/[A-Za-z0-9_]+\.(h|f90)|$lib/(cmake/KVOMtxLinearAlgebra/.*\.cmake|pkgconfig/KVOMtxLinearAlgebra\.pc)" ;;
     "$tools") own="usr/bin/kvomtx|usr/share/man/man1/kvomtx\.1\.gz" ;;
     esac
     strange=$(cd "$work/$package" && find . ! -type d -printf '%P\n' | grep -vxE "$own|usr/share/doc/$package/(copyright|changelog(\.Debian)?\.gz)" || true)

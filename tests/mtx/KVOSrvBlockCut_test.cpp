@@ -1,6 +1,6 @@
 #include "KVOSrvBlockCut.h"
 
-#include "DenseTiles.h"
+#include "DensePieces.h"
 
 #include <gtest/gtest.h>
 #include <vector>
@@ -108,12 +108,12 @@ TEST(KVOSrvBlockCut, AppendingKeepsTheFirstBlock)
             }
 }
 
-TEST(DenseTiles, TilesCoverEveryElementOnceWithinBlocksAndLimits)
+TEST(DensePieces, PiecesCoverEveryElementOnceWithinBlocksAndLimits)
 {
     KVOSrvBlockCut const rows = KVOSrvBlockCut::Whole(23, 7).View(3, 21), columns = KVOSrvBlockCut::Whole(17, 5).View(1, 15);
-    auto const check = [&](DenseTiles::Limit const& limit, int mostEntries) {
+    auto const check = [&](DensePieces::Limit const& limit, int mostEntries) {
         std::vector<int> visits(static_cast<std::size_t>(rows.size * columns.size));
-        DenseTiles::ForEachTile(rows, columns, limit, [&](DenseTiles::Window const& w) {
+        DensePieces::ForEachPiece(rows, columns, limit, [&](DensePieces::Window const& w) {
             EXPECT_LE(w.Rows(), limit.rows);
             EXPECT_LE(w.Columns(), limit.columns);
             EXPECT_LE(w.Entries(), mostEntries);
@@ -130,5 +130,5 @@ TEST(DenseTiles, TilesCoverEveryElementOnceWithinBlocksAndLimits)
     for (int side = 1; side <= 8; ++side)
         check({side, 9 - side}, side * (9 - side));
     for (int entries = 1; entries <= 40; ++entries)
-        check(DenseTiles::LimitEntries(rows, entries), entries);
+        check(DensePieces::LimitEntries(rows, entries), entries);
 }

@@ -1,37 +1,73 @@
-// Stands in front of the C library's functions, in a program or preloaded.
+// Stands in front of the C library's functions, in a program or preloaded: FileCalls.h says what for. Preloaded, the variable
+// KVO_FAIL_CALL, "1 20 FILE", lets call 20 (from 0) of kind 1 fail and makes FILE when it has.
 
+#include "FileCalls.h"
+
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstdint>
+#include <csignal>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <initializer_list>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-// Not by FailSystemCall.h: what is preloaded needs nothing of the tests.
-extern "C" void FailSystemCallAfter(int kind, std::int64_t successes) noexcept;
-extern "C" bool SystemCallHasFailed() noexcept;
+FileObserver* fileObserver = nullptr;
 
 namespace
 {
 
-constexpr int kRead = 0, kWrite = 1, kSync = 2;
-
-std::atomic<int> s_kind{-1};
-std::atomic<std::int64_t> s_left{-1};
-std::atomic<bool> s_failed{false};
+// Databases of several threads count here.
+constinit std::atomic<int> s_kind{-1}, s_error{0};
+constinit std::atomic<std::int64_t> s_calls{0}, s_first{-1}, s_times{0};
+constinit std::atomic<bool> s_torn{false};
 char s_report[4096];
 
-bool Fails(int kind, int descriptor, int error) noexcept
+constexpr int kNoDescriptor = STDERR_FILENO + 1;
+
+// 0, or the error of a call that must not be made. half() does the part of it that a torn one does.
+template<class Half>
+int FaultOf(std::initializer_list<SystemCall> kinds, int descriptor, Half const& half) noexcept
 {
-    if (kind != s_kind || descriptor <= STDERR_FILENO || s_left < 0 || s_left.fetch_sub(1) != 0)
-        return false;
-    s_failed = true;
+    if (descriptor <= STDERR_FILENO || std::find(kinds.begin(), kinds.end(), static_cast<SystemCall>(s_kind.load())) == kinds.end())
+        return 0;
+    std::int64_t const call = s_calls.fetch_add(1), first = s_first;
+    if (first < 0 || call < first || call >= first + s_times)
+        return 0;
+    if (s_torn)
+        half();
     if (s_report[0] != '\0')
-        close(open(s_report, O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+        syscall(SYS_close, syscall(SYS_openat, AT_FDCWD, s_report, O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    if (s_error == 0)
+        kill(getpid(), SIGKILL);
+    return s_error;
+}
+
+int FaultOf(std::initializer_list<SystemCall> kinds, int descriptor) noexcept
+{
+    return FaultOf(kinds, descriptor, [] {});
+}
+
+// What a call returns that fails with `error`, or where that is 0 what make() returns.
+template<class Make>
+auto Result(int error, Make const& make) noexcept -> decltype(make())
+{
+    if (error == 0)
+        return make();
     errno = error;
-    return true;
+    return -1;
+}
+
+int Sync(long number, int descriptor) noexcept
+{
+    int const error = FaultOf({SystemCall::Sync, SystemCall::Change}, descriptor);
+    if (error == 0 && fileObserver != nullptr)
+        fileObserver->OnSync(descriptor);
+    return Result(error, [=] { return static_cast<int>(syscall(number, descriptor)); });
 }
 
 __attribute__((constructor)) void ArmByEnvironment()
@@ -40,52 +76,103 @@ __attribute__((constructor)) void ArmByEnvironment()
     long long successes = -1;
     char const* const wish = std::getenv("KVO_FAIL_CALL");
     if (wish != nullptr && std::sscanf(wish, "%d %lld %4095s", &kind, &successes, s_report) == 3)
-        FailSystemCallAfter(kind, successes);
+        SetCallFault({static_cast<SystemCall>(kind), successes, static_cast<SystemCall>(kind) == SystemCall::Write ? ENOSPC : EIO});
 }
 
 } // namespace
 
 extern "C" {
 
-void FailSystemCallAfter(int kind, std::int64_t successes) noexcept
+void SetCallFault(CallFault const& fault) noexcept
 {
-    s_failed = false;
-    s_kind = kind;
-    s_left = successes;
+    s_first = -1;
+    s_kind = fault.successes < 0 ? -1 : static_cast<int>(fault.kind);
+    s_error = fault.error;
+    s_times = fault.times;
+    s_torn = fault.torn;
+    s_calls = 0;
+    s_first = fault.successes; // armed from here on
 }
 
-bool SystemCallHasFailed() noexcept
+std::int64_t CountedCalls() noexcept
 {
-    return s_failed;
+    return s_calls;
 }
 
 ssize_t read(int descriptor, void* data, size_t bytes)
 {
-    return Fails(kRead, descriptor, EIO) ? -1 : syscall(SYS_read, descriptor, data, bytes);
+    return Result(FaultOf({SystemCall::Read}, descriptor), [=] { return syscall(SYS_read, descriptor, data, bytes); });
 }
 
 ssize_t pread(int descriptor, void* data, size_t bytes, off_t offset)
 {
-    return Fails(kRead, descriptor, EIO) ? -1 : syscall(SYS_pread64, descriptor, data, bytes, offset);
+    return Result(FaultOf({SystemCall::Read}, descriptor), [=] { return syscall(SYS_pread64, descriptor, data, bytes, offset); });
 }
 
 ssize_t write(int descriptor, void const* data, size_t bytes)
 {
-    return Fails(kWrite, descriptor, ENOSPC) ? -1 : syscall(SYS_write, descriptor, data, bytes);
+    return Result(FaultOf({SystemCall::Write}, descriptor), [=] { return syscall(SYS_write, descriptor, data, bytes); });
 }
 
 ssize_t pwrite(int descriptor, void const* data, size_t bytes, off_t offset)
 {
-    return Fails(kWrite, descriptor, ENOSPC) ? -1 : syscall(SYS_pwrite64, descriptor, data, bytes, offset);
+    int const error =
+        FaultOf({SystemCall::Write, SystemCall::Change}, descriptor, [=] { syscall(SYS_pwrite64, descriptor, data, bytes / 2, offset); });
+    if (error == 0 && fileObserver != nullptr)
+        fileObserver->OnWrite(descriptor, data, bytes, static_cast<std::uint64_t>(offset));
+    return Result(error, [=] { return syscall(SYS_pwrite64, descriptor, data, bytes, offset); });
 }
 
 int fsync(int descriptor)
 {
-    return Fails(kSync, descriptor, EIO) ? -1 : static_cast<int>(syscall(SYS_fsync, descriptor));
+    return Sync(SYS_fsync, descriptor);
 }
 
 int fdatasync(int descriptor)
 {
-    return Fails(kSync, descriptor, EIO) ? -1 : static_cast<int>(syscall(SYS_fdatasync, descriptor));
+    return Sync(SYS_fdatasync, descriptor);
+}
+
+int ftruncate(int descriptor, off_t length) noexcept
+{
+    int const error = FaultOf({SystemCall::Change}, descriptor);
+    if (error == 0 && fileObserver != nullptr)
+        fileObserver->OnLength(descriptor, static_cast<std::uint64_t>(length));
+    return Result(error, [=] { return static_cast<int>(syscall(SYS_ftruncate, descriptor, length)); });
+}
+
+int fallocate(int descriptor, int mode, off_t offset, off_t bytes)
+{
+    int const error = FaultOf({SystemCall::Change}, descriptor);
+    if (error == 0 && fileObserver != nullptr) {
+        struct stat status {
+        };
+        fstatat(descriptor, "", &status, AT_EMPTY_PATH);
+        fileObserver->OnLength(descriptor, static_cast<std::uint64_t>(std::max<off_t>(status.st_size, offset + bytes)));
+    }
+    return Result(error, [=] { return static_cast<int>(syscall(SYS_fallocate, descriptor, mode, offset, bytes)); });
+}
+
+int fstat(int descriptor, struct stat* status) noexcept
+{
+    return Result(FaultOf({SystemCall::Look}, descriptor), [=] { return fstatat(descriptor, "", status, AT_EMPTY_PATH); });
+}
+
+int open(char const* path, int flags, ...)
+{
+    va_list rest;
+    va_start(rest, flags);
+    unsigned const mode = (flags & O_CREAT) != 0 ? va_arg(rest, unsigned) : 0;
+    va_end(rest);
+    return Result((flags & O_CREAT) != 0 ? FaultOf({SystemCall::Change}, kNoDescriptor) : 0,
+                  [=] { return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode)); });
+}
+
+int unlink(char const* path) noexcept
+{
+    int const error = FaultOf({SystemCall::Change}, kNoDescriptor);
+    if (error == 0 && fileObserver != nullptr)
+        fileObserver->OnRemove(path);
+    return Result(error, [=] { return static_cast<int>(syscall(SYS_unlinkat, AT_FDCWD, path, 0)); });
 }
 }

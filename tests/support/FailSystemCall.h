@@ -1,22 +1,18 @@
 #pragma once
 
 #include "FailureSweep.h"
+#include "FileCalls.h"
 
-#include <cstdint>
+#include <cerrno>
 
-/// The system calls on files that can be made to fail: read and pread with EIO, write and pwrite with ENOSPC, fsync and fdatasync with EIO.
-enum class SystemCall : int { Read, Write, Sync };
-
-/// Makes the call of a kind that follows `successes` further ones fail, once; a negative number: none does. It reaches every library of a
-/// program that has FailSystemCall.cpp among its sources, and every program that the same source is preloaded into: the variable
-/// KVO_FAIL_CALL, "1 20 FILE", lets call 20 (from 0) of kind 1 fail and makes FILE when it has. Standard streams are left alone.
-extern "C" void FailSystemCallAfter(int kind, std::int64_t successes) noexcept;
-/// Whether one has failed since.
-extern "C" bool SystemCallHasFailed() noexcept;
-
+/// Reads and syncs fail with EIO, writes with ENOSPC, each once.
 inline FailingCalls SystemCalls(SystemCall kind)
 {
-    constexpr char const* kNames[] = {"read", "write", "sync"};
-    return {kNames[static_cast<int>(kind)], [kind](std::int64_t successes) { FailSystemCallAfter(static_cast<int>(kind), successes); },
-            [](std::int64_t) { return SystemCallHasFailed(); }};
+    constexpr char const* kNames[] = {"read", "write", "sync", "fstat", "change of a file"};
+    int const error = kind == SystemCall::Write || kind == SystemCall::Change ? ENOSPC : EIO;
+    return {kNames[static_cast<int>(kind)],
+            [=](std::int64_t successes) {
+                SetCallFault({kind, successes, error});
+            },
+            [](std::int64_t successes) { return CountedCalls() > successes; }};
 }

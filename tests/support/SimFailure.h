@@ -1,8 +1,8 @@
 #pragma once
 
 #include "FailureSweep.h"
+#include "FileCalls.h"
 #include "KVOSimException.h"
-#include "KVOSimFaults.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -36,17 +36,14 @@ struct Fault {
     bool torn;
 };
 
-/// Calls by which a database changes its files.
+/// Calls by which a database changes its files; for programs with FailSystemCall.cpp among their sources.
 inline FailingCalls FileChanges(Fault const& fault)
 {
     return {std::string(std::strerror(fault.error)) + (fault.torn ? ", torn" : ""),
             [fault](std::int64_t successes) {
-                if (successes < 0)
-                    KVOSimFaults::Disarm();
-                else
-                    KVOSimFaults::FailAfter(successes, fault.error, fault.times, fault.torn);
+                SetCallFault({SystemCall::Change, successes, fault.error, fault.times, fault.torn});
             },
-            [](std::int64_t successes) { return KVOSimFaults::Calls() > successes; }};
+            [](std::int64_t successes) { return CountedCalls() > successes; }};
 }
 
 /// FailEach() with each of these faults; the text of a failure must say which. check(target, whether run threw, whether all goes on

@@ -13,7 +13,7 @@ using testing::StartsWith;
 namespace
 {
 
-// HDF5 loses memory of its own when it meets a damaged file or cannot write one (see SimErrors.cpp): LeakSanitizer would end the runs.
+// HDF5 loses memory of its own when it meets a damaged file or cannot write one (see Hdf5Guard.cpp): LeakSanitizer would end the runs.
 void TolerateLeaks()
 {
     setenv("ASAN_OPTIONS", "detect_leaks=0", 1);

@@ -1,5 +1,6 @@
 #include "KVOSrvBlaMatrix.h"
 
+#include "Arrays.h"
 #include "DenseKernels.h"
 #include "KVOSrvBlaMatrixSupport.h"
 #include "KVOSrvMatrixSupport.h"
@@ -8,9 +9,10 @@
 #include <new>
 #include <utility>
 
-using KVOSrvBlaMatrixSupport::Require;
-using KVOSrvMatrixSupport::AllocateValues;
-using KVOSrvMatrixSupport::ValueArray;
+using Arrays::AllocateArray;
+using Arrays::Array;
+using Arrays::EntriesToAllocate;
+using KVOSrvBlaMatrixSupport::RequirePrecondition;
 
 namespace
 {
@@ -32,16 +34,9 @@ double*& ArrayOf(cow_Counter* counter)
     return new (mem_OperatorNewThrow(sizeof(ArrayCounter))) ArrayCounter{{1}, array};
 }
 
-// The product is deliberately one of 32 bits: what exceeds it counts as the largest request, which the allocator refuses.
-std::int64_t EntriesToAllocate(int dim1, int dim2)
+Array<double> CopyOrZeros(double const* values, std::int64_t count)
 {
-    int count = 0;
-    return __builtin_mul_overflow(dim1, dim2, &count) ? -1 : count;
-}
-
-ValueArray CopyOrZeros(double const* values, std::int64_t count)
-{
-    ValueArray array = AllocateValues(count);
+    Array<double> array = AllocateArray<double>(count);
     values != nullptr ? std::copy_n(values, count, array.get()) : std::fill_n(array.get(), count, 0.0);
     return array;
 }
@@ -51,7 +46,7 @@ ValueArray CopyOrZeros(double const* values, std::int64_t count)
 KVOSrvBlaMatrix::KVOSrvBlaMatrix(int dim1, int dim2, double const* values, KVOSrvMtxProperty property)
     : m_offset(dim1), m_dim1(dim1), m_dim2(dim2), m_property(property), m_lowerStored(dim1 >= dim2)
 {
-    ValueArray array = CopyOrZeros(values, EntriesToAllocate(dim1, dim2));
+    Array<double> array = CopyOrZeros(values, EntriesToAllocate(dim1, dim2));
     m_counter = NewArrayCounter(array.get());
     m_values = array.release();
 }
@@ -75,9 +70,9 @@ KVOSrvBlaMatrix::~KVOSrvBlaMatrix()
 
 KVOSrvBlaMatrix* KVOSrvBlaMatrix::Submatrix(int startRow, int endRow, int startCol, int endCol) const
 {
-    Require(startRow >= 0 && startCol >= 0, "startRow>=0 && startCol>=0", 53);
-    Require(endRow < m_dim1 && endCol < m_dim2, "endRow<m_dim1 && endCol<m_dim2", 54);
-    Require(startRow <= endRow && startCol <= endCol, "startRow<=endRow && startCol<=endCol", 55);
+    RequirePrecondition(startRow >= 0 && startCol >= 0, "startRow>=0 && startCol>=0", 53);
+    RequirePrecondition(endRow < m_dim1 && endCol < m_dim2, "endRow<m_dim1 && endCol<m_dim2", 54);
+    RequirePrecondition(startRow <= endRow && startCol <= endCol, "startRow<=endRow && startCol<=endCol", 55);
 
     // 32 bits hold every place of an array. After Transpose() of a matrix that is not square the leading dimension leads beyond it: the
     // place is one of 32 bits then, too.
@@ -89,9 +84,9 @@ KVOSrvBlaMatrix* KVOSrvBlaMatrix::Submatrix(int startRow, int endRow, int startC
 // The three assertions on a range stand on lines that follow one another, wherever it is checked.
 void KVOSrvBlaMatrix::RequireRange(int startRow, int lastRow, int startCol, int lastCol, int line) const
 {
-    Require(startRow >= 0 && startCol >= 0, "startRow>=0 && startCol>=0", line);
-    Require(lastRow < m_dim1 && lastCol < m_dim2, "lastRow < m_dim1 && lastCol< m_dim2", line + 1);
-    Require(lastRow >= startRow && lastCol >= startCol, "lastRow >= startRow && lastCol >= startCol", line + 2);
+    RequirePrecondition(startRow >= 0 && startCol >= 0, "startRow>=0 && startCol>=0", line);
+    RequirePrecondition(lastRow < m_dim1 && lastCol < m_dim2, "lastRow < m_dim1 && lastCol< m_dim2", line + 1);
+    RequirePrecondition(lastRow >= startRow && lastCol >= startCol, "lastRow >= startRow && lastCol >= startCol", line + 2);
 }
 
 void KVOSrvBlaMatrix::SetValues(int startRow, int lastRow, int startCol, int lastCol, double const* array)
@@ -105,15 +100,15 @@ void KVOSrvBlaMatrix::SetValues(int startRow, int lastRow, int startCol, int las
 void KVOSrvBlaMatrix::SetValues(int startRow, int lastRow, int startCol, int lastCol, KVOSrvBlaMatrix const& dimMatrix)
 {
     RequireRange(startRow, lastRow, startCol, lastCol, 86);
-    Require(dimMatrix.NumberOfRows() == lastRow - startRow + 1, "dimMatrix.NumberOfRows() == lastRow-startRow+1", 90);
-    Require(dimMatrix.NumberOfColumns() == lastCol - startCol + 1, "dimMatrix.NumberOfColumns() == lastCol-startCol+1", 91);
+    RequirePrecondition(dimMatrix.NumberOfRows() == lastRow - startRow + 1, "dimMatrix.NumberOfRows() == lastRow-startRow+1", 90);
+    RequirePrecondition(dimMatrix.NumberOfColumns() == lastCol - startCol + 1, "dimMatrix.NumberOfColumns() == lastCol-startCol+1", 91);
 
     DenseKernels::Copy(dimMatrix.m_dim1, dimMatrix.m_dim2, dimMatrix.m_values, dimMatrix.m_offset, Element(startRow, startCol), m_offset);
 }
 
 void KVOSrvBlaMatrix::GetValues(int startRow, int lastRow, int startCol, int lastCol, double* array) const
 {
-    Require(array != nullptr, "array", 107);
+    RequirePrecondition(array != nullptr, "array", 107);
     RequireRange(startRow, lastRow, startCol, lastCol, 108);
 
     int const rows = lastRow - startRow + 1;
@@ -123,8 +118,8 @@ void KVOSrvBlaMatrix::GetValues(int startRow, int lastRow, int startCol, int las
 void KVOSrvBlaMatrix::GetValues(int startRow, int lastRow, int startCol, int lastCol, KVOSrvBlaMatrix& dimMatrix) const
 {
     RequireRange(startRow, lastRow, startCol, lastCol, 124);
-    Require(dimMatrix.NumberOfRows() == lastRow - startRow + 1, "dimMatrix.NumberOfRows() == lastRow-startRow+1", 128);
-    Require(dimMatrix.NumberOfColumns() == lastCol - startCol + 1, "dimMatrix.NumberOfColumns() == lastCol-startCol+1", 129);
+    RequirePrecondition(dimMatrix.NumberOfRows() == lastRow - startRow + 1, "dimMatrix.NumberOfRows() == lastRow-startRow+1", 128);
+    RequirePrecondition(dimMatrix.NumberOfColumns() == lastCol - startCol + 1, "dimMatrix.NumberOfColumns() == lastCol-startCol+1", 129);
 
     DenseKernels::Copy(dimMatrix.m_dim1, dimMatrix.m_dim2, Element(startRow, startCol), m_offset, dimMatrix.m_values, dimMatrix.m_offset);
 }
@@ -139,8 +134,8 @@ KVOSrvBlaMatrix& KVOSrvBlaMatrix::operator=(KVOSrvBlaMatrix const& rhs)
 {
     if (this == &rhs)
         return *this;
-    Require(m_dim1 == rhs.NumberOfRows() && m_dim2 == rhs.NumberOfColumns(),
-            "m_dim1 == rhs.NumberOfRows() && m_dim2 == rhs.NumberOfColumns()", 261);
+    RequirePrecondition(m_dim1 == rhs.NumberOfRows() && m_dim2 == rhs.NumberOfColumns(),
+                        "m_dim1 == rhs.NumberOfRows() && m_dim2 == rhs.NumberOfColumns()", 261);
 
     m_property = rhs.m_property;
     DenseKernels::Copy(m_dim1, m_dim2, rhs.m_values, rhs.m_offset, m_values, m_offset);
@@ -156,13 +151,13 @@ KVOSrvBlaMatrix& KVOSrvBlaMatrix::operator=(double value)
 
 void KVOSrvBlaMatrix::Transpose()
 {
-    Require((m_offset == m_dim1) || (m_dim1 == m_dim2), "(m_offset==m_dim1) || (m_dim1==m_dim2)", 284);
+    RequirePrecondition((m_offset == m_dim1) || (m_dim1 == m_dim2), "(m_offset==m_dim1) || (m_dim1==m_dim2)", 284);
 
     if (m_dim1 == m_dim2) {
         DenseKernels::TransposeInPlace(m_dim1, m_values, m_offset);
         return;
     }
-    ValueArray values = AllocateValues(EntriesToAllocate(m_dim1, m_dim2));
+    Array<double> values = AllocateArray<double>(EntriesToAllocate(m_dim1, m_dim2));
     DenseKernels::Transpose(m_dim1, m_dim2, m_values, m_dim1, values.get(), m_dim2);
     // Deliberate: whoever else refers to the old array is not asked, and m_offset and m_lowerStored stay, as the header warns.
     mem_Free(std::exchange(ArrayOf(m_counter), values.get()));

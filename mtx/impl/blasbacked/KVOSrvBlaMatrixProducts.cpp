@@ -9,7 +9,7 @@
 #include <utility>
 
 using KVOSrvBlaMatrixSupport::kTileSize;
-using KVOSrvBlaMatrixSupport::Require;
+using KVOSrvBlaMatrixSupport::RequirePrecondition;
 using KVOSrvBlaMatrixSupport::View;
 using KVOSrvMatrixSupport::LeadingDimension;
 
@@ -20,9 +20,9 @@ public:
     Product(KVOSrvBlaMatrix& C, KVOSrvBlaMatrix const& A, KVOSrvBlaMatrix const& B, double alpha, double beta, bool transA, bool transB)
         : m_C(C), m_A(A), m_B(B), m_alpha(alpha), m_beta(beta), m_transA(transA), m_transB(transB), m_opA(&A, transA), m_opB(&B, transB)
     {
-        Require(m_opA.NumberOfColumns() == m_opB.NumberOfRows(), "NumColsOpA == OpB.NumberOfRows()", 175);
-        Require((C.m_dim1 == m_opA.NumberOfRows()) && (C.m_dim2 == m_opB.NumberOfColumns()),
-                "(m_dim1 == NumRowsOpA) && (m_dim2 == NumColsOpB)", 176);
+        RequirePrecondition(m_opA.NumberOfColumns() == m_opB.NumberOfRows(), "NumColsOpA == OpB.NumberOfRows()", 175);
+        RequirePrecondition((C.m_dim1 == m_opA.NumberOfRows()) && (C.m_dim2 == m_opB.NumberOfColumns()),
+                            "(m_dim1 == NumRowsOpA) && (m_dim2 == NumColsOpB)", 176);
     }
 
     void ComputeAll() const { Multiply(RowsOfA(0, m_C.m_dim1), ColumnsOfB(0, m_C.m_dim2)); }
@@ -73,13 +73,13 @@ private:
     Tile RowTileOfA(int i, int line) const
     {
         View view(m_opA.RowBlock(i));
-        Require(view != nullptr, "OpABlock", line);
+        RequirePrecondition(view != nullptr, "OpABlock", line);
         return MakeTile(std::move(view), RowsOfA(i * kTileSize, i * kTileSize + m_opA.RowBlockSize(i)));
     }
     Tile ColumnTileOfB(int j, int line) const
     {
         View view(m_opB.ColBlock(j));
-        Require(view != nullptr, "OpBBlock", line);
+        RequirePrecondition(view != nullptr, "OpBBlock", line);
         return MakeTile(std::move(view), ColumnsOfB(j * kTileSize, j * kTileSize + m_opB.ColBlockSize(j)));
     }
 

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-using KVOSrvBlaMatrixSupport::Require;
+using KVOSrvBlaMatrixSupport::RequirePrecondition;
 
 // The rows of a column that a structured matrix is computed on, those of the stored triangle; of a general one all.
 KVOSrvBlaMatrix::Rows KVOSrvBlaMatrix::StoredRows(int column) const noexcept
@@ -30,7 +30,7 @@ void KVOSrvBlaMatrix::Multiply(double alpha)
 
 void KVOSrvBlaMatrix::Add(double alpha, KVOSrvBlaMatrix const& rhs)
 {
-    Require((m_dim1 == rhs.m_dim1) && (m_dim2 == rhs.m_dim2), "(m_dim1 == rhs.m_dim1) && (m_dim2 == rhs.m_dim2)", 375);
+    RequirePrecondition((m_dim1 == rhs.m_dim1) && (m_dim2 == rhs.m_dim2), "(m_dim1 == rhs.m_dim1) && (m_dim2 == rhs.m_dim2)", 375);
 
     if (alpha == 0.0)
         return;

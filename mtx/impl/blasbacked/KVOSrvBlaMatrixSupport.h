@@ -21,7 +21,7 @@ constexpr int kTileSize = 144;
 
 /// Ends the process unless `holds`. Texts and line numbers are part of the interface, since support staff search logs for them; so each
 /// caller states both as literals, and neither follows the source when it moves.
-inline void Require(bool holds, char const* expression, int line)
+inline void RequirePrecondition(bool holds, char const* expression, int line)
 {
     if (!holds)
         KVOSrvUtilities::ReportAndAbort(expression, "mtx/impl/KVOSrvBlaMatrix", line);

@@ -4,12 +4,12 @@
 #include "KVOSrvBlaMatrixSupport.h"
 
 using KVOSrvBlaMatrixSupport::kTileSize;
-using KVOSrvBlaMatrixSupport::Require;
+using KVOSrvBlaMatrixSupport::RequirePrecondition;
 
 KVOSrvTransBlaMtx::KVOSrvTransBlaMtx(KVOSrvBlaMatrix const* const mtx, bool transposed)
     : m_pMtx(mtx), m_transposed(transposed), m_blockSize(kTileSize)
 {
-    Require(m_pMtx != nullptr, "m_pMtx", 417);
+    RequirePrecondition(m_pMtx != nullptr, "m_pMtx", 417);
 
     m_numRows = transposed ? mtx->NumberOfColumns() : mtx->NumberOfRows();
     m_numCols = transposed ? mtx->NumberOfRows() : mtx->NumberOfColumns();
@@ -23,8 +23,8 @@ KVOSrvTransBlaMtx::KVOSrvTransBlaMtx(KVOSrvBlaMatrix const* const mtx, bool tran
 
 KVOSrvBlaMatrix* KVOSrvTransBlaMtx::RowBlock(int i) const
 {
-    Require(m_pMtx != nullptr, "m_pMtx", 437);
-    Require(i < m_numRowBlocks, "i<m_numRowBlocks", 438);
+    RequirePrecondition(m_pMtx != nullptr, "m_pMtx", 437);
+    RequirePrecondition(i < m_numRowBlocks, "i<m_numRowBlocks", 438);
 
     int const first = m_blockSize * i, last = first + RowBlockSize(i) - 1;
     return m_transposed ? m_pMtx->Submatrix(0, m_numCols - 1, first, last) : m_pMtx->Submatrix(first, last, 0, m_numCols - 1);
@@ -32,8 +32,8 @@ KVOSrvBlaMatrix* KVOSrvTransBlaMtx::RowBlock(int i) const
 
 KVOSrvBlaMatrix* KVOSrvTransBlaMtx::ColBlock(int j) const
 {
-    Require(m_pMtx != nullptr, "m_pMtx", 458);
-    Require(j < m_numColBlocks, "j<m_numColBlocks", 459);
+    RequirePrecondition(m_pMtx != nullptr, "m_pMtx", 458);
+    RequirePrecondition(j < m_numColBlocks, "j<m_numColBlocks", 459);
 
     int const first = m_blockSize * j, last = first + ColBlockSize(j) - 1;
     return m_transposed ? m_pMtx->Submatrix(first, last, 0, m_numRows - 1) : m_pMtx->Submatrix(0, m_numRows - 1, first, last);

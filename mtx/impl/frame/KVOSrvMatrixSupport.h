@@ -1,12 +1,8 @@
 #pragma once
 
 #include "KVOSrvMtxExceptions.h"
-#include "mem_Allocator.h"
 
-#include <cstdint>
-#include <memory>
-
-/// What the sources of KVOSrvMatrix share.
+/// Refusals, and what all classes tell BLAS and LAPACK alike.
 namespace KVOSrvMatrixSupport
 {
 
@@ -42,14 +38,6 @@ private:
     char const* m_source;
     char const* m_className;
 };
-
-using ValueArray = std::unique_ptr<double[], mem_Deleter>;
-
-/// An array of `count` doubles, not initialised; a negative count cannot be had. @throws mem_OutOfMemory
-inline ValueArray AllocateValues(std::int64_t count)
-{
-    return ValueArray(static_cast<double*>(mem_OperatorNewThrow(mem_ArrayBytes(count, sizeof(double)))));
-}
 
 /// The leading dimension that BLAS and LAPACK take for `rows` rows: they refuse 0, also for an empty matrix.
 constexpr int LeadingDimension(int rows) noexcept

@@ -1,23 +1,22 @@
 #include "KVOSrvMatrix.h"
 
+#include "Arrays.h"
 #include "DenseKernels.h"
 #include "KVOSrvMatrixSupport.h"
 
 #include <algorithm>
 
-using KVOSrvMatrixSupport::AllocateValues;
-using KVOSrvMatrixSupport::ValueArray;
+using Arrays::AllocateArray;
+using Arrays::Array;
 
 namespace
 {
 
-constexpr KVOSrvMatrixSupport::InputCheck Require{"mtx/impl/KVOSrvMatrix"};
+constexpr KVOSrvMatrixSupport::InputCheck RequireLegal{"mtx/impl/KVOSrvMatrix"};
 
-// The product is deliberately one of 32 bits: what exceeds it counts as the largest request, which the allocator refuses.
 std::int64_t EntriesToAllocate(int rows, int columns, bool diagonal)
 {
-    int count = rows;
-    return !diagonal && __builtin_mul_overflow(rows, columns, &count) ? -1 : count;
+    return diagonal ? rows : Arrays::EntriesToAllocate(rows, columns);
 }
 
 } // namespace
@@ -25,9 +24,9 @@ std::int64_t EntriesToAllocate(int rows, int columns, bool diagonal)
 KVOSrvMatrix::KVOSrvMatrix(int rows, int columns, double* values, bool symmetric, bool diagonal)
     : m_values(values), m_rows(rows), m_columns(columns), m_ownsValues(values == nullptr), m_symmetric(symmetric), m_diagonal(diagonal)
 {
-    Require(rows >= 0 && columns >= 0, "KVOSrvMatrix");
+    RequireLegal(rows >= 0 && columns >= 0, "KVOSrvMatrix");
     if (m_ownsValues)
-        m_values = AllocateValues(EntriesToAllocate(rows, columns, diagonal)).release();
+        m_values = AllocateArray<double>(EntriesToAllocate(rows, columns, diagonal)).release();
 }
 
 KVOSrvMatrix::KVOSrvMatrix(KVOSrvMatrix const& other)
@@ -69,8 +68,8 @@ KVOSrvMatrix& KVOSrvMatrix::operator=(KVOSrvMatrix const& other)
         SetSlice(1.0, other, 0, 0);
         return *this;
     }
-    Require(m_ownsValues, "Assignment operator");
-    ValueArray values = AllocateValues(EntriesToAllocate(other.m_rows, other.m_columns, other.m_diagonal));
+    RequireLegal(m_ownsValues, "Assignment operator");
+    Array<double> values = AllocateArray<double>(EntriesToAllocate(other.m_rows, other.m_columns, other.m_diagonal));
     std::copy_n(other.m_values, other.StoredEntries(), values.get());
     mem_Free(m_values); // last: `other` may wrap this array
     m_values = values.release();
@@ -101,7 +100,7 @@ bool KVOSrvMatrix::operator==(double value) const
 
 void KVOSrvMatrix::SetValues(int startRow, int endRow, int startCol, int endCol, double const* values)
 {
-    Require(ContainsBlock(startRow, endRow, startCol, endCol), "SetValues");
+    RequireLegal(ContainsBlock(startRow, endRow, startCol, endCol), "SetValues");
 
     int const rows = endRow - startRow + 1;
     DenseKernels::Copy(rows, endCol - startCol + 1, values, rows, Column(startCol) + startRow, m_rows);
@@ -109,8 +108,8 @@ void KVOSrvMatrix::SetValues(int startRow, int endRow, int startCol, int endCol,
 
 void KVOSrvMatrix::SetValues(int startRow, int endRow, int startCol, int endCol, KVOSrvMatrix const& source)
 {
-    Require(ContainsBlock(startRow, endRow, startCol, endCol), "SetValues");
-    Require((std::int64_t{endRow} - startRow + 1) * (endCol - startCol + 1) <= source.AddressableEntries(), "SetValues");
+    RequireLegal(ContainsBlock(startRow, endRow, startCol, endCol), "SetValues");
+    RequireLegal((std::int64_t{endRow} - startRow + 1) * (endCol - startCol + 1) <= source.AddressableEntries(), "SetValues");
 
     SetValues(startRow, endRow, startCol, endCol, source.m_values);
 }
@@ -122,9 +121,9 @@ void KVOSrvMatrix::SetRows(int startRow, int endRow, KVOSrvMatrix const& source)
 
 void KVOSrvMatrix::GetValues(int startRow, int endRow, int startCol, int endCol, KVOSrvMatrix& target) const
 {
-    Require(ContainsBlock(startRow, endRow, startCol, endCol), "GetValues");
+    RequireLegal(ContainsBlock(startRow, endRow, startCol, endCol), "GetValues");
     int const rows = endRow - startRow + 1, columns = endCol - startCol + 1;
-    Require(std::int64_t{rows} * columns <= target.AddressableEntries(), "GetValues");
+    RequireLegal(std::int64_t{rows} * columns <= target.AddressableEntries(), "GetValues");
 
     DenseKernels::Copy(rows, columns, Column(startCol) + startRow, m_rows, target.m_values, rows);
 }
@@ -143,9 +142,9 @@ void KVOSrvMatrix::SetDiagonal(double const* d)
 
 void KVOSrvMatrix::SetDiagonal(KVOSrvMatrix const& source)
 {
-    Require(IsSquare() && source.IsSquare(), "SetDiagonal");
-    Require(!m_diagonal || source.m_diagonal, "SetDiagonal");
-    Require(source.m_rows >= m_rows, "SetDiagonal");
+    RequireLegal(IsSquare() && source.IsSquare(), "SetDiagonal");
+    RequireLegal(!m_diagonal || source.m_diagonal, "SetDiagonal");
+    RequireLegal(source.m_rows >= m_rows, "SetDiagonal");
 
     for (int i = 0; i < m_rows; ++i)
         m_values[i * DiagonalStride()] = source.m_values[i * source.DiagonalStride()];
@@ -153,7 +152,7 @@ void KVOSrvMatrix::SetDiagonal(KVOSrvMatrix const& source)
 
 void KVOSrvMatrix::SetSlice(double factor, KVOSrvMatrix const& source, int rowOffset, int colOffset)
 {
-    Require(!m_diagonal || source.m_diagonal, "SetSlice");
+    RequireLegal(!m_diagonal || source.m_diagonal, "SetSlice");
 
     auto const scale = [factor](double const* from, double* to, std::int64_t count) {
         for (std::int64_t i = 0; i < count; ++i)
@@ -181,7 +180,7 @@ void KVOSrvMatrix::AddSlice(double factor, KVOSrvMatrix const& source, int rowOf
 {
     // Deliberate: reports under the name of operator=; callers match on that text. A diagonal target is refused for a diagonal source too:
     // the sum goes by the places of full storage, unlike SetSlice, and a diagonal's array ends before them.
-    Require(!m_diagonal, "Assignment operator");
+    RequireLegal(!m_diagonal, "Assignment operator");
 
     double* const target = Column(colOffset) + rowOffset;
     if (source.m_diagonal) {
@@ -204,7 +203,7 @@ void KVOSrvMatrix::Transpose()
         DenseKernels::TransposeInPlace(m_rows, m_values, m_rows);
         return;
     }
-    ValueArray values = AllocateValues(StoredEntries());
+    Array<double> values = AllocateArray<double>(StoredEntries());
     DenseKernels::Transpose(m_rows, m_columns, m_values, m_rows, values.get(), m_columns);
     if (m_ownsValues) {
         mem_Free(m_values);

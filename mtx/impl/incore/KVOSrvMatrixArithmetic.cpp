@@ -1,3 +1,4 @@
+#include "Arrays.h"
 #include "KVOSrvMatrix.h"
 
 #include "DenseKernels.h"
@@ -7,14 +8,14 @@
 
 #include <algorithm>
 
-using KVOSrvMatrixSupport::AllocateValues;
+using Arrays::AllocateArray;
+using Arrays::Array;
 using KVOSrvMatrixSupport::LeadingDimension;
-using KVOSrvMatrixSupport::ValueArray;
 
 namespace
 {
 
-constexpr KVOSrvMatrixSupport::InputCheck Require{"mtx/impl/KVOSrvMatrixArithmetic"};
+constexpr KVOSrvMatrixSupport::InputCheck RequireLegal{"mtx/impl/KVOSrvMatrixArithmetic"};
 
 // Block sizes that the callers of the symmetric products know, so the same on every processor.
 constexpr int kSymmetricBlock = 128;
@@ -53,8 +54,8 @@ void KVOSrvMatrix::Multiply(double s)
 KVOSrvMatrix& KVOSrvMatrix::operator+=(KVOSrvMatrix const& B)
 {
     // Deliberate: both report under the name of operator*=; callers match on that text.
-    Require(this != &B, "*=");
-    Require(HasShapeOf(B) && (!m_diagonal || B.m_diagonal), "*=");
+    RequireLegal(this != &B, "*=");
+    RequireLegal(HasShapeOf(B) && (!m_diagonal || B.m_diagonal), "*=");
 
     Add(1.0, B);
     return *this;
@@ -64,7 +65,7 @@ void KVOSrvMatrix::Add(double f, KVOSrvMatrix const& B)
 {
     if (f == 0.0)
         return;
-    Require(HasShapeOf(B) && (!m_diagonal || B.m_diagonal), "Add");
+    RequireLegal(HasShapeOf(B) && (!m_diagonal || B.m_diagonal), "Add");
 
     bool const alongDiagonal = B.m_diagonal && !m_diagonal;
     DenseKernels::AddMultiple(f, B.m_values, alongDiagonal ? std::min(m_rows, m_columns) : StoredEntries(), m_values,
@@ -73,9 +74,9 @@ void KVOSrvMatrix::Add(double f, KVOSrvMatrix const& B)
 
 void KVOSrvMatrix::Interpolate(double t, KVOSrvMatrix const& A, KVOSrvMatrix const& B)
 {
-    Require(HasShapeOf(A) && HasShapeOf(B), "Interpolate");
-    Require(!(t < 0.0 || t > 1.0), "Interpolate");                                    // so written that a NaN passes
-    Require(m_diagonal == A.m_diagonal && m_diagonal == B.m_diagonal, "Interpolate"); // entries pair up by their places in the arrays
+    RequireLegal(HasShapeOf(A) && HasShapeOf(B), "Interpolate");
+    RequireLegal(!(t < 0.0 || t > 1.0), "Interpolate");                                    // so written that a NaN passes
+    RequireLegal(m_diagonal == A.m_diagonal && m_diagonal == B.m_diagonal, "Interpolate"); // entries pair up by their places in the arrays
 
     std::int64_t const count = StoredEntries();
     double const s = 1.0 - t;
@@ -91,16 +92,16 @@ void KVOSrvMatrix::Multiply(KVOSrvMatrix const& B, KVOSrvMatrix& C, int /*option
 
 void KVOSrvMatrix::Multiply(KVOSrvMatrix const& A, KVOSrvMatrix const& B)
 {
-    Require(A.m_columns == B.m_rows, "Multiply");
-    Require(m_rows == A.m_rows && m_columns == B.m_columns, "Multiply");
-    Require((!A.m_diagonal || A.IsSquare()) && (!B.m_diagonal || B.IsSquare()), "Multiply");
+    RequireLegal(A.m_columns == B.m_rows, "Multiply");
+    RequireLegal(m_rows == A.m_rows && m_columns == B.m_columns, "Multiply");
+    RequireLegal((!A.m_diagonal || A.IsSquare()) && (!B.m_diagonal || B.IsSquare()), "Multiply");
     if (A.m_diagonal && B.m_diagonal) {
         MultiplyDiagonals(A, B);
         return;
     }
-    Require(!m_diagonal, "Multiply");
+    RequireLegal(!m_diagonal, "Multiply");
     if (!A.m_diagonal && !B.m_diagonal) {
-        Require(m_values != A.m_values && m_values != B.m_values, "Multiply"); // DGEMM would read its own results
+        RequireLegal(m_values != A.m_values && m_values != B.m_values, "Multiply"); // DGEMM would read its own results
         Product("N", m_rows, m_columns, A.m_columns, {A.m_values, A.m_rows}, {B.m_values, B.m_rows}, 0.0, m_values, m_rows);
         return;
     }
@@ -128,10 +129,10 @@ void KVOSrvMatrix::MultiplyDiagonals(KVOSrvMatrix const& A, KVOSrvMatrix const& 
 
 void KVOSrvMatrix::SymmetricMultiply(KVOSrvMatrix const& A, KVOSrvMatrix const& B)
 {
-    Require(IsSquare() && m_rows == A.m_columns && m_rows == B.m_rows, "SymmetricMultiply");
-    Require(HasShapeOf(A) && HasShapeOf(B), "SymmetricMultiply");
-    Require(!m_diagonal && !A.m_diagonal && !B.m_diagonal, "SymmetricMultiply");
-    Require(m_values != A.m_values && m_values != B.m_values, "SymmetricMultiply"); // they would be cleared
+    RequireLegal(IsSquare() && m_rows == A.m_columns && m_rows == B.m_rows, "SymmetricMultiply");
+    RequireLegal(HasShapeOf(A) && HasShapeOf(B), "SymmetricMultiply");
+    RequireLegal(!m_diagonal && !A.m_diagonal && !B.m_diagonal, "SymmetricMultiply");
+    RequireLegal(m_values != A.m_values && m_values != B.m_values, "SymmetricMultiply"); // they would be cleared
 
     *this = 0.0;
     TriangleBlocks::Cut const cut{m_rows, kSymmetricBlock, true};
@@ -165,9 +166,9 @@ void KVOSrvMatrix::TransposeMultiply(KVOSrvMatrix const& B, KVOSrvMatrix& C, int
 
 KVOSrvMatrix& KVOSrvMatrix::operator*=(KVOSrvMatrix const& B)
 {
-    Require(this != &B, "*=");
-    Require(m_rows == B.m_columns, "*=");
-    Require(!B.m_diagonal || B.IsSquare(), "*=");
+    RequireLegal(this != &B, "*=");
+    RequireLegal(m_rows == B.m_columns, "*=");
+    RequireLegal(!B.m_diagonal || B.IsSquare(), "*=");
     bool const isColumn = m_columns == 1;
     if (B.m_diagonal && (m_diagonal || (isColumn && !IsSquare()))) {
         for (int i = 0; i < m_rows; ++i)
@@ -186,7 +187,7 @@ KVOSrvMatrix& KVOSrvMatrix::operator*=(KVOSrvMatrix const& B)
 
 void KVOSrvMatrix::MultiplyFromRight(KVOSrvMatrix const& B)
 {
-    Require(IsSquare() && B.IsSquare() && !m_diagonal && m_values != B.m_values, "Multiply");
+    RequireLegal(IsSquare() && B.IsSquare() && !m_diagonal && m_values != B.m_values, "Multiply");
 
     KVOSrvMatrix const copy(*this);
     Product("N", m_rows, m_rows, m_rows, {copy.m_values, m_rows}, {B.m_values, m_rows}, 0.0, m_values, m_rows);
@@ -194,7 +195,7 @@ void KVOSrvMatrix::MultiplyFromRight(KVOSrvMatrix const& B)
 
 void KVOSrvMatrix::MultiplyFromLeft(KVOSrvMatrix const& B)
 {
-    Require(B.IsSquare() && m_values != B.m_values, "Multiply"); // the result has as many rows as B
+    RequireLegal(B.IsSquare() && m_values != B.m_values, "Multiply"); // the result has as many rows as B
 
     KVOSrvMatrix const copy(*this);
     int const lda = LeadingDimension(m_rows);
@@ -203,10 +204,10 @@ void KVOSrvMatrix::MultiplyFromLeft(KVOSrvMatrix const& B)
 
 void KVOSrvMatrix::PermuteRowsInPlace(int const* perm, int n)
 {
-    Require(n == m_rows, "PermuteRowsInPlace");
-    Require(!m_diagonal, "PermuteRowsInPlace"); // its rows cannot be anywhere else
+    RequireLegal(n == m_rows, "PermuteRowsInPlace");
+    RequireLegal(!m_diagonal, "PermuteRowsInPlace"); // its rows cannot be anywhere else
 
-    ValueArray const buffer = AllocateValues(m_rows);
+    Array<double> const buffer = AllocateArray<double>(m_rows);
     for (int j = 0; j < m_columns; ++j) {
         double* const column = Column(j);
         std::copy_n(column, m_rows, buffer.get());

@@ -1,18 +1,19 @@
+#include "Arrays.h"
 #include "KVOSrvMatrix.h"
 
 #include "KVOFortran.h"
 #include "KVOSrvMatrixSupport.h"
 #include "LapackWorkspace.h"
 
-using KVOSrvMatrixSupport::AllocateValues;
+using Arrays::AllocateArray;
+using Arrays::Array;
 using KVOSrvMatrixSupport::LeadingDimension;
-using KVOSrvMatrixSupport::ValueArray;
 
 namespace
 {
 
 constexpr char const* kSource = "mtx/impl/KVOSrvMatrixSolve";
-constexpr KVOSrvMatrixSupport::InputCheck Require{kSource};
+constexpr KVOSrvMatrixSupport::InputCheck RequireLegal{kSource};
 
 void CopyAsFull(KVOSrvMatrix const& source, KVOSrvMatrix& target)
 {
@@ -35,14 +36,14 @@ void KVOSrvMatrix::Factorize(int* pivots)
     int const lda = LeadingDimension(m_rows);
     int info = 0;
     if (m_symmetric) {
-        Require(m_columns >= m_rows, "Factorize");
+        RequireLegal(m_columns >= m_rows, "Factorize");
         int const lwork = LapackWorkspace::Size(std::int64_t{m_rows} * m_rows);
-        ValueArray const work = AllocateValues(lwork);
+        Array<double> const work = AllocateArray<double>(lwork);
         BLAC_DSYTRF("L", &m_rows, m_values, &lda, pivots, work.get(), &lwork, &info);
     } else {
         BLAC_DGETRF(&m_rows, &m_columns, m_values, &lda, pivots, &info);
     }
-    Require(info >= 0, "Factorize"); // deliberate: a zero pivot, info > 0, is not reported
+    RequireLegal(info >= 0, "Factorize"); // deliberate: a zero pivot, info > 0, is not reported
 }
 
 void KVOSrvMatrix::InvertDiagonal()
@@ -57,7 +58,7 @@ void KVOSrvMatrix::InvertDiagonal()
 void KVOSrvMatrix::ForwardBackwardPass(int const* pivots, KVOSrvMatrix& rhs, bool transposed) const
 {
     // The leading square is solved with; of fewer columns than rows there is none.
-    Require(m_columns >= m_rows && !rhs.IsAllocatedAsDiagonal(), "ForwardBackwardPass");
+    RequireLegal(m_columns >= m_rows && !rhs.IsAllocatedAsDiagonal(), "ForwardBackwardPass");
     int const nrhs = rhs.m_columns;
     if (m_diagonal) {
         for (int j = 0; j < nrhs; ++j)
@@ -72,22 +73,22 @@ void KVOSrvMatrix::ForwardBackwardPass(int const* pivots, KVOSrvMatrix& rhs, boo
         BLAC_DSYTRS("L", &m_rows, &nrhs, m_values, &lda, pivots, rhs.m_values, &ldb, &info);
     else
         BLAC_DGETRS(transposed ? "T" : "N", &m_rows, &nrhs, m_values, &lda, pivots, rhs.m_values, &ldb, &info);
-    Require(info >= 0, "ForwardBackwardPass");
+    RequireLegal(info >= 0, "ForwardBackwardPass");
 }
 
 void KVOSrvMatrix::SolveEigenproblemSymmetric(KVOSrvMatrix const& B, KVOSrvMatrix& eigenvalues, KVOSrvMatrix& eigenvectors) const
 {
     char const* const operation = "SolveEigenproblemSymmetric";
     int const n = m_rows;
-    Require(n >= 1 && IsSquare() && HasShapeOf(B) && HasShapeOf(eigenvectors) && eigenvalues.m_rows == n, operation);
-    Require(eigenvalues.StoredEntries() >= n && eigenvectors.StoredEntries() == std::int64_t{n} * n, operation);
-    Require(&eigenvalues != &eigenvectors, operation);
-    Require(IsSymmetricNumerically() && B.IsSymmetricNumerically(), operation);
+    RequireLegal(n >= 1 && IsSquare() && HasShapeOf(B) && HasShapeOf(eigenvectors) && eigenvalues.m_rows == n, operation);
+    RequireLegal(eigenvalues.StoredEntries() >= n && eigenvectors.StoredEntries() == std::int64_t{n} * n, operation);
+    RequireLegal(&eigenvalues != &eigenvectors, operation);
+    RequireLegal(IsSymmetricNumerically() && B.IsSymmetricNumerically(), operation);
 
     // All allocations and the copy of B first: nothing is written if they fail, and the results may go to A or B.
     KVOSrvMatrix factorOfB(n, n, nullptr, false, false);
     int const lwork = LapackWorkspace::SizeForSymmetricEigenproblem(n);
-    ValueArray const work = AllocateValues(lwork);
+    Array<double> const work = AllocateArray<double>(lwork);
     CopyAsFull(B, factorOfB);
     if (&eigenvectors != this)
         CopyAsFull(*this, eigenvectors);

@@ -1,26 +1,26 @@
 #include "KVOSrvDenseMatrix.h"
 
+#include "DenseChecks.h"
 #include "KVOSimCSet.h"
 #include "KVOSimCollection.h"
 #include "KVOSimContext.h"
 #include "KVOSimException.h"
-#include "KVOSrvMatrixSupport.h"
 #include "mem_Vector.h"
 
 #include <algorithm>
 #include <new>
 #include <utility>
 
+using DenseChecks::RequireFitting;
+
 namespace
 {
-
-constexpr KVOSrvMatrixSupport::RefusalCheck Require("mtx/impl/KVOSrvDenseMatrix", "KVOSrvDenseMatrix");
 
 KVOSimDrawer FirstDrawer(KVOSimDistribution const& distribution)
 {
     KVOSimArray<KVOSimDrawer> drawers;
     distribution.QueryDrawers(drawers);
-    Require(drawers.Size() > 0, "KVOSrvDenseMatrix", "the distribution has no drawer");
+    RequireFitting(drawers.Size() > 0, "KVOSrvDenseMatrix", "the distribution has no drawer");
     return drawers[0];
 }
 
@@ -92,10 +92,10 @@ KVOSrvDenseMatrix::~KVOSrvDenseMatrix() = default;
 void KVOSrvDenseMatrix::Bind(KVOSimDistribution const& distribution)
 {
     int const dims = distribution.NumDimensions();
-    Require(dims == 1 || dims == 2, "KVOSrvDenseMatrix", "the distribution has not one or two dimensions");
+    RequireFitting(dims == 1 || dims == 2, "KVOSrvDenseMatrix", "the distribution has not one or two dimensions");
     KVOSimDrawer const drawer = FirstDrawer(distribution);
-    Require(drawer.kind == KVOSimDenseDrawer && drawer.typeKey == KVOSimDouble, "KVOSrvDenseMatrix",
-            "the drawer is not a dense one of doubles");
+    RequireFitting(drawer.kind == KVOSimDenseDrawer && drawer.typeKey == KVOSimDouble, "KVOSrvDenseMatrix",
+                   "the drawer is not a dense one of doubles");
 
     m_distribution = distribution;
     m_transfer = NewTransfer(m_distribution);
@@ -117,7 +117,7 @@ void KVOSrvDenseMatrix::RequireStoredSize() const
     if (m_isExtended && (isBehind(rowDim, m_rowCut) || (rowDim > 0 && isBehind(0, m_columnCut))))
         KVOSimException("Cannot use a matrix of the database", KVOSimContext(DistributionID().ContextID()).Path(),
                         "the transaction in which it was extended was dropped; bind a new one to the distribution")
-            .Throw("mtx/impl/KVOSrvDenseMatrix", __LINE__);
+            .Throw(DenseChecks::kSource, __LINE__);
 }
 
 // The set of those members of `stored` that this matrix has.
@@ -132,7 +132,7 @@ KVOSimCSetID KVOSrvDenseMatrix::PartOfMembers(KVOSimCSetID const& stored, KVOSrv
         return stored;
     if (part == nullptr) {
         if (cut.offset < 0 || cut.offset > set.Size() - cut.size) // a view that leaves its matrix
-            KVOSrvMtxInvalidGetRange().Throw("mtx/impl/KVOSrvDenseMatrix", __LINE__);
+            KVOSrvMtxInvalidGetRange().Throw(DenseChecks::kSource, __LINE__);
         part = std::make_unique<KVOSimCSet const>(set.Part(cut.offset, cut.size));
     }
     return part->ID();
@@ -215,7 +215,7 @@ int KVOSrvDenseMatrix::ExtendDim(KVOSimCSetID const& newMembers)
     if (FirstDrawer(m_distribution).dimensionSizes[dim] != (columns ? m_columnCut : m_rowCut).size)
         KVOSimException("Cannot extend a matrix of the database", KVOSimContext(DistributionID().ContextID()).Path(),
                         "it has been extended through another object; bind a new one to it")
-            .Throw("mtx/impl/KVOSrvDenseMatrix", __LINE__);
+            .Throw(DenseChecks::kSource, __LINE__);
     auto const size = static_cast<int>(all.size());
     KVOSimCSetID const allMembers = KVOSimCollection(members.CollectionID()).CreateOrderedCSet(all.data(), size);
     std::unique_ptr<KVOSimTransfer> transfer = NewTransfer(m_distribution);

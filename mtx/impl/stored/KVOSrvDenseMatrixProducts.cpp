@@ -1,8 +1,10 @@
 // Products of a stored matrix, walked by block rows, with matrices in memory.
 
+#include "DenseChecks.h"
 #include "DenseKernels.h"
-#include "DenseSlabs.h"
+#include "DenseRowProduct.h"
 
+using namespace DenseChecks;
 using namespace DenseSlabs;
 
 namespace
@@ -14,8 +16,8 @@ void MultiplyInMemory(KVOSrvDenseMatrix const& A, double const* X, int p, double
     int const rows = A.NumberOfRows(), columns = A.NumberOfColumns();
     if (rows == 0 || p == 0)
         return;
-    Require((X != nullptr || columns == 0) && C != nullptr, "Multiply", "an array is null");
-    Require(X != C, "Multiply", "the result is an operand");
+    RequireFitting((X != nullptr || columns == 0) && C != nullptr, "Multiply", "an array is null");
+    RequireFitting(X != C, "Multiply", "the result is an operand");
     Walk const slabs(A.StoredRowBlocks(), BlockRowsPerSlab(A, p, 0));
     RowProduct const product(A, slabs.MaxCount(), p, slabs.Slabs());
     slabs.ForEachFew(
@@ -26,7 +28,7 @@ void MultiplyInMemory(KVOSrvDenseMatrix const& A, double const* X, int p, double
 }
 
 // C(:, j) += d(j) A(:, j)
-void AddScaledColumns(double const* d, Slab const& A, int rows, int columns, double* C)
+void AddScaledColumns(double const* d, Buffer const& A, int rows, int columns, double* C)
 {
     for (int j = 0; j < columns; ++j)
         DenseKernels::AddMultiple(d[j], A.Values() + std::int64_t{j} * rows, rows, C + std::int64_t{j} * rows, 1);
@@ -42,7 +44,7 @@ void MultiplyByDiagonal(KVOSrvDenseMatrix const& A, double const* diagonal, doub
 {
     int const columns = A.NumberOfColumns();
     Walk const slabs(Y.StoredRowBlocks());
-    Slab const slab(std::int64_t{slabs.MaxCount()} * columns), result(std::int64_t{slabs.MaxCount()} * columns);
+    Buffer const slab(std::int64_t{slabs.MaxCount()} * columns), result(std::int64_t{slabs.MaxCount()} * columns);
     slabs.ForEach([&](Span rows) { A.AnnounceRead(rows.first, rows.last, 0, columns - 1); },
                   [&](Span rows) {
                       std::int64_t const entries = std::int64_t{rows.Count()} * columns;
@@ -95,34 +97,34 @@ bool AreGroups(int const* rows, int const* ranges, int count)
 
 void KVOSrvDenseMatrix::Multiply(double const* x, int k, double* y) const
 {
-    Require(k >= 0, "Multiply", "the number of vectors is negative");
+    RequireFitting(k >= 0, "Multiply", "the number of vectors is negative");
     MultiplyInMemory(*this, x, k, 1.0, y); // deliberate: y is not cleared, callers pass a prepared one
 }
 
 void KVOSrvDenseMatrix::Multiply(KVOSrvMatrix const& X, KVOSrvMatrix& Y) const
 {
     int const p = X.NumberOfColumns();
-    Require(IsFull(X, NumberOfColumns(), p), "Multiply", kFactor);
-    Require(Y.NumberOfRows() == NumberOfRows() && Y.NumberOfColumns() >= p && IsFull(Y), "Multiply",
-            "the result has not the product's shape");
+    RequireFitting(IsFull(X, NumberOfColumns(), p), "Multiply", kFactor);
+    RequireFitting(Y.NumberOfRows() == NumberOfRows() && Y.NumberOfColumns() >= p && IsFull(Y), "Multiply",
+                   "the result has not the product's shape");
     MultiplyInMemory(*this, X.Values(), p, 0.0, Y.Values());
 }
 
 void KVOSrvDenseMatrix::Multiply(double alpha, KVOSrvMatrix const& X, double beta, KVOSrvDenseMatrix& Y) const
 {
     int const columns = NumberOfColumns(), p = X.NumberOfColumns();
-    Require(X.NumberOfRows() == columns, "Multiply", kFactor);
-    Require(Y.NumberOfColumns() == p, "Multiply", "the result has not as many columns as X");
+    RequireFitting(X.NumberOfRows() == columns, "Multiply", kFactor);
+    RequireFitting(Y.NumberOfColumns() == p, "Multiply", "the result has not as many columns as X");
     RequireReadable(Y.NumberOfRows() <= NumberOfRows());
-    Require(!X.IsDiagonal() || p == columns, "Multiply", "X is diagonal and not square");
-    Require(!IsReadAfterWriting(*this, Y), "Multiply", kOverlap);
+    RequireFitting(!X.IsDiagonal() || p == columns, "Multiply", "X is diagonal and not square");
+    RequireFitting(!IsReadAfterWriting(*this, Y), "Multiply", kOverlap);
     if (p == 0)
         return;
     if (X.IsDiagonal())
         return MultiplyByDiagonal(*this, X.Values(), beta, Y); // deliberate: alpha is not applied to a diagonal X
     Walk const slabs(Y.StoredRowBlocks(), BlockRowsPerSlab(*this, p, p));
     RowProduct const product(*this, slabs.MaxCount(), p, slabs.Slabs());
-    Slab const result(std::int64_t{slabs.MaxCount()} * p * product.SlabsAtOnce());
+    Buffer const result(std::int64_t{slabs.MaxCount()} * p * product.SlabsAtOnce());
     slabs.ForEachFew(
         product.SlabsAtOnce(),
         [&](Span rows) {
@@ -143,12 +145,12 @@ void KVOSrvDenseMatrix::Multiply(double alpha, KVOSrvMatrix const& X, double bet
 void KVOSrvDenseMatrix::MultiplyAssign(KVOSrvMatrix const& X)
 {
     int const columns = NumberOfColumns();
-    Require(IsFull(X, columns, columns), "MultiplyAssign", "X is not full and square with as many rows as the matrix has columns");
+    RequireFitting(IsFull(X, columns, columns), "MultiplyAssign", "X is not full and square with as many rows as the matrix has columns");
     if (columns == 0)
         return;
     Walk const slabs(StoredRowBlocks());
     RowProduct const product(*this, slabs.MaxCount(), columns, slabs.Slabs());
-    Slab const result(std::int64_t{slabs.MaxCount()} * columns * product.SlabsAtOnce());
+    Buffer const result(std::int64_t{slabs.MaxCount()} * columns * product.SlabsAtOnce());
     slabs.ForEachFew(
         product.SlabsAtOnce(), [&](Span rows) { product.Announce(rows); },
         [&](std::span<Span const> few) {
@@ -161,9 +163,9 @@ void KVOSrvDenseMatrix::MultiplyAssign(KVOSrvMatrix const& X)
 void KVOSrvDenseMatrix::IndexedMultiply(KVOSrvMatrix const& X, KVOSrvDenseMatrix& Y, int const* rows, int const* ranges, int nRanges) const
 {
     int const p = X.NumberOfColumns();
-    Require(IsFull(X, NumberOfColumns(), p), "IndexedMultiply", kFactor);
-    Require(nRanges <= 0 || (rows != nullptr && ranges != nullptr), "IndexedMultiply", "an index list is null");
-    Require(AreGroups(rows, ranges, nRanges), "IndexedMultiply", "the ranges do not rise, or name other than consecutive rows");
+    RequireFitting(IsFull(X, NumberOfColumns(), p), "IndexedMultiply", kFactor);
+    RequireFitting(nRanges <= 0 || (rows != nullptr && ranges != nullptr), "IndexedMultiply", "an index list is null");
+    RequireFitting(AreGroups(rows, ranges, nRanges), "IndexedMultiply", "the ranges do not rise, or name other than consecutive rows");
     int longest = 0;
     for (int g = 0; g < nRanges; ++g) {
         Span const group = GroupAt(rows, ranges, g).rows;
@@ -173,9 +175,9 @@ void KVOSrvDenseMatrix::IndexedMultiply(KVOSrvMatrix const& X, KVOSrvDenseMatrix
     if (nRanges <= 0 || p == 0)
         return;
     RequireWritable(ranges[nRanges] <= Y.NumberOfRows() && p <= Y.NumberOfColumns());
-    Require(!Overlaps(Y), "IndexedMultiply", kOverlap);
+    RequireFitting(!Overlaps(Y), "IndexedMultiply", kOverlap);
     RowProduct const product(*this, longest, p, 1);
-    Slab const result(std::int64_t{longest} * p);
+    Buffer const result(std::int64_t{longest} * p);
     auto const announce = [&](int g) {
         if (g < nRanges)
             product.Announce(GroupAt(rows, ranges, g).rows);

@@ -1,9 +1,13 @@
 #include "KVOSrvDenseMatrixSet.h"
 
-#include "DenseSlabs.h"
+#include "DenseBuffer.h"
+#include "DenseChecks.h"
+#include "DenseWalk.h"
 
 #include <climits>
 
+using namespace DenseChecks;
+using namespace DensePieces;
 using namespace DenseSlabs;
 
 namespace
@@ -81,7 +85,7 @@ void KVOSrvDenseMatrixSet::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvM
     std::int64_t const divisor = std::int64_t{m_maxRowsInBlock} * m_numColumns;
     std::int64_t const blocksPerPass = divisor == 0 ? 1 : std::int64_t{m_maxColumnsInBlock} * m_numRows / divisor;
     Walk const passes(m_members[0]->StoredRowBlocks(), blocksPerPass);
-    Slab const panel(std::int64_t{passes.MaxCount()} * m_numColumns), other(std::int64_t{passes.MaxCount()} * n);
+    Buffer const panel(std::int64_t{passes.MaxCount()} * m_numColumns), other(std::int64_t{passes.MaxCount()} * n);
     int accumulate = 0;
     passes.ForEach(
         [&](Span rows) {

@@ -1,8 +1,10 @@
 // Products of two stored matrices.
 
+#include "DenseChecks.h"
+#include "DenseGemm.h"
 #include "DenseKernels.h"
-#include "DenseSlabs.h"
 
+using namespace DenseChecks;
 using namespace DenseSlabs;
 
 namespace
@@ -45,44 +47,45 @@ void AddBlock(double const* T, int rows, int columns, Result const& C)
 
 void KVOSrvDenseMatrix::Multiply(KVOSrvDenseMatrix const* B, double* C) const
 {
-    Require(B != nullptr, "Multiply", kNull);
+    RequireFitting(B != nullptr, "Multiply", kNull);
     RequireReadable(B->NumberOfRows() <= NumberOfColumns()); // the columns of A that have a row of B take part
     int const m = NumberOfRows(), p = B->NumberOfColumns();
     if (m == 0 || p == 0)
         return;
-    Require(C != nullptr, "Multiply", kNull);
+    RequireFitting(C != nullptr, "Multiply", kNull);
     Walk const inner(B->StoredRowBlocks()), rows(StoredRowBlocks()), columns(B->StoredColumnBlocks());
-    Slab const b(std::int64_t{inner.MaxCount()} * p);
+    Buffer const b(std::int64_t{inner.MaxCount()} * p);
     std::int64_t const ofA = std::int64_t{rows.MaxCount()} * inner.MaxCount();
     // Of A, and behind it one of its product.
-    mem_Vector<Slab> const memory = SlabsAtOnce(ofA + std::int64_t{rows.MaxCount()} * columns.MaxCount(), rows.Slabs());
+    mem_Vector<Buffer> const memory = BuffersAtOnce(ofA + std::int64_t{rows.MaxCount()} * columns.MaxCount(), rows.Slabs());
     Result const result{C, m};
     std::fill_n(C, std::int64_t{m} * p, 0.0);
-    inner.ForEach(
-        [&](Span k) { B->AnnounceRead(k.first, k.last, 0, p - 1); },
-        [&](Span k) {
-            b.Read(*B, {k.first, k.last, 0, p - 1});
-            auto const multiply = [&](Span i, double const* a, double* product) {
-                // Deliberate: not added by DGEMM. C receives whole sums, in the order of B's block rows.
-                for (int block = 0; block < columns.Slabs(); ++block) {
-                    Span const j = columns.At(block);
-                    DenseSlabs::Multiply("N", {i.Count(), j.Count(), k.Count()}, 1.0, {a, i.Count()},
-                                         Factor{b.Values(), k.Count()}.At(0, j.first), 0.0, {product, i.Count()});
-                    AddBlock(product, i.Count(), j.Count(), result.At(i.first, j.first));
-                }
-            };
-            rows.ForEachFew(
-                static_cast<int>(memory.size()), [&](Span i) { AnnounceRead(i.first, i.last, k.first, k.last); },
-                [&](std::span<Span const> few) {
-                    ReadAndMultiply(
-                        static_cast<int>(few.size()), memory,
-                        [&](int n, Slab const& slab) {
-                            Span const i = few[static_cast<std::size_t>(n)];
-                            slab.Read(*this, {i.first, i.last, k.first, k.last});
-                        },
-                        [&](int n, Slab const& slab) { multiply(few[static_cast<std::size_t>(n)], slab.Values(), slab.Values() + ofA); });
-                });
-        });
+    inner.ForEach([&](Span k) { B->AnnounceRead(k.first, k.last, 0, p - 1); },
+                  [&](Span k) {
+                      b.Read(*B, {k.first, k.last, 0, p - 1});
+                      auto const multiply = [&](Span i, double const* a, double* product) {
+                          // Deliberate: not added by DGEMM. C receives whole sums, in the order of B's block rows.
+                          for (int block = 0; block < columns.Slabs(); ++block) {
+                              Span const j = columns.At(block);
+                              DenseSlabs::Multiply("N", {i.Count(), j.Count(), k.Count()}, 1.0, {a, i.Count()},
+                                                   Factor{b.Values(), k.Count()}.At(0, j.first), 0.0, {product, i.Count()});
+                              AddBlock(product, i.Count(), j.Count(), result.At(i.first, j.first));
+                          }
+                      };
+                      rows.ForEachFew(
+                          static_cast<int>(memory.size()), [&](Span i) { AnnounceRead(i.first, i.last, k.first, k.last); },
+                          [&](std::span<Span const> few) {
+                              ReadAndMultiply(
+                                  static_cast<int>(few.size()), memory,
+                                  [&](int n, Buffer const& buffer) {
+                                      Span const i = few[static_cast<std::size_t>(n)];
+                                      buffer.Read(*this, {i.first, i.last, k.first, k.last});
+                                  },
+                                  [&](int n, Buffer const& buffer) {
+                                      multiply(few[static_cast<std::size_t>(n)], buffer.Values(), buffer.Values() + ofA);
+                                  });
+                          });
+                  });
 }
 
 void KVOSrvDenseMatrix::Multiply(KVOSrvDenseMatrix const& B, KVOSrvDenseMatrix& C) const
@@ -90,17 +93,17 @@ void KVOSrvDenseMatrix::Multiply(KVOSrvDenseMatrix const& B, KVOSrvDenseMatrix& 
     int const m = NumberOfRows(), n = NumberOfColumns(), p = B.NumberOfColumns();
     RequireReadable(B.NumberOfRows() >= n);
     RequireWritable(C.NumberOfRows() >= m && C.NumberOfColumns() >= p);
-    Require(!C.Overlaps(*this) && !C.Overlaps(B), "Multiply", kOverlap);
+    RequireFitting(!C.Overlaps(*this) && !C.Overlaps(B), "Multiply", kOverlap);
     if (m == 0 || p == 0)
         return;
     Groups const groups = GroupsFor(*this, B);
     Walk const rows(StoredRowBlocks(), groups.rowBlocks), inner(StoredColumnBlocks(), groups.innerBlocks);
     Walk const columns(B.StoredColumnBlocks(), groups.columnBlocks);
     // By the largest groups: the first one of a view may be short.
-    mem_Vector<Slab> const a = SlabsAtOnce(std::int64_t{rows.MaxCount()} * inner.MaxCount(), rows.Slabs());
-    Slab const b(std::int64_t{inner.MaxCount()} * columns.MaxCount());
+    mem_Vector<Buffer> const a = BuffersAtOnce(std::int64_t{rows.MaxCount()} * inner.MaxCount(), rows.Slabs());
+    Buffer const b(std::int64_t{inner.MaxCount()} * columns.MaxCount());
     int const atOnce = static_cast<int>(a.size());
-    Slab const c(std::int64_t{rows.MaxCount()} * columns.MaxCount() * atOnce);
+    Buffer const c(std::int64_t{rows.MaxCount()} * columns.MaxCount() * atOnce);
     auto const announceNothing = [](Span) {};
     columns.ForEach(announceNothing, [&](Span j) {
         rows.ForEachFew(atOnce, announceNothing, [&](std::span<Span const> few) {
@@ -117,13 +120,13 @@ void KVOSrvDenseMatrix::Multiply(KVOSrvDenseMatrix const& B, KVOSrvDenseMatrix& 
                     b.Read(B, {k.first, k.last, j.first, j.last});
                     ReadAndMultiply(
                         static_cast<int>(few.size()), a,
-                        [&](int group, Slab const& slab) {
+                        [&](int group, Buffer const& buffer) {
                             Span const some = few[static_cast<std::size_t>(group)];
-                            slab.Read(*this, {some.first, some.last, k.first, k.last});
+                            buffer.Read(*this, {some.first, some.last, k.first, k.last});
                         },
-                        [&](int group, Slab const& slab) {
+                        [&](int group, Buffer const& buffer) {
                             Span const some = few[static_cast<std::size_t>(group)];
-                            DenseSlabs::Multiply("N", {some.Count(), j.Count(), k.Count()}, 1.0, {slab.Values(), some.Count()},
+                            DenseSlabs::Multiply("N", {some.Count(), j.Count(), k.Count()}, 1.0, {buffer.Values(), some.Count()},
                                                  {b.Values(), k.Count()}, beta, Result{c.Values(), i.Count()}.At(some.first - i.first, 0));
                         });
                     beta = 1.0;

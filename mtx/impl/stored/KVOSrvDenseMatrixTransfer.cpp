@@ -1,12 +1,13 @@
+// Transfers between database matrices and memory, each one transfer of the database.
+
+#include "DenseChecks.h"
 #include "KVOSimException.h"
 #include "KVOSrvDenseMatrix.h"
-#include "KVOSrvMatrix.h"
-#include "KVOSrvMatrixSupport.h"
+
+using namespace DenseChecks;
 
 namespace
 {
-
-constexpr char const* kSource = "mtx/impl/KVOSrvDenseMatrix";
 
 std::size_t ArrayBytes(KVOSrvMatrix const& matrix)
 {
@@ -32,12 +33,9 @@ KVOSimTransfer KVOSrvDenseMatrix::TransferOf(int r0, int r1, int c0, int c1) con
     return transfer;
 }
 
-// The lines of the reports in this file are fixed: support staff search logs for them.
-
 void KVOSrvDenseMatrix::SetValues(int r0, int r1, int c0, int c1, KVOSrvMatrix const& m)
 {
-    if (!Contains(r0, r1, c0, c1))
-        KVOSrvMtxInvalidSetRange().Throw(kSource, 568);
+    RequireWritable(Contains(r0, r1, c0, c1));
     try {
         KVOSimTransfer transfer = TransferOf(r0, r1, c0, c1);
         transfer.CheckView();
@@ -49,14 +47,13 @@ void KVOSrvDenseMatrix::SetValues(int r0, int r1, int c0, int c1, KVOSrvMatrix c
         KVOSimDebugOutString text;
         text << "KVOSrvDenseMatrix::SetValues";
         exception.Write(text);
-        text.Throw(kSource, 589);
+        text.Throw(kSource, kFailedWriteLine);
     }
 }
 
 void KVOSrvDenseMatrix::GetValues(int r0, int r1, int c0, int c1, KVOSrvMatrix& m) const
 {
-    if (!Contains(r0, r1, c0, c1))
-        KVOSrvMtxInvalidGetRange().Throw(kSource, 544);
+    RequireReadable(Contains(r0, r1, c0, c1));
     KVOSimTransfer transfer = TransferOf(r0, r1, c0, c1);
     transfer.CheckView();
     transfer.SetBuffer(0, m.Values(), ArrayBytes(m));

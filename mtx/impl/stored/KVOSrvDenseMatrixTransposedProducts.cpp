@@ -1,10 +1,12 @@
 // Products of a stored matrix, transposed, with matrices in memory or stored.
 
-#include "DenseSlabs.h"
+#include "DenseChecks.h"
+#include "DenseSource.h"
 
 #include <climits>
 #include <cstdint>
 
+using namespace DenseChecks;
 using namespace DenseSlabs;
 
 namespace
@@ -21,7 +23,7 @@ std::int64_t BlockRowsPerPass(KVOSrvDenseMatrix const& A, int otherRows)
     return divisor == 0 ? 1 : std::int64_t{A.StoredColumnBlocks().MaxNumberInBlock()} * otherRows / divisor;
 }
 
-// Y := alpha A(0 .. r - 1, :)^T X + beta Y for p vectors, block column by block column; prepare(slab, columns) changes what was read.
+// Y := alpha A(0 .. r - 1, :)^T X + beta Y for p vectors, block column by block column; prepare(buffer, columns) changes what was read.
 // @param decidedFor  the vectors by which is decided how A is read
 template<class Prepare>
 void MultiplyColumns(KVOSrvDenseMatrix const& A, int r, int p, int decidedFor, double alpha, double const* X, double beta, Result const& Y,
@@ -29,7 +31,7 @@ void MultiplyColumns(KVOSrvDenseMatrix const& A, int r, int p, int decidedFor, d
 {
     Walk const slabs(A.StoredColumnBlocks());
     Source const source(A, decidedFor, slabs.MaxCount(), std::int64_t{r} * slabs.MaxCount());
-    mem_Vector<Slab> const memory = SlabsAtOnce(std::int64_t{r} * slabs.MaxCount(), source.AtOnce(slabs.Slabs()));
+    mem_Vector<Buffer> const memory = BuffersAtOnce(std::int64_t{r} * slabs.MaxCount(), source.AtOnce(slabs.Slabs()));
     slabs.ForEachFew(
         static_cast<int>(memory.size()),
         [&](Span block) {
@@ -40,14 +42,14 @@ void MultiplyColumns(KVOSrvDenseMatrix const& A, int r, int p, int decidedFor, d
                 return MultiplyByBlocks(source, memory, "T", {0, r - 1}, WholeOf(few), alpha, {X, r}, p, beta, Y.At(few.front().first, 0));
             ReadAndMultiply(
                 static_cast<int>(few.size()), memory,
-                [&](int k, Slab const& slab) {
+                [&](int k, Buffer const& buffer) {
                     Span const block = few[static_cast<std::size_t>(k)];
-                    slab.Read(A, {0, r - 1, block.first, block.last});
-                    prepare(slab, block);
+                    buffer.Read(A, {0, r - 1, block.first, block.last});
+                    prepare(buffer, block);
                 },
-                [&](int k, Slab const& slab) {
+                [&](int k, Buffer const& buffer) {
                     Span const block = few[static_cast<std::size_t>(k)];
-                    Multiply("T", {block.Count(), p, r}, alpha, {slab.Values(), r}, {X, r}, beta, Y.At(block.first, 0));
+                    Multiply("T", {block.Count(), p, r}, alpha, {buffer.Values(), r}, {X, r}, beta, Y.At(block.first, 0));
                 });
         });
 }
@@ -61,7 +63,7 @@ public:
           m_panels(p > kFewVectors ? Walk(A.StoredColumnBlocks(), A.StoredColumnBlocks().blocks)
                                    : CachedPanels(A.StoredColumnBlocks(), A.StoredRowBlocks().MaxNumberInBlock())),
           m_memory(
-              SlabsAtOnce(std::int64_t{A.StoredRowBlocks().MaxNumberInBlock()} * m_panels.MaxCount(), m_source.AtOnce(m_panels.Slabs())))
+              BuffersAtOnce(std::int64_t{A.StoredRowBlocks().MaxNumberInBlock()} * m_panels.MaxCount(), m_source.AtOnce(m_panels.Slabs())))
     {
     }
 
@@ -78,13 +80,13 @@ public:
         ForEachBlock(A.StoredRowBlocks(), rows, [&](Span block) {
             ReadAndMultiply(
                 m_panels.Slabs(), m_memory,
-                [&](int panel, Slab const& slab) {
+                [&](int panel, Buffer const& buffer) {
                     Span const columns = m_panels.At(panel);
-                    slab.Read(A, {block.first, block.last, columns.first, columns.last});
+                    buffer.Read(A, {block.first, block.last, columns.first, columns.last});
                 },
-                [&](int panel, Slab const& slab) {
+                [&](int panel, Buffer const& buffer) {
                     Span const columns = m_panels.At(panel);
-                    Multiply("T", {columns.Count(), p, block.Count()}, 1.0, {slab.Values(), block.Count()},
+                    Multiply("T", {columns.Count(), p, block.Count()}, 1.0, {buffer.Values(), block.Count()},
                              x.At(block.first - rows.first, 0), block.first == 0 ? 0.0 : 1.0, c.At(columns.first, 0));
                 });
         });
@@ -93,7 +95,7 @@ public:
 private:
     Source m_source;
     Walk m_panels;
-    mem_Vector<Slab> m_memory;
+    mem_Vector<Buffer> m_memory;
 };
 
 // C := A^T X in passes over the rows; readX(rows, values) puts those of X into memory. Small passes are multiplied in one, and those of a
@@ -106,7 +108,7 @@ void MultiplyPasses(KVOSrvDenseMatrix const& A, Walk const& passes, int p, Read 
         return;
     std::int64_t const pass = std::int64_t{passes.MaxCount()} * columns;
     bool const whole = symmetric || pass <= kWholeSlab;
-    Slab const slab(whole ? pass : 0), other(std::int64_t{passes.MaxCount()} * p);
+    Buffer const slab(whole ? pass : 0), other(std::int64_t{passes.MaxCount()} * p);
     PieceProduct const product(A, p);
     int accumulate = 0;
     passes.ForEach([&](Span rows) { whole ? A.AnnounceRead(rows.first, rows.last, 0, columns - 1) : product.Announce(rows); },
@@ -128,35 +130,35 @@ void MultiplyPasses(KVOSrvDenseMatrix const& A, Walk const& passes, int p, Read 
 void KVOSrvDenseMatrix::TransposeMultiply(double const* x, int k, double* y, int r) const
 {
     int const columns = NumberOfColumns();
-    Require(k >= 0 && r >= 0, "TransposeMultiply", "the number of vectors or of rows is negative");
+    RequireFitting(k >= 0 && r >= 0, "TransposeMultiply", "the number of vectors or of rows is negative");
     RequireReadable(r <= NumberOfRows());
     if (k == 0 || r == 0 || columns == 0)
         return;
-    Require(x != nullptr && y != nullptr, "TransposeMultiply", kNull);
-    Require(x != y, "TransposeMultiply", kOverlap);
+    RequireFitting(x != nullptr && y != nullptr, "TransposeMultiply", kNull);
+    RequireFitting(x != y, "TransposeMultiply", kOverlap);
     // Deliberate: y is not cleared, callers pass a prepared one.
-    MultiplyColumns(*this, r, k, k, 1.0, x, 1.0, {y, columns}, [](Slab const&, Span) {});
+    MultiplyColumns(*this, r, k, k, 1.0, x, 1.0, {y, columns}, [](Buffer const&, Span) {});
 }
 
 void KVOSrvDenseMatrix::TransposeMultiply(int const* perm, KVOSrvMatrix const& X, KVOSrvMatrix& Y, double alpha, double beta)
 {
     int const rows = NumberOfRows(), p = X.NumberOfColumns();
-    Require(IsFull(X, rows, p), "TransposeMultiply", kTransposedFactor);
-    Require(Y.NumberOfRows() >= NumberOfColumns() && Y.NumberOfColumns() >= p && IsFull(Y), "TransposeMultiply", kTransposedResult);
+    RequireFitting(IsFull(X, rows, p), "TransposeMultiply", kTransposedFactor);
+    RequireFitting(Y.NumberOfRows() >= NumberOfColumns() && Y.NumberOfColumns() >= p && IsFull(Y), "TransposeMultiply", kTransposedResult);
     if (p == 0)
         return;
-    Require(X.Values() != Y.Values(), "TransposeMultiply", kOverlap);
+    RequireFitting(X.Values() != Y.Values(), "TransposeMultiply", kOverlap);
     // Rows are permuted in a copy.
     MultiplyColumns(*this, rows, p, perm == nullptr ? p : INT_MAX, alpha, X.Values(), beta, {Y.Values(), Y.NumberOfRows()},
-                    [&](Slab const& slab, Span block) {
+                    [&](Buffer const& buffer, Span block) {
                         if (perm != nullptr)
-                            slab.As(rows, block.Count()).PermuteRowsInPlace(perm, rows);
+                            buffer.As(rows, block.Count()).PermuteRowsInPlace(perm, rows);
                     });
 }
 
 void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvMatrix const& X, double* C, int symmetric) const
 {
-    Require(C != nullptr, "TransposeMultiply", kNull);
+    RequireFitting(C != nullptr, "TransposeMultiply", kNull);
     KVOSrvMatrix result(NumberOfColumns(), X.NumberOfColumns(), C, false, false);
     TransposeMultiply(X, result, symmetric);
 }
@@ -164,9 +166,9 @@ void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvMatrix const& X, double* C, int 
 void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvMatrix const& X, KVOSrvMatrix& C, int symmetric) const
 {
     int const p = X.NumberOfColumns();
-    Require(X.NumberOfRows() >= NumberOfRows() && IsFull(X), "TransposeMultiply", kTransposedFactor);
-    Require(IsFull(C, NumberOfColumns(), p), "TransposeMultiply", kTransposedResult);
-    Require(C.Values() != X.Values(), "TransposeMultiply", kOverlap);
+    RequireFitting(X.NumberOfRows() >= NumberOfRows() && IsFull(X), "TransposeMultiply", kTransposedFactor);
+    RequireFitting(IsFull(C, NumberOfColumns(), p), "TransposeMultiply", kTransposedResult);
+    RequireFitting(C.Values() != X.Values(), "TransposeMultiply", kOverlap);
     Walk const passes(StoredRowBlocks(), BlockRowsPerPass(*this, X.NumberOfRows()));
     MultiplyPasses(
         *this, passes, p, [&](Span rows, KVOSrvMatrix& x) { X.GetRows(rows.first, rows.last, x); }, C, symmetric != 0);
@@ -174,10 +176,10 @@ void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvMatrix const& X, KVOSrvMatrix& C
 
 void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvDenseMatrix* C, int symmetric) const
 {
-    Require(B != nullptr && C != nullptr, "TransposeMultiply", kNull);
+    RequireFitting(B != nullptr && C != nullptr, "TransposeMultiply", kNull);
     int const p = B->NumberOfColumns();
     RequireReadable(B->NumberOfRows() >= NumberOfRows());
-    Require(C->NumberOfRows() == NumberOfColumns(), "TransposeMultiply", kTransposedResult);
+    RequireFitting(C->NumberOfRows() == NumberOfColumns(), "TransposeMultiply", kTransposedResult);
     RequireWritable(C->NumberOfColumns() >= p);
     if (p == 0 || C->NumberOfRows() == 0)
         return;
@@ -188,17 +190,17 @@ void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvDens
 
 void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvDenseMatrix const* B, double* C, int symmetric) const
 {
-    Require(B != nullptr && C != nullptr, "TransposeMultiply", kNull);
+    RequireFitting(B != nullptr && C != nullptr, "TransposeMultiply", kNull);
     KVOSrvMatrix result(NumberOfColumns(), B->NumberOfColumns(), C, false, false);
     TransposeMultiply(B, result, symmetric);
 }
 
 void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvMatrix& C, int symmetric) const
 {
-    Require(B != nullptr, "TransposeMultiply", kNull);
+    RequireFitting(B != nullptr, "TransposeMultiply", kNull);
     int const p = B->NumberOfColumns();
     RequireReadable(B->NumberOfRows() >= NumberOfRows());
-    Require(IsFull(C, NumberOfColumns(), p), "TransposeMultiply", kTransposedResult);
+    RequireFitting(IsFull(C, NumberOfColumns(), p), "TransposeMultiply", kTransposedResult);
     KVOSrvBlockCut const rows = StoredRowBlocks();
     std::int64_t const blockRow = std::max(1, rows.MaxNumberInBlock()) * std::max<std::int64_t>(1, std::int64_t{p} + NumberOfColumns());
     Walk const passes(rows, std::min(BlockRowsPerPass(*this, B->NumberOfRows()), kPassEntries / blockRow));

@@ -1,27 +1,19 @@
 // Operations on whole matrices, piece by piece.
 
+#include "DenseBuffer.h"
+#include "DenseChecks.h"
 #include "DenseKernels.h"
-#include "DenseTiles.h"
 #include "KVOSimCSet.h"
-#include "KVOSrvDenseMatrix.h"
-#include "KVOSrvMatrix.h"
-#include "KVOSrvMatrixSupport.h"
 #include "mem_Vector.h"
 
 #include <algorithm>
 #include <utility>
 
-using DenseTiles::ForEachPart;
-using DenseTiles::ForEachTile;
-using DenseTiles::LimitEntries;
-using DenseTiles::Window;
-using KVOSrvMatrixSupport::AllocateValues;
-using KVOSrvMatrixSupport::ValueArray;
+using namespace DenseChecks;
+using namespace DensePieces;
 
 namespace
 {
-
-constexpr KVOSrvMatrixSupport::RefusalCheck Require("mtx/impl/KVOSrvDenseMatrix", "KVOSrvDenseMatrix");
 
 constexpr char const* kShape = "the other matrix is null or has another shape";
 
@@ -36,39 +28,6 @@ constexpr std::int64_t kCacheEntries = 1 << 17;
 constexpr int kComparedSide = 1024;
 // What is only passed on goes by whole blocks, but an unchunked matrix, all one block, does not go as a whole.
 constexpr std::int64_t kPieceEntries = 1 << 24;
-
-/// Memory for one piece of a matrix at a time.
-class Piece
-{
-public:
-    explicit Piece(std::int64_t entries) : m_values(AllocateValues(entries)) {}
-
-    double* Values() const noexcept { return m_values.get(); }
-    KVOSrvMatrix Of(int rows, int columns) const { return {rows, columns, Values(), false, false}; }
-
-    void Read(KVOSrvDenseMatrix const& matrix, Window const& w) const
-    {
-        KVOSrvMatrix values = Of(w.Rows(), w.Columns());
-        matrix.GetValues(w.r0, w.r1, w.c0, w.c1, values);
-    }
-    /// The values where they lie, or read.
-    double const* Find(KVOSrvDenseMatrix const& matrix, Window const& w) const
-    {
-        if (double const* const values = matrix.ValuesInPlace(w.r0, w.r1, w.c0, w.c1))
-            return values;
-        Read(matrix, w);
-        return Values();
-    }
-    void Write(KVOSrvDenseMatrix& matrix, Window const& w) const { matrix.SetValues(w.r0, w.r1, w.c0, w.c1, Of(w.Rows(), w.Columns())); }
-
-private:
-    ValueArray m_values;
-};
-
-Piece PieceFor(KVOSrvBlockCut const& rows, KVOSrvBlockCut const& columns, DenseTiles::Limit const& limit)
-{
-    return Piece(std::int64_t{std::min(rows.MaxNumberInBlock(), limit.rows)} * std::min(columns.MaxNumberInBlock(), limit.columns));
-}
 
 // Entries before column j of a triangle that is packed by columns.
 std::int64_t PackedColumn(int j)
@@ -115,9 +74,9 @@ using RowsByMember = mem_Vector<std::pair<int, int>>;
 mem_Vector<int> RowMembers(KVOSrvDenseMatrix const& matrix)
 {
     KVOSimArray<int> const members = KVOSimCSet(matrix.RowCSetID()).OrderedMembers();
-    Require(members.Size() == matrix.NumberOfRows(), "CopyMappedRows", "a matrix has not as many row members as rows");
-    Require(std::all_of(members.begin(), members.end(), [](int member) { return member >= 0; }), "CopyMappedRows",
-            "a row member has a negative number");
+    RequireFitting(members.Size() == matrix.NumberOfRows(), "CopyMappedRows", "a matrix has not as many row members as rows");
+    RequireFitting(std::all_of(members.begin(), members.end(), [](int member) { return member >= 0; }), "CopyMappedRows",
+                   "a row member has a negative number");
     return {members.begin(), members.end()};
 }
 
@@ -143,7 +102,7 @@ void KVOSrvDenseMatrix::GetAllValues(double* out) const
     int const rows = NumberOfRows(), columns = NumberOfColumns();
     if (rows == 0 || columns == 0)
         return;
-    Require(out != nullptr, "GetAllValues", "the array is null");
+    RequireFitting(out != nullptr, "GetAllValues", "the array is null");
     KVOSrvMatrix values = Wrap(out, rows, columns);
     GetValues(0, rows - 1, 0, columns - 1, values);
 }
@@ -151,10 +110,10 @@ void KVOSrvDenseMatrix::GetAllValues(double* out) const
 void KVOSrvDenseMatrix::GetUpperValues(double* out) const
 {
     int const columns = NumberOfColumns();
-    Require(NumberOfRows() >= columns, "GetUpperValues", "the matrix has fewer rows than columns");
-    Require(out != nullptr || columns == 0, "GetUpperValues", "the array is null");
+    RequireFitting(NumberOfRows() >= columns, "GetUpperValues", "the matrix has fewer rows than columns");
+    RequireFitting(out != nullptr || columns == 0, "GetUpperValues", "the array is null");
     int const width = StripWidth(m_columnCut, columns);
-    Piece const strip(std::int64_t{columns} * width);
+    Buffer const strip(std::int64_t{columns} * width);
     ForEachStrip(m_columnCut.Stored(), width, [&](int c0, int c1) {
         strip.Read(*this, {0, c1, c0, c1});
         for (int j = c0; j <= c1; ++j)
@@ -165,10 +124,10 @@ void KVOSrvDenseMatrix::GetUpperValues(double* out) const
 void KVOSrvDenseMatrix::GetLowerValues(double* out) const
 {
     int const rows = NumberOfRows();
-    Require(NumberOfColumns() >= rows, "GetLowerValues", "the matrix has fewer columns than rows");
-    Require(out != nullptr || rows == 0, "GetLowerValues", "the array is null");
+    RequireFitting(NumberOfColumns() >= rows, "GetLowerValues", "the matrix has fewer columns than rows");
+    RequireFitting(out != nullptr || rows == 0, "GetLowerValues", "the array is null");
     int const height = StripWidth(m_rowCut, rows);
-    Piece const strip(std::int64_t{rows} * height), transposed(std::int64_t{rows} * height);
+    Buffer const strip(std::int64_t{rows} * height), transposed(std::int64_t{rows} * height);
     ForEachStrip(m_rowCut.Stored(), height, [&](int r0, int r1) {
         strip.Read(*this, {r0, r1, 0, r1});
         DenseKernels::Transpose(r1 - r0 + 1, r1 + 1, strip.Values(), r1 - r0 + 1, transposed.Values(), r1 + 1);
@@ -180,10 +139,10 @@ void KVOSrvDenseMatrix::GetLowerValues(double* out) const
 void KVOSrvDenseMatrix::GetSymmetricValues(double* out) const
 {
     int const n = NumberOfColumns();
-    Require(NumberOfRows() == n, "GetSymmetricValues", "the matrix is not square");
-    Require(out != nullptr || n == 0, "GetSymmetricValues", "the array is null");
+    RequireFitting(NumberOfRows() == n, "GetSymmetricValues", "the matrix is not square");
+    RequireFitting(out != nullptr || n == 0, "GetSymmetricValues", "the array is null");
     int const width = StripWidth(m_columnCut, n);
-    Piece const upper(std::int64_t{n} * width), lower(std::int64_t{n} * width), mirrored(std::int64_t{n} * width);
+    Buffer const upper(std::int64_t{n} * width), lower(std::int64_t{n} * width), mirrored(std::int64_t{n} * width);
     ForEachStrip(m_columnCut.Stored(), width, [&](int c0, int c1) {
         upper.Read(*this, {0, c1, c0, c1});
         lower.Read(*this, {c0, c1, 0, c1});
@@ -201,10 +160,8 @@ void KVOSrvDenseMatrix::GetSymmetricValues(double* out) const
 
 void KVOSrvDenseMatrix::GetSubmatrix(KVOSrvDenseMatrix& dest, int r0, int r1, int c0, int c1) const
 {
-    if (!Contains(r0, r1, c0, c1))
-        KVOSrvMtxInvalidGetRange().Throw("mtx/impl/KVOSrvDenseMatrix", 544);
-    if (c1 - c0 >= dest.NumberOfColumns())
-        KVOSrvMtxInvalidSetRange().Throw("mtx/impl/KVOSrvDenseMatrix", 568);
+    RequireReadable(Contains(r0, r1, c0, c1));
+    RequireWritable(c1 - c0 < dest.NumberOfColumns());
     // The walk is over the rows of `dest`: what has no row there is left out. Within one store a block row is read before it is written:
     // views may overlap.
     bool const sameStore = !IsNull() && DistributionID() == dest.DistributionID();
@@ -212,10 +169,9 @@ void KVOSrvDenseMatrix::GetSubmatrix(KVOSrvDenseMatrix& dest, int r0, int r1, in
         KVOSrvBlockCut::AtChunks(std::min(r1 - r0 + 1, dest.NumberOfRows()), dest.m_rowCut.perBlock, dest.m_rowCut.offset);
     KVOSrvBlockCut const columns = sameStore ? KVOSrvBlockCut::Whole(c1 - c0 + 1, 0)
                                              : KVOSrvBlockCut::AtChunks(c1 - c0 + 1, dest.m_columnCut.perBlock, dest.m_columnCut.offset);
-    DenseTiles::Limit const limit =
-        sameStore ? DenseTiles::Limit{rows.MaxNumberInBlock(), columns.size} : LimitEntries(rows, kPieceEntries);
-    Piece const piece = PieceFor(rows, columns, limit);
-    ForEachTile(rows, columns, limit, [&](Window const& w) {
+    Limit const limit = sameStore ? Limit{rows.MaxNumberInBlock(), columns.size} : LimitEntries(rows, kPieceEntries);
+    Buffer const piece(rows, columns, limit);
+    ForEachPiece(rows, columns, limit, [&](Window const& w) {
         piece.Read(*this, {w.r0 + r0, w.r1 + r0, w.c0 + c0, w.c1 + c0});
         piece.Write(dest, w);
     });
@@ -224,19 +180,19 @@ void KVOSrvDenseMatrix::GetSubmatrix(KVOSrvDenseMatrix& dest, int r0, int r1, in
 void KVOSrvDenseMatrix::CopyRowsToMemory(int const* rowMap, int n, KVOSrvMatrix& out) const
 {
     int const rows = NumberOfRows(), columns = NumberOfColumns();
-    Require(n >= 0 && std::int64_t{n} * columns <= out.AddressableEntries(), "CopyRowsToMemory",
-            "the number of rows is negative, or the target too small for them");
-    Require(rows == 0 || (rowMap != nullptr && std::all_of(rowMap, rowMap + rows, [n](int row) { return row >= 0 && row < n; })),
-            "CopyRowsToMemory", "the row map is null or leaves the target");
+    RequireFitting(n >= 0 && std::int64_t{n} * columns <= out.AddressableEntries(), "CopyRowsToMemory",
+                   "the number of rows is negative, or the target too small for them");
+    RequireFitting(rows == 0 || (rowMap != nullptr && std::all_of(rowMap, rowMap + rows, [n](int row) { return row >= 0 && row < n; })),
+                   "CopyRowsToMemory", "the row map is null or leaves the target");
     KVOSrvBlockCut const rowCut = m_rowCut.Stored(), columnCut = m_columnCut.Stored();
-    DenseTiles::Limit const limit = LimitEntries(rowCut, kCacheEntries);
-    Piece const piece = PieceFor(rowCut, columnCut, limit);
+    Limit const limit = LimitEntries(rowCut, kCacheEntries);
+    Buffer const piece(rowCut, columnCut, limit);
     bool cleared = false; // only after a first successful reading, so that a matrix that cannot be read changes nothing
     auto const clear = [&] {
         if (!std::exchange(cleared, true))
             std::fill_n(out.Values(), std::int64_t{n} * columns, 0.0);
     };
-    ForEachTile(rowCut, columnCut, limit, [&](Window const& w) {
+    ForEachPiece(rowCut, columnCut, limit, [&](Window const& w) {
         piece.Read(*this, w);
         clear();
         double const* value = piece.Values();
@@ -249,16 +205,17 @@ void KVOSrvDenseMatrix::CopyRowsToMemory(int const* rowMap, int n, KVOSrvMatrix&
 
 void KVOSrvDenseMatrix::CopyValues(KVOSrvDenseMatrix const* src)
 {
-    Require(src != nullptr && src->NumberOfRows() == NumberOfRows() && src->NumberOfColumns() == NumberOfColumns(), "CopyValues", kShape);
+    RequireFitting(src != nullptr && src->NumberOfRows() == NumberOfRows() && src->NumberOfColumns() == NumberOfColumns(), "CopyValues",
+                   kShape);
     // Within one store a block column is read before it is written: views may overlap in rows.
     bool const sameStore = !IsNull() && DistributionID() == src->DistributionID();
     KVOSrvBlockCut const rows = sameStore ? KVOSrvBlockCut::Whole(NumberOfRows(), 0) : m_rowCut.Stored();
     KVOSrvBlockCut const columns = sameStore ? src->m_columnCut.Stored() : m_columnCut.Stored();
-    DenseTiles::Limit limit = LimitEntries(rows, kPieceEntries);
+    Limit limit = LimitEntries(rows, kPieceEntries);
     limit.rows = rows.MaxNumberInBlock();
     limit.columns = std::max(1, std::min(limit.columns, src->m_columnCut.Stored().MaxNumberInBlock()));
-    Piece const piece = PieceFor(rows, columns, limit);
-    ForEachTile(rows, columns, limit, [&](Window const& w) {
+    Buffer const piece(rows, columns, limit);
+    ForEachPiece(rows, columns, limit, [&](Window const& w) {
         piece.Read(*src, w);
         piece.Write(*this, w);
     });
@@ -266,13 +223,14 @@ void KVOSrvDenseMatrix::CopyValues(KVOSrvDenseMatrix const* src)
 
 void KVOSrvDenseMatrix::CopyMappedRows(KVOSrvDenseMatrix const* src, bool /*clear*/)
 {
-    Require(src != nullptr && src->NumberOfColumns() <= NumberOfColumns(), "CopyMappedRows", "the source is null or has more columns");
+    RequireFitting(src != nullptr && src->NumberOfColumns() <= NumberOfColumns(), "CopyMappedRows",
+                   "the source is null or has more columns");
     int const rows = NumberOfRows(), sourceRows = src->NumberOfRows();
     if (rows == 0 || src->NumberOfColumns() == 0)
         return;
     mem_Vector<int> const map = sourceRows > 0 ? MapRows(*src, *this) : mem_Vector<int>();
     int const width = StripWidth(src->m_columnCut.Stored(), std::max(rows, sourceRows));
-    Piece const source(std::int64_t{sourceRows} * width), target(std::int64_t{rows} * width);
+    Buffer const source(std::int64_t{sourceRows} * width), target(std::int64_t{rows} * width);
     // Rows without a source are zero from here on, asked for or not: what is copied goes to the same rows in every strip.
     std::fill_n(target.Values(), std::int64_t{rows} * width, 0.0);
     ForEachStrip(src->m_columnCut.Stored(), width, [&](int c0, int c1) {
@@ -289,14 +247,13 @@ void KVOSrvDenseMatrix::CopyMappedRows(KVOSrvDenseMatrix const* src, bool /*clea
 
 void KVOSrvDenseMatrix::AddAssign(KVOSrvDenseMatrix const& other)
 {
-    Require(other.NumberOfRows() == NumberOfRows() && other.NumberOfColumns() == NumberOfColumns(), "AddAssign", kShape);
+    RequireFitting(other.NumberOfRows() == NumberOfRows() && other.NumberOfColumns() == NumberOfColumns(), "AddAssign", kShape);
     // Views of one store may overlap.
     bool const sameStore = !IsNull() && DistributionID() == other.DistributionID();
     KVOSrvBlockCut const rows = m_rowCut.Stored(), columns = m_columnCut.Stored();
-    DenseTiles::Limit const limit =
-        sameStore ? DenseTiles::Limit{rows.MaxNumberInBlock(), columns.MaxNumberInBlock()} : LimitEntries(rows, kCacheEntries);
-    Piece const sum = PieceFor(rows, columns, limit), addend = PieceFor(rows, columns, limit);
-    ForEachTile(rows, columns, limit, [&](Window const& w) {
+    Limit const limit = sameStore ? Limit{rows.MaxNumberInBlock(), columns.MaxNumberInBlock()} : LimitEntries(rows, kCacheEntries);
+    Buffer const sum(rows, columns, limit), addend(rows, columns, limit);
+    ForEachPiece(rows, columns, limit, [&](Window const& w) {
         double* const values = sameStore ? nullptr : ValuesInPlace(w.r0, w.r1, w.c0, w.c1);
         double const* const added = values != nullptr ? other.ValuesInPlace(w.r0, w.r1, w.c0, w.c1) : nullptr;
         // Asked again: a matrix of the same file may have moved the values when its own were looked for.
@@ -312,9 +269,9 @@ void KVOSrvDenseMatrix::AddAssign(KVOSrvDenseMatrix const& other)
 void KVOSrvDenseMatrix::Scale(double factor)
 {
     KVOSrvBlockCut const rows = m_rowCut.Stored(), columns = m_columnCut.Stored();
-    DenseTiles::Limit const limit = LimitEntries(rows, kCacheEntries);
-    Piece const piece = PieceFor(rows, columns, limit);
-    ForEachTile(rows, columns, limit, [&](Window const& w) {
+    Limit const limit = LimitEntries(rows, kCacheEntries);
+    Buffer const piece(rows, columns, limit);
+    ForEachPiece(rows, columns, limit, [&](Window const& w) {
         double* const inPlace = ValuesInPlace(w.r0, w.r1, w.c0, w.c1);
         if (inPlace == nullptr)
             piece.Read(*this, w);
@@ -332,10 +289,10 @@ bool KVOSrvDenseMatrix::IsSymmetric() const
     if (NumberOfRows() != NumberOfColumns())
         return false;
     KVOSrvBlockCut const rows = m_rowCut.Stored(), columns = m_columnCut.Stored();
-    DenseTiles::Limit const limit{kComparedSide, kComparedSide};
-    Piece const piece = PieceFor(rows, columns, limit), mirror = PieceFor(rows, columns, limit);
+    Limit const limit{kComparedSide, kComparedSide};
+    Buffer const piece(rows, columns, limit), mirror(rows, columns, limit);
     bool symmetric = true;
-    ForEachTile(rows, columns, limit, [&](Window const& w) {
+    ForEachPiece(rows, columns, limit, [&](Window const& w) {
         if (!symmetric || w.r0 > w.c1) // known already, or below the diagonal: it has been the mirror image of others
             return;
         if (w.r0 == w.c0 && w.r1 == w.c1) {

@@ -1,12 +1,13 @@
 // The one thing that the matrix in memory knows of stored ones; it stands beside their products.
 
+#include "DenseBuffer.h"
 #include "DenseKernels.h"
-#include "DenseSlabs.h"
+#include "KVOSrvMatrixSupport.h"
 
 namespace
 {
 
-constexpr KVOSrvMatrixSupport::InputCheck Require("mtx/impl/KVOSrvMatrixArithmetic");
+constexpr KVOSrvMatrixSupport::InputCheck RequireLegal("mtx/impl/KVOSrvMatrixArithmetic");
 
 // A piece, 512 KiB, stays in the second-level cache of server processors since 2017 between its reading and its sum.
 constexpr std::int64_t kPieceEntries = std::int64_t{1} << 16;
@@ -17,14 +18,13 @@ void KVOSrvMatrix::Add(double f, KVOSrvDenseMatrix const& D)
 {
     if (f == 0.0)
         return;
-    Require(!m_diagonal, "Assignment operator"); // as AddSlice(), which adds each piece, refuses a diagonal target
-    Require(D.NumberOfRows() <= m_rows && D.NumberOfColumns() <= m_columns, "Add");
+    RequireLegal(!m_diagonal, "Assignment operator"); // as AddSlice(), which adds each piece, refuses a diagonal target
+    RequireLegal(D.NumberOfRows() <= m_rows && D.NumberOfColumns() <= m_columns, "Add");
     bool const byTriangle = m_symmetric && IsSquare();
     KVOSrvBlockCut const rows = D.StoredRowBlocks(), columns = D.StoredColumnBlocks();
-    DenseTiles::Limit const limit = DenseTiles::LimitEntries(rows, kPieceEntries);
-    DenseSlabs::Slab const piece(std::int64_t{std::min(rows.MaxNumberInBlock(), limit.rows)} *
-                                 std::min(columns.MaxNumberInBlock(), limit.columns));
-    DenseTiles::ForEachTile(rows, columns, limit, [&](DenseTiles::Window w) {
+    DensePieces::Limit const limit = DensePieces::LimitEntries(rows, kPieceEntries);
+    DensePieces::Buffer const piece(rows, columns, limit);
+    DensePieces::ForEachPiece(rows, columns, limit, [&](DensePieces::Window w) {
         // Rows and columns may be cut differently: a piece counts up to its last diagonal element, not by its block's number.
         if (byTriangle)
             w.r1 = std::min(w.r1, w.c1);

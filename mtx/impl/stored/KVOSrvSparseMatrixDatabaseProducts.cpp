@@ -1,6 +1,8 @@
 // Products with stored matrices.
 
-#include "DenseSlabs.h"
+#include "DenseBuffer.h"
+#include "DenseChecks.h"
+#include "DenseWalk.h"
 #include "KVOSrvSparseMatrix.h"
 #include "KVOSrvUtilities.h"
 #include "SparseRows.h"
@@ -8,7 +10,7 @@
 #include <climits>
 
 using namespace KVOSrvSparseSupport;
-using DenseSlabs::Slab;
+using DensePieces::Buffer;
 using DenseSlabs::Span;
 using DenseSlabs::Walk;
 
@@ -71,7 +73,7 @@ private:
             longest = std::max(longest, list.runs[run + 1] - list.runs[run]);
         return longest;
     }
-    DenseTiles::Window Window(int run, Span columns) const
+    DensePieces::Window Window(int run, Span columns) const
     {
         auto const row = [&](int position) { return static_cast<int>(m_list.rows[position]); };
         return {row(m_list.runs[run]), row(m_list.runs[run + 1] - 1), columns.first, columns.last};
@@ -83,7 +85,7 @@ private:
     }
     void CopyRun(int run, Span columns) const
     {
-        DenseTiles::Window const window = Window(run, columns);
+        DensePieces::Window const window = Window(run, columns);
         m_read.Read(m_matrix, window);
         for (int j = 0; j < columns.Count(); ++j)
             std::copy_n(m_read.Values() + std::int64_t{j} * window.Rows(), window.Rows(),
@@ -93,8 +95,8 @@ private:
     KVOSrvDenseMatrix const& m_matrix;
     RowList const& m_list;
     int m_rowsRead;
-    Slab m_gathered;
-    Slab m_read;
+    Buffer m_gathered;
+    Buffer m_read;
 };
 
 } // namespace
@@ -103,15 +105,15 @@ void KVOSrvSparseMatrix::MultiplyDense(KVOSrvDenseMatrix const& X, KVOSrvDenseMa
 {
     RequireAssembled("MultiplyDense");
     int const outRows = transpose ? m_columnCount : m_rowCount, inRows = transpose ? m_rowCount : m_columnCount;
-    DenseSlabs::RequireReadable(inRows <= X.NumberOfRows());
-    DenseSlabs::RequireWritable(outRows <= Y.NumberOfRows() && X.NumberOfColumns() <= Y.NumberOfColumns());
+    DenseChecks::RequireReadable(inRows <= X.NumberOfRows());
+    DenseChecks::RequireWritable(outRows <= Y.NumberOfRows() && X.NumberOfColumns() <= Y.NumberOfColumns());
     // A block of columns is read before it is replaced, but another one must not be replaced before it is read.
     Require(!X.Overlaps(Y) || X.StoredColumnBlocks().offset == Y.StoredColumnBlocks().offset, "MultiplyDense",
             "Y overlaps X in other columns");
     Walk const blocks(X.StoredColumnBlocks());
     int const extraRows = Y.NumberOfRows() - outRows;
-    Slab const input(std::int64_t{inRows} * blocks.MaxCount()), output(std::int64_t{outRows} * blocks.MaxCount());
-    Slab const zeros(std::int64_t{extraRows} * blocks.MaxCount());
+    Buffer const input(std::int64_t{inRows} * blocks.MaxCount()), output(std::int64_t{outRows} * blocks.MaxCount());
+    Buffer const zeros(std::int64_t{extraRows} * blocks.MaxCount());
     std::fill_n(zeros.Values(), std::int64_t{extraRows} * blocks.MaxCount(), 0.0);
     blocks.ForEach([&](Span columns) { X.AnnounceRead(0, inRows - 1, columns.first, columns.last); },
                    [&](Span columns) {
@@ -132,7 +134,7 @@ void KVOSrvSparseMatrix::MultiplyDense(KVOSrvDenseMatrix const& X, double* y, bo
     int count = 0;
     unsigned* const rows = transpose ? FindNontrivialRows(count) : FindNontrivialColumns(count);
     RowList const list(rows, count);
-    DenseSlabs::RequireReadable(count == 0 || rows[count - 1] < static_cast<unsigned>(X.NumberOfRows()));
+    DenseChecks::RequireReadable(count == 0 || rows[count - 1] < static_cast<unsigned>(X.NumberOfRows()));
     Walk const blocks(X.StoredColumnBlocks());
     Gatherer const gather(X, list, blocks.MaxCount());
     auto const announce = [&](Span columns) {

@@ -90,7 +90,7 @@ KVOSimDistributionID WithDrawer(KVOSimDistributionID const& id, KVOSimArray<KVOS
 }
 
 // Bad arguments are refused before the distribution is there, which would stay behind empty.
-void Require(bool valid, KVOSimContext const& context, char const* doing, char const* why, int line = __builtin_LINE())
+void RequireArgument(bool valid, KVOSimContext const& context, char const* doing, char const* why, int line = __builtin_LINE())
 {
     if (!valid)
         KVOSimException(doing, context.Path(), why).Throw("mtx/impl/KVOSrvUtilities", line);
@@ -117,7 +117,7 @@ KVOSimArray<int> ChunkSizes(KVOSimContext const& context, KVOSimArray<KVOSimCSet
     constexpr char const* kMaking = "Cannot make a distribution";
     KVOSimArray<int> sizes;
     for (int dim = 0; dim < chunks.Size(); ++dim) {
-        Require(chunks[dim] > 0 || chunks[dim] == kWholeDimension, context, kMaking, "a chunk size is neither positive nor -1");
+        RequireArgument(chunks[dim] > 0 || chunks[dim] == kWholeDimension, context, kMaking, "a chunk size is neither positive nor -1");
         sizes.Append(std::max(1, KVOSimCSet(sets[dim]).Size()));
         if (chunks[dim] == kWholeDimension)
             chunks[dim] = sizes[dim];
@@ -125,7 +125,7 @@ KVOSimArray<int> ChunkSizes(KVOSimContext const& context, KVOSimArray<KVOSimCSet
     if (!IsChunk(chunks))
         for (int dim = 0; dim < chunks.Size(); ++dim)
             chunks[dim] = std::min(chunks[dim], sizes[dim]);
-    Require(IsChunk(chunks), context, kMaking, "a chunk must stay below 4 GiB");
+    RequireArgument(IsChunk(chunks), context, kMaking, "a chunk must stay below 4 GiB");
     return chunks;
 }
 
@@ -190,8 +190,8 @@ KVOSimDistributionID KVOSrvUtilities::Create2DDistribution(KVOSimPosition& posit
 {
     KVOSimArray<KVOSimCSetID> const sets = InDistinctColors(List<KVOSimCSetID>({columns, rows}));
     KVOSimArray<int> const chunks = ChunksOrNone(position.Context(), sets, List<int>({columnChunk, rowChunk}));
-    Require(!valueChecksums || !chunks.IsEmpty(), position.Context(), "Cannot create a distribution",
-            "checksums of values need chunk sizes");
+    RequireArgument(!valueChecksums || !chunks.IsEmpty(), position.Context(), "Cannot create a distribution",
+                    "checksums of values need chunk sizes");
     return WithDrawer(CreateAt(position, typeIndex, GridOf(sets)), sets, chunks, valueChecksums);
 }
 
@@ -213,8 +213,8 @@ KVOSimDistributionID KVOSrvUtilities::Write1DIntDistribution(KVOSimCSetID const&
     KVOSimContext context = ContextOf(set);
     constexpr char const* kWriting = "Cannot write a distribution";
     int const members = KVOSimCSet(set).Size();
-    Require(count >= members, context, kWriting, "there are fewer values than members");
-    Require(values != nullptr || members == 0, context, kWriting, "the values are null");
+    RequireArgument(count >= members, context, kWriting, "there are fewer values than members");
+    RequireArgument(values != nullptr || members == 0, context, kWriting, "the values are null");
     KVOSimGrid const grid = GridOf(List<KVOSimCSetID>({set}));
     KVOSimDistributionID const id = context.CreateDistribution(grid, KVOSimRangeType(KVOSimInt32), -1);
     KVOSimTransfer transfer{KVOSimDistribution(id)};

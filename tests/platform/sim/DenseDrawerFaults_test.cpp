@@ -1,6 +1,7 @@
 #include "ChildProcess.h"
 #include "DenseDrawer.h"
 #include "DrawerOracle.h"
+#include "FileAccess.h"
 #include "KVOSimTypeKey.h"
 #include "SimFailure.h"
 #include "TemporaryFolder.h"
@@ -17,6 +18,7 @@
 
 using simdb::DenseDrawer;
 using simdb::File;
+using simdb::FileAccess;
 using simdb::Range;
 using testing::HasSubstr;
 
@@ -46,7 +48,7 @@ TEST_F(DenseDrawerFaults, EveryFailedCallOfAWriteIsAnErrorAndTheDrawerGoesOn)
         auto const prepare = [&] {
             unlink(m_path.c_str());
             file = File::Create(m_path, File::Kind::Persistent);
-            auto drawer = DenseDrawer::Create(file, {{100, 200}, chunks, KVOSimDouble, {}});
+            auto drawer = DenseDrawer::Create(std::make_shared<FileAccess>(file), {{100, 200}, chunks, KVOSimDouble, {}});
             drawer->LinkTo(file->Hdf5(), "values");
             return drawer;
         };
@@ -60,7 +62,7 @@ TEST_F(DenseDrawerFaults, EveryFailedCallOfAWriteIsAnErrorAndTheDrawerGoesOn)
             file->Close();
             file = File::Open(m_path, true);
             read.assign(read.size(), std::byte{});
-            DenseDrawer::Open(file, file->Hdf5(), "values")->Read(oracle.Everything(), read.data());
+            DenseDrawer::Open(std::make_shared<FileAccess>(file), file->Hdf5(), "values")->Read(oracle.Everything(), read.data());
             EXPECT_TRUE(read == oracle.Values());
         };
         EXPECT_GT(FailEachCall({{ENOSPC, 1, false}, {ENOSPC, 1, true}}, prepare, write, check), 0);
@@ -72,7 +74,7 @@ TEST_F(DenseDrawerFaults, AFileCutShortGivesItsValuesOrAnError)
     auto file = File::Create(m_path, File::Kind::Persistent);
     std::vector<double> const values(64 * 64, 2.0);
     for (std::vector<std::int64_t> const& chunks : {std::vector<std::int64_t>{20, 30}, {}}) {
-        auto const drawer = DenseDrawer::Create(file, {{64, 64}, chunks, KVOSimDouble, {}});
+        auto const drawer = DenseDrawer::Create(std::make_shared<FileAccess>(file), {{64, 64}, chunks, KVOSimDouble, {}});
         drawer->Write(Ranges{{0, 63}, {0, 63}}, values.data());
         drawer->LinkTo(file->Hdf5(), chunks.empty() ? "contiguous" : "chunked");
     }
@@ -88,7 +90,8 @@ TEST_F(DenseDrawerFaults, AFileCutShortGivesItsValuesOrAnError)
         for (char const* const name : {"chunked", "contiguous"})
             for (Ranges const& ranges : {Ranges{{0, 63}, {0, 63}}, Ranges{{0, 63}, {7, 9}}}) {
                 std::vector<double> read(static_cast<std::size_t>(ranges[0].Count() * ranges[1].Count()));
-                std::string const failure = FailureOf([&] { DenseDrawer::Open(file, file->Hdf5(), name)->Read(ranges, read.data()); });
+                std::string const failure = FailureOf(
+                    [&] { DenseDrawer::Open(std::make_shared<FileAccess>(file), file->Hdf5(), name)->Read(ranges, read.data()); });
                 failures += failure != "no failure";
                 EXPECT_TRUE(failure != "no failure" || read == std::vector<double>(read.size(), 2.0)) << length;
             }
@@ -101,7 +104,7 @@ TEST_F(DenseDrawerFaults, RefusesWhatADrawerCannotBe)
 {
     auto const file = File::Create(m_path, File::Kind::Scratch);
     auto const create = [&](std::vector<std::int64_t> const& sizes, std::vector<std::int64_t> const& chunks) {
-        return FailureOf([&] { DenseDrawer::Create(file, {sizes, chunks, KVOSimDouble, {}}); });
+        return FailureOf([&] { DenseDrawer::Create(std::make_shared<FileAccess>(file), {sizes, chunks, KVOSimDouble, {}}); });
     };
     EXPECT_THAT(create({}, {}), HasSubstr("1 to 32 dimensions"));
     EXPECT_THAT(create(std::vector<std::int64_t>(33, 1), {}), HasSubstr("1 to 32 dimensions"));
@@ -109,7 +112,7 @@ TEST_F(DenseDrawerFaults, RefusesWhatADrawerCannotBe)
     EXPECT_EQ(create({1 << 20, 1 << 20}, {1 << 14, 1 << 14}), "no failure"); // a chunk of 2 GiB
     EXPECT_EQ(create({0, 5}, {2, 2}), "no failure");
 
-    auto const drawer = DenseDrawer::Create(file, {{4, 6}, {3, 3}, KVOSimDouble, {}});
+    auto const drawer = DenseDrawer::Create(std::make_shared<FileAccess>(file), {{4, 6}, {3, 3}, KVOSimDouble, {}});
     std::vector<double> values(24, -1.0);
     for (Ranges const& ranges : {Ranges{{0, 3}}, Ranges{{0, 4}, {0, 5}}, Ranges{{-1, 2}, {0, 5}}, Ranges{{2, 1}, {0, 5}}}) {
         ExpectFailure("outside the drawer", [&] { drawer->Read(ranges, values.data()); });
@@ -144,7 +147,8 @@ TEST_F(DenseDrawerFaults, InitialValuesNeedNoFileInMemory)
                 std::array<Range, 2> const all{Range{0, 2999}, Range{0, 999}};
                 std::vector<double> values(3000000, -1.0);
                 auto const file = File::Create(m_path, File::Kind::Scratch);
-                auto const drawer = DenseDrawer::Create(file, {{3000, 1000}, {1000, 1000}, KVOSimDouble, value});
+                auto const drawer =
+                    DenseDrawer::Create(std::make_shared<FileAccess>(file), {{3000, 1000}, {1000, 1000}, KVOSimDouble, value});
                 if (!ForbidMemoryFiles(byLimit))
                     return 2;
                 drawer->Read(all, values.data());

@@ -1,6 +1,8 @@
 #include "ChunkIndex.h"
 #include "DenseDrawer.h"
 #include "DrawerOracle.h"
+#include "FileAccess.h"
+#include "Hdf5.h"
 #include "KVOSimTypeKey.h"
 #include "ResidentBytes.h"
 #include "TemporaryFolder.h"
@@ -15,6 +17,7 @@
 using simdb::DenseDrawer;
 using simdb::DenseShape;
 using simdb::File;
+using simdb::FileAccess;
 using simdb::Range;
 
 namespace
@@ -94,10 +97,11 @@ void ReadSomewhere(DenseDrawer& drawer, DrawerOracle const& oracle, std::mt19937
 class DenseDrawerTest : public testing::Test
 {
 protected:
-    std::shared_ptr<File> NewFile(File::Kind kind = File::Kind::Persistent)
+    std::shared_ptr<FileAccess> NewFile(File::Kind kind = File::Kind::Persistent)
     {
         m_path = m_folder / ("file" + std::to_string(m_files++) + ".sim");
-        return m_file = File::Create(m_path, kind);
+        m_file = File::Create(m_path, kind);
+        return m_access = std::make_shared<FileAccess>(m_file);
     }
     /// The drawer again, in a later session.
     template<class Between = void (*)()>
@@ -107,14 +111,17 @@ protected:
         if (H5Lexists(m_file->Hdf5(), "values", H5P_DEFAULT) == 0)
             drawer->LinkTo(m_file->Hdf5(), "values");
         drawer.reset();
+        m_access.reset();
         m_file->Close();
         between();
         m_file = File::Open(m_path, readOnly);
-        return DenseDrawer::Open(m_file, m_file->Hdf5(), "values");
+        m_access = std::make_shared<FileAccess>(m_file);
+        return DenseDrawer::Open(m_access, m_file->Hdf5(), "values");
     }
 
     TemporaryFolder m_folder;
     std::shared_ptr<File> m_file;
+    std::shared_ptr<FileAccess> m_access;
     std::string m_path;
     int m_files = 0;
 };
@@ -231,7 +238,7 @@ TEST_F(DenseDrawerTest, SumsLargeChunksAsTheyTravel)
         std::mt19937_64 random(1);
         DrawerOracle oracle({size, 2 * size}, std::vector<std::byte>(8));
         auto const drawer = DenseDrawer::Create(NewFile(), {oracle.Sizes(), {size, size}, KVOSimDouble, {}});
-        drawer->SetSums(std::make_shared<simdb::ValueSums>(m_file, std::vector<std::int64_t>{1, 2}));
+        drawer->SetSums(std::make_shared<simdb::ValueSums>(m_access, std::vector<std::int64_t>{1, 2}));
         drawer->SetCacheBytes(std::uint64_t(256) << 20);
         Ranges const whole{{0, size - 1}, {size, 2 * size - 1}}, part{{3, size / 2}, {size + 5, size + 99}};
         auto const read = [&](Ranges const& ranges) {
@@ -351,7 +358,7 @@ TEST_F(DenseDrawerTest, KeepsAttributesAndNameOfAContiguousDrawerThatGrows)
 {
     auto const file = NewFile();
     auto const drawer = DenseDrawer::Create(file, {{5}, {}, KVOSimInt32, {}});
-    drawer->LinkTo(file->Hdf5(), "values");
+    drawer->LinkTo(m_file->Hdf5(), "values");
     std::int32_t const values[] = {1, 2, 3, 4, 5};
     drawer->Write(Ranges{{0, 4}}, values);
     simdb::Hid const space(H5Screate(H5S_SCALAR));
@@ -360,7 +367,7 @@ TEST_F(DenseDrawerTest, KeepsAttributesAndNameOfAContiguousDrawerThatGrows)
 
     drawer->Resize(0, 7);
 
-    auto const again = DenseDrawer::Open(file, file->Hdf5(), "values");
+    auto const again = DenseDrawer::Open(file, m_file->Hdf5(), "values");
     std::vector<std::int32_t> read(7, -1);
     again->Read(Ranges{{0, 6}}, read.data());
     EXPECT_EQ(read, (std::vector<std::int32_t>{1, 2, 3, 4, 5, 0, 0}));

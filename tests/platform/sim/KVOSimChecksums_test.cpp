@@ -174,9 +174,9 @@ TEST_F(Checksums, OfValuesAreHonestWhereverACommitEnds)
             WriteSomewhere(random);
         Extend(chunked, failures % 2, failures % 2 == 0 ? columns : rows, 1);
         WriteSomewhere(random);
-        KVOSimFaults::FailAfter(failures, EIO, 1000000, false);
+        SetCallFault({SystemCall::Change, failures, EIO, 1000000});
         fails = FailureOf([&] { CommitAll(); }) != "no failure";
-        KVOSimFaults::Disarm();
+        SetCallFault({});
         std::string const journal = path + ".journal";
         if (access(journal.c_str(), F_OK) == 0)
             WriteFile(folder / "copy.sim.journal", ReadFile(journal));

@@ -1,5 +1,6 @@
 #include "DenseDrawer.h"
 #include "DrawerOracle.h"
+#include "FileAccess.h"
 #include "KVOSimTypeKey.h"
 #include "ResidentBytes.h"
 #include "SimFailure.h"
@@ -22,6 +23,7 @@
 
 using simdb::DenseDrawer;
 using simdb::File;
+using simdb::FileAccess;
 using simdb::Range;
 
 // A page of a mapping that cannot be had is a signal to who touches it, which ends these tests.
@@ -47,8 +49,8 @@ struct Stored {
         file = File::Create(path, File::Kind::Persistent);
         std::vector<std::byte> const values(400 * 300 * 8, value);
         for (bool const isChunked : {true, false}) {
-            auto const drawer =
-                DenseDrawer::Create(file, {kSizes, isChunked ? std::vector<std::int64_t>{200, 300} : kEmpty, KVOSimDouble, {}});
+            auto const drawer = DenseDrawer::Create(std::make_shared<FileAccess>(file),
+                                                    {kSizes, isChunked ? std::vector<std::int64_t>{200, 300} : kEmpty, KVOSimDouble, {}});
             drawer->Write(Ranges{{0, 399}, {0, 299}}, values.data());
             drawer->LinkTo(file->Hdf5(), isChunked ? "chunked" : "contiguous");
         }
@@ -57,7 +59,7 @@ struct Stored {
             throw std::runtime_error(between);
         file = File::Open(path, false);
         for (std::size_t i = 0; i < 2; ++i)
-            drawers[i] = DenseDrawer::Open(file, file->Hdf5(), i == 0 ? "chunked" : "contiguous");
+            drawers[i] = DenseDrawer::Open(std::make_shared<FileAccess>(file), file->Hdf5(), i == 0 ? "chunked" : "contiguous");
     }
 
     static inline std::vector<std::int64_t> const kEmpty{};
@@ -95,9 +97,9 @@ TEST(MappedPages, AreWrittenOnlyWhileTheDiskTakesWrites)
     drawer.Write(kRows, rows.data());
     std::this_thread::sleep_for(std::chrono::milliseconds(300)); // what was seen of the disk is believed for a third of that
 
-    KVOSimFaults::FailAfter(0, EIO, 1000);
+    SetCallFault({SystemCall::Change, 0, EIO, 1000});
     ExpectFailure(std::strerror(EIO), [&] { drawer.Write(kRows, rows.data()); });
-    KVOSimFaults::Disarm();
+    SetCallFault({});
     drawer.Write(kRows, rows.data());
     EXPECT_TRUE(Rows(drawer) == rows);
 }
@@ -115,7 +117,7 @@ void UseFullMemory(std::string const& folder)
 {
     Stored sparse(folder + "/sparse.sim", std::byte{0}, "fallocate --dig-holes");
     auto const scratch = File::Create(folder + "/scratch.sim", File::Kind::Scratch);
-    auto const unwritten = DenseDrawer::Create(scratch, {kSizes, {}, KVOSimDouble, {}});
+    auto const unwritten = DenseDrawer::Create(std::make_shared<FileAccess>(scratch), {kSizes, {}, KVOSimDouble, {}});
     std::string const filler = folder + "/filler";
     int const file = open(filler.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     std::vector<char> const page(4096, 'x');

@@ -1,4 +1,3 @@
-#include "SimIo.h"
 #include "SimWorkload.h"
 
 #include <array>
@@ -72,7 +71,7 @@ TEST(SimFileCrash, KilledAtEveryCall)
             RemoveFiles(path);
             Reports reports;
             ChildProcess child([&] {
-                KVOSimFaults::KillAfter(call, torn);
+                KillAtChange(call, torn);
                 RunProgram(path, [&](int number) { reports.Send(number); });
                 return 0;
             });
@@ -118,7 +117,7 @@ TEST(SimFileCrash, KilledAtRandomMoments)
 }
 
 /// What a disk has of the files when the power goes: what was synced, and any part of what came after.
-class Disk : public simdb::io::Observer
+class Disk : public FileObserver
 {
 public:
     explicit Disk(std::string folder) : m_folder(std::move(folder)) {}
@@ -151,7 +150,7 @@ public:
         Blackout();
         FileAt(descriptor).unsynced.push_back({0, {}, length});
     }
-    void OnRemove(std::string const& path) override
+    void OnRemove(char const* path) override
     {
         Blackout();
         if (m_random() % 2 == 0) // or the removal never reaches the disk
@@ -187,7 +186,7 @@ private:
     {
         if (testing::Test::HasFailure())
             return;
-        simdb::io::observer = nullptr;
+        fileObserver = nullptr;
         for (int share : {0, 50, 90, 100}) { // of the changes that reach the disk, in per cent
             std::string const path = m_folder + "/a.sim";
             for (char const* const name : {"a.sim", "a.sim.journal"}) {
@@ -205,7 +204,7 @@ private:
             SCOPED_TRACE("power failure " + std::to_string(failures));
             EXPECT_EQ(FailureOf([&] { ExpectWhole(path, reported); }), "no failure"); // the calls that are watched are noexcept
         }
-        simdb::io::observer = this;
+        fileObserver = this;
     }
 
     std::string m_folder;
@@ -217,9 +216,9 @@ TEST(SimFileCrash, PowerFailureAtEveryCall)
 {
     TemporaryFolder const folder(FolderWithoutDisk()), afterwards(FolderWithoutDisk());
     Disk disk(afterwards / "");
-    simdb::io::observer = &disk;
+    fileObserver = &disk;
     RunProgram(folder / "a.sim", [&](int number) { disk.reported = number; });
-    simdb::io::observer = nullptr;
+    fileObserver = nullptr;
     std::printf("%d power failures\n", disk.failures);
     EXPECT_GT(disk.failures, 300);
 }

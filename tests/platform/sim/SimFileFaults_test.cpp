@@ -1,21 +1,8 @@
+#include "FailSystemCall.h"
 #include "SimWorkload.h"
 
-#include <fcntl.h>
 #include <filesystem>
 #include <sys/resource.h>
-#include <sys/stat.h>
-
-static std::int64_t s_successesLeft = -1;
-
-// The program's own: the library's calls come here.
-int fstat(int descriptor, struct stat* status) noexcept
-{
-    if (s_successesLeft >= 0 && s_successesLeft-- == 0) {
-        errno = EIO;
-        return -1;
-    }
-    return fstatat(descriptor, "", status, AT_EMPTY_PATH);
-}
 
 namespace
 {
@@ -58,10 +45,11 @@ TEST_F(SimFileFaults, FailedCreationLeavesNoFile)
     };
     auto const create = [&](FilePointer& file) { file = File::Create(path, File::Kind::Persistent); };
     auto const check = [&](FilePointer const&, bool threw) { EXPECT_NE(std::filesystem::exists(path), threw); };
-    EXPECT_GT(FailEachCall(kFaults, prepare, create, [&](FilePointer const& file, bool threw, bool) { check(file, threw); }), 0);
-    FailingCalls const looks{"fstat", [](std::int64_t successes) { s_successesLeft = successes; },
-                             [](std::int64_t) { return s_successesLeft < 0; }};
-    EXPECT_GT(FailEach(looks, prepare, create, check), 1);
+    // A disk that fails for good does not even remove a file.
+    EXPECT_GT(FailEachCall({{ENOSPC, 1, false}, {ENOSPC, 1, true}}, prepare, create,
+                           [&](FilePointer const& file, bool threw, bool) { check(file, threw); }),
+              0);
+    EXPECT_GT(FailEach(SystemCalls(SystemCall::Look), prepare, create, check), 1);
 }
 
 // A kill that left a journal to be applied, and then a disk on which even that fails.

@@ -51,7 +51,7 @@ protected:
                     Put(base, "");
                     ChildProcess child([&] {
                         auto const file = File::Open(path, false);
-                        KVOSimFaults::KillAfter(call, torn);
+                        KillAtChange(call, torn);
                         workload::Commit(file, 3, 4);
                         file->Close();
                         return 0;

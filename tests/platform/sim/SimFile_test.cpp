@@ -180,9 +180,9 @@ TEST_F(SimFile, FailuresSayTheirFileAndKind)
         expect(kind, of, [&, name = of] { File::Open(name, false); });
     for (auto const& [kind, of] : {std::pair{NotFound, missing}, {Exists, path}})
         expect(kind, of, [&, name = of] { File::Create(name, File::Kind::Persistent); });
-    KVOSimFaults::FailAfter(0, ENOSPC, 1, false);
+    SetCallFault({SystemCall::Change, 0, ENOSPC});
     expect(NoSpace, path, [&] { workload::Commit(file, 2, 3); });
-    KVOSimFaults::Disarm();
+    SetCallFault({});
     file->Close();
     expect(Misuse, path, [&] { file->Commit(); });
     std::filesystem::create_symlink("a.sim.journal", path + ".journal");

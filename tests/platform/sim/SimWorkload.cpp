@@ -1,6 +1,7 @@
 #include "SimWorkload.h"
 
 #include "DenseDrawer.h"
+#include "FileAccess.h"
 
 #include <filesystem>
 #include <numeric>
@@ -14,6 +15,7 @@ namespace
 using simdb::Checked;
 using simdb::DenseDrawer;
 using simdb::DenseShape;
+using simdb::FileAccess;
 using simdb::Hid;
 using simdb::Range;
 
@@ -38,8 +40,8 @@ bool Exists(simdb::File const& file, std::string const& name)
 std::shared_ptr<DenseDrawer> Drawer(FilePointer const& file, std::string const& name, DenseShape const& shape)
 {
     if (Exists(*file, name))
-        return DenseDrawer::Open(file, file->Hdf5(), name.c_str());
-    auto drawer = DenseDrawer::Create(file, shape);
+        return DenseDrawer::Open(std::make_shared<FileAccess>(file), file->Hdf5(), name.c_str());
+    auto drawer = DenseDrawer::Create(std::make_shared<FileAccess>(file), shape);
     drawer->LinkTo(file->Hdf5(), name.c_str());
     return drawer;
 }
@@ -52,7 +54,7 @@ std::array<Range, 2> ChunkRow(std::int64_t row)
 void Check(FilePointer const& file, std::string const& name, std::span<Range const> ranges, std::vector<double> const& expected)
 {
     std::vector<double> values(expected.size());
-    DenseDrawer::Open(file, file->Hdf5(), name.c_str())->Read(ranges, values.data());
+    DenseDrawer::Open(std::make_shared<FileAccess>(file), file->Hdf5(), name.c_str())->Read(ranges, values.data());
     EXPECT_TRUE(values == expected) << name;
 }
 
@@ -147,7 +149,7 @@ void MakeUnapplied(std::string const& path, int commits)
         ChildProcess child([&] {
             auto const file = simdb::File::Open(path, false);
             Change(file, commits);
-            KVOSimFaults::KillAfter(call);
+            KillAtChange(call);
             file->Commit();
             return 0;
         });

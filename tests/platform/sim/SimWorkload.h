@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ChildProcess.h"
+#include "Hdf5.h"
 #include "SimFailure.h"
 #include "SimFile.h"
 #include "TemporaryFolder.h"
