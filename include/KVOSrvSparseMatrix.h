@@ -2,20 +2,19 @@
 
 #include "KVOExport.h"
 #include "KVOSimIdentifiers.h"
+#include "KVOSrvSparseRows.h"
 #include "cow_List.h"
 #include "mem_Allocator.h"
 
-#include <algorithm>
-#include <cstdint>
 #include <memory>
-#include <span>
 
 class KVOFsmSystemDofDefinition;
 class KVOSrvDenseMatrix;
 namespace KVOSrvSparseSupport
 {
-struct SparseRows;
-}
+struct CompressedRows;
+struct HalfRows;
+} // namespace KVOSrvSparseSupport
 
 /// One coordinate entry; row and column are 0-based.
 struct KVOSrvSparseMatrixEntry {
@@ -34,23 +33,26 @@ struct KVOSrvSparseMatrixEntry {
 /// assembled matrix wait for the next BeginAssembly(), and nothing is refused.
 ///
 /// Two kinds of storage: full, every entry stored; half, for a symmetric matrix: each off-diagonal pair once, in one triangle, and the
-/// diagonal in an array of its own. Half storage comes from files of formats 0, 1 and 6 and from the database.
-///
-/// Invariants of the assembled form:
-/// 1. m_rowStart has m_rowCount + 1 offsets, ascending from 0; the entries of row i are the positions m_rowStart[i] to
-///    m_rowStart[i + 1] - 1 of m_columnIndices and m_values. m_rowStart is null before the first assembly, and between BeginAssembly()
-///    and EndAssembly(): the matrix then counts as one without entries.
-/// 2. Column indices ascend strictly within a row of full storage; half storage keeps the order it was read in. Zeros are stored like any
-///    other value.
-/// 3. The matrix is half-stored exactly when m_symmetryState is 1 and m_diagonal is not null (IsHalfStored()).
-/// 4. Loops take their lengths from m_rowStart: m_nonzeroCount also counts the diagonal after an import of format 6.
+/// diagonal in an array of its own. Half storage comes from Symmetrized(), from arrays, from files of formats 0, 1 and 6 and from the
+/// database.
 ///
 /// Used by one thread at a time.
 class KVO_EXPORT KVOSrvSparseMatrix : public mem_AllocationOperators
 {
 public:
     /// An empty, not yet assembled matrix of rows x columns; AddData() enlarges it as needed.
+    /// @throws KVOSrvMtxIllegalInput "KVOSrvSparseMatrix" when a size is negative
     KVOSrvSparseMatrix(int rows, int columns);
+    /// The assembled matrix of these arrays, which it takes over: each was made by mem_Malloc() or is null where it has nothing to hold.
+    ///
+    /// @param rowStart       rows + 1 offsets, ascending from 0: row i has the entries rowStart[i] to rowStart[i + 1] - 1
+    /// @param columnIndices  column of each entry, 0-based, ascending strictly within a row
+    /// @param values         value of each entry
+    /// @param diagonal       null for full storage; for half storage of a square matrix its `rows` diagonal entries: the others then lie in
+    /// one triangle, above the diagonal or below it
+    /// @throws KVOSrvMtxIllegalInput "KVOSrvSparseMatrix" unless all that is so, mem_OutOfMemory; the arrays stay the caller's then
+    /// @complexity O(entries + rows), no copy
+    KVOSrvSparseMatrix(int rows, int columns, unsigned* rowStart, int* columnIndices, double* values, double* diagonal);
     /// The matrix stored in a distribution, as Import() reads it; a null one gives an empty matrix.
     explicit KVOSrvSparseMatrix(KVOSimDistributionID const& distribution);
     ~KVOSrvSparseMatrix();
@@ -61,7 +63,7 @@ public:
 
     /// Stored entries. A half-stored matrix counts its triangle without the diagonal, except after an import of format 6, which counts
     /// the diagonal in.
-    int NumberOfNonzeros() const noexcept { return m_nonzeroCount; }
+    int NumberOfNonzeros() const noexcept;
     /// Number of rows.
     int NumberOfRows() const noexcept { return m_rowCount; }
     /// Number of columns.
@@ -85,6 +87,13 @@ public:
     /// @throws KVOSrvMtxIllegalInput "GetEntries" when the list would have more than INT_MAX entries, mem_OutOfMemory
     KVOSrvSparseMatrixEntry* GetEntries(int& count) const;
 
+    /// The stored rows, to be read where they lie: valid until this matrix changes. A matrix that is not assembled shows none of its
+    /// entries, its rows being empty.
+    /// @throws KVOSrvMtxNotAssembled "Rows", a KVOSrvMtxIllegalInput, when added entries wait for EndAssembly(); mem_OutOfMemory for the
+    /// row starts of a matrix that is not assembled
+    /// @complexity O(1); O(rows) where they are made
+    KVOSrvSparseRows Rows() const;
+
     // ---- assembly
 
     /// Drops the stored entries; sizes, pending entries and the kept verdict on symmetry stay.
@@ -95,17 +104,11 @@ public:
     /// @throws KVOSrvMtxIllegalInput "AddData" when an index exceeds INT_MAX - 1, mem_OutOfMemory; nothing is changed then
     void AddData(unsigned row, unsigned column, double value)
     {
-        bool const outside = row >= static_cast<unsigned>(m_rowCount) || column >= static_cast<unsigned>(m_columnCount);
-        if (outside) [[unlikely]]
-            CoverPlace(row, column);
-        m_pendingEntries.Append({row, column, value});
-        if (outside) [[unlikely]] {
-            m_rowCount = std::max(m_rowCount, static_cast<int>(row + 1));
-            m_columnCount = std::max(m_columnCount, static_cast<int>(column + 1));
-        }
-        m_symmetryState = m_symmetryState == 1 ? 2 : 0;
-        if (m_diagonal != nullptr) [[unlikely]]
-            m_diagonal.reset();
+        bool const inside = row < static_cast<unsigned>(m_rowCount) && column < static_cast<unsigned>(m_columnCount);
+        if (inside && m_symmetry == Symmetry::kUnknown) [[likely]]
+            m_pendingEntries.Append({row, column, value});
+        else
+            AddWithChanges(row, column, value);
     }
 
     /// Builds compressed rows from the entries added since the last EndAssembly(); entries of equal place are summed in the order in which
@@ -190,6 +193,21 @@ public:
     /// @throws KVOSrvMtxIllegalInput "SetColumnsToZero" when n is negative or a column lies outside; nothing is changed then
     void SetColumnsToZero(int const* columns, int n);
 
+    // ---- full and half storage
+
+    /// The same matrix in half storage, which takes half the memory: of a full symmetric one what lies above the diagonal, and the
+    /// diagonal, 0 where it has no entry; of one in half storage a copy. A new one that the caller deletes.
+    /// @throws KVOSrvMtxIllegalInput "Symmetrized" unless the matrix is square and its entries are symmetric in the sense of IsSymmetric(),
+    /// whatever verdict is kept, mem_OutOfMemory
+    /// @complexity O(entries + rows)
+    KVOSrvSparseMatrix* Symmetrized() const;
+
+    /// The same matrix in full storage: of half storage with every mirrored and every diagonal entry, of full storage a copy. A new one
+    /// that the caller deletes.
+    /// @throws KVOSrvMtxIllegalInput "Full" when it would have more than INT_MAX entries, mem_OutOfMemory
+    /// @complexity O(entries + rows), where the columns of half storage ascend, as those of a file need not
+    KVOSrvSparseMatrix* Full() const;
+
     // ---- files, see docs/sparse-files.md
 
     /// Reads a file of format 0, 1, 2, 3, 6 or 7 into this matrix.
@@ -231,62 +249,41 @@ public:
     void Export(KVOSimCSetID const& rows, KVOSimCSetID const& columns, KVOSimDistributionID const& distribution, bool valueChecksums) const;
 
     /// The set that numbers the rows in the database; null but after an import from there.
-    KVOSimCSetID RowCSetID() const { return m_rowCSet; }
+    KVOSimCSetID RowCSetID() const;
     /// The set that numbers the columns in the database; null but after an import from there.
-    KVOSimCSetID ColumnCSetID() const { return m_columnCSet; }
+    KVOSimCSetID ColumnCSetID() const;
 
 private:
-    friend class KVOSrvSparseImExPorter;
+    enum class Symmetry { kUnknown, kSymmetric, kNot };
+    struct Content;
 
-    template<class T>
-    using Array = std::unique_ptr<T[], mem_Deleter>;
+    /// The assembled matrix of these rows. @param nonzeroCount  NumberOfNonzeros()
+    KVOSrvSparseMatrix(KVOSrvSparseSupport::CompressedRows&& rows, int nonzeroCount);
+    KVOSrvSparseMatrix(KVOSrvSparseSupport::HalfRows&& rows, int nonzeroCount);
 
-    /// Takes the four arrays as they are; half-stored when `diagonal` is not null.
-    KVOSrvSparseMatrix(unsigned* rowStart, int* columnIndices, double* values, double* diagonal, int nonzeroCount, int rows, int columns);
+    /// Replaces all but the sets by these rows. The pending entries are dropped.
+    /// @param othersCounted  what NumberOfNonzeros() counts beside the entries
+    void Take(KVOSrvSparseSupport::CompressedRows&& rows, Symmetry symmetry = Symmetry::kUnknown) noexcept;
+    void Take(KVOSrvSparseSupport::HalfRows&& rows, int othersCounted = 0) noexcept;
+    /// Ends an assembly without its entries, which stay pending.
+    void MarkAssembled();
 
-    bool IsHalfStored() const noexcept { return m_symmetryState == 1 && m_diagonal != nullptr; }
-    /// Half-stored and not between BeginAssembly() and EndAssembly(): the diagonal counts.
-    bool HoldsDiagonal() const noexcept { return IsHalfStored() && m_rowStart != nullptr; }
+    /// Also from BeginAssembly(), which drops the entries, to what follows it.
+    bool IsHalfStored() const noexcept;
     /// @throws KVOSrvMtxNotAssembled when entries wait for EndAssembly()
     void RequireAssembled(char const* operation, int line = __builtin_LINE()) const;
-    /// Entries in the compressed rows (invariant 4).
-    int StoredEntries() const noexcept;
+    /// @throws KVOSrvMtxNoSymmetricTrue for half storage
+    void RequireFull(char const* operation, int line = __builtin_LINE()) const;
+    /// Rows() of a matrix for which that was asked.
+    KVOSrvSparseRows View() const;
 
-    /// The matrix of these arrays with this one's number of nonzeros; takes them over.
-    KVOSrvSparseMatrix* NewMatrix(KVOSrvSparseSupport::SparseRows& rows, Array<double> diagonal, int rowCount, int columnCount) const;
-    Array<double> CopyOfDiagonal(int const* perm) const;
-    KVOSrvSparseSupport::SparseRows PermutedRows(int const* perm, char const* operation) const;
-    void ReplaceRows(KVOSrvSparseSupport::SparseRows& rows) noexcept;
+    /// AddData() of an entry that enlarges the matrix or ends a verdict on symmetry, and half storage with it.
+    void AddWithChanges(unsigned row, unsigned column, double value);
 
-    /// Makes room for a place outside: the offsets of an assembled matrix last for `row` then, rows they did not have yet being empty.
-    /// @throws KVOSrvMtxIllegalInput "AddData" when an index exceeds INT_MAX - 1, mem_OutOfMemory; nothing is changed then
-    void CoverPlace(unsigned row, unsigned column);
-    /// Takes over assembled rows of full storage. The pending entries are dropped.
-    void TakeRows(KVOSrvSparseSupport::SparseRows& rows, int nonzeroCount) noexcept;
-
-    using Entries = std::span<KVOSrvSparseMatrixEntry const>;
-
-    /// Replaces the content by unordered entries of a matrix of rows x columns, at most INT_MAX in all blocks, duplicates summed; full
-    /// storage, assembled. Pending entries are dropped.
-    /// @throws KVOSrvMtxIllegalInput "ResetData" when a size is negative or an entry lies outside, mem_OutOfMemory; nothing is changed then
-    void ResetData(std::span<Entries const> blocks, int rows, int columns);
-
-    void MultiplyHalf(double const* x, int nvec, double* y) const;
-
-    /// y = (rows index[0 .. nIndex-1] of A)^T x; x has leading dimension nIndex. Rows count as they are stored, half storage or not.
-    /// @throws KVOSrvMtxNoTranspose unless `transpose`
-    void MultiplyIndexed(double const* x, int nvec, double* y, bool transpose, int nIndex, unsigned const* index) const;
-
+    // What AddData() needs stands here, so that it is inlined; all else in the content.
     cow_List<KVOSrvSparseMatrixEntry> m_pendingEntries;
-    Array<double> m_values;
-    Array<int> m_columnIndices;
-    Array<unsigned> m_rowStart;
-    Array<double> m_diagonal; // of a half-stored matrix
-    KVOSimCSetID m_rowCSet;   // of the last import from a database
-    KVOSimCSetID m_columnCSet;
-    int m_nonzeroCount = 0;
-    int m_rowCount;
+    int m_rowCount; // as in the content
     int m_columnCount;
-    mutable int m_symmetryState = 0; // 0 not known, 1 symmetric, 2 not symmetric; IsSymmetric() keeps its verdict here
-    bool m_assembled = false;
+    mutable Symmetry m_symmetry = Symmetry::kUnknown; // the verdict of IsSymmetric(); kSymmetric for half storage
+    std::unique_ptr<Content> m_content;
 };

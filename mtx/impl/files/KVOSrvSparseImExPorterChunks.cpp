@@ -1,8 +1,10 @@
+// Chunked files: formats 1 and 6.
+
 #include "KVOSrvMtxExceptions.h"
 #include "KVOSrvSparseImExPorter.h"
 #include "MalformedFile.h"
 #include "MatrixFiles.h"
-#include "SparseRows.h"
+#include "SparseSymmetry.h"
 
 #include <algorithm>
 #include <climits>
@@ -10,6 +12,8 @@
 #include <string>
 
 using KVOSrvSparseSupport::AllocateArray;
+using KVOSrvSparseSupport::CompressedRows;
+using KVOSrvSparseSupport::HalfRows;
 
 namespace
 {
@@ -154,48 +158,40 @@ void ReadChunk(InputFile& file, int* columnIndices, double* values, std::int64_t
     file.ReadItems(values, count);
 }
 
-} // namespace
-
 // Reads row starts, diagonal and the first `items` items; those behind them become column 0, value 0.
-void KVOSrvSparseImExPorter::ReadHalfStored(InputFile& file, KVOSrvSparseMatrix& matrix, int n, int offDiagonals, std::int64_t items,
-                                            std::int64_t chunkLength)
+HalfRows ReadHalf(InputFile& file, Header const& header, std::int64_t items, std::int64_t chunkLength)
 {
-    matrix.m_rowStart = AllocateArray<unsigned>(std::int64_t{n} + 1);
-    file.ReadItems(matrix.m_rowStart.get(), std::int64_t{n} + 1);
-    RequireRowStarts(matrix.m_rowStart.get(), n, static_cast<unsigned>(offDiagonals));
-    matrix.m_diagonal = AllocateArray<double>(n);
-    file.ReadItems(matrix.m_diagonal.get(), n);
-
-    matrix.m_columnIndices = AllocateArray<int>(offDiagonals);
-    matrix.m_values = AllocateArray<double>(offDiagonals);
+    int const n = header.n, offDiagonals = header.offDiagonals;
+    HalfRows half{CompressedRows(n, n, offDiagonals), AllocateArray<double>(n)};
+    CompressedRows& rows = half.triangle;
+    file.ReadItems(rows.rowStart.get(), std::int64_t{n} + 1);
+    RequireRowStarts(rows.rowStart.get(), n, static_cast<unsigned>(offDiagonals));
+    file.ReadItems(half.diagonal.get(), n);
     for (std::int64_t begin = 0; begin < items; begin += chunkLength)
-        ReadChunk(file, matrix.m_columnIndices.get() + begin, matrix.m_values.get() + begin, std::min(chunkLength, items - begin),
-                  chunkLength, n);
-    std::fill(matrix.m_columnIndices.get() + items, matrix.m_columnIndices.get() + offDiagonals, 0);
-    std::fill(matrix.m_values.get() + items, matrix.m_values.get() + offDiagonals, 0.0);
-
-    matrix.m_nonzeroCount = offDiagonals;
-    matrix.m_rowCount = matrix.m_columnCount = n;
-    matrix.m_symmetryState = 1;
+        ReadChunk(file, rows.columnIndices.get() + begin, rows.values.get() + begin, std::min(chunkLength, items - begin), chunkLength, n);
+    std::fill(rows.columnIndices.get() + items, rows.columnIndices.get() + offDiagonals, 0);
+    std::fill(rows.values.get() + items, rows.values.get() + offDiagonals, 0.0);
+    return half;
 }
 
-void KVOSrvSparseImExPorter::ImportHalfStoredChunks(KVOSrvSparseMatrix& matrix, char const* path)
+} // namespace
+
+HalfRows KVOSrvSparseImExPorter::ReadHalfStoredChunks(char const* path)
 {
     InputFile file(path);
     Header const header = ReadHeader(file);
-    int const n = header.n, offDiagonals = header.offDiagonals;
-    RequireEntries(header, std::int64_t{n} + offDiagonals);
+    int const offDiagonals = header.offDiagonals;
+    RequireEntries(header, std::int64_t{header.n} + offDiagonals);
     // Deliberate: a last chunk that is full is passed over as if it were padding.
     std::int64_t const items = offDiagonals % kChunkLength != 0 ? offDiagonals : std::max<std::int64_t>(0, offDiagonals - kChunkLength);
     // Deliberate: only the two counts of the header are looked at. The padding at the end is not read and may be missing, but as a whole: a
     // file that ends in the middle of it was cut off.
     if (!EndsBehindItems(file, header, items))
         RequireChunks(file, header, ChunksFor(offDiagonals, kChunkLength), kChunkLength);
-    ReadHalfStored(file, matrix, n, offDiagonals, items, kChunkLength);
-    matrix.m_nonzeroCount = offDiagonals + n; // Deliberate: this reader counts the diagonal in.
+    return ReadHalf(file, header, items, kChunkLength);
 }
 
-void KVOSrvSparseImExPorter::ImportChunks(KVOSrvSparseMatrix& matrix, char const* path)
+std::variant<CompressedRows, HalfRows> KVOSrvSparseImExPorter::ReadChunks(char const* path)
 {
     constexpr std::int32_t kMostChunkBits = 30; // no matrix has more items than fit into one chunk of this length
 
@@ -212,55 +208,34 @@ void KVOSrvSparseImExPorter::ImportChunks(KVOSrvSparseMatrix& matrix, char const
                header.chunks);
     RequireChunks(file, header, header.chunks, chunkLength);
 
-    if (header.full == 0) {
-        ReadHalfStored(file, matrix, header.n, header.offDiagonals, header.offDiagonals, chunkLength);
-        return;
-    }
+    if (header.full == 0)
+        return ReadHalf(file, header, header.offDiagonals, chunkLength);
     RequireEntries(header, header.n + std::int64_t{2} * header.offDiagonals);
-    KVOSrvSparseMatrix half(0, 0);
-    ReadHalfStored(file, half, header.n, header.offDiagonals, header.offDiagonals, chunkLength);
-    AssembleFull(matrix, half);
+    return KVOSrvSparseSupport::InFull(ReadHalf(file, header, header.offDiagonals, chunkLength));
 }
 
-void KVOSrvSparseImExPorter::AssembleFull(KVOSrvSparseMatrix& matrix, KVOSrvSparseMatrix const& half)
+void KVOSrvSparseImExPorter::WriteChunks(KVOSrvSparseRows const& rows, char const* path)
 {
-    matrix.BeginAssembly();
-    Rows const rows(half);
-    for (int i = 0; i < half.m_rowCount; ++i) {
-        auto const row = static_cast<unsigned>(i);
-        matrix.AddData(row, row, half.m_diagonal[i]);
-        for (std::int64_t k = rows.Begin(i); k < rows.End(i); ++k) {
-            auto const column = static_cast<unsigned>(half.m_columnIndices[k]);
-            matrix.AddData(row, column, half.m_values[k]);
-            matrix.AddData(column, row, half.m_values[k]);
-        }
-    }
-    matrix.EndAssembly();
-}
-
-void KVOSrvSparseImExPorter::ExportChunks(KVOSrvSparseMatrix const& matrix, char const* path)
-{
-    if (!matrix.HoldsDiagonal())
+    if (rows.diagonal == nullptr)
         KVOSrvMtxNoUnsymmetric().Throw(kSource, __LINE__);
 
     // Deliberate: not truncated, an existing longer file keeps its tail.
     OutputFile file(path, OutputFile::Existing::kOverwrite, 0644);
-    int const n = matrix.m_rowCount;
-    auto const items = Rows(matrix).Entries();
-    std::int64_t const chunks = ChunksFor(items, kChunkLength);
-    Header const header{n, static_cast<std::int32_t>(items), static_cast<std::int32_t>(chunks), 0, kChunkBits, 1};
+    int const n = rows.rows;
+    std::int64_t const items = rows.entries, chunks = ChunksFor(items, kChunkLength);
+    Header const header{n, rows.entries, static_cast<std::int32_t>(chunks), 0, kChunkBits, 1};
     file.WriteItems(&header, 1);
-    file.WriteItems(matrix.m_rowStart.get(), std::int64_t{n} + 1);
-    file.WriteItems(matrix.m_diagonal.get(), n);
+    file.WriteItems(rows.rowStart, std::int64_t{n} + 1);
+    file.WriteItems(rows.diagonal, n);
     for (std::int64_t chunk = 0; chunk < chunks; ++chunk) {
         std::int64_t const begin = chunk * kChunkLength, count = std::min(kChunkLength, items - begin);
-        WritePadded(file, matrix.m_columnIndices.get() + begin, count);
-        WritePadded(file, matrix.m_values.get() + begin, count);
+        WritePadded(file, rows.columnIndices + begin, count);
+        WritePadded(file, rows.values + begin, count);
     }
     // The pattern once more, with the weight 1 and the number of every row.
     file.WriteItems(&n, 1);
-    file.WriteItems(matrix.m_rowStart.get(), std::int64_t{n} + 1);
-    file.WriteItems(matrix.m_columnIndices.get(), items);
+    file.WriteItems(rows.rowStart, std::int64_t{n} + 1);
+    file.WriteItems(rows.columnIndices, items);
     WriteEach(file, n, [](int) { return 1; });
     WriteEach(file, n, [](int row) { return row; });
     file.Close();

@@ -1,5 +1,7 @@
+// Export of dense files: format 7.
+
+#include "CompressedRows.h"
 #include "DenseFileHeader.h"
-#include "KVOSrvMtxExceptions.h"
 #include "KVOSrvSparseImExPorter.h"
 #include "MatrixFiles.h"
 #include "SparseRowSorter.h"
@@ -13,8 +15,6 @@ using KVOSrvSparseSupport::Array;
 namespace
 {
 
-constexpr char kSource[] = "mtx/impl/KVOSrvSparseImExPorterDenseExport";
-
 // The dense matrix passes through a window, not through memory of its whole size. The window of a sparse one, 512 KiB, is no larger than
 // the second-level cache of server processors since 2017; a filled one gains more from longer pieces of its rows (16 columns at a time
 // took 3.2 to 3.4 times the raw write where 64 took 2.9).
@@ -23,21 +23,11 @@ constexpr std::int64_t kWindow = 65536, kFilledWindow = 262144; // doubles
 constexpr std::int64_t kTileRows = 8; // a cache line of the dense matrix
 constexpr std::int64_t kTileColumns = 64;
 
-// Each row's columns, without one twice.
-bool ColumnsAscendStrictly(unsigned const* rowStart, int const* columnIndices, std::int64_t rows)
+// Each row's columns, of which one may stand twice.
+bool ColumnsAscendWithRepeats(KVOSrvSparseRows const& rows)
 {
-    // The sign bit of one of the differences tells; without a comparison the loop is vectorised.
-    int bits = 0;
-    for (std::int64_t i = 0; i < rows; ++i)
-        for (std::int64_t k = rowStart[i]; k + 1 < rowStart[i + 1]; ++k)
-            bits |= columnIndices[k + 1] - columnIndices[k] - 1;
-    return bits >= 0;
-}
-
-bool ColumnsAscend(unsigned const* rowStart, int const* columnIndices, std::int64_t rows)
-{
-    for (std::int64_t i = 0; i < rows; ++i)
-        if (!std::is_sorted(columnIndices + rowStart[i], columnIndices + rowStart[i + 1]))
+    for (int i = 0; i < rows.rows; ++i)
+        if (!std::is_sorted(rows.columnIndices + rows.rowStart[i], rows.columnIndices + rows.rowStart[i + 1]))
             return false;
     return true;
 }
@@ -46,14 +36,14 @@ bool ColumnsAscend(unsigned const* rowStart, int const* columnIndices, std::int6
 class DenseWriter
 {
 public:
-    DenseWriter(unsigned const* rowStart, int const* columnIndices, double const* values, std::int64_t rows, std::int64_t columns)
-        : m_rowStart(rowStart), m_columnIndices(columnIndices), m_values(values), m_rows(rows), m_columns(columns),
-          m_filled(rowStart[rows] > rows * columns / kTouchedShare), m_next(AllocateArray<unsigned>(rows))
+    explicit DenseWriter(KVOSrvSparseRows const& rows)
+        : m_rowStart(rows.rowStart), m_columnIndices(rows.columnIndices), m_values(rows.values), m_rows(rows.rows), m_columns(rows.columns),
+          m_filled(rows.entries > m_rows * m_columns / kTouchedShare), m_next(AllocateArray<unsigned>(m_rows))
     {
-        std::copy_n(rowStart, rows, m_next.get());
-        bool const strictly = ColumnsAscendStrictly(rowStart, columnIndices, rows);
-        m_mostlyFull = strictly && rowStart[rows] > rows * columns / 2;
-        if (!strictly && !ColumnsAscend(rowStart, columnIndices, rows))
+        std::copy_n(m_rowStart, m_rows, m_next.get());
+        bool const strictly = KVOSrvSparseSupport::ColumnsAscend(rows);
+        m_mostlyFull = strictly && rows.entries > m_rows * m_columns / 2;
+        if (!strictly && !ColumnsAscendWithRepeats(rows))
             SortRows();
     }
 
@@ -201,27 +191,15 @@ private:
 } // namespace
 
 // Deliberate: of a half-stored matrix neither the diagonal nor the mirrored entries are written.
-void KVOSrvSparseImExPorter::ExportDense(KVOSrvSparseMatrix const& matrix, char const* path)
+void KVOSrvSparseImExPorter::WriteDense(KVOSrvSparseRows const& rows, char const* path)
 {
-    // Negative sizes come from indices that no assembly takes.
-    if (matrix.m_rowCount < 0 || matrix.m_columnCount < 0)
-        KVOSrvMtxUnsupportedExpFmt().Throw(kSource, __LINE__);
-
-    // A matrix without row starts has no entries.
-    std::int64_t const rows = matrix.m_rowCount, columns = matrix.m_columnCount;
-    Array<unsigned> noEntries;
-    if (matrix.m_rowStart == nullptr) {
-        noEntries = AllocateArray<unsigned>(rows + 1);
-        std::fill_n(noEntries.get(), rows + 1, 0);
-    }
-    DenseWriter writer(noEntries != nullptr ? noEntries.get() : matrix.m_rowStart.get(), matrix.m_columnIndices.get(),
-                       matrix.m_values.get(), rows, columns);
+    DenseWriter writer(rows);
 
     // Deliberate: not truncated, an existing longer file keeps its tail.
     OutputFile file(path, OutputFile::Existing::kOverwrite, 0644);
-    DenseFileHeader const header{matrix.m_rowCount, matrix.m_columnCount, matrix.m_rowCount, matrix.m_columnCount};
+    DenseFileHeader const header{rows.rows, rows.columns, rows.rows, rows.columns};
     file.WriteItems(&header, 1);
-    if (rows > 0)
+    if (rows.rows > 0)
         writer.Write(file);
     file.Close();
 }

@@ -1,9 +1,10 @@
+// Import of dense files: format 7.
+
 #include "DenseFileHeader.h"
 #include "KVOSrvSparseImExPorter.h"
 #include "MalformedFile.h"
 #include "MatrixEntryStore.h"
 #include "MatrixFiles.h"
-#include "SparseRows.h"
 
 #include <algorithm>
 #include <bit>
@@ -16,8 +17,8 @@
 
 using KVOSrvSparseSupport::AllocateArray;
 using KVOSrvSparseSupport::Array;
+using KVOSrvSparseSupport::CompressedRows;
 using KVOSrvSparseSupport::ShrinkArray;
-using KVOSrvSparseSupport::SparseRows;
 
 namespace
 {
@@ -106,7 +107,7 @@ public:
     RowsOfPanels(std::int64_t rows, std::int64_t columns, std::int64_t panelColumns)
         : m_rows(rows), m_columns(columns), m_panelColumns(panelColumns),
           m_masks(AllocateArray<Mask>(rows * ((columns + panelColumns - 1) / panelColumns))), m_next(AllocateArray<std::int64_t>(rows)),
-          m_values(rows * columns)
+          m_values(rows * columns), m_result(static_cast<int>(rows), static_cast<int>(columns), nullptr, nullptr, nullptr)
     {
         std::fill_n(m_next.get(), rows, 0);
     }
@@ -126,7 +127,7 @@ public:
             BeginSpreading();
     }
 
-    SparseRows Finish()
+    CompressedRows Finish()
     {
         if (m_spread)
             CloseGaps();
@@ -267,7 +268,7 @@ private:
     Array<Mask> m_masks;        // of the stored panels one after the other
     Array<std::int64_t> m_next; // place of every row's next entry
     MatrixEntryStore<double> m_values;
-    SparseRows m_result;
+    CompressedRows m_result; // without arrays at first
 };
 
 // A file that is as long as its header says, before anything is allocated.
@@ -308,13 +309,13 @@ std::int64_t PanelColumns(std::int64_t rows)
 
 } // namespace
 
-void KVOSrvSparseImExPorter::ImportDense(KVOSrvSparseMatrix& matrix, char const* path)
+CompressedRows KVOSrvSparseImExPorter::ReadDense(char const* path)
 {
     InputFile file(path);
     DenseFileHeader const header = ReadHeader(file);
     std::int64_t const rows = header.rows, columns = header.columns;
     if (rows == 0 || columns == 0)
-        return matrix.ResetData({}, header.rows, header.columns);
+        return KVOSrvSparseSupport::WithoutEntries(header.rows, header.columns);
 
     std::int64_t const panelColumns = PanelColumns(rows), panelsAtOnce = std::max<std::int64_t>(1, kWindow / (panelColumns * rows));
     std::int64_t const columnsAtOnce = std::min(columns, panelsAtOnce * panelColumns);
@@ -328,11 +329,5 @@ void KVOSrvSparseImExPorter::ImportDense(KVOSrvSparseMatrix& matrix, char const*
         if (reader.Count() > INT_MAX)
             throw MalformedFile::AtByte(file.Place(), "more entries up to here than a matrix can have (2147483647)");
     }
-    SparseRows result = reader.Finish();
-    matrix.m_rowStart = std::move(result.rowStart);
-    matrix.m_columnIndices = std::move(result.columnIndices);
-    matrix.m_values = std::move(result.values);
-    matrix.m_nonzeroCount = static_cast<int>(reader.Count());
-    matrix.m_rowCount = header.rows;
-    matrix.m_columnCount = header.columns;
+    return reader.Finish();
 }

@@ -1,8 +1,9 @@
+// Record files: format 0.
+
 #include "KVOForRecords.h"
 #include "KVOSrvMtxExceptions.h"
 #include "KVOSrvSparseImExPorter.h"
 #include "MalformedFile.h"
-#include "SparseRows.h"
 #include "cow_List.h"
 
 #include <climits>
@@ -125,28 +126,26 @@ struct RowLengths {
 
 } // namespace
 
-void KVOSrvSparseImExPorter::ImportRecords(KVOSrvSparseMatrix& matrix, char const* path)
+KVOSrvSparseSupport::HalfRows KVOSrvSparseImExPorter::ReadRecords(char const* path)
 {
     RowLengths const lengths(path);
     int const n = lengths.Rows();
-    matrix.m_rowStart = AllocateArray<unsigned>(std::int64_t{n} + 1);
-    matrix.m_diagonal = AllocateArray<double>(n);
-    matrix.m_columnIndices = AllocateArray<int>(lengths.total);
-    matrix.m_values = AllocateArray<double>(lengths.total);
+    HalfRows half{CompressedRows(n, n, lengths.total), AllocateArray<double>(n)};
+    CompressedRows& rows = half.triangle;
 
     RecordUnit unit(path);
     unit.Rows();
-    unsigned position = matrix.m_rowStart[0] = 0;
+    unsigned position = rows.rowStart[0] = 0;
     for (int i = 0; i < n; ++i) {
         int const others = lengths.offDiagonals[i];
         if (unit.NextRow(n) != others + 1)
             unit.RefuseRow("was changed while the file was read");
         int diagonalColumn;
-        int* const columns = matrix.m_columnIndices.get() + position;
+        int* const columns = rows.columnIndices.get() + position;
         unit.ReadOfRow(&diagonalColumn, 1);
         unit.ReadOfRow(columns, others);
-        unit.ReadOfRow(&matrix.m_diagonal[i], 1);
-        unit.ReadOfRow(matrix.m_values.get() + position, others);
+        unit.ReadOfRow(&half.diagonal[i], 1);
+        unit.ReadOfRow(rows.values.get() + position, others);
         if (diagonalColumn != i + 1)
             unit.RefuseRow("should have the diagonal first, column " + std::to_string(i + 1) + ", found " + std::to_string(diagonalColumn));
         for (int k = 0; k < others; ++k) {
@@ -155,9 +154,7 @@ void KVOSrvSparseImExPorter::ImportRecords(KVOSrvSparseMatrix& matrix, char cons
             --columns[k];
         }
         position += static_cast<unsigned>(others);
-        matrix.m_rowStart[i + 1] = position;
+        rows.rowStart[i + 1] = position;
     }
-    matrix.m_nonzeroCount = static_cast<int>(lengths.total);
-    matrix.m_rowCount = matrix.m_columnCount = n;
-    matrix.m_symmetryState = 1;
+    return half;
 }

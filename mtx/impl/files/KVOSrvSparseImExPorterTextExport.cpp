@@ -1,3 +1,5 @@
+// Export of text: formats 3, 4 and 5.
+
 #include "KVOFsmSystemDofDefinition.h"
 #include "KVOSrvMtxExceptions.h"
 #include "KVOSrvSparseImExPorter.h"
@@ -128,35 +130,38 @@ void WriteRows(OutputFile& file, int rows, LinesOf const& linesOf, WriteRow cons
 }
 
 // One more than the largest number of a row that holds an entry or, where columns are degrees of freedom too, of a column.
-template<class Rows>
-int DofsInUse(Rows const& rows, int rowCount, int const* columns)
+int DofsInUse(KVOSrvSparseRows const& rows, bool columnsToo)
 {
     int count = 0;
-    for (int i = 0; i < rowCount; ++i)
-        for (std::int64_t k = rows.Begin(i); k < rows.End(i); ++k)
-            count = std::max({count, i + 1, columns != nullptr ? columns[k] + 1 : 0});
+    for (int i = 0; i < rows.rows; ++i)
+        for (unsigned k = rows.rowStart[i]; k < rows.rowStart[i + 1]; ++k)
+            count = std::max({count, i + 1, columnsToo ? rows.columnIndices[k] + 1 : 0});
     return count;
+}
+
+std::int64_t LengthOf(KVOSrvSparseRows const& rows, int row)
+{
+    return rows.rowStart[row + 1] - rows.rowStart[row];
 }
 
 } // namespace
 
 // "%ld %ld %18.15le\n", 1-based. A half-stored matrix is written in full, its diagonal first.
-void KVOSrvSparseImExPorter::ExportTriplets(KVOSrvSparseMatrix const& matrix, char const* path)
+void KVOSrvSparseImExPorter::WriteTriplets(KVOSrvSparseRows const& rows, char const* path)
 {
     OutputFile file(path, OutputFile::Existing::kTruncate, kPermissions);
-    bool const half = matrix.HoldsDiagonal();
+    bool const half = rows.diagonal != nullptr;
     WriteRows(
-        file, half ? matrix.m_rowCount : 0, [](int) { return std::int64_t{1}; },
-        [&](auto& lines, int i) { lines.Line(i + 1, {i + 1}, ' ', "", matrix.m_diagonal[i]); });
-    Rows const rows(matrix);
+        file, half ? rows.rows : 0, [](int) { return std::int64_t{1}; },
+        [&](auto& lines, int i) { lines.Line(i + 1, {i + 1}, ' ', "", rows.diagonal[i]); });
     WriteRows(
-        file, matrix.m_rowCount, [&](int i) { return (half ? 2 : 1) * (rows.End(i) - rows.Begin(i)); },
+        file, rows.rows, [&](int i) { return (half ? 2 : 1) * LengthOf(rows, i); },
         [&](auto& lines, int i) {
-            for (std::int64_t k = rows.Begin(i); k < rows.End(i); ++k) {
-                int const row = i + 1, column = matrix.m_columnIndices[k] + 1;
-                lines.Line(row, {column}, ' ', "", matrix.m_values[k]);
+            for (unsigned k = rows.rowStart[i]; k < rows.rowStart[i + 1]; ++k) {
+                int const row = i + 1, column = rows.columnIndices[k] + 1;
+                lines.Line(row, {column}, ' ', "", rows.values[k]);
                 if (half)
-                    lines.Line(column, {row}, ' ', "", matrix.m_values[k]);
+                    lines.Line(column, {row}, ' ', "", rows.values[k]);
             }
         });
     file.Close();
@@ -164,43 +169,41 @@ void KVOSrvSparseImExPorter::ExportTriplets(KVOSrvSparseMatrix const& matrix, ch
 
 // "%d,%d,%d,%d,%18.15e\n": node and degree of freedom of the row, the same of the column or, when the matrix is not square, the 0-based
 // column and 0. Deliberate: of a half-stored matrix neither the diagonal nor the mirrored entries are written.
-void KVOSrvSparseImExPorter::ExportNodesAndDofs(KVOSrvSparseMatrix const& matrix, char const* path, KVOFsmSystemDofDefinition const* dofs)
+void KVOSrvSparseImExPorter::WriteNodesAndDofs(KVOSrvSparseRows const& rows, char const* path, KVOFsmSystemDofDefinition const* dofs)
 {
-    bool const square = matrix.m_rowCount == matrix.m_columnCount;
-    Rows const rows(matrix);
-    if (dofs == nullptr || dofs->NumberOfDofs() < DofsInUse(rows, matrix.m_rowCount, square ? matrix.m_columnIndices.get() : nullptr))
+    bool const square = rows.rows == rows.columns;
+    if (dofs == nullptr || dofs->NumberOfDofs() < DofsInUse(rows, square))
         KVOSrvMtxUnsupportedExpFmt().Throw(kSource, __LINE__);
 
     OutputFile file(path, OutputFile::Existing::kTruncate, kPermissions);
     WriteRows(
-        file, matrix.m_rowCount, [&](int i) { return rows.End(i) - rows.Begin(i); },
+        file, rows.rows, [&](int i) { return LengthOf(rows, i); },
         [&](auto& lines, int i) {
             int node = 0, dof = 0;
-            if (rows.Begin(i) < rows.End(i))
+            if (LengthOf(rows, i) > 0)
                 dofs->NodeDofFromSolverDof(i, node, dof);
-            for (std::int64_t k = rows.Begin(i); k < rows.End(i); ++k) {
-                int columnNode = matrix.m_columnIndices[k], columnDof = 0;
+            for (unsigned k = rows.rowStart[i]; k < rows.rowStart[i + 1]; ++k) {
+                int columnNode = rows.columnIndices[k], columnDof = 0;
                 if (square)
                     dofs->NodeDofFromSolverDof(columnNode, columnNode, columnDof);
-                lines.Line(node, {dof, columnNode, columnDof}, ',', "", matrix.m_values[k]);
+                lines.Line(node, {dof, columnNode, columnDof}, ',', "", rows.values[k]);
             }
         });
     file.Close();
 }
 
 // "%d,%d, %18.15e\n", 0-based, a half-stored matrix as it is stored: each row's diagonal first.
-void KVOSrvSparseImExPorter::ExportCommaSeparated(KVOSrvSparseMatrix const& matrix, char const* path)
+void KVOSrvSparseImExPorter::WriteCommaSeparated(KVOSrvSparseRows const& rows, char const* path)
 {
     OutputFile file(path, OutputFile::Existing::kTruncate, kPermissions);
-    bool const half = matrix.HoldsDiagonal();
-    Rows const rows(matrix);
+    bool const half = rows.diagonal != nullptr;
     WriteRows(
-        file, matrix.m_rowCount, [&](int i) { return (half ? 1 : 0) + rows.End(i) - rows.Begin(i); },
+        file, rows.rows, [&](int i) { return (half ? 1 : 0) + LengthOf(rows, i); },
         [&](auto& lines, int i) {
             if (half)
-                lines.Line(i, {i}, ',', " ", matrix.m_diagonal[i]);
-            for (std::int64_t k = rows.Begin(i); k < rows.End(i); ++k)
-                lines.Line(i, {matrix.m_columnIndices[k]}, ',', " ", matrix.m_values[k]);
+                lines.Line(i, {i}, ',', " ", rows.diagonal[i]);
+            for (unsigned k = rows.rowStart[i]; k < rows.rowStart[i + 1]; ++k)
+                lines.Line(i, {rows.columnIndices[k]}, ',', " ", rows.values[k]);
         });
     file.Close();
 }

@@ -1,9 +1,11 @@
+// Import of text triplets: formats 2 and 3.
+
 #include "KVOSrvSparseImExPorter.h"
 #include "MalformedFile.h"
 #include "MatrixEntryStore.h"
 #include "MatrixFiles.h"
 #include "MatrixText.h"
-#include "SparseRows.h"
+#include "SparseRowBuilder.h"
 #include "mem_Vector.h"
 #include "tasks.h"
 
@@ -16,7 +18,8 @@
 #include <string_view>
 #include <utility>
 
-using KVOSrvSparseSupport::AllocateArray;
+using KVOSrvSparseSupport::CompressedRows;
+using KVOSrvSparseSupport::SparseRowBuilder;
 
 namespace
 {
@@ -266,7 +269,7 @@ bool ReadParts(InputFile const& file, TextParts const& parts, mem_Vector<Triplet
     Refuse(file, triplets[static_cast<std::size_t>(wrong - found)], *wrong);
 }
 
-mem_Vector<Triplets> ReadTriplets(char const* path)
+mem_Vector<Triplets> ReadParts(char const* path)
 {
     constexpr std::int64_t kLeastBytes = 1 << 18; // what takes a task some hundred microseconds
 
@@ -292,11 +295,8 @@ bool Ascend(mem_Vector<Triplets> const& parts)
     return true;
 }
 
-} // namespace
-
-// What ResetData() makes of entries that ascend, without its copy of them and its sort.
-void KVOSrvSparseImExPorter::TakeAscendingEntries(KVOSrvSparseMatrix& matrix, std::span<KVOSrvSparseMatrix::Entries const> blocks, int rows,
-                                                  int columns)
+// What BuildRows() makes of entries that ascend, without its copy of them and its sort.
+CompressedRows TakeAscending(SparseRowBuilder::Blocks blocks, int rows, int columns)
 {
     // Of each block the number of its first entry and the row behind that of the entry before.
     struct Start {
@@ -304,33 +304,31 @@ void KVOSrvSparseImExPorter::TakeAscendingEntries(KVOSrvSparseMatrix& matrix, st
     };
     mem_Vector<Start> starts;
     Start next{0, 0};
-    for (KVOSrvSparseMatrix::Entries const& block : blocks) {
+    for (SparseRowBuilder::Entries const& block : blocks) {
         starts.push_back(next);
         if (!block.empty())
             next = {next.entry + std::ssize(block), std::int64_t{block.back().row} + 1};
     }
-    matrix.m_rowStart = AllocateArray<unsigned>(std::int64_t{rows} + 1);
-    matrix.m_columnIndices = AllocateArray<int>(next.entry);
-    matrix.m_values = AllocateArray<double>(next.entry);
-    matrix.m_nonzeroCount = static_cast<int>(next.entry);
-    matrix.m_rowCount = rows;
-    matrix.m_columnCount = columns;
+    CompressedRows result(rows, columns, next.entry);
     blac::InTasks(static_cast<int>(blocks.size()), [&](int number) {
         auto [k, row] = starts[static_cast<std::size_t>(number)];
         for (KVOSrvSparseMatrixEntry const& entry : blocks[static_cast<std::size_t>(number)]) {
             for (; row <= entry.row; ++row)
-                matrix.m_rowStart[row] = static_cast<unsigned>(k);
-            matrix.m_columnIndices[k] = static_cast<int>(entry.column);
-            matrix.m_values[k++] = entry.value;
+                result.rowStart[row] = static_cast<unsigned>(k);
+            result.columnIndices[k] = static_cast<int>(entry.column);
+            result.values[k++] = entry.value;
         }
     });
-    std::fill(matrix.m_rowStart.get() + next.row, matrix.m_rowStart.get() + rows + 1, static_cast<unsigned>(next.entry));
+    std::fill(result.rowStart.get() + next.row, result.rowStart.get() + rows + 1, static_cast<unsigned>(next.entry));
+    return result;
 }
 
-void KVOSrvSparseImExPorter::ImportTriplets(KVOSrvSparseMatrix& matrix, char const* path)
+} // namespace
+
+CompressedRows KVOSrvSparseImExPorter::ReadTriplets(char const* path)
 {
-    mem_Vector<Triplets> const parts = ReadTriplets(path);
-    mem_Vector<KVOSrvSparseMatrix::Entries> blocks;
+    mem_Vector<Triplets> const parts = ReadParts(path);
+    mem_Vector<SparseRowBuilder::Entries> blocks;
     blocks.reserve(parts.size());
     std::int64_t count = 0;
     int rows = 0, columns = 0;
@@ -342,8 +340,5 @@ void KVOSrvSparseImExPorter::ImportTriplets(KVOSrvSparseMatrix& matrix, char con
     }
     if (count > INT_MAX)
         RefuseTooMany();
-    if (Ascend(parts))
-        TakeAscendingEntries(matrix, blocks, rows, columns);
-    else
-        matrix.ResetData(blocks, rows, columns);
+    return Ascend(parts) ? TakeAscending(blocks, rows, columns) : KVOSrvSparseSupport::BuildRows(blocks, rows, columns);
 }

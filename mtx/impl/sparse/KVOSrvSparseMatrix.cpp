@@ -1,96 +1,157 @@
+// What a sparse matrix is made of and tells of itself.
+
 #include "KVOSrvSparseMatrix.h"
 
-#include "SparseRows.h"
+#include "KVOSrvMtxExceptions.h"
+#include "KVOSrvSparseMatrixContent.h"
+#include "SparseSymmetry.h"
 
 #include <algorithm>
 #include <climits>
-#include <cmath>
+#include <utility>
 
 using namespace KVOSrvSparseSupport;
 
 namespace
 {
 
-// Entries to the right of the diagonal minus those to the left of it.
-std::int64_t UpperMinusLower(unsigned const* rowStart, int const* columns, int rows)
-{
-    std::int64_t difference = 0;
-    for (int row = 0; row < rows; ++row)
-        for (unsigned k = rowStart[row]; k < rowStart[row + 1]; ++k)
-            difference += (columns[k] > row) - (columns[k] < row);
-    return difference;
-}
+constexpr char kConstructor[] = "KVOSrvSparseMatrix";
 
-// Deliberate: 1e-16 is below half the distance of neighbouring numbers, so values that differ at all fail, and a NaN, which is not
-// greater than anything, passes.
-bool Differ(double a, double b)
+// @throws KVOSrvMtxRefusedInput unless a matrix can consist of these arrays
+void RequireRows(KVOSrvSparseRows const& rows)
 {
-    return std::abs((a - b) * (a == 0 ? 1.0 : 1.0 / a)) > 1e-16;
-}
-
-// Every entry left of the diagonal has its like at the mirrored place. The rows ask for their mirrored places in ascending order, so one
-// pass through each row finds them all.
-bool MirrorsAgree(unsigned const* rowStart, int const* columns, double const* values, int rows)
-{
-    auto const next = AllocateArray<unsigned>(rows);
-    std::copy_n(rowStart, rows, next.get());
-    for (int row = 0; row < rows; ++row)
-        for (unsigned k = rowStart[row]; k < rowStart[row + 1]; ++k) {
-            int const column = columns[k];
-            if (column >= row)
-                continue;
-            unsigned& mirror = next[column];
-            while (mirror < rowStart[column + 1] && columns[mirror] < row)
-                ++mirror;
-            if (mirror == rowStart[column + 1] || columns[mirror] != row || Differ(values[mirror], values[k]))
-                return false;
-        }
-    return true;
+    Require(StartsAscend(rows.rowStart, rows.rows), kConstructor, "the row starts do not ascend from 0 to at most 2^31 - 1");
+    auto const entries = static_cast<std::int64_t>(rows.rowStart[rows.rows]);
+    Require(entries == 0 || (rows.columnIndices != nullptr && rows.values != nullptr), kConstructor, "an array is null");
+    Require(std::all_of(rows.columnIndices, rows.columnIndices + entries, [&](int column) { return column >= 0 && column < rows.columns; }),
+            kConstructor, "a column lies outside the matrix");
+    Require(ColumnsAscend(rows), kConstructor, "the columns of a row do not ascend strictly");
+    if (rows.diagonal == nullptr)
+        return;
+    Require(rows.rows == rows.columns, kConstructor, "a matrix of half storage is not square");
+    Require(LieInOneTriangle(rows), kConstructor, "half storage has entries on the diagonal or on both sides of it");
 }
 
 } // namespace
 
 KVOSrvSparseMatrix::KVOSrvSparseMatrix(int rows, int columns) : m_rowCount(rows), m_columnCount(columns)
 {
-    Require(rows >= 0 && columns >= 0, "KVOSrvSparseMatrix", "a size is negative");
+    Require(rows >= 0 && columns >= 0, kConstructor, "a size is negative");
+    m_content = std::make_unique<Content>();
 }
 
-KVOSrvSparseMatrix::KVOSrvSparseMatrix(unsigned* rowStart, int* columnIndices, double* values, double* diagonal, int nonzeroCount, int rows,
-                                       int columns)
-    : m_values(values), m_columnIndices(columnIndices), m_rowStart(rowStart), m_diagonal(diagonal), m_nonzeroCount(nonzeroCount),
-      m_rowCount(rows), m_columnCount(columns), m_symmetryState(diagonal != nullptr ? 1 : 0), m_assembled(true)
+KVOSrvSparseMatrix::KVOSrvSparseMatrix(int rows, int columns, unsigned* rowStart, int* columnIndices, double* values, double* diagonal)
+    : KVOSrvSparseMatrix(rows, columns)
 {
+    Require(rowStart != nullptr, kConstructor, "an array is null");
+    RequireRows({rows, columns, 0, rowStart, columnIndices, values, diagonal});
+    // Nothing fails from here on: so far the arrays are the caller's.
+    CompressedRows taken(rows, columns, Array<unsigned>(rowStart), Array<int>(columnIndices), Array<double>(values));
+    if (diagonal != nullptr)
+        Take(HalfRows{std::move(taken), Array<double>(diagonal)});
+    else
+        Take(std::move(taken));
+}
+
+KVOSrvSparseMatrix::KVOSrvSparseMatrix(CompressedRows&& rows, int nonzeroCount) : KVOSrvSparseMatrix(rows.rows, rows.columns)
+{
+    Take(std::move(rows));
+    m_content->nonzeroCount = nonzeroCount;
+}
+
+KVOSrvSparseMatrix::KVOSrvSparseMatrix(HalfRows&& rows, int nonzeroCount) : KVOSrvSparseMatrix(rows.triangle.rows, rows.triangle.columns)
+{
+    Take(std::move(rows));
+    m_content->nonzeroCount = nonzeroCount;
 }
 
 KVOSrvSparseMatrix::~KVOSrvSparseMatrix() = default;
 
-int KVOSrvSparseMatrix::StoredEntries() const noexcept
+void KVOSrvSparseMatrix::Take(CompressedRows&& rows, Symmetry symmetry) noexcept
 {
-    return m_rowStart != nullptr ? static_cast<int>(m_rowStart[m_rowCount]) : 0;
+    m_rowCount = rows.rows;
+    m_columnCount = rows.columns;
+    m_content->nonzeroCount = rows.Entries();
+    m_content->rows = std::move(rows);
+    m_symmetry = symmetry;
+    m_pendingEntries.Truncate(0);
 }
 
-bool KVOSrvSparseMatrix::IsNull() const
+void KVOSrvSparseMatrix::Take(HalfRows&& rows, int othersCounted) noexcept
 {
-    auto const isZero = [](double value) { return value == 0; }; // not so for a NaN
-    return std::all_of(m_values.get(), m_values.get() + StoredEntries(), isZero) &&
-           !(HoldsDiagonal() && !std::all_of(m_diagonal.get(), m_diagonal.get() + m_rowCount, isZero));
+    m_rowCount = rows.triangle.rows;
+    m_columnCount = rows.triangle.columns;
+    m_content->nonzeroCount = rows.triangle.Entries() + othersCounted;
+    m_content->rows = std::move(rows);
+    m_symmetry = Symmetry::kSymmetric;
+    m_pendingEntries.Truncate(0);
 }
 
-bool KVOSrvSparseMatrix::IsSymmetric() const
+int KVOSrvSparseMatrix::NumberOfNonzeros() const noexcept
 {
-    if (m_symmetryState != 0)
-        return m_symmetryState == 1;
-    bool const symmetric = m_rowStart == nullptr || (UpperMinusLower(m_rowStart.get(), m_columnIndices.get(), m_rowCount) == 0 &&
-                                                     MirrorsAgree(m_rowStart.get(), m_columnIndices.get(), m_values.get(), m_rowCount));
-    // Deliberate: kept also where entries wait to be assembled. EndAssembly() keeps the verdict, whatever they are.
-    m_symmetryState = symmetric ? 1 : 2;
-    return symmetric;
+    return m_content->nonzeroCount;
+}
+
+KVOSimCSetID KVOSrvSparseMatrix::RowCSetID() const
+{
+    return m_content->rowCSet;
+}
+
+KVOSimCSetID KVOSrvSparseMatrix::ColumnCSetID() const
+{
+    return m_content->columnCSet;
+}
+
+bool KVOSrvSparseMatrix::IsHalfStored() const noexcept
+{
+    if (auto const* const none = std::get_if<NoRows>(&m_content->rows))
+        return none->ofHalfStorage;
+    return std::holds_alternative<HalfRows>(m_content->rows);
 }
 
 void KVOSrvSparseMatrix::RequireAssembled(char const* operation, int line) const
 {
-    if (!m_assembled && m_pendingEntries.Size() > 0)
+    if (!m_content->IsAssembled() && m_pendingEntries.Size() > 0)
         KVOSrvMtxNotAssembled(operation).Throw(kSource, line);
+}
+
+void KVOSrvSparseMatrix::RequireFull(char const* operation, int line) const
+{
+    if (IsHalfStored())
+        KVOSrvMtxNoSymmetricTrue(operation).Throw(kSource, line);
+}
+
+KVOSrvSparseRows KVOSrvSparseMatrix::View() const
+{
+    if (auto const* const half = std::get_if<HalfRows>(&m_content->rows))
+        return half->View();
+    return m_content->FullRows(m_rowCount, m_columnCount).View();
+}
+
+KVOSrvSparseRows KVOSrvSparseMatrix::Rows() const
+{
+    RequireAssembled("Rows");
+    return View();
+}
+
+bool KVOSrvSparseMatrix::IsNull() const
+{
+    if (!m_content->IsAssembled())
+        return true;
+    KVOSrvSparseRows const rows = View();
+    auto const isZero = [](double value) { return value == 0; }; // not so for a NaN
+    return std::all_of(rows.values, rows.values + rows.entries, isZero) &&
+           (rows.diagonal == nullptr || std::all_of(rows.diagonal, rows.diagonal + rows.rows, isZero));
+}
+
+bool KVOSrvSparseMatrix::IsSymmetric() const
+{
+    if (m_symmetry != Symmetry::kUnknown)
+        return m_symmetry == Symmetry::kSymmetric;
+    bool const symmetric = !m_content->IsAssembled() || KVOSrvSparseSupport::IsSymmetric(View());
+    // Deliberate: kept also where entries wait to be assembled. EndAssembly() keeps the verdict, whatever they are.
+    m_symmetry = symmetric ? Symmetry::kSymmetric : Symmetry::kNot;
+    return symmetric;
 }
 
 KVOSrvSparseMatrixEntry* KVOSrvSparseMatrix::GetEntries(int& count) const
@@ -100,21 +161,11 @@ KVOSrvSparseMatrixEntry* KVOSrvSparseMatrix::GetEntries(int& count) const
         count = 0;
         return nullptr;
     }
-    bool const mirrored = HoldsDiagonal();
-    std::int64_t const length = mirrored ? m_rowCount + 2 * std::int64_t{StoredEntries()} : StoredEntries();
+    KVOSrvSparseRows const rows = View();
+    std::int64_t const length = CountInFull(rows);
     Require(length <= INT_MAX, "GetEntries", "there are more than 2^31 - 1 entries");
     auto list = AllocateList<KVOSrvSparseMatrixEntry>(length);
-    KVOSrvSparseMatrixEntry* next = list.get();
-    for (unsigned row = 0; length > 0 && row < static_cast<unsigned>(m_rowCount); ++row) {
-        if (mirrored)
-            *next++ = {row, row, m_diagonal[row]};
-        for (unsigned k = m_rowStart[row]; k < m_rowStart[row + 1]; ++k) {
-            auto const column = static_cast<unsigned>(m_columnIndices[k]);
-            if (mirrored)
-                *next++ = {column, row, m_values[k]};
-            *next++ = {row, column, m_values[k]};
-        }
-    }
+    ListInFull(rows, list.get());
     count = static_cast<int>(length);
     return list.release();
 }

@@ -1,7 +1,9 @@
+// From added entries to compressed rows.
+
 #include "KVOSrvSparseMatrix.h"
 
+#include "KVOSrvSparseMatrixContent.h"
 #include "SparseRowBuilder.h"
-#include "SparseRows.h"
 
 #include <algorithm>
 #include <climits>
@@ -11,6 +13,8 @@ using namespace KVOSrvSparseSupport;
 
 namespace
 {
+
+using Entries = SparseRowBuilder::Entries;
 
 // A builder that has counted the entries; rows and columns are enlarged to hold them.
 SparseRowBuilder CountedBuilder(std::int64_t count, SparseRowBuilder::Blocks blocks, std::int64_t& rows, std::int64_t& columns)
@@ -27,43 +31,64 @@ SparseRowBuilder CountedBuilder(std::int64_t count, SparseRowBuilder::Blocks blo
     return suffices ? std::move(builder) : counted();
 }
 
+// Makes the row starts last for `rows` rows, those they did not have yet being empty. Grown by the allocator and not by doubling: the case
+// is rare, and large arrays grow by remapping.
+void ReserveRows(CompressedRows& rows, int count)
+{
+    if (count <= rows.rows)
+        return;
+    std::size_t const bytes = mem_ArrayBytes(std::int64_t{count} + 1, sizeof(unsigned));
+    void* const memory = mem_Realloc(rows.rowStart.get(), bytes);
+    if (memory == nullptr)
+        throw mem_OutOfMemory(bytes);
+    static_cast<void>(rows.rowStart.release());
+    rows.rowStart.reset(static_cast<unsigned*>(memory));
+    std::fill(rows.rowStart.get() + rows.rows + 1, rows.rowStart.get() + count + 1, rows.rowStart[rows.rows]);
+}
+
 } // namespace
 
 void KVOSrvSparseMatrix::BeginAssembly()
 {
-    m_values.reset();
-    m_columnIndices.reset();
-    m_rowStart.reset();
-    m_assembled = false;
+    m_content->rows = NoRows{IsHalfStored(), {}};
 }
 
-// Grown by the allocator and not by doubling: the case is rare, and large arrays grow by remapping.
-void KVOSrvSparseMatrix::CoverPlace(unsigned row, unsigned column)
+void KVOSrvSparseMatrix::MarkAssembled()
+{
+    if (!m_content->IsAssembled())
+        m_content->rows = std::move(m_content->FullRows(m_rowCount, m_columnCount));
+}
+
+void KVOSrvSparseMatrix::AddWithChanges(unsigned row, unsigned column, double value)
 {
     Require(row < INT_MAX && column < INT_MAX, "AddData", "an index exceeds 2^31 - 2");
-    if (m_rowStart == nullptr || row < static_cast<unsigned>(m_rowCount))
-        return;
-    void* const memory = mem_Realloc(m_rowStart.get(), mem_ArrayBytes(std::int64_t{row} + 2, sizeof(unsigned)));
-    if (memory == nullptr)
-        throw mem_OutOfMemory(mem_ArrayBytes(std::int64_t{row} + 2, sizeof(unsigned)));
-    static_cast<void>(m_rowStart.release());
-    m_rowStart.reset(static_cast<unsigned*>(memory));
-    std::fill(m_rowStart.get() + m_rowCount + 1, m_rowStart.get() + row + 2, m_rowStart[m_rowCount]);
-}
+    int const rows = std::max(m_rowCount, static_cast<int>(row + 1)), columns = std::max(m_columnCount, static_cast<int>(column + 1));
+    auto* const half = std::get_if<HalfRows>(&m_content->rows);
+    CompressedRows* const stored = half != nullptr ? &half->triangle : std::get_if<CompressedRows>(&m_content->rows);
+    if (stored != nullptr)
+        ReserveRows(*stored, rows);
+    m_pendingEntries.Append({row, column, value});
 
-void KVOSrvSparseMatrix::TakeRows(SparseRows& rows, int nonzeroCount) noexcept
-{
-    ReplaceRows(rows);
-    m_diagonal.reset();
-    m_nonzeroCount = nonzeroCount;
-    m_pendingEntries.Truncate(0);
-    m_assembled = true;
+    // Nothing can fail from here on.
+    m_rowCount = rows;
+    m_columnCount = columns;
+    if (stored != nullptr) {
+        stored->rows = rows;
+        stored->columns = columns;
+    }
+    if (half != nullptr) // Deliberate: the triangle is left, as the entries of full storage
+        m_content->rows = CompressedRows(std::move(half->triangle));
+    else if (stored == nullptr)
+        m_content->rows = NoRows();
+    m_symmetry = m_symmetry == Symmetry::kSymmetric ? Symmetry::kNot : Symmetry::kUnknown;
 }
 
 void KVOSrvSparseMatrix::EndAssembly()
 {
-    if (m_assembled)
+    auto* const none = std::get_if<NoRows>(&m_content->rows);
+    if (none == nullptr)
         return;
+    none->empty.reset();
     Entries blocks[decltype(m_pendingEntries)::kMaxBlocks];
     for (int block = 0; block < m_pendingEntries.BlockCount(); ++block)
         blocks[block] = m_pendingEntries.Block(block);
@@ -78,30 +103,8 @@ void KVOSrvSparseMatrix::EndAssembly()
         m_pendingEntries.Drain([&](Entries entries) { builder.TakeNext(entries); });
     else
         builder.Take(all);
-    std::int64_t const stored = builder.Finish();
-    Require(stored <= INT_MAX, "EndAssembly", "more than 2^31 - 1 entries would be stored");
-    m_rowCount = static_cast<int>(rows);
-    m_columnCount = static_cast<int>(columns);
-    TakeRows(builder.Result(), static_cast<int>(stored));
-}
-
-void KVOSrvSparseMatrix::ResetData(std::span<Entries const> blocks, int rows, int columns)
-{
-    Require(rows >= 0 && columns >= 0, "ResetData", "a size is negative");
-    std::int64_t count = 0;
-    for (Entries const& block : blocks)
-        count += std::ssize(block);
-    SparseRowBuilder builder(count, rows);
-    builder.Count(blocks);
-    Require(builder.Rows() <= rows && builder.Columns() <= columns, "ResetData", "an entry lies outside the matrix");
-    builder.Prepare(columns);
-
-    builder.Take(blocks);
-    std::int64_t const stored = builder.Finish();
-    m_rowCount = rows;
-    m_columnCount = columns;
-    m_symmetryState = 0;
-    TakeRows(builder.Result(), static_cast<int>(stored));
+    Require(builder.Finish() <= INT_MAX, "EndAssembly", "more than 2^31 - 1 entries would be stored");
+    Take(builder.Result(), m_symmetry);
 }
 
 void KVOSrvSparseMatrix::Subtract(KVOSrvSparseMatrix const& A, KVOSrvSparseMatrix const& B)
@@ -118,10 +121,6 @@ void KVOSrvSparseMatrix::Subtract(KVOSrvSparseMatrix const& A, KVOSrvSparseMatri
     builder.Prepare(columns);
 
     builder.Take(lists);
-    std::int64_t const stored = builder.Finish();
-    Require(stored <= INT_MAX, "Subtract", "more than 2^31 - 1 entries would be stored");
-    m_rowCount = static_cast<int>(rows);
-    m_columnCount = static_cast<int>(columns);
-    m_symmetryState = 0;
-    TakeRows(builder.Result(), static_cast<int>(stored));
+    Require(builder.Finish() <= INT_MAX, "Subtract", "more than 2^31 - 1 entries would be stored");
+    Take(builder.Result());
 }

@@ -1,8 +1,11 @@
+// Products of a sparse matrix in memory.
+
 #include "KVOSrvSparseMatrix.h"
 
 #include "KVOBasProcessor.h"
 #include "KVOFortran.h"
-#include "SparseRows.h"
+#include "KVOSrvSparseMatrixContent.h"
+#include "SparseProducts.h"
 #include "sparse_parts.h"
 #include "sparse_products.h"
 #include "tasks.h"
@@ -21,19 +24,6 @@ int const* AsInt(unsigned const* numbers)
     return reinterpret_cast<int const*>(numbers);
 }
 
-void SetToZero(double* y, int rows, int nvec)
-{
-    std::fill_n(y, std::int64_t{rows} * nvec, 0.0);
-}
-
-struct HalfRows {
-    std::int64_t n;
-    unsigned const* rowStart;
-    int const* columns;
-    double const* values;
-    double const* diagonal;
-};
-
 struct Span {
     std::int64_t first, end;
     bool Holds(std::int64_t number) const noexcept { return number >= first && number < end; }
@@ -49,26 +39,27 @@ enum class For {
 // y += A x for some vectors, entry (i, c, a) in s(i) += a x(c) and y(c) += a x(i). The order of the additions is part of the result: each
 // row's sum s is formed apart and added to y(i) together with the diagonal's product.
 template<int kVectors, For kFor = For::kAll>
-void MultiplyVectors(HalfRows const& rows, Span some, double const* x, double* y, Span span = {})
+void MultiplyVectors(KVOSrvSparseRows const& rows, Span some, double const* x, double* y, Span span = {})
 {
+    std::int64_t const n = rows.rows;
     for (std::int64_t i = some.first; i < some.end; ++i) {
         double t[kVectors], s[kVectors] = {};
         for (int j = 0; j < kVectors; ++j)
-            t[j] = x[i + j * rows.n];
+            t[j] = x[i + j * n];
         for (unsigned k = rows.rowStart[i]; k < rows.rowStart[i + 1]; ++k) {
             double const a = rows.values[k];
-            std::int64_t const c = rows.columns[k];
+            std::int64_t const c = rows.columnIndices[k];
             bool const reaches = kFor == For::kAll || span.Holds(c);
             for (int j = 0; j < kVectors; ++j) {
                 if constexpr (kFor != For::kOtherSpan)
-                    s[j] += a * x[c + j * rows.n];
+                    s[j] += a * x[c + j * n];
                 if (reaches)
-                    y[c + j * rows.n] += a * t[j];
+                    y[c + j * n] += a * t[j];
             }
         }
         if constexpr (kFor != For::kOtherSpan)
             for (int j = 0; j < kVectors; ++j)
-                y[i + j * rows.n] += rows.diagonal[i] * t[j] + s[j];
+                y[i + j * n] += rows.diagonal[i] * t[j] + s[j];
     }
 }
 
@@ -77,9 +68,9 @@ void MultiplyVectors(HalfRows const& rows, Span some, double const* x, double* y
 class HalfParts
 {
 public:
-    HalfParts(HalfRows const& rows, int parts)
-        : m_rows(rows), m_parts(parts),
-          m_reach(parts > 1 ? static_cast<Span*>(mem_Malloc(mem_ArrayBytes(rows.n / kBlock + 1, sizeof(Span)))) : nullptr)
+    HalfParts(KVOSrvSparseRows const& rows, int parts)
+        : m_rows(rows), m_n(rows.rows), m_parts(parts),
+          m_reach(parts > 1 ? static_cast<Span*>(mem_Malloc(mem_ArrayBytes(m_n / kBlock + 1, sizeof(Span)))) : nullptr)
     {
         if (m_reach == nullptr)
             return;
@@ -95,10 +86,10 @@ public:
     {
         Span const own = Rows(part);
         for (int j = 0; j < kVectors; ++j)
-            std::fill(y + j * m_rows.n + own.first, y + j * m_rows.n + own.end, 0.0);
+            std::fill(y + j * m_n + own.first, y + j * m_n + own.end, 0.0);
         if (Count() == 1)
             return MultiplyVectors<kVectors>(m_rows, own, x, y);
-        for (Span block = BlockFrom(0); block.first < m_rows.n; block = BlockFrom(block.end)) {
+        for (Span block = BlockFrom(0); block.first < m_n; block = BlockFrom(block.end)) {
             Span const reach = m_reach[block.first / kBlock];
             if (!own.Holds(block.first)) {
                 if (reach.first < own.end && reach.end > own.first)
@@ -116,7 +107,7 @@ public:
     int MultiplyGroups(int part, int first, int nvec, double const* x, double* y) const
     {
         for (; first + kVectors <= nvec; first += kVectors)
-            Multiply<kVectors>(part, x + first * m_rows.n, y + first * m_rows.n);
+            Multiply<kVectors>(part, x + first * m_n, y + first * m_n);
         return first;
     }
 
@@ -127,54 +118,37 @@ private:
     std::int64_t Begin(int part) const noexcept
     {
         if (Count() == 1 || part == m_parts)
-            return part == 0 ? 0 : m_rows.n;
-        return blac::FirstRowOf(m_rows.rowStart, m_rows.n, m_parts, part) / kBlock * kBlock;
+            return part == 0 ? 0 : m_n;
+        return blac::FirstRowOf(m_rows.rowStart, m_n, m_parts, part) / kBlock * kBlock;
     }
-    Span BlockFrom(std::int64_t first) const noexcept { return {first, std::min(first + kBlock, m_rows.n)}; }
+    Span BlockFrom(std::int64_t first) const noexcept { return {first, std::min(first + kBlock, m_n)}; }
     Span Reach(Span block) const noexcept
     {
         int first = INT_MAX, last = -1;
         for (unsigned k = m_rows.rowStart[block.first]; k < m_rows.rowStart[block.end]; ++k) {
-            first = std::min(first, m_rows.columns[k]);
-            last = std::max(last, m_rows.columns[k]);
+            first = std::min(first, m_rows.columnIndices[k]);
+            last = std::max(last, m_rows.columnIndices[k]);
         }
         return {first, std::int64_t{last} + 1};
     }
 
-    HalfRows m_rows;
+    KVOSrvSparseRows m_rows;
+    std::int64_t m_n;
     int m_parts;
     Array<Span> m_reach; // of each block: the columns of its entries, the diagonal apart
 };
 
-} // namespace
-
-void KVOSrvSparseMatrix::Multiply(double const* x, int nvec, double* y, bool transpose) const
-{
-    RequireAssembled("Multiply");
-    if (nvec <= 0)
-        return;
-    if (m_rowStart == nullptr)
-        SetToZero(y, transpose ? m_columnCount : m_rowCount, nvec);
-    else if (IsHalfStored())
-        MultiplyHalf(x, nvec, y);
-    else if (transpose)
-        blac::MultiplyTransposedAscending(
-            blac::RowsOf(m_values.get(), AsInt(m_rowStart.get()), m_columnIndices.get(), &m_rowCount, &m_columnCount, nullptr), x, y, nvec);
-    else
-        BLAC_SPARSE_UMV(m_values.get(), x, AsInt(m_rowStart.get()), m_columnIndices.get(), y, &m_rowCount, &m_columnCount, &nvec);
-}
-
 // The matrix is its own transpose.
-void KVOSrvSparseMatrix::MultiplyHalf(double const* x, int nvec, double* y) const
+void MultiplyHalf(KVOSrvSparseRows const& rows, double const* x, int nvec, double* y)
 {
-    HalfRows const rows{m_rowCount, m_rowStart.get(), m_columnIndices.get(), m_values.get(), m_diagonal.get()};
-    bool const large = std::int64_t{StoredEntries()} * nvec >= 2 * blac::kLeastMultiplications;
+    bool const large = std::int64_t{rows.entries} * nvec >= 2 * blac::kLeastMultiplications;
     HalfParts const parts(rows, large ? blac::ThreadsForTasks() : 1);
     // In groups as the kernels of full storage take them; every entry touches a row of x and one of y.
     int const group =
-        nvec < 8 ? 1
-                 : blac::SparseGroupSize(blac::RowsOf(rows.values, AsInt(rows.rowStart), rows.columns, &m_rowCount, &m_rowCount, nullptr),
-                                         KVOBasProcessor::This().choices.groupPages / 2);
+        nvec < 8
+            ? 1
+            : blac::SparseGroupSize(blac::RowsOf(rows.values, AsInt(rows.rowStart), rows.columnIndices, &rows.rows, &rows.rows, nullptr),
+                                    KVOBasProcessor::This().choices.groupPages / 2);
     blac::InTasks(parts.Count(), [&](int part) {
         int first = 0;
         if (group == 8)
@@ -187,25 +161,41 @@ void KVOSrvSparseMatrix::MultiplyHalf(double const* x, int nvec, double* y) cons
     });
 }
 
-void KVOSrvSparseMatrix::MultiplyIndexed(double const* x, int nvec, double* y, bool transpose, int nIndex, unsigned const* index) const
+} // namespace
+
+void KVOSrvSparseMatrix::Multiply(double const* x, int nvec, double* y, bool transpose) const
+{
+    RequireAssembled("Multiply");
+    if (nvec <= 0)
+        return;
+    KVOSrvSparseRows const rows = View();
+    if (rows.diagonal != nullptr)
+        MultiplyHalf(rows, x, nvec, y);
+    else if (transpose)
+        blac::MultiplyTransposedAscending(
+            blac::RowsOf(rows.values, AsInt(rows.rowStart), rows.columnIndices, &rows.rows, &rows.columns, nullptr), x, y, nvec);
+    else
+        BLAC_SPARSE_UMV(rows.values, x, AsInt(rows.rowStart), rows.columnIndices, y, &rows.rows, &rows.columns, &nvec);
+}
+
+void KVOSrvSparseSupport::MultiplyIndexed(KVOSrvSparseRows const& rows, double const* x, int nvec, double* y, bool transpose, int nIndex,
+                                          unsigned const* index)
 {
     if (!transpose)
         KVOSrvMtxNoTranspose().Throw(kSource, 1107);
-    if (nvec <= 0)
-        return;
-    if (m_rowStart == nullptr)
-        SetToZero(y, m_columnCount, nvec);
-    else
-        // Deliberate: half storage is not taken into account; the rows are multiplied as they are stored.
+    if (nvec > 0)
         blac::MultiplyTransposedAscending(
-            blac::RowsOf(m_values.get(), AsInt(m_rowStart.get()), m_columnIndices.get(), &nIndex, &m_columnCount, AsInt(index)), x, y,
-            nvec);
+            blac::RowsOf(rows.values, AsInt(rows.rowStart), rows.columnIndices, &nIndex, &rows.columns, AsInt(index)), x, y, nvec);
 }
 
 void KVOSrvSparseMatrix::Scale(double s)
 {
     RequireAssembled("Scale");
-    std::for_each_n(m_values.get(), StoredEntries(), [s](double& value) { value *= s; });
-    if (HoldsDiagonal())
-        std::for_each_n(m_diagonal.get(), m_rowCount, [s](double& value) { value *= s; });
+    auto const scale = [s](double& value) { value *= s; };
+    if (auto* const half = std::get_if<HalfRows>(&m_content->rows)) {
+        std::for_each_n(half->triangle.values.get(), half->triangle.Entries(), scale);
+        std::for_each_n(half->diagonal.get(), m_rowCount, scale);
+    } else if (auto* const full = std::get_if<CompressedRows>(&m_content->rows)) {
+        std::for_each_n(full->values.get(), full->Entries(), scale);
+    }
 }

@@ -115,6 +115,7 @@ void SparseRowBuilder::CountPart(int part, Entries entries, std::int64_t& lastRo
 
 void SparseRowBuilder::Prepare(std::int64_t columns)
 {
+    m_columnCount = static_cast<int>(columns);
     std::int64_t fullest = 0, begin = 0;
     for (std::int64_t bucket = 0; bucket < m_bucketCount; ++bucket) {
         std::int64_t const first = begin;
@@ -122,9 +123,9 @@ void SparseRowBuilder::Prepare(std::int64_t columns)
             begin += std::exchange(NextOf(part)[bucket], begin);
         fullest = std::max(fullest, begin - first);
     }
-    m_rows.rowStart = AllocateArray<unsigned>(m_rowCount + 1);
-    m_rows.columnIndices = AllocateArray<int>(2 * m_count);
-    m_rows.values = AllocateArray<double>(m_count);
+    m_rowStart = AllocateArray<unsigned>(m_rowCount + 1);
+    m_columnIndices = AllocateArray<int>(2 * m_count);
+    m_values = AllocateArray<double>(m_count);
     for (int part = 0; part < m_parts; ++part) {
         Orderer& orderer = m_orderers[part];
         orderer.rowNext = AllocateArray<std::int64_t>(std::min(m_rowCount, std::int64_t{1} << m_shift) + 1);
@@ -143,7 +144,7 @@ void SparseRowBuilder::TakePart(int part, Entries entries) noexcept
 {
     std::int64_t* const next = NextOf(part);
     unsigned* const places = Places();
-    double* const values = m_rows.values.get();
+    double* const values = m_values.get();
     for (Entry const& entry : entries) {
         std::int64_t const place = next[BucketOf(entry.row)]++;
         std::memcpy(places + 2 * place, &entry, 2 * sizeof(unsigned)); // row and column at once
@@ -174,16 +175,21 @@ std::int64_t SparseRowBuilder::FirstRowOf(int part) const noexcept
 std::int64_t SparseRowBuilder::Finish()
 {
     std::int64_t stored[kMostParts];
-    m_rows.rowStart[0] = 0;
+    m_rowStart[0] = 0;
     blac::InTasks(m_parts, [&](int part) { stored[part] = FinishPart(part); });
     for (int part = 0; part < m_parts; ++part)
         m_orderers[part].bucket.reset();
     if (m_parts > 1)
         MovePartsTogether(stored);
     std::int64_t const all = std::accumulate(stored, stored + m_parts, std::int64_t{0});
-    ShrinkArray(m_rows.columnIndices, all);
-    ShrinkArray(m_rows.values, all);
+    ShrinkArray(m_columnIndices, all);
+    ShrinkArray(m_values, all);
     return all;
+}
+
+CompressedRows SparseRowBuilder::Result() noexcept
+{
+    return {static_cast<int>(m_rowCount), m_columnCount, std::move(m_rowStart), std::move(m_columnIndices), std::move(m_values)};
 }
 
 // Writes the rows of the part's buckets from where these begin on, and where the rows end as if there were none before.
@@ -191,10 +197,10 @@ std::int64_t SparseRowBuilder::Finish()
 std::int64_t SparseRowBuilder::FinishPart(int part) noexcept
 {
     Orderer& orderer = m_orderers[part];
-    unsigned* const rowEnd = m_rows.rowStart.get() + 1;
+    unsigned* const rowEnd = m_rowStart.get() + 1;
     std::int64_t begin = BeginOfPart(part);
-    int* const columns = m_rows.columnIndices.get() + 2 * begin;
-    double* const values = m_rows.values.get() + begin;
+    int* const columns = m_columnIndices.get() + 2 * begin;
+    double* const values = m_values.get() + begin;
     if (orderer.sorter)
         orderer.sorter->Clear(); // not before: until now there were the pending entries to hold
     std::int64_t stored = 0;
@@ -226,8 +232,8 @@ void SparseRowBuilder::MovePartsTogether(std::int64_t const* stored)
         for (int part = 1; part < m_parts; before += stored[part++])
             move(part, BeginOfPart(part), before, static_cast<std::size_t>(stored[part]));
     };
-    int* const columns = m_rows.columnIndices.get();
-    double* const values = m_rows.values.get();
+    int* const columns = m_columnIndices.get();
+    double* const values = m_values.get();
     blac::InTasks(3, [&](int task) {
         forEachPart([&](int part, std::int64_t begin, std::int64_t before, std::size_t count) {
             if (task == 0)
@@ -235,7 +241,7 @@ void SparseRowBuilder::MovePartsTogether(std::int64_t const* stored)
             else if (task == 1)
                 std::memmove(values + before, values + begin, count * sizeof(double));
             else
-                std::for_each(m_rows.rowStart.get() + FirstRowOf(part) + 1, m_rows.rowStart.get() + FirstRowOf(part + 1) + 1,
+                std::for_each(m_rowStart.get() + FirstRowOf(part) + 1, m_rowStart.get() + FirstRowOf(part + 1) + 1,
                               [&](unsigned& end) { end += static_cast<unsigned>(before); });
         });
     });
@@ -245,7 +251,7 @@ void SparseRowBuilder::MovePartsTogether(std::int64_t const* stored)
 void SparseRowBuilder::CopyByRow(Orderer& orderer, std::int64_t begin, std::int64_t end, std::int64_t firstRow, std::int64_t rows) noexcept
 {
     unsigned const* const places = Places();
-    double const* const values = m_rows.values.get();
+    double const* const values = m_values.get();
     std::int64_t* const next = orderer.rowNext.get();
     std::fill_n(next, rows + 1, 0);
     for (std::int64_t k = begin; k < end; ++k)
@@ -257,6 +263,19 @@ void SparseRowBuilder::CopyByRow(Orderer& orderer, std::int64_t begin, std::int6
         std::int64_t const place = next[places[2 * k] - firstRow]++;
         bucket[place] = {static_cast<unsigned>(place), places[2 * k + 1], values[k]}; // SortByColumn() asks for the order
     }
+}
+
+CompressedRows BuildRows(SparseRowBuilder::Blocks blocks, int rows, int columns)
+{
+    std::int64_t count = 0;
+    for (SparseRowBuilder::Entries const& block : blocks)
+        count += std::ssize(block);
+    SparseRowBuilder builder(count, rows);
+    builder.Count(blocks);
+    builder.Prepare(columns);
+    builder.Take(blocks);
+    builder.Finish();
+    return builder.Result();
 }
 
 } // namespace KVOSrvSparseSupport

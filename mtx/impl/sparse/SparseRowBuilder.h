@@ -1,8 +1,7 @@
 #pragma once
 
-#include "KVOSrvSparseMatrix.h"
+#include "CompressedRows.h"
 #include "SparseRowSorter.h"
-#include "SparseRows.h"
 
 #include <optional>
 #include <span>
@@ -53,7 +52,7 @@ public:
     /// Fills the arrays.
     /// @return entries stored; when it is greater than INT_MAX, their row starts are of no use
     std::int64_t Finish();
-    SparseRows& Result() noexcept { return m_rows; }
+    CompressedRows Result() noexcept;
 
 private:
     /// What it takes to order buckets.
@@ -73,7 +72,7 @@ private:
     std::int64_t FinishPart(int part) noexcept;
     void MovePartsTogether(std::int64_t const* stored);
     std::int64_t BucketOf(unsigned row) const noexcept;
-    unsigned* Places() noexcept { return reinterpret_cast<unsigned*>(m_rows.columnIndices.get()); }
+    unsigned* Places() noexcept { return reinterpret_cast<unsigned*>(m_columnIndices.get()); }
     void CopyByRow(Orderer& orderer, std::int64_t begin, std::int64_t end, std::int64_t firstRow, std::int64_t rows) noexcept;
 
     std::int64_t m_count;
@@ -85,7 +84,13 @@ private:
     int m_parts;
     Array<std::int64_t> m_next;     // of each bucket, for each part: first its entries, then where its next entry goes
     Orderer m_orderers[kMostParts]; // one for each part
-    SparseRows m_rows;              // up to Finish() the buckets: columnIndices holds row and column of each entry in turn
+    int m_columnCount = 0;
+    Array<unsigned> m_rowStart;
+    Array<int> m_columnIndices; // up to Finish() row and column of each entry of the buckets in turn
+    Array<double> m_values;
 };
+
+/// The rows of unordered entries, all of which lie inside; at most INT_MAX. @throws mem_OutOfMemory
+CompressedRows BuildRows(SparseRowBuilder::Blocks blocks, int rows, int columns);
 
 } // namespace KVOSrvSparseSupport

@@ -19,11 +19,4 @@ using Arrays::Array;
 using Arrays::ShrinkArray;
 using Arrays::UseLargePages;
 
-/// The three arrays of compressed rows.
-struct SparseRows {
-    Array<unsigned> rowStart;
-    Array<int> columnIndices;
-    Array<double> values;
-};
-
 } // namespace KVOSrvSparseSupport

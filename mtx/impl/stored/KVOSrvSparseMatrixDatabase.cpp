@@ -4,7 +4,7 @@
 #include "KVOSimDistribution.h"
 #include "KVOSimTransfer.h"
 #include "KVOSrvSparseMatrix.h"
-#include "SparseRows.h"
+#include "KVOSrvSparseMatrixContent.h"
 
 #include <algorithm>
 #include <utility>
@@ -34,16 +34,6 @@ KVOSimDrawer SparseDrawerOf(KVOSimDistribution const& distribution, int number)
     return *drawer;
 }
 
-// Without branches: it runs at the speed of reading the columns.
-bool Ascend(SparseRows const& content, int rows)
-{
-    bool ascend = true;
-    for (int row = 0; row < rows; ++row)
-        for (std::int64_t k = std::int64_t{content.rowStart[row]} + 1; k < content.rowStart[row + 1]; ++k)
-            ascend &= content.columnIndices[k - 1] < content.columnIndices[k];
-    return ascend;
-}
-
 } // namespace
 
 KVOSrvSparseMatrix::KVOSrvSparseMatrix(KVOSimDistributionID const& distribution) : KVOSrvSparseMatrix(0, 0)
@@ -65,36 +55,29 @@ void KVOSrvSparseMatrix::Export(KVOSimCSetID const& rows, KVOSimCSetID const& co
     Require(KVOSimCSet(rows).Size() == m_rowCount, "Export", "the set of the rows has not as many members as there are rows");
     Require(members >= m_columnCount, "Export", "the set of the columns has fewer members than there are columns");
     Require(!IsHalfStored() || members == m_columnCount, "Export", "the columns of half storage are its rows, its sets have one size");
-    std::int64_t const offsets = std::int64_t{m_rowCount} + 1;
-    Array<unsigned> noEntries;
-    if (m_rowStart == nullptr) { // not assembled: a matrix without entries
-        noEntries = AllocateArray<unsigned>(offsets);
-        std::fill_n(noEntries.get(), offsets, 0U);
-    }
-    unsigned const* const rowStart = m_rowStart != nullptr ? m_rowStart.get() : noEntries.get();
-    int const entries = StoredEntries(); // not m_nonzeroCount, which may count the diagonal in
+    KVOSrvSparseRows const content = View();
 
     KVOSimTransfer transfer{KVOSimDistribution(distribution)};
     KVOSimSerializationType type;
-    if (HoldsDiagonal())
+    if (content.diagonal != nullptr)
         type.SetSparseSym();
     else
         type.SetSparse();
     transfer.SetMakeNewDrawer();
     transfer.SetWrite();
     transfer.SetBufferPadding(0);
-    transfer.SetSparseNNonzero(entries);
+    transfer.SetSparseNNonzero(content.entries);
     transfer.SetDim(0, rows);
     transfer.SetDim(1, columns);
     transfer.SetSerialization(type);
     if (valueChecksums)
         transfer.SetValueChecksums();
     transfer.CheckView();
-    SetBuffer(transfer, kRowStart, rowStart, offsets);
-    SetBuffer(transfer, kColumnIndices, std::as_const(m_columnIndices).get(), entries);
-    SetBuffer(transfer, kValues, static_cast<double const*>(m_values.get()), entries);
+    SetBuffer(transfer, kRowStart, content.rowStart, std::int64_t{content.rows} + 1);
+    SetBuffer(transfer, kColumnIndices, content.columnIndices, content.entries);
+    SetBuffer(transfer, kValues, content.values, content.entries);
     if (type.Code() == KVOSimSparseSymDrawer)
-        SetBuffer(transfer, kDiagonal, static_cast<double const*>(m_diagonal.get()), m_rowCount);
+        SetBuffer(transfer, kDiagonal, content.diagonal, content.rows);
     transfer.ExecWrite();
     transfer.RelinquishBuffers();
 }
@@ -111,9 +94,8 @@ void KVOSrvSparseMatrix::Import(KVOSimDistributionID const& distribution, int nu
     bool const symmetric = drawer.serialization.Code() == KVOSimSparseSymDrawer;
     int const rows = drawer.dimensionSizes[0], columns = drawer.dimensionSizes[1];
     Require(!symmetric || rows == columns, "Import", "the symmetric drawer is not square");
-    std::int64_t const entries = source.DataSizeItems(drawer.id, kValues), offsets = std::int64_t{rows} + 1;
-
-    SparseRows content{AllocateArray<unsigned>(offsets), AllocateArray<int>(entries), AllocateArray<double>(entries)};
+    std::int64_t const entries = source.DataSizeItems(drawer.id, kValues);
+    CompressedRows content(rows, columns, entries);
     Array<double> diagonal = symmetric ? AllocateArray<double>(rows) : nullptr;
     KVOSimTransfer transfer(source);
     transfer.SetDrawer(number);
@@ -123,7 +105,7 @@ void KVOSrvSparseMatrix::Import(KVOSimDistributionID const& distribution, int nu
     transfer.SetDim(0, drawer.csets[0]);
     transfer.SetDim(1, drawer.csets[1]);
     transfer.CheckView();
-    SetBuffer(transfer, kRowStart, content.rowStart.get(), offsets);
+    SetBuffer(transfer, kRowStart, content.rowStart.get(), std::int64_t{rows} + 1);
     SetBuffer(transfer, kColumnIndices, content.columnIndices.get(), entries);
     if (symmetric)
         SetBuffer(transfer, kDiagonal, diagonal.get(), rows);
@@ -131,13 +113,12 @@ void KVOSrvSparseMatrix::Import(KVOSimDistributionID const& distribution, int nu
     transfer.ExecRead();
     transfer.RelinquishBuffers();
     // Half storage keeps the order that it came with, as it does from a file.
-    Require(symmetric || Ascend(content, rows), "Import", "the column indices of a row do not ascend");
+    Require(symmetric || ColumnsAscend(content.View()), "Import", "the column indices of a row do not ascend");
 
-    m_rowCount = rows;
-    m_columnCount = columns;
-    TakeRows(content, static_cast<int>(entries));
-    m_diagonal = std::move(diagonal);
-    m_symmetryState = symmetric ? 1 : 2; // what is stored in full counts as not symmetric; nobody looked
-    m_rowCSet = drawer.csets[0];
-    m_columnCSet = drawer.csets[1];
+    if (symmetric)
+        Take(HalfRows{std::move(content), std::move(diagonal)});
+    else
+        Take(std::move(content), Symmetry::kNot); // what is stored in full counts as not symmetric; nobody looked
+    m_content->rowCSet = drawer.csets[0];
+    m_content->columnCSet = drawer.csets[1];
 }

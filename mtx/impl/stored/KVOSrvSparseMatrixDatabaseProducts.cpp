@@ -5,6 +5,7 @@
 #include "DenseWalk.h"
 #include "KVOSrvSparseMatrix.h"
 #include "KVOSrvUtilities.h"
+#include "SparseProducts.h"
 #include "SparseRows.h"
 
 #include <climits>
@@ -127,8 +128,7 @@ void KVOSrvSparseMatrix::MultiplyDense(KVOSrvDenseMatrix const& X, KVOSrvDenseMa
 void KVOSrvSparseMatrix::MultiplyDense(KVOSrvDenseMatrix const& X, double* y, bool transpose) const
 {
     RequireAssembled("MultiplyDense");
-    if (m_diagonal != nullptr)
-        KVOSrvMtxNoSymmetricTrue("MultiplyDense").Throw(kSource, __LINE__);
+    RequireFull("MultiplyDense");
     int const outRows = transpose ? m_columnCount : m_rowCount;
     Require(!transpose || y != nullptr || outRows == 0 || X.NumberOfColumns() == 0, "MultiplyDense", "y is null");
     int count = 0;
@@ -141,8 +141,9 @@ void KVOSrvSparseMatrix::MultiplyDense(KVOSrvDenseMatrix const& X, double* y, bo
         if (count > 0)
             X.AnnounceRead(static_cast<int>(rows[0]), static_cast<int>(rows[count - 1]), columns.first, columns.last);
     };
+    KVOSrvSparseRows const a = View();
     blocks.ForEach(announce, [&](Span columns) {
         // Deliberate: without `transpose` this throws, only now and for every such call. Callers rely on the refusal.
-        MultiplyIndexed(gather(columns), columns.Count(), y + std::int64_t{columns.first} * outRows, transpose, count, list.rows.get());
+        MultiplyIndexed(a, gather(columns), columns.Count(), y + std::int64_t{columns.first} * outRows, transpose, count, list.rows.get());
     });
 }
