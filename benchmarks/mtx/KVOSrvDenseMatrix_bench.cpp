@@ -1,6 +1,7 @@
 // Transfers of a database matrix against what they cannot beat: the same bytes moved in memory, or written to a plain file.
 
 #include "AgainstPeer.h"
+#include "ChunkedArray.h"
 #include "KVOSrvMatrix.h"
 #include "KVOSrvScratchDenseMatrix.h"
 #include "KVOSrvUtilities.h"
@@ -45,40 +46,6 @@ void ForEachBlock(int chunk, Run const& run)
         for (int r = 0; r < kOrder; r += chunk)
             run(r, r + chunk - 1, c, c + chunk - 1);
 }
-
-/// A matrix in memory that is laid out as the file is, chunk by chunk, in large pages: what a strided copy in memory works on.
-class ChunkedArray
-{
-public:
-    explicit ChunkedArray(int chunk) : m_chunk(chunk), m_values(std::size_t{kOrder} * kOrder)
-    {
-        ForEachBlock(chunk, [&](int r0, int, int c0, int) {
-            for (int j = 0; j < chunk; ++j)
-                for (int i = 0; i < chunk; ++i)
-                    At(r0 + i, c0 + j) = Value(r0 + i, c0 + j);
-        });
-    }
-    double& At(int i, int j)
-    {
-        std::size_t const block = static_cast<std::size_t>(j / m_chunk) * (kOrder / m_chunk) + static_cast<std::size_t>(i / m_chunk);
-        return m_values.Data()[(block * m_chunk + static_cast<std::size_t>(j % m_chunk)) * m_chunk + static_cast<std::size_t>(i % m_chunk)];
-    }
-    /// Calls copy(part in the array, part in the packed buffer, bytes) for every contiguous part of a window.
-    template<class Copy>
-    void ForEachRun(int r0, int r1, int c0, int c1, double* packed, Copy const& copy)
-    {
-        int const rows = r1 - r0 + 1;
-        for (int j = c0; j <= c1; ++j)
-            for (int i = r0; i <= r1; i = (i / m_chunk + 1) * m_chunk) {
-                int const last = std::min(r1, (i / m_chunk + 1) * m_chunk - 1);
-                copy(&At(i, j), packed + (i - r0) + std::ptrdiff_t{j - c0} * rows, static_cast<std::size_t>(last - i + 1) * sizeof(double));
-            }
-    }
-
-private:
-    int m_chunk;
-    LargePages<double> m_values;
-};
 
 KVOSrvMatrix Buffer(int rows, int columns)
 {
@@ -128,7 +95,7 @@ void ReadBlocks(benchmark::State& state, Path path)
 {
     auto const chunk = static_cast<int>(state.range(0));
     auto const matrix = Filled(chunk, path);
-    ChunkedArray array(chunk);
+    ChunkedArray array(kOrder, chunk, Value);
     KVOSrvMatrix block = Buffer(chunk, chunk);
     AgainstPeer(
         state, [&] { ForEachBlock(chunk, [&](int r0, int r1, int c0, int c1) { matrix->GetValues(r0, r1, c0, c1, block); }); },
@@ -146,7 +113,7 @@ void OverwriteBlocks(benchmark::State& state, Path path)
 {
     auto const chunk = static_cast<int>(state.range(0));
     auto const matrix = Filled(chunk, path);
-    ChunkedArray array(chunk);
+    ChunkedArray array(kOrder, chunk, Value);
     KVOSrvMatrix const block = Buffer(chunk, chunk);
     AgainstPeer(
         state, [&] { ForEachBlock(chunk, [&](int r0, int r1, int c0, int c1) { matrix->SetValues(r0, r1, c0, c1, block); }); },
@@ -224,7 +191,7 @@ void Partial(benchmark::State& state, Part part, bool write, Path path)
 {
     auto const chunk = static_cast<int>(state.range(0));
     auto const matrix = Filled(chunk, path);
-    ChunkedArray array(chunk);
+    ChunkedArray array(kOrder, chunk, Value);
     KVOSrvMatrix buffer = Buffer(100, kOrder);
     double bytes = 0.0;
     ForEachPart(part, chunk, [&](int r0, int r1, int c0, int c1) { bytes += 8.0 * (r1 - r0 + 1) * (c1 - c0 + 1); });

@@ -1,6 +1,7 @@
 #include "AgainstPeer.h"
 #include "BenchmarkFolder.h"
 #include "ChunkGrid.h"
+#include "ChunkedArray.h"
 #include "DenseDrawer.h"
 #include "FileAccess.h"
 #include "KVOSimTypeKey.h"
@@ -19,7 +20,8 @@
 // The data path beside its limits: memcpy and strided copies in memory, pwrite to a plain file, and beside HDF5's own transfers. The
 // counter `share` is the limit's time over ours, so 1 is the limit's rate; `hdf5` is HDF5's time over ours, so above 1 we are ahead. Times
 // are the clock's; `cpu_share` and `cpu_hdf5` are the same of processor time, for a machine that has other work. Everything is in the page
-// cache. Argument: rows and columns of a chunk.
+// cache. Buffers begin with a page: 16 bytes behind that of the other array, as malloc may have it, a memcpy takes twice as long here.
+// Argument: rows and columns of a chunk.
 
 using simdb::DenseDrawer;
 using simdb::File;
@@ -34,7 +36,7 @@ constexpr double kBytes = 8.0 * kSize * kSize;
 
 BenchmarkFolder const s_folder;
 
-/// A matrix in memory, columns of kSize rows: what drawers are filled from, and the memory of the limits.
+/// A matrix in memory, columns of kSize rows: what drawers are filled from.
 double* Memory()
 {
     static LargePages<double> const s_values = [] {
@@ -58,12 +60,6 @@ void CopyFromMemory(Window const& window, double* buffer)
 {
     for (std::int64_t j = window.columns.first; j <= window.columns.last; ++j, buffer += window.rows.Count())
         std::memcpy(buffer, Memory() + j * kSize + window.rows.first, static_cast<std::size_t>(window.rows.Count()) * 8);
-}
-
-void CopyToMemory(Window const& window, double const* buffer)
-{
-    for (std::int64_t j = window.columns.first; j <= window.columns.last; ++j, buffer += window.rows.Count())
-        std::memcpy(Memory() + j * kSize + window.rows.first, buffer, static_cast<std::size_t>(window.rows.Count()) * 8);
 }
 
 std::vector<Window> Blocks(std::int64_t chunk)
@@ -154,14 +150,15 @@ void CheckSame(Stored& stored, Window const& window)
 
 enum class Direction { Read, Write };
 
-// Windows one after another, each packed in the same buffer.
+// Windows one after another, each packed in the same buffer. The limit copies the same runs from or to an array that is laid out as the
+// file is: a column of whole ones would lie in one piece, and one of chunks does not.
 void Transfers(benchmark::State& state, std::int64_t chunk, std::vector<Window> const& windows, Direction direction)
 {
     Stored own("own.sim", chunk, "own"), reference("hdf5.sim", chunk, "hdf5");
     own.Fill(chunk);
     reference.Fill(chunk);
     CheckSame(own, windows.back());
-    std::vector<double> buffer(windows.front().Values(), 1.0);
+    LargePages<double> const buffer(windows.front().Values(), 1.0);
     double bytes = 0;
     for (Window const& window : windows)
         bytes += 8.0 * static_cast<double>(window.Values());
@@ -169,15 +166,24 @@ void Transfers(benchmark::State& state, std::int64_t chunk, std::vector<Window> 
         return [&windows, &buffer, move] {
             return Time([&] {
                 for (Window const& window : windows)
-                    move(window, buffer.data());
+                    move(window, buffer.Data());
             });
         };
     };
+    ChunkedArray array(kSize, static_cast<int>(chunk), [](int i, int j) { return Memory()[j * kSize + i]; });
+    auto const inMemory = [&](auto const& copy) {
+        return moveAll([&array, copy](Window const& w, double* b) {
+            array.ForEachRun(static_cast<int>(w.rows.first), static_cast<int>(w.rows.last), static_cast<int>(w.columns.first),
+                             static_cast<int>(w.columns.last), b, copy);
+        });
+    };
     if (direction == Direction::Read)
-        Compare(state, bytes, moveAll([&](Window const& w, double* b) { own.Read(w, b); }), moveAll(CopyFromMemory),
+        Compare(state, bytes, moveAll([&](Window const& w, double* b) { own.Read(w, b); }),
+                inMemory([](double const* from, double* to, std::size_t runBytes) { std::memcpy(to, from, runBytes); }),
                 moveAll([&](Window const& w, double* b) { reference.Read(w, b); }));
     else
-        Compare(state, bytes, moveAll([&](Window const& w, double* b) { own.Write(w, b); }), moveAll(CopyToMemory),
+        Compare(state, bytes, moveAll([&](Window const& w, double* b) { own.Write(w, b); }),
+                inMemory([](double* to, double const* from, std::size_t runBytes) { std::memcpy(to, from, runBytes); }),
                 moveAll([&](Window const& w, double* b) { reference.Write(w, b); }));
 }
 
@@ -190,12 +196,12 @@ void WholeBlocks(benchmark::State& state, Direction direction)
     own.Fill(chunk);
     reference.Fill(chunk);
     CheckSame(own, blocks.back());
-    std::vector<double> buffer(blocks.front().Values(), 1.0);
+    LargePages<double> const buffer(blocks.front().Values(), 1.0);
     auto const moveAll = [&](auto const& move) {
         return [&blocks, &buffer, move] {
             return Time([&] {
                 for (std::size_t b = 0; b < blocks.size(); ++b)
-                    move(blocks[b], buffer.data(), Memory() + b * buffer.size());
+                    move(blocks[b], buffer.Data(), Memory() + b * blocks[b].Values());
             });
         };
     };
@@ -219,12 +225,12 @@ void ReadVerifiedBlocks(benchmark::State& state)
     own.Fill(chunk);
     reference.Fill(chunk);
     CheckSame(own, blocks.back());
-    std::vector<double> buffer(blocks.front().Values(), 1.0);
+    LargePages<double> const buffer(blocks.front().Values(), 1.0);
     auto const readAll = [&](Stored& stored, bool verify) {
         return [&blocks, &buffer, &stored, verify] {
             return Time([&] {
                 for (Window const& block : blocks)
-                    stored.drawer->Read(std::vector{block.columns, block.rows}, buffer.data(), verify);
+                    stored.drawer->Read(std::vector{block.columns, block.rows}, buffer.Data(), verify);
             });
         };
     };
@@ -241,13 +247,13 @@ void OverwriteSummedBlocks(benchmark::State& state)
     own.Fill(chunk);
     reference.Fill(chunk);
     CheckSame(own, blocks.back());
-    std::vector<double> const buffer(blocks.front().Values(), 1.0);
+    LargePages<double> const buffer(blocks.front().Values(), 1.0);
     auto const writeAll = [&](Stored& stored, std::shared_ptr<simdb::ValueSums> const& kept) {
         return [&blocks, &buffer, &stored, kept] {
             stored.drawer->SetSums(kept);
             return Time([&] {
                 for (Window const& block : blocks)
-                    stored.Write(block, buffer.data());
+                    stored.Write(block, buffer.Data());
             });
         };
     };
@@ -268,13 +274,13 @@ void FirstWriteOfBlocks(benchmark::State& state)
 {
     std::int64_t const chunk = state.range(0);
     std::vector<Window> const blocks = Blocks(chunk);
-    std::vector<double> const buffer(blocks.front().Values(), 1.0);
+    LargePages<double> const buffer(blocks.front().Values(), 1.0);
     auto const write = [&](char const* who) {
         return [&blocks, &buffer, chunk, who] {
             Stored stored("first.sim", chunk, who);
             return Time([&] {
                 for (Window const& block : blocks)
-                    stored.Write(block, buffer.data());
+                    stored.Write(block, buffer.Data());
             });
         };
     };
@@ -282,10 +288,10 @@ void FirstWriteOfBlocks(benchmark::State& state)
         std::string const path = s_folder / "plain";
         int const file = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
         Require(file >= 0, "no plain file");
-        auto const bytes = static_cast<ssize_t>(8 * buffer.size());
+        auto const bytes = static_cast<ssize_t>(8 * blocks.front().Values());
         Seconds const seconds = Time([&] {
             for (std::size_t b = 0; b < blocks.size(); ++b)
-                Require(pwrite(file, buffer.data(), 8 * buffer.size(), static_cast<off_t>(b) * bytes) == bytes, "pwrite");
+                Require(pwrite(file, buffer.Data(), static_cast<std::size_t>(bytes), static_cast<off_t>(b) * bytes) == bytes, "pwrite");
         });
         close(file);
         unlink(path.c_str());
