@@ -180,6 +180,12 @@ public:
     void SetColumns(int c0, int c1, KVOSrvMatrix const& m) { SetValues(0, NumberOfRows() - 1, c0, c1, m); }
     /// GetValues() over all rows.
     void GetColumns(int c0, int c1, KVOSrvMatrix& m) const { GetValues(0, NumberOfRows() - 1, c0, c1, m); }
+    /// Writes all of it as a dense file, format 7 of sparse matrices (docs/sparse-files.md), column by column. A file of that name is
+    /// replaced.
+    /// @throws KVOSrvMtxOpenFileException, KVOSrvMtxFileWriteFailure with the path; KVOSimException when the database fails
+    void ExportDense(char const* path) const;
+    /// The same as a Matrix Market file, "array real general".
+    void ExportMatrixMarket(char const* path) const;
     /// The values of that range where the database keeps them, packed as GetValues() packs them, or null: it may be any range that is more
     /// than one block, or not at hand. For those that can do without a copy; they stay there until the next call for a matrix of the file.
     /// @throws KVOSimException when the database fails

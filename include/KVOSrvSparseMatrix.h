@@ -227,6 +227,21 @@ public:
     /// @throws KVOSrvMtxOpenFileException, KVOSrvMtxFileWriteFailure with the path
     void Export(char const* path, int format, KVOFsmSystemDofDefinition const* dofs = nullptr) const;
 
+    /// The matrix in a Matrix Market file: coordinate or array, real or integer, general or symmetric, in full storage; a new one that the
+    /// caller deletes. Entries of equal place are summed, zeros of an array are not stored.
+    /// @throws KVOSrvMtxMalformedFile with the line, also for what there is no matrix for: pattern, complex, skew-symmetric, hermitian
+    /// @throws KVOSrvMtxOpenFileException with the path
+    /// @throws KVOSrvMtxIllegalInput "EndAssembly" when more than INT_MAX entries would be stored, mem_OutOfMemory
+    static KVOSrvSparseMatrix* ImportMatrixMarket(char const* path);
+    /// The same, owned.
+    static std::unique_ptr<KVOSrvSparseMatrix> ReadMatrixMarket(char const* path);
+
+    /// Writes a Matrix Market file, "coordinate real": the lower triangle as "symmetric" when the matrix equals its transpose exactly, else
+    /// all of it as "general". Values have the shortest form that reads back as the same double. A file of that name is replaced.
+    /// @throws KVOSrvMtxOpenFileException, KVOSrvMtxFileWriteFailure with the path
+    /// @throws KVOSrvMtxIllegalInput when half storage would have more than INT_MAX entries in full, mem_OutOfMemory
+    void ExportMatrixMarket(char const* path) const;
+
     // ---- database
 
     /// Replaces this matrix by drawer 0 of a distribution, in half storage when that is symmetric; pending entries are dropped.

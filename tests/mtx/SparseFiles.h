@@ -135,20 +135,26 @@ protected:
         return ReadFile(m_path);
     }
 
-    /// The file is refused as malformed, for a reason and place that begin with `report`, and the matrix stays as it was.
+    /// read() refuses the file as malformed, for a place and a reason that begin with `report`.
+    void ExpectMalformed(auto const& read, std::string const& report)
+    {
+        try {
+            read();
+            ADD_FAILURE() << "read: " << report;
+        } catch (KVOSrvMtxMalformedFile const& fault) {
+            EXPECT_EQ(fault.Path(), m_path);
+            EXPECT_EQ((std::string(fault.Place().View()) + ": " + fault.Expected()).substr(0, report.size()), report);
+        }
+    }
+
+    /// So does Import(), and the matrix stays as it was.
     void ExpectRefused(std::string const& bytes, int format, std::string const& report = {})
     {
         KVOSrvSparseMatrix matrix(3, 5);
         matrix.AddData(2, 1, 7.0);
         matrix.EndAssembly();
         Content const before = ContentOf(matrix);
-        try {
-            Import(matrix, bytes, format);
-            ADD_FAILURE() << "read: " << report;
-        } catch (KVOSrvMtxMalformedFile const& fault) {
-            EXPECT_EQ(fault.Path(), m_path);
-            EXPECT_EQ((std::string(fault.Place().View()) + ": " + fault.Expected()).substr(0, report.size()), report);
-        }
+        ExpectMalformed([&] { Import(matrix, bytes, format); }, report);
         EXPECT_EQ(ContentOf(matrix), before);
     }
 

@@ -64,7 +64,7 @@ TEST(Brick, BarsOfStepsWithinStepsDoNotOverwriteEachOther)
     ASSERT_EQ(grantpt(terminal) | unlockpt(terminal), 0);
     Tool tool;
     tool.inChild = [side = std::string(ptsname(terminal))] { dup2(open(side.c_str(), O_RDWR | O_NOCTTY), STDERR_FILENO); };
-    pid_t const child = tool.Start({"make-brick", "16", "16", "16", "k.mtx", "m.mtx"});
+    pid_t const child = tool.Start({"make-brick", "16", "16", "16", "k.txt", "m.txt"});
     std::string shown;
     auto const times = [&](std::string const& text) {
         int count = 0;
@@ -73,11 +73,11 @@ TEST(Brick, BarsOfStepsWithinStepsDoNotOverwriteEachOther)
         return count;
     };
     fcntl(terminal, F_SETFL, O_NONBLOCK);
-    while (times("writing k.mtx") < 4 && waitpid(child, nullptr, WNOHANG) == 0) {
+    while (times("writing k.txt") < 4 && waitpid(child, nullptr, WNOHANG) == 0) {
         kill(child, SIGCONT);
         std::this_thread::sleep_for(1ms);
         kill(child, SIGSTOP);
-        std::this_thread::sleep_for(40ms);
+        std::this_thread::sleep_for(100ms);
         char text[4096];
         if (ssize_t const count = read(terminal, text, sizeof text); count > 0)
             shown.append(text, static_cast<std::size_t>(count));
@@ -86,8 +86,8 @@ TEST(Brick, BarsOfStepsWithinStepsDoNotOverwriteEachOther)
     waitpid(child, nullptr, 0);
     close(terminal);
 
-    EXPECT_GE(times("writing k.mtx"), 4) << shown;
+    EXPECT_GE(times("writing k.txt"), 4) << shown;
     EXPECT_GE(times("making the model"), 1) << shown;
-    shown.erase(0, shown.find("writing k.mtx"));
+    shown.erase(0, shown.find("writing k.txt"));
     EXPECT_EQ(times("making the model"), 0) << shown;
 }

@@ -145,8 +145,6 @@ int Guarded(Work const& work)
         return Report(ExitCode::kInterrupted, "interrupted");
     } catch (KVOSimException const& error) {
         return ReportDatabase(error);
-    } catch (KVOSrvMtxFileWriteFailure const& error) {
-        return Report(ExitCode::kUnwritable, std::string(error.UserReport().c_str()) + "; make room or write elsewhere");
     } catch (KVOSrvMtxOpenFileException const& error) {
         return Report(ExitCode::kUnreadable, error.UserReport().c_str());
     } catch (KVOBasException const& error) {

@@ -49,6 +49,12 @@ inline char* WriteInteger(char* text, int number) noexcept
     return std::to_chars(text, text + 11, number).ptr;
 }
 
+/// The shortest digits that read back as the same double. @return the end, at most 24 characters on
+inline char* WriteShortest(char* text, double value) noexcept
+{
+    return std::to_chars(text, text + 24, value).ptr;
+}
+
 /// Infinities and NaN for "%18.15e": padded to the width.
 char* WriteNonFinite(char* text, double value) noexcept;
 

@@ -1,12 +1,11 @@
 #include "CommandLine.h"
 
 #include "Database.h"
-#include "DenseFileWriter.h"
 #include "Errors.h"
-#include "MatrixMarket.h"
 #include "MatrixName.h"
 #include "MatrixReader.h"
 #include "MatrixWriter.h"
+#include "Progress.h"
 #include "ScratchFolder.h"
 
 #include "KVOSimCSet.h"
@@ -42,8 +41,6 @@ constexpr char kCheckFooter[] =
     "Reads the catalogue, the index that finds the values of each matrix, and all sparse matrices, and prints a line for each\n"
     "damage, with the number of the matrix: exit code 3. A sound database is one line. A journal that a killed program has left\n"
     "is taken into account, and nothing is written.";
-
-using DenseWriter = void (*)(KVOSrvDenseMatrix const&, OutputFile const&);
 
 /// One line of the list.
 struct Stored {
@@ -160,8 +157,11 @@ void ExportDense(KVOSimDistributionID const& id, MatrixName const& source, Matri
     if (target.format != MatrixFormat::kMatrixMarket && target.format != MatrixFormat::kDense)
         throw ToolError(ExitCode::kUsage, source.text + ": is a dense matrix, which is written as .mtx or .dense only; name the output so");
     OutputFile file(target.path);
+    Progress const progress("writing " + file.Path());
     try {
-        (target.format == MatrixFormat::kDense ? WriteDenseFile : static_cast<DenseWriter>(WriteMatrixMarket))(KVOSrvDenseMatrix(id), file);
+        KVOSrvDenseMatrix const matrix(id);
+        bool const market = target.format == MatrixFormat::kMatrixMarket;
+        file.Write([&](char const* path) { market ? matrix.ExportMatrixMarket(path) : matrix.ExportDense(path); });
     } catch (KVOSrvMtxIllegalInput const&) {
         throw ToolError(ExitCode::kUnreadable, source.text + ": is no matrix of doubles; kvomtx db ls shows what it is");
     }

@@ -1,21 +1,27 @@
 #include "FileKind.h"
 
 #include <fstream>
+#include <optional>
 #include <string_view>
-#include <utility>
 
-std::string RecogniseOtherKind(std::string const& path)
+std::string RecogniseOtherKind(std::string const& path, MatrixFormat format)
 {
-    constexpr std::pair<std::string_view, std::string_view> kKinds[] = {
-        {"%%MatrixMarket", "this is a Matrix Market file; name it .mtx or say so with the format \"mtx\""},
-        {"\x89HDF\r\n\x1a\n", "this is a database; name the matrix in it as FILE.sim:ID, kvomtx db ls shows the numbers"},
-        {"\x89PNG", "this is a picture"},
+    struct Kind {
+        std::string_view mark;
+        std::optional<MatrixFormat> format;
+        char const* text;
+    };
+    constexpr Kind kKinds[] = {
+        {"%%MatrixMarket", MatrixFormat::kMatrixMarket, "this is a Matrix Market file; name it .mtx or say so with the format \"mtx\""},
+        {"\x89HDF\r\n\x1a\n", MatrixFormat::kDatabase,
+         "this is a database; name the matrix in it as FILE.sim:ID, kvomtx db ls shows the numbers"},
+        {"\x89PNG", {}, "this is a picture"},
     };
     std::string begin(16, '\0');
     std::ifstream file(path, std::ios::binary);
     file.read(begin.data(), static_cast<std::streamsize>(begin.size()));
-    for (auto const& [mark, text] : kKinds)
-        if (begin.starts_with(mark))
-            return std::string(text);
+    for (Kind const& kind : kKinds)
+        if (begin.starts_with(kind.mark) && kind.format != format)
+            return kind.text;
     return {};
 }

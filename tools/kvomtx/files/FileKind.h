@@ -1,6 +1,6 @@
 #pragma once
 
-#include <string>
+#include "MatrixName.h"
 
-/// What a file of another kind than expected is, by its first bytes, and how to name it; empty when it is none that is known.
-std::string RecogniseOtherKind(std::string const& path);
+/// What a file is, by its first bytes, that is not of `format`, and how to name it; empty when it is of no kind that is known.
+std::string RecogniseOtherKind(std::string const& path, MatrixFormat format);

@@ -4,7 +4,6 @@
 #include "Errors.h"
 #include "FileKind.h"
 #include "Interrupt.h"
-#include "MatrixMarket.h"
 #include "MatrixName.h"
 #include "Progress.h"
 
@@ -54,17 +53,20 @@ std::unique_ptr<KVOSrvSparseMatrix> ReadFromDatabase(MatrixName const& name)
 
 std::unique_ptr<KVOSrvSparseMatrix> Import(MatrixName const& name)
 {
-    auto matrix = std::make_unique<KVOSrvSparseMatrix>(0, 0);
     try {
+        if (name.format == MatrixFormat::kMatrixMarket)
+            return KVOSrvSparseMatrix::ReadMatrixMarket(name.path.c_str());
+        auto matrix = std::make_unique<KVOSrvSparseMatrix>(0, 0);
         matrix->Import(name.path.c_str(), static_cast<int>(name.format));
+        return matrix;
     } catch (KVOSrvMtxMalformedFile const& fault) {
-        if (std::string const kind = RecogniseOtherKind(name.path); !kind.empty())
-            throw ToolError(ExitCode::kUnreadable, name.path + ": expected a file of " + DescribeFormat(name.format) + ", but " + kind);
-        throw ToolError(ExitCode::kUnreadable, name.path + ": " + fault.Place().c_str() + ": " + fault.Expected());
+        std::string const kind = RecogniseOtherKind(name.path, name.format);
+        throw ToolError(ExitCode::kUnreadable,
+                        name.path + ": " + fault.Place().c_str() + ": " +
+                            (kind.empty() ? fault.Expected() : "expected a file of " + DescribeFormat(name.format) + ", but " + kind));
     } catch (KVOSrvMtxIllegalInput const&) {
         throw ToolError(ExitCode::kUnreadable, name.path + ": more entries than a matrix can have (2147483647); split the model");
     }
-    return matrix;
 }
 
 } // namespace
@@ -76,9 +78,7 @@ std::unique_ptr<KVOSrvSparseMatrix> ReadMatrix(MatrixName const& name)
                                               " is written for other programs and cannot be read; give the file it was made from");
     RequireReadable(name.path);
     CheckInterrupt();
-    Progress progress("reading " + name.path);
-    if (name.format == MatrixFormat::kMatrixMarket)
-        return ReadMatrixMarket(name.path, progress);
+    Progress const progress("reading " + name.path);
     auto matrix = name.format == MatrixFormat::kDatabase ? ReadFromDatabase(name) : Import(name);
     CheckInterrupt();
     return matrix;

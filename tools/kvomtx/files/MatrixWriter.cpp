@@ -3,7 +3,6 @@
 #include "Database.h"
 #include "Errors.h"
 #include "Interrupt.h"
-#include "MatrixMarket.h"
 #include "OutputFile.h"
 #include "Progress.h"
 #include "SparseStructure.h"
@@ -92,11 +91,11 @@ void MatrixWriter::Prepare(KVOSrvSparseMatrix const& matrix)
     if (m_name.format == MatrixFormat::kDatabase)
         Store(matrix);
     else if (m_name.format == MatrixFormat::kMatrixMarket)
-        WriteMatrixMarket(matrix, EqualsItsTranspose(SparseStructure(matrix)), *m_file);
+        m_file->Write([&](char const* path) { matrix.ExportMatrixMarket(path); });
     else if (m_name.format == MatrixFormat::kChunks)
-        ExportHalf(matrix, m_file->TemporaryPath());
+        ExportHalf(matrix);
     else
-        Export(*MakeFull(matrix, m_name.format == MatrixFormat::kTriplets), m_file->TemporaryPath());
+        Export(*MakeFull(matrix, m_name.format == MatrixFormat::kTriplets));
     CheckInterrupt();
 }
 
@@ -108,13 +107,10 @@ void MatrixWriter::Commit()
         m_file->Commit();
 }
 
-// The library names the file that it was given: the temporary one.
-void MatrixWriter::Export(KVOSrvSparseMatrix const& matrix, std::string const& path) const
+void MatrixWriter::Export(KVOSrvSparseMatrix const& matrix) const
 {
     try {
-        matrix.Export(path.c_str(), static_cast<int>(m_name.format), m_dofs);
-    } catch (KVOSrvMtxFileWriteFailure const&) {
-        throw ToolError(ExitCode::kUnwritable, m_name.path + ": cannot be written; make room or write elsewhere");
+        m_file->Write([&](char const* path) { matrix.Export(path, static_cast<int>(m_name.format), m_dofs); });
     } catch (KVOSrvMtxUnsupportedExpFmt const&) { // the format itself was checked
         throw ToolError(ExitCode::kCannot, m_name.path + ": the list of nodes has " + std::to_string(m_dofs->NumberOfDofs()) +
                                                " lines, the matrix " + std::to_string(matrix.NumberOfRows()) +
@@ -122,14 +118,14 @@ void MatrixWriter::Export(KVOSrvSparseMatrix const& matrix, std::string const& p
     }
 }
 
-void MatrixWriter::ExportHalf(KVOSrvSparseMatrix const& matrix, std::string const& path) const
+void MatrixWriter::ExportHalf(KVOSrvSparseMatrix const& matrix) const
 {
     try {
-        Export(matrix, path);
+        Export(matrix);
     } catch (KVOSrvMtxNoUnsymmetric const&) { // in full storage
         SparseStructure const structure(matrix);
         RequireSymmetric(structure, m_name.text + ": " + DescribeFormat(m_name.format) + " holds symmetric matrices only; the input");
-        Export(*MakeHalfStored(structure), path);
+        Export(*MakeHalfStored(structure));
     }
 }
 

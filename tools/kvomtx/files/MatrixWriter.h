@@ -30,8 +30,8 @@ public:
     void Commit();
 
 private:
-    void Export(KVOSrvSparseMatrix const& matrix, std::string const& path) const;
-    void ExportHalf(KVOSrvSparseMatrix const& matrix, std::string const& path) const;
+    void Export(KVOSrvSparseMatrix const& matrix) const;
+    void ExportHalf(KVOSrvSparseMatrix const& matrix) const;
     void Store(KVOSrvSparseMatrix const& matrix);
 
     MatrixName m_name;

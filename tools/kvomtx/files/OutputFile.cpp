@@ -2,6 +2,8 @@
 
 #include "Errors.h"
 
+#include "KVOSrvMtxExceptions.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -75,6 +77,18 @@ OutputFile::OutputFile(std::string const& path, std::string companion) : m_path(
         FailToWrite(m_path, failure.code().value());
     }
     m_temporary = (std::filesystem::path(m_folder->Path()) / std::filesystem::path(m_path).filename()).string();
+}
+
+void OutputFile::Write(std::function<void(char const* path)> const& write) const
+{
+    auto const fail = [this] { throw ToolError(ExitCode::kUnwritable, m_path + ": cannot be written; make room or write elsewhere"); };
+    try {
+        write(m_temporary.c_str());
+    } catch (KVOSrvMtxFileWriteFailure const&) {
+        fail();
+    } catch (KVOSrvMtxOpenFileException const&) {
+        fail();
+    }
 }
 
 void OutputFile::Commit()

@@ -2,6 +2,7 @@
 
 #include "PrivateFolder.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -19,6 +20,10 @@ public:
     /// Where to write; nothing is there yet.
     std::string const& TemporaryPath() const noexcept { return m_temporary; }
     std::string const& Path() const noexcept { return m_path; }
+
+    /// Lets the library write: write(TemporaryPath()).
+    /// @throws ToolError kUnwritable, with the file's own name, when the library says that a file cannot be written
+    void Write(std::function<void(char const* path)> const& write) const;
 
     /// Brings the file to the disk and gives it its name.
     /// @throws ToolError kUnwritable

@@ -1,0 +1,143 @@
+#include "LineReader.h"
+
+#include "MalformedFile.h"
+#include "MatrixText.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <utility>
+
+namespace
+{
+
+constexpr std::int64_t kSmallest = 64;
+constexpr std::int64_t kLargest = 1 << 18; // stays in a second-level cache: 512 KiB and more since 2017
+
+using Text = std::unique_ptr<char[], mem_Deleter>;
+
+Text Allocate(std::size_t bytes)
+{
+    return Text(static_cast<char*>(mem_OperatorNewThrow(bytes)));
+}
+
+// Whether all of the word is a number; then `number` is set.
+template<class Number>
+std::errc Parse(std::string_view word, Number& number) noexcept
+{
+    if (word.starts_with('+') && !word.starts_with("+-"))
+        word.remove_prefix(1);
+    auto const [end, error] = std::from_chars(word.data(), word.data() + word.size(), number);
+    return end == word.data() + word.size() ? error : std::errc::invalid_argument;
+}
+
+} // namespace
+
+LineReader::LineReader(char const* path)
+    : m_file(path), m_capacity(static_cast<std::size_t>(std::clamp(m_file.Size() + 2, kSmallest, kLargest))), m_text(Allocate(m_capacity)),
+      m_next(m_text.get()), m_end(m_next)
+{
+}
+
+bool LineReader::Next()
+{
+    auto* newline = static_cast<char*>(std::memchr(m_next, '\n', static_cast<std::size_t>(m_end - m_next)));
+    while (newline == nullptr && !m_last) {
+        std::ptrdiff_t const seen = m_end - m_next;
+        ReadOn();
+        newline = static_cast<char*>(std::memchr(m_next + seen, '\n', static_cast<std::size_t>(m_end - m_next - seen)));
+    }
+    if (newline == nullptr)
+        return false;
+    ++m_line;
+    m_word = std::exchange(m_next, newline + 1);
+    m_lineEnd = newline;
+    return true;
+}
+
+bool LineReader::NextData(char comment)
+{
+    while (Next()) {
+        char const* const first = std::find_if_not(m_word, m_lineEnd, MatrixText::IsSpace);
+        if (first != m_lineEnd && *first != comment)
+            return true;
+    }
+    return false;
+}
+
+// The rest of the text goes to the front, into a larger buffer when it takes more than half: a line longer than that.
+void LineReader::ReadOn()
+{
+    auto const rest = static_cast<std::size_t>(m_end - m_next);
+    if (rest <= m_capacity / 2) {
+        std::memmove(m_text.get(), m_next, rest);
+    } else {
+        Text larger = Allocate(2 * m_capacity);
+        std::memcpy(larger.get(), m_next, rest);
+        m_text = std::move(larger);
+        m_capacity *= 2;
+    }
+    std::size_t const room = m_capacity - 1 - rest, got = m_file.Read(m_text.get() + rest, room);
+    m_next = m_text.get();
+    m_end = m_next + rest + got;
+    m_last = got < room;
+    if (m_last && m_end != m_next && m_end[-1] != '\n')
+        *m_end++ = '\n'; // what ends the file ends its last line
+}
+
+std::string_view LineReader::Word() noexcept
+{
+    while (m_word != m_lineEnd && MatrixText::IsSpace(*m_word))
+        ++m_word;
+    char const* const begin = m_word;
+    while (m_word != m_lineEnd && !MatrixText::IsSpace(*m_word))
+        ++m_word;
+    return {begin, static_cast<std::size_t>(m_word - begin)};
+}
+
+std::int64_t LineReader::TakeInteger(char const* what)
+{
+    std::string_view const word = Word();
+    std::int64_t number;
+    if (Parse(word, number) != std::errc{})
+        RefuseWord(what, word);
+    return number;
+}
+
+double LineReader::TakeValue(char const* what)
+{
+    std::string_view const word = Word();
+    double number;
+    std::errc const error = Parse(word, number);
+    // Beyond the range of doubles: infinite or 0, as everywhere.
+    if (error == std::errc::result_out_of_range)
+        MatrixText::ReadRareValue(m_word - word.size(), number);
+    else if (error != std::errc{})
+        RefuseWord(what, word);
+    return number;
+}
+
+std::int64_t LineReader::TakeIntegerIn(std::int64_t first, std::int64_t last, char const* what)
+{
+    std::string_view const word = Word();
+    std::int64_t number;
+    if (Parse(word, number) != std::errc{} || number < first || number > last)
+        RefuseWord(std::string(what) + " from " + std::to_string(first) + " to " + std::to_string(last), word);
+    return number;
+}
+
+void LineReader::RequireEndOfLine()
+{
+    if (std::string_view const word = Word(); !word.empty())
+        RefuseWord("the end of the line", word);
+}
+
+void LineReader::RefuseWord(std::string const& expected, std::string_view found) const
+{
+    Refuse("expected " + expected + ", found " + (found.empty() ? "the end of the line" : Quoted(found)));
+}
+
+void LineReader::Refuse(std::string const& what) const
+{
+    throw MalformedFile::AtLine(std::max<std::int64_t>(1, m_line), what);
+}
