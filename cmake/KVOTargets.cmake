@@ -59,13 +59,31 @@ function(kvo_add_room library room)
     add_library(${target} OBJECT ${arg_SOURCES})
     target_compile_features(${target} PRIVATE cxx_std_20)
     kvo_compile_as_library(${target})
-    target_include_directories(${target}
-        PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}
-        PRIVATE ${arg_INCLUDES})
-    foreach(seen ${arg_SEES})
-        target_include_directories(${target} PRIVATE $<TARGET_PROPERTY:${library}_${seen},INTERFACE_INCLUDE_DIRECTORIES>)
+    target_include_directories(${target} PRIVATE ${arg_INCLUDES})
+    kvo_join_room(${library} ${room} ${arg_SEES})
+endfunction()
+
+# kvo_add_program_room(PROGRAM ROOM SEES ROOM... SOURCES FILE... LINKS LIBRARY...): the same for a program, whose other sources see all of its
+# rooms. LINKS are what the room needs beside what every program does.
+function(kvo_add_program_room program room)
+    cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "SEES;SOURCES;LINKS")
+    set(target ${program}_${room})
+    add_library(${target} OBJECT ${arg_SOURCES})
+    kvo_compile_as_program(${target})
+    target_link_libraries(${target} PRIVATE ${arg_LINKS})
+    target_link_libraries(${program} PRIVATE ${arg_LINKS})
+    target_include_directories(${program} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+    kvo_join_room(${program} ${room} ${arg_SEES})
+endfunction()
+
+# The headers of the folder are seen by its sources and by those of later rooms.
+function(kvo_join_room owner room)
+    set(target ${owner}_${room})
+    target_include_directories(${target} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
+    foreach(seen ${ARGN})
+        target_include_directories(${target} PRIVATE $<TARGET_PROPERTY:${owner}_${seen},INTERFACE_INCLUDE_DIRECTORIES>)
     endforeach()
-    target_sources(${library} PRIVATE $<TARGET_OBJECTS:${target}>)
+    target_sources(${owner} PRIVATE $<TARGET_OBJECTS:${target}>)
 endfunction()
 
 # A program of the tests, benchmarks or examples.
