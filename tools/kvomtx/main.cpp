@@ -1,7 +1,7 @@
 #include "CommandLine.h"
-#include "Database.h"
 #include "Errors.h"
 #include "Interrupt.h"
+#include "PrivateFolder.h"
 #include "ProviderMemory.h"
 
 #include "KVOMtxLinearAlgebra.h"
@@ -106,7 +106,7 @@ int ReportDatabase(KVOSimException const& error)
         text.pop_back();
     if (error.FailureKind() == KVOSimException::Kind::NoMemory)
         return ReportNoMemory();
-    if (IsInput(error))
+    if (*error.Path() != '\0' && !PrivateFolder::IsOurs(error.Path()))
         return Report(ExitCode::kUnreadable, text + AdviceOnInput(error.FailureKind()));
     return Report(ExitCode::kUnwritable, text + "; make room or write elsewhere"); // what is left are outputs and scratch files
 }

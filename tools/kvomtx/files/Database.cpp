@@ -8,19 +8,10 @@
 #include "KVOSrvSparseMatrix.h"
 #include "KVOSrvUtilities.h"
 
-#include <filesystem>
-#include <set>
-
 namespace
 {
 
 constexpr char kJournal[] = ".journal"; // behind the path of the file itself, not that of a symbolic link
-
-std::set<std::string>& InputPaths()
-{
-    static std::set<std::string> s_paths;
-    return s_paths;
-}
 
 bool IsOfKind(KVOSimDistribution const& distribution, MatrixKind kind)
 {
@@ -32,14 +23,7 @@ bool IsOfKind(KVOSimDistribution const& distribution, MatrixKind kind)
 
 InputDatabase::InputDatabase(std::string const& path) : m_path(path)
 {
-    std::error_code ignored;
-    InputPaths().insert({path, std::filesystem::weakly_canonical(path, ignored).string() + kJournal});
     m_database.OpenFile(DRXUnicodeString(path.c_str()), true);
-}
-
-bool IsInput(KVOSimException const& failure)
-{
-    return InputPaths().contains(failure.Path());
 }
 
 KVOSimDistributionID InputDatabase::OnlyOne(KVOSimContextID const& context, MatrixKind kind) const

@@ -17,7 +17,8 @@ struct MatrixName;
 /// Which matrices of a database are meant.
 enum class MatrixKind { kSparse, kDense, kAny };
 
-/// A database opened for reading. What goes wrong with it later, too, is a KVOSimException; see IsInput().
+/// A database opened for reading. What goes wrong with it later, too, is a KVOSimException with its path or its journal's: products read
+/// and write in one call of the library.
 class InputDatabase
 {
 public:
@@ -39,10 +40,6 @@ private:
     std::string m_path;
     KVOSimDatabase m_database;
 };
-
-/// Whether a database's failure is about one that was opened for reading, or about its journal: products read and write in one call of the
-/// library, and only the path tells which of them failed.
-bool IsInput(KVOSimException const& failure);
 
 /// A database that is made as a whole, see OutputFile.
 class OutputDatabase

@@ -54,24 +54,21 @@ bool IsLeftBehind(int folder) noexcept
     return isMark && mark.maker.IsGone();
 }
 
-// "<stem><process>" or "<stem><process>-<number>", with something in front of ".part".
-bool IsNameOfOurs(std::string_view name) noexcept
+// Of "<stem><process>" or "<stem><process>-<number>", with something in front of ".part", the process; empty for other names.
+std::string_view ProcessOf(std::string_view name) noexcept
 {
     auto const takeNumber = [&name] {
-        std::size_t const end = name.find_last_not_of("0123456789");
-        if (end == std::string_view::npos || end + 1 == name.size())
-            return false;
-        name = name.substr(0, end + 1);
-        return true;
+        std::string_view const number = name.substr(name.find_last_not_of("0123456789") + 1);
+        name.remove_suffix(number.size());
+        return number;
     };
-    if (!takeNumber())
-        return false;
-    if (name.ends_with('-') && !name.ends_with(kStems[1])) {
+    std::string_view number = takeNumber();
+    if (!number.empty() && name.ends_with('-') && !name.ends_with(kStems[1])) {
         name.remove_suffix(1);
-        if (!takeNumber())
-            return false;
+        number = takeNumber();
     }
-    return name == kStems[1] || (name.ends_with(kStems[0]) && name.size() > kStems[0].size());
+    bool const isOurs = name == kStems[1] || (name.ends_with(kStems[0]) && name.size() > kStems[0].size());
+    return isOurs ? number : std::string_view();
 }
 
 void RemoveLeftovers(std::filesystem::path const& parent)
@@ -80,7 +77,7 @@ void RemoveLeftovers(std::filesystem::path const& parent)
     std::vector<std::string> paths;
     for (std::filesystem::directory_iterator entry(parent.empty() ? "." : parent, error), end; !error && entry != end;
          entry.increment(error))
-        if (IsNameOfOurs(entry->path().filename().string()))
+        if (!ProcessOf(entry->path().filename().string()).empty())
             paths.push_back(entry->path().string());
     for (std::string const& path : paths) {
         KVOBasUnusedFile const unused(AT_FDCWD, path.c_str());
@@ -95,6 +92,12 @@ PrivateFolder::Descriptor::~Descriptor()
 {
     if (number >= 0)
         close(number);
+}
+
+bool PrivateFolder::IsOurs(std::string const& path)
+{
+    std::string const folder = std::filesystem::path(path).parent_path().filename().string();
+    return ProcessOf(folder) == std::to_string(getpid());
 }
 
 PrivateFolder::PrivateFolder(std::string const& stem)

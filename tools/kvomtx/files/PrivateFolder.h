@@ -24,6 +24,9 @@ public:
     PrivateFolder& operator=(PrivateFolder const&) = delete;
     ~PrivateFolder() = default;
 
+    /// Whether a file stood in a private folder of this process, also one that has gone. What fails there is an output or a scratch file.
+    static bool IsOurs(std::string const& path);
+
     std::string const& Path() const noexcept { return m_removable->Path(); }
     /// Does `keep`, which takes what is to stay out of the folder; the folder goes when that returns true. See Removable::Release().
     bool Release(std::function<bool()> const& keep) { return m_removable->Release(keep); }
