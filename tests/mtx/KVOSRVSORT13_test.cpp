@@ -177,16 +177,11 @@ TEST(KVOSRVSORT13, LosesNoItemWhenKeysAreNaN)
 
 TEST(KVOSRVSORT13, NeedsNoArraysForNothing)
 {
-    double keys[] = {2, 1};
-    int tags[] = {2, 1};
-    for (int const n : {-4, 0, 1, 2})
-        for (int const nrow : {-1, 0, 3}) {
-            int status = 77;
-            if (n < 2 || nrow < 1)
-                KVOSRVSORT13(n < 1 ? nullptr : keys, nullptr, n < 1 ? nullptr : tags, &nrow, &n, &status);
-            EXPECT_EQ(status, n < 2 || nrow < 1 ? 0 : 77) << n << ' ' << nrow;
-            EXPECT_EQ(std::pair(keys[0], tags[0]), n < 2 ? std::pair(2.0, 2) : std::pair(1.0, 1));
-        }
+    for (int const n : {-4, 0}) {
+        int status = 77;
+        KVOSRVSORT13(nullptr, nullptr, nullptr, &n, &n, &status);
+        EXPECT_EQ(status, 0) << n;
+    }
 }
 
 } // namespace

@@ -1,9 +1,7 @@
 #include "DatabaseSupport.h"
 #include "KVOSimException.h"
 #include "KVOSrvScratchDenseMatrix.h"
-#include "SimFailure.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 
@@ -430,7 +428,7 @@ TEST(KVOSrvDenseMatrixProducts, RefuseOperandsThatDoNotFit)
     KVOSrvMatrix y = Numbers(6, 6);
     double values[36];
     KVOSrvDenseMatrix const* const none = nullptr;
-    int const rows[] = {0, 1, 3}, ranges[] = {0, 2, 3}, reaching[] = {0, 3}, falling[] = {2, 0}, behind[] = {5, 6, 7};
+    int const rows[] = {0, 1, 3}, ranges[] = {0, 2, 3}, reaching[] = {0, 3}, falling[] = {2, 0}, empty[] = {1, 1}, behind[] = {5, 6, 7};
     auto const refused = [&](char const* operation, auto const& run) {
         ExpectRefused(std::string("KVOSrvDenseMatrix::") + operation, y, run);
         c.ExpectUnchanged();
@@ -454,7 +452,8 @@ TEST(KVOSrvDenseMatrixProducts, RefuseOperandsThatDoNotFit)
     refused("TransposeMultiply", [&] { (*a).TransposeMultiply(&*tall, &*c, 0); });
     refused("IndexedMultiply", [&] { (*a).IndexedMultiply(z, *c, rows, ranges, 2); });
     refused("IndexedMultiply", [&] { (*a).IndexedMultiply(x, *c, rows, reaching, 1); }); // rows 0 to 3 are four
-    refused("IndexedMultiply", [&] { (*a).IndexedMultiply(x, *c, rows, falling, 1); });
+    for (int const* const wrong : {falling, empty})
+        refused("IndexedMultiply", [&] { (*a).IndexedMultiply(x, *c, rows, wrong, 1); });
     ExpectRefused("Add", y, [&] { y.Add(1.0, *a); });
     // A diagonal's array ends after the diagonal, whoever owns it.
     KVOSrvMatrix y7 = Numbers(7, 5), y5 = Numbers(5, 7);
@@ -511,29 +510,6 @@ TEST(KVOSrvDenseMatrixProducts, HaveNothingToDoWithoutRowsColumnsOrVectors)
     a.ExpectUnchanged();
     c.ExpectUnchanged();
     EXPECT_EQ(value, 3.0);
-}
-
-TEST(KVOSrvDenseMatrixProducts, LeaveTheirOperandsWhenTheDiskIsFull)
-{
-    TestDatabase const database;
-    Stored a(database, 300, 200, {150, 100, 0, 0, 0, 0}), b(database, 200, 300, {64, 300, 0, 0, 0, 0});
-    KVOSrvMatrix const x = Numbers(200, 300);
-    auto const newResult = [&] { return KVOSrvDenseMatrix(database.Matrix(300, 300, 100, 100)).DistributionID(); };
-    Dense const ab = Product(a.Values(), false, b.Values()), ax = Product(a.Values(), false, Dense(x));
-    for (bool const byStored : {true, false}) {
-        auto const multiply = [&](KVOSimDistributionID const& id) {
-            KVOSrvDenseMatrix c(id);
-            byStored ? (*a).Multiply(*b, c) : (*a).Multiply(1.0, x, 0.0, c);
-        };
-        int const failures =
-            FailEach(FileChanges({ENOSPC, 1, false}), newResult, multiply, [&](KVOSimDistributionID const& id, bool threw) {
-                if (!threw)
-                    ExpectEqual(KVOSrvDenseMatrix(id), byStored ? ab : ax);
-            });
-        EXPECT_GT(failures, 2);
-        a.ExpectUnchanged();
-        b.ExpectUnchanged();
-    }
 }
 
 TEST(KVOSrvDenseMatrixProducts, ChangeNothingInMemoryWhenItRunsOut)

@@ -47,18 +47,6 @@ struct RandomView {
     std::unique_ptr<KVOSrvDenseMatrix> view;
 };
 
-// What the exception of a class says of itself and of its place.
-template<class Exception, class Run>
-std::string ReportOf(Run const& run)
-{
-    try {
-        run();
-    } catch (Exception const& exception) {
-        return exception.DeveloperReport().c_str();
-    }
-    return "nothing was thrown";
-}
-
 } // namespace
 
 TEST(KVOSrvDenseMatrixTransfer, RandomWindowsThroughRandomViews)

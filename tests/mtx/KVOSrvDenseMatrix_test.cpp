@@ -1,7 +1,6 @@
 #include "KVOSrvDenseMatrix.h"
 
 #include "DatabaseSupport.h"
-#include "FailureSweep.h"
 #include "KVOSimException.h"
 #include "KVOSimTransaction.h"
 #include "KVOSrvScratchDenseMatrix.h"
@@ -264,26 +263,6 @@ TEST(KVOSrvDenseMatrix, AnObjectWhoseExtensionWasDroppedSaysSo)
     saysSo([&] { matrix.ExtendDim(1, 2, rows); });
     ExpectSame(*part, values);
     ExpectSame(KVOSrvDenseMatrix(distribution), values);
-}
-
-TEST(KVOSrvDenseMatrix, ExtendDimGrowsMatrixAndStoreOrNeither)
-{
-    int const fresh[] = {100, 101};
-    struct Target {
-        TestDatabase database;
-        KVOSrvDenseMatrix matrix{database.Matrix(5, 4, 2, 2)};
-        Dense values = Randomize(matrix);
-    };
-    auto const prepare = [] { return std::make_unique<Target>(); };
-    auto const extend = [&](std::unique_ptr<Target> const& target) { EXPECT_EQ(target->matrix.ExtendDim(1, 2, fresh), 0); };
-    FailEach(Allocations(), prepare, extend, [&](std::unique_ptr<Target> const& target, bool threw) {
-        if (threw && target->matrix.NumberOfRows() == 5) {
-            ExpectSame(target->matrix, target->values);
-            extend(target);
-        }
-        EXPECT_EQ(target->matrix.NumberOfRows(), 7);
-        EXPECT_EQ(KVOSrvDenseMatrix(target->matrix.DistributionID()).NumberOfRows(), 7);
-    });
 }
 
 TEST(KVOSrvDenseMatrix, EveryBlockOfAnExtendedUnchunkedMatrixIsAllocated)

@@ -14,3 +14,15 @@ void ExpectThrows(std::string const& message, Run const& run)
         EXPECT_EQ(exception.AsString().View(), message);
     }
 }
+
+/// What the exception of a class that `run` throws says of itself and of its place.
+template<class Exception, class Run>
+std::string ReportOf(Run const& run)
+{
+    try {
+        run();
+    } catch (Exception const& exception) {
+        return exception.DeveloperReport().c_str();
+    }
+    return "nothing was thrown";
+}

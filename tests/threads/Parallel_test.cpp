@@ -6,6 +6,7 @@
 #include "KVOSrvScratchDenseMatrix.h"
 #include "ShuffledThreads.h"
 #include "SparseOracle.h"
+#include "tasks.h"
 
 #include <cstring>
 #include <functional>
@@ -76,27 +77,6 @@ std::vector<double> Product(KVOSrvSparseMatrix const& matrix, int nvec, bool tra
     return y;
 }
 
-// By the Fortran-callable kernel: columns that do not ascend, rows that are picked.
-std::vector<double> ProductOfPickedRows(Pattern const& pattern, int nvec)
-{
-    std::vector<int> ia{0}, ja, index;
-    std::vector<double> a;
-    for (KVOSrvSparseMatrixEntry const& entry : Entries(pattern)) {
-        for (; static_cast<int>(ia.size()) <= static_cast<int>(entry.row);)
-            ia.push_back(static_cast<int>(ja.size()));
-        ja.push_back(static_cast<int>(entry.column));
-        a.push_back(entry.value);
-    }
-    ia.resize(static_cast<std::size_t>(pattern.rows) + 1, static_cast<int>(ja.size()));
-    for (int i = pattern.rows - 1; i >= 0; i -= 1 + i % 2)
-        index.push_back(i);
-    int const count = static_cast<int>(index.size());
-    std::vector<double> const x = RandomNumbers(std::int64_t{count} * nvec);
-    std::vector<double> y(static_cast<std::size_t>(pattern.columns) * static_cast<std::size_t>(nvec), -7.0);
-    BLAC_SPARSE_SPARSE_UMTV(a.data(), x.data(), ia.data(), ja.data(), y.data(), &count, &pattern.columns, &nvec, index.data());
-    return y;
-}
-
 // All that a matrix shows, as numbers.
 std::vector<double> Numbers(KVOSrvSparseMatrix const& matrix)
 {
@@ -132,6 +112,20 @@ std::string TextOf(std::vector<KVOSrvSparseMatrixEntry> const& entries, char con
     for (KVOSrvSparseMatrixEntry const& entry : entries)
         text << entry.row + 1 << ' ' << entry.column + 1 << separator << entry.value << '\n';
     return text.str();
+}
+
+// Records that ascend in each of the parts that two threads and more are given, whose parts come in reverse.
+std::string TextOfReversedParts()
+{
+    constexpr int kParts = 8, kLines = 15000; // of 18 bytes: a part is of 256 KiB and more
+    std::string text;
+    for (int line = 0; line < kParts * kLines; ++line) {
+        int const part = std::max(line - 1, 0) / kLines; // one begins behind the line in which its place lies
+        char record[32];
+        std::snprintf(record, sizeof record, "%06d %06d 1.5\n", (kParts - part) * (kLines + 2) + line - part * kLines, 7);
+        text += record;
+    }
+    return text;
 }
 
 class TextFile
@@ -245,6 +239,7 @@ std::vector<Case> const& Cases()
         {"TransposedProducts", products(kBand, true, {4, 8, 19})},
         {"TransposedProductsOfScatteredColumns", products(kScattered, true, {5, 16})},
         {"TransposedProductsOfTallMatrices", products(kTall, true, {4, 9})},
+        {"TransposedProductsOfNarrowMatrices", products({20000, 300, 20, 2}, true, {4})}, // blocks of rows that end where a part begins
         {"HalfStoredProducts",
          [] {
              return [half = std::shared_ptr<KVOSrvSparseMatrix>(HalfStored(LowerTriangle(kBand))),
@@ -262,6 +257,7 @@ std::vector<Case> const& Cases()
              return ImportOf(TextOf(Entries({6000, 50'000'000, 30, 0})));
          }},
         {"TextImportOfShuffledEntries", [] { return ImportOf(TextOf(ShuffledEntries(kTall))); }},
+        {"TextImportOfReversedParts", [] { return ImportOf(TextOfReversedParts()); }},
         {"TextImportOfRecordsOnTwoLines", [] { return ImportOf(TextOf(ShuffledEntries(kTall), "\n")); }},
         {"TextExport",
          [] {
@@ -292,7 +288,14 @@ std::vector<Case> const& Cases()
          [] {
              return [matrix = Stored({1500, 700, 64, 100})] { return StoredProducts(*matrix, 150); };
          }},
-        {"ProductsOfPickedRows", [] { return [] { return ProductOfPickedRows(kBand, 18); }; }},
+        {"ProductsOfPickedRows", // those that are not empty
+         [] {
+             return [matrix = std::shared_ptr<KVOSrvSparseMatrix>(Assembled(kBand)), x = Stored({kBand.rows, 18, 1000, 20})] {
+                 std::vector<double> y(static_cast<std::size_t>(kBand.columns) * 18, -7.0);
+                 matrix->MultiplyDense(*x, y.data(), true);
+                 return y;
+             };
+         }},
     };
     return s_cases;
 }
@@ -408,6 +411,24 @@ TEST_F(Parallel, OperationsThatFailInTasksLeaveWhatTheyFound)
         [&](auto const& matrix, bool threw) { EXPECT_EQ(Numbers(*matrix) == small, threw); });
     EXPECT_GT(failures, 20) << "few of them in tasks";
     EXPECT_EQ(Numbers(*m_matrix), before);
+}
+
+TEST(Tasks, ThrowWhatTheFirstOfThemThrew)
+{
+    ShuffledThreads host(3);
+    blac::HostThreads const former = blac::ExchangeHostThreads({ShuffledThreads::Run, &host, 3});
+    auto const fail = [](int index) {
+        if (index >= 4)
+            throw index;
+    };
+    for (int round = 0; round < 20; ++round)
+        try {
+            blac::InTasks(12, fail);
+            ADD_FAILURE() << "nothing was thrown";
+        } catch (int const index) {
+            EXPECT_EQ(index, 4);
+        }
+    blac::ExchangeHostThreads(former);
 }
 
 TEST_F(Parallel, ThrowsOnWhatTheHostThrows)
