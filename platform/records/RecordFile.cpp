@@ -35,25 +35,11 @@ std::size_t ReadSome(int descriptor, void* target, std::size_t bytes)
 std::unique_ptr<RecordFile> RecordFile::Open(char const* path)
 {
     // A FIFO without a writer would keep open() waiting.
-    int const descriptor = path != nullptr ? open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY) : -1;
-    if (descriptor < 0)
-        return nullptr;
+    Descriptor file(path != nullptr ? open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY) : -1);
     struct stat status;
-    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
-        close(descriptor);
+    if (!file.IsOpen() || fstat(file.Number(), &status) != 0 || !S_ISREG(status.st_mode))
         return nullptr;
-    }
-    try {
-        return std::unique_ptr<RecordFile>(new RecordFile(descriptor, status.st_size));
-    } catch (...) {
-        close(descriptor);
-        throw;
-    }
-}
-
-RecordFile::~RecordFile()
-{
-    close(m_descriptor);
+    return std::unique_ptr<RecordFile>(new RecordFile(std::move(file), status.st_size));
 }
 
 KVOForStatus RecordFile::NextRecord()
@@ -161,7 +147,7 @@ bool RecordFile::Take(void* target, std::uint64_t bytes)
     char* to = static_cast<char*>(target);
     while (bytes > 0) {
         if (m_next == m_end && bytes >= sizeof m_buffer) {
-            std::size_t const got = ReadSome(m_descriptor, to, bytes);
+            std::size_t const got = ReadSome(m_file.Number(), to, bytes);
             if (got == 0)
                 return false;
             to += got;
@@ -188,12 +174,12 @@ bool RecordFile::Skip(std::uint64_t bytes)
     m_left -= bytes;
     std::size_t const buffered = std::min<std::size_t>(bytes, m_end - m_next);
     m_next += buffered;
-    return bytes == buffered || lseek(m_descriptor, static_cast<off_t>(bytes - buffered), SEEK_CUR) >= 0;
+    return bytes == buffered || lseek(m_file.Number(), static_cast<off_t>(bytes - buffered), SEEK_CUR) >= 0;
 }
 
 bool RecordFile::Fill()
 {
     m_next = 0;
-    m_end = ReadSome(m_descriptor, m_buffer, sizeof m_buffer);
+    m_end = ReadSome(m_file.Number(), m_buffer, sizeof m_buffer);
     return m_end > 0;
 }

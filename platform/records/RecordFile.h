@@ -1,11 +1,13 @@
 #pragma once
 
+#include "Descriptor.h"
 #include "KVOForRecords.h"
 #include "mem_Allocator.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <utility>
 
 /// One open record file and the place reached in it.
 ///
@@ -19,7 +21,7 @@ class RecordFile : public mem_AllocationOperators
 public:
     /// Null when the file cannot be opened for reading or is not a regular file.
     static std::unique_ptr<RecordFile> Open(char const* path);
-    ~RecordFile();
+    ~RecordFile() = default;
     RecordFile(RecordFile const&) = delete;
     RecordFile& operator=(RecordFile const&) = delete;
 
@@ -30,7 +32,7 @@ public:
     KVOForPlace const& Place() const noexcept { return m_place; }
 
 private:
-    RecordFile(int descriptor, std::int64_t size) : m_descriptor(descriptor), m_size(size), m_left(static_cast<std::uint64_t>(size)) {}
+    RecordFile(Descriptor file, std::int64_t size) : m_file(std::move(file)), m_size(size), m_left(static_cast<std::uint64_t>(size)) {}
 
     bool TakeItems(char* items, std::uint64_t bytes);
     bool BeginSubRecord();
@@ -45,7 +47,7 @@ private:
     bool Skip(std::uint64_t bytes);
     bool Fill();
 
-    int m_descriptor;
+    Descriptor m_file;
     std::int64_t m_size;
     std::uint64_t m_left;
     bool m_malformed = false;

@@ -27,22 +27,15 @@ int OpenAtOnce(char const* path, int flags, unsigned permissions = 0)
 
 } // namespace
 
-InputFile::InputFile(char const* path) : m_descriptor(OpenAtOnce(path, O_RDONLY))
+InputFile::InputFile(char const* path) : m_file(OpenAtOnce(path, O_RDONLY))
 {
     struct stat status;
     // Only a regular file has a size to hold its content against; a directory and an idle FIFO can be opened, but not read.
-    if (m_descriptor >= 0 && fstat(m_descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
+    if (m_file.IsOpen() && fstat(m_file.Number(), &status) == 0 && S_ISREG(status.st_mode)) {
         m_size = status.st_size;
         return;
     }
-    if (m_descriptor >= 0)
-        close(m_descriptor);
     KVOSrvMtxOpenFileException(path).Throw(kSource, __LINE__);
-}
-
-InputFile::~InputFile()
-{
-    close(m_descriptor);
 }
 
 std::size_t InputFile::Read(void* target, std::size_t bytes)
@@ -57,7 +50,7 @@ std::size_t InputFile::ReadAt(std::int64_t place, void* target, std::size_t byte
     std::size_t done = 0;
     while (done < bytes) {
         std::int64_t const next = place + static_cast<std::int64_t>(done);
-        ssize_t const got = pread(m_descriptor, static_cast<char*>(target) + done, bytes - done, next);
+        ssize_t const got = pread(m_file.Number(), static_cast<char*>(target) + done, bytes - done, next);
         if (got == 0)
             break;
         if (got > 0)
@@ -83,21 +76,15 @@ void RequireSize(InputFile const& file, std::int64_t bytes, std::string const& w
 }
 
 OutputFile::OutputFile(char const* path, Existing existing, unsigned permissions)
-    : m_path(path), m_descriptor(-1), m_buffer(static_cast<char*>(mem_OperatorNewThrow(kBufferBytes)))
+    : m_path(path), m_buffer(static_cast<char*>(mem_OperatorNewThrow(kBufferBytes)))
 {
-    m_descriptor = OpenAtOnce(path, O_WRONLY | O_CREAT | (existing == Existing::kTruncate ? O_TRUNC : 0), permissions);
-    if (m_descriptor < 0)
+    m_file = Descriptor(OpenAtOnce(path, O_WRONLY | O_CREAT | (existing == Existing::kTruncate ? O_TRUNC : 0), permissions));
+    if (!m_file.IsOpen())
         KVOSrvMtxOpenFileException(path).Throw(kSource, __LINE__);
     // A FIFO that has a reader is written at the reader's pace.
-    int const flags = fcntl(m_descriptor, F_GETFL);
+    int const flags = fcntl(m_file.Number(), F_GETFL);
     if (flags >= 0)
-        fcntl(m_descriptor, F_SETFL, flags & ~O_NONBLOCK);
-}
-
-OutputFile::~OutputFile()
-{
-    if (m_descriptor >= 0)
-        close(m_descriptor);
+        fcntl(m_file.Number(), F_SETFL, flags & ~O_NONBLOCK);
 }
 
 void OutputFile::Write(void const* data, std::size_t bytes)
@@ -115,7 +102,7 @@ void OutputFile::Write(void const* data, std::size_t bytes)
 void OutputFile::WriteThrough(char const* data, std::size_t bytes)
 {
     while (bytes > 0) {
-        ssize_t const written = write(m_descriptor, data, bytes);
+        ssize_t const written = write(m_file.Number(), data, bytes);
         if (written < 0 && errno == EINTR)
             continue;
         if (written <= 0)
@@ -134,10 +121,8 @@ void OutputFile::Flush()
 void OutputFile::Close()
 {
     Flush();
-    int const descriptor = m_descriptor;
-    m_descriptor = -1;
-    // After EINTR the descriptor is closed all the same.
-    if (close(descriptor) != 0 && errno != EINTR)
+    // After EINTR it is closed all the same.
+    if (!m_file.Close() && errno != EINTR)
         ThrowWriteFailure();
 }
 

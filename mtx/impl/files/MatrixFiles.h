@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Descriptor.h"
 #include "mem_Allocator.h"
 
 #include <bit>
@@ -16,7 +17,7 @@ class InputFile
 public:
     /// @throws KVOSrvMtxOpenFileException with the path when it cannot be opened or names no regular file; a null path counts as empty
     explicit InputFile(char const* path);
-    ~InputFile();
+    ~InputFile() = default;
     InputFile(InputFile const&) = delete;
     InputFile& operator=(InputFile const&) = delete;
 
@@ -47,7 +48,7 @@ public:
 private:
     void ReadExactly(void* target, std::size_t bytes);
 
-    int m_descriptor;
+    Descriptor m_file;
     std::int64_t m_size;
     std::int64_t m_place = 0;
 };
@@ -68,7 +69,7 @@ public:
     OutputFile(char const* path, Existing existing, unsigned permissions);
 
     /// Closes the file if that has not been done; what is still in the buffer is lost.
-    ~OutputFile();
+    ~OutputFile() = default;
     OutputFile(OutputFile const&) = delete;
     OutputFile& operator=(OutputFile const&) = delete;
 
@@ -100,7 +101,7 @@ private:
     [[noreturn]] void ThrowWriteFailure() const;
 
     char const* m_path;
-    int m_descriptor;
+    Descriptor m_file;
     std::size_t m_used = 0;
     std::unique_ptr<char[], mem_Deleter> m_buffer;
 };

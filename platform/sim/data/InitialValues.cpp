@@ -1,12 +1,12 @@
 #include "InitialValues.h"
 
+#include "Descriptor.h"
 #include "SimIo.h"
 
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
 namespace simdb
 {
@@ -90,11 +90,9 @@ std::byte const* InitialValues::Bytes(std::array<std::byte, 8> const& value, std
     m_base = static_cast<std::byte*>(base);
     m_bytes = rounded;
     m_pattern = pattern;
-    int const memory = memfd_create("initial values", MFD_CLOEXEC);
-    bool const made = memory >= 0 && !io::ExceedsLimit(kTile) && TakePages(memory) ? MapTiles(memory, pattern, m_base, m_bytes)
-                                                                                   : FillMemory(pattern, m_base, m_bytes);
-    if (memory >= 0)
-        close(memory);
+    Descriptor const memory(memfd_create("initial values", MFD_CLOEXEC));
+    bool const isThere = memory.IsOpen() && !io::ExceedsLimit(kTile) && TakePages(memory.Number());
+    bool const made = isThere ? MapTiles(memory.Number(), pattern, m_base, m_bytes) : FillMemory(pattern, m_base, m_bytes);
     if (!made)
         Release();
     return m_base;
