@@ -5,8 +5,10 @@
 // (16 bits; the 16th chooses file or journal), what is done there, and with what. The harness checks that the database is used or refused,
 // and that refusals are KVOSimException with a text.
 
+#include "ChildProcess.h"
 #include "FileCalls.h"
 #include "FuzzSupport.h"
+#include "ReadDrawer.h"
 
 #include "KVOSimCSet.h"
 #include "KVOSimCollection.h"
@@ -15,7 +17,6 @@
 #include "KVOSimDistribution.h"
 #include "KVOSimException.h"
 #include "KVOSimTransaction.h"
-#include "KVOSimTransfer.h"
 #include "KVOSrvDenseMatrix.h"
 #include "KVOSrvMatrix.h"
 #include "KVOSrvMtxExceptions.h"
@@ -25,7 +26,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sys/wait.h>
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size);
 
@@ -125,15 +125,12 @@ Files MakeLeft(Files const& sound)
     for (int call = 1; call < 1000; ++call) {
         SetBytes(path, sound.database);
         std::filesystem::remove(journal);
-        pid_t const child = fork();
-        if (child == 0) {
+        ChildProcess child([&] {
             KillAtChange(call);
             Change(path);
-            _exit(0);
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
-        Check(WIFSIGNALED(status), "a commit leaves a journal for a moment");
+            return 0;
+        });
+        Check(child.Wait() == -SIGKILL, "a commit leaves a journal for a moment");
         std::string const left = std::filesystem::exists(journal) ? Bytes(journal) : std::string();
         if (left.starts_with("KVOSIMJ"))
             return {Bytes(path), left};
@@ -184,29 +181,6 @@ void Damage(Files& files, std::uint8_t const* change)
     default:
         bytes.append(static_cast<std::size_t>(change[3]), '\x5a');
     }
-}
-
-constexpr std::int64_t kMostBytes = 1 << 20; // a matrix may be large: that is no damage
-
-void ReadDrawer(KVOSimDistribution const& distribution, KVOSimDrawer const& drawer)
-{
-    KVOSimTransfer transfer(distribution);
-    transfer.SetRead();
-    transfer.SetSerialization(drawer.serialization);
-    std::vector<std::vector<std::byte>> buffers;
-    int const slots = drawer.kind == KVOSimDenseDrawer ? 1 : drawer.kind == KVOSimSparseDrawer ? 3 : 4;
-    for (int slot = 0; slot < slots; ++slot) {
-        std::int64_t const items = distribution.DataSizeItems(drawer.id, slot);
-        if (items > kMostBytes / 8)
-            return;
-        buffers.emplace_back(static_cast<std::size_t>(items) * 8);
-        transfer.SetBuffer(slot, buffers.back().data(), buffers.back().size());
-    }
-    for (int d = 0; d < drawer.csets.Size(); ++d) {
-        KVOSimCSet(drawer.csets[d]).OrderedMembers();
-        transfer.SetDim(d, drawer.csets[d]);
-    }
-    transfer.ExecRead();
 }
 
 // As the library's users read it: a part by the mapping, a sparse one as a matrix.

@@ -1,13 +1,9 @@
 #pragma once
 
-#include "KVOSimCSet.h"
-#include "KVOSimCollection.h"
-#include "KVOSimContext.h"
-#include "KVOSimDatabase.h"
 #include "KVOSrvDenseMatrix.h"
 #include "KVOSrvUtilities.h"
 #include "MatrixSupport.h"
-#include "TemporaryFolder.h"
+#include "SimClient.h"
 
 #include <memory>
 #include <numeric>
@@ -41,8 +37,7 @@ public:
     }
     KVOSimCSetID Members(std::vector<int> const& numbers) const
     {
-        auto const count = static_cast<int>(numbers.size());
-        return KVOSimCollection(Context().CreateCollection(count)).CreateOrderedCSet(numbers.data(), count);
+        return SimClient::MakeSet(Context().CreateCollection(static_cast<int>(numbers.size())), numbers);
     }
 
     /// A new matrix of zeros; chunk sizes as Create2DDistribution takes them.
@@ -56,16 +51,8 @@ private:
     KVOSimDatabase m_database;
 };
 
-inline std::vector<int> ToVector(KVOSimArray<int> const& list)
-{
-    return {list.begin(), list.end()};
-}
-
-/// The member numbers of a set.
-inline std::vector<int> NumbersOf(KVOSimCSetID const& set)
-{
-    return ToVector(KVOSimCSet(set).OrderedMembers());
-}
+using SimClient::NumbersOf;
+using SimClient::ToVector;
 
 /// All values of a stored matrix.
 inline Dense ValuesOf(KVOSrvDenseMatrix const& matrix)

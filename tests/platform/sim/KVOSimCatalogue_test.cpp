@@ -36,19 +36,19 @@ TEST_F(Catalogue, SurvivesReopening)
         EXPECT_EQ(drawer.id, 0);
         EXPECT_EQ(drawer.kind, KVOSimDenseDrawer);
         EXPECT_EQ(drawer.typeKey, KVOSimDouble);
-        EXPECT_THAT(List(drawer.dimensionSizes), ElementsAre(3, 4));
-        EXPECT_THAT(List(drawer.chunkSizes), ElementsAre(2, 3));
+        EXPECT_THAT(ToVector(drawer.dimensionSizes), ElementsAre(3, 4));
+        EXPECT_THAT(ToVector(drawer.chunkSizes), ElementsAre(2, 3));
         EXPECT_EQ(drawer.csets[0], KVOSimCSetID(KVOSimCollectionID(context, columns.Index()), 0));
         EXPECT_EQ(drawer.csets[1], KVOSimCSetID(KVOSimCollectionID(context, rows.Index()), rowSet.Index()));
-        EXPECT_THAT(Members(drawer.csets[1]), ElementsAre(30, 10, 20, 1000000));
+        EXPECT_THAT(NumbersOf(drawer.csets[1]), ElementsAre(30, 10, 20, 1000000));
         EXPECT_EQ(KVOSimCollection(drawer.csets[1].CollectionID()).NumberOfMembers(), 4);
         EXPECT_EQ(ReadAll(id), Ramp(12));
         EXPECT_EQ(KVOSimContext(context).QueryDistributions().Size(), 1);
         ASSERT_EQ(database.QueryContexts().Size(), 2);
         EXPECT_EQ(database.QueryContexts()[0], context);
         second = database.QueryContexts()[1];
-        EXPECT_THAT(Members(Biggest(KVOSimCollectionID(second, there.Index()))), ElementsAre(0, 1, 2, 3, 4));
-        EXPECT_THAT(Members(KVOSimCSetID(KVOSimCollectionID(second, there.Index()), other.Index())), ElementsAre(1));
+        EXPECT_THAT(NumbersOf(Biggest(KVOSimCollectionID(second, there.Index()))), ElementsAre(0, 1, 2, 3, 4));
+        EXPECT_THAT(NumbersOf(KVOSimCSetID(KVOSimCollectionID(second, there.Index()), other.Index())), ElementsAre(1));
     }
 }
 
@@ -105,7 +105,7 @@ TEST_F(Catalogue, GivesColourVariantsTheirOwnDimension)
         EXPECT_EQ(drawer.csets[1].CollectionID().Color(), 0);
         EXPECT_EQ(drawer.csets[0].InColor(0), drawer.csets[1]);
         EXPECT_EQ(KVOSimDistribution(found).Collections()[0].Color(), 1);
-        EXPECT_THAT(Members(drawer.csets[0]), ElementsAre(5, 6));
+        EXPECT_THAT(NumbersOf(drawer.csets[0]), ElementsAre(5, 6));
     }
 }
 
@@ -135,7 +135,7 @@ TEST_F(Catalogue, DropsTemporaryObjectsAtTheEndUnlessAStoredDrawerUsesThem)
 
     KVOSimContextID const again = database.ContextID();
     EXPECT_EQ(KVOSimContext(again).QueryDistributions().Size(), 1);
-    EXPECT_THAT(Members(Describe(KVOSimDistributionID(again, stored.Index())).csets[1]), ElementsAre(8, 1, 3));
+    EXPECT_THAT(NumbersOf(Describe(KVOSimDistributionID(again, stored.Index())).csets[1]), ElementsAre(8, 1, 3));
     ExpectFailure("no set", [&] { KVOSimCSet(KVOSimCSetID(KVOSimCollectionID(again, rows.Index()), unusedSet.Index())); });
     ExpectFailure("no distribution", [&] { KVOSimDistribution(KVOSimDistributionID(again, temporary.Index())); });
 }

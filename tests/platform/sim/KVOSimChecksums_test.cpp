@@ -46,10 +46,7 @@ protected:
         std::vector<int> numbers;
         while (static_cast<int>(numbers.size()) < count)
             numbers.push_back(m_nextNumber++);
-        KVOSimTransfer transfer{KVOSimDistribution(Matrix(index))};
-        transfer.SetWrite();
-        transfer.SetDimExtension(dim, MakeSet(collection, numbers));
-        transfer.InitializeExtension();
+        SimClient::Extend(Matrix(index), dim, MakeSet(collection, numbers));
     }
     /// Some values, parts of chunks or several of them.
     void WriteSomewhere(std::mt19937& random)

@@ -66,7 +66,7 @@ void ExpectState(std::string const& path, testing::Matcher<bool> const& isKept)
     if (!kept)
         return;
     EXPECT_EQ(ReadAll(KVOSimDistributionID(id, 1)), Ramp(2));
-    EXPECT_THAT(Members(Describe(KVOSimDistributionID(id, 1)).csets[0]), ElementsAre(7, 8));
+    EXPECT_THAT(NumbersOf(Describe(KVOSimDistributionID(id, 1)).csets[0]), ElementsAre(7, 8));
     EXPECT_EQ(ReadAll(KVOSimDistributionID(id, 2)), Ramp(1));
 }
 
@@ -78,10 +78,7 @@ struct Session {
         KVOSimContextID const id = database.ContextID();
         transaction.emplace(context.emplace(id));
         KVOSimCollectionID const collection(id, 0);
-        KVOSimTransfer transfer{KVOSimDistribution(KVOSimDistributionID(id, 0))};
-        transfer.SetWrite();
-        transfer.SetDimExtension(0, MakeSet(collection, {20}));
-        transfer.InitializeExtension();
+        Extend(KVOSimDistributionID(id, 0), 0, MakeSet(collection, {20}));
         WriteAll(MakeMatrix(id, {MakeSet(collection, {7, 8})}, {1}), Ramp(2));
         WriteAll(MakeMatrix(id, {MakeSet(collection, {9})}), Ramp(1));
     }
@@ -142,6 +139,7 @@ TEST_F(Commit, IsRefusedInAChildOfTheProcess)
         EXPECT_EQ(ReadAll(KVOSimDistributionID(id, 0)), (std::vector<double>{1, 2, 3, 0}));
         session.transaction.reset();
         EXPECT_EQ(FailureOf([&] { session.database.Close(); }), "no failure");
+        ExpectFailure("open for writing elsewhere", [&] { KVOSimDatabase().OpenFile(path.c_str(), false); });
         return HasFailure() ? 1 : 0;
     });
     EXPECT_EQ(child.Wait(), 0);

@@ -1,4 +1,5 @@
 #include "AddressSanitizer.h"
+#include "ReadDrawer.h"
 #include "SimClient.h"
 
 #include <climits>
@@ -17,6 +18,15 @@ namespace
 
 using Edition = std::function<void(hid_t file)>;
 
+Edition SetAttribute(char const* name, int value)
+{
+    return [=](hid_t file) {
+        hid_t const attribute = H5Aopen(file, name, H5P_DEFAULT);
+        EXPECT_GE(H5Awrite(attribute, H5T_NATIVE_INT, &value), 0);
+        H5Aclose(attribute);
+    };
+}
+
 /// Closed databases with the same dense and sparse matrices, one of today's form and one without checksums, which the tests edit through
 /// HDF5 as a stranger would.
 class Damage : public DatabaseTest
@@ -32,12 +42,7 @@ protected:
         Rows{{1, 2}, {1, 0}, {0, 1, 1, 2}, {}}.Store(context, Biggest(rows), Biggest(columns));
         database.Close();
         summed = ReadFile(path);
-        Edit(summed, [](hid_t file) {
-            int const first = 1;
-            hid_t const version = H5Aopen(file, "format_version", H5P_DEFAULT);
-            EXPECT_GE(H5Awrite(version, H5T_NATIVE_INT, &first), 0);
-            H5Aclose(version);
-        });
+        Edit(summed, SetAttribute("format_version", 1));
         sound = ReadFile(path);
     }
 
@@ -85,26 +90,12 @@ protected:
         Add(answers, drawer.id, drawer.kind, drawer.typeKey);
         for (int const size : drawer.chunkSizes)
             Add(answers, size);
-        KVOSimTransfer transfer(distribution);
-        transfer.SetRead();
-        transfer.SetSerialization(drawer.serialization);
-        std::vector<std::vector<std::byte>> buffers;
-        int const slots = drawer.kind == KVOSimDenseDrawer ? 1 : drawer.kind == KVOSimSparseDrawer ? 3 : 4;
-        for (int slot = 0; slot < slots; ++slot) {
-            std::int64_t const bytes = distribution.DataSizeItems(drawer.id, slot) * 8;
-            if (bytes > 1000000)
-                return; // a matrix may be large: that is no damage
-            buffers.emplace_back(static_cast<std::size_t>(bytes));
-            transfer.SetBuffer(slot, buffers.back().data(), buffers.back().size());
-        }
-        for (int d = 0; d < drawer.csets.Size(); ++d) {
-            for (int const number : Members(drawer.csets[d]))
+        auto const arrays = ReadDrawer(distribution, drawer);
+        for (int d = 0; !arrays.empty() && d < drawer.csets.Size(); ++d)
+            for (int const number : NumbersOf(drawer.csets[d]))
                 Add(answers, number);
-            transfer.SetDim(d, drawer.csets[d]);
-        }
-        transfer.ExecRead();
-        for (auto const& buffer : buffers)
-            answers.append(reinterpret_cast<char const*>(buffer.data()), buffer.size());
+        for (auto const& array : arrays)
+            answers.append(reinterpret_cast<char const*>(array.data()), array.size());
     }
 
     std::string summed, sound;
@@ -140,15 +131,6 @@ Edition Overwrite(char const* name, hid_t type, std::vector<int> const& values, 
         EXPECT_GE(sizes.empty() ? 0 : H5Dset_extent(dataset, sizes.data()), 0);
         EXPECT_GE(values.empty() ? 0 : H5Dwrite(dataset, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()), 0);
         H5Dclose(dataset);
-    };
-}
-
-Edition SetAttribute(char const* name, int value)
-{
-    return [=](hid_t file) {
-        hid_t const attribute = H5Aopen(file, name, H5P_DEFAULT);
-        EXPECT_GE(H5Awrite(attribute, H5T_NATIVE_INT, &value), 0);
-        H5Aclose(attribute);
     };
 }
 
@@ -342,9 +324,6 @@ TEST_F(Damage, ByADeathBesideAnExtensionIsRepairedOnOpening)
     }
     database.OpenFile(path.c_str(), false);
     KVOSimDistributionID const id(database.ContextID(), 0);
-    KVOSimTransfer transfer{KVOSimDistribution(id)};
-    transfer.SetWrite();
-    transfer.SetDimExtension(1, MakeSet(Describe(id).csets[1].CollectionID(), {9}));
-    transfer.InitializeExtension();
+    Extend(id, 1, MakeSet(Describe(id).csets[1].CollectionID(), {9}));
     EXPECT_EQ(ReadAll(id), (std::vector<double>{1, 2, 3, 0, 4, 5, 6, 0})) << "what was never committed must not come back";
 }

@@ -34,16 +34,8 @@ protected:
         matrix = Found(matrix);
     }
 
-    static void Extend(KVOSimDistributionID const& id, int dim, KVOSimCSetID const& members)
-    {
-        KVOSimTransfer transfer{KVOSimDistribution(id)};
-        transfer.SetWrite();
-        transfer.SetDimExtension(dim, members);
-        transfer.CheckView();
-        transfer.InitializeExtension();
-    }
     KVOSimDistributionID Found(KVOSimDistributionID const& id) const { return {contextID, id.Index()}; }
-    std::vector<int> RowNumbers() const { return Members(Describe(matrix).csets[1]); }
+    std::vector<int> RowNumbers() const { return NumbersOf(Describe(matrix).csets[1]); }
     int Count() const { return context->QueryDistributions().Size(); }
 
     KVOSimDatabase database;
@@ -135,14 +127,14 @@ TEST_F(Transaction, NestsAndOverlaps)
         two.emplace(*context);
         byOverlapping = MakeMatrix(contextID, {set});
         one.reset(); // the set stays, for it is used
-        EXPECT_THAT(Members(Describe(byOverlapping).csets[0]), ElementsAre(77));
+        EXPECT_THAT(NumbersOf(Describe(byOverlapping).csets[0]), ElementsAre(77));
         two->Commit();
     }
     Again();
 
     EXPECT_EQ(Count(), 3);
     EXPECT_EQ(KVOSimDistribution(Found(byInner)).DataSizeItems(0, 0), 2);
-    EXPECT_THAT(Members(Describe(Found(byOverlapping)).csets[0]), ElementsAre(77));
+    EXPECT_THAT(NumbersOf(Describe(Found(byOverlapping)).csets[0]), ElementsAre(77));
 }
 
 TEST_F(Transaction, TakesAnExtensionBack)
@@ -226,7 +218,7 @@ TEST_F(Transaction, ManyObjectsInManyCommits)
     EXPECT_EQ(Count(), static_cast<int>(made.size()) + 1);
     for (int const index : made) {
         KVOSimDistributionID const id(contextID, index);
-        int const number = Members(Describe(id).csets[0])[0];
+        int const number = NumbersOf(Describe(id).csets[0])[0];
         EXPECT_EQ(ReadAll(id), Ramp(2, number));
     }
 }

@@ -290,7 +290,7 @@ TEST_F(Transfer, ExtendsAlongEveryDimension)
         for (std::size_t i = 0; i < 8; ++i)
             expected[i / 4 * 9 + i / 2 % 2 * 3 + i % 2] = static_cast<double>(i + 1);
         EXPECT_EQ(ReadAll(id), expected);
-        EXPECT_THAT(Members(Describe(id).csets[2]), ElementsAre(0, 1, 9));
+        EXPECT_THAT(NumbersOf(Describe(id).csets[2]), ElementsAre(0, 1, 9));
 
         transfer.SetDimExtension(1, MakeSet(collections[1], {20, 8}));
         ExpectFailure("twice in dimension 1", [&] { transfer.CheckView(); });

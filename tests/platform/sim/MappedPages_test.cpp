@@ -1,3 +1,4 @@
+#include "ChildProcess.h"
 #include "DenseDrawer.h"
 #include "DrawerOracle.h"
 #include "FileAccess.h"
@@ -17,7 +18,6 @@
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -140,20 +140,16 @@ void UseFullMemory(std::string const& folder)
 TEST(MappedPages, OfAFullFileSystemInMemoryAreReadWithoutTakingRoom)
 {
     TemporaryFolder const folder;
-    pid_t const child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
+    ChildProcess child([&] {
         if (!MountMemory(folder / "", "size=8m"))
-            _exit(kCannotMount);
+            return kCannotMount;
         UseFullMemory(folder / "");
-        _exit(HasFailure() ? 1 : 0);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    if (WIFEXITED(status) && WEXITSTATUS(status) == kCannotMount)
+        return HasFailure() ? 1 : 0;
+    });
+    int const end = child.Wait();
+    if (end == kCannotMount)
         GTEST_SKIP() << "this process may mount nothing";
-    EXPECT_TRUE(WIFEXITED(status)) << strsignal(WTERMSIG(status));
-    EXPECT_EQ(WEXITSTATUS(status), 0) << "see above";
+    EXPECT_EQ(end, 0) << "see above";
 }
 
 // Lets the system answer as before Linux 5.14 to this thread.

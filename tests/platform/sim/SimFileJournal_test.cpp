@@ -38,35 +38,6 @@ protected:
         return ReadFile(path);
     }
 
-    /// Calls use(the closed database, what the journal holds) after a kill at each call of a session of two commits more.
-    template<class Use>
-    void KillAtEachCall(Use const& use)
-    {
-        int kills = 0;
-        for (bool const madeByUs : {true, false})
-            for (bool const torn : {false, true}) {
-                std::string const base = ClosedDatabase(madeByUs);
-                for (int call = 0; !HasFailure(); ++call) {
-                    SCOPED_TRACE("call " + std::to_string(call) + (torn ? ", torn" : "") + (madeByUs ? "" : ", file of HDF5"));
-                    Put(base, "");
-                    ChildProcess child([&] {
-                        auto const file = File::Open(path, false);
-                        KillAtChange(call, torn);
-                        workload::Commit(file, 3, 4);
-                        file->Close();
-                        return 0;
-                    });
-                    if (child.Wait() == 0)
-                        break;
-                    ++kills;
-                    use(base, std::filesystem::exists(journal) ? ReadFile(journal) : "");
-                }
-            }
-        std::printf("%d kills, %d journals refused\n", kills, refusals);
-        EXPECT_GT(kills, 150);
-        EXPECT_GT(refusals, kills / 10);
-    }
-
     void Put(std::string const& bytes, std::string const& journalBytes) const
     {
         WriteFile(path, bytes);
@@ -98,37 +69,54 @@ protected:
     }
 };
 
-TEST_F(SimFileJournal, LeavesAnOlderCopyOfItsFileAlone)
+// After a kill at each call of a session of two commits, its journal is put beside other states of its file.
+TEST_F(SimFileJournal, LeavesOtherStatesOfItsFileAlone)
 {
-    KillAtEachCall([&](std::string const& copy, std::string const& left) {
-        Put(copy, left);
-        ExpectCommits(2);
-        // A copy that went on by itself, by as many commits.
-        Put(copy, "");
-        auto file = File::Open(path, false);
-        workload::Commit(file, 3, 3);
-        file.reset();
-        PutJournal(left);
-        ExpectCommits(3);
-    });
-}
+    int kills = 0;
+    auto const commitOnce = [&](int number) {
+        auto const file = File::Open(path, false);
+        workload::Commit(file, number, number);
+    };
+    for (bool const madeByUs : {true, false})
+        for (bool const torn : {false, true}) {
+            std::string const base = ClosedDatabase(madeByUs);
+            for (int call = 0; !HasFailure(); ++call) {
+                SCOPED_TRACE("call " + std::to_string(call) + (torn ? ", torn" : "") + (madeByUs ? "" : ", file of HDF5"));
+                Put(base, "");
+                ChildProcess child([&] {
+                    auto const file = File::Open(path, false);
+                    KillAtChange(call, torn);
+                    workload::Commit(file, 3, 4);
+                    file->Close();
+                    return 0;
+                });
+                if (child.Wait() == 0)
+                    break;
+                ++kills;
+                std::string const killed = ReadFile(path), left = std::filesystem::exists(journal) ? ReadFile(journal) : "";
 
-TEST_F(SimFileJournal, LeavesItsFileAloneOnceThatHasGoneOn)
-{
-    KillAtEachCall([&](std::string const&, std::string const& left) {
-        auto file = File::Open(path, false);
-        int const commits = workload::CheckedCommits(file);
-        file->Close();
-        PutJournal(left);
-        EXPECT_EQ(CommitsIn(path), commits);
-        EXPECT_EQ(CommitsIn(path, false), commits) << "it was applied already";
+                Put(base, left); // an older copy, and one that went on by itself, by as many commits
+                ExpectCommits(2);
+                Put(base, "");
+                commitOnce(3);
+                PutJournal(left);
+                ExpectCommits(3);
 
-        file = File::Open(path, false);
-        workload::Commit(file, commits + 1, commits + 1);
-        file.reset();
-        PutJournal(left);
-        ExpectCommits(commits + 1);
-    });
+                Put(killed, left); // the file once it has gone on
+                auto const file = File::Open(path, false);
+                int const commits = workload::CheckedCommits(file);
+                file->Close();
+                PutJournal(left);
+                EXPECT_EQ(CommitsIn(path), commits);
+                EXPECT_EQ(CommitsIn(path, false), commits) << "it was applied already";
+                commitOnce(commits + 1);
+                PutJournal(left);
+                ExpectCommits(commits + 1);
+            }
+        }
+    std::printf("%d kills, %d journals refused\n", kills, refusals);
+    EXPECT_GT(kills, 150);
+    EXPECT_GT(refusals, kills * 2 / 3);
 }
 
 TEST_F(SimFileJournal, LeavesAFileAloneThatIsShorter)

@@ -1,5 +1,3 @@
-#include "KVOSrvDenseMatrix.h"
-#include "KVOSrvMatrix.h"
 #include "LimitedMalloc.h"
 #include "SimClient.h"
 
@@ -72,16 +70,9 @@ public:
         }
         auto const stored = KVOSimContext(database.ContextID()).QueryDistributions();
         Require(stored.Size() == 1 + kMatrices * expected);
-        before();
-        KVOSrvDenseMatrix const grown(stored[0]);
-        Require(grown.NumberOfRows() == kGrowth * expected);
-        std::vector<double> values(static_cast<std::size_t>(2 * kGrowth * expected));
-        grown.GetAllValues(values.data());
-        for (std::size_t k = 0; k < values.size(); ++k)
-            Require(values[k] == static_cast<double>(k % static_cast<std::size_t>(kGrowth * expected)));
-        for (int commit = 1; commit <= expected; ++commit) {
+        for (int commit = 0; commit <= expected; ++commit) {
             before();
-            Require(ReadAll(stored[commit * kMatrices]) == Ramp(30, commit * kMatrices));
+            Require(ReadAll(stored[commit * kMatrices]) == (commit == 0 ? Grown(expected) : Ramp(30, commit * kMatrices)));
         }
     }
 
@@ -91,6 +82,14 @@ public:
     };
 
 private:
+    /// The values of the matrix that grows: of two columns, the number of the row, so that what a commit has kept is only written again.
+    static std::vector<double> Grown(int commits)
+    {
+        std::vector<double> values;
+        for (int k = 0; k < 2 * kGrowth * commits; ++k)
+            values.push_back(k % (kGrowth * commits));
+        return values;
+    }
     static void Require(bool held)
     {
         if (!held)
@@ -100,22 +99,15 @@ private:
     template<class Before>
     static void Change(KVOSimContext& context, int commit, Before const& before)
     {
-        if (commit == 1) {
-            KVOSimCSetID const rows = MakeSet(context.CreateCollection(1000), Numbers(kGrowth));
-            MakeMatrix(context.ID(), {Biggest(context.CreateCollection(2)), rows}, {1, 16});
-        }
-        KVOSrvDenseMatrix grown(context.QueryDistributions().IsEmpty() ? KVOSimDistributionID(context.ID(), 0)
-                                                                       : context.QueryDistributions()[0]);
+        KVOSimDistributionID const grown(context.ID(), 0);
+        if (commit == 1)
+            MakeMatrix(context.ID(), {Biggest(context.CreateCollection(2)), MakeSet(context.CreateCollection(1000), Numbers(kGrowth))},
+                       {1, 16});
         before();
-        if (commit > 1) {
-            std::vector<int> const numbers = Numbers(kGrowth, grown.NumberOfRows());
-            Require(grown.ExtendDim(1, kGrowth, numbers.data()) == 0);
-        }
+        if (commit > 1)
+            Extend(grown, 1, MakeSet(Describe(grown).csets[1].CollectionID(), Numbers(kGrowth, kGrowth * (commit - 1))));
         before();
-        std::vector<double> const rows = Ramp(kGrowth, kGrowth * (commit - 1.0));
-        for (int column = 0; column < 2; ++column)
-            grown.SetValues(kGrowth * (commit - 1), kGrowth * commit - 1, column, column,
-                            KVOSrvMatrix(kGrowth, 1, const_cast<double*>(rows.data()), false, false));
+        WriteAll(grown, Grown(commit));
         for (int k = 1; k <= kMatrices; ++k) {
             before();
             int const number = (commit - 1) * kMatrices + k;

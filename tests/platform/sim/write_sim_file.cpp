@@ -33,13 +33,10 @@ void Write(char const* path)
                                                                                 Biggest(KVOSimCollection(rows).CreateColorVariant(1))); // 4
 
     // 0 grows: its drawer has a second block of rows in the table.
-    KVOSimTransfer extension{KVOSimDistribution(whole)};
-    extension.SetWrite();
     KVOSimContext contextObject(context);
     KVOSimTransaction transaction(contextObject);
     transaction.Commit();
-    extension.SetDimExtension(1, MakeSet(rows, {500}));
-    extension.InitializeExtension();
+    Extend(whole, 1, MakeSet(rows, {500}));
     transaction.Commit();
     database.Close();
 }

@@ -20,7 +20,7 @@
 
 #include <unistd.h>
 
-/// What the tests of the database's clients share.
+/// A client of the database, for tests.
 namespace SimClient
 {
 
@@ -44,14 +44,15 @@ protected:
     }
 };
 
-inline std::vector<int> List(KVOSimArray<int> const& array)
+inline std::vector<int> ToVector(KVOSimArray<int> const& array)
 {
     return {array.begin(), array.end()};
 }
 
-inline std::vector<int> Members(KVOSimCSetID const& set)
+/// The member numbers of a set.
+inline std::vector<int> NumbersOf(KVOSimCSetID const& set)
 {
-    return List(KVOSimCSet(set).OrderedMembers());
+    return ToVector(KVOSimCSet(set).OrderedMembers());
 }
 
 inline KVOSimCSetID MakeSet(KVOSimCollectionID const& collection, std::vector<int> const& numbers)
@@ -137,6 +138,16 @@ inline void WriteAll(KVOSimDistributionID const& id, std::vector<double> const& 
     KVOSimTransfer transfer = WholeView(id);
     transfer.SetBuffer(0, values.data(), values.size() * sizeof(double));
     transfer.ExecWrite();
+}
+
+/// Adds members to a dimension of drawer 0.
+inline void Extend(KVOSimDistributionID const& id, int dim, KVOSimCSetID const& members)
+{
+    KVOSimTransfer transfer{KVOSimDistribution(id)};
+    transfer.SetWrite();
+    transfer.SetDimExtension(dim, members);
+    transfer.CheckView();
+    transfer.InitializeExtension();
 }
 
 /// The drawer of a distribution in two dimensions made sparse: compressed rows, counted from 0; with a diagonal, half of a symmetric
