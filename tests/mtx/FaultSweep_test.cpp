@@ -226,7 +226,13 @@ public:
     void Do() override
     {
         KVOSrvMatrixContainer container;
-        KVOSrvDenseMatrix& matrix = container.Create(1, 30, 30, 8, 8);
+        try {
+            container.Create(1, 30, 30, 8, 8);
+        } catch (...) {
+            EXPECT_FALSE(container.IsMember(1));
+            throw;
+        }
+        KVOSrvDenseMatrix& matrix = container.Get(1);
         matrix.SetRows(0, 29, Numbers(30, 30));
         ExpectSame(matrix, Dense(Numbers(30, 30)));
         container.Close();

@@ -89,31 +89,6 @@ TEST(KVOSrvDenseMatrix, RefusesWhatIsNoDenseMatrixOfDoubles)
     EXPECT_THROW(KVOSrvDenseMatrix(KVOSimDistributionID(database.Context().ID(), 999)), KVOSimException);
 }
 
-TEST(KVOSrvDenseMatrix, IsFoundAgainInALaterSession)
-{
-    TemporaryFolder const folder;
-    DRXUnicodeString const path((folder / "kept.sim").c_str());
-    KVOSimDatabase database;
-    database.CreateFile(path, 0);
-    KVOSimContext context(database.CreateContext());
-    auto const members = [&](std::vector<int> const& numbers) {
-        auto const count = static_cast<int>(numbers.size());
-        return KVOSimCollection(context.CreateCollection(count)).CreateOrderedCSet(numbers.data(), count);
-    };
-    KVOSrvDenseMatrix made(KVOSrvUtilities::Create2DDistribution(members({4, 2, 9}), members({7, 8}), 2, 2));
-    Dense const values = Randomize(made);
-    database.Close();
-    database.OpenFile(path, true);
-    KVOSrvDenseMatrix matrix(KVOSimDistributionID(database.ContextID(), made.DistributionID().Index()));
-
-    ExpectSame(matrix, values);
-    EXPECT_THAT(NumbersOf(matrix.RowCSetID()), ElementsAre(4, 2, 9));
-    EXPECT_THAT(NumbersOf(matrix.ColumnCSetID()), ElementsAre(7, 8));
-    View const view(matrix.Submatrix(1, 2, 0, 0));
-    EXPECT_THAT(NumbersOf(view->RowCSetID()), ElementsAre(2, 9));
-    EXPECT_THROW(matrix.Scale(2.0), KVOSimDebugOutString); // open for reading only
-}
-
 TEST(KVOSrvDenseMatrix, ViewsOutliveTheMatrixAndNameTheirMembers)
 {
     TestDatabase const database;

@@ -3,7 +3,6 @@
 #include "ChildProcess.h"
 #include "DatabaseSupport.h"
 #include "ExpectThrows.h"
-#include "FailNew.h"
 #include "KVOFortran.h"
 #include "KVOSimException.h"
 #include "WorkingFolder.h"
@@ -168,27 +167,6 @@ TEST(KVOSrvMatrixContainer, RefusalsRegisterNothing)
     EXPECT_EQ(container.Create(2, 3, 3, 2, 2).NumberOfRows(), 3);
     container.Close();
     EXPECT_THROW(container.Create(3, 3, 3, 2, 2), KVOSimException);
-}
-
-TEST(KVOSrvMatrixContainer, FailuresLeaveNoFileAndNoMatrix)
-{
-    WorkingFolder const folder;
-    std::unique_ptr<KVOSrvMatrixContainer> container;
-    for (FailingCalls const& calls : {Allocations(), News()}) {
-        auto const make = [&] {
-            container.reset();
-            container = std::make_unique<KVOSrvMatrixContainer>();
-        };
-        EXPECT_GT(FailEach(calls, make, [&](bool threw) { EXPECT_EQ(folder.Files().empty(), threw); }), 3);
-        auto const create = [&] { container->Create(1, 5, 5, 2, 2); };
-        EXPECT_GT(FailEach(calls, create, [&](bool threw) { EXPECT_EQ(container->IsMember(1), !threw); }), 3);
-        KVOSrvDenseMatrix const* const matrix = container->Find(1);
-        FailEach(
-            calls, [&] { container->Remove(1); }, [&](bool threw) { EXPECT_EQ(container->Find(1), threw ? matrix : nullptr); });
-    }
-
-    folder.EnterBelow(true);
-    EXPECT_THROW(KVOSrvMatrixContainer(), KVOSimException);
 }
 
 TEST(KVOSrvMatrixContainer, ReplacesLeftoversButNothingThatIsInUse)

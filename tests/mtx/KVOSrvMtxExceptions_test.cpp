@@ -2,9 +2,7 @@
 
 #include "atr_Translate.h"
 
-#include <cstdlib>
 #include <cstring>
-#include <exception>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -114,18 +112,6 @@ TEST(KVOSrvMtxExceptions, LivesOnThePlatformsHeap)
     }
     mem_FailAllocationAfter(-1);
     delete static_cast<KVOBasException const*>(new KVOSrvMtxIllegalInput("Multiply"));
-}
-
-// The terminate handler is the host's, whether it is set before the first exception or after it.
-TEST(KVOSrvMtxExceptions, LeavesTheTerminateHandlerAlone)
-{
-    auto const throwOne = [] { EXPECT_THROW(KVOSrvMtxIllegalInput("Interpolate").Throw("mtx/impl/KVOSrvMatrix", 12), KVOBasException); };
-    std::terminate_handler const first = std::get_terminate(), hosts = [] { std::abort(); };
-    throwOne();
-    EXPECT_EQ(std::get_terminate(), first);
-    std::set_terminate(hosts);
-    throwOne();
-    EXPECT_EQ(std::set_terminate(first), hosts);
 }
 
 } // namespace
