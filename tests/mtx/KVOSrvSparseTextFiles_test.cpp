@@ -175,19 +175,6 @@ TEST_F(KVOSrvSparseTextFiles, WritesHalfStorageAsEachFormatWants)
     EXPECT_EQ(ReadFile(m_path), "101,3,102,-6,7.000000000000000e+00\n");
 }
 
-// A full matrix that IsSymmetric() has found symmetric has no diagonal of its own, also not one left over from earlier content.
-TEST_F(KVOSrvSparseTextFiles, WritesAFullSymmetricMatrixInFullStorage)
-{
-    KVOSrvSparseMatrix matrix(0, 0);
-    Import(matrix, Half::Random(3, 2, 1).File(1), 1);
-    Import(matrix, "1 1 4 1 2 7 2 1 7 2 2 5", 3);
-    ASSERT_TRUE(matrix.IsSymmetric());
-    EXPECT_EQ(Export(matrix, 5), "0,0, 4.000000000000000e+00\n0,1, 7.000000000000000e+00\n"
-                                 "1,0, 7.000000000000000e+00\n1,1, 5.000000000000000e+00\n");
-    EXPECT_EQ(Export(matrix, 3).substr(0, 8), "1 1 4.00");
-    EXPECT_THROW(matrix.Export(m_path.c_str(), 6), KVOSrvMtxNoUnsymmetric);
-}
-
 TEST_F(KVOSrvSparseTextFiles, NamesNodeAndDofOfColumnsOnlyInASquareMatrix)
 {
     int const nodes[] = {10, 20, 30}, dofs[] = {1, 2, 3};

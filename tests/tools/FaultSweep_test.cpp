@@ -36,7 +36,7 @@ TEST(FaultSweep, OfModesEndsInOneLineAndLeavesNothing)
     std::vector<std::string> const modes{"modes", Data("bcsstk01.mtx"), Data("bcsstm01.mtx"), "--count", "3", "-o", "modes.sim"};
     Tool const sound;
     sound.Do(modes);
-    int swept = 0, survived = 0;
+    int swept = 0;
     for (int const kind : {0, 1, 2})
         for (int call = 0;; ++call) {
             SCOPED_TRACE(std::to_string(kind) + ", call " + std::to_string(call));
@@ -52,7 +52,6 @@ TEST(FaultSweep, OfModesEndsInOneLineAndLeavesNothing)
                 break;
             }
             ++swept;
-            survived += outcome.code == 0;
             EXPECT_THAT(outcome.code, testing::AnyOf(0, 3, 4)) << outcome.err;
             EXPECT_EQ(std::ranges::count(outcome.err, '\n'), outcome.code == 0 ? 0 : 1) << outcome.err;
             std::map<std::string, std::string> const files = tool.Files();
@@ -63,7 +62,5 @@ TEST(FaultSweep, OfModesEndsInOneLineAndLeavesNothing)
             if (HasFailure())
                 return;
         }
-    RecordProperty("calls", swept);
-    RecordProperty("survived", survived);
     EXPECT_GT(swept, 30);
 }

@@ -17,16 +17,12 @@ void WriteArray(std::string const& path, int rows, int columns, int seed)
 std::map<std::pair<int, int>, double> Product(MarketFile const& a, MarketFile const& b, bool transpose)
 {
     std::map<std::pair<int, int>, double> c;
-    int const rows = transpose ? a.columns : a.rows;
-    for (int j = 0; j < b.columns; ++j)
-        for (int i = 0; i < rows; ++i)
-            c[{i, j}] = 0.0;
     for (auto const& [place, value] : a.entries) {
         auto const [row, inner] = transpose ? std::pair(place.second, place.first) : place;
         for (int j = 0; j < b.columns; ++j)
-            if (auto const entry = b.entries.find({inner, j}); entry != b.entries.end())
-                c[{row, j}] += value * entry->second;
+            c[{row, j}] += value * b.At(inner, j);
     }
+    std::erase_if(c, [](auto const& entry) { return entry.second == 0.0; }); // arrays are read without their zeros
     return c;
 }
 

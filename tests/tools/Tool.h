@@ -1,13 +1,14 @@
 #pragma once
 
+#include "KVOSrvSparseMatrix.h"
 #include "TemporaryFolder.h"
 
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <sys/resource.h>
@@ -109,35 +110,19 @@ inline std::string Data(std::string const& name)
     return KVOMTX_DATA "/" + name;
 }
 
-/// The entries of a Matrix Market file by (row, column), from 0; both triangles of a symmetric one.
+/// A Matrix Market file as the library reads it: the entries by (row, column), from 0; both triangles of a symmetric one.
 struct MarketFile {
     explicit MarketFile(std::string const& path)
     {
-        std::istringstream file(ReadFile(path));
-        std::string header;
-        std::getline(file, header);
-        bool const symmetric = header.find("symmetric") != std::string::npos;
-        bool const array = header.find("array") != std::string::npos;
-        while ((file >> std::ws).peek() == '%')
-            std::getline(file, header);
-        std::int64_t count = 0;
-        file >> rows >> columns;
-        if (array)
-            count = std::int64_t{rows} * columns;
-        else
-            file >> count;
-        for (std::int64_t k = 0; k < count; ++k) {
-            int row = static_cast<int>(k % rows) + 1, column = static_cast<int>(k / rows) + 1;
-            double value = 0.0;
-            if (!array)
-                file >> row >> column;
-            if (!(file >> value))
-                throw std::runtime_error(path + " is cut short");
-            entries[{row - 1, column - 1}] = value;
-            if (symmetric)
-                entries[{column - 1, row - 1}] = value;
-        }
+        auto const matrix = KVOSrvSparseMatrix::ReadMatrixMarket(path.c_str());
+        int count = 0;
+        std::unique_ptr<KVOSrvSparseMatrixEntry[]> const list(matrix->GetEntries(count));
+        rows = matrix->NumberOfRows();
+        columns = matrix->NumberOfColumns();
+        for (int k = 0; k < count; ++k)
+            entries[{list[k].row, list[k].column}] = list[k].value;
     }
+    double At(int row, int column) const { return entries.contains({row, column}) ? entries.at({row, column}) : 0.0; }
 
     int rows = 0;
     int columns = 0;
@@ -155,7 +140,7 @@ struct MarketFile {
     {
         std::vector<double> x;
         for (int row = 0; row < rows; ++row)
-            x.push_back(entries.at({row, column}));
+            x.push_back(At(row, column));
         return x;
     }
 };
