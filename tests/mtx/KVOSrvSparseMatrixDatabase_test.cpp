@@ -174,13 +174,13 @@ TEST(KVOSrvSparseMatrixDatabase, MultipliesStoredMatrices)
                 Dense const values = StoreNumbers(x);
                 Dense const before = Randomize(y), product = ProductOf(oracle, values, transpose, more);
                 a->MultiplyDense(x, y, transpose);
-                ExpectContent(y, [&](int i, int j) { return j < c.columns ? Expected(product.At(i, j), 0.25) : before.At(i, j); });
+                ExpectSame(y, [&](int i, int j) { return j < c.columns ? Expected(product.At(i, j), 0.25) : before.At(i, j); });
 
                 if (!transpose)
                     continue;
                 GuardedMatrix inMemory(outRows, c.columns, false, false);
                 a->MultiplyDense(x, inMemory.matrix.Values(), true);
-                ExpectElements(inMemory.matrix, [&](int i, int j) { return Expected(product.At(i, j), 0.25); });
+                ExpectSame(inMemory.matrix, [&](int i, int j) { return Expected(product.At(i, j), 0.25); });
             }
         }
     }
@@ -199,7 +199,7 @@ TEST(KVOSrvSparseMatrixDatabase, ReadsTheRowsItNeeds)
         Dense const product = ProductOf(oracle, StoreNumbers(x), true);
         GuardedMatrix y(4, 5, false, false);
         oracle.Matrix()->MultiplyDense(x, y.matrix.Values(), true);
-        ExpectElements(y.matrix, [&](int i, int j) { return Expected(product.At(i, j), 0.25); });
+        ExpectSame(y.matrix, [&](int i, int j) { return Expected(product.At(i, j), 0.25); });
     }
 }
 
@@ -218,7 +218,7 @@ TEST(KVOSrvSparseMatrixDatabase, MultipliesHalfStorageInTheDatabaseOnly)
     EXPECT_THROW(a->MultiplyDense(x, y, true), KVOSrvMtxNoSymmetricTrue);
     EXPECT_EQ(y[0], -1.0);
     a->MultiplyDense(x, x, false); // X is its own result
-    ExpectContent(x, [](int i, int) { return i == 0 ? 3.0 : 4.0; });
+    ExpectSame(x, [](int i, int) { return i == 0 ? 3.0 : 4.0; });
 }
 
 TEST(KVOSrvSparseMatrixDatabase, RefusesProductsThatDoNotFit)
@@ -239,12 +239,12 @@ TEST(KVOSrvSparseMatrixDatabase, RefusesProductsThatDoNotFit)
     std::unique_ptr<KVOSrvDenseMatrix> const left(store.Submatrix(0, 5, 0, 3)), right(store.Submatrix(4, 9, 1, 4));
     ExpectThrows<KVOSrvMtxRefusedInput>("KVOSrvSparseMatrix::MultiplyDense - Illegal input: Y overlaps X in other columns.",
                                         [&] { a->MultiplyDense(*left, *right, true); });
-    ExpectContent(y, Dense(values));
+    ExpectSame(y, Dense(values));
 
     EXPECT_THROW(pending.MultiplyDense(x, y, true), KVOSrvMtxNotAssembled);
     EXPECT_THROW(pending.MultiplyDense(x, values.Values(), true), KVOSrvMtxNotAssembled);
     EXPECT_THROW(Export(pending, database), KVOSrvMtxNotAssembled);
-    ExpectContent(y, Dense(values));
+    ExpectSame(y, Dense(values));
     for (double* const target : {values.Values(), static_cast<double*>(nullptr)})
         EXPECT_TRUE(ReportOf<KVOSrvMtxNoTranspose>([&] { a->MultiplyDense(x, target, false); }).ends_with("KVOSrvSparseMatrix, line 1107"));
     before.ExpectUnchanged();

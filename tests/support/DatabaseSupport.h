@@ -69,15 +69,3 @@ inline Dense Randomize(KVOSrvDenseMatrix& matrix)
     matrix.SetRows(0, matrix.NumberOfRows() - 1, values);
     return Dense(values);
 }
-
-// Names that go.
-template<class Expectation>
-void ExpectElements(KVOSrvMatrix const& matrix, Expectation const& expected)
-{
-    ExpectSame(matrix, expected);
-}
-template<class Expectation>
-void ExpectContent(KVOSrvDenseMatrix const& matrix, Expectation const& expected)
-{
-    ExpectSame(matrix, expected);
-}
