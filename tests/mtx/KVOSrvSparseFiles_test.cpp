@@ -19,26 +19,24 @@ struct Exportable {
 
 TEST_F(KVOSrvSparseFiles, ReportsAnUnknownFormatWithItsPlace)
 {
-    auto const expectReport = []<class Exception>(Exception const*, auto const& call, std::string const& report) {
+    auto const reportOf = [](auto const& call) {
         try {
             call();
-            ADD_FAILURE() << report;
-        } catch (Exception const& error) {
-            EXPECT_EQ(error.DeveloperReport().View(), report);
+        } catch (KVOBasException const& error) {
+            return error.DeveloperReport();
         }
+        return atr_String();
     };
     KVOSrvSparseMatrix matrix(2, 2);
     matrix.AddData(1, 1, 3.0);
     for (int const format : {4, 5, 8, -1})
-        expectReport(
-            static_cast<KVOSrvMtxUnsupportedImpFmt*>(nullptr), [&] { matrix.Import("/no/such/file", format); },
-            "KVOSrvSparseImExPorter: Unsupported import format.\nFile mtx/impl/KVOSrvSparseImExPorter, line 69");
+        EXPECT_EQ(reportOf([&] { matrix.Import("/no/such/file", format); }).View(),
+                  "KVOSrvSparseImExPorter: Unsupported import format.\nFile mtx/impl/KVOSrvSparseImExPorter, line 69");
     matrix.EndAssembly(); // nothing happens: the matrix was marked assembled
     EXPECT_EQ(matrix.NumberOfNonzeros(), 0);
     for (int const format : {0, 1, 2, 8, -1})
-        expectReport(
-            static_cast<KVOSrvMtxUnsupportedExpFmt*>(nullptr), [&] { matrix.Export(m_path.c_str(), format); },
-            "KVOSrvSparseImExPorter: Unsupported export format.\nFile mtx/impl/KVOSrvSparseImExPorter, line 154");
+        EXPECT_EQ(reportOf([&] { matrix.Export(m_path.c_str(), format); }).View(),
+                  "KVOSrvSparseImExPorter: Unsupported export format.\nFile mtx/impl/KVOSrvSparseImExPorter, line 154");
     EXPECT_FALSE(std::filesystem::exists(m_path));
 }
 

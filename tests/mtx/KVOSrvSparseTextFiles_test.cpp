@@ -27,27 +27,23 @@ std::vector<std::string> Split(std::string const& text, char separator)
     return parts;
 }
 
-TEST_F(KVOSrvSparseTextFiles, SumsRepeatedEntriesAndTakesSizesFromTheLargestIndices)
-{
-    for (int const format : {2, 3}) {
-        KVOSrvSparseMatrix matrix(9, 9);
-        Import(matrix, "1 1 2.0\n1 1 3.0\n3 2 1.0\n", format);
-        EXPECT_EQ(ContentOf(matrix), (Content{3, 2, 2, {MakeEntry(0, 0, 5.0), MakeEntry(2, 1, 1.0)}}));
-        Import(matrix, "", format);
-        EXPECT_EQ(ContentOf(matrix), (Content{0, 0, 0, {}}));
-    }
-}
-
+// Repeated entries are summed, and the largest indices are the sizes.
 TEST_F(KVOSrvSparseTextFiles, AcceptsAnyLayoutOfWellFormedNumbers)
 {
     Content const expected{4, 12, 2, {MakeEntry(0, 11, -0.5), MakeEntry(3, 0, 1e300)}};
-    for (char const* const text :
-         {"1 12 -.5 4 1 1e300", "\r\n\t1\v12\f-5.e-1\r\n\r\n4 1 +1E+300\r\n  ", "+1\n+012\n-0.5\n0004\n1\n1000e297"}) {
-        SCOPED_TRACE(text);
-        KVOSrvSparseMatrix matrix(0, 0);
-        Import(matrix, text, 3);
-        EXPECT_EQ(ContentOf(matrix), expected);
-    }
+    std::pair<char const*, Content> const cases[] = {
+        {"1 1 2.0\n1 1 3.0\n3 2 1.0\n", {3, 2, 2, {MakeEntry(0, 0, 5.0), MakeEntry(2, 1, 1.0)}}},
+        {"", {0, 0, 0, {}}},
+        {"1 12 -.5 4 1 1e300", expected},
+        {"\r\n\t1\v12\f-5.e-1\r\n\r\n4 1 +1E+300\r\n  ", expected},
+        {"+1\n+012\n-0.5\n0004\n1\n1000e297", expected}};
+    for (auto const& [text, content] : cases)
+        for (int const format : {2, 3}) {
+            SCOPED_TRACE(text);
+            KVOSrvSparseMatrix matrix(9, 9);
+            Import(matrix, text, format);
+            EXPECT_EQ(ContentOf(matrix), content);
+        }
 }
 
 TEST_F(KVOSrvSparseTextFiles, ReadsValuesAsScanfDoes)
