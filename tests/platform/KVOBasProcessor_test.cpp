@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace
@@ -30,6 +31,18 @@ KVOBasProcessor Described(std::vector<Leaf> leaves)
     });
 }
 
+using Sizes = std::vector<std::size_t>;
+
+Sizes SizesOf(KVOBasProcessor const& p)
+{
+    return {p.l1Bytes,
+            p.l2Bytes,
+            p.l3Bytes,
+            static_cast<std::size_t>(p.coresPerL3),
+            static_cast<std::size_t>(p.pages),
+            static_cast<std::size_t>(p.largePages)};
+}
+
 TEST(KVOBasProcessor, IsReadFromCpuid)
 {
     KVOBasProcessor const zen4 = Described({{0, 0, kAmd0},
@@ -42,14 +55,8 @@ TEST(KVOBasProcessor, IsReadFromCpuid)
                                             {0x8000001d, 3, {0x3c163, 0x3c0003f, 0x7fff, 1}}});
     EXPECT_STREQ(zen4.name, "zen4");
     EXPECT_EQ(zen4.vendor, KVOBasVendor::Amd);
-    EXPECT_EQ(zen4.family, 0x19);
-    EXPECT_EQ(zen4.model, 0x11);
-    EXPECT_EQ(zen4.l1Bytes, 32u << 10);
-    EXPECT_EQ(zen4.l2Bytes, 1u << 20);
-    EXPECT_EQ(zen4.l3Bytes, 32u << 20);
-    EXPECT_EQ(zen4.coresPerL3, 16);
-    EXPECT_EQ(zen4.pages, 3072);
-    EXPECT_EQ(zen4.largePages, 3072);
+    EXPECT_EQ(std::pair(zen4.family, zen4.model), std::pair(0x19, 0x11));
+    EXPECT_EQ(SizesOf(zen4), (Sizes{32 << 10, 1 << 20, 32 << 20, 16, 3072, 3072}));
 
     // With leaf 18H: one buffer of 1024 pages of any size, and one of 1024 of 4 KiB (and of 1 GiB).
     KVOBasProcessor const iceLake = Described({{0, 0, kIntel0},
@@ -62,12 +69,7 @@ TEST(KVOBasProcessor, IsReadFromCpuid)
                                                {0x18, 2, {0, 0x80007, 0x80, 0x43}},
                                                {0x18, 3, {0, 0x80009, 0x80, 0x43}}});
     EXPECT_STREQ(iceLake.name, "ice-lake");
-    EXPECT_EQ(iceLake.l1Bytes, 48u << 10);
-    EXPECT_EQ(iceLake.l2Bytes, 1280u << 10);
-    EXPECT_EQ(iceLake.l3Bytes, 48u << 20);
-    EXPECT_EQ(iceLake.coresPerL3, 64);
-    EXPECT_EQ(iceLake.pages, 2048);
-    EXPECT_EQ(iceLake.largePages, 1024);
+    EXPECT_EQ(SizesOf(iceLake), (Sizes{48 << 10, 1280 << 10, 48 << 20, 64, 2048, 1024}));
 }
 
 TEST(KVOBasProcessor, IsThatOfTheTableWhereCpuidIsSilent)

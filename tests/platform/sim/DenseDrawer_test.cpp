@@ -1,6 +1,7 @@
 #include "ChunkIndex.h"
 #include "DenseDrawer.h"
 #include "DrawerOracle.h"
+#include "DriverFile.h"
 #include "FileAccess.h"
 #include "Hdf5.h"
 #include "KVOSimTypeKey.h"
@@ -297,30 +298,25 @@ TEST_F(DenseDrawerTest, FetchesChunksFromTheDiskWithinItsBudget)
     EXPECT_EQ(drawer->FetchInPlace(Ranges{{0, 399}, {0, 349}}), nullptr) << "more than may stay";
 }
 
-TEST_F(DenseDrawerTest, PutsLargeChunksOnLargePages)
+// Where pieces of so many bytes begin; the fifth would take nearly 4 MiB for 2.
+TEST(DriverFile, PutsLargePiecesOnPagesAndLargePages)
 {
     constexpr std::uint64_t kPage = 4096, kLargePage = 2 << 20;
-    std::vector<double> const values(1024 * 1024, 1.0);
-    // Shape of a chunk, and what its place is a multiple of; the fourth would take nearly 4 MiB for 2.
-    struct Case {
-        std::int64_t columns, rows;
-        std::uint64_t alignment;
-    };
-    auto const file = NewFile();
-    for (auto const& [columns, rows, alignment] :
-         {Case{5, 7, 1}, {64, 32, kPage}, {512, 512, kLargePage}, {513, 512, kPage}, {1000, 1000, kLargePage}}) {
-        SCOPED_TRACE(columns);
-        auto const drawer = DenseDrawer::Create(file, {{columns, 3 * rows}, {columns, rows}, KVOSimDouble, {}});
-        for (std::int64_t i = 0; i < 3; ++i) {
-            drawer->Write(Ranges{{0, columns - 1}, {i * rows, (i + 1) * rows - 1}}, values.data());
-            hsize_t const origin[2] = {0, static_cast<hsize_t>(i * rows)};
-            unsigned filters;
-            haddr_t address = HADDR_UNDEF;
-            hsize_t bytes;
-            ASSERT_GE(H5Dget_chunk_info_by_coord(drawer->Dataset(), origin, &filters, &address, &bytes), 0);
-            EXPECT_EQ(address % alignment, 0u);
+    simdb::DriverFile file{Descriptor()};
+    std::uint64_t end = 0, address = 0;
+    for (auto const& [bytes, alignment] : {std::pair<std::uint64_t, std::uint64_t>{280, 1},
+                                           {16383, 1},
+                                           {16384, kPage},
+                                           {kLargePage, kLargePage},
+                                           {kLargePage + kPage, kPage},
+                                           {8000000, kLargePage}})
+        for (int i = 0; i < 3; ++i, end = address + bytes) {
+            ASSERT_TRUE(file.Allocate(bytes, address));
+            EXPECT_EQ(address, (end + alignment - 1) / alignment * alignment) << bytes;
+            EXPECT_EQ(file.End(), address + bytes);
         }
-    }
+    EXPECT_FALSE(file.Allocate(INT64_MAX, address));
+    EXPECT_EQ(file.End(), end);
 }
 
 TEST_F(DenseDrawerTest, GrowsIntoTheInitialValueWhateverAnEdgeChunkHeld)
@@ -338,20 +334,6 @@ TEST_F(DenseDrawerTest, GrowsIntoTheInitialValueWhateverAnEdgeChunkHeld)
     std::vector<std::int32_t> read(20);
     drawer->Read(Ranges{{0, 4}, {0, 3}}, read.data());
     EXPECT_EQ(read, (std::vector<std::int32_t>{100, 101, 102, 7, 104, 105, 106, 7, 108, 109, 110, 7, 7, 7, 7, 7, 7, 7, 7, 7}));
-}
-
-TEST_F(DenseDrawerTest, SeesThroughHolesThatAnotherProgramMade)
-{
-    DrawerOracle oracle({64, 64}, std::vector<std::byte>(8));
-    auto drawer = DenseDrawer::Create(NewFile(), {{64, 64}, {64, 64}, KVOSimDouble, {}});
-    drawer->Write(oracle.Everything(), oracle.Values().data());
-    drawer = Reopened(drawer, [&] { ASSERT_EQ(std::system(("fallocate --dig-holes '" + m_path + "'").c_str()), 0); });
-    std::vector<std::byte> const column(64 * 8, std::byte{3});
-
-    drawer->Write(Ranges{{0, 63}, {5, 5}}, column.data());
-    oracle.Write(Ranges{{0, 63}, {5, 5}}, column);
-
-    ExpectSame(*drawer, oracle);
 }
 
 TEST_F(DenseDrawerTest, KeepsAttributesAndNameOfAContiguousDrawerThatGrows)
