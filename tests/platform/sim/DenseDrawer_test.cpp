@@ -298,7 +298,7 @@ TEST_F(DenseDrawerTest, FetchesChunksFromTheDiskWithinItsBudget)
     EXPECT_EQ(drawer->FetchInPlace(Ranges{{0, 399}, {0, 349}}), nullptr) << "more than may stay";
 }
 
-// Where pieces of so many bytes begin; the fifth would take nearly 4 MiB for 2.
+// Where pieces of so many bytes begin; two of them would take a third more room, or twice as much, on a large page.
 TEST(DriverFile, PutsLargePiecesOnPagesAndLargePages)
 {
     constexpr std::uint64_t kPage = 4096, kLargePage = 2 << 20;
@@ -309,6 +309,7 @@ TEST(DriverFile, PutsLargePiecesOnPagesAndLargePages)
                                            {16384, kPage},
                                            {kLargePage, kLargePage},
                                            {kLargePage + kPage, kPage},
+                                           {3 << 20, kPage},
                                            {8000000, kLargePage}})
         for (int i = 0; i < 3; ++i, end = address + bytes) {
             ASSERT_TRUE(file.Allocate(bytes, address));
