@@ -17,7 +17,7 @@ KVOSrvSparseMatrix* KVOSrvSparseMatrix::Transpose() const
 {
     RequireAssembled("Transpose");
     return m_content->WithRows(m_rowCount, m_columnCount,
-                               [&](auto const& rows) { return new KVOSrvSparseMatrix(Transposed(rows), m_content->Nonzeros()); });
+                               [&](auto const& rows) { return new KVOSrvSparseMatrix(TransposeOf(rows), m_content->Nonzeros()); });
 }
 
 KVOSrvSparseMatrix* KVOSrvSparseMatrix::Permute(int const* perm) const
@@ -25,14 +25,14 @@ KVOSrvSparseMatrix* KVOSrvSparseMatrix::Permute(int const* perm) const
     RequireAssembled("Permute");
     Require(m_rowCount == m_columnCount, "Permute", "the matrix is not square");
     return m_content->WithRows(m_rowCount, m_columnCount,
-                               [&](auto const& rows) { return new KVOSrvSparseMatrix(Permuted(rows, perm), m_content->Nonzeros()); });
+                               [&](auto const& rows) { return new KVOSrvSparseMatrix(PermutationOf(rows, perm), m_content->Nonzeros()); });
 }
 
 void KVOSrvSparseMatrix::PermuteInPlace(int const* perm)
 {
     RequireAssembled("PermuteInPlace");
     Require(m_rowCount == m_columnCount, "PermuteInPlace", "the matrix is not square");
-    m_content->WithRows(m_rowCount, m_columnCount, [&](auto& rows) { rows = Permuted(rows, perm); });
+    m_content->WithRows(m_rowCount, m_columnCount, [&](auto& rows) { rows = PermutationOf(rows, perm); });
     if (std::holds_alternative<CompressedRows>(m_content->rows))
         m_symmetry = Symmetry::kUnknown;
 }
@@ -42,7 +42,7 @@ void KVOSrvSparseMatrix::PermuteRows(int const* perm)
     RequireAssembled("PermuteRows");
     RequireFull("PermuteRows");
     CompressedRows& rows = m_content->FullRows(m_rowCount, m_columnCount);
-    rows = RowsPermuted(rows, perm);
+    rows = RowPermutationOf(rows, perm);
     if (std::holds_alternative<CompressedRows>(m_content->rows))
         m_symmetry = Symmetry::kUnknown;
 }
@@ -50,13 +50,13 @@ void KVOSrvSparseMatrix::PermuteRows(int const* perm)
 unsigned* KVOSrvSparseMatrix::FindNontrivialRows(int& count) const
 {
     RequireAssembled("FindNontrivialRows");
-    return NontrivialRows(View(), count).release();
+    return RowsWithEntries(View(), count).release();
 }
 
 unsigned* KVOSrvSparseMatrix::FindNontrivialColumns(int& count) const
 {
     RequireAssembled("FindNontrivialColumns");
-    return NontrivialColumns(View(), count).release();
+    return ColumnsWithEntries(View(), count).release();
 }
 
 unsigned* KVOSrvSparseMatrix::EliminateTrivialColumns(int& count)
@@ -65,7 +65,7 @@ unsigned* KVOSrvSparseMatrix::EliminateTrivialColumns(int& count)
     RequireFull("EliminateTrivialColumns");
     CompressedRows& rows = m_content->FullRows(m_rowCount, m_columnCount);
     int kept = 0;
-    auto list = NontrivialColumns(rows.View(), kept);
+    auto list = ColumnsWithEntries(rows.View(), kept);
     KeepColumns(rows, list.get(), kept);
     m_columnCount = kept;
     count = kept; // the verdict of IsSymmetric() stays, as in SetColumnsToZero()
@@ -90,7 +90,7 @@ KVOSrvSparseMatrix* KVOSrvSparseMatrix::Symmetrized() const
     if (auto const* const half = std::get_if<HalfRows>(&m_content->rows))
         return new KVOSrvSparseMatrix(CopyOf(*half), NumberOfNonzeros());
     CompressedRows const& rows = m_content->FullRows(m_rowCount, m_columnCount);
-    Require(m_rowCount == m_columnCount && KVOSrvSparseSupport::IsSymmetric(rows.View()), "Symmetrized", "the matrix is not symmetric");
+    Require(m_rowCount == m_columnCount && EqualsTranspose(rows.View()), "Symmetrized", "the matrix is not symmetric");
     HalfRows half = UpperHalf(rows);
     int const entries = half.triangle.Entries();
     return new KVOSrvSparseMatrix(std::move(half), entries);

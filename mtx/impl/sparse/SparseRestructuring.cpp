@@ -86,7 +86,7 @@ Array<double> CopyOfDiagonal(HalfRows const& rows)
 
 } // namespace
 
-CompressedRows Transposed(CompressedRows const& matrix)
+CompressedRows TransposeOf(CompressedRows const& matrix)
 {
     KVOSrvSparseRows const rows = matrix.View();
     CompressedRows result(rows.columns, rows.rows, rows.entries);
@@ -122,12 +122,12 @@ CompressedRows Transposed(CompressedRows const& matrix)
     return result;
 }
 
-HalfRows Transposed(HalfRows const& rows)
+HalfRows TransposeOf(HalfRows const& rows)
 {
-    return {Transposed(rows.triangle), CopyOfDiagonal(rows)};
+    return {TransposeOf(rows.triangle), CopyOfDiagonal(rows)};
 }
 
-CompressedRows Permuted(CompressedRows const& rows, int const* perm)
+CompressedRows PermutationOf(CompressedRows const& rows, int const* perm)
 {
     Array<int> const newNumber = Inverse(perm, rows.rows);
     CompressedRows result(rows.rows, rows.columns, rows.Entries());
@@ -149,15 +149,15 @@ CompressedRows Permuted(CompressedRows const& rows, int const* perm)
     return result;
 }
 
-HalfRows Permuted(HalfRows const& rows, int const* perm)
+HalfRows PermutationOf(HalfRows const& rows, int const* perm)
 {
-    HalfRows result{Permuted(rows.triangle, perm), CopyOfDiagonal(rows)};
+    HalfRows result{PermutationOf(rows.triangle, perm), CopyOfDiagonal(rows)};
     for (int row = 0; row < rows.triangle.rows; ++row)
         result.diagonal[row] = rows.diagonal[perm[row]];
     return result;
 }
 
-CompressedRows RowsPermuted(CompressedRows const& rows, int const* perm)
+CompressedRows RowPermutationOf(CompressedRows const& rows, int const* perm)
 {
     Array<int> const oldRow = Inverse(perm, rows.rows);
     CompressedRows result(rows.rows, rows.columns, rows.Entries());
@@ -173,7 +173,7 @@ CompressedRows RowsPermuted(CompressedRows const& rows, int const* perm)
     return result;
 }
 
-std::unique_ptr<unsigned[]> NontrivialRows(KVOSrvSparseRows const& rows, int& count)
+std::unique_ptr<unsigned[]> RowsWithEntries(KVOSrvSparseRows const& rows, int& count)
 {
     auto list = AllocateList<unsigned>(std::min(rows.rows, rows.entries));
     int found = 0;
@@ -184,7 +184,7 @@ std::unique_ptr<unsigned[]> NontrivialRows(KVOSrvSparseRows const& rows, int& co
     return list;
 }
 
-std::unique_ptr<unsigned[]> NontrivialColumns(KVOSrvSparseRows const& rows, int& count)
+std::unique_ptr<unsigned[]> ColumnsWithEntries(KVOSrvSparseRows const& rows, int& count)
 {
     return IsWide(rows) ? SortedColumns(rows, count) : MarkedColumns(rows, count);
 }

@@ -90,7 +90,7 @@ CompressedRows Mirrored(KVOSrvSparseRows const& half)
 
 } // namespace
 
-bool IsSymmetric(KVOSrvSparseRows const& rows)
+bool EqualsTranspose(KVOSrvSparseRows const& rows)
 {
     return UpperMinusLower(rows) == 0 && MirrorsAgree(rows);
 }
