@@ -148,7 +148,7 @@ bool KVOSrvSparseMatrix::IsSymmetric() const
 {
     if (m_symmetry != Symmetry::kUnknown)
         return m_symmetry == Symmetry::kSymmetric;
-    bool const symmetric = !m_content->IsAssembled() || EqualsTranspose(View());
+    bool const symmetric = !m_content->IsAssembled() || EntriesAreSymmetric(View());
     // Deliberate: kept also where entries wait to be assembled. EndAssembly() keeps the verdict, whatever they are.
     m_symmetry = symmetric ? Symmetry::kSymmetric : Symmetry::kNot;
     return symmetric;

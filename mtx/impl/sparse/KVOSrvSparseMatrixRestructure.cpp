@@ -90,7 +90,7 @@ KVOSrvSparseMatrix* KVOSrvSparseMatrix::Symmetrized() const
     if (auto const* const half = std::get_if<HalfRows>(&m_content->rows))
         return new KVOSrvSparseMatrix(CopyOf(*half), NumberOfNonzeros());
     CompressedRows const& rows = m_content->FullRows(m_rowCount, m_columnCount);
-    Require(m_rowCount == m_columnCount && EqualsTranspose(rows.View()), "Symmetrized", "the matrix is not symmetric");
+    Require(m_rowCount == m_columnCount && EntriesAreSymmetric(rows.View()), "Symmetrized", "the matrix is not symmetric");
     HalfRows half = UpperHalf(rows);
     int const entries = half.triangle.Entries();
     return new KVOSrvSparseMatrix(std::move(half), entries);

@@ -90,7 +90,7 @@ CompressedRows Mirrored(KVOSrvSparseRows const& half)
 
 } // namespace
 
-bool EqualsTranspose(KVOSrvSparseRows const& rows)
+bool EntriesAreSymmetric(KVOSrvSparseRows const& rows)
 {
     return UpperMinusLower(rows) == 0 && MirrorsAgree(rows);
 }

@@ -7,7 +7,7 @@ namespace KVOSrvSparseSupport
 {
 
 /// What KVOSrvSparseMatrix::IsSymmetric() finds in full storage. @throws mem_OutOfMemory
-bool EqualsTranspose(KVOSrvSparseRows const& rows);
+bool EntriesAreSymmetric(KVOSrvSparseRows const& rows);
 
 /// The half storage of rows for which that is so: what lies above the diagonal, and the diagonal, 0 where it has no entry.
 HalfRows UpperHalf(CompressedRows const& rows);

@@ -7,7 +7,6 @@
 #include "MatrixWriter.h"
 #include "OutputFile.h"
 #include "Progress.h"
-#include "ScratchFolder.h"
 #include "Validators.h"
 
 #include "KVOSrvSparseMatrix.h"
@@ -99,7 +98,6 @@ void RunBrick(Options options)
     MatrixName const massName = ParseMatrixName(options.mass, options.format, false);
     RequireSeparateFiles({stiffnessName.path, massName.path}, {});
     MatrixWriter stiffnessWriter(stiffnessName), massWriter(massName);
-    ScratchFolder const scratch(ScratchFolder::FolderOf(stiffnessName.path));
 
     Progress progress("making the model");
     auto const& n = options.elements;

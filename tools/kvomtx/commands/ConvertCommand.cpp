@@ -4,7 +4,6 @@
 #include "MatrixReader.h"
 #include "MatrixWriter.h"
 #include "OutputFile.h"
-#include "ScratchFolder.h"
 
 #include "KVOFsmSystemDofDefinition.h"
 #include "KVOSrvSparseMatrix.h"
@@ -63,7 +62,6 @@ void RunConvert(Options const& options)
     if (!options.nodes.empty())
         dofs = ReadNodes(options.nodes);
     MatrixWriter writer(output, dofs ? &*dofs : nullptr, options.checksums);
-    ScratchFolder const scratch(ScratchFolder::FolderOf(output.path));
     auto const matrix = ReadMatrix(input);
     writer.Prepare(*matrix);
     writer.Commit();

@@ -6,7 +6,6 @@
 #include "MatrixReader.h"
 #include "MatrixWriter.h"
 #include "Progress.h"
-#include "ScratchFolder.h"
 
 #include "KVOSimCSet.h"
 #include "KVOSrvDenseMatrix.h"
@@ -185,7 +184,6 @@ void RunExport(std::string const& path, std::string const& id, std::string const
     }
     if (!dense) {
         MatrixWriter writer(target);
-        ScratchFolder const scratch(ScratchFolder::FolderOf(target.path));
         writer.Prepare(*ReadMatrix(source));
         writer.Commit();
     }

@@ -2,10 +2,11 @@
 
 #include "Database.h"
 #include "Errors.h"
+#include "FullMatrix.h"
 #include "MatrixName.h"
 #include "MatrixReader.h"
 #include "Progress.h"
-#include "SparseStructure.h"
+#include "Symmetry.h"
 
 #include "KVOSrvDenseMatrix.h"
 #include "KVOSrvMatrix.h"
@@ -152,10 +153,11 @@ MatrixFacts ExamineDense(KVOSrvDenseMatrix const& matrix, std::string const& pat
 
 MatrixFacts ExamineSparse(MatrixName const& name)
 {
-    SparseStructure const structure(*ReadMatrix(name));
-    Tally tally(structure.Rows(), structure.Columns());
-    structure.ForEach([&](int row, int column, double value) { tally.Add(row, column, value); });
-    return tally.Finish(DescribeFormat(name.format), structure.Rows() == structure.Columns() ? FindAsymmetry(structure).largest : 0.0);
+    FullMatrix const matrix(ReadMatrix(name));
+    KVOSrvSparseRows const rows = matrix.Rows();
+    Tally tally(rows.rows, rows.columns);
+    ForEachEntry(rows, [&](int row, int column, double value) { tally.Add(row, column, value); });
+    return tally.Finish(DescribeFormat(name.format), rows.rows == rows.columns ? FindAsymmetry(rows).largest : 0.0);
 }
 
 } // namespace

@@ -3,15 +3,15 @@
 #include "ConvergencePicture.h"
 #include "Database.h"
 #include "Errors.h"
+#include "FullMatrix.h"
 #include "MatrixName.h"
 #include "MatrixReader.h"
 #include "ModesReport.h"
 #include "Progress.h"
 #include "ProviderMemory.h"
 #include "ScratchFolder.h"
-#include "SparseStructure.h"
 #include "SubspaceIteration.h"
-#include "SymmetricStorage.h"
+#include "Symmetry.h"
 #include "Validators.h"
 
 #include "KVOSimCSet.h"
@@ -61,23 +61,29 @@ std::string DefaultOutput(std::string const& stiffness)
     return std::filesystem::path(stiffness).stem().string() + "-modes.sim";
 }
 
-/// A stiffness or mass matrix as it stands in the output database, read back from there in half storage.
+std::unique_ptr<KVOSrvSparseMatrix> ReadSymmetric(MatrixName const& name)
+{
+    FullMatrix const matrix(ReadMatrix(name));
+    RequireSymmetric(matrix.Rows(), name.text);
+    return SymmetricPart(matrix.Rows());
+}
+
+/// A stiffness or mass matrix in half storage, which goes into the output database too.
 std::unique_ptr<KVOSrvSparseMatrix> TakeMatrix(MatrixName const& name, OutputDatabase& database, int type, KVOSimCSetID& unknowns,
                                                bool checksums)
 {
-    std::unique_ptr<SparseStructure> structure;
-    structure = std::make_unique<SparseStructure>(*ReadMatrix(name));
-    RequireSymmetric(*structure, name.text);
-    if (structure->Rows() == 0)
+    auto matrix = ReadSymmetric(name);
+    int const order = matrix->NumberOfRows();
+    if (order == 0)
         throw ToolError(ExitCode::kCannot, name.text + ": has no rows; give the matrix of a model");
     if (unknowns.IsNull())
-        unknowns = database.MakeSet(structure->Rows());
-    else if (KVOSimCSet(unknowns).Size() != structure->Rows())
-        throw ToolError(ExitCode::kCannot, name.text + ": is of order " + std::to_string(structure->Rows()) +
-                                               " and the stiffness of order " + std::to_string(KVOSimCSet(unknowns).Size()) +
+        unknowns = database.MakeSet(order);
+    else if (KVOSimCSet(unknowns).Size() != order)
+        throw ToolError(ExitCode::kCannot, name.text + ": is of order " + std::to_string(order) + " and the stiffness of order " +
+                                               std::to_string(KVOSimCSet(unknowns).Size()) +
                                                "; give the stiffness and the mass of one model");
-    KVOSimPosition position(database.Context());
-    return std::make_unique<KVOSrvSparseMatrix>(StoreHalf(*structure, position, type, unknowns, unknowns, checksums));
+    database.StoreSparse(*matrix, type, unknowns, unknowns, checksums);
+    return matrix;
 }
 
 void StoreModes(SubspaceResult const& result, OutputDatabase& database, KVOSimCSetID const& unknowns, bool checksums)

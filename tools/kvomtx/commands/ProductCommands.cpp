@@ -2,13 +2,13 @@
 
 #include "DenseOperand.h"
 #include "Errors.h"
+#include "FullMatrix.h"
 #include "Interrupt.h"
 #include "MatrixName.h"
 #include "MatrixReader.h"
 #include "Progress.h"
 #include "ProviderMemory.h"
 #include "ScratchFolder.h"
-#include "SparseStructure.h"
 #include "Validators.h"
 
 #include "KVOSrvSparseMatrix.h"
@@ -132,7 +132,7 @@ void RunSparseTimesDense(Options const& options)
         throw ToolError(ExitCode::kCannot, options.left + ": has no rows; there is nothing to multiply");
     auto const product = MakeProduct(database, rate.rows, rate.columns, options.checksums);
     rate.seconds = FastestOf(options.repeat, [&] { sparse->MultiplyDense(dense.Matrix(), *product, options.transpose); });
-    rate.operations = 2.0 * static_cast<double>(SparseStructure(*sparse).Entries()) * rate.columns;
+    rate.operations = 2.0 * static_cast<double>(FullMatrix(*sparse).Rows().entries) * rate.columns;
     rate.bytes = Bytes(dense.Matrix()) + Bytes(*product);
     database.Commit();
     Print(options, rate);

@@ -2,10 +2,10 @@
 
 #include "Canvas.h"
 #include "Errors.h"
+#include "FullMatrix.h"
 #include "MatrixName.h"
 #include "MatrixReader.h"
 #include "OutputFile.h"
-#include "SparseStructure.h"
 
 #include "KVOSrvSparseMatrix.h"
 
@@ -34,12 +34,12 @@ constexpr int kMargin = 50;
 class Raster
 {
 public:
-    Raster(SparseStructure const& matrix, int width, int height)
-        : m_rows(std::max(1, matrix.Rows())), m_columns(std::max(1, matrix.Columns())), m_width(width), m_height(height),
+    Raster(KVOSrvSparseRows const& matrix, int width, int height)
+        : m_rows(std::max(1, matrix.rows)), m_columns(std::max(1, matrix.columns)), m_width(width), m_height(height),
           m_counts(static_cast<std::size_t>(width) * static_cast<std::size_t>(height))
     {
-        matrix.ForEach(
-            [&](int row, int column, double) { ++m_counts[Place(Scaled(column, m_columns, width), Scaled(row, m_rows, height))]; });
+        ForEachEntry(
+            matrix, [&](int row, int column, double) { ++m_counts[Place(Scaled(column, m_columns, width), Scaled(row, m_rows, height))]; });
     }
 
     /// 0 without an entry, 1 when every place has one; logarithmic between, from a share that can be seen.
@@ -74,27 +74,27 @@ Colour Shade(double darkness)
 }
 
 // Pixels of the longer side; the shorter one in proportion, but wide enough to see.
-std::pair<int, int> PictureSize(SparseStructure const& matrix, int pixels)
+std::pair<int, int> PictureSize(KVOSrvSparseRows const& matrix, int pixels)
 {
-    double const rows = std::max(1, matrix.Rows()), columns = std::max(1, matrix.Columns()), longer = std::max(rows, columns);
+    double const rows = std::max(1, matrix.rows), columns = std::max(1, matrix.columns), longer = std::max(rows, columns);
     constexpr int kNarrowest = 16;
     auto const scaled = [&](double size) { return std::max(kNarrowest, static_cast<int>(std::lround(size / longer * pixels))); };
     return {scaled(columns), scaled(rows)};
 }
 
-void DrawSmall(Canvas& canvas, SparseStructure const& matrix, int width, int height)
+void DrawSmall(Canvas& canvas, KVOSrvSparseRows const& matrix, int width, int height)
 {
-    matrix.ForEach([&](int row, int column, double) {
-        auto const left = static_cast<int>(std::int64_t{column} * width / matrix.Columns());
-        auto const right = static_cast<int>((std::int64_t{column} + 1) * width / matrix.Columns());
-        auto const top = static_cast<int>(std::int64_t{row} * height / matrix.Rows());
-        auto const bottom = static_cast<int>((std::int64_t{row} + 1) * height / matrix.Rows());
+    ForEachEntry(matrix, [&](int row, int column, double) {
+        auto const left = static_cast<int>(std::int64_t{column} * width / matrix.columns);
+        auto const right = static_cast<int>((std::int64_t{column} + 1) * width / matrix.columns);
+        auto const top = static_cast<int>(std::int64_t{row} * height / matrix.rows);
+        auto const bottom = static_cast<int>((std::int64_t{row} + 1) * height / matrix.rows);
         int const gap = std::min(right - left, bottom - top) > 4 ? 1 : 0; // neighbours can be told apart
         canvas.Fill(kMargin + left, kMargin + top, right - left - gap, bottom - top - gap, kInk);
     });
 }
 
-void DrawLarge(Canvas& canvas, SparseStructure const& matrix, int width, int height)
+void DrawLarge(Canvas& canvas, KVOSrvSparseRows const& matrix, int width, int height)
 {
     Raster const raster(matrix, width, height);
     for (int y = 0; y < height; ++y)
@@ -102,13 +102,13 @@ void DrawLarge(Canvas& canvas, SparseStructure const& matrix, int width, int hei
             canvas.Set(kMargin + x, kMargin + y, Shade(raster.Darkness(x, y)));
 }
 
-void Draw(SparseStructure const& matrix, int pixels, OutputFile const& file)
+void Draw(KVOSrvSparseRows const& matrix, int pixels, OutputFile const& file)
 {
     auto const [width, height] = PictureSize(matrix, pixels);
     std::string const title =
-        std::to_string(matrix.Rows()) + " X " + std::to_string(matrix.Columns()) + ", " + std::to_string(matrix.Entries()) + " ENTRIES";
+        std::to_string(matrix.rows) + " X " + std::to_string(matrix.columns) + ", " + std::to_string(matrix.entries) + " ENTRIES";
     Canvas canvas(std::max(width, Canvas::TextWidth(title)) + 2 * kMargin, height + 2 * kMargin);
-    if (matrix.Rows() <= height && matrix.Columns() <= width)
+    if (matrix.rows <= height && matrix.columns <= width)
         DrawSmall(canvas, matrix, width, height);
     else
         DrawLarge(canvas, matrix, width, height);
@@ -140,10 +140,10 @@ void AddSpyCommand(CLI::App& app, Command& chosen)
         MatrixName const name = ParseMatrixName(options->file, options->format, true);
         RequireSeparateFiles({options->output}, {name.path});
         OutputFile file(options->output);
-        SparseStructure const matrix(*ReadMatrix(name));
+        FullMatrix const full(ReadMatrix(name));
+        KVOSrvSparseRows const matrix = full.Rows();
         Draw(matrix, options->pixels, file);
         file.Commit();
-        std::printf("%s: %d x %d, %lld entries\n", options->output.c_str(), matrix.Rows(), matrix.Columns(),
-                    static_cast<long long>(matrix.Entries()));
+        std::printf("%s: %d x %d, %d entries\n", options->output.c_str(), matrix.rows, matrix.columns, matrix.entries);
     });
 }

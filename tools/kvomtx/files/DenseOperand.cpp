@@ -1,9 +1,9 @@
 #include "DenseOperand.h"
 
 #include "Errors.h"
+#include "FullMatrix.h"
 #include "MatrixName.h"
 #include "MatrixReader.h"
-#include "SparseStructure.h"
 
 #include "KVOSimException.h"
 #include "KVOSimPosition.h"
@@ -23,19 +23,20 @@ namespace
 constexpr int kChunkRows = 4096;
 constexpr int kChunkColumns = 256;
 
-std::unique_ptr<KVOSrvDenseMatrix> FillScratch(SparseStructure const& matrix, std::string const& name)
+std::unique_ptr<KVOSrvDenseMatrix> FillScratch(FullMatrix const& full, std::string const& name)
 {
-    if (matrix.Rows() == 0 || matrix.Columns() == 0)
+    KVOSrvSparseRows const matrix = full.Rows();
+    if (matrix.rows == 0 || matrix.columns == 0)
         throw ToolError(ExitCode::kCannot, name + ": has no rows or no columns; there is nothing to multiply");
-    auto dense = std::make_unique<KVOSrvScratchDenseMatrix>(matrix.Rows(), matrix.Columns(), kChunkRows, kChunkColumns);
+    auto dense = std::make_unique<KVOSrvScratchDenseMatrix>(matrix.rows, matrix.columns, kChunkRows, kChunkColumns);
     // Block row by block row, so that one slab is all that is held.
     for (int block = 0; block < dense->NumberOfRowBlocks(); ++block) {
         int const first = dense->FirstRowInBlock(block), count = dense->NumberOfRowsInBlock(block);
-        KVOSrvMatrix slab(count, matrix.Columns(), nullptr, false, false);
+        KVOSrvMatrix slab(count, matrix.columns, nullptr, false, false);
         slab = 0.0;
         for (int row = first; row < first + count; ++row)
-            for (std::size_t k = matrix.Start(row); k < matrix.Start(row + 1); ++k)
-                slab.Values()[(row - first) + std::ptrdiff_t{matrix.Column(k)} * count] += matrix.Value(k);
+            for (unsigned k = matrix.rowStart[row]; k < matrix.rowStart[row + 1]; ++k)
+                slab.Values()[(row - first) + std::ptrdiff_t{matrix.columnIndices[k]} * count] += matrix.values[k];
         dense->SetRows(first, first + count - 1, slab);
     }
     return dense;
@@ -47,14 +48,14 @@ DenseOperand::DenseOperand(std::string const& text, std::string const& format)
 {
     MatrixName const name = ParseMatrixName(text, format, true);
     if (name.format != MatrixFormat::kDatabase) {
-        m_matrix = FillScratch(SparseStructure(*ReadMatrix(name)), text);
+        m_matrix = FillScratch(FullMatrix(ReadMatrix(name)), text);
         return;
     }
     m_database = std::make_unique<InputDatabase>(name.path);
     KVOSimDistributionID const id = m_database->Find(name, MatrixKind::kDense);
     try {
         if (KVOSrvUtilities::IsSparseMatrix(KVOSimDistribution(id)))
-            m_matrix = FillScratch(SparseStructure(KVOSrvSparseMatrix(id)), text);
+            m_matrix = FillScratch(FullMatrix(std::make_unique<KVOSrvSparseMatrix>(id)), text);
         else
             m_matrix = std::make_unique<KVOSrvDenseMatrix>(id);
     } catch (KVOSrvMtxIllegalInput const&) {

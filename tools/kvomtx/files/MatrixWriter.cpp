@@ -2,18 +2,19 @@
 
 #include "Database.h"
 #include "Errors.h"
+#include "FullMatrix.h"
 #include "Interrupt.h"
 #include "OutputFile.h"
 #include "Progress.h"
-#include "SparseStructure.h"
-#include "SymmetricStorage.h"
+#include "SparseArrays.h"
+#include "Symmetry.h"
 
 #include "KVOFsmSystemDofDefinition.h"
-#include "KVOSimPosition.h"
 #include "KVOSrvMtxExceptions.h"
 #include "KVOSrvSparseMatrix.h"
 
 #include <algorithm>
+#include <cstdint>
 
 namespace
 {
@@ -37,30 +38,24 @@ void RequireWritable(MatrixName const& name, KVOFsmSystemDofDefinition const* do
     }
 }
 
-// The same matrix in full storage: of half storage some formats take the stored triangle only.
-// @param cornered  with an entry in the last row and one in the last column: a 0 where there are none
-std::unique_ptr<KVOSrvSparseMatrix> MakeFull(KVOSrvSparseMatrix const& matrix, bool cornered)
+// Text triplets have no other size than that of their largest indices.
+bool ReachesItsCorner(KVOSrvSparseRows const& rows)
 {
-    auto full = std::make_unique<KVOSrvSparseMatrix>(matrix.NumberOfRows(), matrix.NumberOfColumns());
-    int count = 0;
-    std::unique_ptr<KVOSrvSparseMatrixEntry[]> const entries(matrix.GetEntries(count));
-    unsigned rows = 0, columns = 0; // up to the last one with an entry
-    full->BeginAssembly();
-    for (std::size_t k = 0; k < static_cast<std::size_t>(count); ++k) {
-        full->AddData(entries[k].row, entries[k].column, entries[k].value);
-        rows = std::max(rows, entries[k].row + 1);
-        columns = std::max(columns, entries[k].column + 1);
-    }
-    auto const allRows = static_cast<unsigned>(matrix.NumberOfRows()), allColumns = static_cast<unsigned>(matrix.NumberOfColumns());
-    if (cornered && (rows < allRows || columns < allColumns))
-        full->AddData(allRows - 1, allColumns - 1, 0.0);
-    full->EndAssembly();
-    return full;
+    bool lastColumn = rows.columns == 0;
+    for (int k = 0; k < rows.entries && !lastColumn; ++k)
+        lastColumn = rows.columnIndices[k] == rows.columns - 1;
+    return lastColumn && (rows.rows == 0 || rows.rowStart[rows.rows] > rows.rowStart[rows.rows - 1]);
 }
 
-bool EqualsItsTranspose(SparseStructure const& matrix)
+// The same with a 0 at the last place.
+std::unique_ptr<KVOSrvSparseMatrix> WithCorner(KVOSrvSparseRows const& rows)
 {
-    return matrix.Rows() == matrix.Columns() && FindAsymmetry(matrix).largest == 0.0;
+    SparseArrays arrays(rows.rows, rows.columns, std::int64_t{rows.entries} + 1, false);
+    std::copy_n(rows.rowStart, rows.rows, arrays.rowStart.get());
+    arrays.rowStart[rows.rows] = static_cast<unsigned>(rows.entries) + 1;
+    *std::copy_n(rows.columnIndices, rows.entries, arrays.columnIndices.get()) = rows.columns - 1;
+    *std::copy_n(rows.values, rows.entries, arrays.values.get()) = 0.0;
+    return arrays.Matrix();
 }
 
 } // namespace
@@ -95,7 +90,7 @@ void MatrixWriter::Prepare(KVOSrvSparseMatrix const& matrix)
     else if (m_name.format == MatrixFormat::kChunks)
         ExportHalf(matrix);
     else
-        Export(*MakeFull(matrix, m_name.format == MatrixFormat::kTriplets));
+        ExportFull(FullMatrix(matrix));
     CheckInterrupt();
 }
 
@@ -118,26 +113,31 @@ void MatrixWriter::Export(KVOSrvSparseMatrix const& matrix) const
     }
 }
 
+// Of half storage some formats take the stored triangle only.
+void MatrixWriter::ExportFull(FullMatrix const& matrix) const
+{
+    if (m_name.format == MatrixFormat::kTriplets && !ReachesItsCorner(matrix.Rows()))
+        Export(*WithCorner(matrix.Rows()));
+    else
+        Export(matrix.Matrix());
+}
+
 void MatrixWriter::ExportHalf(KVOSrvSparseMatrix const& matrix) const
 {
-    try {
-        Export(matrix);
-    } catch (KVOSrvMtxNoUnsymmetric const&) { // in full storage
-        SparseStructure const structure(matrix);
-        RequireSymmetric(structure, m_name.text + ": " + DescribeFormat(m_name.format) + " holds symmetric matrices only; the input");
-        Export(*MakeHalfStored(structure));
-    }
+    if (matrix.Rows().diagonal != nullptr)
+        return Export(matrix);
+    RequireSymmetric(matrix.Rows(), m_name.text + ": " + DescribeFormat(m_name.format) + " holds symmetric matrices only; the input");
+    Export(*SymmetricPart(matrix.Rows()));
 }
 
 void MatrixWriter::Store(KVOSrvSparseMatrix const& matrix)
 {
-    SparseStructure const structure(matrix);
-    KVOSimCSetID const rows = m_database->MakeSet(structure.Rows());
-    if (EqualsItsTranspose(structure)) {
-        KVOSimPosition position(m_database->Context());
-        StoreHalf(structure, position, kMatrixType, rows, rows, m_checksums);
-    } else {
-        m_database->StoreSparse(matrix, kMatrixType, rows, m_database->MakeSet(structure.Columns()), m_checksums);
-    }
+    FullMatrix const full(matrix);
+    KVOSrvSparseRows const entries = full.Rows();
+    KVOSimCSetID const rows = m_database->MakeSet(entries.rows);
+    if (EqualsItsTranspose(entries))
+        m_database->StoreSparse(*SymmetricPart(entries), kMatrixType, rows, rows, m_checksums);
+    else
+        m_database->StoreSparse(matrix, kMatrixType, rows, m_database->MakeSet(entries.columns), m_checksums);
     m_database->Finish();
 }

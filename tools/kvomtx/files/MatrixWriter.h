@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+class FullMatrix;
 class KVOFsmSystemDofDefinition;
 class KVOSrvSparseMatrix;
 class OutputDatabase;
@@ -24,13 +25,14 @@ public:
 
     /// Writes all of the matrix, whatever its storage, under a temporary name. A matrix that equals its transpose is written as a symmetric
     /// one where the format knows such. Text triplets get a 0 at the last place where there is no entry in the last row or column, as their
-    /// size is that of their largest indices. Format 6 needs the library's folder for scratch files (ScratchFolder).
+    /// size is that of their largest indices.
     /// @throws ToolError kCannot when the format cannot hold this matrix
     void Prepare(KVOSrvSparseMatrix const& matrix);
     void Commit();
 
 private:
     void Export(KVOSrvSparseMatrix const& matrix) const;
+    void ExportFull(FullMatrix const& matrix) const;
     void ExportHalf(KVOSrvSparseMatrix const& matrix) const;
     void Store(KVOSrvSparseMatrix const& matrix);
 

@@ -1,17 +1,14 @@
-#include "SymmetricStorage.h"
+#include "Symmetry.h"
 
 #include "Errors.h"
-#include "SparseStructure.h"
+#include "FullMatrix.h"
+#include "SparseArrays.h"
 
-#include "KVOSimCollection.h"
-#include "KVOSimPosition.h"
-#include "KVOSimTransfer.h"
-#include "KVOSrvSimFileHandle.h"
-#include "KVOSrvSparseMatrix.h"
-#include "KVOSrvUtilities.h"
-
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <limits>
 #include <vector>
 
 namespace
@@ -37,54 +34,57 @@ double Mean(double a, double b)
     return a == b ? a : 0.5 * a + 0.5 * b;
 }
 
-/// The arrays of a symmetric drawer.
-struct Half {
-    explicit Half(SparseStructure const& matrix) : diagonal(static_cast<std::size_t>(matrix.Rows()))
-    {
-        rowStart.push_back(0);
-        // The mean of the triangles: a computed matrix may differ from its transpose by rounding.
-        std::vector<std::size_t> next;
-        for (int row = 0; row < matrix.Rows(); ++row)
-            next.push_back(matrix.Start(row));
-        for (int row = 0; row < matrix.Rows(); ++row) {
-            for (std::size_t k = matrix.Start(row); k < matrix.Start(row + 1); ++k) {
-                int const column = matrix.Column(k);
-                if (column == row)
-                    diagonal[static_cast<std::size_t>(row)] = matrix.Value(k);
-                if (column <= row)
-                    continue;
-                // Rows ascend, so the mirror stands in front of the lower part of row `column` that is left.
-                std::size_t& mirror = next[static_cast<std::size_t>(column)];
-                while (mirror < matrix.Start(column + 1) && matrix.Column(mirror) < row)
-                    ++mirror;
-                bool const both = mirror < matrix.Start(column + 1) && matrix.Column(mirror) == row;
-                columnIndices.push_back(column);
-                values.push_back(both ? Mean(matrix.Value(k), matrix.Value(mirror)) : matrix.Value(k));
-            }
-            rowStart.push_back(static_cast<unsigned>(values.size()));
-        }
-    }
-
-    std::vector<unsigned> rowStart;
-    std::vector<int> columnIndices;
-    std::vector<double> values;
-    std::vector<double> diagonal;
-};
-
-template<class T>
-void SetBuffer(KVOSimTransfer& transfer, int slot, std::vector<T> const& items)
-{
-    transfer.SetBuffer(slot, static_cast<void const*>(items.data()), items.size() * sizeof(T));
-}
-
 } // namespace
 
-void RequireSymmetric(SparseStructure const& matrix, std::string const& name)
+Asymmetry FindAsymmetry(KVOSrvSparseRows const& matrix)
 {
-    if (matrix.Rows() != matrix.Columns())
-        throw ToolError(ExitCode::kCannot, name + " is no square matrix (" + std::to_string(matrix.Rows()) + " x " +
-                                               std::to_string(matrix.Columns()) + "); give a symmetric one");
-    matrix.ForEach([&](int row, int column, double value) {
+    double scale = 0.0;
+    ForEachEntry(matrix, [&](int, int, double value) { scale = std::isfinite(value) ? std::max(scale, std::fabs(value)) : scale; });
+    Asymmetry found;
+    double worst = 0.0;
+    auto const compare = [&](int row, int column, double value, double mirror) {
+        double const difference = value == mirror ? 0.0 : std::fabs(value - mirror); // of equal infinities, too
+        if (difference <= worst)
+            return;
+        worst = std::isnan(difference) ? std::numeric_limits<double>::infinity() : difference;
+        found = {scale > 0.0 ? worst / scale : worst, row, column, value, mirror};
+    };
+
+    // Rows ascend, so each row of the upper triangle is met from the left to the right by the columns of the lower one.
+    std::vector<unsigned> next(static_cast<std::size_t>(matrix.rows));
+    auto const skipUpper = [&](int row, int column) { // entries of the upper triangle without one below
+        unsigned& k = next[static_cast<std::size_t>(row)];
+        for (; k < matrix.rowStart[row + 1] && matrix.columnIndices[k] < column; ++k)
+            compare(row, matrix.columnIndices[k], matrix.values[k], 0.0);
+        return k < matrix.rowStart[row + 1] && matrix.columnIndices[k] == column;
+    };
+    for (int row = 0; row < matrix.rows; ++row) {
+        unsigned k = matrix.rowStart[row];
+        for (; k < matrix.rowStart[row + 1] && matrix.columnIndices[k] < row; ++k) {
+            bool const both = skipUpper(matrix.columnIndices[k], row);
+            compare(row, matrix.columnIndices[k], matrix.values[k],
+                    both ? matrix.values[next[static_cast<std::size_t>(matrix.columnIndices[k])]++] : 0.0);
+        }
+        for (; k < matrix.rowStart[row + 1] && matrix.columnIndices[k] == row; ++k)
+            compare(row, row, matrix.values[k], matrix.values[k]); // a NaN there is worth telling
+        next[static_cast<std::size_t>(row)] = k;
+    }
+    for (int row = 0; row < matrix.rows; ++row)
+        skipUpper(row, matrix.rows);
+    return found;
+}
+
+bool EqualsItsTranspose(KVOSrvSparseRows const& matrix)
+{
+    return matrix.rows == matrix.columns && FindAsymmetry(matrix).largest == 0.0;
+}
+
+void RequireSymmetric(KVOSrvSparseRows const& matrix, std::string const& name)
+{
+    if (matrix.rows != matrix.columns)
+        throw ToolError(ExitCode::kCannot, name + " is no square matrix (" + std::to_string(matrix.rows) + " x " +
+                                               std::to_string(matrix.columns) + "); give a symmetric one");
+    ForEachEntry(matrix, [&](int row, int column, double value) {
         if (!std::isfinite(value))
             throw ToolError(ExitCode::kCannot, name + " holds " + Number(value) + " at " + Place(row, column) +
                                                    "; the program that wrote the matrix has failed there");
@@ -96,39 +96,30 @@ void RequireSymmetric(SparseStructure const& matrix, std::string const& name)
                                                Number(worst.mirror) + "; a symmetric matrix is needed here");
 }
 
-KVOSimDistributionID StoreHalf(SparseStructure const& matrix, KVOSimPosition& position, int type, KVOSimCSetID const& rows,
-                               KVOSimCSetID const& columns, bool checksums)
+std::unique_ptr<KVOSrvSparseMatrix> SymmetricPart(KVOSrvSparseRows const& matrix)
 {
-    Half const half(matrix);
-    KVOSimDistributionID const id = KVOSrvUtilities::CreateSparseDistribution(position, type, rows, columns);
-    KVOSimTransfer transfer{KVOSimDistribution(id)};
-    KVOSimSerializationType symmetric;
-    symmetric.SetSparseSym();
-    transfer.SetMakeNewDrawer();
-    transfer.SetWrite();
-    transfer.SetBufferPadding(0);
-    transfer.SetSparseNNonzero(static_cast<std::int64_t>(half.values.size()));
-    transfer.SetDim(0, rows);
-    transfer.SetDim(1, columns);
-    transfer.SetSerialization(symmetric);
-    if (checksums)
-        transfer.SetValueChecksums();
-    transfer.CheckView();
-    SetBuffer(transfer, 0, half.values);
-    SetBuffer(transfer, 1, half.columnIndices);
-    SetBuffer(transfer, 2, half.rowStart);
-    SetBuffer(transfer, 3, half.diagonal);
-    transfer.ExecWrite();
-    transfer.RelinquishBuffers();
-    return id;
-}
-
-std::unique_ptr<KVOSrvSparseMatrix> MakeHalfStored(SparseStructure const& matrix)
-{
-    KVOSrvSimFileHandle scratch;
-    scratch.Associate(cow_String((std::string(KVOSrvUtilities::GetTempDirectory().c_str()) + "/half.sim").c_str()));
-    KVOSimContext context(scratch.ContextID());
-    KVOSimPosition position(context);
-    KVOSimCSetID const set = KVOSimCollection(context.CreateCollection(matrix.Rows())).BiggestCSetID();
-    return std::make_unique<KVOSrvSparseMatrix>(StoreHalf(matrix, position, -1, set, set, false));
+    std::int64_t entries = 0;
+    ForEachEntry(matrix, [&](int row, int column, double) { entries += column > row; });
+    SparseArrays half(matrix.rows, matrix.rows, entries, true);
+    std::vector<unsigned> next(matrix.rowStart, matrix.rowStart + matrix.rows);
+    unsigned end = half.rowStart[0] = 0;
+    for (int row = 0; row < matrix.rows; ++row) {
+        half.diagonal[row] = 0.0;
+        for (unsigned k = matrix.rowStart[row]; k < matrix.rowStart[row + 1]; ++k) {
+            int const column = matrix.columnIndices[k];
+            if (column == row)
+                half.diagonal[row] = matrix.values[k];
+            if (column <= row)
+                continue;
+            // Rows ascend, so the mirror stands in front of the lower part of row `column` that is left.
+            unsigned& mirror = next[static_cast<std::size_t>(column)];
+            while (mirror < matrix.rowStart[column + 1] && matrix.columnIndices[mirror] < row)
+                ++mirror;
+            bool const both = mirror < matrix.rowStart[column + 1] && matrix.columnIndices[mirror] == row;
+            half.columnIndices[end] = column;
+            half.values[end++] = both ? Mean(matrix.values[k], matrix.values[mirror]) : matrix.values[k];
+        }
+        half.rowStart[row + 1] = end;
+    }
+    return half.Matrix();
 }

@@ -1,27 +1,34 @@
 #pragma once
 
+#include "KVOSrvSparseRows.h"
+
 #include <memory>
 #include <string>
 
-class KVOSimCSetID;
-class KVOSimDistributionID;
-class KVOSimPosition;
 class KVOSrvSparseMatrix;
-class SparseStructure;
 
 /// Differences between a matrix and its transpose up to this share of its largest entry are rounding of the program that wrote it.
 constexpr double kSymmetryTolerance = 1e-12;
 
-/// The matrix of order n is symmetric up to rounding and free of infinities and NaN.
+/// How far a matrix is from its transpose.
+struct Asymmetry {
+    double largest = 0.0; ///< |a(i, j) - a(j, i)| over the largest finite entry in size; infinite where a value is no number
+    int row = 0;          ///< where that is
+    int column = 0;
+    double value = 0.0;  ///< a(row, column)
+    double mirror = 0.0; ///< a(column, row)
+};
+
+/// @param matrix  square, in full
+Asymmetry FindAsymmetry(KVOSrvSparseRows const& matrix);
+
+/// Whether a matrix in full equals its transpose, places without an entry being 0.
+bool EqualsItsTranspose(KVOSrvSparseRows const& matrix);
+
+/// The matrix, in full, is symmetric up to rounding and free of infinities and NaN.
 /// @param name  of the matrix, for the message
 /// @throws ToolError kCannot with the place
-void RequireSymmetric(SparseStructure const& matrix, std::string const& name);
+void RequireSymmetric(KVOSrvSparseRows const& matrix, std::string const& name);
 
-/// Stores a symmetric matrix as a half-stored one: the mean of its triangles, the upper one kept. The library assembles in full storage
-/// only; this is the way from there to half storage.
-/// @param type  kept with the distribution  @param checksums  of its values
-KVOSimDistributionID StoreHalf(SparseStructure const& matrix, KVOSimPosition& position, int type, KVOSimCSetID const& rows,
-                               KVOSimCSetID const& columns, bool checksums);
-
-/// The same matrix in half storage, by way of a scratch database in the library's folder for such.
-std::unique_ptr<KVOSrvSparseMatrix> MakeHalfStored(SparseStructure const& matrix);
+/// A matrix that is symmetric up to rounding, given in full, in half storage: the mean of its triangles, the upper one kept.
+std::unique_ptr<KVOSrvSparseMatrix> SymmetricPart(KVOSrvSparseRows const& matrix);

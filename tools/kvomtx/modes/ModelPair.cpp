@@ -1,15 +1,12 @@
 #include "ModelPair.h"
 
+#include "LowerEntries.h"
 #include "SubspaceIteration.h"
-
-#include "KVOSrvSparseMatrix.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <limits>
-#include <memory>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -19,33 +16,25 @@ namespace
 // Files hold as few as six digits: a minor of two rows that is negative by no more than their rounding is let through.
 constexpr double kDigitsOfFiles = 1e-5;
 
-struct EntryList {
-    explicit EntryList(KVOSrvSparseMatrix const& matrix) : list(matrix.GetEntries(count)) {}
-
-    std::span<KVOSrvSparseMatrixEntry const> All() const { return {list.get(), static_cast<std::size_t>(count)}; }
-
-    int count = 0;
-    std::unique_ptr<KVOSrvSparseMatrixEntry[]> list;
-};
-
-std::vector<double> Diagonal(EntryList const& entries, int order)
+std::vector<double> Diagonal(KVOSrvSparseMatrix const& matrix)
 {
-    std::vector<double> diagonal(static_cast<std::size_t>(order));
-    for (auto const& entry : entries.All())
-        if (entry.row == entry.column)
-            diagonal[entry.row] = entry.value;
+    std::vector<double> diagonal(static_cast<std::size_t>(matrix.NumberOfRows()));
+    ForEachLowerEntry(matrix, [&](int row, int column, double value) {
+        if (row == column)
+            diagonal[static_cast<std::size_t>(row)] = value;
+    });
     return diagonal;
 }
 
 // A positive semidefinite matrix has no diagonal entry below zero and no minor of two rows, m_ii m_jj - m_ij^2.
-void RequireSemidefinite(EntryList const& mass, std::vector<double> const& diagonal)
+void RequireSemidefinite(KVOSrvSparseMatrix const& mass, std::vector<double> const& diagonal)
 {
-    for (auto const& entry : mass.All()) {
-        double const bound = std::sqrt(std::max(0.0, diagonal[entry.row])) * std::sqrt(std::max(0.0, diagonal[entry.column]));
-        if (entry.row == entry.column ? entry.value < 0.0 : std::fabs(entry.value) > (1.0 + kDigitsOfFiles) * bound)
-            throw SubspaceFailure("the mass matrix has negative eigenvalues (see row " + std::to_string(entry.row + 1) + ", column " +
-                                  std::to_string(entry.column + 1) + "); give one that is positive, or zero for massless unknowns");
-    }
+    auto const root = [&](int row) { return std::sqrt(std::max(0.0, diagonal[static_cast<std::size_t>(row)])); };
+    ForEachLowerEntry(mass, [&](int row, int column, double value) {
+        if (row == column ? value < 0.0 : std::fabs(value) > (1.0 + kDigitsOfFiles) * (root(row) * root(column)))
+            throw SubspaceFailure("the mass matrix has negative eigenvalues (see row " + std::to_string(row + 1) + ", column " +
+                                  std::to_string(column + 1) + "); give one that is positive, or zero for massless unknowns");
+    });
 }
 
 } // namespace
@@ -53,11 +42,10 @@ void RequireSemidefinite(EntryList const& mass, std::vector<double> const& diago
 ModelPair::ModelPair(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix const& mass)
 {
     int const order = stiffness.NumberOfRows();
-    EntryList const massEntries(mass);
-    massDiagonal = Diagonal(massEntries, order);
-    RequireSemidefinite(massEntries, massDiagonal);
+    massDiagonal = Diagonal(mass);
+    RequireSemidefinite(mass, massDiagonal);
 
-    std::vector<double> const k = Diagonal(EntryList(stiffness), order);
+    std::vector<double> const k = Diagonal(stiffness);
     negative = static_cast<int>(std::ranges::find_if(k, [](double entry) { return entry < 0.0; }) - k.begin()) + 1;
     if (negative > order)
         negative = 0;

@@ -1,7 +1,8 @@
 #include "StiffnessSolver.h"
 
+#include "LowerEntries.h"
+
 #include "KVOSrvMatrix.h"
-#include "KVOSrvSparseMatrix.h"
 
 #include <cholmod.h>
 
@@ -20,25 +21,15 @@ constexpr double kSmallestPivot = 1e-12;
     throw NotPositiveDefinite("the pivot of unknown " + std::to_string(row + 1) + " is not positive");
 }
 
-struct Entries {
-    explicit Entries(KVOSrvSparseMatrix const& matrix) : list(matrix.GetEntries(count)) {}
-
-    int count = 0;
-    std::unique_ptr<KVOSrvSparseMatrixEntry[]> list;
-};
-
 // The lower triangle of K + sigma M, summed by the library's assembly.
 std::unique_ptr<KVOSrvSparseMatrix> LowerTriangle(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix const& mass, double shift)
 {
     auto sum = std::make_unique<KVOSrvSparseMatrix>(stiffness.NumberOfRows(), stiffness.NumberOfRows());
     sum->BeginAssembly();
     auto const add = [&](KVOSrvSparseMatrix const& matrix, double factor) {
-        Entries const entries(matrix);
-        for (int k = 0; k < entries.count; ++k) {
-            auto const& entry = entries.list[static_cast<std::size_t>(k)];
-            if (entry.row >= entry.column)
-                sum->AddData(entry.row, entry.column, factor * entry.value);
-        }
+        ForEachLowerEntry(matrix, [&](int row, int column, double value) {
+            sum->AddData(static_cast<unsigned>(row), static_cast<unsigned>(column), factor * value);
+        });
     };
     add(stiffness, 1.0);
     if (shift != 0.0)
@@ -52,12 +43,10 @@ struct InCoreFactor {
     InCoreFactor(KVOSrvSparseMatrix const& lower, int n) : matrix(n, n, nullptr, true, false), pivots(static_cast<std::size_t>(n))
     {
         matrix = 0.0;
-        Entries const entries(lower);
-        for (int k = 0; k < entries.count; ++k) {
-            auto const& entry = entries.list[static_cast<std::size_t>(k)];
-            At(entry.row, entry.column) = entry.value;
-            At(entry.column, entry.row) = entry.value;
-        }
+        ForEachLowerEntry(lower, [&](int i, int j, double value) {
+            auto const row = static_cast<std::size_t>(i), column = static_cast<std::size_t>(j);
+            At(row, column) = At(column, row) = value;
+        });
     }
 
     double& At(std::size_t row, std::size_t column) { return matrix.Values()[row + column * pivots.size()]; }
@@ -160,31 +149,21 @@ private:
 
     void Take(KVOSrvSparseMatrix const& lower, int n)
     {
-        Entries const entries(lower);
+        // Compressed rows of the lower triangle are compressed columns of the upper one. CHOLMOD only reads them.
+        KVOSrvSparseRows const rows = lower.Rows();
         auto const order = static_cast<std::size_t>(n);
-        auto const size = static_cast<std::size_t>(entries.count);
-        // Compressed rows of the lower triangle are compressed columns of the upper one.
-        std::vector<int> start(order + 1);
-        std::vector<int> index(size);
-        std::vector<double> value(size);
         std::vector<double> diagonal(order);
-        for (std::size_t k = 0; k < size; ++k) {
-            auto const& entry = entries.list[k];
-            ++start[entry.row + 1];
-            index[k] = static_cast<int>(entry.column);
-            value[k] = entry.value;
-            if (entry.row == entry.column)
-                diagonal[entry.row] = entry.value;
-        }
-        for (std::size_t i = 0; i < order; ++i)
-            start[i + 1] += start[i];
+        ForEachLowerEntry(lower, [&](int row, int column, double value) {
+            if (row == column)
+                diagonal[static_cast<std::size_t>(row)] = value;
+        });
 
         cholmod_sparse a{};
         a.nrow = a.ncol = order;
-        a.nzmax = size;
-        a.p = start.data();
-        a.i = index.data();
-        a.x = value.data();
+        a.nzmax = static_cast<std::size_t>(rows.entries);
+        a.p = const_cast<unsigned*>(rows.rowStart);
+        a.i = const_cast<int*>(rows.columnIndices);
+        a.x = const_cast<double*>(rows.values);
         a.stype = 1;
         a.itype = CHOLMOD_INT;
         a.xtype = CHOLMOD_REAL;
