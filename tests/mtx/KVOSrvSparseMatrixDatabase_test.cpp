@@ -78,35 +78,32 @@ TEST(KVOSrvSparseMatrixDatabase, ComesBackAsItWasStored)
     EXPECT_EQ(KVOSrvSparseMatrix(KVOSimDistributionID()).NumberOfRows(), 0);
 }
 
-TEST(KVOSrvSparseMatrixDatabase, IsUnchangedByAnImportThatFails)
+TEST(KVOSrvSparseMatrixDatabase, RefusesWhatDoesNotFitAndStaysAsItWas)
 {
     TestDatabase const database;
-    KVOSimDistributionID const other = Export(*RandomOracle({9, 8, 30}, 36).Matrix(), database);
+    KVOSimCSetID const eight = database.Members(8), nine = database.Members(9), ten = database.Members(10), null;
+    auto const full = RandomOracle({9, 8, 30}, 36).Matrix(), second = RandomOracle({9, 8, 20}, 45).Matrix();
+    KVOSimDistributionID const id = Export(*full, nine, eight);
     auto const matrix = HalfStored(Half::Random(10, 20, 37));
     Content const before = ContentOf(*matrix);
     EXPECT_THROW(matrix->Import(KVOSimDistributionID()), KVOSimException);
     EXPECT_THROW(matrix->Import(database.Matrix(10, 10, -1, -1)), KVOSrvMtxIllegalInput);
-    EXPECT_THROW(matrix->Import(KVOSrvUtilities::CreateSparseDistribution(database.Members(3), database.Members(3))),
-                 KVOSrvMtxIllegalInput);
-    EXPECT_EQ(ContentOf(*matrix), before);
-    EXPECT_TRUE(matrix->IsSymmetric());
-    ExpectUnchangedWithoutMemory(*matrix, [&] { matrix->Import(other); });
-}
+    EXPECT_THROW(matrix->Import(KVOSrvUtilities::CreateSparseDistribution(ten, ten)), KVOSrvMtxIllegalInput);
+    for (auto const& sets : {std::pair(nine, ten), std::pair(ten, nine)})
+        EXPECT_THROW(Export(*matrix, sets.first, sets.second), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(Export(*full, nine, database.Members(7)), KVOSrvMtxIllegalInput);
+    EXPECT_THROW(full->Export(null, eight, id), KVOSimException);
+    EXPECT_EQ(KVOSrvSparseMatrix(Export(*full, nine, nine)).NumberOfColumns(), 9);
+    EXPECT_TRUE(ContentOf(*matrix) == before && matrix->IsSymmetric());
+    ExpectUnchangedWithoutMemory(*matrix, [&] { matrix->Import(id); });
 
-TEST(KVOSrvSparseMatrixDatabase, ReadsALaterExportByItsNumber)
-{
-    TestDatabase const database;
-    auto const first = RandomOracle({9, 8, 30}, 44).Matrix(), second = RandomOracle({9, 8, 20}, 45).Matrix();
-    KVOSimCSetID const rows = database.Members(9), columns = database.Members(8);
-    KVOSimDistributionID const id = Export(*first, rows, columns);
-    second->Export(rows, columns, id);
-    KVOSrvSparseMatrix matrix(id);
-    EXPECT_EQ(ContentOf(matrix), ContentOf(*first));
-    matrix.Import(id, 1);
+    second->Export(nine, eight, id); // a later one is read by its number
+    EXPECT_EQ(ContentOf(KVOSrvSparseMatrix(id)), ContentOf(*full));
+    matrix->Import(id, 1);
     for (int const missing : {-1, 2})
         ExpectThrows<KVOSrvMtxRefusedInput>("KVOSrvSparseMatrix::Import - Illegal input: the distribution has no such drawer.",
-                                            [&] { matrix.Import(id, missing); });
-    EXPECT_EQ(ContentOf(matrix), ContentOf(*second));
+                                            [&] { matrix->Import(id, missing); });
+    EXPECT_EQ(ContentOf(*matrix), ContentOf(*second));
 }
 
 // Written by another program. The rows of half storage keep their order, as those of a file do.
@@ -137,21 +134,8 @@ TEST(KVOSrvSparseMatrixDatabase, RefusesRowsThatDoNotAscend)
     }
     Half half(3);
     half.rows[0] = {{2, 7.0}, {1, 8.0}};
-    auto const kept = HalfStored(half);
+    auto const kept = HalfFromFile(half);
     EXPECT_EQ(ContentOf(KVOSrvSparseMatrix(Export(*kept, database))), ContentOf(*kept));
-}
-
-TEST(KVOSrvSparseMatrixDatabase, RefusesSetsThatDoNotNumberIt)
-{
-    TestDatabase const database;
-    auto const matrix = RandomOracle({9, 8, 30}, 38).Matrix();
-    auto const half = HalfStored(Half::Random(8, 9, 39));
-    KVOSimCSetID const eight = database.Members(8), nine = database.Members(9), null;
-    EXPECT_THROW(Export(*matrix, eight, eight), KVOSrvMtxIllegalInput);
-    EXPECT_THROW(Export(*matrix, nine, database.Members(7)), KVOSrvMtxIllegalInput);
-    EXPECT_THROW(Export(*half, eight, nine), KVOSrvMtxIllegalInput);
-    EXPECT_THROW(matrix->Export(null, eight, Export(*matrix, nine, eight)), KVOSimException);
-    EXPECT_EQ(KVOSrvSparseMatrix(Export(*matrix, nine, nine)).NumberOfColumns(), 9);
 }
 
 TEST(KVOSrvSparseMatrixDatabase, MultipliesStoredMatrices)

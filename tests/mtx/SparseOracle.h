@@ -84,8 +84,48 @@ inline std::vector<int> RandomPermutation(int n, unsigned seed)
     return perm;
 }
 
-/// A half-stored matrix: `half` through a file.
+/// Arrays that a matrix takes over; they stay here where it refuses them.
+struct SparseArrays {
+    template<class T>
+    using Array = std::unique_ptr<T[], mem_Deleter>;
+    template<class T>
+    static Array<T> Of(std::vector<T> const& list)
+    {
+        Array<T> array(static_cast<T*>(mem_Malloc(list.size() * sizeof(T))));
+        std::ranges::copy(list, array.get());
+        return array;
+    }
+
+    std::unique_ptr<KVOSrvSparseMatrix> Matrix(int rows, int columns)
+    {
+        auto matrix =
+            std::make_unique<KVOSrvSparseMatrix>(rows, columns, rowStart.get(), columnIndices.get(), values.get(), diagonal.get());
+        static_cast<void>((rowStart.release(), columnIndices.release(), values.release(), diagonal.release()));
+        return matrix;
+    }
+
+    Array<unsigned> rowStart;
+    Array<int> columnIndices;
+    Array<double> values, diagonal{};
+};
+
+/// A half-stored matrix.
 inline std::unique_ptr<KVOSrvSparseMatrix> HalfStored(Half const& half)
+{
+    std::vector<int> columns;
+    std::vector<double> values;
+    for (auto const& row : half.rows)
+        for (auto const& [column, value] : row) {
+            columns.push_back(column);
+            values.push_back(value);
+        }
+    return SparseArrays{SparseArrays::Of(half.RowStart()), SparseArrays::Of(columns), SparseArrays::Of(values),
+                        SparseArrays::Of(half.diagonal)}
+        .Matrix(half.Size(), half.Size());
+}
+
+/// The same through a file, where the columns of a row may stand in any order and be repeated.
+inline std::unique_ptr<KVOSrvSparseMatrix> HalfFromFile(Half const& half)
 {
     TemporaryFolder const folder;
     WriteFile(folder / "half", half.File(4));
