@@ -24,24 +24,31 @@
 namespace SimClient
 {
 
-/// A database file in a fresh folder.
+/// A database in a fresh folder.
 class DatabaseTest : public testing::Test
 {
 protected:
-    TemporaryFolder const folder{FolderWithoutDisk()};
-    std::string const path = folder / "test.sim";
-
     /// Makes the file, with one context.
-    KVOSimContextID Create(KVOSimDatabase& database) const
+    KVOSimContextID Create()
     {
         database.CreateFile(path.c_str(), 0);
         return database.CreateContext();
     }
-    void Reopen(KVOSimDatabase& database, bool readOnly = false) const
+    void Reopen(bool readOnly = false)
     {
         database.Close();
         database.OpenFile(path.c_str(), readOnly);
     }
+    /// The same object of context 0 once the file was opened again.
+    template<class ID>
+    ID Again(ID const& id) const
+    {
+        return {database.ContextID(), id.Index()};
+    }
+
+    TemporaryFolder const folder{FolderWithoutDisk()};
+    std::string const path = folder / "test.sim";
+    KVOSimDatabase database;
 };
 
 inline std::vector<int> ToVector(KVOSimArray<int> const& array)

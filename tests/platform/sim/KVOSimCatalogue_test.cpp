@@ -6,20 +6,11 @@ using namespace SimClient;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-namespace
-{
-
-class Catalogue : public DatabaseTest
-{
-protected:
-    KVOSimDatabase database;
-};
-
-} // namespace
+using Catalogue = DatabaseTest;
 
 TEST_F(Catalogue, SurvivesReopening)
 {
-    KVOSimContextID context = Create(database), second = database.CreateContext();
+    KVOSimContextID context = Create(), second = database.CreateContext();
     KVOSimCollectionID const rows = KVOSimContext(context).CreateCollection(4, 7);
     KVOSimCollectionID const columns = KVOSimContext(context).CreateCollection(3), there = KVOSimContext(second).CreateCollection(5);
     KVOSimCSetID const rowSet = MakeSet(rows, {30, 10, 20, 1000000}), other = MakeSet(there, {1});
@@ -28,7 +19,7 @@ TEST_F(Catalogue, SurvivesReopening)
 
     for (bool const readOnly : {false, true, false}) {
         SCOPED_TRACE(readOnly);
-        Reopen(database, readOnly);
+        Reopen(readOnly);
         context = database.ContextID();
         KVOSimDistributionID const id(context, matrix);
         KVOSimDrawer const drawer = Describe(id);
@@ -54,7 +45,7 @@ TEST_F(Catalogue, SurvivesReopening)
 
 TEST_F(Catalogue, FailsClearlyAfterTheDatabaseWasClosed)
 {
-    KVOSimContextID const contextID = Create(database);
+    KVOSimContextID const contextID = Create();
     KVOSimContext context(contextID);
     KVOSimCollection collection(context.CreateCollection(3));
     KVOSimCSet const set(collection.BiggestCSetID());
@@ -65,7 +56,7 @@ TEST_F(Catalogue, FailsClearlyAfterTheDatabaseWasClosed)
     transfer.SetRead();
     transfer.SetDim(0, set.ID());
     transfer.SetBuffer(0, &value, sizeof value);
-    Reopen(database); // the same path: what is stale must not come back to life
+    Reopen(); // the same path: what is stale must not come back to life
 
     KVOSimArray<KVOSimDrawer> drawers;
     std::function<void()> const calls[] = {[&] { context.CreateCollection(1); },
@@ -87,7 +78,7 @@ TEST_F(Catalogue, FailsClearlyAfterTheDatabaseWasClosed)
 
 TEST_F(Catalogue, GivesColourVariantsTheirOwnDimension)
 {
-    KVOSimContextID const context = Create(database);
+    KVOSimContextID const context = Create();
     KVOSimCollectionID const base = KVOSimContext(context).CreateCollection(2), variant = KVOSimCollection(base).CreateColorVariant(1);
     KVOSimCSetID const set = MakeSet(base, {5, 6});
 
@@ -98,8 +89,8 @@ TEST_F(Catalogue, GivesColourVariantsTheirOwnDimension)
     transfer.CheckView();
     transfer.InitializePersistentDrawer();
 
-    for (int opened = 0; opened < 2; ++opened, Reopen(database)) {
-        KVOSimDistributionID const found(database.ContextID(), id.Index());
+    for (int opened = 0; opened < 2; ++opened, Reopen()) {
+        KVOSimDistributionID const found = Again(id);
         KVOSimDrawer const drawer = Describe(found);
         EXPECT_EQ(drawer.csets[0].CollectionID().Color(), 1);
         EXPECT_EQ(drawer.csets[1].CollectionID().Color(), 0);
@@ -111,7 +102,7 @@ TEST_F(Catalogue, GivesColourVariantsTheirOwnDimension)
 
 TEST_F(Catalogue, DropsTemporaryObjectsAtTheEndUnlessAStoredDrawerUsesThem)
 {
-    KVOSimContextID const context = Create(database);
+    KVOSimContextID const context = Create();
     KVOSimCollectionID const rows = KVOSimContext(context).CreateCollection(9), columns = KVOSimContext(context).CreateCollection(2);
     int const used[] = {8, 1, 3}, unused[] = {2};
     KVOSimCSetID const usedSet = KVOSimCollection(rows).CreateTempOrderedCSet(used, 3);
@@ -131,7 +122,7 @@ TEST_F(Catalogue, DropsTemporaryObjectsAtTheEndUnlessAStoredDrawerUsesThem)
     EXPECT_EQ(Describe(temporary).csets[0], unusedSet);
     EXPECT_EQ(KVOSimContext(context).QueryDistributions().Size(), 1);
 
-    Reopen(database);
+    Reopen();
 
     KVOSimContextID const again = database.ContextID();
     EXPECT_EQ(KVOSimContext(again).QueryDistributions().Size(), 1);
@@ -144,7 +135,7 @@ TEST_F(Catalogue, RefusesWhatCannotBeAndKeepsTheRest)
 {
     KVOSimDatabase elsewhere;
     elsewhere.CreateFile((folder / "other.sim").c_str(), 0);
-    KVOSimContextID const id = Create(database), foreign = elsewhere.CreateContext();
+    KVOSimContextID const id = Create(), foreign = elsewhere.CreateContext();
     KVOSimContext context(id);
     KVOSimCollectionID const collection = context.CreateCollection(3), other = context.CreateCollection(3);
     KVOSimCSetID const set = MakeSet(other, {0, 1, 2});
@@ -177,7 +168,7 @@ TEST_F(Catalogue, RefusesWhatCannotBeAndKeepsTheRest)
     ExpectFailure("missing", [&] { KVOSimCollection(collection).CreateOrderedCSet(nullptr, 2); });
     ExpectFailure("negative", [&] { KVOSimCollection(collection).CreateOrderedCSet(nullptr, -1); });
 
-    Reopen(database);
+    Reopen();
     KVOSimContextID const again = database.ContextID();
     EXPECT_EQ(KVOSimContext(again).QueryDistributions().Size(), 2);
     EXPECT_EQ(KVOSimDistribution(KVOSimDistributionID(again, typed.Index())).Type(), 4);
@@ -186,10 +177,10 @@ TEST_F(Catalogue, RefusesWhatCannotBeAndKeepsTheRest)
 
 TEST_F(Catalogue, RefusesEveryChangeOfAReadOnlyDatabase)
 {
-    KVOSimContextID id = Create(database);
+    KVOSimContextID id = Create();
     KVOSimCollectionID collection = KVOSimContext(id).CreateCollection(3);
     int const matrix = MakeMatrix(id, {Biggest(collection)}).Index();
-    Reopen(database, true);
+    Reopen(true);
     id = database.ContextID();
     KVOSimContext context(id);
     collection = KVOSimCollectionID(id, 0);
@@ -219,7 +210,7 @@ TEST_F(Catalogue, RefusesEveryChangeOfAReadOnlyDatabase)
 
 TEST_F(Catalogue, SharesAQuarterOfTheMemoryAmongCaches)
 {
-    KVOSimContextID const context = Create(database);
+    KVOSimContextID const context = Create();
     KVOSimCollectionID const collection = KVOSimContext(context).CreateCollection(3);
     std::vector<KVOSimDistribution> distributions;
     for (int i = 0; i < 4; ++i)
@@ -249,7 +240,7 @@ TEST_F(Catalogue, SharesAQuarterOfTheMemoryAmongCaches)
 TEST_F(Catalogue, OpensOneFileAtATimeAndOnlyDatabases)
 {
     KVOSimDatabase other;
-    Create(database);
+    Create();
     ExpectFailure("open already", [&] { database.CreateFile((folder / "x.sim").c_str(), 0); });
     ExpectFailure("open already", [&] { database.OpenFile(path.c_str(), true); });
     ExpectFailure("path is empty", [&] { other.CreateFile("", 0); });

@@ -16,7 +16,7 @@ class Checksums : public DatabaseTest
 protected:
     Checksums()
     {
-        Create(database);
+        Create();
         columns = KVOSimContext(Context()).CreateCollection(2);
         rows = KVOSimContext(Context()).CreateCollection(3);
         chunked = MakeDistribution(Context(), {columns, rows}).Index();
@@ -30,16 +30,16 @@ protected:
         KVOSimTransfer arrays = sparseRows.NewDrawer(Matrix(sparse), {Biggest(rows), Biggest(columns)});
         arrays.SetValueChecksums();
         arrays.ExecWrite();
-        Again();
+        ReopenAll();
     }
 
     KVOSimContextID Context() const { return database.ContextID(); }
     KVOSimDistributionID Matrix(int index) const { return {Context(), index}; }
-    void Again()
+    void ReopenAll()
     {
-        Reopen(database);
-        columns = KVOSimCollectionID(Context(), columns.Index());
-        rows = KVOSimCollectionID(Context(), rows.Index());
+        Reopen();
+        columns = Again(columns);
+        rows = Again(rows);
     }
     void Extend(int index, int dim, KVOSimCollectionID const& collection, int count)
     {
@@ -107,7 +107,6 @@ protected:
     /// A process that is killed now leaves what the next one is told of, and no checksum that whole values don't fit.
     void ExpectHonestAfterKill() const { EXPECT_THAT(DamageIn(ReadFile(path)), testing::Each(testing::HasSubstr("were being changed"))); }
 
-    KVOSimDatabase database;
     KVOSimCollectionID columns, rows;
     int chunked = 0, contiguous = 0, sparse = 0;
     Rows const sparseRows{{1.25e99, 2.5e99}, {1, 0}, {0, 1, 1, 2}, {}};
@@ -128,7 +127,7 @@ TEST_F(Checksums, FitWhateverChangesThePlacesOfValues)
         bool const byHdf5 = round % 10 == 7;
         if (round % 10 == 7 || round % 10 == 8) {
             byHdf5 ? setenv("KVO_SIM_DATA_PATH", "hdf5", 1) : unsetenv("KVO_SIM_DATA_PATH");
-            Again();
+            ReopenAll();
         }
         KVOSimContext context(Context());
         KVOSimDistribution const open(round % 3 == 0 ? Matrix(chunked) : KVOSimDistributionID(Matrix(contiguous)));
@@ -155,7 +154,7 @@ TEST_F(Checksums, FitWhateverChangesThePlacesOfValues)
         transaction.Commit();
         EXPECT_EQ(Committed(), (std::vector{ReadAll(Matrix(chunked)), ReadAll(Matrix(contiguous))}));
         if (round % 4 == 3)
-            Again();
+            ReopenAll();
     }
     EXPECT_GT(KVOSimDistribution(Matrix(chunked)).DataSizeItems(0, 0), 2000);
 }
@@ -194,12 +193,12 @@ TEST_F(Checksums, OfPlacesEndWhenAnotherProgramWritesTheFileAnew)
         std::string const anew = folder / "anew.sim";
         ASSERT_EQ(std::system(("h5repack -S NONE '" + path + "' '" + anew + "' && mv '" + anew + "' '" + path + "'").c_str()), 0);
         database.OpenFile(path.c_str(), false);
-        columns = KVOSimCollectionID(Context(), columns.Index());
-        rows = KVOSimCollectionID(Context(), rows.Index());
+        columns = Again(columns);
+        rows = Again(rows);
         Extend(chunked, 0, columns, 5);
         WriteSomewhere(random);
         MakeMatrix(Context(), {Biggest(rows)});
-        Again();
+        ReopenAll();
         EXPECT_EQ(Committed(), (std::vector{ReadAll(Matrix(chunked)), ReadAll(Matrix(contiguous))}));
     }
 }

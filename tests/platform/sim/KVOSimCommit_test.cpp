@@ -16,11 +16,10 @@ namespace
 class Commit : public DatabaseTest
 {
 protected:
-    void MakeFile() const
+    void MakeFile()
     {
         std::filesystem::remove(path);
-        KVOSimDatabase database;
-        KVOSimContextID const context = Create(database);
+        KVOSimContextID const context = Create();
         KVOSimCollectionID const collection = KVOSimContext(context).CreateCollection(3);
         WriteAll(MakeMatrix(context, {MakeSet(collection, {10, 11, 12})}, {2}), Ramp(3));
         database.Close();

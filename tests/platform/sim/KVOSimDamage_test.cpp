@@ -34,8 +34,7 @@ class Damage : public DatabaseTest
 protected:
     Damage()
     {
-        KVOSimDatabase database;
-        KVOSimContextID const context = Create(database);
+        KVOSimContextID const context = Create();
         KVOSimCollectionID const rows = KVOSimContext(context).CreateCollection(3), columns = KVOSimContext(context).CreateCollection(2);
         WriteAll(MakeMatrix(context, {Biggest(columns), MakeSet(rows, {5, 7, 6})}, {2, 2}), Ramp(6));
         WriteAll(MakeMatrix(context, {Biggest(columns)}), Ramp(2));
@@ -65,9 +64,9 @@ protected:
         std::string ignored;
         std::string& all = answers != nullptr ? *answers : ignored;
         return FailureOf([&] {
-            KVOSimDatabase database;
-            database.OpenFile(path.c_str(), readOnly);
-            for (KVOSimContextID const& context : database.QueryContexts())
+            KVOSimDatabase opened;
+            opened.OpenFile(path.c_str(), readOnly);
+            for (KVOSimContextID const& context : opened.QueryContexts())
                 for (KVOSimDistributionID const& id : KVOSimContext(context).QueryDistributions()) {
                     KVOSimArray<KVOSimDrawer> drawers;
                     KVOSimDistribution(id).QueryDrawers(drawers);
@@ -75,7 +74,7 @@ protected:
                     for (KVOSimDrawer const& drawer : drawers)
                         Use(KVOSimDistribution(id), drawer, all);
                 }
-            database.Close();
+            opened.Close();
         });
     }
 
@@ -295,9 +294,9 @@ TEST_F(Damage, IsToldByAWalkThroughTheFile)
                                                       {badNumbers, -1, "negative member number"}}) {
         SCOPED_TRACE(what);
         WriteFile(path, content);
-        KVOSimDatabase database;
-        database.OpenFile(path.c_str(), true);
-        KVOSimCheckReport const report = database.Check();
+        KVOSimDatabase reader;
+        reader.OpenFile(path.c_str(), true);
+        KVOSimCheckReport const report = reader.Check();
         EXPECT_EQ(report.drawers, 3);
         EXPECT_EQ(report.hasChecksums, content == summed);
         if (*what == '\0') {
@@ -316,7 +315,6 @@ TEST_F(Damage, ByADeathBesideAnExtensionIsRepairedOnOpening)
 {
     Edit(Overwrite("context_0/distribution_0_drawer_0", H5T_NATIVE_INT, {1, 2, 3, 66, 4, 5, 6, 77}, {2, 4}));
 
-    KVOSimDatabase database;
     for (bool const readOnly : {true, false}) {
         database.OpenFile(path.c_str(), readOnly);
         EXPECT_EQ(ReadAll(KVOSimDistributionID(database.ContextID(), 0)), Ramp(6));

@@ -37,8 +37,7 @@ protected:
         return matrix;
     }
 
-    KVOSimDatabase database;
-    KVOSimContextID const context = Create(database);
+    KVOSimContextID const context = Create();
     KVOSimCollectionID const rows = KVOSimContext(context).CreateCollection(3);
     std::vector<KVOSimCSetID> const sets{Biggest(rows), Biggest(KVOSimCollection(rows).CreateColorVariant(1))};
 };
@@ -62,11 +61,11 @@ TEST_F(Sparse, ComesBackAsItWasStoredOrOverwritten)
     KVOSimTransfer transfer = WholeTransfer(ids[0], kMatrix.Type());
     Rows::SetBuffers(transfer, matrices[0]);
     transfer.ExecWrite();
-    Reopen(database, true);
+    Reopen(true);
 
     EXPECT_EQ(KVOSimContext(database.ContextID()).QueryDistributions().Size(), 3);
     for (std::size_t i = 0; i < ids.size(); ++i) {
-        KVOSimDistributionID const id(database.ContextID(), ids[i].Index());
+        KVOSimDistributionID const id = Again(ids[i]);
         EXPECT_EQ(Load(id), matrices[i]);
         EXPECT_EQ(Describe(id).kind, matrices[i].diagonal.empty() ? KVOSimSparseDrawer : KVOSimSparseSymDrawer);
         EXPECT_EQ(Describe(id).extendableDim, -1);

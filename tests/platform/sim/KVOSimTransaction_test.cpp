@@ -14,31 +14,29 @@ class Transaction : public DatabaseTest
 protected:
     Transaction()
     {
-        contextID = Create(database);
+        contextID = Create();
         context.emplace(contextID);
         columns = context->CreateCollection(2);
         rows = context->CreateCollection(3);
         matrix = MakeMatrix(contextID, {MakeSet(columns, {0, 1}), MakeSet(rows, {10, 11, 12})}, {2, 2}, -1.0);
         WriteAll(matrix, Ramp(6));
-        Again();
+        ReopenAll();
     }
 
     /// Closes, opens, and finds everything again.
-    void Again()
+    void ReopenAll()
     {
-        Reopen(database);
+        Reopen();
         contextID = database.ContextID();
         context.emplace(contextID);
-        columns = KVOSimCollectionID(contextID, columns.Index());
-        rows = KVOSimCollectionID(contextID, rows.Index());
-        matrix = Found(matrix);
+        columns = Again(columns);
+        rows = Again(rows);
+        matrix = Again(matrix);
     }
 
-    KVOSimDistributionID Found(KVOSimDistributionID const& id) const { return {contextID, id.Index()}; }
     std::vector<int> RowNumbers() const { return NumbersOf(Describe(matrix).csets[1]); }
     int Count() const { return context->QueryDistributions().Size(); }
 
-    KVOSimDatabase database;
     KVOSimContextID contextID;
     std::optional<KVOSimContext> context;
     KVOSimCollectionID columns, rows;
@@ -67,7 +65,7 @@ TEST_F(Transaction, LeavesNothingBehindUnlessCommitted)
     ExpectFailure("no distribution", [&] { KVOSimDistribution{made}; });
     ExpectFailure("did not commit", [&] { kept.NumDimensions(); });
     EXPECT_EQ(Count(), 1);
-    Again();
+    ReopenAll();
     EXPECT_EQ(Count(), 1);
     EXPECT_EQ(ReadAll(matrix), Ramp(6));
     ExpectFailure("no collection", [&] { KVOSimCollection(KVOSimCollectionID(contextID, collection.Index())); });
@@ -95,14 +93,14 @@ TEST_F(Transaction, EndsWhenItIsCommittedAndOnlyThenKeepsItsObjects)
     KVOSimTransaction open(*context);
     KVOSimDistributionID const inside = MakeMatrix(contextID, {Biggest(rows)});
     EXPECT_GT(inside.Index(), dropped.Index());
-    Again();
+    ReopenAll();
 
     EXPECT_EQ(Count(), 4);
     EXPECT_THAT(RowNumbers(), ElementsAre(10, 11, 12, 20));
     for (KVOSimDistributionID const& id : {outside, first, second})
-        EXPECT_EQ(KVOSimDistribution(Found(id)).NumDimensions(), 1);
-    EXPECT_EQ(ReadAll(Found(second)), Ramp(2));
-    ExpectFailure("no distribution", [&] { KVOSimDistribution{Found(inside)}; });
+        EXPECT_EQ(KVOSimDistribution(Again(id)).NumDimensions(), 1);
+    EXPECT_EQ(ReadAll(Again(second)), Ramp(2));
+    ExpectFailure("no distribution", [&] { KVOSimDistribution{Again(inside)}; });
 }
 
 TEST_F(Transaction, NestsAndOverlaps)
@@ -130,11 +128,11 @@ TEST_F(Transaction, NestsAndOverlaps)
         EXPECT_THAT(NumbersOf(Describe(byOverlapping).csets[0]), ElementsAre(77));
         two->Commit();
     }
-    Again();
+    ReopenAll();
 
     EXPECT_EQ(Count(), 3);
-    EXPECT_EQ(KVOSimDistribution(Found(byInner)).DataSizeItems(0, 0), 2);
-    EXPECT_THAT(NumbersOf(Describe(Found(byOverlapping)).csets[0]), ElementsAre(77));
+    EXPECT_EQ(KVOSimDistribution(Again(byInner)).DataSizeItems(0, 0), 2);
+    EXPECT_THAT(NumbersOf(Describe(Again(byOverlapping)).csets[0]), ElementsAre(77));
 }
 
 TEST_F(Transaction, TakesAnExtensionBack)
@@ -150,7 +148,7 @@ TEST_F(Transaction, TakesAnExtensionBack)
             if (commit)
                 transaction.Commit();
         }
-        for (int opened = 0; opened < 2; ++opened, Again()) {
+        for (int opened = 0; opened < 2; ++opened, ReopenAll()) {
             EXPECT_EQ(ReadAll(matrix), commit ? Ramp(10) : (std::vector<double>{1, 2, 3, 6, 7, 8}));
             EXPECT_EQ(RowNumbers(), commit ? (std::vector<int>{10, 11, 12, 20, 21}) : (std::vector<int>{10, 11, 12}));
         }
@@ -180,7 +178,7 @@ TEST_F(Transaction, TakesExtensionsOfSeveralTransactionsBackInAnyOrder)
     one->Commit();
     two.reset();
     one.reset();
-    for (int opened = 0; opened < 2; ++opened, Again())
+    for (int opened = 0; opened < 2; ++opened, ReopenAll())
         EXPECT_THAT(RowNumbers(), ElementsAre(10, 11, 12, 20));
 }
 
@@ -194,7 +192,7 @@ TEST_F(Transaction, NumbersTheDimensionAnew)
 
     EXPECT_EQ(Describe(matrix).csets[1], numbering);
     ExpectFailure("the set has 3 members, the dimension 4", [&] { transfer.SetDimMembers(1, Biggest(rows)); });
-    Again();
+    ReopenAll();
     EXPECT_EQ(Describe(matrix).csets[1].Index(), numbering.Index());
 }
 
@@ -213,7 +211,7 @@ TEST_F(Transaction, ManyObjectsInManyCommits)
         else
             made.resize(made.size() - 60);
     }
-    Again();
+    ReopenAll();
 
     EXPECT_EQ(Count(), static_cast<int>(made.size()) + 1);
     for (int const index : made) {

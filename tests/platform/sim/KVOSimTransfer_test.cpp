@@ -17,7 +17,7 @@ class Transfer : public DatabaseTest
 protected:
     Transfer()
     {
-        context = Create(database);
+        context = Create();
         columns = KVOSimContext(context).CreateCollection(5);
         rows = KVOSimContext(context).CreateCollection(4);
         matrix = MakeMatrix(context, {Biggest(columns), MakeSet(rows, {40, 10, 30, 20})}, {2, 3});
@@ -40,7 +40,6 @@ protected:
         return transfer;
     }
 
-    KVOSimDatabase database;
     KVOSimContextID context;
     KVOSimCollectionID columns, rows;
     KVOSimDistributionID matrix;
@@ -220,11 +219,11 @@ TEST_F(Transfer, WritesNewDrawersOfEveryTypeAtOnce)
         transfer.SetBuffer(0, static_cast<void const*>(written.data()), written.size());
         transfer.ExecWrite();
         transfer.ExecWrite(); // the same drawer again, not a second one
-        Reopen(database);
+        Reopen();
 
         context = database.ContextID();
-        columns = KVOSimCollectionID(context, columns.Index());
-        KVOSimDistributionID const found(context, id.Index());
+        columns = Again(columns);
+        KVOSimDistributionID const found = Again(id);
         KVOSimTransfer reader = WholeView(found);
         reader.SetBuffer(0, read.data(), read.size());
         reader.ExecRead();
