@@ -16,9 +16,6 @@ class KVO_EXPORT KVOSrvMtxNoSymmetricTrue : public KVOBasException
 public:
     /// @param operation  name of the refused operation; copied, null counts as empty
     explicit KVOSrvMtxNoSymmetricTrue(char const* operation);
-    KVOSrvMtxNoSymmetricTrue(KVOSrvMtxNoSymmetricTrue const&) noexcept = default;
-    KVOSrvMtxNoSymmetricTrue& operator=(KVOSrvMtxNoSymmetricTrue const&) noexcept = default;
-    ~KVOSrvMtxNoSymmetricTrue() override;
 
     atr_String AsString() const override;
     [[noreturn]] void Raise() const override;
@@ -34,9 +31,6 @@ class KVO_EXPORT KVOSrvMtxOpenFileException : public KVOBasException
 public:
     /// @param path  file name; copied, null counts as empty
     explicit KVOSrvMtxOpenFileException(char const* path);
-    KVOSrvMtxOpenFileException(KVOSrvMtxOpenFileException const&) noexcept = default;
-    KVOSrvMtxOpenFileException& operator=(KVOSrvMtxOpenFileException const&) noexcept = default;
-    ~KVOSrvMtxOpenFileException() override;
 
     atr_String AsString() const override;
     [[noreturn]] void Raise() const override;
@@ -50,11 +44,6 @@ private:
 class KVO_EXPORT KVOSrvMtxInvalidGetRange : public KVOBasException
 {
 public:
-    KVOSrvMtxInvalidGetRange() noexcept = default;
-    KVOSrvMtxInvalidGetRange(KVOSrvMtxInvalidGetRange const&) noexcept = default;
-    KVOSrvMtxInvalidGetRange& operator=(KVOSrvMtxInvalidGetRange const&) noexcept = default;
-    ~KVOSrvMtxInvalidGetRange() override;
-
     atr_String AsString() const override;
     [[noreturn]] void Raise() const override;
     int ErrorNumber() const override;
@@ -64,11 +53,6 @@ public:
 class KVO_EXPORT KVOSrvMtxInvalidSetRange : public KVOBasException
 {
 public:
-    KVOSrvMtxInvalidSetRange() noexcept = default;
-    KVOSrvMtxInvalidSetRange(KVOSrvMtxInvalidSetRange const&) noexcept = default;
-    KVOSrvMtxInvalidSetRange& operator=(KVOSrvMtxInvalidSetRange const&) noexcept = default;
-    ~KVOSrvMtxInvalidSetRange() override;
-
     atr_String AsString() const override;
     [[noreturn]] void Raise() const override;
     int ErrorNumber() const override;
@@ -80,9 +64,6 @@ class KVO_EXPORT KVOSrvMtxIllegalInput : public KVOBasException
 public:
     /// @param operation  name of the operation; copied, null counts as empty
     explicit KVOSrvMtxIllegalInput(char const* operation);
-    KVOSrvMtxIllegalInput(KVOSrvMtxIllegalInput const&) noexcept = default;
-    KVOSrvMtxIllegalInput& operator=(KVOSrvMtxIllegalInput const&) noexcept = default;
-    ~KVOSrvMtxIllegalInput() override;
 
     atr_String AsString() const override;
     [[noreturn]] void Raise() const override;
@@ -103,9 +84,6 @@ public:
     /// @param className,operation  names of the class and of its operation @param reason  what does not fit, without a full stop. All are
     /// copied, null counts as empty
     KVOSrvMtxRefusedInput(char const* className, char const* operation, char const* reason);
-    KVOSrvMtxRefusedInput(KVOSrvMtxRefusedInput const&) noexcept = default;
-    KVOSrvMtxRefusedInput& operator=(KVOSrvMtxRefusedInput const&) noexcept = default;
-    ~KVOSrvMtxRefusedInput() override;
 
     atr_String AsString() const override;
     [[noreturn]] void Raise() const override;
@@ -122,9 +100,6 @@ class KVO_EXPORT KVOSrvMtxNotAssembled : public KVOSrvMtxRefusedInput
 public:
     /// @param operation  name of the operation; copied, null counts as empty
     explicit KVOSrvMtxNotAssembled(char const* operation);
-    KVOSrvMtxNotAssembled(KVOSrvMtxNotAssembled const&) noexcept = default;
-    KVOSrvMtxNotAssembled& operator=(KVOSrvMtxNotAssembled const&) noexcept = default;
-    ~KVOSrvMtxNotAssembled() override;
 
     [[noreturn]] void Raise() const override;
 };
@@ -133,11 +108,6 @@ public:
 class KVO_EXPORT KVOSrvMtxUnsupportedExpFmt : public KVOBasException
 {
 public:
-    KVOSrvMtxUnsupportedExpFmt() noexcept = default;
-    KVOSrvMtxUnsupportedExpFmt(KVOSrvMtxUnsupportedExpFmt const&) noexcept = default;
-    KVOSrvMtxUnsupportedExpFmt& operator=(KVOSrvMtxUnsupportedExpFmt const&) noexcept = default;
-    ~KVOSrvMtxUnsupportedExpFmt() override;
-
     atr_String AsString() const override;
     [[noreturn]] void Raise() const override;
     int ErrorNumber() const override;
@@ -149,9 +119,6 @@ class KVO_EXPORT KVOSrvMtxFileWriteFailure : public KVOBasException
 public:
     /// @param path  file name; copied, null counts as empty
     explicit KVOSrvMtxFileWriteFailure(char const* path);
-    KVOSrvMtxFileWriteFailure(KVOSrvMtxFileWriteFailure const&) noexcept = default;
-    KVOSrvMtxFileWriteFailure& operator=(KVOSrvMtxFileWriteFailure const&) noexcept = default;
-    ~KVOSrvMtxFileWriteFailure() override;
 
     atr_String AsString() const override;
     [[noreturn]] void Raise() const override;
@@ -166,11 +133,6 @@ private:
 class KVO_EXPORT KVOSrvMtxNoUnsymmetric : public KVOBasException
 {
 public:
-    KVOSrvMtxNoUnsymmetric() noexcept = default;
-    KVOSrvMtxNoUnsymmetric(KVOSrvMtxNoUnsymmetric const&) noexcept = default;
-    KVOSrvMtxNoUnsymmetric& operator=(KVOSrvMtxNoUnsymmetric const&) noexcept = default;
-    ~KVOSrvMtxNoUnsymmetric() override;
-
     atr_String AsString() const override;
     [[noreturn]] void Raise() const override;
     int ErrorNumber() const override;
@@ -181,11 +143,6 @@ public:
 class KVO_EXPORT KVOSrvMtxUnsupportedImpFmt : public KVOBasException
 {
 public:
-    KVOSrvMtxUnsupportedImpFmt() noexcept = default;
-    KVOSrvMtxUnsupportedImpFmt(KVOSrvMtxUnsupportedImpFmt const&) noexcept = default;
-    KVOSrvMtxUnsupportedImpFmt& operator=(KVOSrvMtxUnsupportedImpFmt const&) noexcept = default;
-    ~KVOSrvMtxUnsupportedImpFmt() override;
-
     atr_String AsString() const override;
     [[noreturn]] void Raise() const override;
     int ErrorNumber() const override;
@@ -199,9 +156,6 @@ public:
     /// @param path      file name @param line  from 1, 0 where it is not known @param byte  from 0, -1 where it is not known
     /// @param expected  what was expected and what was found, without a full stop. Texts are copied, null counts as empty
     KVOSrvMtxMalformedFile(char const* path, std::int64_t line, std::int64_t byte, char const* expected);
-    KVOSrvMtxMalformedFile(KVOSrvMtxMalformedFile const&) noexcept = default;
-    KVOSrvMtxMalformedFile& operator=(KVOSrvMtxMalformedFile const&) noexcept = default;
-    ~KVOSrvMtxMalformedFile() override;
 
     /// "<message> <path>: <place>: <what was expected>."
     atr_String UserReport() const override;
@@ -233,11 +187,6 @@ private:
 class KVO_EXPORT KVOSrvMtxNoTranspose : public KVOBasException
 {
 public:
-    KVOSrvMtxNoTranspose() noexcept = default;
-    KVOSrvMtxNoTranspose(KVOSrvMtxNoTranspose const&) noexcept = default;
-    KVOSrvMtxNoTranspose& operator=(KVOSrvMtxNoTranspose const&) noexcept = default;
-    ~KVOSrvMtxNoTranspose() override;
-
     atr_String AsString() const override;
     [[noreturn]] void Raise() const override;
     int ErrorNumber() const override;
@@ -247,11 +196,6 @@ public:
 class KVO_EXPORT KVOSrvMtxIllegalPermVect : public KVOBasException
 {
 public:
-    KVOSrvMtxIllegalPermVect() noexcept = default;
-    KVOSrvMtxIllegalPermVect(KVOSrvMtxIllegalPermVect const&) noexcept = default;
-    KVOSrvMtxIllegalPermVect& operator=(KVOSrvMtxIllegalPermVect const&) noexcept = default;
-    ~KVOSrvMtxIllegalPermVect() override;
-
     atr_String AsString() const override;
     [[noreturn]] void Raise() const override;
     int ErrorNumber() const override;
@@ -263,9 +207,6 @@ class KVO_EXPORT KVOSrvMtxSolveIllegalArg : public KVOBasException
 public:
     /// @param argument  its position, 1-based
     explicit KVOSrvMtxSolveIllegalArg(int argument);
-    KVOSrvMtxSolveIllegalArg(KVOSrvMtxSolveIllegalArg const&) noexcept = default;
-    KVOSrvMtxSolveIllegalArg& operator=(KVOSrvMtxSolveIllegalArg const&) noexcept = default;
-    ~KVOSrvMtxSolveIllegalArg() override;
 
     atr_String AsString() const override;
     [[noreturn]] void Raise() const override;
@@ -279,11 +220,6 @@ private:
 class KVO_EXPORT KVOSrvMtxSolveNotConverge : public KVOBasException
 {
 public:
-    KVOSrvMtxSolveNotConverge() noexcept = default;
-    KVOSrvMtxSolveNotConverge(KVOSrvMtxSolveNotConverge const&) noexcept = default;
-    KVOSrvMtxSolveNotConverge& operator=(KVOSrvMtxSolveNotConverge const&) noexcept = default;
-    ~KVOSrvMtxSolveNotConverge() override;
-
     atr_String AsString() const override;
     [[noreturn]] void Raise() const override;
     int ErrorNumber() const override;
@@ -294,11 +230,6 @@ public:
 class KVO_EXPORT KVOSrvMtxSolveNotPositive : public KVOBasException
 {
 public:
-    KVOSrvMtxSolveNotPositive() noexcept = default;
-    KVOSrvMtxSolveNotPositive(KVOSrvMtxSolveNotPositive const&) noexcept = default;
-    KVOSrvMtxSolveNotPositive& operator=(KVOSrvMtxSolveNotPositive const&) noexcept = default;
-    ~KVOSrvMtxSolveNotPositive() override;
-
     atr_String AsString() const override;
     [[noreturn]] void Raise() const override;
     int ErrorNumber() const override;
@@ -308,11 +239,6 @@ public:
 class KVO_EXPORT KVOSrvMtxDivByZero : public KVOBasException
 {
 public:
-    KVOSrvMtxDivByZero() noexcept = default;
-    KVOSrvMtxDivByZero(KVOSrvMtxDivByZero const&) noexcept = default;
-    KVOSrvMtxDivByZero& operator=(KVOSrvMtxDivByZero const&) noexcept = default;
-    ~KVOSrvMtxDivByZero() override;
-
     atr_String AsString() const override;
     [[noreturn]] void Raise() const override;
     int ErrorNumber() const override;
