@@ -4,12 +4,23 @@
 #include "mem_Allocator.h"
 
 #include <cstdint>
+#include <memory>
 
+class KVOSrvBlaMatrix;
 struct cow_Counter;
+
+/// Deleter for a unique_ptr that holds a KVOSrvBlaMatrix, and no object of a class derived from it.
+struct KVOSrvBlaMatrixDeleter {
+    /// Deletes it.
+    inline void operator()(KVOSrvBlaMatrix* matrix) const noexcept;
+};
+/// What View() and its like return.
+using KVOSrvBlaMatrixPointer = std::unique_ptr<KVOSrvBlaMatrix, KVOSrvBlaMatrixDeleter>;
 
 // The destructor is deliberately not virtual: whole programs know the class by its table, which has the one slot of Submatrix().
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+#pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
 
 /// A small dense matrix of doubles in memory, laid out as BLAS and LAPACK take it, whose array is shared with its views.
 ///
@@ -68,6 +79,11 @@ public:
     /// @return the view; the caller deletes it, before or after this matrix
     /// Asserts that the range is not empty and lies in the matrix.
     virtual KVOSrvBlaMatrix* Submatrix(int startRow, int endRow, int startCol, int endCol) const;
+    /// What Submatrix() makes, held.
+    KVOSrvBlaMatrixPointer View(int startRow, int endRow, int startCol, int endCol) const
+    {
+        return KVOSrvBlaMatrixPointer(Submatrix(startRow, endRow, startCol, endCol));
+    }
 
     /// @name Values
     /// Copies of the rows startRow to lastRow of the columns startCol to lastCol. Source and target may overlap only if they are the same.
@@ -164,5 +180,10 @@ private:
     bool m_lowerStored;
     cow_Counter* m_counter;
 };
+
+inline void KVOSrvBlaMatrixDeleter::operator()(KVOSrvBlaMatrix* matrix) const noexcept
+{
+    delete matrix;
+}
 
 #pragma GCC diagnostic pop

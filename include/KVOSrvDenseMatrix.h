@@ -51,6 +51,16 @@ public:
     virtual KVOSrvDenseMatrix* ConstSubmatrix(int r0, int r1, int c0, int c1) const;
     /// The same for a matrix that may be written through the view.
     virtual KVOSrvDenseMatrix* Submatrix(int r0, int r1, int c0, int c1);
+    /// What ConstSubmatrix() makes, held; of a scratch matrix too.
+    std::unique_ptr<KVOSrvDenseMatrix const> View(int r0, int r1, int c0, int c1) const
+    {
+        return std::unique_ptr<KVOSrvDenseMatrix const>(ConstSubmatrix(r0, r1, c0, c1));
+    }
+    /// What Submatrix() makes, held.
+    std::unique_ptr<KVOSrvDenseMatrix> View(int r0, int r1, int c0, int c1)
+    {
+        return std::unique_ptr<KVOSrvDenseMatrix>(Submatrix(r0, r1, c0, c1));
+    }
 
     /// @name Products
     /// Small slabs are multiplied in one call of DGEMM; slabs of more than 2 MiB may be cut, and sums are then formed block by block in

@@ -1,8 +1,7 @@
 #pragma once
 
 #include "KVOExport.h"
-
-class KVOSrvBlaMatrix;
+#include "KVOSrvBlaMatrix.h"
 
 /// An operand of a product, op(X), being X or its transpose, cut into tiles of 144 rows and columns; the last may be smaller.
 ///
@@ -36,6 +35,10 @@ public:
     KVOSrvBlaMatrix* RowBlock(int i) const;
     /// The columns of op(X) from 144 * j on, over all rows, as a view of X. Asserts that there is such a block, and that it has elements.
     KVOSrvBlaMatrix* ColBlock(int j) const;
+    /// What RowBlock() makes, held.
+    KVOSrvBlaMatrixPointer RowView(int i) const { return KVOSrvBlaMatrixPointer(RowBlock(i)); }
+    /// What ColBlock() makes, held.
+    KVOSrvBlaMatrixPointer ColView(int j) const { return KVOSrvBlaMatrixPointer(ColBlock(j)); }
 
 private:
     KVOSrvBlaMatrix const* m_pMtx;

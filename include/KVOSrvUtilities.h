@@ -10,6 +10,8 @@
 #include "KVOSimPosition.h"
 #include "cow_String.h"
 
+#include <memory>
+
 /// Services that the matrix classes share. Not locked: settings belong to the host's main thread.
 class KVO_EXPORT KVOSrvUtilities
 {
@@ -84,3 +86,8 @@ public:
 /// @return offsets of nRanges + 1 entries, run r covering positions result[r] to result[r + 1] - 1; the caller releases it with delete[].
 ///         Null for n = 0. A negative n gives the one run [0, 1].
 KVO_EXPORT int* KVOSrvFindContiguousRanges(int const* indices, int n, int maxRun, int& nRanges);
+/// The same, held.
+inline std::unique_ptr<int[]> KVOSrvContiguousRanges(int const* indices, int n, int maxRun, int& nRanges)
+{
+    return std::unique_ptr<int[]>(KVOSrvFindContiguousRanges(indices, n, maxRun, nRanges));
+}

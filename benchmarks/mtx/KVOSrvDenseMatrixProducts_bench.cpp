@@ -336,7 +336,7 @@ void Indexed(benchmark::State& state) // slot 18: seven of eight rows
             rows.push_back(row);
     auto const count = static_cast<int>(rows.size());
     int groups = 0;
-    std::unique_ptr<int[]> const ranges(KVOSrvFindContiguousRanges(rows.data(), count, kChunk, groups));
+    std::unique_ptr<int[]> const ranges = KVOSrvContiguousRanges(rows.data(), count, kChunk, groups);
     auto const y = StoreZeros(count, p), target = StoreZeros(count, p);
     KVOSrvMatrix slab = Zeros(kChunk, kColumns), expected = Zeros(kRows, p);
     KVOSrvMatrix const part(count, kColumns, const_cast<double*>(operands.a.Values()), false, false);

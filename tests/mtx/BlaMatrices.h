@@ -16,16 +16,7 @@ Property const kSymmetric = KVOSrvBlaMatrix::KVOSrvMtxSymmetric;
 Property const kSkewSymmetric = KVOSrvBlaMatrix::KVOSrvMtxSkewSymmetric;
 Property const kSecondSymmetric = KVOSrvBlaMatrix::KVOSrvMtxSecondSymmetric;
 
-struct BlaDeleter {
-    void operator()(KVOSrvBlaMatrix* matrix) const
-    {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor" // of this very class
-        delete matrix;
-#pragma GCC diagnostic pop
-    }
-};
-using BlaPointer = std::unique_ptr<KVOSrvBlaMatrix, BlaDeleter>;
+using BlaPointer = KVOSrvBlaMatrixPointer;
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"

@@ -21,7 +21,7 @@ TEST(KVOSrvBlaMatrix, PropertiesAndShapeOfViews)
 {
     for (int property = 0; property < 4; ++property) {
         KVOSrvBlaMatrix const matrix(4, 4, nullptr, static_cast<Property>(property));
-        BlaPointer const view(matrix.Submatrix(0, 3, 1, 2));
+        BlaPointer const view = matrix.View(0, 3, 1, 2);
         EXPECT_EQ(matrix.IsSymmetric(), property == 1 || property == 3);
         EXPECT_EQ(matrix.IsSkewSymmetric(), property == 2);
         EXPECT_FALSE(view->IsSymmetric() || view->IsSkewSymmetric());

@@ -6,6 +6,7 @@
 #include "KVOSrvScratchDenseMatrix.h"
 
 #include <gmock/gmock.h>
+#include <utility>
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -96,7 +97,7 @@ TEST(KVOSrvDenseMatrix, ViewsOutliveTheMatrixAndNameTheirMembers)
     auto matrix = std::make_unique<KVOSrvDenseMatrix>(KVOSrvUtilities::Create2DDistribution(rows, columns, 4, 3));
     Dense const values = Randomize(*matrix);
     View const view(matrix->Submatrix(2, 9, 1, 5));
-    View const inner(view->ConstSubmatrix(3, 5, 0, 2));
+    auto const inner = std::as_const(*view).View(3, 5, 0, 2);
 
     EXPECT_EQ(matrix->RowCSetID(), rows);
     EXPECT_EQ(matrix->ColumnCSetID().Index(), columns.Index());

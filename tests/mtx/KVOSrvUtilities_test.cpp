@@ -59,7 +59,7 @@ TEST(KVOSrvUtilities, TempDirectoryIsSharedText)
 std::vector<int> Ranges(std::vector<int> const& indices, int n, int maxRun)
 {
     int nRanges = -1;
-    std::unique_ptr<int[]> const offsets(KVOSrvFindContiguousRanges(indices.data(), n, maxRun, nRanges));
+    std::unique_ptr<int[]> const offsets = KVOSrvContiguousRanges(indices.data(), n, maxRun, nRanges);
     if (offsets == nullptr) {
         EXPECT_EQ(nRanges, 0);
         return {};

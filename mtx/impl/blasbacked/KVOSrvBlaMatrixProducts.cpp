@@ -10,7 +10,6 @@
 
 using KVOSrvBlaMatrixSupport::kTileSize;
 using KVOSrvBlaMatrixSupport::RequirePrecondition;
-using KVOSrvBlaMatrixSupport::View;
 using KVOSrvMatrixSupport::LeadingDimension;
 
 /// C := alpha op(A) op(B) + beta C, of the whole of C or of the tiles of one triangle.
@@ -33,7 +32,7 @@ public:
             {m_C.m_dim2, kTileSize, false}, {m_C.m_dim1, kTileSize, false}, // columns outside, rows inside
             [this](int j) { return ColumnTileOfB(j, 192); }, [this](int i) { return RowTileOfA(i, 197); },
             [this](int column, int endColumn, int row, int endRow) { Multiply(RowsOfA(row, endRow), ColumnsOfB(column, endColumn)); },
-            [this](Slab const& columns, Slab const& rows) { Multiply(rows, columns); });
+            [this](Strip const& columns, Strip const& rows) { Multiply(rows, columns); });
     }
 
     void ComputeUpperTiles() const
@@ -42,43 +41,43 @@ public:
             {m_C.m_dim1, kTileSize, false}, {m_C.m_dim2, kTileSize, false}, // rows outside, columns inside
             [this](int i) { return RowTileOfA(i, 211); }, [this](int j) { return ColumnTileOfB(j, 216); },
             [this](int row, int endRow, int column, int endColumn) { Multiply(RowsOfA(row, endRow), ColumnsOfB(column, endColumn)); },
-            [this](Slab const& rows, Slab const& columns) { Multiply(rows, columns); });
+            [this](Strip const& rows, Strip const& columns) { Multiply(rows, columns); });
     }
 
     bool HasSeveralTiles() const { return m_opA.NumberOfRowBlocks() > 1 || m_opB.NumberOfColBlocks() > 1; }
 
 private:
     // Rows of op(A), or columns of op(B), and where they stand.
-    struct Slab {
+    struct Strip {
         double const* values;
         int first;
         int end;
     };
 
     struct Tile {
-        View view;
-        Slab slab;
+        KVOSrvBlaMatrixPointer view;
+        Strip strip;
         bool isInPlace; // in the operand itself, so that it is still there when the view is deleted
     };
 
-    Slab RowsOfA(int first, int end) const { return {m_transA ? m_A.Element(0, first) : m_A.Element(first, 0), first, end}; }
-    Slab ColumnsOfB(int first, int end) const { return {m_transB ? m_B.Element(first, 0) : m_B.Element(0, first), first, end}; }
+    Strip RowsOfA(int first, int end) const { return {m_transA ? m_A.Element(0, first) : m_A.Element(first, 0), first, end}; }
+    Strip ColumnsOfB(int first, int end) const { return {m_transB ? m_B.Element(first, 0) : m_B.Element(0, first), first, end}; }
 
     // A view of the operand itself stands where the operand has it; whatever else there is in memory stands elsewhere.
-    static Tile MakeTile(View view, Slab const& place)
+    static Tile MakeTile(KVOSrvBlaMatrixPointer view, Strip const& place)
     {
         double const* const values = view->m_values;
         return {std::move(view), {values, place.first, place.end}, values == place.values};
     }
     Tile RowTileOfA(int i, int line) const
     {
-        View view(m_opA.RowBlock(i));
+        KVOSrvBlaMatrixPointer view = m_opA.RowView(i);
         RequirePrecondition(view != nullptr, "OpABlock", line);
         return MakeTile(std::move(view), RowsOfA(i * kTileSize, i * kTileSize + m_opA.RowBlockSize(i)));
     }
     Tile ColumnTileOfB(int j, int line) const
     {
-        View view(m_opB.ColBlock(j));
+        KVOSrvBlaMatrixPointer view = m_opB.ColView(j);
         RequirePrecondition(view != nullptr, "OpBBlock", line);
         return MakeTile(std::move(view), ColumnsOfB(j * kTileSize, j * kTileSize + m_opB.ColBlockSize(j)));
     }
@@ -104,14 +103,14 @@ private:
                         rectangle(outerCut.Border(o), outerCut.Border(o + 1), innerCut.Border(o), innerCut.Border(i));
                 }
                 if (!allInPlace)
-                    tile(outer.slab, inner.slab);
+                    tile(outer.strip, inner.strip);
             }
         }
         if (allInPlace)
             TriangleBlocks::Cover(outerCut, 0, strips, innerCut.size, rectangle);
     }
 
-    void Multiply(Slab const& rows, Slab const& columns) const
+    void Multiply(Strip const& rows, Strip const& columns) const
     {
         int const m = rows.end - rows.first, n = columns.end - columns.first, k = m_opA.NumberOfColumns();
         int const lda = LeadingDimension(m_A.m_offset), ldb = LeadingDimension(m_B.m_offset), ldc = LeadingDimension(m_C.m_offset);

@@ -2,10 +2,8 @@
 
 #include "KVOSrvBlaMatrix.h"
 #include "KVOSrvUtilities.h"
-#include "mem_Allocator.h"
 
 #include <cstdint>
-#include <memory>
 
 /// How many objects refer to one array.
 struct cow_Counter {
@@ -26,17 +24,5 @@ inline void RequirePrecondition(bool holds, char const* expression, int line)
     if (!holds)
         KVOSrvUtilities::ReportAndAbort(expression, "mtx/impl/KVOSrvBlaMatrix", line);
 }
-
-/// Holds a view that Submatrix() made.
-struct ViewDeleter {
-    void operator()(KVOSrvBlaMatrix const* view) const noexcept
-    {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor" // a view is of this class and no other
-        delete view;
-#pragma GCC diagnostic pop
-    }
-};
-using View = std::unique_ptr<KVOSrvBlaMatrix const, ViewDeleter>;
 
 } // namespace KVOSrvBlaMatrixSupport

@@ -25,7 +25,7 @@ constexpr int kManyRuns = 1000;
 struct RowList {
     explicit RowList(unsigned* list, int listLength) : rows(list), count(listLength)
     {
-        runs.reset(KVOSrvFindContiguousRanges(reinterpret_cast<int const*>(list), listLength, INT_MAX, runCount));
+        runs = KVOSrvContiguousRanges(reinterpret_cast<int const*>(list), listLength, INT_MAX, runCount);
     }
 
     std::unique_ptr<unsigned[]> rows;

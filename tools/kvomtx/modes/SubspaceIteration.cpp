@@ -213,7 +213,7 @@ SubspaceResult Iteration::Result(int iterations)
     result.residuals = Residuals(result.lambda);
     m_solver.reset(); // the next factor takes its place
     RequireNoneMissed(result.lambda);
-    result.modes.reset(m_basis->X().Submatrix(0, m_n - 1, 0, m_settings.count - 1));
+    result.modes = m_basis->X().View(0, m_n - 1, 0, m_settings.count - 1);
     return result;
 }
 
