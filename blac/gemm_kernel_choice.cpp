@@ -15,8 +15,8 @@ namespace
 // packing of the long operand lose more.
 constexpr std::int64_t kSmallVolume = 72 * 72 * 72;
 constexpr int kThin = 32;
-// In halves it gains only once the AVX2 kernel packs, too (rate at 2048 and 4096 on a Zen 4 against the provider: 0.99 and 0.99, the AVX2
-// kernel 0.95 and 0.91; at 144^3, where that one does not pack, 0.96 and 1.15), and the order of additions is then the same.
+// In halves it gains only once the AVX2 kernel packs, too (0.99 of the provider's rate at 2048, where that one has 0.95; figures in
+// docs/performance.md), and the order of additions is then the same.
 constexpr int kUnpacked = 200;
 
 bool Packs(int m, int n, int k)
@@ -35,8 +35,8 @@ bool WideKernelPaysOff(KVOBasProcessor const& processor, int m, int n, int k)
 
 kvo_gemm_plan PlanGemm(KVOBasProcessor const& processor, int m, int n, int k)
 {
-    // The rest of the cache is for the panels of the other operand and for C, which pass by. Rate at 4096 on a Zen 4 (1 MiB) against the
-    // provider with 0.47 / 0.66 / 0.94 of it: 0.97 / 0.99 / 0.99; of the AVX2 kernel at 2048 with 0.14 / 0.28 / 0.56: 0.94 / 0.94 / 0.98.
+    // The rest of the cache is for the panels of the other operand and for C, which pass by: more of it gains nothing (0.99 of the
+    // provider's rate with 0.66 and with 0.94 of the cache), less loses.
     auto const packedBytes = static_cast<int>(processor.l2Bytes / 3 * 2);
     if (processor.avx512 && WideKernelPaysOff(processor, m, n, k))
         return {kvo_gemm_avx512, packedBytes};

@@ -6,13 +6,8 @@
 
 // The vectors are columns of x (of y in the transposed product): every entry touches as many memory pages as there are vectors in the
 // group. In a finite-element matrix neighbouring rows touch the same pages. If the columns are random, nearly every entry needs other ones,
-// and once the pages of the whole group outnumber the processor's translation buffer, each access waits for a walk through the page tables.
-// Measured with 76 random entries a row, ms for eight vectors taken by 8, 4, 2, 1 (AMD Zen 4, 4 KiB pages):
-//
-//   rows      A X                     A^T X
-//   107811      70   60   75   81       67   61   70   85
-//   206763     217  128  148  213      270  128  161  172
-//   397953    1276  537  329  488     1401  634  387  383
+// and once the pages of the whole group outnumber the processor's translation buffer, each access waits for a walk through the page tables:
+// groups of four then take half the time of groups of eight, and groups of two less still (docs/performance.md, "Sparse kernels").
 
 namespace
 {

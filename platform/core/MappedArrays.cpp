@@ -9,9 +9,9 @@
 namespace
 {
 
-// Large arrays are asked for in pages of 2 MiB where the system grants them on request: in pages of 4 KiB a copy of 120 MB into a new array
-// took 62 ms, in large ones 12, of which the memcpy is 10. They are filled whole: the ends that do not fill one cost hundreds of page
-// faults, a third of the time of reading a file of 60 MB.
+// Large arrays are asked for in pages of 2 MiB where the system grants them on request: a copy into a new array then takes a fifth of the
+// time. They are filled whole: the ends that do not fill one cost hundreds of page faults, a third of the time of reading a file of 60 MB
+// (docs/performance.md, "Memory").
 constexpr std::size_t kLargeArray = std::size_t{8} << 20;
 constexpr std::size_t kLargePage = std::size_t{2} << 20;
 constexpr std::size_t kPage = MappedArrays::kFront;

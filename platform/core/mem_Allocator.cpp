@@ -15,14 +15,13 @@ namespace
 {
 
 // Arrays of some size begin at a cache line: the system reads a file into one and writes it from one 2.3 and 1.7 times as fast as with
-// malloc's 16 bytes behind it (512 MiB by 1 MiB, cached: 27 instead of 63 ms, 35 instead of 57).
+// malloc's 16 bytes behind it (docs/performance.md, "Memory").
 constexpr std::size_t kLineArray = std::size_t{64} << 10;
 constexpr std::size_t kLine = 64;
 
 // Where mappings begin: malloc gives the memory of released arrays back only from its heap's end, so that what is small and lives on holds
-// all below it, and takes new arrays from it that fit badly. With 128 MiB alive in arrays of random sizes up to 1 MiB, and all of them
-// released then, 200 MiB stayed with mappings from 1 MiB on, 94 from 256 KiB on and 61 from 128 KiB on; 1 to 4 page faults a round in all
-// three.
+// all below it, and takes new arrays from it that fit badly. From 256 KiB on half as much stays as from 1 MiB on, at no more page faults
+// (docs/performance.md, "Memory").
 constexpr std::size_t kMappedArray = std::size_t{256} << 10;
 
 // What lies in front of every array. Not under an address sanitizer, which is to find who writes there.

@@ -84,8 +84,8 @@ private:
 
     // Fetches each outer block, and with it the inner blocks from the diagonal on, in the order that callers see in Submatrix(). The
     // products wait until all are seen, and are then few: rectangle() takes ranges along the outer and the inner dimension. A block that is
-    // not in place is multiplied while it exists, by tile(), and so are all after it. Time against the full product at orders 2000 and
-    // 4000, mirroring apart: tile by tile 0.77 and 0.76, strip by strip 0.61 and 0.63 (rows 0.72 and 0.70), so 0.59 and 0.58.
+    // not in place is multiplied while it exists, by tile(), and so are all after it: 0.58 of the time of
+    // the full product, tile by tile 0.76 (docs/performance.md).
     template<class FetchOuter, class FetchInner, class Rectangle, class TileProduct>
     static void ComputeTiles(TriangleBlocks::Cut const& outerCut, TriangleBlocks::Cut const& innerCut, FetchOuter const& fetchOuter,
                              FetchInner const& fetchInner, Rectangle const& rectangle, TileProduct const& tile)

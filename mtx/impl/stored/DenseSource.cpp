@@ -16,12 +16,8 @@ Window TypicalBlock(KVOSrvDenseMatrix const& matrix)
 }
 
 // Where a block lies saves the copy, which costs the less the more vectors there are; but DGEMM then packs the vectors anew for each block,
-// which costs the less the higher the result of a block is. Time to the product in memory, in place / copied, of 4096 x 4096:
-// chunks of 512 x 512, 64 vectors 1.08 / 1.09, transposed 1.05 / 1.10; 128: 1.08 / 1.10, 1.06 / 1.10; 512: 1.10 / 1.06, 1.09 / 1.04;
-// 1024 x 1024, 64 vectors 1.04 / 1.16, both; 256: 1.04 / 1.14, 1.04 / 1.06; 512: 1.05 / 1.05, 1.06 / 1.04;
-// 2048 x 256, 512 vectors 1.02 / 1.05; transposed, 64 vectors 1.11 / 1.25, 512 vectors 1.14 / 1.05;
-// 256 x 256 and smaller, 64 vectors and fewer: 1.29 / 1.26, 1.19 / 1.13 and worse.
-// All of it weighs DGEMM's packing against a copy, both of which go with the same memory: no choice by the processor.
+// which costs the less the higher the result of a block is. With a quarter of that height both take the same: chunks of 512 x 512 in
+// place 1.08 of the product in memory with 128 vectors, copied 1.10; with 512 vectors 1.10 and 1.06 (docs/performance.md). All of it weighs DGEMM's packing against a copy, both of which go with the same memory: no choice by the processor.
 bool PaysByBlocks(KVOSrvDenseMatrix const& matrix, int p, int blockHeight)
 {
     constexpr std::int64_t kLeastBlock = std::int64_t{1} << 17; // 1 MiB

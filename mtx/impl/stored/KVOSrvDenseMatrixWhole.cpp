@@ -17,14 +17,13 @@ namespace
 
 constexpr char const* kShape = "the other matrix is null or has another shape";
 
-// What is computed with is worked on where it lies, or stays in the cache between its transfers, 1 MiB of each matrix: time of Scale and
-// AddAssign, copied, over that of their transfers by blocks of 512 x 512, with pieces of 256 KiB 1.48 and 1.45, 512 KiB 1.32 and 1.30, 1
-// MiB 1.17 and 1.21, 2 MiB 1.21 and 1.27. So the calls weigh more than the level of the cache, which is the last one where the second
-// level has less than 2 MiB.
+// What is computed with is worked on where it lies, or stays in the cache between its transfers, 1 MiB of each matrix: Scale, copied, takes
+// 1.17 times its transfers so, 1.48 with 256 KiB and 1.21 with 2 MiB (docs/performance.md). The calls weigh more than the level of the
+// cache, which is the last one where the second level has less than 2 MiB.
 constexpr std::int64_t kCacheEntries = 1 << 17;
 // Two squares are compared at a time, where they lie or copied. Whole blocks although they lie in the last-level cache only: smaller
-// squares are no contiguous part of the file, and reading those takes more than is won (time over that of reading all blocks: 2.7 with a
-// side of 128, 1.9 with 512). That cost is the system's, not the processor's.
+// squares are no contiguous part of the file, and reading those takes more than is won (1.9 times the reading of all blocks with a side of
+// 512). That cost is the system's, not the processor's.
 constexpr int kComparedSide = 1024;
 // What is only passed on goes by whole blocks, but an unchunked matrix, all one block, does not go as a whole.
 constexpr std::int64_t kPieceEntries = 1 << 24;
