@@ -1,12 +1,11 @@
 #include "KVOSrvUtilities.h"
 
+#include "KVOSimAssert.h"
 #include "KVOSrvMtxExceptions.h"
-#include "aio_ostream.h"
 #include "mem_Allocator.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 
 namespace
@@ -29,10 +28,7 @@ bool StartsNewRun(int const* indices, int k, int runLength, int maxRun)
 
 void KVOSrvUtilities::ReportAndAbort(char const* expression, char const* file, int line)
 {
-    (aio_cerr << "Assertion failed: " << expression).put('\n').flush();
-    if (file != nullptr)
-        (aio_cerr << "File " << file << ", line ").print_int(line).put('\n').flush();
-    std::abort();
+    KVOSimAssert::ReportValidationFailure(expression, file, line);
 }
 
 void KVOSrvUtilities::ReleaseMemory() noexcept

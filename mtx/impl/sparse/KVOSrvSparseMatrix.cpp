@@ -20,30 +20,31 @@ constexpr char kConstructor[] = "KVOSrvSparseMatrix";
 // @throws KVOSrvMtxRefusedInput unless a matrix can consist of these arrays
 void RequireRows(KVOSrvSparseRows const& rows)
 {
-    Require(StartsAscend(rows.rowStart, rows.rows), kConstructor, "the row starts do not ascend from 0 to at most 2^31 - 1");
+    RequireFitting(StartsAscend(rows.rowStart, rows.rows), kConstructor, "the row starts do not ascend from 0 to at most 2^31 - 1");
     auto const entries = static_cast<std::int64_t>(rows.rowStart[rows.rows]);
-    Require(entries == 0 || (rows.columnIndices != nullptr && rows.values != nullptr), kConstructor, "an array is null");
-    Require(std::all_of(rows.columnIndices, rows.columnIndices + entries, [&](int column) { return column >= 0 && column < rows.columns; }),
-            kConstructor, "a column lies outside the matrix");
-    Require(ColumnsAscend(rows), kConstructor, "the columns of a row do not ascend strictly");
+    RequireFitting(entries == 0 || (rows.columnIndices != nullptr && rows.values != nullptr), kConstructor, "an array is null");
+    RequireFitting(
+        std::all_of(rows.columnIndices, rows.columnIndices + entries, [&](int column) { return column >= 0 && column < rows.columns; }),
+        kConstructor, "a column lies outside the matrix");
+    RequireFitting(ColumnsAscend(rows), kConstructor, "the columns of a row do not ascend strictly");
     if (rows.diagonal == nullptr)
         return;
-    Require(rows.rows == rows.columns, kConstructor, "a matrix of half storage is not square");
-    Require(LieInOneTriangle(rows), kConstructor, "half storage has entries on the diagonal or on both sides of it");
+    RequireFitting(rows.rows == rows.columns, kConstructor, "a matrix of half storage is not square");
+    RequireFitting(LieInOneTriangle(rows), kConstructor, "half storage has entries on the diagonal or on both sides of it");
 }
 
 } // namespace
 
 KVOSrvSparseMatrix::KVOSrvSparseMatrix(int rows, int columns) : m_rowCount(rows), m_columnCount(columns)
 {
-    Require(rows >= 0 && columns >= 0, kConstructor, "a size is negative");
+    RequireFitting(rows >= 0 && columns >= 0, kConstructor, "a size is negative");
     m_content = std::make_unique<Content>();
 }
 
 KVOSrvSparseMatrix::KVOSrvSparseMatrix(int rows, int columns, unsigned* rowStart, int* columnIndices, double* values, double* diagonal)
     : KVOSrvSparseMatrix(rows, columns)
 {
-    Require(rowStart != nullptr, kConstructor, "an array is null");
+    RequireFitting(rowStart != nullptr, kConstructor, "an array is null");
     RequireRows({rows, columns, 0, rowStart, columnIndices, values, diagonal});
     // Nothing fails from here on: so far the arrays are the caller's.
     CompressedRows taken(rows, columns, Array<unsigned>(rowStart), Array<int>(columnIndices), Array<double>(values));
@@ -163,7 +164,7 @@ KVOSrvSparseMatrixEntry* KVOSrvSparseMatrix::GetEntries(int& count) const
     }
     KVOSrvSparseRows const rows = View();
     std::int64_t const length = CountInFull(rows);
-    Require(length <= INT_MAX, "GetEntries", "there are more than 2^31 - 1 entries");
+    RequireFitting(length <= INT_MAX, "GetEntries", "there are more than 2^31 - 1 entries");
     auto list = AllocateList<KVOSrvSparseMatrixEntry>(length);
     ListInFull(rows, list.get());
     count = static_cast<int>(length);

@@ -61,7 +61,7 @@ void KVOSrvSparseMatrix::MarkAssembled()
 
 void KVOSrvSparseMatrix::AddWithChanges(unsigned row, unsigned column, double value)
 {
-    Require(row < INT_MAX && column < INT_MAX, "AddData", "an index exceeds 2^31 - 2");
+    RequireFitting(row < INT_MAX && column < INT_MAX, "AddData", "an index exceeds 2^31 - 2");
     int const rows = std::max(m_rowCount, static_cast<int>(row + 1)), columns = std::max(m_columnCount, static_cast<int>(column + 1));
     auto* const half = std::get_if<HalfRows>(&m_content->rows);
     CompressedRows* const stored = half != nullptr ? &half->triangle : std::get_if<CompressedRows>(&m_content->rows);
@@ -103,7 +103,7 @@ void KVOSrvSparseMatrix::EndAssembly()
         m_pendingEntries.Drain([&](Entries entries) { builder.TakeNext(entries); });
     else
         builder.Take(all);
-    Require(builder.Finish() <= INT_MAX, "EndAssembly", "more than 2^31 - 1 entries would be stored");
+    RequireFitting(builder.Finish() <= INT_MAX, "EndAssembly", "more than 2^31 - 1 entries would be stored");
     Take(builder.Result(), m_symmetry);
 }
 
@@ -121,6 +121,6 @@ void KVOSrvSparseMatrix::Subtract(KVOSrvSparseMatrix const& A, KVOSrvSparseMatri
     builder.Prepare(columns);
 
     builder.Take(lists);
-    Require(builder.Finish() <= INT_MAX, "Subtract", "more than 2^31 - 1 entries would be stored");
+    RequireFitting(builder.Finish() <= INT_MAX, "Subtract", "more than 2^31 - 1 entries would be stored");
     Take(builder.Result());
 }

@@ -23,7 +23,7 @@ KVOSrvSparseMatrix* KVOSrvSparseMatrix::Transpose() const
 KVOSrvSparseMatrix* KVOSrvSparseMatrix::Permute(int const* perm) const
 {
     RequireAssembled("Permute");
-    Require(m_rowCount == m_columnCount, "Permute", "the matrix is not square");
+    RequireFitting(m_rowCount == m_columnCount, "Permute", "the matrix is not square");
     return m_content->WithRows(m_rowCount, m_columnCount,
                                [&](auto const& rows) { return new KVOSrvSparseMatrix(PermutationOf(rows, perm), m_content->Nonzeros()); });
 }
@@ -31,7 +31,7 @@ KVOSrvSparseMatrix* KVOSrvSparseMatrix::Permute(int const* perm) const
 void KVOSrvSparseMatrix::PermuteInPlace(int const* perm)
 {
     RequireAssembled("PermuteInPlace");
-    Require(m_rowCount == m_columnCount, "PermuteInPlace", "the matrix is not square");
+    RequireFitting(m_rowCount == m_columnCount, "PermuteInPlace", "the matrix is not square");
     m_content->WithRows(m_rowCount, m_columnCount, [&](auto& rows) { rows = PermutationOf(rows, perm); });
     if (std::holds_alternative<CompressedRows>(m_content->rows))
         m_symmetry = Symmetry::kUnknown;
@@ -77,9 +77,9 @@ void KVOSrvSparseMatrix::SetColumnsToZero(int const* columns, int n)
     RequireAssembled("SetColumnsToZero");
     // Deliberate: the small c of the name; it stands in reports that are searched for.
     RequireFull("SetcolumnsToZero");
-    Require(n >= 0, "SetColumnsToZero", "the number of columns is negative");
-    Require(std::all_of(columns, columns + n, [&](int column) { return column >= 0 && column < m_columnCount; }), "SetColumnsToZero",
-            "a column lies outside the matrix");
+    RequireFitting(n >= 0, "SetColumnsToZero", "the number of columns is negative");
+    RequireFitting(std::all_of(columns, columns + n, [&](int column) { return column >= 0 && column < m_columnCount; }), "SetColumnsToZero",
+                   "a column lies outside the matrix");
     ZeroColumns(m_content->FullRows(m_rowCount, m_columnCount), columns, n);
     // Deliberate: the verdict of IsSymmetric() stays, the structure being the same; only entries that come or move end it.
 }
@@ -90,7 +90,7 @@ KVOSrvSparseMatrix* KVOSrvSparseMatrix::Symmetrized() const
     if (auto const* const half = std::get_if<HalfRows>(&m_content->rows))
         return new KVOSrvSparseMatrix(CopyOf(*half), NumberOfNonzeros());
     CompressedRows const& rows = m_content->FullRows(m_rowCount, m_columnCount);
-    Require(m_rowCount == m_columnCount && EntriesAreSymmetric(rows.View()), "Symmetrized", "the matrix is not symmetric");
+    RequireFitting(m_rowCount == m_columnCount && EntriesAreSymmetric(rows.View()), "Symmetrized", "the matrix is not symmetric");
     HalfRows half = UpperHalf(rows);
     int const entries = half.triangle.Entries();
     return new KVOSrvSparseMatrix(std::move(half), entries);
@@ -99,7 +99,7 @@ KVOSrvSparseMatrix* KVOSrvSparseMatrix::Symmetrized() const
 KVOSrvSparseMatrix* KVOSrvSparseMatrix::Full() const
 {
     RequireAssembled("Full");
-    Require(CountInFull(View()) <= INT_MAX, "Full", "more than 2^31 - 1 entries would be stored");
+    RequireFitting(CountInFull(View()) <= INT_MAX, "Full", "more than 2^31 - 1 entries would be stored");
     auto const* const half = std::get_if<HalfRows>(&m_content->rows);
     CompressedRows full = half != nullptr ? InFull(*half) : CopyOf(m_content->FullRows(m_rowCount, m_columnCount));
     int const entries = full.Entries();

@@ -11,7 +11,7 @@ namespace KVOSrvSparseSupport
 constexpr char const* kSource = "mtx/impl/KVOSrvSparseMatrix";
 
 /// Refuses illegal input. @throws KVOSrvMtxRefusedInput unless what is asked for is valid
-constexpr KVOSrvMatrixSupport::RefusalCheck Require(kSource, "KVOSrvSparseMatrix");
+constexpr KVOSrvMatrixSupport::RefusalCheck RequireFitting(kSource, "KVOSrvSparseMatrix");
 
 using Arrays::AllocateArray;
 using Arrays::AllocateList;

@@ -28,9 +28,10 @@ KVOSimDrawer SparseDrawerOf(KVOSimDistribution const& distribution, int number)
     KVOSimArray<KVOSimDrawer> drawers;
     distribution.QueryDrawers(drawers);
     auto const drawer = std::find_if(drawers.begin(), drawers.end(), [&](KVOSimDrawer const& d) { return d.id == number; });
-    Require(drawer != drawers.end(), "Import", "the distribution has no such drawer");
-    Require(drawer->kind == KVOSimSparseDrawer || drawer->kind == KVOSimSparseSymDrawer, "Import", "the drawer is not sparse");
-    Require(drawer->typeKey == KVOSimDouble && drawer->dimensionSizes.Size() == 2, "Import", "the drawer holds no matrix of doubles");
+    RequireFitting(drawer != drawers.end(), "Import", "the distribution has no such drawer");
+    RequireFitting(drawer->kind == KVOSimSparseDrawer || drawer->kind == KVOSimSparseSymDrawer, "Import", "the drawer is not sparse");
+    RequireFitting(drawer->typeKey == KVOSimDouble && drawer->dimensionSizes.Size() == 2, "Import",
+                   "the drawer holds no matrix of doubles");
     return *drawer;
 }
 
@@ -52,9 +53,10 @@ void KVOSrvSparseMatrix::Export(KVOSimCSetID const& rows, KVOSimCSetID const& co
 {
     RequireAssembled("Export");
     int const members = KVOSimCSet(columns).Size();
-    Require(KVOSimCSet(rows).Size() == m_rowCount, "Export", "the set of the rows has not as many members as there are rows");
-    Require(members >= m_columnCount, "Export", "the set of the columns has fewer members than there are columns");
-    Require(!IsHalfStored() || members == m_columnCount, "Export", "the columns of half storage are its rows, its sets have one size");
+    RequireFitting(KVOSimCSet(rows).Size() == m_rowCount, "Export", "the set of the rows has not as many members as there are rows");
+    RequireFitting(members >= m_columnCount, "Export", "the set of the columns has fewer members than there are columns");
+    RequireFitting(!IsHalfStored() || members == m_columnCount, "Export",
+                   "the columns of half storage are its rows, its sets have one size");
     KVOSrvSparseRows const content = View();
 
     KVOSimTransfer transfer{KVOSimDistribution(distribution)};
@@ -93,7 +95,7 @@ void KVOSrvSparseMatrix::Import(KVOSimDistributionID const& distribution, int nu
     KVOSimDrawer const drawer = SparseDrawerOf(source, number);
     bool const symmetric = drawer.serialization.Code() == KVOSimSparseSymDrawer;
     int const rows = drawer.dimensionSizes[0], columns = drawer.dimensionSizes[1];
-    Require(!symmetric || rows == columns, "Import", "the symmetric drawer is not square");
+    RequireFitting(!symmetric || rows == columns, "Import", "the symmetric drawer is not square");
     std::int64_t const entries = source.DataSizeItems(drawer.id, kValues);
     CompressedRows content(rows, columns, entries);
     Array<double> diagonal = symmetric ? AllocateArray<double>(rows) : nullptr;
@@ -113,7 +115,7 @@ void KVOSrvSparseMatrix::Import(KVOSimDistributionID const& distribution, int nu
     transfer.ExecRead();
     transfer.RelinquishBuffers();
     // Half storage keeps the order that it came with, as it does from a file.
-    Require(symmetric || ColumnsAscend(content.View()), "Import", "the column indices of a row do not ascend");
+    RequireFitting(symmetric || ColumnsAscend(content.View()), "Import", "the column indices of a row do not ascend");
 
     if (symmetric)
         Take(HalfRows{std::move(content), std::move(diagonal)});

@@ -109,8 +109,8 @@ void KVOSrvSparseMatrix::MultiplyDense(KVOSrvDenseMatrix const& X, KVOSrvDenseMa
     DenseChecks::RequireReadable(inRows <= X.NumberOfRows());
     DenseChecks::RequireWritable(outRows <= Y.NumberOfRows() && X.NumberOfColumns() <= Y.NumberOfColumns());
     // A block of columns is read before it is replaced, but another one must not be replaced before it is read.
-    Require(!X.Overlaps(Y) || X.StoredColumnBlocks().offset == Y.StoredColumnBlocks().offset, "MultiplyDense",
-            "Y overlaps X in other columns");
+    RequireFitting(!X.Overlaps(Y) || X.StoredColumnBlocks().offset == Y.StoredColumnBlocks().offset, "MultiplyDense",
+                   "Y overlaps X in other columns");
     Walk const blocks(X.StoredColumnBlocks());
     int const extraRows = Y.NumberOfRows() - outRows;
     Buffer const input(std::int64_t{inRows} * blocks.MaxCount()), output(std::int64_t{outRows} * blocks.MaxCount());
@@ -130,7 +130,7 @@ void KVOSrvSparseMatrix::MultiplyDense(KVOSrvDenseMatrix const& X, double* y, bo
     RequireAssembled("MultiplyDense");
     RequireFull("MultiplyDense");
     int const outRows = transpose ? m_columnCount : m_rowCount;
-    Require(!transpose || y != nullptr || outRows == 0 || X.NumberOfColumns() == 0, "MultiplyDense", "y is null");
+    RequireFitting(!transpose || y != nullptr || outRows == 0 || X.NumberOfColumns() == 0, "MultiplyDense", "y is null");
     int count = 0;
     unsigned* const rows = transpose ? FindNontrivialRows(count) : FindNontrivialColumns(count);
     RowList const list(rows, count);

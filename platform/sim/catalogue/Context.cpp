@@ -19,7 +19,6 @@ namespace
 constexpr char const* kCollection = "Cannot create a collection in the database";
 constexpr char const* kSet = "Cannot create a set in the database";
 constexpr char const* kDistribution = "Cannot create a distribution in the database";
-constexpr int kMaxDimensions = 32; // what HDF5 offers
 
 // Adds to two lists or to none.
 template<class List, class Entry, class Insert>
@@ -239,7 +238,7 @@ void Context::MakeStorable(std::shared_ptr<MemberSet> const& set)
 
 std::vector<Dimension> Context::CheckedGrid(KVOSimGrid const& grid, char const* doing)
 {
-    if (grid.Collections().IsEmpty() || grid.Collections().Size() > kMaxDimensions)
+    if (grid.Collections().IsEmpty() || grid.Collections().Size() > static_cast<int>(kMaxRank))
         ThrowReason(doing, Path(), "its grid has " + std::to_string(grid.Collections().Size()) + " dimensions, 1 to 32 are possible");
     std::vector<Dimension> dimensions;
     for (KVOSimCollectionID const& id : grid.Collections()) {

@@ -75,7 +75,7 @@ Distribution::Distribution(Context& context, int index, int rangeType, int type,
 
 Distribution::~Distribution() = default;
 
-Context& Distribution::Require(char const* doing) const
+Context& Distribution::RequireOpen(char const* doing) const
 {
     if (m_context == nullptr)
         ThrowReason(doing, Path(), "the distribution's database was closed, or the transaction that made it did not commit");
@@ -84,7 +84,7 @@ Context& Distribution::Require(char const* doing) const
 
 Drawer& Distribution::DrawerAt(int number, char const* doing) const
 {
-    Require(doing);
+    RequireOpen(doing);
     if (number < 0 || number >= static_cast<int>(m_drawers.size()) || m_drawers[static_cast<std::size_t>(number)] == nullptr)
         ThrowReason(doing, Path(), "distribution " + std::to_string(m_id.Index()) + " has no drawer " + std::to_string(number));
     return *m_drawers[static_cast<std::size_t>(number)];
@@ -129,7 +129,7 @@ bool Distribution::HasOpenDrawers() const noexcept
 
 DenseDrawer& Distribution::Dense(Drawer& drawer)
 {
-    Context& context = Require(kOpening);
+    Context& context = RequireOpen(kOpening);
     if (drawer.dense != nullptr)
         return *drawer.dense;
     if (drawer.kind != KVOSimDenseDrawer)
@@ -167,7 +167,7 @@ DenseDrawer& Distribution::Dense(Drawer& drawer)
 // Null where there are none.
 std::shared_ptr<ValueSums> Distribution::OpenSums(char const* name, DenseShape const& shape) const
 {
-    Context const& context = Require(kOpening);
+    Context const& context = RequireOpen(kOpening);
     Session const& session = context.OpenSession(kOpening);
     if (!session.HasChecksums() || shape.chunkSizes.empty())
         return nullptr;
@@ -201,7 +201,7 @@ void Distribution::AcceptSums() noexcept
 
 SparseDrawer& Distribution::Sparse(Drawer& drawer)
 {
-    Context& context = Require(kOpening);
+    Context& context = RequireOpen(kOpening);
     if (drawer.sparse != nullptr)
         return *drawer.sparse;
     if (drawer.kind == KVOSimDenseDrawer)
@@ -220,7 +220,7 @@ Drawer& Distribution::AddDrawer(int kind, std::vector<std::shared_ptr<MemberSet>
                                 std::shared_ptr<SparseDrawer> sparse)
 {
     constexpr char const* kAdding = "Cannot create a drawer in the database";
-    Context& context = Require(kAdding);
+    Context& context = RequireOpen(kAdding);
     context.Touch(*this);
     if (!IsTemporary())
         for (auto const& set : sets)
@@ -259,7 +259,7 @@ Drawer& Distribution::AddStoredDrawer(int number, int kind)
 void Distribution::ChangeSet(Drawer& drawer, int dim, std::shared_ptr<MemberSet> set)
 {
     constexpr char const* kChanging = "Cannot change a dimension of a drawer of the database";
-    Context& context = Require(kChanging);
+    Context& context = RequireOpen(kChanging);
     context.Touch(*this);
     if (!IsTemporary())
         context.MakeStorable(set);
@@ -319,7 +319,7 @@ std::uint64_t Distribution::CacheSize() const noexcept
 void Distribution::SetCacheSize(std::uint64_t bytes)
 {
     constexpr char const* kCaching = "Cannot set the cache of a distribution";
-    m_cacheGrant = Require(kCaching).OpenSession(kCaching).GrantCache(bytes, m_cacheGrant);
+    m_cacheGrant = RequireOpen(kCaching).OpenSession(kCaching).GrantCache(bytes, m_cacheGrant);
     PassCacheSize();
 }
 

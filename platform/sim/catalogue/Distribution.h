@@ -59,7 +59,7 @@ public:
     KVOSimArray<KVOSimCollectionID> const& Collections() const noexcept { return m_collections; }
 
     /// @throws KVOSimException when the database was closed or this distribution was rolled back
-    Context& Require(char const* doing) const;
+    Context& RequireOpen(char const* doing) const;
     std::string const& Path() const noexcept { return *m_path; }
 
     /// Drawers by number; one that was rolled back in the middle leaves a null.

@@ -18,7 +18,7 @@ simdb::Distribution& Checked(std::shared_ptr<simdb::Distribution> const& distrib
 {
     if (distribution == nullptr)
         simdb::ThrowReason(doing, "", "the distribution is null");
-    distribution->Require(doing);
+    distribution->RequireOpen(doing);
     return *distribution;
 }
 
@@ -45,7 +45,7 @@ KVOSimDrawer Describe(simdb::Distribution& distribution, simdb::Drawer& drawer)
             description.chunkSizes.Append(static_cast<int>(size));
     for (std::size_t d = 0; d < drawer.sets.size(); ++d) {
         description.dimensionSizes.Append(static_cast<int>(drawer.sets[d]->size));
-        description.csets.Append(distribution.Require(kQuerying).IDOf(*drawer.sets[d], distribution.Grid()[d].color));
+        description.csets.Append(distribution.RequireOpen(kQuerying).IDOf(*drawer.sets[d], distribution.Grid()[d].color));
     }
     description.extendableDim = ExtendableDim(drawer);
     return description;

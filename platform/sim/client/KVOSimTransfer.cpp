@@ -59,14 +59,14 @@ bool PutValue(double value, int typeKey, std::array<std::byte, 8>& bytes)
 
 KVOSimTransfer::KVOSimTransfer(KVOSimDistribution const& distribution) : m_distribution(distribution.m_distribution)
 {
-    m_dims.resize(static_cast<std::size_t>(Require(kSetting).Rank()));
+    m_dims.resize(static_cast<std::size_t>(RequireDistribution(kSetting).Rank()));
 }
 
-simdb::Distribution& KVOSimTransfer::Require(char const* doing) const
+simdb::Distribution& KVOSimTransfer::RequireDistribution(char const* doing) const
 {
     if (m_distribution == nullptr)
         simdb::ThrowReason(doing, "", "the distribution is null");
-    m_distribution->Require(doing);
+    m_distribution->RequireOpen(doing);
     return *m_distribution;
 }
 
@@ -77,14 +77,14 @@ void KVOSimTransfer::Refuse(char const* doing, std::string const& why) const
 
 void KVOSimTransfer::SetMakeNewDrawer()
 {
-    Require(kSetting);
+    RequireDistribution(kSetting);
     m_newDrawer = NewDrawer::Plain;
     m_chunkSizes.clear();
 }
 
 void KVOSimTransfer::SetMakeNewDrawerChunked(KVOSimArray<int> const& chunkSizes)
 {
-    if (chunkSizes.Size() != Require(kSetting).Rank())
+    if (chunkSizes.Size() != RequireDistribution(kSetting).Rank())
         Refuse(kSetting, "there must be one chunk size per dimension, not " + std::to_string(chunkSizes.Size()));
     std::int64_t bytes = KVOSimTypeKeySize(m_distribution->RangeType());
     for (int const size : chunkSizes) {
@@ -112,7 +112,7 @@ void KVOSimTransfer::SetSparseNNonzero(std::int64_t count)
 
 void KVOSimTransfer::SetInitializationValue(double value, int typeKey)
 {
-    if (typeKey != Require(kSetting).RangeType())
+    if (typeKey != RequireDistribution(kSetting).RangeType())
         Refuse(kSetting, "the initialization value is of type " + std::to_string(typeKey) + ", the distribution's values of type " +
                              std::to_string(m_distribution->RangeType()));
     std::array<std::byte, 8> bytes{};
@@ -124,7 +124,7 @@ void KVOSimTransfer::SetInitializationValue(double value, int typeKey)
 // The dimension `dim`, when sets of that collection can number it: colours differ in name only.
 KVOSimTransfer::Dim& KVOSimTransfer::DimAt(int dim, KVOSimCollectionID const& collection, char const* doing)
 {
-    simdb::Distribution const& distribution = Require(doing);
+    simdb::Distribution const& distribution = RequireDistribution(doing);
     if (dim < 0 || dim >= distribution.Rank())
         Refuse(doing, "there is no dimension " + std::to_string(dim));
     if (collection.IsNull())
@@ -138,7 +138,7 @@ KVOSimTransfer::Dim& KVOSimTransfer::DimAt(int dim, KVOSimCollectionID const& co
 void KVOSimTransfer::SetDim(int dim, KVOSimCSetID const& set)
 {
     Dim& target = DimAt(dim, set.CollectionID(), kSetting);
-    m_distribution->Require(kSetting).SetOf(set, kSetting);
+    m_distribution->RequireOpen(kSetting).SetOf(set, kSetting);
     target.set = set;
     target.isSet = true;
 }
@@ -158,7 +158,7 @@ void KVOSimTransfer::SetDimOrdinalRange(int dim, KVOSimCollectionID const& colle
 void KVOSimTransfer::SetDimExtension(int dim, KVOSimCSetID const& set)
 {
     Dim& target = DimAt(dim, set.CollectionID(), kSetting);
-    m_distribution->Require(kSetting).SetOf(set, kSetting);
+    m_distribution->RequireOpen(kSetting).SetOf(set, kSetting);
     target.extension = set;
 }
 
@@ -191,7 +191,7 @@ void KVOSimTransfer::SetDimMembers(int dim, KVOSimCSetID const& set)
     constexpr char const* kNumbering = "Cannot number a dimension of a drawer";
     DimAt(dim, set.CollectionID(), kNumbering);
     RequireWritable(kNumbering);
-    auto const members = m_distribution->Require(kNumbering).SetOf(set, kNumbering);
+    auto const members = m_distribution->RequireOpen(kNumbering).SetOf(set, kNumbering);
     simdb::Drawer& drawer = m_distribution->DrawerAt(m_drawer, kNumbering);
     auto const& current = drawer.sets[static_cast<std::size_t>(dim)];
     if (members->size != current->size)
@@ -201,7 +201,7 @@ void KVOSimTransfer::SetDimMembers(int dim, KVOSimCSetID const& set)
 
 void KVOSimTransfer::RequireWritable(char const* doing) const
 {
-    Require(doing).Require(doing).OpenSession(doing).RequireWritable(doing);
+    RequireDistribution(doing).RequireOpen(doing).OpenSession(doing).RequireWritable(doing);
     if (!m_write)
         Refuse(doing, "the transfer was not set up for writing");
 }

@@ -116,7 +116,7 @@ private:
     };
     enum class NewDrawer { None, Plain, Chunked };
 
-    simdb::Distribution& Require(char const* doing) const;
+    simdb::Distribution& RequireDistribution(char const* doing) const;
     [[noreturn]] void Refuse(char const* doing, std::string const& why) const;
     Dim& DimAt(int dim, KVOSimCollectionID const& collection, char const* doing);
     bool IsExtension() const noexcept;

@@ -30,12 +30,12 @@ std::int64_t SlotBytes(simdb::SparseShape const& shape, int slot)
 // What goes with the process needs none.
 bool KVOSimTransfer::KeepsChecksums() const
 {
-    return m_checksums && !m_distribution->IsTemporary() && m_distribution->Require(kMaking).OpenSession(kMaking).HasChecksums();
+    return m_checksums && !m_distribution->IsTemporary() && m_distribution->RequireOpen(kMaking).OpenSession(kMaking).HasChecksums();
 }
 
 void KVOSimTransfer::MakeDenseDrawer(char const* doing)
 {
-    simdb::Context& context = m_distribution->Require(doing);
+    simdb::Context& context = m_distribution->RequireOpen(doing);
     simdb::DenseShape shape;
     shape.typeKey = m_distribution->RangeType();
     shape.chunkSizes = m_chunkSizes;
@@ -55,7 +55,7 @@ void KVOSimTransfer::MakeDenseDrawer(char const* doing)
 
 void KVOSimTransfer::MakeSparseDrawer(char const* doing)
 {
-    simdb::Context& context = m_distribution->Require(doing);
+    simdb::Context& context = m_distribution->RequireOpen(doing);
     std::vector<std::shared_ptr<simdb::MemberSet>> sets{context.SetOf(m_dims[0].set, doing), context.SetOf(m_dims[1].set, doing)};
     simdb::SparseShape const shape{m_serialization.Code(), m_distribution->RangeType(), sets[0]->size, sets[1]->size, m_nonzeros};
     if (m_nonzeros > INT32_MAX)
@@ -70,7 +70,7 @@ void KVOSimTransfer::MakeSparseDrawer(char const* doing)
 
 void KVOSimTransfer::InitializePersistentDrawer()
 {
-    if (Require(kMaking); m_newDrawer == NewDrawer::None)
+    if (RequireDistribution(kMaking); m_newDrawer == NewDrawer::None)
         Refuse(kMaking, "the transfer was not told to make a new one");
     CheckNewDrawer(kMaking);
     if (m_serialization.Code() != KVOSimDenseDrawer)
@@ -80,10 +80,10 @@ void KVOSimTransfer::InitializePersistentDrawer()
 
 void KVOSimTransfer::InitializeExtension()
 {
-    if (Require(kExtending); !IsExtension() || m_newDrawer != NewDrawer::None)
+    if (RequireDistribution(kExtending); !IsExtension() || m_newDrawer != NewDrawer::None)
         Refuse(kExtending, "the transfer was told of no new members");
     CheckExtension(kExtending);
-    simdb::Context& context = m_distribution->Require(kExtending);
+    simdb::Context& context = m_distribution->RequireOpen(kExtending);
     simdb::Drawer& drawer = m_distribution->DrawerAt(m_drawer, kExtending);
     for (std::size_t d = 0; d < m_dims.size(); ++d) {
         if (m_dims[d].extension.IsNull())
@@ -132,7 +132,7 @@ void KVOSimTransfer::ExecWrite()
             return MakeSparseDrawer(kWriting);
         std::int64_t bytes = KVOSimTypeKeySize(m_distribution->RangeType());
         for (Dim const& dim : m_dims)
-            bytes *= m_distribution->Require(kWriting).SetOf(dim.set, kWriting)->size; // CheckNewDrawer knows that it does not overflow
+            bytes *= m_distribution->RequireOpen(kWriting).SetOf(dim.set, kWriting)->size; // CheckNewDrawer knows that it does not overflow
         BufferOf(0, bytes, false, kWriting);
         MakeDenseDrawer(kWriting);
     }

@@ -42,7 +42,7 @@ bool KVOSimTransfer::IsExtension() const noexcept
 
 void KVOSimTransfer::CheckView()
 {
-    Require(kChecking);
+    RequireDistribution(kChecking);
     if (m_newDrawer != NewDrawer::None)
         CheckNewDrawer(kChecking);
     else if (IsExtension())
@@ -63,14 +63,14 @@ void KVOSimTransfer::CheckNewDrawer(char const* doing) const
         Refuse(doing, "a sparse drawer has two dimensions and no chunks");
     if (m_checksums && !sparse && m_newDrawer == NewDrawer::Plain)
         Refuse(doing, "only chunks and the arrays of sparse drawers have checksums: choose chunk sizes");
-    simdb::Session const& session = m_distribution->Require(doing).OpenSession(doing);
+    simdb::Session const& session = m_distribution->RequireOpen(doing).OpenSession(doing);
     if (m_checksums && !session.IsScratch() && !session.HasChecksums())
         Refuse(doing, "the file has format version 1, which knows no checksums of values");
     std::int64_t bytes = KVOSimTypeKeySize(m_distribution->RangeType());
     for (std::size_t d = 0; d < m_dims.size(); ++d) {
         if (!m_dims[d].isSet || m_dims[d].set.IsNull())
             Refuse(doing, "dimension " + std::to_string(d) + " of the new drawer has no set");
-        std::int64_t const size = m_distribution->Require(doing).SetOf(m_dims[d].set, doing)->size;
+        std::int64_t const size = m_distribution->RequireOpen(doing).SetOf(m_dims[d].set, doing)->size;
         if (!sparse && __builtin_mul_overflow(bytes, std::max<std::int64_t>(size, 1), &bytes))
             Refuse(doing, "the drawer would have more than 2^63 bytes");
     }
@@ -79,7 +79,7 @@ void KVOSimTransfer::CheckNewDrawer(char const* doing) const
 void KVOSimTransfer::CheckExtension(char const* doing) const
 {
     RequireWritable(doing);
-    simdb::Context& context = m_distribution->Require(doing);
+    simdb::Context& context = m_distribution->RequireOpen(doing);
     simdb::Drawer const& drawer = m_distribution->DrawerAt(m_drawer, doing);
     if (drawer.kind != KVOSimDenseDrawer)
         Refuse(doing, "a sparse drawer cannot be extended");
@@ -105,7 +105,7 @@ void KVOSimTransfer::CheckExtension(char const* doing) const
 
 simdb::Drawer& KVOSimTransfer::ViewedDrawer(char const* doing) const
 {
-    simdb::Drawer& drawer = Require(doing).DrawerAt(m_drawer, doing);
+    simdb::Drawer& drawer = RequireDistribution(doing).DrawerAt(m_drawer, doing);
     if (m_newDrawer != NewDrawer::None)
         Refuse(doing, "the new drawer was not made yet");
     if (drawer.kind != m_serialization.Code())
@@ -132,7 +132,7 @@ simdb::DenseView KVOSimTransfer::ViewOf(simdb::Drawer const& drawer, char const*
                 Refuse(doing, "the positions " + std::to_string(range.first) + " to " + std::to_string(range.last) + " of dimension " +
                                   std::to_string(d) + " lie outside the drawer, which has " + std::to_string(members.size));
         } else {
-            simdb::Context& context = m_distribution->Require(doing);
+            simdb::Context& context = m_distribution->RequireOpen(doing);
             auto const set = context.SetOf(dim.set, doing);
             range = {0, set->size - 1};
             if (set.get() != &members && set->size > 0) {
@@ -158,7 +158,7 @@ simdb::DenseView KVOSimTransfer::ViewOf(simdb::Drawer const& drawer, char const*
 // All of the drawer: compressed rows make no sense in part.
 void KVOSimTransfer::CheckSparseView(simdb::Drawer const& drawer, char const* doing) const
 {
-    simdb::Context& context = m_distribution->Require(doing);
+    simdb::Context& context = m_distribution->RequireOpen(doing);
     for (std::size_t d = 0; d < m_dims.size(); ++d) {
         Dim const& dim = m_dims[d];
         simdb::MemberSet& members = *drawer.sets[d];

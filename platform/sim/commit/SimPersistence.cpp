@@ -144,7 +144,7 @@ void Persistence::BeginChanges()
     }
 }
 
-void Persistence::Require(int error) const
+void Persistence::RequireSuccess(int error) const
 {
     if (error != 0)
         ThrowErrno(kCommitting, m_path, error);
@@ -154,7 +154,7 @@ bool Persistence::IsInFile(std::uint64_t address, std::span<std::byte const> byt
 {
     std::vector<std::byte> inFile(bytes.size());
     std::size_t read = 0;
-    Require(io::Read(m_file->Number(), inFile.data(), inFile.size(), address, read));
+    RequireSuccess(io::Read(m_file->Number(), inFile.data(), inFile.size(), address, read));
     return read == bytes.size() && std::equal(bytes.begin(), bytes.end(), inFile.begin());
 }
 
@@ -179,12 +179,12 @@ void Persistence::WriteAdditions()
     for (auto const& [address, bytes] : m_file->Held().All()) {
         std::uint64_t const skip = address < m_committedEnd ? std::min<std::uint64_t>(bytes.size(), m_committedEnd - address) : 0;
         if (skip < bytes.size())
-            Require(gathered.Add(address + skip, std::span(bytes).subspan(skip)));
+            RequireSuccess(gathered.Add(address + skip, std::span(bytes).subspan(skip)));
     }
-    Require(gathered.Write());
+    RequireSuccess(gathered.Write());
     auto const length = static_cast<std::uint64_t>(StatusOf(m_file->Number(), m_path).st_size);
     if (length < m_file->End())
-        Require(io::Reserve(m_file->Number(), length, m_file->End() - length));
+        RequireSuccess(io::Reserve(m_file->Number(), length, m_file->End() - length));
 }
 
 void Persistence::Commit()
@@ -192,7 +192,7 @@ void Persistence::Commit()
     if (m_unfinished)
         CompleteUnfinished();
     if (m_file->Held().IsEmpty())
-        Require(io::Sync(m_file->Number())); // values only
+        RequireSuccess(io::Sync(m_file->Number())); // values only
     else
         Write();
 }
@@ -202,9 +202,9 @@ void Persistence::BeginJournals()
 {
     if (m_journalsBegun)
         return;
-    Require(m_journal.Begin());
+    RequireSuccess(m_journal.Begin());
     FileMark const mark = m_mark.InNewSession();
-    Require(io::Write(m_file->Number(), mark.bytes.data(), mark.bytes.size(), mark.offset));
+    RequireSuccess(io::Write(m_file->Number(), mark.bytes.data(), mark.bytes.size(), mark.offset));
     m_mark = mark;
 }
 
@@ -214,14 +214,14 @@ void Persistence::Write()
     if (!changes.empty())
         BeginJournals();
     WriteAdditions();
-    Require(io::Sync(m_file->Number()));
+    RequireSuccess(io::Sync(m_file->Number()));
     if (changes.empty()) {
         m_file->Held().Clear();
         return;
     }
     Journal const journal(m_mark, m_file->End(), changes);
     m_journalsBegun = false;
-    Require(m_journal.Write(journal));
+    RequireSuccess(m_journal.Write(journal));
     m_journalsBegun = true;
     m_mark = *journal.After();
 

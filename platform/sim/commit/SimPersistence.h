@@ -47,7 +47,7 @@ private:
     bool IsInFile(std::uint64_t address, std::span<std::byte const> bytes) const;
     std::vector<Journal::Piece> Changes() const;
     void WriteAdditions();
-    void Require(int error) const;
+    void RequireSuccess(int error) const;
 
     std::string m_path;
     std::shared_ptr<DriverFile> m_file;

@@ -11,8 +11,6 @@
 namespace simdb
 {
 
-constexpr std::size_t kMaxRank = 32;
-
 /// One number a dimension.
 using Extents = std::array<std::int64_t, kMaxRank>;
 

@@ -8,6 +8,9 @@
 namespace simdb
 {
 
+/// The most dimensions of a grid: what HDF5 offers.
+constexpr std::size_t kMaxRank = 32;
+
 /// First to last, both inclusive, 0-based.
 struct Range {
     std::int64_t first;
