@@ -7,25 +7,25 @@ namespace
 {
 
 constexpr std::ptrdiff_t kMostVectors = 8;
-constexpr std::ptrdiff_t kLeastRows = 64, kMostRows = 256; // of a block: its columns, the chunks below, are of 512 bytes and more
+constexpr std::ptrdiff_t kLeastRows = 64, kMostRows = 256; // of a strip: its columns, the chunks below, are of 512 bytes and more
 constexpr std::ptrdiff_t kMostChunks = blac::kMostInterleavedRows / kMostRows * kMostVectors;
 
-// One block's rows to columns.
-void Transpose(double* block, std::ptrdiff_t rows, std::ptrdiff_t vectors, double* scratch) noexcept
+// One strip's rows to columns.
+void Transpose(double* strip, std::ptrdiff_t rows, std::ptrdiff_t vectors, double* scratch) noexcept
 {
-    std::copy_n(block, rows * vectors, scratch);
+    std::copy_n(strip, rows * vectors, scratch);
     for (std::ptrdiff_t j = 0; j < vectors; ++j)
         for (std::ptrdiff_t i = 0; i < rows; ++i)
-            block[j * rows + i] = scratch[i * vectors + j];
+            strip[j * rows + i] = scratch[i * vectors + j];
 }
 
-// Chunk j of block b becomes chunk b of column j. Every cycle of that permutation is followed once.
-void Permute(double* values, std::ptrdiff_t blocks, std::ptrdiff_t vectors, std::ptrdiff_t chunk, double* scratch) noexcept
+// Chunk j of strip b becomes chunk b of column j. Every cycle of that permutation is followed once.
+void Permute(double* values, std::ptrdiff_t strips, std::ptrdiff_t vectors, std::ptrdiff_t chunk, double* scratch) noexcept
 {
     std::bitset<static_cast<std::size_t>(kMostChunks)> placed;
     auto const copy = [chunk](double const* from, double* to) { std::copy_n(from, chunk, to); };
-    auto const source = [blocks, vectors](std::ptrdiff_t place) { return place % blocks * vectors + place / blocks; };
-    for (std::ptrdiff_t start = 0; start < blocks * vectors; ++start) {
+    auto const source = [strips, vectors](std::ptrdiff_t place) { return place % strips * vectors + place / strips; };
+    for (std::ptrdiff_t start = 0; start < strips * vectors; ++start) {
         if (placed[static_cast<std::size_t>(start)])
             continue;
         std::ptrdiff_t place = start;
@@ -44,13 +44,13 @@ void Permute(double* values, std::ptrdiff_t blocks, std::ptrdiff_t vectors, std:
 void blac::Deinterleave(double* values, std::ptrdiff_t rows, int vectors) noexcept
 {
     double scratch[kMostRows * kMostVectors];
-    std::ptrdiff_t block = kLeastRows;
-    while (rows / block * vectors > kMostChunks)
-        block *= 2;
-    std::ptrdiff_t const blocks = rows / block, whole = blocks * block, left = rows - whole;
-    for (std::ptrdiff_t b = 0; b < blocks; ++b)
-        Transpose(values + b * block * vectors, block, vectors, scratch);
-    Permute(values, blocks, vectors, block, scratch);
+    std::ptrdiff_t strip = kLeastRows;
+    while (rows / strip * vectors > kMostChunks)
+        strip *= 2;
+    std::ptrdiff_t const strips = rows / strip, whole = strips * strip, left = rows - whole;
+    for (std::ptrdiff_t b = 0; b < strips; ++b)
+        Transpose(values + b * strip * vectors, strip, vectors, scratch);
+    Permute(values, strips, vectors, strip, scratch);
 
     std::copy_n(values + whole * vectors, left * vectors, scratch);
     for (std::ptrdiff_t j = vectors - 1; j >= 0; --j) {

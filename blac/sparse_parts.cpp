@@ -46,12 +46,12 @@ std::ptrdiff_t blac::FirstRowOf(unsigned const* rowStart, std::ptrdiff_t count, 
 
 blac::SparseColumnParts::SparseColumnParts(SparseRows const& rows, int parts)
     : m_rows(rows), m_count(std::min(parts, kMostParts)),
-      m_blocks(static_cast<Block*>(mem_Malloc(mem_ArrayBytes(rows.count / kBlock + 1, sizeof(Block)))))
+      m_strips(static_cast<Strip*>(mem_Malloc(mem_ArrayBytes(rows.count / kStrip + 1, sizeof(Strip)))))
 {
-    if (m_blocks == nullptr)
+    if (m_strips == nullptr)
         return;
     CutColumns();
-    LookAtBlocks();
+    LookAtStrips();
 }
 
 // By the columns of some of the rows.
@@ -76,29 +76,29 @@ void blac::SparseColumnParts::CutColumns() noexcept
     m_begin[m_count] = m_rows.columns;
 }
 
-void blac::SparseColumnParts::LookAtBlocks()
+void blac::SparseColumnParts::LookAtStrips()
 {
-    std::ptrdiff_t const blocks = (m_rows.count + kBlock - 1) / kBlock;
+    std::ptrdiff_t const strips = (m_rows.count + kStrip - 1) / kStrip;
     int const pieces = PiecesFor(m_rows.count, 1 << 14);
     InTasks(pieces, [&](int piece) {
-        for (std::ptrdiff_t b = PieceBegin(blocks, pieces, piece); b < PieceBegin(blocks, pieces, piece + 1); ++b) {
-            Block block{INT_MAX, -1};
-            for (std::ptrdiff_t i = b * kBlock; i < std::min((b + 1) * kBlock, m_rows.count); ++i) {
+        for (std::ptrdiff_t b = PieceBegin(strips, pieces, piece); b < PieceBegin(strips, pieces, piece + 1); ++b) {
+            Strip strip{INT_MAX, -1};
+            for (std::ptrdiff_t i = b * kStrip; i < std::min((b + 1) * kStrip, m_rows.count); ++i) {
                 std::ptrdiff_t const row = RowNumber(m_rows, i);
                 if (m_rows.ia[row] == m_rows.ie[row])
                     continue;
-                block.firstColumn = std::min(block.firstColumn, m_rows.ja[m_rows.ia[row]]);
-                block.lastColumn = std::max(block.lastColumn, m_rows.ja[m_rows.ie[row] - 1]);
+                strip.firstColumn = std::min(strip.firstColumn, m_rows.ja[m_rows.ia[row]]);
+                strip.lastColumn = std::max(strip.lastColumn, m_rows.ja[m_rows.ie[row] - 1]);
             }
-            m_blocks[b] = block;
+            m_strips[b] = strip;
         }
     });
 }
 
-// The entries in the part's columns of the rows of a block.
+// The entries in the part's columns of the rows of a strip.
 blac::SparseRows blac::SparseColumnParts::Search(std::ptrdiff_t first, int part, unsigned* begin, unsigned* end) const noexcept
 {
-    std::ptrdiff_t const count = std::min(kBlock, m_rows.count - first);
+    std::ptrdiff_t const count = std::min(kStrip, m_rows.count - first);
     for (std::ptrdiff_t i = 0; i < count; ++i) {
         std::ptrdiff_t const row = RowNumber(m_rows, first + i);
         int const* const rowBegin = m_rows.ja + m_rows.ia[row];

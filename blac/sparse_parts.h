@@ -23,15 +23,15 @@ std::ptrdiff_t FirstRowOf(unsigned const* rowStart, std::ptrdiff_t count, int pa
 /// The columns of a matrix in parts of about as many entries, for tasks that each form the sums of their columns: every task takes the
 /// rows in their order, of each row the entries in its columns. The columns of each row ascend strictly.
 ///
-/// Rows are looked at in blocks: most blocks of a finite-element matrix lie in one part, and only the others have their rows searched.
+/// Rows are looked at in strips: most strips of a finite-element matrix lie in one part, and only the others have their rows searched.
 class SparseColumnParts
 {
 public:
     /// Looks through the first and last columns of the rows, in tasks.
     SparseColumnParts(SparseRows const& rows, int parts);
 
-    /// 0 when there was no memory for 8 bytes a block.
-    int Count() const noexcept { return m_blocks != nullptr ? m_count : 0; }
+    /// 0 when there was no memory for 8 bytes a strip.
+    int Count() const noexcept { return m_strips != nullptr ? m_count : 0; }
     std::ptrdiff_t Begin(int part) const noexcept { return m_begin[part]; }
     std::ptrdiff_t End(int part) const noexcept { return m_begin[part + 1]; }
 
@@ -45,15 +45,15 @@ public:
                 take(PartOf(m_rows, whole, end), whole);
             whole = -1;
         };
-        for (std::ptrdiff_t first = 0; first < m_rows.count; first += kBlock) {
-            Block const& block = m_blocks[first / kBlock];
-            if (block.firstColumn >= Begin(part) && block.lastColumn < End(part)) {
+        for (std::ptrdiff_t first = 0; first < m_rows.count; first += kStrip) {
+            Strip const& strip = m_strips[first / kStrip];
+            if (strip.firstColumn >= Begin(part) && strip.lastColumn < End(part)) {
                 whole = whole < 0 ? first : whole;
                 continue;
             }
             flush(first);
-            if (block.firstColumn < End(part) && block.lastColumn >= Begin(part)) {
-                unsigned begin[kBlock], end[kBlock];
+            if (strip.firstColumn < End(part) && strip.lastColumn >= Begin(part)) {
+                unsigned begin[kStrip], end[kStrip];
                 take(Search(first, part, begin, end), first);
             }
         }
@@ -61,21 +61,21 @@ public:
     }
 
 private:
-    static constexpr std::ptrdiff_t kBlock = 64; // rows; their entries stay in a second-level cache
+    static constexpr std::ptrdiff_t kStrip = 64; // rows; their entries stay in a second-level cache
     static constexpr int kMostParts = 64;
 
-    struct Block {
+    struct Strip {
         int firstColumn; // above lastColumn where there are no entries
         int lastColumn;
     };
     void CutColumns() noexcept;
-    void LookAtBlocks();
+    void LookAtStrips();
     SparseRows Search(std::ptrdiff_t first, int part, unsigned* begin, unsigned* end) const noexcept;
 
     SparseRows m_rows;
     int m_count;
     std::ptrdiff_t m_begin[kMostParts + 1];
-    std::unique_ptr<Block[], mem_Deleter> m_blocks;
+    std::unique_ptr<Strip[], mem_Deleter> m_strips;
 };
 
 } // namespace blac

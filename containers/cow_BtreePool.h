@@ -22,8 +22,8 @@ public:
     cow_BtreePool& operator=(cow_BtreePool const&) = delete;
     ~cow_BtreePool()
     {
-        while (m_slabs != nullptr)
-            mem_Free(std::exchange(m_slabs, m_slabs->next));
+        while (m_arenas != nullptr)
+            mem_Free(std::exchange(m_arenas, m_arenas->next));
     }
 
     /// A new node, made from `arguments`; it is deleted by `delete`. @throws mem_OutOfMemory, and whatever the constructor throws
@@ -55,10 +55,10 @@ public:
 
 private:
     static constexpr std::size_t kCacheLine = 64;
-    static constexpr int kFirstSlab = 8, kLargestSlab = 1024; // in nodes: small maps stay small, large ones allocate rarely
+    static constexpr int kFirstArena = 8, kLargestArena = 1024; // in nodes: small maps stay small, large ones allocate rarely
 
-    struct Slab {
-        Slab* next;
+    struct Arena {
+        Arena* next;
     };
     struct FreePlace {
         FreePlace* next;
@@ -70,28 +70,28 @@ private:
         if (m_free != nullptr)
             return std::exchange(m_free, m_free->next);
         if (m_left == 0)
-            AddSlab();
+            AddArena();
         --m_left;
         return std::exchange(m_next, m_next + PlaceBytes());
     }
     void Give(void* place) noexcept { m_free = ::new (place) FreePlace{m_free}; }
 
-    void AddSlab()
+    void AddArena()
     {
-        std::size_t room = static_cast<std::size_t>(m_slabSize) * PlaceBytes() + kCacheLine;
-        m_slabs = ::new (mem_OperatorNewThrow(sizeof(Slab) + room)) Slab{m_slabs};
-        void* begin = m_slabs + 1;
+        std::size_t room = static_cast<std::size_t>(m_arenaSize) * PlaceBytes() + kCacheLine;
+        m_arenas = ::new (mem_OperatorNewThrow(sizeof(Arena) + room)) Arena{m_arenas};
+        void* begin = m_arenas + 1;
         m_next = static_cast<std::byte*>(std::align(kCacheLine, room - kCacheLine, begin, room));
-        m_left = m_slabSize;
-        m_slabSize = m_slabSize < kLargestSlab ? 2 * m_slabSize : kLargestSlab;
+        m_left = m_arenaSize;
+        m_arenaSize = m_arenaSize < kLargestArena ? 2 * m_arenaSize : kLargestArena;
     }
 
     static constexpr std::size_t PlaceBytes() noexcept { return (sizeof(Node) + kCacheLine - 1) / kCacheLine * kCacheLine; }
 
     FreePlace* m_free = nullptr;
-    std::byte* m_next = nullptr; // first of the m_left places of the newest slab that were never used
-    Slab* m_slabs = nullptr;
+    std::byte* m_next = nullptr; // first of the m_left places of the newest arena that were never used
+    Arena* m_arenas = nullptr;
     int m_left = 0;
-    int m_slabSize = kFirstSlab;
+    int m_arenaSize = kFirstArena;
     std::int32_t m_holders = 0;
 };

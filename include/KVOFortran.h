@@ -251,7 +251,7 @@ KVO_EXPORT void BLAC_DSYTRD(char const* uplo, int const* n, double* a, int const
 /// @}
 /// @name Sparse matrices
 ///
-/// Products of a matrix A of compressed rows with a block of `nvec` vectors, stored by columns without gaps. The arrays of A are 0-based
+/// Products of a matrix A of compressed rows with `nvec` vectors, stored by columns without gaps. The arrays of A are 0-based
 /// also for Fortran: the entries of row i = 0 ... n - 1 are a[k], in column ja[k], for k from ia[i] to ia[i + 1] - 1; `ia` is read as
 /// unsigned. Columns may stand in any order and more than once. Nothing is checked; x and y may not overlap. No scratch memory.
 ///

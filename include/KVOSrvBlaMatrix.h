@@ -90,11 +90,11 @@ public:
     /// They assert that the range is not empty and lies in the matrix.
     /// @{
 
-    /// Copies the packed block `array`, whose columns follow one another without gaps; null is not checked for, unlike in GetValues().
+    /// Copies the packed `array`, whose columns follow one another without gaps; null is not checked for, unlike in GetValues().
     void SetValues(int startRow, int lastRow, int startCol, int lastCol, double const* array);
     /// Copies the whole of `dimMatrix`. Asserts that it has the shape of the range.
     void SetValues(int startRow, int lastRow, int startCol, int lastCol, KVOSrvBlaMatrix const& dimMatrix);
-    /// Copies the range into the packed block `array`. Asserts that it is not null.
+    /// Copies the range into `array`, packed. Asserts that it is not null.
     void GetValues(int startRow, int lastRow, int startCol, int lastCol, double* array) const;
     /// Copies the range into the whole of `dimMatrix`. Asserts that it has the shape of the range.
     void GetValues(int startRow, int lastRow, int startCol, int lastCol, KVOSrvBlaMatrix& dimMatrix) const;

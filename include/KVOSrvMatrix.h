@@ -11,7 +11,7 @@ class KVOSrvDenseMatrix;
 ///
 /// Element (i, j), 0-based, stands at values[j * rows + i]: by columns, the leading dimension is always the number of rows. A matrix that
 /// is created as diagonal stores its diagonal alone: `rows` doubles, entry i being element (i, i) and every other element zero; such a
-/// matrix is square in use. Ranges (first, last) are inclusive at both ends. A packed block is an array of rows x columns whose leading
+/// matrix is square in use. Ranges (first, last) are inclusive at both ends. A packed array is one of rows x columns whose leading
 /// dimension is its own number of rows.
 ///
 /// A matrix owns its array, or wraps one of the caller's, which it never frees nor reallocates and which must outlive it; a Fortran array
@@ -75,20 +75,20 @@ public:
     bool operator==(double value) const;
     /// @}
 
-    /// @name Blocks
-    /// They take the array as full storage, whatever IsDiagonal() says. A block outside an array that was allocated for a diagonal is
+    /// @name Ranges
+    /// They take the array as full storage, whatever IsDiagonal() says. A range outside an array that was allocated for a diagonal is
     /// refused.
     /// @{
 
-    /// Copies the packed block `values` into rows startRow to endRow of the columns startCol to endCol.
+    /// Copies the packed array `values` into rows startRow to endRow of the columns startCol to endCol.
     /// @throws KVOSrvMtxIllegalInput "SetValues" if the range is empty or leaves the matrix
     void SetValues(int startRow, int endRow, int startCol, int endCol, double const* values);
-    /// The same with the array of `source` as the packed block; its shape plays no part, but it must hold that many entries.
+    /// The same with the array of `source` as the packed one; its shape plays no part, but it must hold that many entries.
     /// @throws KVOSrvMtxIllegalInput "SetValues" if the range is empty or leaves the matrix, or if `source` is too small
     void SetValues(int startRow, int endRow, int startCol, int endCol, KVOSrvMatrix const& source);
     /// SetValues() over all columns.
     void SetRows(int startRow, int endRow, KVOSrvMatrix const& source);
-    /// Copies a block into the array of `target`, packed; the shape of `target` plays no part and stays.
+    /// Copies a range into the array of `target`, packed; the shape of `target` plays no part and stays.
     /// @throws KVOSrvMtxIllegalInput "GetValues" if the range is empty or leaves the matrix, or if `target` is too small
     void GetValues(int startRow, int endRow, int startCol, int endCol, KVOSrvMatrix& target) const;
     /// GetValues() over all columns.
@@ -101,12 +101,12 @@ public:
     ///         `source` has fewer rows
     void SetDiagonal(KVOSrvMatrix const& source);
 
-    /// Writes factor * source into the block that begins at (rowOffset, colOffset); of a diagonal `source` the zeros too. Between two
-    /// diagonal matrices entry i goes to entry rowOffset + i. The block must lie in the matrix: this is not checked.
+    /// Writes factor * source into the range that begins at (rowOffset, colOffset); of a diagonal `source` the zeros too. Between two
+    /// diagonal matrices entry i goes to entry rowOffset + i. The range must lie in the matrix: this is not checked.
     /// `source` may be this matrix, at offset (0, 0).
     /// @throws KVOSrvMtxIllegalInput "SetSlice" if this matrix is diagonal and `source` full
     void SetSlice(double factor, KVOSrvMatrix const& source, int rowOffset, int colOffset);
-    /// Adds factor * source to the block that begins at (rowOffset, colOffset), which must lie in the matrix: this is not checked.
+    /// Adds factor * source to the range that begins at (rowOffset, colOffset), which must lie in the matrix: this is not checked.
     /// `source` may be this matrix, at offset (0, 0).
     /// @throws KVOSrvMtxIllegalInput "Assignment operator" if this matrix is diagonal
     void AddSlice(double factor, KVOSrvMatrix const& source, int rowOffset, int colOffset);
@@ -160,14 +160,14 @@ public:
     /// @throws KVOSrvMtxIllegalInput "Multiply" if the shapes do not fit, if this matrix is diagonal and an operand is not, or if a full
     ///         product would overwrite an operand of its own
     void Multiply(KVOSrvMatrix const& A, KVOSrvMatrix const& B);
-    /// Lower block triangle of this := A * B, for a product known to be symmetric; complete it with SetSymmetricResults().
-    /// The order is cut into blocks of 128, the first taking the remainder; the blocks above the diagonal blocks are set to zero.
+    /// Lower triangle of tiles of this := A * B, for a product known to be symmetric; complete it with SetSymmetricResults().
+    /// The order is cut into tiles of 128, the first taking the remainder; the tiles above the diagonal ones are set to zero.
     /// @throws KVOSrvMtxIllegalInput "SymmetricMultiply" unless all three are full and square of one order and this one is no operand
     void SymmetricMultiply(KVOSrvMatrix const& A, KVOSrvMatrix const& B);
     /// C := this^T * B, or C := C + this^T * B if `accumulate` is not 0, all three full.
     /// Nothing is checked: this matrix is k x m, B k x n and C m x n.
-    /// @param symmetricResult  not 0: only a triangle of the blocks of C is computed, the lower unless m < n, with both dimensions cut into
-    ///                         blocks of 144, the last taking the remainder; the other blocks of C stay as they are
+    /// @param symmetricResult  not 0: only a triangle of the tiles of C is computed, the lower unless m < n, with both dimensions cut into
+    ///                         tiles of 144, the last taking the remainder; the other tiles of C stay as they are
     void TransposeMultiply(KVOSrvMatrix const& B, KVOSrvMatrix& C, int symmetricResult, int accumulate) const;
     /// this := this * B for a square matrix or a diagonal B, but this := B * this for a single column (deliberate).
     /// @throws KVOSrvMtxIllegalInput "*=" if B is this object, NumberOfRows() is not B's number of columns, or B is diagonal and not square
@@ -215,7 +215,7 @@ private:
     bool IsAllocatedAsDiagonal() const noexcept { return m_diagonal && m_ownsValues; }
     bool IsSquare() const noexcept { return m_rows == m_columns; }
     bool HasShapeOf(KVOSrvMatrix const& other) const noexcept { return m_rows == other.m_rows && m_columns == other.m_columns; }
-    bool ContainsBlock(int startRow, int endRow, int startCol, int endCol) const noexcept;
+    bool ContainsRange(int startRow, int endRow, int startCol, int endCol) const noexcept;
     double* Column(int column) noexcept { return m_values + std::ptrdiff_t{column} * m_rows; }
     double const* Column(int column) const noexcept { return m_values + std::ptrdiff_t{column} * m_rows; }
     std::ptrdiff_t DiagonalStride() const noexcept { return m_diagonal ? 1 : std::ptrdiff_t{m_rows} + 1; }

@@ -5,8 +5,9 @@
 
 /// An operand of a product, op(X), being X or its transpose, cut into tiles of 144 rows and columns; the last may be smaller.
 ///
-/// It refers to X, which must outlive it. A block is a view of X itself, made by KVOSrvBlaMatrix::Submatrix(), that the caller deletes; its
-/// transposition is left to the flag that DGEMM is given. A broken precondition ends the process, as with KVOSrvBlaMatrix.
+/// It refers to X, which must outlive it. What its members call a block, a row or a column of tiles, is a view of X itself, made by
+/// KVOSrvBlaMatrix::Submatrix(), that the caller deletes; its transposition is left to the flag that DGEMM is given. A broken precondition
+/// ends the process, as with KVOSrvBlaMatrix.
 class KVO_EXPORT KVOSrvTransBlaMtx
 {
 public:

@@ -14,7 +14,7 @@
 
 /// A growable list with copy-on-write: copying shares the content, the first change of a shared list clones it.
 ///
-/// The content lies in blocks of 16, 32, 64, ... elements, so that appending never moves what is there: no more than the elements'
+/// The content lies in pieces of 16, 32, 64, ... elements, so that appending never moves what is there: no more than the elements'
 /// own memory is touched, however long the list gets. T is trivially copyable. Lists of several threads may share their content;
 /// one list is used by one thread.
 template<class T>
@@ -47,8 +47,8 @@ public:
     /// Element `index`, 0-based; not checked.
     T const& operator[](std::int64_t index) const noexcept
     {
-        int const block = BlockOf(index);
-        return m_content->blocks[block][index - FirstOf(block)];
+        int const piece = PieceOf(index);
+        return m_content->pieces[piece][index - FirstOf(piece)];
     }
 
     /// Appends `value`, amortised O(1). @throws mem_OutOfMemory, the list is as it was
@@ -59,7 +59,7 @@ public:
         *m_content->next++ = value;
     }
 
-    /// Drops all but the first `size` elements and gives their blocks back; a `size` beyond the list changes nothing.
+    /// Drops all but the first `size` elements and gives their pieces back; a `size` beyond the list changes nothing.
     void Truncate(std::int64_t size)
     {
         if (size >= Size())
@@ -70,20 +70,20 @@ public:
         }
         if (m_content->IsShared())
             Clone();
-        int const last = BlockOf(size - 1);
-        while (m_content->blockCount > last + 1)
-            mem_Free(m_content->blocks[--m_content->blockCount]);
-        m_content->next = m_content->blocks[last] + (size - FirstOf(last));
-        m_content->limit = m_content->blocks[last] + LengthOf(last);
+        int const last = PieceOf(size - 1);
+        while (m_content->pieceCount > last + 1)
+            mem_Free(m_content->pieces[--m_content->pieceCount]);
+        m_content->next = m_content->pieces[last] + (size - FirstOf(last));
+        m_content->limit = m_content->pieces[last] + LengthOf(last);
     }
 
-    /// Number of pieces that Block() gives; 0 for an empty list.
-    int BlockCount() const noexcept { return m_content != nullptr ? m_content->blockCount : 0; }
-    /// The content in order, in pieces: Block(0), Block(1), ... Block(BlockCount() - 1), none of them empty.
-    std::span<T const> Block(int block) const noexcept
+    /// Number of pieces that Piece() gives; 0 for an empty list.
+    int PieceCount() const noexcept { return m_content != nullptr ? m_content->pieceCount : 0; }
+    /// The content in order, in pieces: Piece(0), Piece(1), ... Piece(PieceCount() - 1), none of them empty.
+    std::span<T const> Piece(int piece) const noexcept
     {
-        T const* const begin = m_content->blocks[block];
-        return {begin, block + 1 < m_content->blockCount ? begin + LengthOf(block) : m_content->next};
+        T const* const begin = m_content->pieces[piece];
+        return {begin, piece + 1 < m_content->pieceCount ? begin + LengthOf(piece) : m_content->next};
     }
 
     /// Hands the pieces to take(std::span<T const>) in order and gives each back at once, unless it is shared; empty afterwards. For a
@@ -91,54 +91,54 @@ public:
     template<class Take>
     void Drain(Take const& take) noexcept
     {
-        for (int block = 0; block < BlockCount(); ++block) {
-            take(Block(block));
+        for (int piece = 0; piece < PieceCount(); ++piece) {
+            take(Piece(piece));
             if (!m_content->IsShared())
-                mem_Free(std::exchange(m_content->blocks[block], nullptr));
+                mem_Free(std::exchange(m_content->pieces[piece], nullptr));
         }
         Release();
     }
 
     /// Pieces are never more.
-    static constexpr int kMaxBlocks = 48; // 2^52 elements, more than any address space holds
+    static constexpr int kMaxPieces = 48; // 2^52 elements, more than any address space holds
 
 private:
     static constexpr int kFirstBits = 4;
 
-    static constexpr std::int64_t LengthOf(int block) noexcept { return std::int64_t{1} << (kFirstBits + block); }
-    static constexpr std::int64_t FirstOf(int block) noexcept { return LengthOf(block) - LengthOf(0); }
-    static constexpr int BlockOf(std::int64_t index) noexcept
+    static constexpr std::int64_t LengthOf(int piece) noexcept { return std::int64_t{1} << (kFirstBits + piece); }
+    static constexpr std::int64_t FirstOf(int piece) noexcept { return LengthOf(piece) - LengthOf(0); }
+    static constexpr int PieceOf(std::int64_t index) noexcept
     {
         return static_cast<int>(std::bit_width(static_cast<std::uint64_t>(index + LengthOf(0)))) - 1 - kFirstBits;
     }
 
     struct Content {
-        std::int64_t Size() const noexcept { return blockCount == 0 ? 0 : FirstOf(blockCount - 1) + (next - blocks[blockCount - 1]); }
+        std::int64_t Size() const noexcept { return pieceCount == 0 ? 0 : FirstOf(pieceCount - 1) + (next - pieces[pieceCount - 1]); }
 
         // Once it is false no other list can come to share the content, and those that did are done with it.
         bool IsShared() const noexcept { return sharers.load(std::memory_order_acquire) != 1; }
 
         std::atomic<std::int32_t> sharers{1};
-        std::int32_t blockCount = 0;
-        T* next = nullptr; // first free place of the last block
+        std::int32_t pieceCount = 0;
+        T* next = nullptr; // first free place of the last piece
         T* limit = nullptr;
-        T* blocks[kMaxBlocks];
+        T* pieces[kMaxPieces];
     };
 
     static void Destroy(Content* content) noexcept
     {
-        for (int block = 0; block < content->blockCount; ++block)
-            mem_Free(content->blocks[block]);
+        for (int piece = 0; piece < content->pieceCount; ++piece)
+            mem_Free(content->pieces[piece]);
         mem_Free(content);
     }
 
-    static void AddBlock(Content& content)
+    static void AddPiece(Content& content)
     {
-        std::int64_t const length = LengthOf(content.blockCount);
-        T* const block = static_cast<T*>(mem_OperatorNewThrow(mem_ArrayBytes(length, sizeof(T))));
-        content.blocks[content.blockCount++] = block;
-        content.next = block;
-        content.limit = block + length;
+        std::int64_t const length = LengthOf(content.pieceCount);
+        T* const piece = static_cast<T*>(mem_OperatorNewThrow(mem_ArrayBytes(length, sizeof(T))));
+        content.pieces[content.pieceCount++] = piece;
+        content.next = piece;
+        content.limit = piece + length;
     }
 
     void PrepareAppend()
@@ -148,16 +148,16 @@ private:
         else if (m_content->IsShared())
             Clone();
         if (m_content->next == m_content->limit)
-            AddBlock(*m_content);
+            AddPiece(*m_content);
     }
 
     void Clone()
     {
         Content* const copy = new (mem_OperatorNewThrow(sizeof(Content))) Content;
         try {
-            for (int block = 0; block < BlockCount(); ++block) {
-                std::span<T const> const source = Block(block);
-                AddBlock(*copy);
+            for (int piece = 0; piece < PieceCount(); ++piece) {
+                std::span<T const> const source = Piece(piece);
+                AddPiece(*copy);
                 std::memcpy(static_cast<void*>(copy->next), source.data(), source.size_bytes());
                 copy->next += source.size();
             }

@@ -275,7 +275,7 @@ TEST_F(cow_BtreeTest, AssignmentSharesAndMovingTakes)
     EXPECT_EQ(b.Size(), 0);
 }
 
-// Eight nodes fill the pool's first slab; a ninth place would be a second allocation beside that of the handle.
+// Eight nodes fill the pool's first arena; a ninth place would be a second allocation beside that of the handle.
 TEST_F(cow_BtreeTest, UsesThePlacesOfRemovedNodesAgain)
 {
     auto first = std::make_unique<Map>(MakeMap({1, 2, 3, 4, 5, 6, 7, 8}));

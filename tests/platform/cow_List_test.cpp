@@ -13,15 +13,15 @@ namespace
 
 void ExpectSame(cow_List<int> const& list, std::vector<int> const& expected)
 {
-    std::vector<int> byIndex, byBlocks;
+    std::vector<int> byIndex, byPieces;
     for (std::int64_t k = 0; k < list.Size(); ++k)
         byIndex.push_back(list[k]);
-    for (int block = 0; block < list.BlockCount(); ++block) {
-        EXPECT_FALSE(list.Block(block).empty());
-        byBlocks.insert(byBlocks.end(), list.Block(block).begin(), list.Block(block).end());
+    for (int piece = 0; piece < list.PieceCount(); ++piece) {
+        EXPECT_FALSE(list.Piece(piece).empty());
+        byPieces.insert(byPieces.end(), list.Piece(piece).begin(), list.Piece(piece).end());
     }
     ASSERT_EQ(byIndex, expected);
-    ASSERT_EQ(byBlocks, expected);
+    ASSERT_EQ(byPieces, expected);
 }
 
 // A list and the vector that it should equal.

@@ -3,7 +3,7 @@
 #include "KVOSrvBlaMatrixSupport.h"
 #include "KVOSrvMatrixSupport.h"
 #include "KVOSrvTransBlaMtx.h"
-#include "TriangleBlocks.h"
+#include "TriangleTiles.h"
 
 #include <algorithm>
 #include <utility>
@@ -82,23 +82,23 @@ private:
         return MakeTile(std::move(view), ColumnsOfB(j * kTileSize, j * kTileSize + m_opB.ColBlockSize(j)));
     }
 
-    // Fetches each outer block, and with it the inner blocks from the diagonal on, in the order that callers see in Submatrix(). The
-    // products wait until all are seen, and are then few: rectangle() takes ranges along the outer and the inner dimension. A block that is
+    // Fetches each outer tile, and with it the inner ones from the diagonal on, in the order that callers see in Submatrix(). The
+    // products wait until all are seen, and are then few: rectangle() takes ranges along the outer and the inner dimension. A tile that is
     // not in place is multiplied while it exists, by tile(), and so are all after it: 0.58 of the time of
     // the full product, tile by tile 0.76 (docs/performance.md).
     template<class FetchOuter, class FetchInner, class Rectangle, class TileProduct>
-    static void ComputeTiles(TriangleBlocks::Cut const& outerCut, TriangleBlocks::Cut const& innerCut, FetchOuter const& fetchOuter,
+    static void ComputeTiles(TriangleTiles::Cut const& outerCut, TriangleTiles::Cut const& innerCut, FetchOuter const& fetchOuter,
                              FetchInner const& fetchInner, Rectangle const& rectangle, TileProduct const& tile)
     {
-        int const strips = std::min(outerCut.NumberOfBlocks(), innerCut.NumberOfBlocks());
+        int const strips = std::min(outerCut.NumberOfTiles(), innerCut.NumberOfTiles());
         bool allInPlace = true;
-        for (int o = 0; o < outerCut.NumberOfBlocks(); ++o) {
+        for (int o = 0; o < outerCut.NumberOfTiles(); ++o) {
             Tile const outer = fetchOuter(o);
-            for (int i = o; i < innerCut.NumberOfBlocks(); ++i) {
+            for (int i = o; i < innerCut.NumberOfTiles(); ++i) {
                 Tile const inner = fetchInner(i);
                 if (allInPlace && !(outer.isInPlace && inner.isInPlace)) {
                     allInPlace = false;
-                    TriangleBlocks::Cover(outerCut, 0, o, innerCut.size, rectangle);
+                    TriangleTiles::Cover(outerCut, 0, o, innerCut.size, rectangle);
                     if (i > o)
                         rectangle(outerCut.Border(o), outerCut.Border(o + 1), innerCut.Border(o), innerCut.Border(i));
                 }
@@ -107,7 +107,7 @@ private:
             }
         }
         if (allInPlace)
-            TriangleBlocks::Cover(outerCut, 0, strips, innerCut.size, rectangle);
+            TriangleTiles::Cover(outerCut, 0, strips, innerCut.size, rectangle);
     }
 
     void Multiply(Strip const& rows, Strip const& columns) const

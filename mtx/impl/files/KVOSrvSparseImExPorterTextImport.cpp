@@ -296,23 +296,23 @@ bool Ascend(mem_Vector<Triplets> const& parts)
 }
 
 // What BuildRows() makes of entries that ascend, without its copy of them and its sort.
-CompressedRows TakeAscending(SparseRowBuilder::Blocks blocks, int rows, int columns)
+CompressedRows TakeAscending(SparseRowBuilder::Batches batches, int rows, int columns)
 {
-    // Of each block the number of its first entry and the row behind that of the entry before.
+    // Of each batch the number of its first entry and the row behind that of the entry before.
     struct Start {
         std::int64_t entry, row;
     };
     mem_Vector<Start> starts;
     Start next{0, 0};
-    for (SparseRowBuilder::Entries const& block : blocks) {
+    for (SparseRowBuilder::Entries const& batch : batches) {
         starts.push_back(next);
-        if (!block.empty())
-            next = {next.entry + std::ssize(block), std::int64_t{block.back().row} + 1};
+        if (!batch.empty())
+            next = {next.entry + std::ssize(batch), std::int64_t{batch.back().row} + 1};
     }
     CompressedRows result(rows, columns, next.entry);
-    blac::InTasks(static_cast<int>(blocks.size()), [&](int number) {
+    blac::InTasks(static_cast<int>(batches.size()), [&](int number) {
         auto [k, row] = starts[static_cast<std::size_t>(number)];
-        for (KVOSrvSparseMatrixEntry const& entry : blocks[static_cast<std::size_t>(number)]) {
+        for (KVOSrvSparseMatrixEntry const& entry : batches[static_cast<std::size_t>(number)]) {
             for (; row <= entry.row; ++row)
                 result.rowStart[row] = static_cast<unsigned>(k);
             result.columnIndices[k] = static_cast<int>(entry.column);
@@ -328,17 +328,17 @@ CompressedRows TakeAscending(SparseRowBuilder::Blocks blocks, int rows, int colu
 CompressedRows KVOSrvSparseImExPorter::ReadTriplets(char const* path)
 {
     mem_Vector<Triplets> const parts = ReadParts(path);
-    mem_Vector<SparseRowBuilder::Entries> blocks;
-    blocks.reserve(parts.size());
+    mem_Vector<SparseRowBuilder::Entries> batches;
+    batches.reserve(parts.size());
     std::int64_t count = 0;
     int rows = 0, columns = 0;
     for (Triplets const& part : parts) {
-        blocks.emplace_back(part.entries.Entries(), static_cast<std::size_t>(part.entries.Count()));
+        batches.emplace_back(part.entries.Entries(), static_cast<std::size_t>(part.entries.Count()));
         count += part.entries.Count();
         rows = std::max(rows, part.rows);
         columns = std::max(columns, part.columns);
     }
     if (count > INT_MAX)
         RefuseTooMany();
-    return Ascend(parts) ? TakeAscending(blocks, rows, columns) : KVOSrvSparseSupport::BuildRows(blocks, rows, columns);
+    return Ascend(parts) ? TakeAscending(batches, rows, columns) : KVOSrvSparseSupport::BuildRows(batches, rows, columns);
 }

@@ -20,8 +20,8 @@ namespace
 
 constexpr int kInsertionItems = 10; // ranges up to this length are sorted by insertion
 constexpr int kMaxPending = 50;
-constexpr int kBlock = 64;               // items classified at once: one bit each in a word
-constexpr int kMaxPath = 2 * kBlock + 1; // the hole and two blocks
+constexpr int kGroup = 64;               // items classified at once: one bit each in a word
+constexpr int kMaxPath = 2 * kGroup + 1; // the hole and two groups
 constexpr int kAnyRows = -1;
 
 using Bits = std::uint64_t;
@@ -224,7 +224,7 @@ private:
     ///
     /// The items change places as if a hole, at first at l, moved to and fro: the right scan stops at a key not greater than the pivot,
     /// whose item fills the hole; the left scan stops at a key not less, whose item fills the hole left behind; the pivot item fills the
-    /// last hole. The scans classify a block of keys at once, without a branch per key, and the pivot item itself waits in the hole.
+    /// last hole. The scans classify a group of keys at once, without a branch per key, and the pivot item itself waits in the hole.
     /// Whatever the keys, NaN included, no scan leaves [l, r], since each is bounded by the number of places left.
     int Partition(int l, int r) const noexcept
     {
@@ -234,15 +234,15 @@ private:
         Bits left = 0, right = 0; // classified but not yet moved: bit k of left is place leftBase + k, of right place rightTop - k
         int leftBase = a, rightTop = b;
         int first = a, last = b; // the places still in question: those in (hole, first) are less than the pivot, those behind last not less
-        while (last - first >= kBlock) {
+        while (last - first >= kGroup) {
             if (left == 0) {
-                int const length = std::min(kBlock, right == 0 ? (b - a + 1) / 2 : b - a + 1);
+                int const length = std::min(kGroup, right == 0 ? (b - a + 1) / 2 : b - a + 1);
                 left = NotLess(m_keys + a, length, pivot);
                 leftBase = a;
                 a += length;
             }
             if (right == 0) {
-                int const length = std::min(kBlock, b - a + 1);
+                int const length = std::min(kGroup, b - a + 1);
                 right = NotGreater(m_keys + b, length, pivot);
                 rightTop = b;
                 b -= length;
@@ -261,7 +261,7 @@ private:
         return FinishPartition(hole, first, last, pivot);
     }
 
-    /// The scans meet in [first, last], at most one block: here both classify every place, since a key equal to the pivot stops either.
+    /// The scans meet in [first, last], at most one group: here both classify every place, since a key equal to the pivot stops either.
     int FinishPartition(int hole, int first, int last, double pivot) const noexcept
     {
         Bits left = NotLess(m_keys + first, last - first + 1, pivot);

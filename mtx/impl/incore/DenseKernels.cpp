@@ -21,7 +21,7 @@ namespace
 constexpr std::int64_t kTile = 8;
 constexpr std::int64_t kSuperTile = 256;
 
-// Two rows at a time: 2 x 2 blocks are transposed in registers, by instructions that every 64-bit processor of the family has.
+// Two rows at a time: 2 x 2 squares are transposed in registers, by instructions that every 64-bit processor of the family has.
 typedef double Pair __attribute__((vector_size(2 * sizeof(double))));
 typedef std::int64_t PairMask __attribute__((vector_size(2 * sizeof(std::int64_t))));
 
@@ -135,7 +135,8 @@ void SwapTiles(double* lower, double* upper, std::int64_t lda)
 
 // Walking along a row, no prefetcher of the processor follows the lines of the tiles. They are fetched kAhead columns before they are used,
 // into the second level of the cache: with a leading dimension of a power of two they would drive each other out of the first.
-// Comparing squares of 512 takes 1.1 times a copy so, 1.7 without fetching. The 64 lines on their way are 4 KiB of the second level: no choice by the processor.
+// Comparing squares of 512 takes 1.1 times a copy so, 1.7 without fetching. The 64 lines on their way are 4 KiB of the second level: no
+// choice by the processor.
 constexpr std::int64_t kAhead = 8 * kTile;
 
 void FetchTile(double const* a, std::int64_t lda)

@@ -54,7 +54,7 @@ std::int64_t KVOSrvMatrix::AddressableEntries() const noexcept
     return IsAllocatedAsDiagonal() ? m_rows : std::int64_t{m_rows} * m_columns;
 }
 
-bool KVOSrvMatrix::ContainsBlock(int startRow, int endRow, int startCol, int endCol) const noexcept
+bool KVOSrvMatrix::ContainsRange(int startRow, int endRow, int startCol, int endCol) const noexcept
 {
     return startRow >= 0 && startCol >= 0 && endRow < m_rows && endCol < m_columns && endRow >= startRow && endCol >= startCol &&
            std::int64_t{endCol} * m_rows + endRow < AddressableEntries();
@@ -100,7 +100,7 @@ bool KVOSrvMatrix::operator==(double value) const
 
 void KVOSrvMatrix::SetValues(int startRow, int endRow, int startCol, int endCol, double const* values)
 {
-    RequireLegal(ContainsBlock(startRow, endRow, startCol, endCol), "SetValues");
+    RequireLegal(ContainsRange(startRow, endRow, startCol, endCol), "SetValues");
 
     int const rows = endRow - startRow + 1;
     DenseKernels::Copy(rows, endCol - startCol + 1, values, rows, Column(startCol) + startRow, m_rows);
@@ -108,7 +108,7 @@ void KVOSrvMatrix::SetValues(int startRow, int endRow, int startCol, int endCol,
 
 void KVOSrvMatrix::SetValues(int startRow, int endRow, int startCol, int endCol, KVOSrvMatrix const& source)
 {
-    RequireLegal(ContainsBlock(startRow, endRow, startCol, endCol), "SetValues");
+    RequireLegal(ContainsRange(startRow, endRow, startCol, endCol), "SetValues");
     RequireLegal((std::int64_t{endRow} - startRow + 1) * (endCol - startCol + 1) <= source.AddressableEntries(), "SetValues");
 
     SetValues(startRow, endRow, startCol, endCol, source.m_values);
@@ -121,7 +121,7 @@ void KVOSrvMatrix::SetRows(int startRow, int endRow, KVOSrvMatrix const& source)
 
 void KVOSrvMatrix::GetValues(int startRow, int endRow, int startCol, int endCol, KVOSrvMatrix& target) const
 {
-    RequireLegal(ContainsBlock(startRow, endRow, startCol, endCol), "GetValues");
+    RequireLegal(ContainsRange(startRow, endRow, startCol, endCol), "GetValues");
     int const rows = endRow - startRow + 1, columns = endCol - startCol + 1;
     RequireLegal(std::int64_t{rows} * columns <= target.AddressableEntries(), "GetValues");
 

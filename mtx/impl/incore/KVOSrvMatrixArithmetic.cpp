@@ -4,7 +4,7 @@
 #include "DenseKernels.h"
 #include "KVOFortran.h"
 #include "KVOSrvMatrixSupport.h"
-#include "TriangleBlocks.h"
+#include "TriangleTiles.h"
 
 #include <algorithm>
 
@@ -17,9 +17,9 @@ namespace
 
 constexpr KVOSrvMatrixSupport::InputCheck RequireLegal{"mtx/impl/KVOSrvMatrixArithmetic"};
 
-// Block sizes that the callers of the symmetric products know, so the same on every processor.
-constexpr int kSymmetricBlock = 128;
-constexpr int kTransposeBlock = 144;
+// Tile sizes that the callers of the symmetric products know, so the same on every processor.
+constexpr int kSymmetricTile = 128;
+constexpr int kTransposeTile = 144;
 
 constexpr int kUnitStride = 1;
 constexpr double kOne = 1.0;
@@ -135,9 +135,9 @@ void KVOSrvMatrix::SymmetricMultiply(KVOSrvMatrix const& A, KVOSrvMatrix const& 
     RequireLegal(m_values != A.m_values && m_values != B.m_values, "SymmetricMultiply"); // they would be cleared
 
     *this = 0.0;
-    TriangleBlocks::Cut const cut{m_rows, kSymmetricBlock, true};
+    TriangleTiles::Cut const cut{m_rows, kSymmetricTile, true};
     Operand const a{A.m_values, m_rows}, b{B.m_values, m_rows};
-    TriangleBlocks::Cover(cut, 0, cut.NumberOfBlocks(), m_rows, [&](int firstColumn, int endColumn, int firstRow, int endRow) {
+    TriangleTiles::Cover(cut, 0, cut.NumberOfTiles(), m_rows, [&](int firstColumn, int endColumn, int firstRow, int endRow) {
         Product("N", endRow - firstRow, endColumn - firstColumn, m_rows, {a.At(firstRow, 0), m_rows}, {b.At(0, firstColumn), m_rows}, 0.0,
                 Column(firstColumn) + firstRow, m_rows);
     });
@@ -154,11 +154,11 @@ void KVOSrvMatrix::TransposeMultiply(KVOSrvMatrix const& B, KVOSrvMatrix& C, int
     if (symmetricResult == 0) {
         product(0, m, 0, n);
     } else if (m < n) {
-        TriangleBlocks::Cut const cut{m, kTransposeBlock, false};
-        TriangleBlocks::Cover(cut, 0, cut.NumberOfBlocks(), n, product);
+        TriangleTiles::Cut const cut{m, kTransposeTile, false};
+        TriangleTiles::Cover(cut, 0, cut.NumberOfTiles(), n, product);
     } else {
-        TriangleBlocks::Cut const cut{n, kTransposeBlock, false};
-        TriangleBlocks::Cover(cut, 0, cut.NumberOfBlocks(), m, [&](int firstColumn, int endColumn, int firstRow, int endRow) {
+        TriangleTiles::Cut const cut{n, kTransposeTile, false};
+        TriangleTiles::Cover(cut, 0, cut.NumberOfTiles(), m, [&](int firstColumn, int endColumn, int firstRow, int endRow) {
             product(firstRow, endRow, firstColumn, endColumn);
         });
     }

@@ -17,11 +17,11 @@ namespace
 using Entries = SparseRowBuilder::Entries;
 
 // A builder that has counted the entries; rows and columns are enlarged to hold them.
-SparseRowBuilder CountedBuilder(std::int64_t count, SparseRowBuilder::Blocks blocks, std::int64_t& rows, std::int64_t& columns)
+SparseRowBuilder CountedBuilder(std::int64_t count, SparseRowBuilder::Batches batches, std::int64_t& rows, std::int64_t& columns)
 {
     auto const counted = [&] {
         SparseRowBuilder builder(count, rows);
-        builder.Count(blocks);
+        builder.Count(batches);
         return builder;
     };
     SparseRowBuilder builder = counted();
@@ -89,10 +89,10 @@ void KVOSrvSparseMatrix::EndAssembly()
     if (none == nullptr)
         return;
     none->empty.reset();
-    Entries blocks[decltype(m_pendingEntries)::kMaxBlocks];
-    for (int block = 0; block < m_pendingEntries.BlockCount(); ++block)
-        blocks[block] = m_pendingEntries.Block(block);
-    SparseRowBuilder::Blocks const all(blocks, static_cast<std::size_t>(m_pendingEntries.BlockCount()));
+    Entries batches[decltype(m_pendingEntries)::kMaxPieces];
+    for (int batch = 0; batch < m_pendingEntries.PieceCount(); ++batch)
+        batches[batch] = m_pendingEntries.Piece(batch);
+    SparseRowBuilder::Batches const all(batches, static_cast<std::size_t>(m_pendingEntries.PieceCount()));
     // The entries may need more columns than there are where those were dropped since, by EliminateTrivialColumns().
     std::int64_t rows = m_rowCount, columns = m_columnCount;
     SparseRowBuilder builder = CountedBuilder(m_pendingEntries.Size(), all, rows, columns);

@@ -70,13 +70,13 @@ class HalfParts
 public:
     HalfParts(KVOSrvSparseRows const& rows, int parts)
         : m_rows(rows), m_n(rows.rows), m_parts(parts),
-          m_reach(parts > 1 ? static_cast<Span*>(mem_Malloc(mem_ArrayBytes(m_n / kBlock + 1, sizeof(Span)))) : nullptr)
+          m_reach(parts > 1 ? static_cast<Span*>(mem_Malloc(mem_ArrayBytes(m_n / kStrip + 1, sizeof(Span)))) : nullptr)
     {
         if (m_reach == nullptr)
             return;
         blac::InTasks(m_parts, [&](int part) {
-            for (Span block = BlockFrom(Rows(part).first); block.first < Rows(part).end; block = BlockFrom(block.end))
-                m_reach[block.first / kBlock] = Reach(block);
+            for (Span strip = StripFrom(Rows(part).first); strip.first < Rows(part).end; strip = StripFrom(strip.end))
+                m_reach[strip.first / kStrip] = Reach(strip);
         });
     }
     int Count() const noexcept { return m_reach != nullptr ? m_parts : 1; }
@@ -89,15 +89,15 @@ public:
             std::fill(y + j * m_n + own.first, y + j * m_n + own.end, 0.0);
         if (Count() == 1)
             return MultiplyVectors<kVectors>(m_rows, own, x, y);
-        for (Span block = BlockFrom(0); block.first < m_n; block = BlockFrom(block.end)) {
-            Span const reach = m_reach[block.first / kBlock];
-            if (!own.Holds(block.first)) {
+        for (Span strip = StripFrom(0); strip.first < m_n; strip = StripFrom(strip.end)) {
+            Span const reach = m_reach[strip.first / kStrip];
+            if (!own.Holds(strip.first)) {
                 if (reach.first < own.end && reach.end > own.first)
-                    MultiplyVectors<kVectors, For::kOtherSpan>(m_rows, block, x, y, own);
+                    MultiplyVectors<kVectors, For::kOtherSpan>(m_rows, strip, x, y, own);
             } else if (reach.first >= own.first && reach.end <= own.end) {
-                MultiplyVectors<kVectors>(m_rows, block, x, y);
+                MultiplyVectors<kVectors>(m_rows, strip, x, y);
             } else {
-                MultiplyVectors<kVectors, For::kOwnSpan>(m_rows, block, x, y, own);
+                MultiplyVectors<kVectors, For::kOwnSpan>(m_rows, strip, x, y, own);
             }
         }
     }
@@ -112,20 +112,20 @@ public:
     }
 
 private:
-    static constexpr std::int64_t kBlock = 64; // rows
+    static constexpr std::int64_t kStrip = 64; // rows
 
     Span Rows(int part) const noexcept { return {Begin(part), Begin(part + 1)}; }
     std::int64_t Begin(int part) const noexcept
     {
         if (Count() == 1 || part == m_parts)
             return part == 0 ? 0 : m_n;
-        return blac::FirstRowOf(m_rows.rowStart, m_n, m_parts, part) / kBlock * kBlock;
+        return blac::FirstRowOf(m_rows.rowStart, m_n, m_parts, part) / kStrip * kStrip;
     }
-    Span BlockFrom(std::int64_t first) const noexcept { return {first, std::min(first + kBlock, m_n)}; }
-    Span Reach(Span block) const noexcept
+    Span StripFrom(std::int64_t first) const noexcept { return {first, std::min(first + kStrip, m_n)}; }
+    Span Reach(Span strip) const noexcept
     {
         int first = INT_MAX, last = -1;
-        for (unsigned k = m_rows.rowStart[block.first]; k < m_rows.rowStart[block.end]; ++k) {
+        for (unsigned k = m_rows.rowStart[strip.first]; k < m_rows.rowStart[strip.end]; ++k) {
             first = std::min(first, m_rows.columnIndices[k]);
             last = std::max(last, m_rows.columnIndices[k]);
         }
@@ -135,7 +135,7 @@ private:
     KVOSrvSparseRows m_rows;
     std::int64_t m_n;
     int m_parts;
-    Array<Span> m_reach; // of each block: the columns of its entries, the diagonal apart
+    Array<Span> m_reach; // of each strip: the columns of its entries, the diagonal apart
 };
 
 // The matrix is its own transpose.

@@ -33,18 +33,18 @@ std::int64_t MostBuckets() noexcept
 
 // Calls take(entries) for the entries of part `part`, in their order.
 template<class Take>
-void ForPart(SparseRowBuilder::Blocks blocks, int parts, int part, Take const& take)
+void ForPart(SparseRowBuilder::Batches batches, int parts, int part, Take const& take)
 {
     std::int64_t all = 0;
-    for (SparseRowBuilder::Entries const& block : blocks)
-        all += std::ssize(block);
+    for (SparseRowBuilder::Entries const& batch : batches)
+        all += std::ssize(batch);
     std::int64_t const begin = blac::PieceBegin(all, parts, part), end = blac::PieceBegin(all, parts, part + 1);
     std::int64_t first = 0;
-    for (SparseRowBuilder::Entries const& block : blocks) {
-        std::int64_t const from = std::max(begin - first, std::int64_t{0}), to = std::min(end - first, std::ssize(block));
+    for (SparseRowBuilder::Entries const& batch : batches) {
+        std::int64_t const from = std::max(begin - first, std::int64_t{0}), to = std::min(end - first, std::ssize(batch));
         if (from < to)
-            take(block.subspan(static_cast<std::size_t>(from), static_cast<std::size_t>(to - from)));
-        first += std::ssize(block);
+            take(batch.subspan(static_cast<std::size_t>(from), static_cast<std::size_t>(to - from)));
+        first += std::ssize(batch);
     }
 }
 
@@ -89,12 +89,12 @@ inline std::int64_t SparseRowBuilder::BucketOf(unsigned row) const noexcept
     return std::min<std::int64_t>(row >> m_shift, m_bucketCount - 1);
 }
 
-void SparseRowBuilder::Count(Blocks blocks)
+void SparseRowBuilder::Count(Batches batches)
 {
     std::int64_t lastRows[kMostParts], lastColumns[kMostParts];
     blac::InTasks(m_parts, [&](int part) {
         lastRows[part] = lastColumns[part] = -1;
-        ForPart(blocks, m_parts, part, [&](Entries entries) { CountPart(part, entries, lastRows[part], lastColumns[part]); });
+        ForPart(batches, m_parts, part, [&](Entries entries) { CountPart(part, entries, lastRows[part], lastColumns[part]); });
     });
     m_lastRow = *std::max_element(lastRows, lastRows + m_parts);
     m_lastColumn = *std::max_element(lastColumns, lastColumns + m_parts);
@@ -135,9 +135,9 @@ void SparseRowBuilder::Prepare(std::int64_t columns)
     }
 }
 
-void SparseRowBuilder::Take(Blocks blocks)
+void SparseRowBuilder::Take(Batches batches)
 {
-    blac::InTasks(m_parts, [&](int part) { ForPart(blocks, m_parts, part, [&](Entries entries) { TakePart(part, entries); }); });
+    blac::InTasks(m_parts, [&](int part) { ForPart(batches, m_parts, part, [&](Entries entries) { TakePart(part, entries); }); });
 }
 
 void SparseRowBuilder::TakePart(int part, Entries entries) noexcept
@@ -265,15 +265,15 @@ void SparseRowBuilder::CopyByRow(Orderer& orderer, std::int64_t begin, std::int6
     }
 }
 
-CompressedRows BuildRows(SparseRowBuilder::Blocks blocks, int rows, int columns)
+CompressedRows BuildRows(SparseRowBuilder::Batches batches, int rows, int columns)
 {
     std::int64_t count = 0;
-    for (SparseRowBuilder::Entries const& block : blocks)
-        count += std::ssize(block);
+    for (SparseRowBuilder::Entries const& batch : batches)
+        count += std::ssize(batch);
     SparseRowBuilder builder(count, rows);
-    builder.Count(blocks);
+    builder.Count(batches);
     builder.Prepare(columns);
-    builder.Take(blocks);
+    builder.Take(batches);
     builder.Finish();
     return builder.Result();
 }

@@ -11,9 +11,9 @@ namespace KVOSrvSparseSupport
 
 /// Builds compressed rows from unordered entries; entries of equal place are summed in the order in which they come.
 ///
-/// The entries are seen twice, in blocks: all of them by Count(), then, after Prepare(), all of them by Take(), which copies them into
+/// The entries are seen twice, in batches: all of them by Count(), then, after Prepare(), all of them by Take(), which copies them into
 /// buckets of consecutive rows. Finish() orders one bucket after the other, in cache whatever the order of the entries was. Prepare() is
-/// the last step that can fail of a builder with one part, so its Take() may be fed from memory that is given back block by block.
+/// the last step that can fail of a builder with one part, so its Take() may be fed from memory that is given back batch by batch.
 ///
 /// The buckets lie in the arrays that become the result, 16 bytes an entry: its value where the values will be, its row and column where
 /// the columns will be. A bucket is copied out before its rows are written, which reach no further than it did. Beside them there are the
@@ -33,11 +33,11 @@ public:
     /// For `count` entries of a matrix of `rows` rows. @throws mem_OutOfMemory
     SparseRowBuilder(std::int64_t count, std::int64_t rows);
 
-    using Blocks = std::span<Entries const>;
+    using Batches = std::span<Entries const>;
 
     /// 1, or one for each thread.
     int Parts() const noexcept { return m_parts; }
-    void Count(Blocks blocks);
+    void Count(Batches batches);
 
     /// What a matrix needs to hold all entries counted: the largest index plus 1, at most 2^32. Unless it is as large at least, this
     /// object is of no use any more.
@@ -46,8 +46,8 @@ public:
 
     /// @throws mem_OutOfMemory
     void Prepare(std::int64_t columns);
-    void Take(Blocks blocks);
-    /// The same for a builder with one part, for one block after the other.
+    void Take(Batches batches);
+    /// The same for a builder with one part, for one batch after the other.
     void TakeNext(Entries entries) noexcept { TakePart(0, entries); }
     /// Fills the arrays.
     /// @return entries stored; when it is greater than INT_MAX, their row starts are of no use
@@ -91,6 +91,6 @@ private:
 };
 
 /// The rows of unordered entries, all of which lie inside; at most INT_MAX. @throws mem_OutOfMemory
-CompressedRows BuildRows(SparseRowBuilder::Blocks blocks, int rows, int columns);
+CompressedRows BuildRows(SparseRowBuilder::Batches batches, int rows, int columns);
 
 } // namespace KVOSrvSparseSupport

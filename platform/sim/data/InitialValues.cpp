@@ -16,7 +16,7 @@ namespace
 
 // Stays in a cache, in that of the second level as a rule. Smaller ones would not do: a process has some 65000 mappings. A multiple of
 // every value's size.
-constexpr std::uint64_t kTile = std::uint64_t(1) << 20;
+constexpr std::uint64_t kPiece = std::uint64_t(1) << 20;
 
 std::array<std::byte, 8> EightBytesOf(std::array<std::byte, 8> const& value, std::size_t valueBytes) noexcept
 {
@@ -26,28 +26,28 @@ std::array<std::byte, 8> EightBytesOf(std::array<std::byte, 8> const& value, std
     return pattern;
 }
 
-// Makes the memory one tile long. Where the system has no pages left for it, it says so here; else the first touch of one would be a
+// Makes the memory one piece long. Where the system has no pages left for it, it says so here; else the first touch of one would be a
 // signal.
 bool TakePages(int memory) noexcept
 {
-    while (fallocate(memory, 0, 0, static_cast<off_t>(kTile)) != 0)
+    while (fallocate(memory, 0, 0, static_cast<off_t>(kPiece)) != 0)
         if (errno != EINTR)
             return false;
     return true;
 }
 
 // Nothing is written for zeros: what memory of the system holds at first.
-bool MapTiles(int memory, std::array<std::byte, 8> const& pattern, std::byte* base, std::uint64_t bytes) noexcept
+bool MapPieces(int memory, std::array<std::byte, 8> const& pattern, std::byte* base, std::uint64_t bytes) noexcept
 {
-    for (std::uint64_t at = 0; at < bytes; at += kTile) {
+    for (std::uint64_t at = 0; at < bytes; at += kPiece) {
         int const protection = at == 0 ? PROT_READ | PROT_WRITE : PROT_READ;
-        if (mmap(base + at, kTile, protection, MAP_SHARED | MAP_FIXED, memory, 0) == MAP_FAILED)
+        if (mmap(base + at, kPiece, protection, MAP_SHARED | MAP_FIXED, memory, 0) == MAP_FAILED)
             return false;
     }
     if (pattern != std::array<std::byte, 8>{})
-        for (std::uint64_t at = 0; at < kTile; at += pattern.size())
+        for (std::uint64_t at = 0; at < kPiece; at += pattern.size())
             std::memcpy(base + at, pattern.data(), pattern.size());
-    return mprotect(base, kTile, PROT_READ) == 0;
+    return mprotect(base, kPiece, PROT_READ) == 0;
 }
 
 // Where a limit on the sizes of files forbids one in memory, or the system has none for it: this asks it for memory in another way.
@@ -83,7 +83,7 @@ std::byte const* InitialValues::Bytes(std::array<std::byte, 8> const& value, std
     if (m_base != nullptr && bytes <= m_bytes && pattern == m_pattern)
         return m_base;
     Release();
-    std::uint64_t const rounded = (bytes + kTile - 1) / kTile * kTile;
+    std::uint64_t const rounded = (bytes + kPiece - 1) / kPiece * kPiece;
     void* const base = mmap(nullptr, rounded, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (base == MAP_FAILED)
         return nullptr;
@@ -91,8 +91,8 @@ std::byte const* InitialValues::Bytes(std::array<std::byte, 8> const& value, std
     m_bytes = rounded;
     m_pattern = pattern;
     Descriptor const memory(memfd_create("initial values", MFD_CLOEXEC));
-    bool const isThere = memory.IsOpen() && !io::ExceedsLimit(kTile) && TakePages(memory.Number());
-    bool const made = isThere ? MapTiles(memory.Number(), pattern, m_base, m_bytes) : FillMemory(pattern, m_base, m_bytes);
+    bool const isThere = memory.IsOpen() && !io::ExceedsLimit(kPiece) && TakePages(memory.Number());
+    bool const made = isThere ? MapPieces(memory.Number(), pattern, m_base, m_bytes) : FillMemory(pattern, m_base, m_bytes);
     if (!made)
         Release();
     return m_base;

@@ -91,10 +91,10 @@ private:
 };
 
 /// A square piece of a dense matrix, cut off at the matrix's end.
-struct Tile {
+struct Piece {
     static constexpr int kSize = 1024; // 8 MiB; two are held
 
-    explicit Tile(KVOSrvDenseMatrix const& matrix)
+    explicit Piece(KVOSrvDenseMatrix const& matrix)
         : values(std::min(kSize, matrix.NumberOfRows()), std::min(kSize, matrix.NumberOfColumns()), nullptr, false, false)
     {
     }
@@ -111,22 +111,22 @@ struct Tile {
     int columns = 0;
 };
 
-void AddTile(Tally& tally, Tile const& tile, int row, int column)
+void AddPiece(Tally& tally, Piece const& piece, int row, int column)
 {
-    for (int j = 0; j < tile.columns; ++j)
-        for (int i = 0; i < tile.rows; ++i)
-            if (double const value = tile(i, j); value != 0.0)
+    for (int j = 0; j < piece.columns; ++j)
+        for (int i = 0; i < piece.rows; ++i)
+            if (double const value = piece(i, j); value != 0.0)
                 tally.Add(row + i, column + j, value);
             else
                 tally.AddZero();
 }
 
-double LargestDifference(Tile const& tile, Tile const& mirror)
+double LargestDifference(Piece const& piece, Piece const& mirror)
 {
     double largest = 0.0;
-    for (int j = 0; j < tile.columns; ++j)
-        for (int i = 0; i < tile.rows; ++i)
-            if (double const a = tile(i, j), b = mirror(j, i); a != b)
+    for (int j = 0; j < piece.columns; ++j)
+        for (int i = 0; i < piece.rows; ++i)
+            if (double const a = piece(i, j), b = mirror(j, i); a != b)
                 largest = std::max(largest, std::isfinite(a - b) ? std::fabs(a - b) : std::numeric_limits<double>::infinity());
     return largest;
 }
@@ -136,17 +136,17 @@ MatrixFacts ExamineDense(KVOSrvDenseMatrix const& matrix, std::string const& pat
     Progress progress("reading " + path);
     int const rows = matrix.NumberOfRows(), columns = matrix.NumberOfColumns();
     Tally tally(rows, columns);
-    Tile tile(matrix), mirror(matrix);
+    Piece piece(matrix), mirror(matrix);
     double asymmetry = 0.0;
-    for (int row = 0; row < rows; row += Tile::kSize)
-        for (int column = 0; column < columns; column += Tile::kSize) {
-            progress.Set((row + static_cast<double>(column) / columns * Tile::kSize) / rows);
-            tile.Read(matrix, row, column);
-            AddTile(tally, tile, row, column);
+    for (int row = 0; row < rows; row += Piece::kSize)
+        for (int column = 0; column < columns; column += Piece::kSize) {
+            progress.Set((row + static_cast<double>(column) / columns * Piece::kSize) / rows);
+            piece.Read(matrix, row, column);
+            AddPiece(tally, piece, row, column);
             if (rows != columns || column > row)
                 continue;
             mirror.Read(matrix, column, row);
-            asymmetry = std::max(asymmetry, LargestDifference(tile, mirror));
+            asymmetry = std::max(asymmetry, LargestDifference(piece, mirror));
         }
     return tally.Finish("simulation database, dense matrix", asymmetry / tally.LargestSize());
 }

@@ -1,25 +1,25 @@
 #pragma once
 
-/// One block triangle of a product whose result is known to be symmetric: which entries it has, and a cut into few large products.
-namespace TriangleBlocks
+/// One triangle of the tiles of a product whose result is known to be symmetric: which entries it has, and a cut into few large products.
+namespace TriangleTiles
 {
 
-/// Where the blocks of a dimension begin: all of `block` entries, but the first or the last takes the remainder.
+/// Where the tiles of a dimension begin: all of `tile` entries, but the first or the last takes the remainder.
 struct Cut {
     int size;
-    int block;
+    int tile;
     bool remainderFirst;
 
-    constexpr int NumberOfBlocks() const noexcept { return size / block + (size % block != 0); }
-    /// First entry of block b; NumberOfBlocks() gives the end.
-    constexpr int Border(int b) const noexcept
+    constexpr int NumberOfTiles() const noexcept { return size / tile + (size % tile != 0); }
+    /// First entry of tile t; NumberOfTiles() gives the end.
+    constexpr int Border(int t) const noexcept
     {
-        int const border = remainderFirst ? size - (NumberOfBlocks() - b) * block : b * block;
-        return b == 0 ? 0 : border < size ? border : size;
+        int const border = remainderFirst ? size - (NumberOfTiles() - t) * tile : t * tile;
+        return t == 0 ? 0 : border < size ? border : size;
     }
 };
 
-/// Covers strips firstStrip to endStrip - 1, each from its own diagonal block to `end`, with calls product(first, afterLast, otherFirst,
+/// Covers strips firstStrip to endStrip - 1, each from its own diagonal tile to `end`, with calls product(first, afterLast, otherFirst,
 /// otherAfterLast) of disjoint rectangles: first and afterLast run along the cut dimension, the others across it.
 ///
 /// Bisection: the rectangle beside the later half is one product, so that most of the work is done in large, nearly square ones: 0.58
@@ -38,4 +38,4 @@ void Cover(Cut const& cut, int firstStrip, int endStrip, int end, Product const&
     Cover(cut, middle, endStrip, end, product);
 }
 
-} // namespace TriangleBlocks
+} // namespace TriangleTiles
