@@ -1,3 +1,5 @@
+// The start and the end of the layer.
+
 #include "KVOBasUseCount.h"
 #include "KVOMtxLinearAlgebra.h"
 

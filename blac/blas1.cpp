@@ -1,3 +1,5 @@
+// Forwards to BLAS, level 1: vectors.
+
 #include "KVOFortran.h"
 #include "provider.h"
 

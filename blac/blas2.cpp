@@ -1,3 +1,5 @@
+// Forwards to BLAS, level 2: matrices and vectors.
+
 #include "KVOFortran.h"
 #include "provider.h"
 

@@ -1,3 +1,5 @@
+// Forwards to BLAS, level 3: products of matrices.
+
 #include "KVOFortran.h"
 #include "provider.h"
 

@@ -1,3 +1,5 @@
+// BLAC_DGEMM2: its checks, and the call of the kernel library that is linked in.
+
 #include "KVOFortran.h"
 #include "gemm_kernel_choice.h"
 #include "provider.h"

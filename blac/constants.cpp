@@ -1,3 +1,5 @@
+// The table of machine numbers for Fortran callers.
+
 #include "KVOFortran.h"
 
 #include <array>

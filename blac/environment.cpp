@@ -1,3 +1,5 @@
+// Forwards to LAPACK's questions about its environment.
+
 #include "KVOFortran.h"
 #include "provider.h"
 

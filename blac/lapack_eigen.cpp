@@ -1,3 +1,5 @@
+// Forwards to LAPACK: eigenvalues and what leads to them.
+
 #include "KVOFortran.h"
 #include "provider.h"
 

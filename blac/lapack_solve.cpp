@@ -1,3 +1,5 @@
+// Forwards to LAPACK: factors, linear systems, least squares.
+
 #include "KVOFortran.h"
 #include "provider.h"
 

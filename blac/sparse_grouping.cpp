@@ -1,3 +1,5 @@
+// How many vectors a sparse product takes at a time.
+
 #include "interleaved.h"
 #include "sparse_kernels.h"
 

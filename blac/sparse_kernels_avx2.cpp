@@ -1,3 +1,5 @@
+// The loops of the sparse kernels for processors with AVX2.
+
 #include "sparse_times.h"
 #include "sparse_transposed.h"
 

@@ -1,3 +1,5 @@
+// The loops of the sparse kernels for every 64-bit processor.
+
 #include "sparse_times.h"
 #include "sparse_transposed.h"
 

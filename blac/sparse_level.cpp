@@ -1,3 +1,5 @@
+// Which instructions the sparse kernels use: what the processor has, or what was asked for.
+
 #include "KVOBasProcessor.h"
 #include "KVOFortran.h"
 #include "sparse_kernels.h"

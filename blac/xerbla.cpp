@@ -1,3 +1,5 @@
+// Forwards the report of a wrong argument to the provider.
+
 #include "KVOFortran.h"
 #include "provider.h"
 

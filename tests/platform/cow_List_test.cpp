@@ -53,7 +53,7 @@ struct Pair {
     std::vector<int> expected;
 };
 
-// From sizes around the ends of the first three blocks, alone and while shared: each change follows the vector, is whole or not at all when
+// From sizes around the ends of the first three pieces, alone and while shared: each change follows the vector, is whole or not at all when
 // memory ends, leaves a list that grows again, and is not seen by what shares its content.
 TEST(cow_List, ChangesWhollyOrNotAtAllAndUnseenBySharers)
 {
@@ -83,7 +83,7 @@ TEST(cow_List, MovesAndAppendsItsOwnElements)
     for (int const size : {1, 15, 16, 48}) {
         Pair first(size), second(3);
         Pair const other = first;
-        first.list.Append(first.list[0]); // must not be lost by the clone or the new block
+        first.list.Append(first.list[0]); // must not be lost by the clone or the new piece
         first.expected.push_back(first.expected[0]);
         first.Check();
         other.Check();

@@ -1,3 +1,5 @@
+// The program: its commands, and how what goes wrong becomes one line and an exit code.
+
 #include "CommandLine.h"
 #include "Errors.h"
 #include "Interrupt.h"

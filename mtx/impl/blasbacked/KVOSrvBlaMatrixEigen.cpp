@@ -1,3 +1,5 @@
+// The generalized eigenproblem of KVOSrvBlaMatrix.
+
 #include "Arrays.h"
 #include "KVOFortran.h"
 #include "KVOSrvBlaMatrix.h"

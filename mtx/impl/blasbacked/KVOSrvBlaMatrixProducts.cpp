@@ -1,3 +1,5 @@
+// Products of KVOSrvBlaMatrix; into a structured target by tiles.
+
 #include "KVOFortran.h"
 #include "KVOSrvBlaMatrix.h"
 #include "KVOSrvBlaMatrixSupport.h"

@@ -1,3 +1,5 @@
+// Sums and multiples of KVOSrvBlaMatrix.
+
 #include "DenseKernels.h"
 #include "KVOSrvBlaMatrix.h"
 #include "KVOSrvBlaMatrixSupport.h"

@@ -1,3 +1,5 @@
+// The sort for Fortran callers.
+
 #include "KVOFortran.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Sums and products of KVOSrvMatrix.
+
 #include "Arrays.h"
 #include "KVOSrvMatrix.h"
 

@@ -1,3 +1,5 @@
+// Factors, linear systems and the eigenproblem of KVOSrvMatrix.
+
 #include "Arrays.h"
 #include "KVOSrvMatrix.h"
 

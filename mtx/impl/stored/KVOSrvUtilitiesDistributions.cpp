@@ -1,3 +1,5 @@
+// The makers of distributions, and what a distribution holds.
+
 #include "KVOSimCSet.h"
 #include "KVOSimCollection.h"
 #include "KVOSimContext.h"

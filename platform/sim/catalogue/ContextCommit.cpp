@@ -1,3 +1,5 @@
+// What a commit keeps of a context: staged, written to its tables, or dropped.
+
 #include "Context.h"
 
 #include "Crc32c.h"

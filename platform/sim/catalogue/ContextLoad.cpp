@@ -1,3 +1,5 @@
+// A context read from the tables of its file.
+
 #include "Context.h"
 
 #include "Distribution.h"

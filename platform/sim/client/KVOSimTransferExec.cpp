@@ -1,3 +1,5 @@
+// Transfers that are carried out: new drawers, extensions, reading, writing.
+
 #include "KVOSimTransfer.h"
 
 #include "ChunkGrid.h"

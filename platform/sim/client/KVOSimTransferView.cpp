@@ -1,3 +1,5 @@
+// The part of a drawer that a transfer is about.
+
 #include "KVOSimTransfer.h"
 
 #include "Context.h"

@@ -1,3 +1,5 @@
+// kvomtx make-brick.
+
 #include "CommandLine.h"
 
 #include "BrickModel.h"

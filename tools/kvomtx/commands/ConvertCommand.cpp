@@ -1,3 +1,5 @@
+// kvomtx convert.
+
 #include "CommandLine.h"
 
 #include "Errors.h"

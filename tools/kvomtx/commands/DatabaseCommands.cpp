@@ -1,3 +1,5 @@
+// kvomtx db.
+
 #include "CommandLine.h"
 
 #include "Database.h"

@@ -1,3 +1,5 @@
+// kvomtx info.
+
 #include "CommandLine.h"
 
 #include "MatrixFacts.h"

@@ -1,3 +1,5 @@
+// kvomtx modes.
+
 #include "CommandLine.h"
 
 #include "ConvergencePicture.h"

@@ -1,3 +1,5 @@
+// kvomtx gemm and kvomtx sparse-times-dense.
+
 #include "CommandLine.h"
 
 #include "DenseOperand.h"

@@ -1,3 +1,5 @@
+// kvomtx spy.
+
 #include "CommandLine.h"
 
 #include "Canvas.h"
