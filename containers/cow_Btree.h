@@ -11,15 +11,18 @@
 #include <cstdint>
 #include <utility>
 
-/// An ordered map from 32-bit keys to values whose copies share all nodes: a balanced binary search tree, in spite of its name.
+/// An ordered map from 32-bit keys to values whose copies share all nodes: a balanced binary search tree, in spite of
+/// its name.
 ///
-/// Copying is O(1); what is changed through one map is copied first as far as it is shared, so the copies never see each other's changes.
-/// Values are copied with their nodes: a pointer is copied, not what it points at, which the map does not own.
-/// Keys are compared by the sign of their wrap-around difference, so no two keys of a map may be more than 2^31 - 1 apart.
+/// Copying is O(1); what is changed through one map is copied first as far as it is shared, so the copies never see
+/// each other's changes. Values are copied with their nodes: a pointer is copied, not what it points at, which the map
+/// does not own.
+/// Keys are compared by the sign of their wrap-around difference, so no two keys of a map may be more than 2^31 - 1
+/// apart.
 /// A map and its copies are used by one thread at a time.
 ///
-/// Operations that allocate throw mem_OutOfMemory and leave keys, values and shape as they were. The memory of removed nodes is used again
-/// by the map and its copies and goes back to the system with the last of them.
+/// Operations that allocate throw mem_OutOfMemory and leave keys, values and shape as they were. The memory of removed
+/// nodes is used again by the map and its copies and goes back to the system with the last of them.
 template<class K, class V>
 class KVO_EXPORT cow_Btree
 {
@@ -31,17 +34,19 @@ public:
     /// Walks over the map.
     using Iterator = cow_BtreeIterator<K, V>;
 
-    /// The empty map; the default value is V(), null for a pointer. One small allocation, for the pool of the nodes to come.
+    /// The empty map; the default value is V(), null for a pointer. One small allocation, for the pool of the nodes to
+    /// come.
     cow_Btree() : m_root(nullptr), m_size(0), m_default(), m_pool(new Pool) {}
     /// Shares all nodes of `other`: one allocation, however large the map.
-    cow_Btree(cow_Btree const& other) : m_root(nullptr), m_size(other.m_size), m_default(other.m_default), m_pool(other.m_pool)
+    cow_Btree(cow_Btree const& other)
+        : m_root(nullptr), m_size(other.m_size), m_default(other.m_default), m_pool(other.m_pool)
     {
         m_root = Node::Share(other.m_root).release();
     }
     /// Takes the nodes of `other`, which is empty then.
     cow_Btree(cow_Btree&& other) noexcept
-        : m_root(std::exchange(other.m_root, nullptr)), m_size(std::exchange(other.m_size, 0)), m_default(other.m_default),
-          m_pool(other.m_pool)
+        : m_root(std::exchange(other.m_root, nullptr)), m_size(std::exchange(other.m_size, 0)),
+          m_default(other.m_default), m_pool(other.m_pool)
     {
     }
     /// Shares all nodes of `other`, as copying does. @throws mem_OutOfMemory, the map is as it was
@@ -60,14 +65,16 @@ public:
         std::swap(m_pool, other.m_pool);
         return *this;
     }
-    /// O(size) when nobody shares the nodes, O(1) when another map shares them all; the stack it needs does not depend on the map.
+    /// O(size) when nobody shares the nodes, O(1) when another map shares them all; the stack it needs does not depend
+    /// on the map.
     ~cow_Btree() { Node::ReleaseSubtree(m_root); }
 
     /// Inserts `key` with `value` and returns true; returns false and leaves the value of a key that is there already.
     /// O(depth); nodes on the path to the key are unshared, also when it is there already.
     bool InsertUnlessMember(K const& key, V const& value);
 
-    /// Removes `key` and returns true, or returns false when it is not there. O(depth); nodes on the path are unshared either way.
+    /// Removes `key` and returns true, or returns false when it is not there. O(depth); nodes on the path are unshared
+    /// either way.
     bool Remove(K const& key);
 
     /// The value of `key`, or Default() when it is not there. O(depth), never copies; valid until the map changes.
@@ -76,7 +83,8 @@ public:
         Node const* const node = ConstFind(key);
         return node != nullptr ? node->Value() : m_default;
     }
-    /// The same for writing: unshares the path, so that no copy of the map sees what is written. The default is not to be written.
+    /// The same for writing: unshares the path, so that no copy of the map sees what is written. The default is not to
+    /// be written.
     V& Lookup(K const& key)
     {
         Node* const node = Find(key);
@@ -97,7 +105,10 @@ private:
 
     using Pool = cow_BtreePool<Node>;
     Node* Find(K const& key) { return m_root != nullptr ? m_root->Get().Find(key) : nullptr; }
-    Node const* ConstFind(K const& key) const noexcept { return m_root != nullptr ? m_root->ConstGet().ConstFind(key) : nullptr; }
+    Node const* ConstFind(K const& key) const noexcept
+    {
+        return m_root != nullptr ? m_root->ConstGet().ConstFind(key) : nullptr;
+    }
 
     Handle* m_root;
     std::int32_t m_size;

@@ -40,7 +40,8 @@ public:
 private:
     void Grow()
     {
-        std::unique_ptr<T, mem_Deleter> larger(static_cast<T*>(mem_OperatorNewThrow(mem_ArrayBytes(2 * m_capacity, sizeof(T)))));
+        std::unique_ptr<T, mem_Deleter> larger(
+            static_cast<T*>(mem_OperatorNewThrow(mem_ArrayBytes(2 * m_capacity, sizeof(T)))));
         std::memcpy(static_cast<void*>(larger.get()), m_values, static_cast<std::size_t>(m_size) * sizeof(T));
         m_heap = std::move(larger);
         m_values = m_heap.get();
@@ -56,8 +57,9 @@ private:
 
 /// What one insertion or removal has changed so far: taken back on destruction unless Keep() was called.
 ///
-/// Insertions and removals allocate on the way down, where nothing is changed yet, but also on the way back up, where a rotation may
-/// meet a node that is still shared. When that fails, the map must not be left half changed: its user would not know who owns the value.
+/// Insertions and removals allocate on the way down, where nothing is changed yet, but also on the way back up, where a
+/// rotation may meet a node that is still shared. When that fails, the map must not be left half changed: its user
+/// would not know who owns the value.
 template<class K, class V>
 class cow_BtreeChanges
 {
@@ -85,7 +87,10 @@ public:
     }
 
     /// To be called before the links or the height of an unshared node change; more than once is allowed.
-    void Remember(Node& node) { m_before.Push({&node, node.m_side[Node::kLeft].handle, node.m_side[Node::kRight].handle, node.m_height}); }
+    void Remember(Node& node)
+    {
+        m_before.Push({&node, node.m_side[Node::kLeft].handle, node.m_side[Node::kRight].handle, node.m_height});
+    }
 
     /// A new handle that is linked now: deleted if the changes are taken back.
     void Added(std::unique_ptr<Handle> handle) noexcept { m_added = std::move(handle); }

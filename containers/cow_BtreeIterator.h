@@ -30,9 +30,9 @@ private:
 
 /// Walks a cow_Btree in the order of its keys, in both directions, without copying a node.
 ///
-/// It reads the map it was made for, which it does not own, and is past the end until First() or Last(). A change of the map, also by a
-/// look-up that unshares nodes, makes it invalid until the next First() or Last(). First, Next, Last and Previous throw mem_OutOfMemory and
-/// are past the end then. A whole walk takes O(size) steps.
+/// It reads the map it was made for, which it does not own, and is past the end until First() or Last(). A change of
+/// the map, also by a look-up that unshares nodes, makes it invalid until the next First() or Last(). First, Next, Last
+/// and Previous throw mem_OutOfMemory and are past the end then. A whole walk takes O(size) steps.
 template<class K, class V>
 class cow_BtreeIterator
 {
@@ -75,7 +75,8 @@ private:
         Descend(*m_root, near);
     }
 
-    // With `near` the child that comes before a node in the direction of the walk, and `far` the one that comes after it.
+    // With `near` the child that comes before a node in the direction of the walk, and `far` the one that comes after
+    // it.
     void Step(Child near, Child far)
     {
         if (m_top == nullptr)

@@ -27,8 +27,10 @@ struct cow_Direct<cow_BtreeNode<K, V>> {
 /// A node of cow_Btree: one key, one value, at most two children, each behind a handle that this node owns.
 ///
 /// Invariants:
-/// 1. every key below Left() is smaller, every key below Right() greater than Key(), unless keys are more than 2^31 - 1 apart;
-/// 2. a node whose handle has the count 1 belongs to one map only, if so do all nodes above it: it may be changed in place;
+/// 1. every key below Left() is smaller, every key below Right() greater than Key(), unless keys are more than 2^31 - 1
+///    apart;
+/// 2. a node whose handle has the count 1 belongs to one map only, if so do all nodes above it: it may be changed in
+///    place;
 /// 3. the node that a link names is the one that its handle holds.
 /// Users see nodes through cow_Btree and cow_BtreeIterator and change nothing but their values.
 template<class K, class V>
@@ -42,7 +44,8 @@ public:
 
     /// A node without children.
     cow_BtreeNode(K const& key, V const& value) : m_value(value), m_key(key) {}
-    /// A shallow copy: its children are the other's, shared. @throws mem_OutOfMemory, and whatever copying a value throws
+    /// A shallow copy: its children are the other's, shared. @throws mem_OutOfMemory, and whatever copying a value
+    /// throws
     cow_BtreeNode(cow_BtreeNode const& other) : m_value(other.m_value), m_key(other.m_key), m_height(other.m_height)
     {
         std::unique_ptr<Handle> left = Share(other.m_side[kLeft].handle);
@@ -75,11 +78,12 @@ public:
     Handle const* Left() const noexcept { return m_side[kLeft].handle; }
     /// The subtree of greater keys; null where there is none.
     Handle const* Right() const noexcept { return m_side[kRight].handle; }
-    /// 0 for a node without children, else 1 + the greatest height of its children; removals may leave a greater number behind.
+    /// 0 for a node without children, else 1 + the greatest height of its children; removals may leave a greater number
+    /// behind.
     int Height() const noexcept { return m_height; }
 
-    /// The node of `key` from this one downwards, null when there is none; the nodes below this one on the path are unshared for the caller
-    /// to change. @throws as copying a node does; the tree's content is as it was
+    /// The node of `key` from this one downwards, null when there is none; the nodes below this one on the path are
+    /// unshared for the caller to change. @throws as copying a node does; the tree's content is as it was
     cow_BtreeNode* Find(K const& key);
     /// The same without copying.
     cow_BtreeNode const* ConstFind(K const& key) const noexcept;
@@ -94,9 +98,11 @@ private:
     using Changes = cow_BtreeChanges<K, V>;
     using Pool = cow_BtreePool<cow_BtreeNode>;
 
-    // A handle, null where there is no child, and the node it holds: look-ups save the way over the handle, a second miss per level.
+    // A handle, null where there is no child, and the node it holds: look-ups save the way over the handle, a second
+    // miss per level.
     struct Link {
-        Link(Handle* h = nullptr) noexcept : handle(h), node(h != nullptr ? h->GetPtr() : nullptr) {} // NOLINT: implicit on purpose
+        Link(Handle* h = nullptr) noexcept
+            : handle(h), node(h != nullptr ? h->GetPtr() : nullptr) {} // NOLINT: implicit on purpose
         cow_BtreeNode& Unshared()
         {
             if (node->m_holders != 1) // the handle's own test, without going there
@@ -115,14 +121,17 @@ private:
     };
     using Path = cow_BtreeStack<Step, 48>;
 
-    // Negative: `key` lies to the left of `nodeKey`, 0: equal. Deliberate: the difference wraps around, so keys more than 2^31 - 1 apart
-    // are misordered; the map is used with small ids, and this is the order its users know.
+    // Negative: `key` lies to the left of `nodeKey`, 0: equal. Deliberate: the difference wraps around, so keys more
+    // than 2^31 - 1 apart are misordered; the map is used with small ids, and this is the order its users know.
     static std::int32_t Compare(K key, K nodeKey) noexcept
     {
         return static_cast<std::int32_t>(static_cast<std::uint32_t>(key) - static_cast<std::uint32_t>(nodeKey));
     }
 
-    static std::unique_ptr<Handle> Share(Handle const* handle) { return handle != nullptr ? std::make_unique<Handle>(*handle) : nullptr; }
+    static std::unique_ptr<Handle> Share(Handle const* handle)
+    {
+        return handle != nullptr ? std::make_unique<Handle>(*handle) : nullptr;
+    }
     static std::unique_ptr<Handle> NewHandle(Pool& pool, K const& key, V const& value);
     static void ReleaseSubtree(Handle* handle) noexcept;
 
@@ -132,12 +141,13 @@ private:
     // How much higher the right side is than the left one. Deliberate: a missing child counts as 0, like a leaf.
     int Tilt() const noexcept
     {
-        return (m_side[kRight] ? m_side[kRight].node->m_height : 0) - (m_side[kLeft] ? m_side[kLeft].node->m_height : 0);
+        return (m_side[kRight] ? m_side[kRight].node->m_height : 0) -
+               (m_side[kLeft] ? m_side[kLeft].node->m_height : 0);
     }
     void UpdateHeight(Changes& changes)
     {
-        std::int32_t const height =
-            std::max(m_side[kLeft] ? m_side[kLeft].node->m_height + 1 : 0, m_side[kRight] ? m_side[kRight].node->m_height + 1 : 0);
+        std::int32_t const height = std::max(m_side[kLeft] ? m_side[kLeft].node->m_height + 1 : 0,
+                                             m_side[kRight] ? m_side[kRight].node->m_height + 1 : 0);
         if (height == m_height)
             return;
         changes.Remember(*this);
@@ -187,7 +197,8 @@ cow_BtreeNode<K, V> const* cow_BtreeNode<K, V>::ConstFind(K const& key) const no
 }
 
 template<class K, class V>
-std::unique_ptr<typename cow_BtreeNode<K, V>::Handle> cow_BtreeNode<K, V>::NewHandle(Pool& pool, K const& key, V const& value)
+std::unique_ptr<typename cow_BtreeNode<K, V>::Handle> cow_BtreeNode<K, V>::NewHandle(Pool& pool, K const& key,
+                                                                                     V const& value)
 {
     std::unique_ptr<cow_BtreeNode> node(pool.New(key, value));
     std::unique_ptr<Handle> handle(new Handle(node.get()));
@@ -195,7 +206,8 @@ std::unique_ptr<typename cow_BtreeNode<K, V>::Handle> cow_BtreeNode<K, V>::NewHa
     return handle;
 }
 
-// Walks the nodes that nobody else shares in order; the left link of a node whose left side is being released leads back up.
+// Walks the nodes that nobody else shares in order; the left link of a node whose left side is being released leads
+// back up.
 template<class K, class V>
 void cow_BtreeNode<K, V>::ReleaseSubtree(Handle* handle) noexcept
 {
@@ -263,7 +275,8 @@ bool cow_BtreeNode<K, V>::Remove(K const& key, cow_BtreeNode& parent, Changes& c
     return true;
 }
 
-// Balances, from the bottom of the path up, the node behind each link and recomputes the height of the node that owns the link.
+// Balances, from the bottom of the path up, the node behind each link and recomputes the height of the node that owns
+// the link.
 template<class K, class V>
 void cow_BtreeNode<K, V>::Climb(Path& path, Changes& changes)
 {
@@ -322,8 +335,9 @@ typename cow_BtreeNode<K, V>::Link cow_BtreeNode<K, V>::TakeReplacement(Changes&
     return replacement;
 }
 
-// Rotates the node of `self` when one side is higher by 2 or more. Returns the handle of the new top, null when nothing changed.
-// Deliberate: single rotations only, also when the higher child leans the other way; this is not an AVL tree and is not to become one.
+// Rotates the node of `self` when one side is higher by 2 or more. Returns the handle of the new top, null when nothing
+// changed. Deliberate: single rotations only, also when the higher child leans the other way; this is not an AVL tree
+// and is not to become one.
 template<class K, class V>
 typename cow_BtreeNode<K, V>::Handle* cow_BtreeNode<K, V>::Balance(Link& self, Changes& changes)
 {

@@ -10,9 +10,10 @@
 
 /// The memory of the nodes of a map and of all maps that were copied from it, which share it as they share the nodes.
 ///
-/// A look-up costs what it misses in the cache: every node starts a cache line and lies beside those that were made before and after it.
-/// Allocated one by one, nodes took up to 1.5 times as long to search. The place of a deleted node is used again; memory goes back to the
-/// system with the last of the maps and of the nodes, which a copied handle may keep longer.
+/// A look-up costs what it misses in the cache: every node starts a cache line and lies beside those that were made
+/// before and after it. Allocated one by one, nodes took up to 1.5 times as long to search. The place of a deleted node
+/// is used again; memory goes back to the system with the last of the maps and of the nodes, which a copied handle may
+/// keep longer.
 template<class Node>
 class cow_BtreePool : public mem_AllocationOperators
 {
@@ -26,7 +27,8 @@ public:
             mem_Free(std::exchange(m_arenas, m_arenas->next));
     }
 
-    /// A new node, made from `arguments`; it is deleted by `delete`. @throws mem_OutOfMemory, and whatever the constructor throws
+    /// A new node, made from `arguments`; it is deleted by `delete`. @throws mem_OutOfMemory, and whatever the
+    /// constructor throws
     template<class... Arguments>
     Node* New(Arguments const&... arguments)
     {
@@ -55,7 +57,8 @@ public:
 
 private:
     static constexpr std::size_t kCacheLine = 64;
-    static constexpr int kFirstArena = 8, kLargestArena = 1024; // in nodes: small maps stay small, large ones allocate rarely
+    static constexpr int kFirstArena = 8,
+                         kLargestArena = 1024; // in nodes: small maps stay small, large ones allocate rarely
 
     struct Arena {
         Arena* next;
@@ -86,7 +89,10 @@ private:
         m_arenaSize = m_arenaSize < kLargestArena ? 2 * m_arenaSize : kLargestArena;
     }
 
-    static constexpr std::size_t PlaceBytes() noexcept { return (sizeof(Node) + kCacheLine - 1) / kCacheLine * kCacheLine; }
+    static constexpr std::size_t PlaceBytes() noexcept
+    {
+        return (sizeof(Node) + kCacheLine - 1) / kCacheLine * kCacheLine;
+    }
 
     FreePlace* m_free = nullptr;
     std::byte* m_next = nullptr; // first of the m_left places of the newest arena that were never used

@@ -17,7 +17,8 @@ public:
     using cow_CountedHld<T>::cow_CountedHld;
     using cow_CountedHld<T>::operator=;
 
-    /// The object for changing: the held one if no other holder shares it, otherwise a copy that this holder takes first.
+    /// The object for changing: the held one if no other holder shares it, otherwise a copy that this holder takes
+    /// first.
     /// @throws whatever copying throws; the holder is as it was
     T& Get()
     {

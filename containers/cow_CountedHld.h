@@ -7,19 +7,24 @@
 
 /// A holder of an object that it shares with its copies; the last one deletes the object. Not thread-safe.
 ///
-/// The count lies in an allocation of its own, or beside the object if T has a member `std::int32_t& HolderCount()`: that saves an
-/// allocation per object, and constructing a holder cannot fail then.
+/// The count lies in an allocation of its own, or beside the object if T has a member `std::int32_t& HolderCount()`:
+/// that saves an allocation per object, and constructing a holder cannot fail then.
 template<class T>
 class cow_CountedHld : public mem_AllocationOperators
 {
 public:
-    /// Takes `object`, not null and made with `new`; its count is 1. @throws mem_OutOfMemory, the object is deleted then
+    /// Takes `object`, not null and made with `new`; its count is 1. @throws mem_OutOfMemory, the object is deleted
+    /// then
     explicit cow_CountedHld(T* object) : m_count(NewCount(object)), m_object(object) {}
     /// Shares the object of `other`.
-    cow_CountedHld(cow_CountedHld const& other) noexcept : m_count(other.m_count), m_object(other.m_object) { ++*m_count; }
+    cow_CountedHld(cow_CountedHld const& other) noexcept : m_count(other.m_count), m_object(other.m_object)
+    {
+        ++*m_count;
+    }
     ~cow_CountedHld() { Release(); }
 
-    /// Shares the other's object. Assignment to itself is safe: the source is counted before the own object is released.
+    /// Shares the other's object. Assignment to itself is safe: the source is counted before the own object is
+    /// released.
     cow_CountedHld& operator=(cow_CountedHld const& other) noexcept
     {
         ++*other.m_count;
@@ -31,7 +36,8 @@ public:
         return *this;
     }
 
-    /// Takes `object`, as the constructor does; holders that shared the former object keep it. The object already held changes nothing.
+    /// Takes `object`, as the constructor does; holders that shared the former object keep it. The object already held
+    /// changes nothing.
     /// @throws mem_OutOfMemory, this holder is as it was and `object` is deleted
     cow_CountedHld& operator=(T* object)
     {

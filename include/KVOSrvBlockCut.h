@@ -4,8 +4,9 @@
 
 /// How one dimension of a database matrix, its rows or its columns, is cut into blocks.
 ///
-/// Written for rows. The first block is shorter than the regular ones where a view begins within a stored chunk, the last one where the
-/// rows end. Row and block numbers are 0-based, (first, last) inclusive; numbers out of range get an answer too, never a fault.
+/// Written for rows. The first block is shorter than the regular ones where a view begins within a stored chunk, the
+/// last one where the rows end. Row and block numbers are 0-based, (first, last) inclusive; numbers out of range get an
+/// answer too, never a fault.
 struct KVOSrvBlockCut {
     int size = 0;     ///< rows
     int blocks = 0;   ///< 0 without rows
@@ -48,8 +49,9 @@ struct KVOSrvBlockCut {
         return view;
     }
 
-    /// Rows appended behind the last one. Deliberate: block 0 keeps its height, although a single block that was shorter than a chunk has
-    /// grown in the store; callers know block 0 by the height it had. Walks that must meet every row go by Stored().
+    /// Rows appended behind the last one. Deliberate: block 0 keeps its height, although a single block that was
+    /// shorter than a chunk has grown in the store; callers know block 0 by the height it had. Walks that must meet
+    /// every row go by Stored().
     constexpr void Append(int count) noexcept
     {
         KVOSrvBlockCut const whole = Whole(size + count, perBlock);
@@ -94,7 +96,10 @@ struct KVOSrvBlockCut {
     }
 
     /// First row of block b; 0 for a negative b.
-    constexpr int FirstInBlock(int b) const noexcept { return b < 1 ? 0 : static_cast<int>(std::int64_t{perBlock} * (b - 1) + inFirst); }
+    constexpr int FirstInBlock(int b) const noexcept
+    {
+        return b < 1 ? 0 : static_cast<int>(std::int64_t{perBlock} * (b - 1) + inFirst);
+    }
 
     /// The block of row r; block 0 for a negative r, the last one for an r past the end.
     constexpr int BlockContaining(int r) const noexcept

@@ -17,14 +17,20 @@ class KVOSimCSet;
 class KVOSrvMatrix;
 
 /// How a matrix is about to be read and written.
-enum KVOSrvAccessType : int { KVOSrvAccessDefault = 0, KVOSrvAccessRows = 1, KVOSrvAccessColumns = 2, KVOSrvAccessAll = 3 };
+enum KVOSrvAccessType : int {
+    KVOSrvAccessDefault = 0,
+    KVOSrvAccessRows = 1,
+    KVOSrvAccessColumns = 2,
+    KVOSrvAccessAll = 3
+};
 
-/// A dense matrix of doubles out of core: it lives in one distribution of the simulation database, one chunk of which is one block.
+/// A dense matrix of doubles out of core: it lives in one distribution of the simulation database, one chunk of which
+/// is one block.
 ///
-/// Row, column and block numbers are 0-based; every range (first, last) is inclusive at both ends. A two-dimensional distribution has
-/// dimension 0 over the columns and dimension 1 over the rows, rows varying fastest; a one-dimensional one is a single column.
-/// In-memory operands are column-major; a transfer uses an operand's array as a flat buffer and packs the range at its start, whatever
-/// the operand's own shape.
+/// Row, column and block numbers are 0-based; every range (first, last) is inclusive at both ends. A two-dimensional
+/// distribution has dimension 0 over the columns and dimension 1 over the rows, rows varying fastest; a one-dimensional
+/// one is a single column. In-memory operands are column-major; a transfer uses an operand's array as a flat buffer and
+/// packs the range at its start, whatever the operand's own shape.
 /// Failures of the database are KVOSimException and pass unchanged, unless an operation says otherwise.
 class KVO_EXPORT KVOSrvDenseMatrix : public mem_AllocationOperators
 {
@@ -32,7 +38,8 @@ public:
     /// The null matrix: no distribution, no rows, no columns.
     KVOSrvDenseMatrix();
     /// The matrix stored in the first drawer of a distribution; a null one gives the null matrix.
-    /// @throws KVOSrvMtxIllegalInput "KVOSrvDenseMatrix" when that is no dense matrix of doubles with one or two dimensions
+    /// @throws KVOSrvMtxIllegalInput "KVOSrvDenseMatrix" when that is no dense matrix of doubles with one or two
+    /// dimensions
     explicit KVOSrvDenseMatrix(KVOSimDistributionID const& distribution);
     /// The same, of an open distribution.
     explicit KVOSrvDenseMatrix(KVOSimDistribution const& distribution);
@@ -40,14 +47,14 @@ public:
     KVOSrvDenseMatrix& operator=(KVOSrvDenseMatrix const&) = delete;
     virtual ~KVOSrvDenseMatrix();
 
-    /// The set that numbers the rows. A view answers a temporary set of its part of the members, which lives as long as the view, or as
-    /// what uses it (a drawer, a scratch matrix made from it, a KVOSimCSet).
+    /// The set that numbers the rows. A view answers a temporary set of its part of the members, which lives as long as
+    /// the view, or as what uses it (a drawer, a scratch matrix made from it, a KVOSimCSet).
     virtual KVOSimCSetID RowCSetID() const;
     /// The set that numbers the columns, as RowCSetID(); a one-dimensional matrix has none.
     virtual KVOSimCSetID ColumnCSetID() const;
 
-    /// A view of rows r0 to r1 and columns c0 to c1, which must lie inside this matrix; nothing is copied. It stays valid when this matrix
-    /// is gone. The caller owns it and deletes it.
+    /// A view of rows r0 to r1 and columns c0 to c1, which must lie inside this matrix; nothing is copied. It stays
+    /// valid when this matrix is gone. The caller owns it and deletes it.
     virtual KVOSrvDenseMatrix* ConstSubmatrix(int r0, int r1, int c0, int c1) const;
     /// The same for a matrix that may be written through the view.
     virtual KVOSrvDenseMatrix* Submatrix(int r0, int r1, int c0, int c1);
@@ -63,17 +70,20 @@ public:
     }
 
     /// @name Products
-    /// Small slabs are multiplied in one call of DGEMM; slabs of more than 2 MiB may be cut, and sums are then formed block by block in
-    /// order. Where the rows of a stored operand do not suffice, KVOSrvMtxInvalidGetRange or KVOSrvMtxInvalidSetRange is thrown as by the
-    /// transfer, and KVOSrvMtxIllegalInput for other operands that do not fit; nothing is changed then.
+    /// Small slabs are multiplied in one call of DGEMM; slabs of more than 2 MiB may be cut, and sums are then formed
+    /// block by block in order. Where the rows of a stored operand do not suffice, KVOSrvMtxInvalidGetRange or
+    /// KVOSrvMtxInvalidSetRange is thrown as by the transfer, and KVOSrvMtxIllegalInput for other operands that do not
+    /// fit; nothing is changed then.
     ///
-    /// Where the host lends threads (KVOSrvParallel) slabs whose results lie apart, those of different rows of the result, are multiplied
-    /// at once, one by a thread; the calling thread reads them before, one after the other. It takes the memory of a slab, and of its
-    /// result where that is stored, for each thread, of at most 64. What is summed into the same rows, as C = A^T X slab of rows by slab of
-    /// rows with more than 128 vectors or a symmetric result, stays with the calling thread.
+    /// Where the host lends threads (KVOSrvParallel) slabs whose results lie apart, those of different rows of the
+    /// result, are multiplied at once, one by a thread; the calling thread reads them before, one after the other. It
+    /// takes the memory of a slab, and of its result where that is stored, for each thread, of at most 64. What is
+    /// summed into the same rows, as C = A^T X slab of rows by slab of rows with more than 128 vectors or a symmetric
+    /// result, stays with the calling thread.
     /// @{
 
-    /// y += A x for k vectors. @param x  columns x k @param y  rows x k, not cleared, deliberately: callers pass a prepared y
+    /// y += A x for k vectors. @param x  columns x k @param y  rows x k, not cleared, deliberately: callers pass a
+    /// prepared y
     virtual void Multiply(double const* x, int k, double* y) const;
     /// Y = A X. @param X  columns x p @param Y  rows x p
     virtual void Multiply(KVOSrvMatrix const& X, KVOSrvMatrix& Y) const;
@@ -81,7 +91,8 @@ public:
     virtual void Multiply(KVOSrvDenseMatrix const* B, double* C) const;
     /// C = A B, all stored; C is not A or B.
     virtual void Multiply(KVOSrvDenseMatrix const& B, KVOSrvDenseMatrix& C) const;
-    /// Y = alpha A X + beta Y, block row of Y by block row; beta 0 never reads Y. With a diagonal X alpha is not applied.
+    /// Y = alpha A X + beta Y, block row of Y by block row; beta 0 never reads Y. With a diagonal X alpha is not
+    /// applied.
     virtual void Multiply(double alpha, KVOSrvMatrix const& X, double beta, KVOSrvDenseMatrix& Y) const;
     /// A = A X, in place. @param X  square, of order columns
     virtual void MultiplyAssign(KVOSrvMatrix const& X);
@@ -96,13 +107,15 @@ public:
     /// C = A^T B, all stored; columns of C behind those of B stay. The product is formed in memory, so C may be A or B.
     /// @param symmetric  as in the product with X
     virtual void TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvDenseMatrix* C, int symmetric) const;
-    /// C = A^T B into the caller's array, columns x (columns of B), column-major. @param symmetric  as in the product with X
+    /// C = A^T B into the caller's array, columns x (columns of B), column-major. @param symmetric  as in the product
+    /// with X
     virtual void TransposeMultiply(KVOSrvDenseMatrix const* B, double* C, int symmetric) const;
     /// C = A^T B of a stored B. @param symmetric  as in the product with X
     virtual void TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvMatrix& C, int symmetric) const;
-    /// Rows ranges[g] .. ranges[g + 1] - 1 of Y = rows rows[ranges[g]] .. of A, times X, for g = 0 .. nRanges - 1; the row numbers of a
-    /// group are consecutive, as KVOSrvFindContiguousRanges makes them.
-    virtual void IndexedMultiply(KVOSrvMatrix const& X, KVOSrvDenseMatrix& Y, int const* rows, int const* ranges, int nRanges) const;
+    /// Rows ranges[g] .. ranges[g + 1] - 1 of Y = rows rows[ranges[g]] .. of A, times X, for g = 0 .. nRanges - 1; the
+    /// row numbers of a group are consecutive, as KVOSrvFindContiguousRanges makes them.
+    virtual void IndexedMultiply(KVOSrvMatrix const& X, KVOSrvDenseMatrix& Y, int const* rows, int const* ranges,
+                                 int nRanges) const;
 
     /// @}
 
@@ -152,31 +165,33 @@ public:
     /// Whether some stored value belongs to both matrices, as with two views that overlap.
     bool Overlaps(KVOSrvDenseMatrix const& other) const noexcept;
 
-    /// Whether the chunk that holds that block was ever written; block numbers as in this matrix. False for a block that is not there, and
-    /// true for every block of a matrix that is stored without chunks.
+    /// Whether the chunk that holds that block was ever written; block numbers as in this matrix. False for a block
+    /// that is not there, and true for every block of a matrix that is stored without chunks.
     bool BlockAllocated(int blockRow, int blockColumn) const;
 
-    /// -1 when the stored matrix can grow along no dimension, its number (0 columns, 1 rows) when along one, 2 when along both.
+    /// -1 when the stored matrix can grow along no dimension, its number (0 columns, 1 rows) when along one, 2 when
+    /// along both.
     int ExtendableDim() const;
-    /// Appends `count` members with the given numbers to the columns (dim 0) or the rows (dim 1; of a one-dimensional matrix dim 0, too) of
-    /// the stored matrix; the new values are zero. Views made before keep their size.
-    /// @return 0 done; 1 this is a view; 2 there are no new members (count below 1, or null); 3 the matrix has no such dimension; 4 a
-    /// number
-    ///         is there already, or twice among the new ones. Nothing is changed but for 0, nor when an exception leaves
+    /// Appends `count` members with the given numbers to the columns (dim 0) or the rows (dim 1; of a one-dimensional
+    /// matrix dim 0, too) of the stored matrix; the new values are zero. Views made before keep their size.
+    /// @return 0 done; 1 this is a view; 2 there are no new members (count below 1, or null); 3 the matrix has no such
+    ///         dimension; 4 a number is there already, or twice among the new ones. Nothing is changed but for 0, nor
+    ///         when an exception leaves
     /// @throws KVOSimException if the database fails, or another object has extended the same stored matrix
     int ExtendDim(int dim, int count, int const* numbers);
-    /// Tells the database how the matrix will be used, so that it can size its cache; the database caps the wish. Other values than the
-    /// named ones change nothing.
+    /// Tells the database how the matrix will be used, so that it can size its cache; the database caps the wish. Other
+    /// values than the named ones change nothing.
     void SetAccess(KVOSrvAccessType access);
 
     /// @name Transfers
-    /// One transfer of the database each. The array of `m` is full storage, whatever its flags; its shape plays no part.
+    /// One transfer of the database each. The array of `m` is full storage, whatever its flags; its shape plays no
+    /// part.
     /// @{
 
     /// Writes rows r0 to r1, columns c0 to c1 from the start of m's array, packed by columns.
     /// @throws KVOSrvMtxInvalidSetRange when the range is empty or leaves this matrix; nothing is written then
-    /// @throws KVOSimDebugOutString with the database's text when the database fails; also when m's array is smaller than the range:
-    ///         nothing is written then
+    /// @throws KVOSimDebugOutString with the database's text when the database fails; also when m's array is smaller
+    ///         than the range: nothing is written then
     void SetValues(int r0, int r1, int c0, int c1, KVOSrvMatrix const& m);
     /// Reads that range to the start of m's array, packed by columns.
     /// @throws KVOSrvMtxInvalidGetRange when the range is empty or leaves this matrix
@@ -190,31 +205,35 @@ public:
     void SetColumns(int c0, int c1, KVOSrvMatrix const& m) { SetValues(0, NumberOfRows() - 1, c0, c1, m); }
     /// GetValues() over all rows.
     void GetColumns(int c0, int c1, KVOSrvMatrix& m) const { GetValues(0, NumberOfRows() - 1, c0, c1, m); }
-    /// Writes all of it as a dense file, format 7 of sparse matrices (docs/sparse-files.md), column by column. A file of that name is
-    /// replaced.
-    /// @throws KVOSrvMtxOpenFileException, KVOSrvMtxFileWriteFailure with the path; KVOSimException when the database fails
+    /// Writes all of it as a dense file, format 7 of sparse matrices (docs/sparse-files.md), column by column. A file
+    /// of that name is replaced.
+    /// @throws KVOSrvMtxOpenFileException, KVOSrvMtxFileWriteFailure with the path; KVOSimException when the database
+    /// fails
     void ExportDense(char const* path) const;
     /// The same as a Matrix Market file, "array real general".
     void ExportMatrixMarket(char const* path) const;
-    /// The values of that range where the database keeps them, packed as GetValues() packs them, or null: it may be any range that is more
-    /// than one block, or not at hand. For those that can do without a copy; they stay there until the next call for a matrix of the file.
+    /// The values of that range where the database keeps them, packed as GetValues() packs them, or null: it may be any
+    /// range that is more than one block, or not at hand. For those that can do without a copy; they stay there until
+    /// the next call for a matrix of the file.
     /// @throws KVOSimException when the database fails
     double const* ValuesInPlace(int r0, int r1, int c0, int c1) const;
     /// The same, also at the first use, and fetched from the disk where they have to be: for a walk through the matrix.
     double const* FetchInPlace(int r0, int r1, int c0, int c1) const;
     /// As ValuesInPlace(), to be changed there.
     double* ValuesInPlace(int r0, int r1, int c0, int c1);
-    /// Starts reading that range into memory, for a GetValues that follows soon; does not wait. Ranges outside are ignored.
+    /// Starts reading that range into memory, for a GetValues that follows soon; does not wait. Ranges outside are
+    /// ignored.
     void AnnounceRead(int r0, int r1, int c0, int c1) const noexcept;
     /// @}
 
     /// @name Whole matrices
-    /// They work in pieces: the memory held is one block at most (two with a second matrix), where nothing else is said. Shapes and
-    /// arguments are checked first; a refusal is KVOSrvMtxIllegalInput with the member's name. When the database fails on the way, what
-    /// was written by then stays. Empty and null matrices have nothing to do.
+    /// They work in pieces: the memory held is one block at most (two with a second matrix), where nothing else is
+    /// said. Shapes and arguments are checked first; a refusal is KVOSrvMtxIllegalInput with the member's name. When
+    /// the database fails on the way, what was written by then stays. Empty and null matrices have nothing to do.
     /// @{
 
-    /// The whole matrix, column-major, rows x columns, in one transfer. @param out  not null, unless the matrix is empty
+    /// The whole matrix, column-major, rows x columns, in one transfer. @param out  not null, unless the matrix is
+    /// empty
     void GetAllValues(double* out) const;
     /// The upper triangle, packed by columns: for column j rows 0 to j. At least as many rows as columns.
     void GetUpperValues(double* out) const;
@@ -223,19 +242,21 @@ public:
     /// (A + A^T) / 2 of a square matrix, packed as GetUpperValues; the diagonal is not touched by rounding.
     void GetSymmetricValues(double* out) const;
     /// Copies rows r0 to r1, columns c0 to c1 to the rows and columns of `dest` from 0 on, block of `dest` by block.
-    /// @throws KVOSrvMtxInvalidGetRange when the range is empty or leaves this matrix, KVOSrvMtxInvalidSetRange when `dest` has fewer
-    ///         columns; rows that `dest` lacks are left out
+    /// @throws KVOSrvMtxInvalidGetRange when the range is empty or leaves this matrix, KVOSrvMtxInvalidSetRange when
+    ///         `dest` has fewer columns; rows that `dest` lacks are left out
     void GetSubmatrix(KVOSrvDenseMatrix& dest, int r0, int r1, int c0, int c1) const;
-    /// Clears the first n x columns values of out's array and places every row i of this matrix into its row rowMap[i], n being the
-    /// leading dimension.
+    /// Clears the first n x columns values of out's array and places every row i of this matrix into its row rowMap[i],
+    /// n being the leading dimension.
     /// @param rowMap  NumberOfRows() numbers, 0 to n - 1; of rows that go to one place the last one stays
     void CopyRowsToMemory(int const* rowMap, int n, KVOSrvMatrix& out) const;
-    /// Copies a matrix of the same size into this one. Views of one matrix may overlap in rows (not in columns: unless these are the same,
-    /// what is read may have been written before). Holds at most a block column of `src`.
+    /// Copies a matrix of the same size into this one. Views of one matrix may overlap in rows (not in columns: unless
+    /// these are the same, what is read may have been written before). Holds at most a block column of `src`.
     void CopyValues(KVOSrvDenseMatrix const* src);
-    /// Copies the rows of src into the rows of this matrix that carry the same member numbers; others are skipped. `src` has no more
-    /// columns than this matrix, and member numbers are not negative. Holds at most a block column of `src` and of this matrix.
-    /// @param clear  rows without a source become zero; false: every row has one, deliberately not checked (such rows are zeroed too)
+    /// Copies the rows of src into the rows of this matrix that carry the same member numbers; others are skipped.
+    /// `src` has no more columns than this matrix, and member numbers are not negative. Holds at most a block column of
+    /// `src` and of this matrix.
+    /// @param clear  rows without a source become zero; false: every row has one, deliberately not checked (such rows
+    /// are zeroed too)
     void CopyMappedRows(KVOSrvDenseMatrix const* src, bool clear);
     /// this := this + other, of the same size; `other` may be this matrix.
     void AddAssign(KVOSrvDenseMatrix const& other);
@@ -255,12 +276,13 @@ protected:
 private:
     int ExtendDim(KVOSimCSetID const& newMembers);
     void RequireStoredSize() const;
-    KVOSimCSetID PartOfMembers(KVOSimCSetID const& stored, KVOSrvBlockCut const& cut, std::unique_ptr<KVOSimCSet const>& part) const;
+    KVOSimCSetID PartOfMembers(KVOSimCSetID const& stored, KVOSrvBlockCut const& cut,
+                               std::unique_ptr<KVOSimCSet const>& part) const;
     bool Contains(int r0, int r1, int c0, int c1) const noexcept;
     KVOSimTransfer TransferOf(int r0, int r1, int c0, int c1) const;
 
-    // 1. m_distribution is null and everything else as it is here, or m_transfer is set and stands on it. 2. m_transfer has no view: what
-    // is transferred goes through a copy of it.
+    // 1. m_distribution is null and everything else as it is here, or m_transfer is set and stands on it. 2. m_transfer
+    // has no view: what is transferred goes through a copy of it.
     KVOSimDistribution m_distribution;
     bool m_isView = false;
     KVOSrvBlockCut m_rowCut;

@@ -7,8 +7,8 @@
 #include <cstdint>
 
 /// @file
-/// The failures of the matrix classes: one class each, with a fixed number and message. A message is translated as a format; its place
-/// receives the payload. The numbers 205, 216 and 217 belong to no class.
+/// The failures of the matrix classes: one class each, with a fixed number and message. A message is translated as a
+/// format; its place receives the payload. The numbers 205, 216 and 217 belong to no class.
 
 /// A sparse operation is refused on half storage. Number 201: "KVOSrvSparseMatrix::%s symmetric:True not supported!"
 class KVO_EXPORT KVOSrvMtxNoSymmetricTrue : public KVOBasException
@@ -77,12 +77,13 @@ private:
     atr_String m_operation;
 };
 
-/// An argument or shape is wrong for another class than KVOSrvMatrix. Number 206: "<class>::<operation> - Illegal input: <reason>."
+/// An argument or shape is wrong for another class than KVOSrvMatrix. Number 206: "<class>::<operation> - Illegal
+/// input: <reason>."
 class KVO_EXPORT KVOSrvMtxRefusedInput : public KVOSrvMtxIllegalInput
 {
 public:
-    /// @param className,operation  names of the class and of its operation @param reason  what does not fit, without a full stop. All are
-    /// copied, null counts as empty
+    /// @param className,operation  names of the class and of its operation @param reason  what does not fit, without a
+    /// full stop. All are copied, null counts as empty
     KVOSrvMtxRefusedInput(char const* className, char const* operation, char const* reason);
 
     atr_String AsString() const override;
@@ -93,8 +94,8 @@ private:
     atr_String m_reason;
 };
 
-/// A sparse matrix is used between AddData() and EndAssembly(). Number 206: "KVOSrvSparseMatrix::<operation> - Illegal input: the added
-/// entries are not assembled, call EndAssembly first."
+/// A sparse matrix is used between AddData() and EndAssembly(). Number 206: "KVOSrvSparseMatrix::<operation> - Illegal
+/// input: the added entries are not assembled, call EndAssembly first."
 class KVO_EXPORT KVOSrvMtxNotAssembled : public KVOSrvMtxRefusedInput
 {
 public:
@@ -104,7 +105,8 @@ public:
     [[noreturn]] void Raise() const override;
 };
 
-/// A sparse matrix cannot be written in the format asked for. Number 207: "KVOSrvSparseImExPorter: Unsupported export format."
+/// A sparse matrix cannot be written in the format asked for. Number 207: "KVOSrvSparseImExPorter: Unsupported export
+/// format."
 class KVO_EXPORT KVOSrvMtxUnsupportedExpFmt : public KVOBasException
 {
 public:
@@ -138,8 +140,8 @@ public:
     int ErrorNumber() const override;
 };
 
-/// A sparse matrix file has an unknown format or, as KVOSrvMtxMalformedFile, malformed content. Number 210: "KVOSrvSparseImExPorter:
-/// Unsupported import format."
+/// A sparse matrix file has an unknown format or, as KVOSrvMtxMalformedFile, malformed content. Number 210:
+/// "KVOSrvSparseImExPorter: Unsupported import format."
 class KVO_EXPORT KVOSrvMtxUnsupportedImpFmt : public KVOBasException
 {
 public:
@@ -148,13 +150,15 @@ public:
     int ErrorNumber() const override;
 };
 
-/// A sparse matrix file has malformed content, or cannot be read to its end. Number 210, with the message of the base class; the reports
-/// say behind it which file, where, and what was expected there.
+/// A sparse matrix file has malformed content, or cannot be read to its end. Number 210, with the message of the base
+/// class; the reports say behind it which file, where, and what was expected there.
 class KVO_EXPORT KVOSrvMtxMalformedFile : public KVOSrvMtxUnsupportedImpFmt
 {
 public:
-    /// @param path      file name @param line  from 1, 0 where it is not known @param byte  from 0, -1 where it is not known
-    /// @param expected  what was expected and what was found, without a full stop. Texts are copied, null counts as empty
+    /// @param path      file name @param line  from 1, 0 where it is not known @param byte  from 0, -1 where it is not
+    /// known
+    /// @param expected  what was expected and what was found, without a full stop. Texts are copied, null counts as
+    /// empty
     KVOSrvMtxMalformedFile(char const* path, std::int64_t line, std::int64_t byte, char const* expected);
 
     /// "<message> <path>: <place>: <what was expected>."
@@ -183,7 +187,8 @@ private:
     std::int64_t m_byte;
 };
 
-/// MultiplyIndexed was asked for the untransposed product. Number 211: "KVOSrvSparseMatrix::MultiplyIndexed transpose:False not supported!"
+/// MultiplyIndexed was asked for the untransposed product. Number 211: "KVOSrvSparseMatrix::MultiplyIndexed
+/// transpose:False not supported!"
 class KVO_EXPORT KVOSrvMtxNoTranspose : public KVOBasException
 {
 public:
@@ -192,7 +197,8 @@ public:
     int ErrorNumber() const override;
 };
 
-/// A permutation vector names a row that the matrix lacks. Number 212: "KVOSrvMatrix::PermuteRowsInPlace - Illegal perm Vector."
+/// A permutation vector names a row that the matrix lacks. Number 212: "KVOSrvMatrix::PermuteRowsInPlace - Illegal perm
+/// Vector."
 class KVO_EXPORT KVOSrvMtxIllegalPermVect : public KVOBasException
 {
 public:
@@ -201,7 +207,8 @@ public:
     int ErrorNumber() const override;
 };
 
-/// LAPACK refused an argument of the eigensolver. Number 213: "KVOSrvMatrix::SolveEigenproblemSymmetric - Illegal function argument %i."
+/// LAPACK refused an argument of the eigensolver. Number 213: "KVOSrvMatrix::SolveEigenproblemSymmetric - Illegal
+/// function argument %i."
 class KVO_EXPORT KVOSrvMtxSolveIllegalArg : public KVOBasException
 {
 public:
@@ -216,7 +223,8 @@ private:
     int m_argument;
 };
 
-/// The tridiagonal eigensolver did not converge. Number 214: "KVOSrvMatrix::SolveEigenproblemSymmetric - Eigensolver did not converge."
+/// The tridiagonal eigensolver did not converge. Number 214: "KVOSrvMatrix::SolveEigenproblemSymmetric - Eigensolver
+/// did not converge."
 class KVO_EXPORT KVOSrvMtxSolveNotConverge : public KVOBasException
 {
 public:
@@ -225,8 +233,8 @@ public:
     int ErrorNumber() const override;
 };
 
-/// The right-hand matrix of an eigenproblem is not positive definite. Number 215: "KVOSrvMatrix::SolveEigenproblemSymmetric - Matrix B is
-/// not positive-definite."
+/// The right-hand matrix of an eigenproblem is not positive definite. Number 215:
+/// "KVOSrvMatrix::SolveEigenproblemSymmetric - Matrix B is not positive-definite."
 class KVO_EXPORT KVOSrvMtxSolveNotPositive : public KVOBasException
 {
 public:

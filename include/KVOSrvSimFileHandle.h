@@ -10,7 +10,8 @@
 
 class KVOSrvSimFileHandleRepr;
 
-/// A counted hold on a database file of one's own: a scratch file, closed and removed when the last copy of the handle goes.
+/// A counted hold on a database file of one's own: a scratch file, closed and removed when the last copy of the handle
+/// goes.
 ///
 /// The count is not atomic: copies stay within one thread.
 class KVO_EXPORT KVOSrvSimFileHandle
@@ -24,7 +25,8 @@ public:
     KVOSrvSimFileHandle& operator=(KVOSrvSimFileHandle const& other) noexcept;
     ~KVOSrvSimFileHandle();
 
-    /// Makes a scratch database at `path`, which must not exist, with one context. Copies of this handle stay without it.
+    /// Makes a scratch database at `path`, which must not exist, with one context. Copies of this handle stay without
+    /// it.
     /// A handle that has a database is a broken program: the assertion stop in mtx/impl/KVOSrvSimFileHandle, line 16.
     /// @throws KVOSimException when the file cannot be made; the handle is as it was, and nothing is left of the file
     void Associate(cow_String const& path);

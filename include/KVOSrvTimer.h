@@ -7,8 +7,8 @@
 
 /// The process's timer, which the solver reads through KVOSRVGETCPUTIME and KVOSRVGETWALLTIME.
 ///
-/// One object in the process, however many libraries use it: omi_Singleton<KVOSrvTimer>::Instance() makes it on first use,
-/// mtx_finalize() destroys it. Not locked: the host's main thread sets it up.
+/// One object in the process, however many libraries use it: omi_Singleton<KVOSrvTimer>::Instance() makes it on first
+/// use, mtx_finalize() destroys it. Not locked: the host's main thread sets it up.
 class KVO_EXPORT KVOSrvTimer : public omi_Singleton<KVOSrvTimer>, public mem_AllocationOperators
 {
 public:
@@ -18,8 +18,8 @@ public:
     KVOSrvTimer(KVOSrvTimer const&) = delete;
     KVOSrvTimer& operator=(KVOSrvTimer const&) = delete;
 
-    /// Makes and starts a new timer, which both entry points read from then on. An earlier one is deliberately not freed: its storage is
-    /// lost. @throws mem_OutOfMemory
+    /// Makes and starts a new timer, which both entry points read from then on. An earlier one is deliberately not
+    /// freed: its storage is lost. @throws mem_OutOfMemory
     void CreateTimer();
 
     /// The timer that was made last, null before the first CreateTimer(); it belongs to this object.

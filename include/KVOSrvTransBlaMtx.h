@@ -3,11 +3,12 @@
 #include "KVOExport.h"
 #include "KVOSrvBlaMatrix.h"
 
-/// An operand of a product, op(X), being X or its transpose, cut into tiles of 144 rows and columns; the last may be smaller.
+/// An operand of a product, op(X), being X or its transpose, cut into tiles of 144 rows and columns; the last may be
+/// smaller.
 ///
-/// It refers to X, which must outlive it. What its members call a block, a row or a column of tiles, is a view of X itself, made by
-/// KVOSrvBlaMatrix::Submatrix(), that the caller deletes; its transposition is left to the flag that DGEMM is given. A broken precondition
-/// ends the process, as with KVOSrvBlaMatrix.
+/// It refers to X, which must outlive it. What its members call a block, a row or a column of tiles, is a view of X
+/// itself, made by KVOSrvBlaMatrix::Submatrix(), that the caller deletes; its transposition is left to the flag that
+/// DGEMM is given. A broken precondition ends the process, as with KVOSrvBlaMatrix.
 class KVO_EXPORT KVOSrvTransBlaMtx
 {
 public:
@@ -32,9 +33,11 @@ public:
     int ColBlockSize(int j) const noexcept { return j == m_numColBlocks - 1 ? m_lastColBlockSize : m_blockSize; }
     /// @}
 
-    /// The rows of op(X) from 144 * i on, over all columns, as a view of X. Asserts that there is such a block, and that it has elements.
+    /// The rows of op(X) from 144 * i on, over all columns, as a view of X. Asserts that there is such a block, and
+    /// that it has elements.
     KVOSrvBlaMatrix* RowBlock(int i) const;
-    /// The columns of op(X) from 144 * j on, over all rows, as a view of X. Asserts that there is such a block, and that it has elements.
+    /// The columns of op(X) from 144 * j on, over all rows, as a view of X. Asserts that there is such a block, and
+    /// that it has elements.
     KVOSrvBlaMatrix* ColBlock(int j) const;
     /// What RowBlock() makes, held.
     KVOSrvBlaMatrixPointer RowView(int i) const { return KVOSrvBlaMatrixPointer(RowBlock(i)); }

@@ -14,8 +14,8 @@ struct KVO_EXPORT KVOBasMaker {
 
     /// This process.
     static KVOBasMaker Own() noexcept;
-    /// Whether it is known to have ended. Never known of processes of other hosts. What bears the id of the asking process itself was left
-    /// by an earlier one of that id, unless it is locked; so this process counts as ended, too.
+    /// Whether it is known to have ended. Never known of processes of other hosts. What bears the id of the asking
+    /// process itself was left by an earlier one of that id, unless it is locked; so this process counts as ended, too.
     bool IsGone() const noexcept;
 };
 
@@ -31,7 +31,8 @@ public:
     /// Gives the lock back.
     ~KVOBasUnusedFile();
 
-    /// False when there is none, it can't be opened for writing, it is neither a regular file nor a folder, or somebody has it locked.
+    /// False when there is none, it can't be opened for writing, it is neither a regular file nor a folder, or somebody
+    /// has it locked.
     bool IsHeld() const noexcept { return m_descriptor >= 0; }
     /// Of the open file; -1 when it is not held.
     int Descriptor() const noexcept { return m_descriptor; }

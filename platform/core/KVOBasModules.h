@@ -3,8 +3,9 @@
 #include "KVOExport.h"
 
 /// @file
-/// Start and end of the platform's libraries. Each counts its users; the first start adds 1 to the caller's tally of running modules, the
-/// last end takes 1 off. The stand-alone platform is one shared library whose parts need no further preparation.
+/// Start and end of the platform's libraries. Each counts its users; the first start adds 1 to the caller's tally of
+/// running modules, the last end takes 1 off. The stand-alone platform is one shared library whose parts need no
+/// further preparation.
 
 /// Starts the core utilities.
 KVO_EXPORT void KVOBasCoreUtils_initialize(int& tally);

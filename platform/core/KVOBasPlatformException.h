@@ -3,8 +3,8 @@
 #include "KVOBasException.h"
 #include "KVOExport.h"
 
-/// A helper of the platform, below the database, refuses its arguments or is refused by the system. Number 400; AsString() is the text
-/// that says which and why.
+/// A helper of the platform, below the database, refuses its arguments or is refused by the system. Number 400;
+/// AsString() is the text that says which and why.
 class KVO_EXPORT KVOBasPlatformException : public KVOBasException
 {
 public:

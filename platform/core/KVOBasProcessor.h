@@ -1,7 +1,8 @@
 #pragma once
 
 /// @file
-/// What the processor is, and what is chosen by it: whatever is fastest on one kind of processor and slow on another asks here.
+/// What the processor is, and what is chosen by it: whatever is fastest on one kind of processor and slow on another
+/// asks here.
 
 #include "KVOExport.h"
 
@@ -11,14 +12,16 @@
 /// Who makes the processor.
 enum class KVOBasVendor { Intel, Amd, Other };
 
-/// What is chosen by the processor. No result depends on it, but that of BLAC_DGEMM2, whose order of additions is its kernel's.
+/// What is chosen by the processor. No result depends on it, but that of BLAC_DGEMM2, whose order of additions is its
+/// kernel's.
 struct KVOBasChoices {
     bool copiesPastCache; ///< stores past the caches pay in copies from one end to the other of what nobody reads soon
     bool storesPastCache; ///< they pay in transposes too, for whole cache lines of many columns in turns
     int groupPages;       ///< pages of 4 KiB that the vectors of a sparse product may touch at once
 };
 
-/// A processor. Sizes of caches are bytes; of those that cannot be found out, as in some virtual machines, common small ones are told.
+/// A processor. Sizes of caches are bytes; of those that cannot be found out, as in some virtual machines, common small
+/// ones are told.
 struct KVO_EXPORT KVOBasProcessor {
     char const* name;    ///< of its family; "unknown" when it is none of those in the table
     KVOBasVendor vendor; ///< its maker
@@ -41,12 +44,12 @@ struct KVO_EXPORT KVOBasProcessor {
 
     KVOBasChoices choices; ///< what is made of all that
 
-    /// The one that runs this; looked up at the first call, from any thread. Where the environment variable KVO_PROCESSOR has the name of
-    /// a family at that time, it is Named() of it; any other value is ignored.
+    /// The one that runs this; looked up at the first call, from any thread. Where the environment variable
+    /// KVO_PROCESSOR has the name of a family at that time, it is Named() of it; any other value is ignored.
     static KVOBasProcessor const& This() noexcept;
 
-    /// A typical server processor of the family `name`, but with the instructions of the processor that runs this, which it can't exceed;
-    /// "unknown" for a name that is not in the table.
+    /// A typical server processor of the family `name`, but with the instructions of the processor that runs this,
+    /// which it can't exceed; "unknown" for a name that is not in the table.
     static KVOBasProcessor Named(char const* name) noexcept;
 
     /// The answer of the instruction CPUID to a leaf and subleaf: EAX, EBX, ECX, EDX.

@@ -2,8 +2,8 @@
 
 /// Count of the users of a library or module, for its start and end.
 ///
-/// Not checked against underflow, on purpose: an end without a start takes the count to -1 and does nothing, and the start that follows
-/// only brings it back to 0. Not locked: the host starts and ends its libraries on one thread.
+/// Not checked against underflow, on purpose: an end without a start takes the count to -1 and does nothing, and the
+/// start that follows only brings it back to 0. Not locked: the host starts and ends its libraries on one thread.
 class KVOBasUseCount
 {
 public:

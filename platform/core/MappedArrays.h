@@ -7,12 +7,13 @@
 
 /// Arrays that have a mapping of their own, so that releasing one gives its memory back, whatever lies around it.
 ///
-/// An array fills whole pages, from 8 MiB on whole large pages (2 MiB) at a large page's place, and has a page of the caller's in front of
-/// it. Some released mappings are kept, since the system clears each page that it gives: products that are called again and again
-/// allocate the same memory every time. At most 64 MiB or a tenth of what is alive is kept, whichever is more, and never more than a
-/// thirty-second of MemoryLimit(); the rest goes back at once.
+/// An array fills whole pages, from 8 MiB on whole large pages (2 MiB) at a large page's place, and has a page of the
+/// caller's in front of it. Some released mappings are kept, since the system clears each page that it gives: products
+/// that are called again and again allocate the same memory every time. At most 64 MiB or a tenth of what is alive is
+/// kept, whichever is more, and never more than a thirty-second of MemoryLimit(); the rest goes back at once.
 ///
-/// All members may be called by several threads. None waits for another, not even for one that a fork() has left behind, but Release().
+/// All members may be called by several threads. None waits for another, not even for one that a fork() has left
+/// behind, but Release().
 class MappedArrays
 {
 public:

@@ -3,8 +3,8 @@
 #include <mutex>
 #include <pthread.h>
 
-/// A lock of the whole process, one for each `Of`, for what objects of different threads share unseen. A child of fork() finds it free and
-/// what it guards whole: while the child is made, the lock is held.
+/// A lock of the whole process, one for each `Of`, for what objects of different threads share unseen. A child of
+/// fork() finds it free and what it guards whole: while the child is made, the lock is held.
 ///
 /// No thread takes one of these while it holds another, so that it does not matter in which order fork() takes them.
 template<class Of>
@@ -22,6 +22,7 @@ private:
     static void Unlock() { s_mutex.unlock(); }
 
     static inline constinit std::mutex s_mutex; // plain and never destroyed
-    // At load time: done at first use, it could be under way in another thread when a child is made, and never end there.
+    // At load time: done at first use, it could be under way in another thread when a child is made, and never end
+    // there.
     static inline int const s_registered = pthread_atfork(Lock, Unlock, Unlock);
 };

@@ -9,7 +9,8 @@
 ///
 /// Invariants:
 /// 1. m_count is null for the empty string, and then m_text is null too; otherwise m_text is null-terminated.
-/// 2. The count changes atomically: strings of several threads may share a text, which never changes. One string is used by one thread.
+/// 2. The count changes atomically: strings of several threads may share a text, which never changes. One string is
+///    used by one thread.
 class KVO_EXPORT atr_StringBase
 {
 public:

@@ -11,8 +11,8 @@
 
 /// One message under construction: a format text and the values for its places.
 ///
-/// The places are the occurrences of %s and %i in the format, numbered from 1 in their order. A place that receives no value keeps its
-/// two characters; the value of a place is never searched for further places.
+/// The places are the occurrences of %s and %i in the format, numbered from 1 in their order. A place that receives no
+/// value keeps its two characters; the value of a place is never searched for further places.
 class KVO_EXPORT atr_translate
 {
 public:
@@ -43,10 +43,11 @@ KVO_EXPORT void atr_SubstituteFormat(atr_translate& translate, int place, char c
 /// Puts `number` in decimal into place number `place`.
 KVO_EXPORT void atr_SubstituteFormat(atr_translate& translate, int place, int number);
 
-/// Gives the translation of an English format, or null to keep the English one. The result must live until the next call of
-/// the same thread; several threads may call at once, each for messages of its own.
+/// Gives the translation of an English format, or null to keep the English one. The result must live until the next
+/// call of the same thread; several threads may call at once, each for messages of its own.
 using atr_Lookup = char const* (*)(char const* format);
 
-/// Puts a translation in force for the whole process (gettext, for one, fits); null, the state at load time, keeps every text English.
+/// Puts a translation in force for the whole process (gettext, for one, fits); null, the state at load time, keeps
+/// every text English.
 /// @return the lookup that was in force before
 KVO_EXPORT atr_Lookup atr_SetLookup(atr_Lookup lookup) noexcept;

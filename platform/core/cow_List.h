@@ -14,9 +14,9 @@
 
 /// A growable list with copy-on-write: copying shares the content, the first change of a shared list clones it.
 ///
-/// The content lies in pieces of 16, 32, 64, ... elements, so that appending never moves what is there: no more than the elements'
-/// own memory is touched, however long the list gets. T is trivially copyable. Lists of several threads may share their content;
-/// one list is used by one thread.
+/// The content lies in pieces of 16, 32, 64, ... elements, so that appending never moves what is there: no more than
+/// the elements' own memory is touched, however long the list gets. T is trivially copyable. Lists of several threads
+/// may share their content; one list is used by one thread.
 template<class T>
 class cow_List
 {
@@ -86,8 +86,8 @@ public:
         return {begin, piece + 1 < m_content->pieceCount ? begin + LengthOf(piece) : m_content->next};
     }
 
-    /// Hands the pieces to take(std::span<T const>) in order and gives each back at once, unless it is shared; empty afterwards. For a
-    /// consumer of a long list that has no memory for two of its kind. `take` does not throw.
+    /// Hands the pieces to take(std::span<T const>) in order and gives each back at once, unless it is shared; empty
+    /// afterwards. For a consumer of a long list that has no memory for two of its kind. `take` does not throw.
     template<class Take>
     void Drain(Take const& take) noexcept
     {

@@ -26,8 +26,9 @@ private:
     char m_text[64];
 };
 
-/// Allocates `bytes` bytes (0 is allowed and gives a unique pointer), uninitialised, aligned for any scalar type; from 64 KiB on to 64
-/// bytes and from 8 MiB on to large pages of 2 MiB, which transfers from files and to them and large arrays gain much by.
+/// Allocates `bytes` bytes (0 is allowed and gives a unique pointer), uninitialised, aligned for any scalar type; from
+/// 64 KiB on to 64 bytes and from 8 MiB on to large pages of 2 MiB, which transfers from files and to them and large
+/// arrays gain much by.
 ///
 /// @return the memory, never null; release it with mem_Free
 /// @throws mem_OutOfMemory when the memory is exhausted or `bytes` exceeds PTRDIFF_MAX
@@ -36,8 +37,8 @@ KVO_EXPORT void* mem_OperatorNewThrow(std::size_t bytes);
 /// The same without an exception: null when the memory cannot be had.
 KVO_EXPORT void* mem_Malloc(std::size_t bytes) noexcept;
 
-/// Changes the size of memory of the two functions above, or of none (null), to `bytes`, more than 0; what both sizes have in common is
-/// kept. Large memory moves without being copied.
+/// Changes the size of memory of the two functions above, or of none (null), to `bytes`, more than 0; what both sizes
+/// have in common is kept. Large memory moves without being copied.
 ///
 /// @return the memory, possibly moved; null when it cannot be had: the old one is then untouched
 KVO_EXPORT void* mem_Realloc(void* memory, std::size_t bytes) noexcept;
@@ -45,21 +46,22 @@ KVO_EXPORT void* mem_Realloc(void* memory, std::size_t bytes) noexcept;
 /// Releases memory of the three functions above; null is allowed.
 KVO_EXPORT void mem_Free(void* memory) noexcept;
 
-/// Gives back to the system what is kept of released arrays for the next ones of their size (at most 64 MiB or a tenth of the memory of
-/// arrays from 256 KiB on that are alive, and never more than a thirty-second of what the process can have), and what lies free in the
-/// heap of the C library. An allocation that fails does the first by itself and tries again.
+/// Gives back to the system what is kept of released arrays for the next ones of their size (at most 64 MiB or a tenth
+/// of the memory of arrays from 256 KiB on that are alive, and never more than a thirty-second of what the process can
+/// have), and what lies free in the heap of the C library. An allocation that fails does the first by itself and tries
+/// again.
 KVO_EXPORT void mem_ReleaseMemory() noexcept;
 
-/// Bytes of an array of `count` elements of `size` bytes; a negative count or a product that overflows gives SIZE_MAX, which every
-/// allocation function refuses.
+/// Bytes of an array of `count` elements of `size` bytes; a negative count or a product that overflows gives SIZE_MAX,
+/// which every allocation function refuses.
 constexpr std::size_t mem_ArrayBytes(std::int64_t count, std::size_t size) noexcept
 {
     std::size_t bytes = 0;
     return count < 0 || __builtin_mul_overflow(static_cast<std::size_t>(count), size, &bytes) ? SIZE_MAX : bytes;
 }
 
-/// Makes the allocation that follows `successes` further ones fail, once; a negative number (the state at load time) means never.
-/// For tests of what is left behind when memory runs out.
+/// Makes the allocation that follows `successes` further ones fail, once; a negative number (the state at load time)
+/// means never. For tests of what is left behind when memory runs out.
 KVO_EXPORT void mem_FailAllocationAfter(std::int64_t successes) noexcept;
 
 /// Base that sends `new` and `delete` of a class through the platform's allocator.

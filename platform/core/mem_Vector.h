@@ -35,6 +35,7 @@ public:
     friend bool operator==(mem_StdAllocator const&, mem_StdAllocator const&) noexcept { return true; }
 };
 
-/// A std::vector whose elements come from the platform's allocator: when memory runs out it throws mem_OutOfMemory and is as it was.
+/// A std::vector whose elements come from the platform's allocator: when memory runs out it throws mem_OutOfMemory and
+/// is as it was.
 template<class T>
 using mem_Vector = std::vector<T, mem_StdAllocator<T>>;

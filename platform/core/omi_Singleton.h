@@ -4,8 +4,9 @@
 
 /// The one object of a class T in the process; T's base. Constructing a T registers it, destroying it takes it off.
 ///
-/// A library that exports a singleton declares `extern template class omi_SingletonBase<T>` in T's header and instantiates it in one
-/// source file: otherwise every library that uses T has an instance of its own. Not locked: the host's main thread makes it.
+/// A library that exports a singleton declares `extern template class omi_SingletonBase<T>` in T's header and
+/// instantiates it in one source file: otherwise every library that uses T has an instance of its own. Not locked: the
+/// host's main thread makes it.
 template<class T>
 class KVO_EXPORT omi_SingletonBase
 {

@@ -3,8 +3,8 @@
 #include "KVOExport.h"
 #include "cow_List.h"
 
-/// The solver's numbering of degrees of freedom: which node, and which degree of freedom at that node, each number of the solver stands
-/// for.
+/// The solver's numbering of degrees of freedom: which node, and which degree of freedom at that node, each number of
+/// the solver stands for.
 class KVO_EXPORT KVOFsmSystemDofDefinition
 {
 public:

@@ -7,15 +7,16 @@
 /// @file
 /// Reads files of unformatted sequential Fortran records, as `write(unit) a, b, c` leaves them, by unit number.
 ///
-/// A record is its items without gaps, between two 4-byte little-endian markers that hold its length. A record too long for a marker (or
-/// for the writer's limit) is split into sub-records, each with its own pair: the leading marker is negative when another sub-record
-/// follows, the trailing one when another came before. Nothing in the file tells types or counts: the reader has to know them.
+/// A record is its items without gaps, between two 4-byte little-endian markers that hold its length. A record too long
+/// for a marker (or for the writer's limit) is split into sub-records, each with its own pair: the leading marker is
+/// negative when another sub-record follows, the trailing one when another came before. Nothing in the file tells types
+/// or counts: the reader has to know them.
 ///
-/// Nothing is believed that the file does not hold: a marker that points beyond the end, markers that do not match and a record that is
-/// cut off are reported. Every function returns a status and leaves the unit usable for for_close().
+/// Nothing is believed that the file does not hold: a marker that points beyond the end, markers that do not match and
+/// a record that is cut off are reported. Every function returns a status and leaves the unit usable for for_close().
 ///
-/// The functions have C++ linkage on purpose: the Fortran runtime of a host may bring C symbols of the same names. Units belong to the
-/// calling thread, which closes what it left open when it ends.
+/// The functions have C++ linkage on purpose: the Fortran runtime of a host may bring C symbols of the same names.
+/// Units belong to the calling thread, which closes what it left open when it ends.
 
 /// What the functions return.
 enum KVOForStatus : int {
@@ -32,12 +33,14 @@ enum KVOForStatus : int {
 /// @throws mem_OutOfMemory
 KVO_EXPORT KVOForStatus for_open(int unit, char const* path);
 
-/// Goes to the next record: the first one after for_open(), else the one after the current; what was not transmitted of that is skipped.
+/// Goes to the next record: the first one after for_open(), else the one after the current; what was not transmitted of
+/// that is skipped.
 KVO_EXPORT KVOForStatus for_read_seq(int unit);
 
 /// Transmits the next `count` items of `itemBytes` bytes of the current record.
 ///
-/// @param[out] items  receives them, as the file holds them; null skips them. Its content is undefined unless the status is KVOForOk
+/// @param[out] items  receives them, as the file holds them; null skips them. Its content is undefined unless the
+/// status is KVOForOk
 /// @return also KVOForEndOfRecord in front of the first record
 KVO_EXPORT KVOForStatus for_read_seq_xmit(int unit, void* items, std::int64_t count, std::int64_t itemBytes);
 

@@ -12,7 +12,8 @@ class Context;
 struct MemberSet;
 } // namespace simdb
 
-/// An ordered set of members of a collection. A set that Part() made lives as long as such an object, or a drawer that uses it.
+/// An ordered set of members of a collection. A set that Part() made lives as long as such an object, or a drawer that
+/// uses it.
 class KVO_EXPORT KVOSimCSet
 {
 public:
@@ -25,7 +26,8 @@ public:
     int Size() const;
     /// The member numbers, in order.
     KVOSimArray<int> OrderedMembers() const;
-    /// The temporary set of `count` members from member `first` on. Its identifier names nothing any more when no object of it is left.
+    /// The temporary set of `count` members from member `first` on. Its identifier names nothing any more when no
+    /// object of it is left.
     /// @throws KVOSimException when the range leaves this set
     KVOSimCSet Part(int first, int count) const;
 

@@ -25,8 +25,8 @@ public:
 
     /// The set of all members in order, 0 to NumberOfMembers() - 1.
     KVOSimCSetID BiggestCSetID() const;
-    /// A new set of the members numbers[0 .. count-1], in that order. Numbers are labels: they need not be below NumberOfMembers().
-    /// Kept with the database.
+    /// A new set of the members numbers[0 .. count-1], in that order. Numbers are labels: they need not be below
+    /// NumberOfMembers(). Kept with the database.
     KVOSimCSetID CreateOrderedCSet(int const* numbers, int count);
     /// The same, kept only while the database is open, unless a stored distribution comes to use it.
     KVOSimCSetID CreateTempOrderedCSet(int const* numbers, int count);

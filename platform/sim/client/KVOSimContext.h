@@ -38,18 +38,21 @@ public:
     /// The same; `schema` plays no part, a context has but one.
     void Open(KVOSimTypeSchemaSnapshot const& schema);
 
-    /// The path of the database's file, for error texts; valid while this object lives, also when the database was closed.
+    /// The path of the database's file, for error texts; valid while this object lives, also when the database was
+    /// closed.
     char const* Path() const noexcept;
     /// The identifier of the context.
     KVOSimContextID ID() const;
     /// The types of the context.
     KVOSimTypeSchemaSnapshot Schema() const;
 
-    /// A new collection of `members` members, 0 or more, numbered 0 to members - 1. @param type  a number kept with it; -1: none
+    /// A new collection of `members` members, 0 or more, numbered 0 to members - 1. @param type  a number kept with it;
+    /// -1: none
     KVOSimCollectionID CreateCollection(int members, int type = -1);
 
     /// A new, empty distribution over `grid`. @param mask  -1: all of the grid, the only choice
-    /// @throws KVOSimException unless the grid has 1 to 32 distinct collections of this context and the range type is 1 to 8
+    /// @throws KVOSimException unless the grid has 1 to 32 distinct collections of this context and the range type is 1
+    /// to 8
     KVOSimDistributionID CreateDistribution(KVOSimGrid const& grid, KVOSimRangeType const& rangeType, std::int64_t mask);
     /// One that is not kept when the database is closed. @param type  as Schema() gives it, or -1
     KVOSimDistributionID CreateTempDistribution(KVOSimGrid const& grid, KVOSimRangeType const& rangeType, KVOSimTypeID const& type);

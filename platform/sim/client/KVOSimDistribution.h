@@ -70,17 +70,21 @@ public:
     KVOSimArray<KVOSimCollectionID> const& Collections() const;
     /// Descriptions of all drawers, in the order in which they were made.
     void QueryDrawers(KVOSimArray<KVOSimDrawer>& drawers) const;
-    /// Members of one dimension of the first drawer, as QueryDrawers says. @throws KVOSimException when there is no drawer
+    /// Members of one dimension of the first drawer, as QueryDrawers says. @throws KVOSimException when there is no
+    /// drawer
     std::int64_t DimensionSize(int dim) const;
-    /// Number of values in slot `item` of a drawer: 0 values, 1 column indices, 2 row starts, 3 diagonal; a dense drawer has slot 0 only.
+    /// Number of values in slot `item` of a drawer: 0 values, 1 column indices, 2 row starts, 3 diagonal; a dense
+    /// drawer has slot 0 only.
     std::int64_t DataSizeItems(int drawer, int item) const;
 
-    /// Whether every chunk of the range (one entry a dimension, in the order of the dimensions) exists. An unchunked drawer exists.
+    /// Whether every chunk of the range (one entry a dimension, in the order of the dimensions) exists. An unchunked
+    /// drawer exists.
     bool ChunkAllocated(int drawer, KVOSimArray<KVOSimDimRange> const& range) const;
 
-    /// Wishes for `bytes` of cache for this distribution: how far its values are read ahead and kept in the process's memory. The database
-    /// honours wishes up to an eighth of the physical memory each, and a quarter for all of its distributions; a wish that finds nothing
-    /// left changes nothing. What was granted is given back by ResetCacheSize() and when the last object of the distribution goes.
+    /// Wishes for `bytes` of cache for this distribution: how far its values are read ahead and kept in the process's
+    /// memory. The database honours wishes up to an eighth of the physical memory each, and a quarter for all of its
+    /// distributions; a wish that finds nothing left changes nothing. What was granted is given back by
+    /// ResetCacheSize() and when the last object of the distribution goes.
     void SetCacheSize(std::uint64_t bytes);
     /// Back to the default.
     void ResetCacheSize();

@@ -19,12 +19,13 @@ struct Drawer;
 
 /// Makes, reads and writes the drawers of a distribution: set a view, check it, give buffers, execute.
 ///
-/// A dense drawer has one buffer, slot 0: the view's values packed, the last dimension varying fastest. A sparse one has the slots 0
-/// values, 1 column indices, 2 row starts (rows + 1 entries) and, symmetric, 3 the diagonal. Buffers stay the caller's; they are read or
-/// written by ExecWrite and ExecRead only. Without SetMakeNewDrawer and SetDrawer the transfer works on drawer 0. Copies are independent
-/// and cheap.
+/// A dense drawer has one buffer, slot 0: the view's values packed, the last dimension varying fastest. A sparse one
+/// has the slots 0 values, 1 column indices, 2 row starts (rows + 1 entries) and, symmetric, 3 the diagonal. Buffers
+/// stay the caller's; they are read or written by ExecWrite and ExecRead only. Without SetMakeNewDrawer and SetDrawer
+/// the transfer works on drawer 0. Copies are independent and cheap.
 ///
-/// Every member throws KVOSimException for misuse (a view without its dimensions, a buffer smaller than the view, ...) and for failures.
+/// Every member throws KVOSimException for misuse (a view without its dimensions, a buffer smaller than the view, ...)
+/// and for failures.
 class KVO_EXPORT KVOSimTransfer : public mem_AllocationOperators
 {
 public:
@@ -47,21 +48,23 @@ public:
     void SetSerialization(KVOSimSerializationType const& type) noexcept { m_serialization = type; }
     /// Number of stored values of a new sparse drawer, 0 or more.
     void SetSparseNNonzero(std::int64_t count);
-    /// The new drawer gets checksums of its values, CRC-32C of each chunk or of each array of a sparse one, which every commit brings up to
-    /// date: chunks that were written in part since the last one are read again for it. Dense drawers need chunks for it, and the file
-    /// format version 2; a scratch database has none.
+    /// The new drawer gets checksums of its values, CRC-32C of each chunk or of each array of a sparse one, which every
+    /// commit brings up to date: chunks that were written in part since the last one are read again for it. Dense
+    /// drawers need chunks for it, and the file format version 2; a scratch database has none.
     void SetValueChecksums() noexcept { m_checksums = true; }
-    /// ExecRead() reads every chunk that it touches whole, and compares it with its checksum, where there are some: values that do not fit
-    /// end in a KVOSimException of kind Damaged that names matrix and chunk, and leave anything in the buffers. What this process has
-    /// changed in part since its last commit is not compared. InPlace(), FetchInPlace() and InPlaceForWriting() give null.
+    /// ExecRead() reads every chunk that it touches whole, and compares it with its checksum, where there are some:
+    /// values that do not fit end in a KVOSimException of kind Damaged that names matrix and chunk, and leave anything
+    /// in the buffers. What this process has changed in part since its last commit is not compared. InPlace(),
+    /// FetchInPlace() and InPlaceForWriting() give null.
     void SetVerify() noexcept { m_verify = true; }
     /// The values that are not written read as this. @param typeKey  of the distribution
     void SetInitializationValue(double value, int typeKey);
 
-    /// The view covers the members of `set` in dimension `dim`, in the order of the set; in a drawer that exists, they are members of the
-    /// drawer's set. A set of the base collection serves a dimension of a colour variant.
+    /// The view covers the members of `set` in dimension `dim`, in the order of the set; in a drawer that exists, they
+    /// are members of the drawer's set. A set of the base collection serves a dimension of a colour variant.
     void SetDim(int dim, KVOSimCSetID const& set);
-    /// The view covers the positions first to last, inclusive, 0-based, of the drawer's dimension `dim` over `collection`.
+    /// The view covers the positions first to last, inclusive, 0-based, of the drawer's dimension `dim` over
+    /// `collection`.
     void SetDimOrdinalRange(int dim, KVOSimCollectionID const& collection, int first, int last);
     /// The drawer will grow along `dim` by the members of `set`, which follow those it has.
     void SetDimExtension(int dim, KVOSimCSetID const& set);
@@ -71,8 +74,8 @@ public:
 
     /// Makes the new dense drawer; its values are the initialization value. This transfer works on it from then on.
     void InitializePersistentDrawer();
-    /// Lets the drawer grow as set, the new values being the initialization value. Its dimension is then numbered by the old members and
-    /// the new ones behind them.
+    /// Lets the drawer grow as set, the new values being the initialization value. Its dimension is then numbered by
+    /// the old members and the new ones behind them.
     void InitializeExtension();
     /// The set that numbers dimension `dim` from now on; as many members as the dimension has.
     void SetDimMembers(int dim, KVOSimCSetID const& set);
@@ -85,14 +88,16 @@ public:
     void ExecRead();
     /// Makes the new drawer first where that was asked for; a sparse one comes into being in no other way.
     void ExecWrite();
-    /// The values of the view where the database keeps them, packed as in a buffer, or null: where they lie in several pieces, where the
-    /// database does not have them at hand, and always at their first use since the file was opened. ExecRead() serves then. They stay
-    /// there until the next call of any object of the file.
+    /// The values of the view where the database keeps them, packed as in a buffer, or null: where they lie in several
+    /// pieces, where the database does not have them at hand, and always at their first use since the file was opened.
+    /// ExecRead() serves then. They stay there until the next call of any object of the file.
     void const* InPlace() const;
-    /// The same, also at the first use, and fetched from the disk where it has to be: for a walk through much, each part used as a whole.
-    /// Null as well where the part exceeds the database's memory for a distribution, and where the disk fails: ExecRead() tells how.
+    /// The same, also at the first use, and fetched from the disk where it has to be: for a walk through much, each
+    /// part used as a whole. Null as well where the part exceeds the database's memory for a distribution, and where
+    /// the disk fails: ExecRead() tells how.
     void const* FetchInPlace() const;
-    /// The values of the view as InPlace(), to be changed there, which has the effect of ExecWrite(); null also where they cannot be.
+    /// The values of the view as InPlace(), to be changed there, which has the effect of ExecWrite(); null also where
+    /// they cannot be.
     void* InPlaceForWriting();
     /// Forgets the buffers; they are the caller's alone again.
     void RelinquishBuffers() noexcept;

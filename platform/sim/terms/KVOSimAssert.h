@@ -8,7 +8,7 @@ class KVO_EXPORT KVOSimAssert
 public:
     KVOSimAssert() = delete;
 
-    /// Writes "Assertion failed: <expression>" and, unless `file` is null, "File <file>, line <line>" to the error stream and ends the
-    /// process with abort().
+    /// Writes "Assertion failed: <expression>" and, unless `file` is null, "File <file>, line <line>" to the error
+    /// stream and ends the process with abort().
     [[noreturn]] static void ReportValidationFailure(char const* expression, char const* file, int line);
 };

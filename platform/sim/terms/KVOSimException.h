@@ -6,8 +6,8 @@
 
 class KVOSimDebugOutString;
 
-/// A failure of the simulation database. Number 500. AsString() says what was being done, on which file, and why it failed. Programs that
-/// act on a failure ask FailureKind() and Path(); the words of the text may change.
+/// A failure of the simulation database. Number 500. AsString() says what was being done, on which file, and why it
+/// failed. Programs that act on a failure ask FailureKind() and Path(); the words of the text may change.
 class KVO_EXPORT KVOSimException : public KVOBasException
 {
 public:
@@ -41,8 +41,8 @@ public:
     [[noreturn]] void Raise() const override;
     int ErrorNumber() const override;
 
-    /// The file that failed, named as when it was opened; its journal where that failed; empty where no file is concerned. Never null;
-    /// lives as long as this object or a copy of it.
+    /// The file that failed, named as when it was opened; its journal where that failed; empty where no file is
+    /// concerned. Never null; lives as long as this object or a copy of it.
     char const* Path() const noexcept { return m_path.c_str(); }
     /// The kind of failure.
     Kind FailureKind() const noexcept { return m_kind; }

@@ -5,9 +5,10 @@
 #include <cstdint>
 
 /// @file
-/// Identifiers name what a database holds. They are plain values: copied freely, null by default, and still safe to use when their
-/// database was closed (every use is then a KVOSimException). They carry the open database, which is known in this process only, and an
-/// index that is kept in the file: an identifier built in another process from the same index names the same object.
+/// Identifiers name what a database holds. They are plain values: copied freely, null by default, and still safe to use
+/// when their database was closed (every use is then a KVOSimException). They carry the open database, which is known
+/// in this process only, and an index that is kept in the file: an identifier built in another process from the same
+/// index names the same object.
 
 /// What all identifiers have in common.
 class KVO_EXPORT KVOSimDynamicID
@@ -55,8 +56,8 @@ public:
     friend bool operator==(KVOSimContextID const&, KVOSimContextID const&) noexcept = default;
 };
 
-/// A collection, or one of its colour variants: variants have the same members and are distinct dimensions of a grid. Colour 0 is the
-/// collection itself.
+/// A collection, or one of its colour variants: variants have the same members and are distinct dimensions of a grid.
+/// Colour 0 is the collection itself.
 class KVO_EXPORT KVOSimCollectionID : public KVOSimDynamicID
 {
 public:
@@ -71,7 +72,8 @@ public:
     KVOSimContextID ContextID() const noexcept { return IsNull() ? KVOSimContextID() : KVOSimContextID(m_database, m_context); }
     /// The colour of the variant.
     int Color() const noexcept { return m_color; }
-    /// Makes this the identifier of the variant of that colour. It exists for every collection and every colour from 0 on.
+    /// Makes this the identifier of the variant of that colour. It exists for every collection and every colour from 0
+    /// on.
     void SetColor(int color) noexcept { m_color = color; }
 
     /// Whether both name the same variant of the same collection.
@@ -81,13 +83,14 @@ private:
     int m_color = 0;
 };
 
-/// An ordered set of members of a collection, seen in one of the collection's variants. Index 0 is the set of all members; stored sets
-/// count from 1; temporary ones from -2 downwards.
+/// An ordered set of members of a collection, seen in one of the collection's variants. Index 0 is the set of all
+/// members; stored sets count from 1; temporary ones from -2 downwards.
 class KVO_EXPORT KVOSimCSetID : public KVOSimDynamicID
 {
 public:
     KVOSimCSetID() noexcept = default;
-    /// Finds a stored set again: `index` as Index() gave it, in this or in an earlier process; 0 is the set of all members.
+    /// Finds a stored set again: `index` as Index() gave it, in this or in an earlier process; 0 is the set of all
+    /// members.
     KVOSimCSetID(KVOSimCollectionID const& collection, int index) noexcept
         : KVOSimDynamicID(collection.Database(), collection.ContextID().Index(), index), m_collection(collection)
     {

@@ -17,8 +17,8 @@ enum KVOSimTypeKey : int {
     KVOSimReference32 = 8,
 };
 
-/// Bytes of a value: 1 for keys 1 and 5, 4 for keys 2, 4, 6, 7 and 8, 8 for key 3. Any other key is a broken program: the assertion stop
-/// "!\"Illegal KVOSimTypeKey\"" in include/KVOSimTypeKey, line 87.
+/// Bytes of a value: 1 for keys 1 and 5, 4 for keys 2, 4, 6, 7 and 8, 8 for key 3. Any other key is a broken program:
+/// the assertion stop "!\"Illegal KVOSimTypeKey\"" in include/KVOSimTypeKey, line 87.
 KVO_EXPORT int KVOSimTypeKeySize(int key);
 
 /// What drawers may hold: kind numbers that QueryDrawers reports.
