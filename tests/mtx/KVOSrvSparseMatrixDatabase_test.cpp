@@ -134,7 +134,7 @@ TEST(KVOSrvSparseMatrixDatabase, RefusesRowsThatDoNotAscend)
     }
     Half half(3);
     half.rows[0] = {{2, 7.0}, {1, 8.0}};
-    auto const kept = HalfFromFile(half);
+    auto const kept = HalfStored(half);
     EXPECT_EQ(ContentOf(KVOSrvSparseMatrix(Export(*kept, database))), ContentOf(*kept));
 }
 

@@ -178,9 +178,9 @@ TEST(KVOSrvSparseMatrix, RefusesAndStaysAsItWas)
         {"Export", [&](Matrix& m) { m.Export(path.c_str(), 6); }}};
     // Of the calls those whose names begin so; the report is of the class's or, without a reason, of its own kind.
     auto const expectRefusals = [&]<class Exception>(Exception const*, Matrix& matrix, std::string const& name, auto const& report) {
-        for (auto const& [operation, run] : calls)
-            if (operation.starts_with(name))
-                ExpectThrows<Exception>(report(operation), [&] { run(matrix); });
+        for (auto const& call : calls)
+            if (call.first.starts_with(name))
+                ExpectThrows<Exception>(report(call.first), [&] { call.second(matrix); });
     };
     auto const because = [](std::string const& reason) { return [=](std::string const& operation) { return Refusal(operation, reason); }; };
     constexpr KVOSrvMtxRefusedInput* kRefused = nullptr;
@@ -214,8 +214,9 @@ TEST(KVOSrvSparseMatrix, RefusesAndStaysAsItWas)
                        [](std::string const&) { return std::string("KVOSrvMatrix::PermuteRowsInPlace - Illegal perm Vector."); });
     }
     for (unsigned const index : {unsigned{INT_MAX}, UINT_MAX})
-        for (auto const& [row, column] : {std::pair(index, 0U), std::pair(0U, index)})
-            ExpectThrows<KVOSrvMtxRefusedInput>(Refusal("AddData", "an index exceeds 2^31 - 2"), [&] { full->AddData(row, column, 1.0); });
+        for (bool const isRow : {false, true})
+            ExpectThrows<KVOSrvMtxRefusedInput>(Refusal("AddData", "an index exceeds 2^31 - 2"),
+                                                [&] { full->AddData(isRow ? index : 0, isRow ? 0 : index, 1.0); });
     for (columnCount = 4; int const* const bad : {kAbove, kBelow}) {
         columns = bad;
         expectRefusals(kRefused, *full, "SetColumns", because("a column lies outside the matrix"));
@@ -334,8 +335,8 @@ TEST(KVOSrvSparseMatrix, GoesFromFullToHalfStorageAndBack)
     half.diagonal = {1, 2, 3};
     half.rows[0] = {{2, 8.0}, {1, 7.0}, {2, 0.5}};
     SparseOracle const expected{3, 3, {{{0, 0}, 1}, {{0, 1}, 7}, {{0, 2}, 8.5}, {{1, 0}, 7}, {{1, 1}, 2}, {{2, 0}, 8.5}, {{2, 2}, 3}}};
-    EXPECT_EQ(ContentOf(*HalfFromFile(half)->InFullStorage()), expected.ExpectedContent());
-    EXPECT_EQ(ContentOf(*HalfFromFile(half)->InHalfStorage()), ContentOf(*HalfFromFile(half)));
+    EXPECT_EQ(ContentOf(*HalfStored(half)->InFullStorage()), expected.ExpectedContent());
+    EXPECT_EQ(ContentOf(*HalfStored(half)->InHalfStorage()), ContentOf(*HalfStored(half)));
 }
 
 TEST(KVOSrvSparseMatrix, TheVerdictOnSymmetryEndsWhenEntriesComeOrMove)

@@ -109,7 +109,7 @@ struct SparseArrays {
     Array<double> values, diagonal{};
 };
 
-/// A half-stored matrix.
+/// A half-stored matrix, through a file where the columns of a row do not ascend strictly within one triangle.
 inline std::unique_ptr<KVOSrvSparseMatrix> HalfStored(Half const& half)
 {
     std::vector<int> columns;
@@ -119,19 +119,17 @@ inline std::unique_ptr<KVOSrvSparseMatrix> HalfStored(Half const& half)
             columns.push_back(column);
             values.push_back(value);
         }
-    return SparseArrays{SparseArrays::Of(half.RowStart()), SparseArrays::Of(columns), SparseArrays::Of(values),
-                        SparseArrays::Of(half.diagonal)}
-        .Matrix(half.Size(), half.Size());
-}
-
-/// The same through a file, where the columns of a row may stand in any order and be repeated.
-inline std::unique_ptr<KVOSrvSparseMatrix> HalfFromFile(Half const& half)
-{
-    TemporaryFolder const folder;
-    WriteFile(folder / "half", half.File(4));
-    auto matrix = std::make_unique<KVOSrvSparseMatrix>(0, 0);
-    matrix->Import((folder / "half").c_str(), 1);
-    return matrix;
+    try {
+        return SparseArrays{SparseArrays::Of(half.RowStart()), SparseArrays::Of(columns), SparseArrays::Of(values),
+                            SparseArrays::Of(half.diagonal)}
+            .Matrix(half.Size(), half.Size());
+    } catch (KVOSrvMtxIllegalInput const&) {
+        TemporaryFolder const folder;
+        WriteFile(folder / "half", half.File(4));
+        auto matrix = std::make_unique<KVOSrvSparseMatrix>(0, 0);
+        matrix->Import((folder / "half").c_str(), 1);
+        return matrix;
+    }
 }
 
 /// The entries of half storage in full.
