@@ -55,8 +55,11 @@ void KVOSrvSparseMatrix::BeginAssembly()
 
 void KVOSrvSparseMatrix::MarkAssembled()
 {
-    if (!m_content->IsAssembled())
-        m_content->rows = std::move(m_content->FullRows(m_rowCount, m_columnCount));
+    if (m_content->IsAssembled())
+        return;
+    // Out of the variant first, which destroys what it held before it takes the new value.
+    CompressedRows empty = std::move(m_content->FullRows(m_rowCount, m_columnCount));
+    m_content->rows = std::move(empty);
 }
 
 void KVOSrvSparseMatrix::AddWithChanges(unsigned row, unsigned column, double value)
