@@ -84,7 +84,7 @@ TEST_F(KVOSrvSparseMarketFiles, SaysInWhatLineAFileIsMalformed)
     };
     for (auto const& [text, report] : cases) {
         SCOPED_TRACE(text);
-        ExpectMalformed([&] { Read(text); }, report);
+        ExpectMalformed([&, &file = text] { Read(file); }, report);
     }
 }
 
