@@ -6,17 +6,16 @@
 #include "MatrixFiles.h"
 #include "MatrixText.h"
 #include "SparseRowBuilder.h"
+#include "TextWindow.h"
 #include "mem_Vector.h"
 #include "tasks.h"
 
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
-#include <utility>
 
 using KVOSrvSparseSupport::CompressedRows;
 using KVOSrvSparseSupport::SparseRowBuilder;
@@ -29,75 +28,6 @@ struct Part {
     std::int64_t begin;
     std::int64_t end; // behind that of the file where it goes on to whatever comes
     std::int64_t BytesOf(InputFile const& file) const noexcept { return std::min(end, file.Size()) - begin; }
-};
-
-/// A part of a text file in windows that end in white space, so that every token that begins in a window also ends there.
-class TextWindow
-{
-public:
-    TextWindow(InputFile const& file, Part const& part)
-        : m_file(file), m_next(part.begin), m_end(part.end),
-          m_capacity(static_cast<std::size_t>(std::clamp(part.BytesOf(file) + 2, kSmallest, kLargest))), m_text(Allocate(m_capacity))
-    {
-    }
-
-    char* Begin() const noexcept { return m_text.get(); }
-    char* End() const noexcept { return m_text.get() + m_windowEnd; } // End()[-1] is white space unless the window is empty
-    bool IsLast() const noexcept { return m_last; }
-    /// Where in the file `text`, which lies in the window, stands.
-    std::int64_t PlaceOf(char const* text) const noexcept { return m_next - static_cast<std::int64_t>(m_used - m_last) + (text - Begin()); }
-
-    /// Goes on by the part of the window in front of `rest`. False after the last window.
-    bool Next(char const* rest)
-    {
-        if (m_last)
-            return false;
-        Keep(rest);
-        std::size_t const room = m_capacity - 1 - m_used;
-        std::size_t const got =
-            m_file.ReadAt(m_next, m_text.get() + m_used,
-                          static_cast<std::size_t>(std::min<std::int64_t>(static_cast<std::int64_t>(room), m_end - m_next)));
-        m_next += static_cast<std::int64_t>(got);
-        m_used += got;
-        m_last = got < room;
-        if (m_last)
-            m_text[m_used++] = '\n'; // what ends the file ends its last token
-        m_windowEnd = m_used;
-        while (m_windowEnd > 0 && !MatrixText::IsSpace(m_text[m_windowEnd - 1]))
-            --m_windowEnd;
-        return true;
-    }
-
-private:
-    static constexpr std::int64_t kSmallest = 64;
-    static constexpr std::int64_t kLargest = 1 << 18; // stays in a second-level cache: 512 KiB and more since 2017
-
-    using Text = std::unique_ptr<char[], mem_Deleter>;
-    static Text Allocate(std::size_t bytes) { return Text(static_cast<char*>(mem_OperatorNewThrow(bytes))); }
-
-    // Moves what begins at `rest` to the front, into a larger buffer when it takes more than half: a record longer than the window.
-    void Keep(char const* rest)
-    {
-        std::size_t const used = m_used - static_cast<std::size_t>(rest - m_text.get());
-        if (used <= m_capacity / 2) {
-            std::memmove(m_text.get(), rest, used);
-        } else {
-            Text text = Allocate(2 * m_capacity);
-            std::memcpy(text.get(), rest, used);
-            m_text = std::move(text);
-            m_capacity *= 2;
-        }
-        m_used = used;
-    }
-
-    InputFile const& m_file;
-    std::int64_t m_next;
-    std::int64_t m_end;
-    std::size_t m_capacity;
-    Text m_text;
-    std::size_t m_used = 0;
-    std::size_t m_windowEnd = 0;
-    bool m_last = false;
 };
 
 char* SkipSpace(char* text, char const* end)
@@ -172,7 +102,7 @@ Triplets::Found Triplets::Read(InputFile const& file, Part const& part)
 {
     constexpr std::int64_t kShortestRecord = 6; // three digits, each with a white space behind it
 
-    TextWindow window(file, part);
+    TextWindow window(file, part.begin, part.end);
     std::int64_t consumed = 0;
     for (char* rest = window.Begin(); window.Next(rest);) {
         std::int64_t const length = window.End() - window.Begin();

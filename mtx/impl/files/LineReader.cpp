@@ -11,16 +11,6 @@
 namespace
 {
 
-constexpr std::int64_t kSmallest = 64;
-constexpr std::int64_t kLargest = 1 << 18; // stays in a second-level cache: 512 KiB and more since 2017
-
-using Text = std::unique_ptr<char[], mem_Deleter>;
-
-Text Allocate(std::size_t bytes)
-{
-    return Text(static_cast<char*>(mem_OperatorNewThrow(bytes)));
-}
-
 // Whether all of the word is a number; then `number` is set.
 template<class Number>
 std::errc Parse(std::string_view word, Number& number) noexcept
@@ -33,22 +23,21 @@ std::errc Parse(std::string_view word, Number& number) noexcept
 
 } // namespace
 
-LineReader::LineReader(char const* path)
-    : m_file(path), m_capacity(static_cast<std::size_t>(std::clamp(m_file.Size() + 2, kSmallest, kLargest))), m_text(Allocate(m_capacity)),
-      m_next(m_text.get()), m_end(m_next)
-{
-}
+LineReader::LineReader(char const* path) : m_file(path), m_window(m_file), m_next(m_window.Begin()) {}
 
 bool LineReader::Next()
 {
-    auto* newline = static_cast<char*>(std::memchr(m_next, '\n', static_cast<std::size_t>(m_end - m_next)));
-    while (newline == nullptr && !m_last) {
-        std::ptrdiff_t const seen = m_end - m_next;
-        ReadOn();
-        newline = static_cast<char*>(std::memchr(m_next + seen, '\n', static_cast<std::size_t>(m_end - m_next - seen)));
+    auto const newlineFrom = [this](char* place) {
+        return static_cast<char*>(std::memchr(place, '\n', static_cast<std::size_t>(m_window.End() - place)));
+    };
+    char* newline = newlineFrom(m_next);
+    while (newline == nullptr) {
+        std::ptrdiff_t const seen = m_window.End() - m_next;
+        if (!m_window.Next(m_next))
+            return false;
+        m_next = m_window.Begin();
+        newline = newlineFrom(m_next + seen);
     }
-    if (newline == nullptr)
-        return false;
     ++m_line;
     m_word = std::exchange(m_next, newline + 1);
     m_lineEnd = newline;
@@ -63,26 +52,6 @@ bool LineReader::NextData(char comment)
             return true;
     }
     return false;
-}
-
-// The rest of the text goes to the front, into a larger buffer when it takes more than half: a line longer than that.
-void LineReader::ReadOn()
-{
-    auto const rest = static_cast<std::size_t>(m_end - m_next);
-    if (rest <= m_capacity / 2) {
-        std::memmove(m_text.get(), m_next, rest);
-    } else {
-        Text larger = Allocate(2 * m_capacity);
-        std::memcpy(larger.get(), m_next, rest);
-        m_text = std::move(larger);
-        m_capacity *= 2;
-    }
-    std::size_t const room = m_capacity - 1 - rest, got = m_file.Read(m_text.get() + rest, room);
-    m_next = m_text.get();
-    m_end = m_next + rest + got;
-    m_last = got < room;
-    if (m_last && m_end != m_next && m_end[-1] != '\n')
-        *m_end++ = '\n'; // what ends the file ends its last line
 }
 
 std::string_view LineReader::Word() noexcept

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "MatrixFiles.h"
+#include "TextWindow.h"
 
 #include <cstdint>
 #include <string_view>
@@ -32,14 +33,9 @@ public:
     [[noreturn]] void Refuse(std::string const& what) const;
 
 private:
-    void ReadOn();
-
     InputFile m_file;
-    std::size_t m_capacity;
-    std::unique_ptr<char[], mem_Deleter> m_text;
-    char* m_next; // of the text that was read and not yet taken
-    char* m_end;
-    bool m_last = false;       // nothing more can be read
+    TextWindow m_window;
+    char* m_next;              // behind the line
     char* m_word = nullptr;    // the rest of the line, up to
     char* m_lineEnd = nullptr; // the white space that ends it
     std::int64_t m_line = 0;
