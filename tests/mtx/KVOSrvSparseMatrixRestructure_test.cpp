@@ -6,6 +6,8 @@
 namespace
 {
 
+using Matrix = KVOSrvSparseMatrix;
+
 constexpr SparseShape kShapes[] = {{0, 0, 0},  {0, 4, 0},      {5, 0, 0},       {1, 1, 1},       {4, 6, 3},
                                    {9, 7, 40}, {20, 5000, 90}, {300, 40, 3000}, {200, 200, 9000}};
 
@@ -19,12 +21,12 @@ SparseOracle Sent(SparseOracle const& oracle, int rows, int columns, Send const&
     return result;
 }
 
-// Row and column i go to place newNumber[i].
-SparseOracle Renumbered(SparseOracle const& oracle, std::vector<int> const& newNumber)
+// Row and column i go to place newNumber[i], or the row alone.
+SparseOracle Renumbered(SparseOracle const& oracle, std::vector<int> const& newNumber, bool columns = true)
 {
-    return Sent(oracle, oracle.rows, oracle.columns, [&](unsigned row, unsigned column) {
-        return std::pair(static_cast<unsigned>(newNumber[row]), static_cast<unsigned>(newNumber[column]));
-    });
+    auto const number = [&](unsigned i) { return static_cast<unsigned>(newNumber[i]); };
+    return Sent(oracle, oracle.rows, oracle.columns,
+                [&](unsigned row, unsigned column) { return std::pair(number(row), columns ? number(column) : column); });
 }
 
 std::vector<int> Inverse(std::vector<int> const& perm)
@@ -42,8 +44,6 @@ std::vector<unsigned> ListOf(auto& matrix, auto const find)
     std::unique_ptr<unsigned[]> const list((matrix.*find)(count));
     return {list.get(), list.get() + count};
 }
-
-using Matrix = KVOSrvSparseMatrix;
 
 TEST(KVOSrvSparseMatrixRestructure, MovesEveryEntryToItsPlace)
 {
@@ -65,10 +65,7 @@ TEST(KVOSrvSparseMatrixRestructure, MovesEveryEntryToItsPlace)
         }
         EXPECT_EQ(ContentOf(*matrix), oracle.ExpectedContent());
         matrix->PermuteRows(perm.data());
-        SparseOracle const rowsMoved = Sent(oracle, shape.rows, shape.columns, [&](unsigned row, unsigned column) {
-            return std::pair(static_cast<unsigned>(perm[row]), column);
-        });
-        EXPECT_EQ(ContentOf(*matrix), rowsMoved.ExpectedContent());
+        EXPECT_EQ(ContentOf(*matrix), Renumbered(oracle, perm, false).ExpectedContent());
     }
 }
 
@@ -80,23 +77,13 @@ TEST(KVOSrvSparseMatrixRestructure, MovesHalfStorageAsTheFullMatrix)
     unordered.rows[6] = {{3, 1.0}, {0, 2.0}, {3, 3.0}};
     for (Half const& half : {Half(0), Half(1), Half::Random(2, 1, 7), Half::Random(40, 500, 7), unordered}) {
         auto const matrix = HalfStored(half);
-        std::vector<Entry> const entries = SortedEntries(*matrix);
-        std::vector<int> const perm = RandomPermutation(half.Size(), 8), newNumber = Inverse(perm);
-        auto const expectMoved = [&](Matrix const& result, bool permuted) {
-            std::vector<Entry> expected = entries;
-            for (auto& [row, column, bits] : expected)
-                if (permuted) {
-                    row = static_cast<unsigned>(newNumber[row]);
-                    column = static_cast<unsigned>(newNumber[column]);
-                }
-            std::ranges::sort(expected);
-            EXPECT_EQ(SortedEntries(result), expected);
-            EXPECT_EQ(result.NumberOfNonzeros(), matrix->NumberOfNonzeros());
-            EXPECT_TRUE(result.IsSymmetric());
-        };
-        auto const permuted = matrix->Permuted(perm.data());
-        expectMoved(*matrix->Transposed(), false);
-        expectMoved(*permuted, true);
+        SparseOracle const oracle = FullOracle(half);
+        std::vector<int> const perm = RandomPermutation(half.Size(), 8);
+        auto const transposed = matrix->Transposed(), permuted = matrix->Permuted(perm.data());
+        EXPECT_EQ(ContentOf(*transposed->InFullStorage()), oracle.ExpectedContent());
+        EXPECT_EQ(ContentOf(*permuted->InFullStorage()), Renumbered(oracle, Inverse(perm)).ExpectedContent());
+        for (Matrix const* const moved : {transposed.get(), permuted.get()})
+            EXPECT_TRUE(moved->IsSymmetric() && moved->NumberOfNonzeros() == matrix->NumberOfNonzeros());
         matrix->PermuteInPlace(perm.data());
         EXPECT_EQ(ContentOf(*matrix), ContentOf(*permuted));
     }
@@ -112,12 +99,12 @@ TEST(KVOSrvSparseMatrixRestructure, FindsAndEliminatesTrivialColumns)
             rows.insert(place.first);
             columns.insert(place.second);
         }
-        std::vector<unsigned> const expectedRows(rows.begin(), rows.end()), expectedColumns(columns.begin(), columns.end());
-        EXPECT_EQ(ListOf(*matrix, &Matrix::FindNontrivialRows), expectedRows);
-        EXPECT_EQ(ListOf(*matrix, &Matrix::FindNontrivialColumns), expectedColumns);
-        EXPECT_EQ(ListOf(*matrix, &Matrix::EliminateTrivialColumns), expectedColumns);
-        SparseOracle const expected = Sent(oracle, shape.rows, static_cast<int>(columns.size()), [&](unsigned row, unsigned column) {
-            return std::pair(row, static_cast<unsigned>(std::distance(columns.begin(), columns.find(column))));
+        std::vector<unsigned> const kept(columns.begin(), columns.end());
+        EXPECT_EQ(ListOf(*matrix, &Matrix::FindNontrivialRows), std::vector(rows.begin(), rows.end()));
+        EXPECT_EQ(ListOf(*matrix, &Matrix::FindNontrivialColumns), kept);
+        EXPECT_EQ(ListOf(*matrix, &Matrix::EliminateTrivialColumns), kept);
+        SparseOracle const expected = Sent(oracle, shape.rows, static_cast<int>(kept.size()), [&](unsigned row, unsigned column) {
+            return std::pair(row, static_cast<unsigned>(std::ranges::lower_bound(kept, column) - kept.begin()));
         });
         EXPECT_EQ(ContentOf(*matrix), expected.ExpectedContent());
     }
@@ -148,6 +135,7 @@ TEST(KVOSrvSparseMatrixRestructure, AnUnassembledMatrixCountsAsOneWithoutEntries
     EXPECT_TRUE(former->IsSymmetric());
     int const perm[] = {2, 0, 1};
     double const x[] = {1, 2, 3};
+    std::vector<Entry> const none;
     for (Matrix* const matrix : {&unassembled, half.get(), former.get()}) {
         EXPECT_TRUE(matrix->IsNull());
         for (bool const transpose : {false, true}) {
@@ -156,16 +144,16 @@ TEST(KVOSrvSparseMatrixRestructure, AnUnassembledMatrixCountsAsOneWithoutEntries
             EXPECT_THAT(y, testing::Each(0.0));
         }
         for (auto const& moved : {matrix->Transposed(), matrix->Permuted(perm), matrix->InFullStorage()})
-            EXPECT_EQ(ContentOf(*moved).entries, std::vector<Entry>());
-        EXPECT_THAT(ListOf(*matrix, &Matrix::FindNontrivialRows), testing::IsEmpty());
-        EXPECT_THAT(ListOf(*matrix, &Matrix::FindNontrivialColumns), testing::IsEmpty());
+            EXPECT_EQ(ContentOf(*moved).entries, none);
+        for (auto const find : {&Matrix::FindNontrivialRows, &Matrix::FindNontrivialColumns})
+            EXPECT_THAT(ListOf(*matrix, find), testing::IsEmpty());
         matrix->PermuteInPlace(perm);
         if (matrix != half.get()) {
             matrix->PermuteRows(perm);
             matrix->SetColumnsToZero(perm, 3);
         }
         matrix->Scale(2);
-        EXPECT_EQ(ContentOf(*matrix).entries, std::vector<Entry>());
+        EXPECT_EQ(ContentOf(*matrix).entries, none);
     }
 }
 

@@ -3,8 +3,6 @@
 
 #include <clocale>
 #include <cstdio>
-#include <limits>
-#include <locale>
 
 namespace
 {
@@ -70,7 +68,7 @@ TEST_F(KVOSrvSparseTextFiles, ReadsValuesAsScanfDoes)
     Import(matrix, text, 2);
 
     Content const content = ContentOf(matrix);
-    ASSERT_EQ(content.entries.size(), expected.size());
+    ASSERT_EQ(content.nonzeros, static_cast<int>(expected.size()));
     for (std::size_t k = 0; k < expected.size(); ++k)
         EXPECT_EQ(std::get<2>(content.entries[k]), expected[k]) << tokens[k];
 }
@@ -98,6 +96,7 @@ TEST_F(KVOSrvSparseTextFiles, RefusesMalformedText)
 TEST_F(KVOSrvSparseTextFiles, ReadsAcrossItsWindows)
 {
     std::mt19937 random(11);
+    std::uniform_int_distribution<> entry(0, 999);
     for (unsigned const longest : {1u, 9u, 40000u, 900000u}) {
         SparseOracle expected{0, 0, {}};
         std::string text;
@@ -106,12 +105,10 @@ TEST_F(KVOSrvSparseTextFiles, ReadsAcrossItsWindows)
             text.append(1 + (random() % 4 == 0 ? random() % longest : 0), " \n\t\r"[random() % 4]);
         };
         while (text.size() < 3000000) {
-            auto const row = static_cast<unsigned>(random() % 1000), column = static_cast<unsigned>(random() % 1000);
-            auto const value = static_cast<unsigned>(random() % 1000);
-            addToken(std::to_string(row + 1));
-            addToken(std::to_string(column + 1));
-            addToken(std::to_string(value) + ".25");
-            expected.Add(row, column, value + 0.25);
+            int const row = entry(random), column = entry(random), value = entry(random);
+            for (std::string const& token : {std::to_string(row + 1), std::to_string(column + 1), std::to_string(value) + ".25"})
+                addToken(token);
+            expected.Add(static_cast<unsigned>(row), static_cast<unsigned>(column), value + 0.25);
         }
         KVOSrvSparseMatrix matrix(0, 0);
         Import(matrix, text, 3);
@@ -151,8 +148,7 @@ TEST_F(KVOSrvSparseTextFiles, WritesEveryNumberAsPrintfDoes)
     KVOFsmSystemDofDefinition const definition(static_cast<int>(row) + 1, nodes.data(), dofs.data());
     EXPECT_TRUE(Export(matrix, 3) == triplets);
     EXPECT_TRUE(Export(matrix, 5) == commas);
-    matrix.Export(m_path.c_str(), 4, &definition);
-    EXPECT_TRUE(ReadFile(m_path) == places);
+    EXPECT_TRUE(Export(matrix, 4, &definition) == places);
 }
 
 TEST_F(KVOSrvSparseTextFiles, WritesHalfStorageAsEachFormatWants)
@@ -167,35 +163,24 @@ TEST_F(KVOSrvSparseTextFiles, WritesHalfStorageAsEachFormatWants)
     EXPECT_EQ(Export(*matrix, 3), "1 1 4.000000000000000e+00\n2 2 5.000000000000000e+00\n"
                                   "1 2 7.000000000000000e+00\n2 1 7.000000000000000e+00\n");
     EXPECT_EQ(Export(*matrix, 5), "0,0, 4.000000000000000e+00\n0,1, 7.000000000000000e+00\n1,1, 5.000000000000000e+00\n");
-    matrix->Export(m_path.c_str(), 4, &definition);
-    EXPECT_EQ(ReadFile(m_path), "101,3,102,-6,7.000000000000000e+00\n");
+    EXPECT_EQ(Export(*matrix, 4, &definition), "101,3,102,-6,7.000000000000000e+00\n");
 }
 
 TEST_F(KVOSrvSparseTextFiles, NamesNodeAndDofOfColumnsOnlyInASquareMatrix)
 {
     int const nodes[] = {10, 20, 30}, dofs[] = {1, 2, 3};
     KVOFsmSystemDofDefinition const definition(3, nodes, dofs), tooSmall(2, nodes, dofs);
-    KVOSrvSparseMatrix square(3, 3), wide(3, 4);
-    for (KVOSrvSparseMatrix* const matrix : {&square, &wide}) {
-        matrix->AddData(2, 1, -1.5);
-        matrix->EndAssembly();
-    }
-    square.Export(m_path.c_str(), 4, &definition);
-    EXPECT_EQ(ReadFile(m_path), "30,3,20,2,-1.500000000000000e+00\n");
-    wide.Export(m_path.c_str(), 4, &definition);
-    EXPECT_EQ(ReadFile(m_path), "30,3,1,0,-1.500000000000000e+00\n");
+    for (int const columns : {3, 4})
+        EXPECT_EQ(Export(*SparseOracle{3, columns, {{{2, 1}, -1.5}}}.Matrix(), 4, &definition),
+                  columns == 3 ? "30,3,20,2,-1.500000000000000e+00\n" : "30,3,1,0,-1.500000000000000e+00\n");
 
-    KVOSrvSparseMatrix last(3, 3); // its last unknown takes part in no entry, and then as a column
-    last.AddData(0, 1, 2.0);
-    last.EndAssembly();
-    last.Export(m_path.c_str(), 4, &tooSmall);
-    EXPECT_EQ(ReadFile(m_path), "10,1,20,2,2.000000000000000e+00\n");
-    last.BeginAssembly();
-    last.AddData(0, 2, 2.0);
-    last.EndAssembly();
+    // Its last unknown takes part in no entry, and then as a column.
+    std::string const written = Export(*SparseOracle{3, 3, {{{0, 1}, 2.0}}}.Matrix(), 4, &tooSmall);
+    EXPECT_EQ(written, "10,1,20,2,2.000000000000000e+00\n");
+    auto const last = SparseOracle{3, 3, {{{0, 2}, 2.0}}}.Matrix();
     for (KVOFsmSystemDofDefinition const* const missing : {static_cast<KVOFsmSystemDofDefinition const*>(nullptr), &tooSmall})
-        EXPECT_THROW(last.Export(m_path.c_str(), 4, missing), KVOSrvMtxUnsupportedExpFmt);
-    EXPECT_EQ(ReadFile(m_path), "10,1,20,2,2.000000000000000e+00\n"); // refused before the file is touched
+        EXPECT_THROW(last->Export(m_path.c_str(), 4, missing), KVOSrvMtxUnsupportedExpFmt);
+    EXPECT_EQ(ReadFile(m_path), written); // refused before the file is touched
 }
 
 struct CommaDecimals : std::numpunct<char> {

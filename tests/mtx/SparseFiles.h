@@ -43,27 +43,19 @@ inline Content ContentOf(KVOSrvSparseMatrix const& matrix)
     return content;
 }
 
-inline std::vector<Entry> SortedEntries(KVOSrvSparseMatrix const& matrix)
-{
-    std::vector<Entry> entries = ContentOf(matrix).entries;
-    std::ranges::sort(entries);
-    return entries;
-}
-
 /// A half-stored matrix as plain lists; the columns need not ascend.
 struct Half {
     explicit Half(int n) : diagonal(static_cast<std::size_t>(n)), rows(static_cast<std::size_t>(n)) {}
 
-    /// `offDiagonals` entries in random rows of the upper triangle, random values.
+    /// Random values on the diagonal and in the first `offDiagonals` places of the upper triangle.
     static Half Random(int n, std::size_t offDiagonals, unsigned seed)
     {
         std::mt19937 random(seed);
         std::normal_distribution<> value;
         Half half(n);
         std::ranges::generate(half.diagonal, [&] { return value(random); });
-        std::size_t left = offDiagonals;
-        for (int row = 0; left > 0 && row < n; ++row)
-            for (int column = row + 1; left > 0 && column < n; ++column, --left)
+        for (int row = 0; row < n; ++row)
+            for (int column = row + 1; offDiagonals > 0 && column < n; ++column, --offDiagonals)
                 half.rows[static_cast<std::size_t>(row)].emplace_back(column, value(random));
         return half;
     }
@@ -128,10 +120,10 @@ protected:
         matrix.Import(m_path.c_str(), format);
     }
 
-    std::string Export(KVOSrvSparseMatrix const& matrix, int format)
+    std::string Export(KVOSrvSparseMatrix const& matrix, int format, KVOFsmSystemDofDefinition const* dofs = nullptr)
     {
         std::filesystem::remove(m_path);
-        matrix.Export(m_path.c_str(), format);
+        matrix.Export(m_path.c_str(), format, dofs);
         return ReadFile(m_path);
     }
 
