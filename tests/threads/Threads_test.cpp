@@ -1,20 +1,14 @@
 #include "ChildProcess.h"
+#include "DatabaseSupport.h"
 #include "KVOFortran.h"
-#include "KVOSrvMatrix.h"
 #include "KVOSrvMatrixContainer.h"
-#include "KVOSrvMtxExceptions.h"
 #include "KVOSrvScratchDenseMatrix.h"
-#include "KVOSrvSparseMatrix.h"
-#include "KVOSrvUtilities.h"
-#include "SimClient.h"
+#include "SparseOracle.h"
 #include "WorkingFolder.h"
 #include "cow_List.h"
 
 #include <barrier>
 #include <cstdlib>
-#include <filesystem>
-#include <memory>
-#include <numeric>
 #include <thread>
 #include <unistd.h>
 
@@ -33,51 +27,32 @@ void Require(bool held, char const* what)
 }
 
 struct Task {
-    int thread;
-    int round;
+    int thread, round;
     std::string folder; // of the thread
 
     int Number() const noexcept { return 100 * thread + round; }
-    // Entry (i, j) of this task's matrices.
-    double Entry(int i, int j) const noexcept { return Number() % 97 + 3 * i - 2 * j; }
-    std::vector<double> Entries(int rows, int columns) const
+    // This task's matrices.
+    Dense Entries(int rows, int columns) const
     {
-        std::vector<double> entries;
-        for (int j = 0; j < columns; ++j)
-            for (int i = 0; i < rows; ++i)
-                entries.push_back(Entry(i, j));
-        return entries;
+        return Filled(rows, columns, [this](int i, int j) { return Number() % 97 + 3 * i - 2 * j; });
     }
 };
-
-// Of the packed rows x columns entries a, times a column of ones.
-std::vector<double> RowSums(std::vector<double> const& a, int rows)
-{
-    std::vector<double> sums(static_cast<std::size_t>(rows));
-    for (std::size_t k = 0; k < a.size(); ++k)
-        sums[k % sums.size()] += a[k];
-    return sums;
-}
 
 // A database matrix: whole, by a view, and in a product.
 void CheckMatrix(Task const& task, KVOSrvDenseMatrix& matrix)
 {
     int const rows = matrix.NumberOfRows(), columns = matrix.NumberOfColumns();
-    std::vector<double> entries = task.Entries(rows, columns);
-    matrix.SetRows(0, rows - 1, KVOSrvMatrix(rows, columns, entries.data(), false, false));
-    std::vector<double> found(entries.size());
-    matrix.GetAllValues(found.data());
-    Require(found == entries, "a database matrix has other values");
+    Dense entries = task.Entries(rows, columns), part(rows - 2, 1), product(rows, 1);
+    matrix.SetRows(0, rows - 1, Wrapping(entries));
+    Require(ValuesOf(matrix).values == entries.values, "a database matrix has other values");
 
-    std::unique_ptr<KVOSrvDenseMatrix> const view(matrix.Submatrix(1, rows - 2, 2, columns - 1));
-    KVOSrvMatrix part(rows - 2, 1, nullptr, false, false);
-    view->GetColumns(3, 3, part);
-    Require(part.Values()[4] == task.Entry(5, 5), "a view has other values");
+    KVOSrvMatrix column = Wrapping(part);
+    std::unique_ptr<KVOSrvDenseMatrix>(matrix.Submatrix(1, rows - 2, 2, columns - 1))->GetColumns(3, 3, column);
+    Require(part.At(4, 0) == entries.At(5, 5), "a view has other values");
 
-    std::vector<double> const ones(static_cast<std::size_t>(columns), 1.0);
-    std::vector<double> product(static_cast<std::size_t>(rows)); // added to
+    Dense const ones(columns, 1, 1.0);
     matrix.Multiply(ones.data(), 1, product.data());
-    Require(product == RowSums(entries, rows), "a product with a database matrix is wrong");
+    Require(product.values == (entries * ones).values, "a product with a database matrix is wrong");
 }
 
 void UseScratchMatrix(Task const& task)
@@ -119,80 +94,58 @@ void UseContainer(Task const& task)
     KVOSrvMatrixContainer container;
     int const id = task.thread;
     CheckMatrix(task, container.Create(id, 20, 17, 8, -1));
-    std::vector<double> values(20 * 17);
+    Dense values(20, 17);
     KVOSRVMATRIXCONTAINERGETVALUES(reinterpret_cast<std::int64_t>(&container), &id, values.data());
-    Require(values == task.Entries(20, 17), "a container gives other values");
+    Require(values.values == task.Entries(20, 17).values, "a container gives other values");
 }
 
 void UseSparseMatrix(Task const& task)
 {
-    constexpr int kRows = 200, kColumns = 150;
-    KVOSrvSparseMatrix matrix(kRows, kColumns);
-    std::vector<double> sums(kRows);
-    for (unsigned k = 0; k < 3000; ++k) {
-        unsigned const row = k * 7 % kRows, column = (k + static_cast<unsigned>(task.thread)) * 11 % kColumns;
-        matrix.AddData(row, column, task.Entry(1, static_cast<int>(k % 5)));
-        sums[row] += task.Entry(1, static_cast<int>(k % 5));
-    }
-    matrix.EndAssembly();
-    std::vector<double> const ones(kColumns, 1.0);
-    std::vector<double> product(kRows);
-    auto const check = [&](KVOSrvSparseMatrix const& m) {
-        m.Multiply(ones.data(), 1, product.data(), false);
-        Require(product == sums, "a product with a sparse matrix is wrong");
+    SparseOracle const oracle = WholeNumbers({200, 150, 3000}, static_cast<unsigned>(task.Number()));
+    Dense const ones(oracle.columns, 1, 1.0), sums = ProductOf(oracle, ones, false);
+    auto const check = [&](KVOSrvSparseMatrix const& matrix) {
+        Dense product(oracle.rows, 1);
+        matrix.Multiply(ones.data(), 1, product.data(), false);
+        Require(product.values == sums.values, "a product with a sparse matrix is wrong");
     };
-    check(matrix);
+    auto const matrix = oracle.Matrix();
+    check(*matrix);
 
     std::string const path = task.folder + "/matrix.txt";
     int const format = task.round % 2 == 0 ? 3 : 7;
-    matrix.Export(path.c_str(), format);
+    matrix->Export(path.c_str(), format);
     KVOSrvSparseMatrix imported(0, 0);
     imported.Import(path.c_str(), format);
     check(imported);
 
-    KVOSimDatabase database;
-    database.SetScratch();
-    std::filesystem::remove(task.folder + "/sparse.sim");
-    database.CreateFile((task.folder + "/sparse.sim").c_str(), 0);
-    KVOSimContext context(database.CreateContext());
-    KVOSimCSetID const rows = SimClient::Biggest(context.CreateCollection(kRows));
-    KVOSimCSetID const columns = SimClient::Biggest(context.CreateCollection(kColumns));
+    TestDatabase const database;
+    KVOSimCSetID const rows = database.Members(oracle.rows), columns = database.Members(oracle.columns);
     KVOSimDistributionID const stored = KVOSrvUtilities::CreateSparseDistribution(rows, columns);
-    matrix.Export(rows, columns, stored);
+    matrix->Export(rows, columns, stored);
     check(KVOSrvSparseMatrix(stored));
 }
 
 void Multiply(Task const& task)
 {
-    constexpr int kSize = 90;
-    std::vector<double> const a = task.Entries(kSize, kSize), ones(kSize, 1.0);
-    std::vector<double> c(kSize);
+    Dense a = task.Entries(90, 90), ones(90, 1, 1.0), product(90, 1);
+    Dense const sums = a * ones;
     double const zero = 0.0, one = 1.0;
-    int const size = kSize, columns = 1;
-    BLAC_DGEMM2("N", "N", &size, &columns, &size, &one, a.data(), &size, ones.data(), &size, &zero, c.data(), &size);
-    Require(c == RowSums(a, kSize), "the built-in product is wrong");
-    KVOSrvMatrix x(kSize, 1, const_cast<double*>(ones.data()), false, false), y(kSize, 1, c.data(), false, false);
-    y.Multiply(KVOSrvMatrix(kSize, kSize, const_cast<double*>(a.data()), false, false), x);
-    Require(c == RowSums(a, kSize), "a product in memory is wrong");
+    BLAC_DGEMM2("N", "N", &a.rows, &ones.columns, &a.columns, &one, a.data(), &a.ld, ones.data(), &ones.ld, &zero, product.data(),
+                &product.ld);
+    Require(product.values == sums.values, "the built-in product is wrong");
+    product = Dense(90, 1);
+    Wrapping(product).Multiply(Wrapping(a), Wrapping(ones));
+    Require(product.values == sums.values, "a product in memory is wrong");
 }
 
 void Fail(Task const& task)
 {
     std::string const path = task.folder + "/missing.sim";
-    try {
-        KVOSimDatabase().OpenFile(path.c_str(), true);
-        Require(false, "a database that is not there was opened");
-    } catch (KVOSimException const& exception) {
-        KVOSimException const copy = exception;
-        Require(copy.AsString().View().find(path) != std::string_view::npos, "another thread's failure was reported");
-    }
-    try {
-        int rowChunk = 1, columnChunk = 1;
-        KVOSrvUtilities::LimitChunkSize2GB(rowChunk, columnChunk, 0, 1);
-        Require(false, "illegal input was taken");
-    } catch (KVOSrvMtxIllegalInput const& exception) {
-        Require(exception.AsString().View().find("LimitChunkSize2GB") != std::string_view::npos, "the wrong failure was reported");
-    }
+    Require(FailureOf([&] { KVOSimDatabase().OpenFile(path.c_str(), true); }).find(path) != std::string::npos,
+            "another thread's failure was reported");
+    auto const refused = [](int rowChunk, int columnChunk) { KVOSrvUtilities::LimitChunkSize2GB(rowChunk, columnChunk, 0, 1); };
+    Require(ReportOf<KVOSrvMtxIllegalInput>([&] { refused(1, 1); }).find("LimitChunkSize2GB") != std::string::npos,
+            "the wrong failure was reported");
 }
 
 void UseAllocator(Task const& task)
@@ -205,32 +158,28 @@ void UseAllocator(Task const& task)
     }
 }
 
-/// Shared by every thread's copies.
+// What every thread copies.
 struct Common {
+    Common()
+    {
+        for (int i = 0; i < 1000; ++i)
+            list.Append(i);
+    }
     cow_List<int> list;
     cow_String text{"shared"};
 };
-Common const& CommonOfAll()
-{
-    static Common const s_common = [] {
-        Common common;
-        for (int i = 0; i < 1000; ++i)
-            common.list.Append(i);
-        return common;
-    }();
-    return s_common;
-}
 
 void ShareContent(Task const& task)
 {
-    Common mine = CommonOfAll();
+    static Common const s_common;
+    Common mine = s_common;
     for (int i = 0; i < 100; ++i) {
         Common const copy = mine;
         mine.list.Append(task.Number());
         mine.text = copy.text;
         Require(copy.list.Size() == 1000 + i && mine.list[1000 + i] == task.Number(), "a list has other elements");
     }
-    Require(CommonOfAll().list.Size() == 1000 && mine.text == "shared", "what is shared was changed");
+    Require(s_common.list.Size() == 1000 && mine.text == "shared", "what is shared was changed");
 }
 
 using Work = void (*)(Task const&);
