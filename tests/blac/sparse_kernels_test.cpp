@@ -1,24 +1,17 @@
+#include "Dense.h"
 #include "KVOBasProcessor.h"
 #include "KVOFortran.h"
 #include "interleaved.h"
 #include "sparse_kernels.h"
 
-#include <algorithm>
 #include <array>
-#include <bit>
-#include <cmath>
 #include <cstdint>
-#include <gtest/gtest.h>
-#include <limits>
 #include <numeric>
-#include <random>
-#include <vector>
 
 namespace
 {
 
 using Random = std::mt19937_64;
-using Vector = std::vector<double>;
 
 int Below(Random& random, int limit)
 {
@@ -28,8 +21,8 @@ int Below(Random& random, int limit)
 // Values whose products and sums round; with `special` also zeros of both signs, infinities, NaNs and the ends of the range.
 Vector Values(Random& random, int rows, int columns, bool special)
 {
-    constexpr double kInfinity = std::numeric_limits<double>::infinity(), kNaN = std::numeric_limits<double>::quiet_NaN();
-    constexpr double kSpecial[] = {-0.0, 0.0, kInfinity, -kInfinity, kNaN, 5e-324, 1e308};
+    constexpr double kInfinity = std::numeric_limits<double>::infinity();
+    constexpr double kSpecial[] = {-0.0, 0.0, kInfinity, -kInfinity, kNotANumber, 5e-324, 1e308};
     Vector values(std::size_t{1} * rows * columns);
     for (double& value : values)
         value = special && random() % 16 == 0 ? kSpecial[random() % std::size(kSpecial)]
@@ -98,53 +91,38 @@ protected:
     }
     void TearDown() override { SetLevel(-1); }
 
-    // A product into an array between guards is the one of the plain loops over the rows in `index`, in their order, to the bit; NaNs are
-    // equal whatever their payload, which depends on the order of the operands. entry(which row, column, vector) gives place and factor.
-    template<class Product, class Entry>
-    static void ExpectSame(int rows, int vectors, Csr const& m, std::vector<int> const& index, Product const& product, Entry const& entry)
+    // All three products, with values of their own and into an array between guards, are those of the plain loops over the rows in their
+    // order, to the bit; NaNs are equal whatever their payload, which depends on the order of the operands. `picked` is for the last one.
+    static void ExpectPlainLoops(Random& random, Csr m, std::vector<int> const& picked, int vectors, bool special)
     {
         constexpr std::ptrdiff_t kGuard = 16;
-        Vector actual(std::size_t{1} * rows * vectors + 2 * kGuard, -7.25e77), expected = actual;
-        std::fill(expected.begin() + kGuard, expected.end() - kGuard, 0.0);
-        for (int j = 0; j < vectors; ++j)
-            for (std::size_t l = 0; l < index.size(); ++l)
-                for (int k = m.ia[index[l]]; k < m.ia[index[l] + 1]; ++k) {
-                    auto const [target, x] = entry(static_cast<int>(l), m.ja[k], j);
-                    double const volatile term = m.a[k] * x; // rounded, whatever this file is compiled for
-                    expected[kGuard + target + std::ptrdiff_t{j} * rows] += term;
-                }
-        product(actual.data() + kGuard);
-        for (std::size_t k = 0; k < actual.size(); ++k)
-            ASSERT_TRUE(std::bit_cast<std::uint64_t>(actual[k]) == std::bit_cast<std::uint64_t>(expected[k]) ||
-                        (std::isnan(actual[k]) && std::isnan(expected[k])))
-                << "at " << static_cast<std::ptrdiff_t>(k) - kGuard << ": " << actual[k] << " and " << expected[k];
-    }
-
-    // All three products with values of their own; `index` is for the one of selected rows.
-    static void ExpectPlainLoops(Random& random, Csr m, std::vector<int> const& index, int vectors, bool special)
-    {
         m.a = Values(random, static_cast<int>(m.ja.size()), 1, special);
-        int const count = static_cast<int>(index.size());
         std::vector<int> all(m.rows);
         std::iota(all.begin(), all.end(), 0);
-        Vector const x = Values(random, m.columns, vectors, special), xt = Values(random, m.rows, vectors, special),
-                     xi = Values(random, count, vectors, special);
-        auto const at = [](Vector const& v, int i, int j, int ld) { return v[i + std::ptrdiff_t{j} * ld]; };
-
-        ExpectSame(
-            m.rows, vectors, m, all,
-            [&](double* y) { BLAC_SPARSE_UMV(m.a.data(), x.data(), m.ia.data(), m.ja.data(), y, &m.rows, &m.columns, &vectors); },
-            [&](int row, int column, int j) { return std::pair(row, at(x, column, j, m.columns)); });
-        ExpectSame(
-            m.columns, vectors, m, all,
-            [&](double* y) { BLAC_SPARSE_UMTV(m.a.data(), xt.data(), m.ia.data(), m.ja.data(), y, &m.rows, &m.columns, &vectors); },
-            [&](int row, int column, int j) { return std::pair(column, at(xt, row, j, m.rows)); });
-        ExpectSame(
-            m.columns, vectors, m, index,
-            [&](double* y) {
-                BLAC_SPARSE_SPARSE_UMTV(m.a.data(), xi.data(), m.ia.data(), m.ja.data(), y, &count, &m.columns, &vectors, index.data());
-            },
-            [&](int row, int column, int j) { return std::pair(column, at(xi, row, j, count)); });
+        for (char const* const product : {"UMV", "UMTV", "SPARSE_UMTV"}) {
+            bool const transposed = product[2] != 'V', isPicked = product[0] == 'S';
+            std::vector<int> const& index = isPicked ? picked : all;
+            int const count = static_cast<int>(index.size()), in = transposed ? count : m.columns, out = transposed ? m.columns : count;
+            Vector const x = Values(random, in, vectors, special);
+            Vector actual(std::size_t{1} * out * vectors + 2 * kGuard, -7.25e77), expected = actual;
+            std::fill(expected.begin() + kGuard, expected.end() - kGuard, 0.0);
+            for (int j = 0; j < vectors; ++j)
+                for (int l = 0; l < count; ++l)
+                    for (int k = m.ia[index[l]]; k < m.ia[index[l] + 1]; ++k) {
+                        auto const [to, from] = transposed ? std::pair(m.ja[k], l) : std::pair(l, m.ja[k]);
+                        double const volatile term = m.a[k] * x[from + std::ptrdiff_t{j} * in]; // rounded, whatever this is compiled for
+                        expected[kGuard + to + std::ptrdiff_t{j} * out] += term;
+                    }
+            double* const y = actual.data() + kGuard;
+            if (isPicked)
+                BLAC_SPARSE_SPARSE_UMTV(m.a.data(), x.data(), m.ia.data(), m.ja.data(), y, &count, &m.columns, &vectors, index.data());
+            else
+                (transposed ? BLAC_SPARSE_UMTV : BLAC_SPARSE_UMV)(m.a.data(), x.data(), m.ia.data(), m.ja.data(), y, &count, &m.columns,
+                                                                  &vectors);
+            auto const wrong = std::ranges::mismatch(actual, expected,
+                                                     [](double a, double e) { return SameBits(a, e) || (std::isnan(a) && std::isnan(e)); });
+            ASSERT_EQ(wrong.in1, actual.end()) << product << " at " << wrong.in1 - actual.begin() - kGuard;
+        }
     }
 };
 
@@ -169,51 +147,26 @@ TEST_P(SparseKernels, EqualThePlainLoopsBitForBit)
         }
 }
 
-// So large and scattered that eight vectors go through the rows by four, by two and one by one; and as large with the entries near the
-// diagonal, where they stay together.
+// So large and scattered that eight vectors go through the rows by four, by two and one by one; as large with the entries near the
+// diagonal, where they stay together; and with so many entries that y is interleaved meanwhile, for groups by what the processor reaches.
 TEST_P(SparseKernels, EqualThePlainLoopsForLargeMatrices)
 {
+    struct {
+        int rows, columns, perRow;
+        bool scattered, special;
+    } const cases[] = {{600, 250000, 20, true, false},  {600, 450000, 20, true, false},  {600, 800000, 20, true, false},
+                       {600, 250000, 20, false, false}, {600, 800000, 20, false, false}, {2801, 140000, 400, true, true}};
     Random random(2);
-    for (int const columns : {250000, 450000, 800000})
-        for (bool const scattered : {true, false}) {
-            SCOPED_TRACE(testing::Message() << columns << " columns, scattered " << scattered);
-            Csr m{600, columns, {}, {0}, {}};
-            for (int i = 0; i < m.rows; ++i) {
-                std::vector<int> pattern(20);
-                for (int& column : pattern)
-                    column = scattered ? Below(random, columns) : i * 100 + Below(random, 500);
-                m.AddRow(pattern);
-            }
-            ExpectPlainLoops(random, m, {5, 3}, 9, false);
+    for (auto const& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.columns << " columns, scattered " << c.scattered);
+        Csr m{c.rows, c.columns, {}, {0}, {}};
+        for (int i = 0; i < m.rows; ++i) {
+            std::vector<int> pattern(c.perRow);
+            std::ranges::generate(pattern, [&] { return c.scattered ? Below(random, c.columns) : i * 100 + Below(random, 500); });
+            m.AddRow(pattern);
         }
-}
-
-// So many entries and so scattered that y is interleaved meanwhile, for groups of 8, 4 or 2 vectors by what the processor reaches.
-TEST_P(SparseKernels, EqualThePlainLoopsForManyScatteredEntries)
-{
-    Random random(5);
-    Csr m{2801, 140000, {}, {0}, {}};
-    for (int i = 0; i < m.rows; ++i) {
-        std::vector<int> pattern(400);
-        std::generate(pattern.begin(), pattern.end(), [&] { return Below(random, m.columns); });
-        m.AddRow(pattern);
+        ExpectPlainLoops(random, m, {5, 3}, 9, c.special);
     }
-    ExpectPlainLoops(random, m, {5, 3}, 9, true);
-}
-
-// The last column of the last vector is the last place that may be read: x ends there. (The sanitizers see a step further.)
-TEST_P(SparseKernels, ReadNothingBehindX)
-{
-    Random random(3);
-    for (int columns = 1; columns <= 12; ++columns)
-        for (int length = 1; length <= columns; ++length) {
-            std::vector<int> pattern(length);
-            std::iota(pattern.begin(), pattern.end(), columns - length);
-            Csr m{3, columns, {}, {0}, {}};
-            for (int i = 0; i < m.rows; ++i)
-                m.AddRow(pattern);
-            ExpectPlainLoops(random, m, {2}, 8, false);
-        }
 }
 
 INSTANTIATE_TEST_SUITE_P(Levels, SparseKernels, testing::Values(0, 1, 2));
@@ -239,25 +192,20 @@ TEST(Deinterleave, MakesColumnsOfRows)
 // By what the processor's translation buffer reaches.
 TEST(SparseGroups, AreSmallerTheFartherEntriesLieApart)
 {
-    struct Case {
-        char const* processor;
-        int of250000Columns, of450000Columns, of800000Columns;
-    };
+    constexpr std::pair<int, int> kColumns[] = {
+        {250000, 250000}, {450000, 450000}, {800000, 800000}, {800000, 50000}}; // and those with entries
+    std::pair<char const*, std::array<int, 4>> const cases[] = {
+        {"zen4", {4, 2, 1, 8}}, {"sapphire-rapids", {4, 2, 1, 8}}, {"skylake-sp", {2, 1, 1, 8}}, {"unknown", {2, 1, 1, 8}}};
     Random random(4);
-    for (Case const& c : {Case{"zen4", 4, 2, 1}, {"sapphire-rapids", 4, 2, 1}, {"skylake-sp", 2, 1, 1}, {"unknown", 2, 1, 1}}) {
-        SCOPED_TRACE(c.processor);
-        int const pages = KVOBasProcessor::Named(c.processor).choices.groupPages;
-        for (auto const& [columns, expected] :
-             {std::pair{250000, c.of250000Columns}, {450000, c.of450000Columns}, {800000, c.of800000Columns}}) {
+    for (auto const& [processor, expected] : cases)
+        for (std::size_t k = 0; k < expected.size(); ++k) {
             std::vector<unsigned> const ia{0, 10000};
             std::vector<int> ja(10000);
-            std::generate(ja.begin(), ja.end(), [&, below = columns] { return Below(random, below); });
-            blac::SparseRows const rows{nullptr, ia.data(), ia.data() + 1, ja.data(), 1, nullptr, columns, 1};
-            EXPECT_EQ(blac::SparseGroupSize(rows, pages), expected) << columns;
-            std::generate(ja.begin(), ja.end(), [&] { return Below(random, 50000); });
-            EXPECT_EQ(blac::SparseGroupSize(rows, pages), 8) << columns;
+            std::ranges::generate(ja, [&] { return Below(random, kColumns[k].second); });
+            blac::SparseRows const rows{nullptr, ia.data(), ia.data() + 1, ja.data(), 1, nullptr, kColumns[k].first, 1};
+            EXPECT_EQ(blac::SparseGroupSize(rows, KVOBasProcessor::Named(processor).choices.groupPages), expected[k])
+                << processor << ' ' << k;
         }
-    }
 }
 
 TEST(SparseLevel, IsCappedByTheProcessorAndReset)
