@@ -11,6 +11,10 @@ set_target_properties(KVOMtxLinearAlgebra PROPERTIES INSTALL_RPATH $ORIGIN) # fi
 install(TARGETS KVOPlatform KVOMtxLinearAlgebra EXPORT KVOMtxLinearAlgebraTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
     FILE_SET HEADERS DESTINATION ${header_dir} COMPONENT development)
+# Apart: its factorization wants METIS and the run time of Fortran, which the matrix library does without.
+install(TARGETS KVOMtxModes EXPORT KVOMtxLinearAlgebraTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT modes NAMELINK_COMPONENT development
+    FILE_SET HEADERS DESTINATION ${header_dir} COMPONENT development)
 install(EXPORT KVOMtxLinearAlgebraTargets NAMESPACE KVO:: DESTINATION ${package_dir} COMPONENT development)
 
 # A compiled Fortran module fits one compiler only, so its source is what is installed.
@@ -28,4 +32,5 @@ install(FILES
 file(RELATIVE_PATH prefix_from_libdir /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 set(KVO_PC_PREFIX "\${pcfiledir}/${prefix_from_libdir}")
 configure_file(${CMAKE_CURRENT_LIST_DIR}/KVOMtxLinearAlgebra.pc.in ${PROJECT_BINARY_DIR}/KVOMtxLinearAlgebra.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/KVOMtxLinearAlgebra.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+configure_file(${CMAKE_CURRENT_LIST_DIR}/KVOMtxModes.pc.in ${PROJECT_BINARY_DIR}/KVOMtxModes.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/KVOMtxLinearAlgebra.pc ${PROJECT_BINARY_DIR}/KVOMtxModes.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

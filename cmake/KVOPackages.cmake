@@ -8,7 +8,7 @@ endif()
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL runtime development tools)
+set(CPACK_COMPONENTS_ALL runtime modes development tools)
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # the first line of each description below is that package's own
@@ -23,12 +23,13 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 # What the libraries and kvomtx need is read from the files themselves. BLAS and LAPACK come out as "libblas3 | libblas.so.3" and
 # "liblapack3 | liblapack.so.3": any provider that the system's alternatives know.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR} ${PROJECT_BINARY_DIR}/platform)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR} ${PROJECT_BINARY_DIR}/platform ${PROJECT_BINARY_DIR}/modes)
 
 # Headers, libraries and program of different versions never meet.
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
-set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
-set(CPACK_COMPONENT_TOOLS_DEPENDS runtime)
+set(CPACK_COMPONENT_MODES_DEPENDS runtime)
+set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime modes)
+set(CPACK_COMPONENT_TOOLS_DEPENDS runtime modes)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libkvomtxlinearalgebra${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
@@ -44,6 +45,17 @@ HDF5, and a Fortran-callable layer over BLAS and LAPACK that is not bound to
 one provider.
 .
 This package holds the shared libraries.")
+
+set(CPACK_DEBIAN_MODES_PACKAGE_NAME libkvomtxmodes${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_MODES_PACKAGE_SECTION libs)
+configure_file(${CMAKE_CURRENT_LIST_DIR}/packages/shlibs_modes.in ${PROJECT_BINARY_DIR}/package-control/modes/shlibs @ONLY)
+set(CPACK_DEBIAN_MODES_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/packages/triggers ${PROJECT_BINARY_DIR}/package-control/modes/shlibs)
+set(CPACK_DEBIAN_MODES_DESCRIPTION "Natural modes of finite-element models - library
+The lowest eigenpairs of a sparse stiffness and mass pair, or all of an
+interval, by block Lanczos with shift-invert, none missed; and the sparse
+symmetric factorization behind it, in memory or on disk.
+.
+This package holds the shared library.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkvomtxlinearalgebra-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
@@ -85,9 +97,10 @@ function(kvo_add_package_documents component)
 endfunction()
 kvo_add_gzipped_file(project_changelog ${PROJECT_SOURCE_DIR}/CHANGELOG.md ${PROJECT_BINARY_DIR}/changelog.gz)
 kvo_add_package_documents(runtime libblis-serial-dev)
+kvo_add_package_documents(modes libmumps-seq-dev libscotch-dev)
 kvo_add_package_documents(development)
 kvo_add_package_documents(tools libcli11-dev nlohmann-json3-dev)
-add_custom_target(package_contents DEPENDS KVOMtxLinearAlgebra kvomtx kvomtx_manual project_changelog
-    runtime_debian_changelog development_debian_changelog tools_debian_changelog)
+add_custom_target(package_contents DEPENDS KVOMtxLinearAlgebra KVOMtxModes kvomtx kvomtx_manual project_changelog
+    runtime_debian_changelog modes_debian_changelog development_debian_changelog tools_debian_changelog)
 
 include(CPack)

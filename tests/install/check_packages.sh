@@ -22,19 +22,21 @@ expect() { # TEXT PATTERN WHAT
 
 version=$(dpkg-deb -f "$packages"/kvomtx_*.deb Version)
 major=${version%%.*} library_version=${version%-*}
-runtime=libkvomtxlinearalgebra$major development=libkvomtxlinearalgebra-dev tools=kvomtx
+runtime=libkvomtxlinearalgebra$major modes=libkvomtxmodes$major development=libkvomtxlinearalgebra-dev tools=kvomtx
 lib=usr/lib
 names=$(for deb in "$packages"/*.deb; do dpkg-deb -f "$deb" Package; done)
-[ "$names" = "$(printf '%s\n' "$tools" "$development" "$runtime" | sort)" ] || fail "other packages than the three: $names"
+[ "$names" = "$(printf '%s\n' "$tools" "$development" "$runtime" "$modes" | sort)" ] || fail "other packages than the four: $names"
 
 # What each package holds and nothing else may be in it.
 libraries="$lib/libKVO(MtxLinearAlgebra|Platform)\.so"
-for package in $runtime $development $tools; do
+modes_library="$lib/libKVOMtxModes\.so"
+for package in $runtime $modes $development $tools; do
     dpkg-deb -x "$packages/${package}"_*.deb "$work/$package"
     dpkg-deb -x "$packages/${package}"_*.deb "$work/root"
     case $package in
     "$runtime") own="$libraries\.$major(\.[0-9.]+)?" ;;
-    "$development") own="$libraries|usr/include/KVOMtxLinearAlgebra/[A-Za-z0-9_]+\.(h|f90)|$lib/(cmake/KVOMtxLinearAlgebra/.*\.cmake|pkgconfig/KVOMtxLinearAlgebra\.pc)" ;;
+    "$modes") own="$modes_library\.$major(\.[0-9.]+)?" ;;
+    "$development") own="$libraries|$modes_library|usr/include/KVOMtxLinearAlgebra/[A-Za-z0-9_]+\.(h|f90)|$lib/(cmake/KVOMtxLinearAlgebra/.*\.cmake|pkgconfig/KVOMtx(LinearAlgebra|Modes)\.pc)" ;;
     "$tools") own="usr/bin/kvomtx|usr/share/man/man1/kvomtx\.1\.gz" ;;
     esac
     strange=$(cd "$work/$package" && find . ! -type d -printf '%P\n' | grep -vxE "$own|usr/share/doc/$package/(copyright|changelog(\.Debian)?\.gz)" || true)
@@ -49,6 +51,7 @@ difference=$(diff <(listing "$work/plain") <(listing "$work/root")) || fail "an 
 
 # Whoever has compiled in what others wrote repeats their notice.
 grep -q 'License: BSD-3-clause' "$work/root/usr/share/doc/$runtime/copyright" || fail "$runtime: the notice of the built-in product is missing"
+grep -q 'CeCILL' "$work/root/usr/share/doc/$modes/copyright" || fail "$modes: the notice of the factorization is missing"
 grep -q 'License: Expat' "$work/root/usr/share/doc/$tools/copyright" || fail "$tools: the notice of the JSON writer is missing"
 
 # BLAS and LAPACK by the system's alternatives, never a single provider; the same version of each other.
@@ -56,11 +59,12 @@ needs() { dpkg-deb -f "$packages/$1"_*.deb Depends; }
 expect "$(needs $runtime)" '(^|, )libblas3 \| libblas\.so\.3(,|$)' "$runtime"
 expect "$(needs $runtime)" '(^|, )liblapack3 \| liblapack\.so\.3(,|$)' "$runtime"
 expect "$(needs $runtime)" '(^|, )libhdf5-[0-9]' "$runtime"
-expect "$(needs $tools)" '(^|, )libcholmod[0-9]' "$tools"
-for package in $development $tools; do
+expect "$(needs $modes)" '(^|, )libmetis[0-9]' "$modes"
+! grep -E 'mumps|scotch|openmpi' <<<"$(needs $modes)" || fail "$modes: what is linked in is asked for"
+for package in $modes $development $tools; do
     expect "$(needs $package)" "(^|, )$runtime \(= ${version//./\\.}\)(,|\$)" "$package"
 done
-all=$(needs $runtime; needs $development; needs $tools)
+all=$(needs $runtime; needs $modes; needs $development; needs $tools)
 ! grep -E 'openblas|blis|atlas|mkl' <<<"$all" || fail "a package is bound to one BLAS: $all"
 
 dpkg-deb -e "$packages/$runtime"_*.deb "$work/control"

@@ -1,0 +1,286 @@
+#include "KVOSrvSparseFactor.h"
+
+#include "LowerPair.h"
+#include "mumps_call.h"
+
+#include "KVOSrvMatrix.h"
+#include "KVOSrvModesFailure.h"
+#include "KVOSrvMtxExceptions.h"
+#include "KVOSrvSparseMatrix.h"
+#include "KVOSrvUtilities.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstring>
+#include <metis.h>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+// MUMPS's own numbers for its jobs and controls, numbered from 1 as in its manual.
+enum Job { kInitialise = -1, kEnd = -2, kAnalyse = 1, kFactor = 2, kSolve = 3 };
+constexpr int kSelfCommunicator = -987654; // of the sequential build
+
+// MUMPS keeps state of the process.
+std::mutex s_mumps;
+
+class Stopwatch
+{
+public:
+    explicit Stopwatch(double& sum) : m_sum(sum) {}
+    ~Stopwatch() { m_sum += std::chrono::duration<double>(std::chrono::steady_clock::now() - m_begin).count(); }
+
+private:
+    double& m_sum;
+    std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
+};
+
+[[noreturn]] void Fail(KVOSrvModesFailure::Kind kind, std::string_view reason, int line = __builtin_LINE())
+{
+    KVOSrvModesFailure(kind, reason).Throw("modes/KVOSrvSparseFactor", line);
+}
+
+std::int64_t LargeNumber(int value) // negative: millions
+{
+    return value >= 0 ? value : std::int64_t{value} * -1000000;
+}
+
+} // namespace
+
+class KVOSrvSparseFactor::Repr
+{
+public:
+    Repr(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix const* mass, KVOSrvFactorSettings const& settings)
+        : m_pair(stiffness, mass), m_settings(settings),
+          m_folder(settings.folder != nullptr ? settings.folder : KVOSrvUtilities::GetTempDirectory().View())
+    {
+        Order();
+        account.unknowns = m_pair.Order();
+        account.entries = m_pair.Entries();
+    }
+    ~Repr() { Forget(); }
+
+    void Factorize(double shift, bool positiveDefinite);
+    void Solve(KVOSrvMatrix& block);
+
+    int Size() const { return m_pair.Order(); }
+
+    KVOSrvFactorAccount account;
+    int negative = 0;
+    int zero = 0;
+
+private:
+    void Order();
+    void Begin(bool positiveDefinite);
+    void Analyse();
+    void Forget();
+    void Run(Job job);
+    int& Control(int i) { return m_mumps.icntl[i - 1]; }
+    int Told(int i) const { return m_mumps.infog[i - 1]; }
+    [[noreturn]] void TellFailure();
+
+    LowerPair m_pair;
+    KVOSrvFactorSettings m_settings;
+    std::string m_folder;
+    std::vector<int> m_order; // of an unknown, from 1: its place in the elimination
+    std::vector<double> m_scale;
+    std::vector<double> m_values;
+    DMUMPS_STRUC_C m_mumps{};
+    bool m_begun = false;
+    bool m_positiveDefinite = false;
+    bool m_factored = false;
+};
+
+void KVOSrvSparseFactor::Repr::Order()
+{
+    Stopwatch const watch(account.orderingSeconds);
+    ++account.orderings;
+    Graph graph = m_pair.FullGraph();
+    auto const n = static_cast<std::size_t>(m_pair.Order());
+    m_order.resize(n);
+    std::vector<int> unknowns(n);
+    int order = m_pair.Order();
+    if (graph.neighbours.empty()) // which METIS refuses
+        for (int i = 0; i < order; ++i)
+            m_order[static_cast<std::size_t>(i)] = i;
+    else if (METIS_NodeND(&order, graph.start.data(), graph.neighbours.data(), nullptr, nullptr, unknowns.data(), m_order.data()) !=
+             METIS_OK)
+        Fail(KVOSrvModesFailure::Memory, "the memory does not hold the ordering of the unknowns");
+    for (int& place : m_order)
+        ++place;
+}
+
+void KVOSrvSparseFactor::Repr::Run(Job job)
+{
+    m_mumps.job = job;
+    std::unique_lock const lock(s_mumps);
+    if (kvo_mumps(&m_mumps) != 0) {
+        m_begun = false; // what it holds is lost
+        Fail(KVOSrvModesFailure::Internal, "the factorization stopped at an error of its own; try another shift");
+    }
+}
+
+void KVOSrvSparseFactor::Repr::Forget()
+{
+    if (!m_begun)
+        return;
+    try {
+        Run(kEnd);
+    } catch (KVOSrvModesFailure const&) { // the files lie in the folder of the caller, who clears it
+    }
+    m_begun = m_factored = false;
+}
+
+void KVOSrvSparseFactor::Repr::Begin(bool positiveDefinite)
+{
+    if (m_begun && m_positiveDefinite == positiveDefinite)
+        return;
+    Forget();
+    m_mumps = {};
+    m_mumps.sym = positiveDefinite ? 1 : 2;
+    m_mumps.par = 1;
+    m_mumps.comm_fortran = kSelfCommunicator;
+    Run(kInitialise);
+    m_begun = true;
+    m_positiveDefinite = positiveDefinite;
+    for (int const stream : {1, 2, 3, 4})
+        Control(stream) = stream == 4 ? 0 : -1; // silent
+    Control(6) = 0;                             // no permutation by values
+    Control(7) = 1;                             // the ordering is given
+    Control(8) = 0;                             // scaled already
+    Control(24) = 1;                            // null pivots are looked for, where rows may be exchanged
+    m_mumps.cntl[2] = -1e-12; // of a diagonal of 1: below is rounding error, of which rigid body motions leave about n * 2^-53
+    std::strncpy(m_mumps.ooc_tmpdir, m_folder.c_str(), sizeof m_mumps.ooc_tmpdir - 1);
+    m_mumps.n = m_pair.Order();
+    m_mumps.nnz = m_pair.Entries();
+    m_mumps.irn = m_pair.Rows();
+    m_mumps.jcn = m_pair.Columns();
+    m_mumps.perm_in = m_order.data();
+    Analyse();
+}
+
+void KVOSrvSparseFactor::Repr::Analyse()
+{
+    Stopwatch const watch(account.orderingSeconds);
+    Run(kAnalyse);
+    if (Told(1) < 0)
+        TellFailure();
+}
+
+void KVOSrvSparseFactor::Repr::Factorize(double shift, bool positiveDefinite)
+{
+    m_factored = false;
+    Begin(positiveDefinite);
+    Stopwatch const watch(account.factorSeconds);
+    m_pair.Sum(shift, m_values);
+    m_scale = m_pair.Equilibrate(shift, m_values);
+    m_mumps.a = m_values.data();
+    constexpr std::int64_t kMegabyte = 1000000;
+    bool const isLimited = m_settings.memory > 0;
+    std::int64_t const granted = m_settings.memory / kMegabyte, inCore = Told(17), onDisk = Told(27);
+    account.onDisk = m_settings.onDisk || (isLimited && inCore + inCore / 5 > granted);
+    if (isLimited && onDisk + onDisk / 5 > granted)
+        Fail(KVOSrvModesFailure::Memory,
+             "the factorization needs at least " + std::to_string(onDisk + onDisk / 5) + " MB of memory; grant it that");
+    Control(22) = account.onDisk ? 1 : 0;
+    Control(23) = 0;
+    // Percent of working space beyond the estimate, which is exact without exchanges of rows; pivoting may need more.
+    for (Control(14) = positiveDefinite ? 5 : 15;; Control(14) *= 2) {
+        Run(kFactor);
+        bool const wantsMore = Told(1) == -8 || Told(1) == -9;
+        if (!wantsMore || Control(14) > 400)
+            break;
+    }
+    bool const hasZeroPivot = Told(1) == -10; // met without exchanges of rows
+    if (Told(1) < 0 && !hasZeroPivot)
+        TellFailure();
+    ++account.factorizations;
+    account.factorEntries = LargeNumber(Told(29));
+    account.flops = m_mumps.rinfog[2];
+    account.memory = std::int64_t{Told(22)} * kMegabyte;
+    negative = Told(12);
+    zero = hasZeroPivot ? 1 : Told(28);
+    m_factored = !hasZeroPivot;
+}
+
+void KVOSrvSparseFactor::Repr::TellFailure()
+{
+    switch (Told(1)) {
+    case -5:
+    case -7:
+    case -13:
+        Fail(KVOSrvModesFailure::Memory, "the memory does not hold the factor");
+    case -90:
+        Fail(KVOSrvModesFailure::Disk, "the factor cannot be written or read; see whether the disk of the scratch folder is full");
+    default:
+        Fail(KVOSrvModesFailure::Internal, "the factorization failed with " + std::to_string(Told(1)) + ", " + std::to_string(Told(2)));
+    }
+}
+
+void KVOSrvSparseFactor::Repr::Solve(KVOSrvMatrix& block)
+{
+    if (!m_factored || block.NumberOfRows() != Size())
+        KVOSrvMtxIllegalInput("Solve").Throw("modes/KVOSrvSparseFactor", __LINE__);
+    Stopwatch const watch(account.solveSeconds);
+    auto const n = static_cast<std::size_t>(Size());
+    auto const scale = [&] {
+        for (std::size_t j = 0; j < static_cast<std::size_t>(block.NumberOfColumns()); ++j)
+            for (std::size_t i = 0; i < n; ++i)
+                block.Values()[i + j * n] *= m_scale[i];
+    };
+    scale();
+    m_mumps.rhs = block.Values();
+    m_mumps.nrhs = block.NumberOfColumns();
+    m_mumps.lrhs = Size();
+    Control(27) = -64; // columns at a time
+    Run(kSolve);
+    if (Told(1) < 0)
+        TellFailure();
+    scale();
+    account.solvedColumns += block.NumberOfColumns();
+}
+
+KVOSrvSparseFactor::KVOSrvSparseFactor(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix const* mass,
+                                       KVOSrvFactorSettings const& settings)
+{
+    int const n = stiffness.NumberOfRows();
+    if (stiffness.NumberOfColumns() != n || (mass != nullptr && (mass->NumberOfRows() != n || mass->NumberOfColumns() != n)))
+        KVOSrvMtxIllegalInput("KVOSrvSparseFactor").Throw("modes/KVOSrvSparseFactor", __LINE__);
+    m_repr = std::make_unique<Repr>(stiffness, mass, settings);
+}
+
+KVOSrvSparseFactor::~KVOSrvSparseFactor() = default;
+
+void KVOSrvSparseFactor::Factorize(double shift, bool positiveDefinite)
+{
+    m_repr->Factorize(shift, positiveDefinite);
+}
+
+void KVOSrvSparseFactor::Solve(KVOSrvMatrix& block)
+{
+    m_repr->Solve(block);
+}
+
+int KVOSrvSparseFactor::Order() const noexcept
+{
+    return m_repr->Size();
+}
+
+int KVOSrvSparseFactor::NegativePivots() const noexcept
+{
+    return m_repr->negative;
+}
+
+int KVOSrvSparseFactor::ZeroPivots() const noexcept
+{
+    return m_repr->zero;
+}
+
+KVOSrvFactorAccount const& KVOSrvSparseFactor::Account() const noexcept
+{
+    return m_repr->account;
+}
