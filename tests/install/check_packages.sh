@@ -60,7 +60,7 @@ expect "$(needs $runtime)" '(^|, )libblas3 \| libblas\.so\.3(,|$)' "$runtime"
 expect "$(needs $runtime)" '(^|, )liblapack3 \| liblapack\.so\.3(,|$)' "$runtime"
 expect "$(needs $runtime)" '(^|, )libhdf5-[0-9]' "$runtime"
 expect "$(needs $modes)" '(^|, )libmetis[0-9]' "$modes"
-! grep -E 'mumps|scotch|openmpi' <<<"$(needs $modes)" || fail "$modes: what is linked in is asked for"
+! grep -E 'mumps|scotch|openmpi|cholmod' <<<"$(needs $modes; needs $tools)" || fail "what is linked in is asked for, or a factorization that is gone"
 for package in $modes $development $tools; do
     expect "$(needs $package)" "(^|, )$runtime \(= ${version//./\\.}\)(,|\$)" "$package"
 done

@@ -23,8 +23,8 @@ namespace
 std::atomic<bool> g_interrupted{false};
 sigset_t g_signals; // that are requests to end
 
-// Blocked in every thread, for the watching one to fetch: a handler would be replaced by that of METIS, which orders large matrices for
-// CHOLMOD and takes SIGTERM for a failure of its own. What is ignored, by nohup or in a script's background job, stays so.
+// Blocked in every thread, for the watching one to fetch: a handler would be replaced by that of METIS, which orders the unknowns and takes
+// SIGTERM for a failure of its own. What is ignored, by nohup or in a script's background job, stays so.
 __attribute__((no_sanitize("address"))) void BlockSignals()
 {
     sigemptyset(&g_signals);

@@ -87,6 +87,11 @@ void AddOption(CLI::App& command, std::string const& name, std::optional<double>
     Add(command, name, value, description, nullptr);
 }
 
+void AddOption(CLI::App& command, std::string const& name, std::vector<double>& values, int count, std::string const& description)
+{
+    command.add_option(name, values, description)->expected(count);
+}
+
 void AddOption(CLI::App& command, std::string const& name, std::array<double, 3>& values, std::string const& description, ValueCheck check)
 {
     Add(command, name, values, description, check);

@@ -5,6 +5,7 @@
 #include <array>
 #include <optional>
 #include <string>
+#include <vector>
 
 /// What the commands need of the parser, whose templates are instantiated in CommandLine.cpp alone: each file of commands that did so
 /// would take ten times as long to compile as its own lines need.
@@ -27,6 +28,8 @@ void AddOption(CLI::App& command, std::string const& name, int& value, std::stri
 void AddOption(CLI::App& command, std::string const& name, int& value, std::string const& description, int smallest, int largest);
 void AddOption(CLI::App& command, std::string const& name, double& value, std::string const& description, ValueCheck check = nullptr);
 void AddOption(CLI::App& command, std::string const& name, std::optional<double>& value, std::string const& description);
+/// So many numbers, or none of them.
+void AddOption(CLI::App& command, std::string const& name, std::vector<double>& values, int count, std::string const& description);
 void AddOption(CLI::App& command, std::string const& name, std::array<double, 3>& values, std::string const& description,
                ValueCheck check = nullptr);
 /// The same of what must be given.

@@ -12,13 +12,14 @@
 #include "Progress.h"
 #include "ProviderMemory.h"
 #include "ScratchFolder.h"
-#include "SubspaceIteration.h"
 #include "Symmetry.h"
 #include "Validators.h"
 
 #include "KVOSimCSet.h"
 #include "KVOSrvDenseMatrix.h"
 #include "KVOSrvMatrix.h"
+#include "KVOSrvModes.h"
+#include "KVOSrvModesFailure.h"
 #include "KVOSrvSparseMatrix.h"
 #include "KVOSrvUtilities.h"
 
@@ -27,8 +28,10 @@
 #include <cmath>
 #include <filesystem>
 #include <memory>
+#include <numbers>
 #include <optional>
 #include <utility>
+#include <vector>
 
 namespace
 {
@@ -38,8 +41,9 @@ constexpr char kFooter[] =
     "  kvomtx modes data/bcsstk11.mtx data/bcsstm12.mtx --count 5 -o orecar.sim --picture convergence.png\n\n"
     "K and M are symmetric and of one order; M may be singular. The frequency of an eigenvalue lambda is sqrt(lambda) / (2 pi).\n"
     "The database holds the stiffness (matrix 0), the mass (1), the modes, scaled to x^T M x = 1 (2, one a column), and the\n"
-    "eigenvalues (3). The residual of a mode is |K x - lambda M x| over |M x|, both in the norm of the inverse of K + shift M,\n"
-    "over the greater of lambda and lambda + shift; relative to that it bounds the distance of lambda to an exact eigenvalue.\n"
+    "eigenvalues (3). The residual of a mode is |K x - lambda M x| over (lambda + shift) |M x|, both in the norm of the inverse\n"
+    "of K + shift M; it bounds the distance of lambda to an exact eigenvalue, relative to lambda + shift. At the end the\n"
+    "eigenvalues below the last one are counted: none is missing, or the command fails.\n"
     "A free model has rigid body modes of frequency 0; its singular stiffness is shifted. --shift, in the unit of lambda, is\n"
     "chosen by itself where it is needed and not given: about the lowest eigenvalue that is not 0 is a good one. It is moved\n"
     "where the eigenvalues turn out to lie close together and far from it; the one that was used last is printed.\n"
@@ -55,7 +59,11 @@ struct Options {
     std::string reference;
     bool checksums = false;
     bool json = false;
-    SubspaceSettings settings;
+    bool inRadians = false;
+    bool showsAccount = false;
+    bool isNotCounted = false;
+    std::vector<double> range; // two frequencies, or none
+    KVOSrvModesSettings settings;
 };
 
 std::string DefaultOutput(std::string const& stiffness)
@@ -88,31 +96,53 @@ std::unique_ptr<KVOSrvSparseMatrix> TakeMatrix(MatrixName const& name, OutputDat
     return matrix;
 }
 
-void StoreModes(SubspaceResult const& result, OutputDatabase& database, KVOSimCSetID const& unknowns, bool checksums)
+void StoreModes(KVOSrvModes const& found, OutputDatabase& database, KVOSimCSetID const& unknowns, bool checksums)
 {
     constexpr int kChunkRows = 16384;
-    auto const count = static_cast<int>(result.lambda.size());
+    int const count = found.Count();
+    if (count == 0)
+        return; // of a range that holds none
     KVOSimCSetID const numbers = database.MakeSet(count);
     KVOSimPosition position(database.Context());
     KVOSrvDenseMatrix modes(KVOSrvUtilities::Create2DDistribution(position, kModesType, unknowns, numbers,
-                                                                  std::min(kChunkRows, result.modes->NumberOfRows()), count, checksums));
-    modes.CopyValues(result.modes.get());
+                                                                  std::min(kChunkRows, found.Modes().NumberOfRows()), count, checksums));
+    modes.CopyValues(&found.Modes());
     KVOSrvDenseMatrix eigenvalues(KVOSrvUtilities::Create1DDistribution(position, kEigenvaluesType, numbers, -1));
     KVOSrvMatrix values(count, 1, nullptr, false, false);
-    std::copy(result.lambda.begin(), result.lambda.end(), values.Values());
+    std::copy_n(found.Eigenvalues(), count, values.Values());
     eigenvalues.SetColumns(0, 0, values);
 }
 
-SubspaceResult Compute(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix const& mass, SubspaceSettings const& settings)
+// Shows where the search stands, and keeps it for the picture.
+struct Watch {
+    Progress progress{"ordering the unknowns"};
+    ConvergenceHistory history;
+
+    void Take(KVOSrvModesProgress const& state)
+    {
+        bool const isSearching = state.residualCount > 0;
+        if (isSearching)
+            history.emplace_back(state.residuals, state.residuals + state.residualCount);
+        progress.Say(std::string(state.doing) + (isSearching ? ", step " + std::to_string(state.step) + ", " + std::to_string(state.found) +
+                                                                   " of " + std::to_string(state.wanted) + " modes"
+                                                             : ""));
+        progress.Set(std::clamp(state.share, 0.0, 1.0));
+    }
+};
+
+std::unique_ptr<KVOSrvModes> Compute(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix const& mass,
+                                     KVOSrvModesSettings const& settings, ConvergenceHistory& history)
 {
-    Progress progress("factoring the stiffness matrix");
-    return SolveSubspace(stiffness, mass, settings, [&](SubspaceProgress const& state) {
-        // The changes shrink by about the same factor every time: their logarithm tells how far the slowest mode has come.
-        double const share = std::isfinite(state.largestChange) ? std::log10(state.largestChange) / std::log10(settings.tolerance) : 0.0;
-        progress.Set(std::clamp(share, 0.0, 1.0));
-        progress.Say("iteration " + std::to_string(state.iteration) + ", " + std::to_string(state.converged) + " of " +
-                     std::to_string(settings.count) + " modes");
-    });
+    Watch watch;
+    auto const report = [](void* context, KVOSrvModesProgress const& state) { static_cast<Watch*>(context)->Take(state); };
+    try {
+        auto found = std::make_unique<KVOSrvModes>(stiffness, mass, settings, report, &watch);
+        history = std::move(watch.history);
+        return found;
+    } catch (KVOSrvModesFailure const& failure) {
+        bool const isDisk = failure.WhatFailed() == KVOSrvModesFailure::Disk;
+        throw ToolError(isDisk ? ExitCode::kUnwritable : ExitCode::kCannot, failure.UserReport().c_str());
+    }
 }
 
 void RequireAgreement(ModesReport const& report)
@@ -124,6 +154,17 @@ void RequireAgreement(ModesReport const& report)
     std::snprintf(text, sizeof text, "%.1e", difference);
     throw ToolError(ExitCode::kCannot, report.reference->Path() + ": the frequencies differ by up to " + text +
                                            " relatively; see whether it belongs to this model");
+}
+
+// From frequencies to eigenvalues.
+void SetRange(Options const& options, KVOSrvModesSettings& settings)
+{
+    double const unit = options.inRadians ? 1.0 : 2.0 * std::numbers::pi;
+    double const from = options.range[0] * unit, to = options.range[1] * unit;
+    if (!(from >= 0.0) || !(from < to) || !std::isfinite(to * to))
+        throw ToolError(ExitCode::kUsage, "--range needs two frequencies, the lower one first");
+    settings.from = from * from;
+    settings.to = to * to;
 }
 
 void RunModes(Options const& options)
@@ -147,18 +188,31 @@ void RunModes(Options const& options)
     auto const stiffness = TakeMatrix(stiffnessName, database, kStiffnessType, unknowns, options.checksums);
     auto const mass = TakeMatrix(massName, database, kMassType, unknowns, options.checksums);
 
-    SubspaceResult const result = Compute(*stiffness, *mass, options.settings);
-    StoreModes(result, database, unknowns, options.checksums);
+    KVOSrvModesSettings settings = options.settings;
+    settings.certify = !options.isNotCounted;
+    if (!options.range.empty())
+        SetRange(options, settings);
+    ConvergenceHistory history;
+    auto const found = Compute(*stiffness, *mass, settings, history);
+    StoreModes(*found, database, unknowns, options.checksums);
     database.Finish();
     if (picture)
-        DrawConvergence(result, *picture);
+        DrawConvergence(history, *picture);
     database.Commit();
     if (picture)
         picture->Commit();
 
     std::chrono::duration<double> const elapsed = std::chrono::steady_clock::now() - begin;
-    ModesReport const report{options.stiffness,         options.mass,    output, options.picture,
-                             stiffness->NumberOfRows(), elapsed.count(), result, FrequenciesOf(result.lambda),
+    ModesReport const report{options.stiffness,
+                             options.mass,
+                             output,
+                             options.picture,
+                             stiffness->NumberOfRows(),
+                             elapsed.count(),
+                             *found,
+                             FrequenciesOf(*found, options.inRadians),
+                             options.inRadians,
+                             options.showsAccount,
                              std::move(reference)};
     if (options.json)
         PrintJson(report);
@@ -185,6 +239,11 @@ void AddModesCommand(CLI::App& app, Command& chosen)
     AddOption(modes, "--scratch", options->scratch, "Folder for scratch files (that of the output)", RequireName);
     AddOption(modes, "--format", options->format, "Format of K and M, when their endings do not tell it (see convert --help)");
     AddFlag(modes, "--checksums", options->checksums, "Keep checksums of the values of matrices and modes, for db check");
+    AddOption(modes, "--range", options->range, 2, "Find all modes from one frequency to another instead of the lowest");
+    AddFlag(modes, "--rad", options->inRadians, "Frequencies are circular, omega = sqrt(lambda), in --range and in the output");
+    AddOption(modes, "--tolerance", options->settings.tolerance, "Largest residual of a mode (1e-10)", RequirePositive);
+    AddFlag(modes, "--view", options->showsAccount, "Print what was done: ordering, factor, steps, memory, times");
+    AddFlag(modes, "--no-count", options->isNotCounted, "Do not count the eigenvalues below the last one, which takes one factorization");
     AddFlag(modes, "--json", options->json, "Print one JSON object");
     SetWork(modes, chosen, [options] { RunModes(*options); });
 }

@@ -1,7 +1,8 @@
 #include "ModesReport.h"
 
 #include "Errors.h"
-#include "SubspaceIteration.h"
+
+#include "KVOSrvModes.h"
 
 #include <nlohmann/json.hpp>
 
@@ -50,48 +51,97 @@ double ReferenceFrequencies::LargestDifference(std::vector<double> const& freque
     return largest;
 }
 
-std::vector<double> FrequenciesOf(std::vector<double> const& lambda)
+std::vector<double> FrequenciesOf(KVOSrvModes const& modes, bool inRadians)
 {
     std::vector<double> frequencies;
-    for (double const value : lambda)
-        frequencies.push_back(value > 0.0 ? std::sqrt(value) / (2.0 * std::numbers::pi) : 0.0);
+    for (int i = 0; i < modes.Count(); ++i) {
+        double const value = modes.Eigenvalues()[i];
+        frequencies.push_back(value > 0.0 ? std::sqrt(value) / (inRadians ? 1.0 : 2.0 * std::numbers::pi) : 0.0);
+    }
     return frequencies;
 }
 
+namespace
+{
+
+std::string Solver(KVOSrvFactorAccount const& factor)
+{
+    return "MUMPS, " + std::to_string((factor.factorEntries + (1 << 17) - 1) >> 17) + " MiB of factor" + (factor.onDisk ? " on disk" : "");
+}
+
+void PrintAccount(KVOSrvModesAccount const& account)
+{
+    KVOSrvFactorAccount const& factor = account.factor;
+    std::printf("\nunknowns %lld, entries of a triangle %lld, ordered by METIS in %.1f s\n", static_cast<long long>(factor.unknowns),
+                static_cast<long long>(factor.entries), factor.orderingSeconds);
+    std::printf("factor of %lld entries, %.3g operations, %.0f MB in memory%s: %d factorizations in %.1f s (MUMPS)\n",
+                static_cast<long long>(factor.factorEntries), factor.flops, static_cast<double>(factor.memory) / 1e6,
+                factor.onDisk ? ", the factor on disk" : "", factor.factorizations, factor.factorSeconds);
+    std::printf(
+        "block Lanczos: %d steps of %d columns, %d restarts, a basis of up to %d columns, %d shifts; %lld columns solved in %.1f s,\n"
+        "the rest of the search %.1f s; %s\n",
+        account.steps, account.block, account.restarts, account.basis, account.shifts, static_cast<long long>(factor.solvedColumns),
+        factor.solveSeconds, account.searchSeconds,
+        account.certified ? "the eigenvalues were counted: none is missing" : "the eigenvalues were not counted");
+}
+
+} // namespace
+
 void PrintTable(ModesReport const& report)
 {
-    SubspaceResult const& result = report.result;
+    KVOSrvModes const& modes = report.modes;
+    KVOSrvModesAccount const& account = modes.Account();
     std::printf("%s, %s: %d unknowns\n", report.stiffness.c_str(), report.mass.c_str(), report.unknowns);
-    std::printf("%d modes in %d iterations of a subspace of %d, %.1f s; shift %.6g; %s\n\n", static_cast<int>(result.lambda.size()),
-                result.iterations, result.subspace, report.seconds, result.shift, result.solver.c_str());
-    std::printf("  mode             lambda          frequency   residual%s\n", report.reference ? "          reference   difference" : "");
-    for (std::size_t i = 0; i < result.lambda.size(); ++i) {
-        std::printf("%6zu %18.11g %18.11g    %.1e", i + 1, result.lambda[i], report.frequencies[i], result.residuals[i]);
+    std::printf("%d modes in %d steps with a basis of %d, %.1f s; shift %.6g; %s\n\n", modes.Count(), account.steps, account.basis,
+                report.seconds, account.shift, Solver(account.factor).c_str());
+    std::printf("  mode             lambda          %s   residual%s\n", report.inRadians ? "    omega" : "frequency",
+                report.reference ? "          reference   difference" : "");
+    for (std::size_t i = 0; i < report.frequencies.size(); ++i) {
+        std::printf("%6zu %18.11g %18.11g    %.1e", i + 1, modes.Eigenvalues()[i], report.frequencies[i], modes.Residuals()[i]);
         if (report.reference && i < report.reference->Count())
             std::printf(" %18.11g      %.1e", (*report.reference)[i], report.reference->Difference(i, report.frequencies[i]));
         std::printf("\n");
     }
-    std::printf("\n%s: 0 stiffness, 1 mass, 2 modes (one a column), 3 eigenvalues; kvomtx db export takes them out\n",
-                report.output.c_str());
+    if (report.showsAccount)
+        PrintAccount(account);
+    std::printf("\n%s: 0 stiffness, 1 mass%s; kvomtx db export takes them out\n", report.output.c_str(),
+                modes.Count() > 0 ? ", 2 modes (one a column), 3 eigenvalues" : "");
     if (!report.picture.empty())
         std::printf("%s: picture of the convergence\n", report.picture.c_str());
 }
 
 void PrintJson(ModesReport const& report)
 {
-    SubspaceResult const& result = report.result;
+    KVOSrvModes const& modes = report.modes;
+    KVOSrvModesAccount const& account = modes.Account();
+    KVOSrvFactorAccount const& factor = account.factor;
     nlohmann::ordered_json object;
     object["stiffness"] = report.stiffness;
     object["mass"] = report.mass;
     object["unknowns"] = report.unknowns;
-    object["eigenvalues"] = result.lambda;
+    object["eigenvalues"] = std::vector<double>(modes.Eigenvalues(), modes.Eigenvalues() + modes.Count());
     object["frequencies"] = report.frequencies;
-    object["residuals"] = result.residuals;
-    object["shift"] = result.shift;
-    object["iterations"] = result.iterations;
-    object["subspace"] = result.subspace;
-    object["solver"] = result.solver;
+    object["residuals"] = std::vector<double>(modes.Residuals(), modes.Residuals() + modes.Count());
+    object["certified"] = account.certified;
+    object["shift"] = account.shift;
+    object["steps"] = account.steps;
+    object["restarts"] = account.restarts;
+    object["block"] = account.block;
+    object["basis"] = account.basis;
+    object["shifts"] = account.shifts;
+    object["solver"] = Solver(factor);
+    object["factor"] = {{"ordering", "METIS"},
+                        {"entries", factor.factorEntries},
+                        {"operations", factor.flops},
+                        {"memory", factor.memory},
+                        {"on_disk", factor.onDisk},
+                        {"factorizations", factor.factorizations},
+                        {"solved_columns", factor.solvedColumns}};
     object["seconds"] = report.seconds;
+    object["seconds_of"] = {{"ordering", factor.orderingSeconds},
+                            {"factoring", factor.factorSeconds},
+                            {"solving", factor.solveSeconds},
+                            {"search", account.searchSeconds}};
     object["output"] = report.output;
     if (!report.picture.empty())
         object["picture"] = report.picture;

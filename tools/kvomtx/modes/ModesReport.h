@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-struct SubspaceResult;
+class KVOSrvModes;
 
 /// Frequencies to compare with, lowest first.
 class ReferenceFrequencies
@@ -38,12 +38,14 @@ struct ModesReport {
     std::string picture; ///< empty: none
     int unknowns = 0;
     double seconds = 0.0;
-    SubspaceResult const& result;
-    std::vector<double> frequencies; ///< sqrt(lambda) / (2 pi); 0 where lambda is not positive: a rigid body mode
+    KVOSrvModes const& modes;
+    std::vector<double> frequencies; ///< sqrt(lambda) / (2 pi), or sqrt(lambda); 0 where lambda is not positive: a rigid body mode
+    bool inRadians = false;          ///< the frequencies are circular, in radians
+    bool showsAccount = false;       ///< the table ends with what was done
     std::optional<ReferenceFrequencies> reference;
 };
 
-std::vector<double> FrequenciesOf(std::vector<double> const& lambda);
+std::vector<double> FrequenciesOf(KVOSrvModes const& modes, bool inRadians);
 
 void PrintTable(ModesReport const& report);
 void PrintJson(ModesReport const& report);

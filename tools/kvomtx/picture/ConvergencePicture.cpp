@@ -1,7 +1,6 @@
 #include "ConvergencePicture.h"
 
 #include "Canvas.h"
-#include "SubspaceIteration.h"
 
 #include <algorithm>
 #include <cmath>
@@ -13,21 +12,21 @@ namespace
 
 constexpr int kWidth = 960, kHeight = 640;
 constexpr int kLeft = 110, kRight = 40, kTop = 60, kBottom = 80;
-constexpr double kLowest = -16.0; // rounding of the eigenvalues; smaller changes, and none at all, are drawn there
+constexpr double kLowest = -16.0; // smaller residuals, and none at all, are drawn there
 constexpr double kHighest = 0.0;
 constexpr Colour kInk{40, 40, 40};
 constexpr Colour kGrid{225, 225, 225};
 
 struct Axes {
-    int iterations;
+    int steps;
 
-    double X(double iteration) const { return kLeft + (iteration - 1.0) / std::max(1, iterations - 1) * (kWidth - kLeft - kRight); }
+    double X(double step) const { return kLeft + (step - 1.0) / std::max(1, steps - 1) * (kWidth - kLeft - kRight); }
     double Y(double exponent) const { return kTop + (kHighest - exponent) / (kHighest - kLowest) * (kHeight - kTop - kBottom); }
 };
 
-double Exponent(double change)
+double Exponent(double residual)
 {
-    return change > 0.0 ? std::clamp(std::log10(change), kLowest, kHighest) : kLowest;
+    return residual > 0.0 ? std::clamp(std::log10(residual), kLowest, kHighest) : kLowest;
 }
 
 // From blue for the lowest mode to red for the highest.
@@ -47,37 +46,38 @@ void DrawAxes(Canvas& canvas, Axes const& axes)
         std::string const label = exponent == 0 ? "1" : "1E" + std::to_string(exponent);
         canvas.Text(left - 10 - Canvas::TextWidth(label), y - 7, label, kInk);
     }
-    int const step = std::max(1, (axes.iterations + 9) / 10);
-    for (int iteration = 1; iteration <= axes.iterations; iteration += step) {
-        int const x = static_cast<int>(axes.X(iteration));
+    int const step = std::max(1, (axes.steps + 9) / 10);
+    for (int number = 1; number <= axes.steps; number += step) {
+        int const x = static_cast<int>(axes.X(number));
         canvas.Fill(x, kTop, 1, kHeight - kTop - kBottom, kGrid);
-        std::string const label = std::to_string(iteration);
+        std::string const label = std::to_string(number);
         canvas.Text(x - Canvas::TextWidth(label) / 2, kHeight - kBottom + 10, label, kInk);
     }
     canvas.Fill(left, kTop, 1, kHeight - kTop - kBottom, kInk);
     canvas.Fill(left, kHeight - kBottom, right - left, 1, kInk);
-    std::string const name = "ITERATION";
+    std::string const name = "STEP";
     canvas.Text((left + right - Canvas::TextWidth(name)) / 2, kHeight - 35, name, kInk);
 }
 
 } // namespace
 
-void DrawConvergence(SubspaceResult const& result, OutputFile const& file)
+void DrawConvergence(ConvergenceHistory const& history, OutputFile const& file)
 {
-    std::size_t const modes = result.lambda.size();
+    std::size_t modes = 0;
+    for (auto const& step : history)
+        modes = std::max(modes, step.size());
     Canvas canvas(kWidth, kHeight);
-    Axes const axes{static_cast<int>(result.history.size())};
+    Axes const axes{static_cast<int>(history.size())};
     DrawAxes(canvas, axes);
-    canvas.Text(kLeft, 20, "RELATIVE CHANGE OF " + std::to_string(modes) + " EIGENVALUES, LOWEST BLUE, HIGHEST RED", kInk);
+    canvas.Text(kLeft, 20, "RESIDUALS OF " + std::to_string(modes) + " MODES, NEAREST BLUE, FARTHEST RED", kInk);
     for (std::size_t mode = 0; mode < modes; ++mode)
-        for (std::size_t k = 1; k < result.history.size(); ++k) {
-            double const before = result.history[k - 1][mode], after = result.history[k][mode];
-            if (!std::isfinite(before) || !std::isfinite(after)) // there is no change before the second iteration
+        for (std::size_t k = 1; k < history.size(); ++k) {
+            if (mode >= history[k - 1].size() || mode >= history[k].size())
                 continue;
-            auto const iteration = static_cast<double>(k);
+            auto const step = static_cast<double>(k);
             for (double thickness : {0.0, 1.0})
-                canvas.Line(axes.X(iteration), axes.Y(Exponent(before)) + thickness, axes.X(iteration + 1.0),
-                            axes.Y(Exponent(after)) + thickness, ColourOf(mode, modes));
+                canvas.Line(axes.X(step), axes.Y(Exponent(history[k - 1][mode])) + thickness, axes.X(step + 1.0),
+                            axes.Y(Exponent(history[k][mode])) + thickness, ColourOf(mode, modes));
         }
     canvas.WritePng(file);
 }

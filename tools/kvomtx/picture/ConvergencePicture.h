@@ -1,8 +1,12 @@
 #pragma once
 
-class OutputFile;
-struct SubspaceResult;
+#include <vector>
 
-/// Draws the relative change of every eigenvalue over the iterations, logarithmic, as a PNG file under its temporary name.
+class OutputFile;
+
+/// Of every step of a search: the residuals of the wanted modes that are known by then.
+using ConvergenceHistory = std::vector<std::vector<double>>;
+
+/// Draws the residual of every mode over the steps, logarithmic, as a PNG file under its temporary name.
 /// @throws ToolError kUnwritable
-void DrawConvergence(SubspaceResult const& result, OutputFile const& file);
+void DrawConvergence(ConvergenceHistory const& history, OutputFile const& file);
