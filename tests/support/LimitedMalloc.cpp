@@ -27,7 +27,6 @@ std::size_t s_peakCount = 0;
 bool s_recording = false;
 // What was released in pieces below s_large is not given again: Live() and what is free stay below the limit, and so does what is free.
 std::size_t s_large = 0, s_mostFree = 0;
-std::vector<std::size_t>* s_result = nullptr;
 
 bool MayGrow(std::size_t bytes, void const* asker) noexcept
 {
@@ -86,25 +85,24 @@ std::size_t LimitedMalloc::Refused() noexcept
 
 std::size_t LimitedMalloc::RefusedTo(char const* library)
 {
-    auto const isIt = [&](void const* asker) {
+    std::size_t count = 0;
+    for (std::size_t k = 0; k < std::min(s_refused, s_askers.size()); ++k) {
         Dl_info info;
-        return dladdr(asker, &info) != 0 && std::strstr(info.dli_fname, library) != nullptr;
-    };
-    auto const count = static_cast<std::ptrdiff_t>(std::min(s_refused, s_askers.size()));
-    return static_cast<std::size_t>(std::count_if(s_askers.begin(), s_askers.begin() + count, isIt));
+        count += dladdr(s_askers[k], &info) != 0 && std::strstr(info.dli_fname, library) != nullptr;
+    }
+    return count;
 }
 
-void LimitedMalloc::BeginPeaks(std::vector<std::size_t>& peaks)
+void LimitedMalloc::BeginPeaks() noexcept
 {
-    s_result = &peaks;
     s_peakCount = s_highest = 0;
     s_recording = true;
 }
 
-void LimitedMalloc::EndPeaks() noexcept
+std::vector<std::size_t> LimitedMalloc::EndPeaks()
 {
     s_recording = false;
-    s_result->assign(s_peaks.begin(), s_peaks.begin() + static_cast<std::ptrdiff_t>(s_peakCount));
+    return {s_peaks.begin(), s_peaks.begin() + static_cast<std::ptrdiff_t>(s_peakCount)};
 }
 
 extern "C" {
@@ -137,7 +135,7 @@ void* memalign(std::size_t alignment, std::size_t bytes)
 
 void* aligned_alloc(std::size_t alignment, std::size_t bytes)
 {
-    return MayGrow(bytes, __builtin_return_address(0)) ? Counted(__libc_memalign(alignment, bytes)) : nullptr;
+    return memalign(alignment, bytes);
 }
 
 int posix_memalign(void** memory, std::size_t alignment, std::size_t bytes)

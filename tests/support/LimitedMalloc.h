@@ -18,21 +18,9 @@ void Allow(std::size_t live, bool givenAgain = true) noexcept;
 std::size_t Refused() noexcept;
 std::size_t RefusedTo(char const* library);
 
-/// What Live() would have to be allowed to be for each allocation of `run` that needed more than those before it, ascending.
-template<class Run>
-std::vector<std::size_t> Peaks(Run const& run);
-
-void BeginPeaks(std::vector<std::size_t>& peaks);
-void EndPeaks() noexcept;
-
-template<class Run>
-std::vector<std::size_t> Peaks(Run const& run)
-{
-    std::vector<std::size_t> peaks;
-    BeginPeaks(peaks);
-    run();
-    EndPeaks();
-    return peaks;
-}
+/// From here on, what Live() would have to be allowed to be for each allocation that needs more than those before it, ascending.
+void BeginPeaks() noexcept;
+/// Those since then.
+std::vector<std::size_t> EndPeaks();
 
 } // namespace LimitedMalloc

@@ -15,7 +15,9 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <numeric>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <unistd.h>
@@ -87,12 +89,16 @@ inline KVOSimTransfer NewDrawer(KVOSimDistribution const& distribution, std::vec
     return transfer;
 }
 
+inline KVOSimGrid GridOf(std::vector<KVOSimCollectionID> const& collections)
+{
+    return KVOSimGrid(KVOSimArray<KVOSimCollectionID>(collections));
+}
+
 /// A distribution without a drawer over `collections`.
 inline KVOSimDistributionID MakeDistribution(KVOSimContextID const& context, std::vector<KVOSimCollectionID> const& collections,
                                              int typeKey = KVOSimDouble)
 {
-    return KVOSimContext(context).CreateDistribution(KVOSimGrid(KVOSimArray<KVOSimCollectionID>(collections)), KVOSimRangeType(typeKey),
-                                                     -1);
+    return KVOSimContext(context).CreateDistribution(GridOf(collections), KVOSimRangeType(typeKey), -1);
 }
 
 /// A distribution of doubles over the collections of `sets`, with one dense drawer of zeros.
@@ -110,41 +116,62 @@ inline KVOSimDistributionID MakeMatrix(KVOSimContextID const& context, std::vect
     return id;
 }
 
-inline KVOSimDrawer Describe(KVOSimDistributionID const& id, int drawer = 0)
+inline KVOSimArray<KVOSimDrawer> DrawersOf(KVOSimDistributionID const& id)
 {
     KVOSimArray<KVOSimDrawer> drawers;
     KVOSimDistribution(id).QueryDrawers(drawers);
-    return drawers[drawer];
+    return drawers;
+}
+inline KVOSimDrawer Describe(KVOSimDistributionID const& id)
+{
+    return DrawersOf(id)[0];
 }
 
 /// A transfer over all of drawer 0.
 inline KVOSimTransfer WholeView(KVOSimDistributionID const& id)
 {
-    KVOSimDistribution const distribution(id);
-    KVOSimTransfer transfer(distribution);
+    KVOSimTransfer transfer{KVOSimDistribution(id)};
     transfer.SetRead();
     transfer.SetWrite();
     KVOSimDrawer const drawer = Describe(id);
-    for (int d = 0; d < distribution.NumDimensions(); ++d)
+    transfer.SetSerialization(drawer.serialization);
+    for (int d = 0; d < drawer.csets.Size(); ++d)
         transfer.SetDim(d, drawer.csets[d]);
-    transfer.CheckView();
     return transfer;
+}
+/// A transfer over ordinals of drawer 0: of the first and the last, for each dimension.
+inline KVOSimTransfer Window(KVOSimDistributionID const& id, std::vector<std::pair<int, int>> const& ranges)
+{
+    KVOSimTransfer transfer = WholeView(id);
+    for (int d = 0; d < static_cast<int>(ranges.size()); ++d)
+        transfer.SetDimOrdinalRange(d, Describe(id).csets[d].CollectionID(), ranges[static_cast<std::size_t>(d)].first,
+                                    ranges[static_cast<std::size_t>(d)].second);
+    return transfer;
+}
+
+/// Reads into all of `values`, or writes them.
+template<class T>
+void Read(KVOSimTransfer transfer, std::vector<T>& values)
+{
+    transfer.SetBuffer(0, values.data(), values.size() * sizeof(T));
+    transfer.ExecRead();
+}
+template<class T>
+void Write(KVOSimTransfer transfer, std::vector<T> const& values)
+{
+    transfer.SetBuffer(0, values.data(), values.size() * sizeof(T));
+    transfer.ExecWrite();
 }
 
 inline std::vector<double> ReadAll(KVOSimDistributionID const& id)
 {
     std::vector<double> values(static_cast<std::size_t>(KVOSimDistribution(id).DataSizeItems(0, 0)), -99.0);
-    KVOSimTransfer transfer = WholeView(id);
-    transfer.SetBuffer(0, values.data(), values.size() * sizeof(double));
-    transfer.ExecRead();
+    Read(WholeView(id), values);
     return values;
 }
-
 inline void WriteAll(KVOSimDistributionID const& id, std::vector<double> const& values)
 {
-    KVOSimTransfer transfer = WholeView(id);
-    transfer.SetBuffer(0, values.data(), values.size() * sizeof(double));
-    transfer.ExecWrite();
+    Write(WholeView(id), values);
 }
 
 /// Adds members to a dimension of drawer 0.
@@ -206,8 +233,7 @@ struct Rows {
 inline std::vector<double> Ramp(std::size_t count, double first = 1.0)
 {
     std::vector<double> values(count);
-    for (std::size_t i = 0; i < count; ++i)
-        values[i] = first + static_cast<double>(i);
+    std::iota(values.begin(), values.end(), first);
     return values;
 }
 

@@ -10,33 +10,32 @@ using Catalogue = DatabaseTest;
 
 TEST_F(Catalogue, SurvivesReopening)
 {
-    KVOSimContextID context = Create(), second = database.CreateContext();
+    KVOSimContextID const context = Create();
+    KVOSimContextID second = database.CreateContext();
     KVOSimCollectionID const rows = KVOSimContext(context).CreateCollection(4, 7);
     KVOSimCollectionID const columns = KVOSimContext(context).CreateCollection(3), there = KVOSimContext(second).CreateCollection(5);
     KVOSimCSetID const rowSet = MakeSet(rows, {30, 10, 20, 1000000}), other = MakeSet(there, {1});
-    int const matrix = MakeMatrix(context, {Biggest(columns), rowSet}, {2, 3}).Index();
-    WriteAll(KVOSimDistributionID(context, matrix), Ramp(12));
+    KVOSimDistributionID const matrix = MakeMatrix(context, {Biggest(columns), rowSet}, {2, 3});
+    WriteAll(matrix, Ramp(12));
 
     for (bool const readOnly : {false, true, false}) {
         SCOPED_TRACE(readOnly);
         Reopen(readOnly);
-        context = database.ContextID();
-        KVOSimDistributionID const id(context, matrix);
-        KVOSimDrawer const drawer = Describe(id);
+        KVOSimDrawer const drawer = Describe(Again(matrix));
 
         EXPECT_EQ(drawer.id, 0);
         EXPECT_EQ(drawer.kind, KVOSimDenseDrawer);
         EXPECT_EQ(drawer.typeKey, KVOSimDouble);
         EXPECT_THAT(ToVector(drawer.dimensionSizes), ElementsAre(3, 4));
         EXPECT_THAT(ToVector(drawer.chunkSizes), ElementsAre(2, 3));
-        EXPECT_EQ(drawer.csets[0], KVOSimCSetID(KVOSimCollectionID(context, columns.Index()), 0));
-        EXPECT_EQ(drawer.csets[1], KVOSimCSetID(KVOSimCollectionID(context, rows.Index()), rowSet.Index()));
+        EXPECT_EQ(drawer.csets[0], KVOSimCSetID(Again(columns), 0));
+        EXPECT_EQ(drawer.csets[1], KVOSimCSetID(Again(rows), rowSet.Index()));
         EXPECT_THAT(NumbersOf(drawer.csets[1]), ElementsAre(30, 10, 20, 1000000));
         EXPECT_EQ(KVOSimCollection(drawer.csets[1].CollectionID()).NumberOfMembers(), 4);
-        EXPECT_EQ(ReadAll(id), Ramp(12));
-        EXPECT_EQ(KVOSimContext(context).QueryDistributions().Size(), 1);
+        EXPECT_EQ(ReadAll(Again(matrix)), Ramp(12));
+        EXPECT_EQ(KVOSimContext(database.ContextID()).QueryDistributions().Size(), 1);
         ASSERT_EQ(database.QueryContexts().Size(), 2);
-        EXPECT_EQ(database.QueryContexts()[0], context);
+        EXPECT_EQ(database.QueryContexts()[0], database.ContextID());
         second = database.QueryContexts()[1];
         EXPECT_THAT(NumbersOf(Biggest(KVOSimCollectionID(second, there.Index()))), ElementsAre(0, 1, 2, 3, 4));
         EXPECT_THAT(NumbersOf(KVOSimCSetID(KVOSimCollectionID(second, there.Index()), other.Index())), ElementsAre(1));
@@ -111,9 +110,7 @@ TEST_F(Catalogue, DropsTemporaryObjectsAtTheEndUnlessAStoredDrawerUsesThem)
     EXPECT_LE(unusedSet.Index(), -2);
     KVOSimDistributionID const stored = MakeMatrix(context, {Biggest(columns), usedSet});
 
-    KVOSimArray<KVOSimCollectionID> grid;
-    grid.Append(rows);
-    KVOSimDistributionID const temporary = KVOSimContext(context).CreateTempDistribution(KVOSimGrid(grid), KVOSimRangeType(KVOSimDouble),
+    KVOSimDistributionID const temporary = KVOSimContext(context).CreateTempDistribution(GridOf({rows}), KVOSimRangeType(KVOSimDouble),
                                                                                          KVOSimContext(context).Schema().TypeID(12));
     EXPECT_EQ(KVOSimDistribution(temporary).Type(), 12);
     NewDrawer(KVOSimDistribution(temporary), {unusedSet}, {}).InitializePersistentDrawer();
@@ -124,11 +121,10 @@ TEST_F(Catalogue, DropsTemporaryObjectsAtTheEndUnlessAStoredDrawerUsesThem)
 
     Reopen();
 
-    KVOSimContextID const again = database.ContextID();
-    EXPECT_EQ(KVOSimContext(again).QueryDistributions().Size(), 1);
-    EXPECT_THAT(NumbersOf(Describe(KVOSimDistributionID(again, stored.Index())).csets[1]), ElementsAre(8, 1, 3));
-    ExpectFailure("no set", [&] { KVOSimCSet(KVOSimCSetID(KVOSimCollectionID(again, rows.Index()), unusedSet.Index())); });
-    ExpectFailure("no distribution", [&] { KVOSimDistribution(KVOSimDistributionID(again, temporary.Index())); });
+    EXPECT_EQ(KVOSimContext(database.ContextID()).QueryDistributions().Size(), 1);
+    EXPECT_THAT(NumbersOf(Describe(Again(stored)).csets[1]), ElementsAre(8, 1, 3));
+    ExpectFailure("no set", [&] { KVOSimCSet(KVOSimCSetID(Again(rows), unusedSet.Index())); });
+    ExpectFailure("no distribution", [&] { KVOSimDistribution{Again(temporary)}; });
 }
 
 TEST_F(Catalogue, RefusesWhatCannotBeAndKeepsTheRest)
@@ -139,11 +135,10 @@ TEST_F(Catalogue, RefusesWhatCannotBeAndKeepsTheRest)
     KVOSimContext context(id);
     KVOSimCollectionID const collection = context.CreateCollection(3), other = context.CreateCollection(3);
     KVOSimCSetID const set = MakeSet(other, {0, 1, 2});
-    KVOSimArray<KVOSimCollectionID> grid;
-    grid.Append(collection);
+    KVOSimGrid const grid = GridOf({collection});
     KVOSimPosition position(context);
-    KVOSimDistributionID const typed = position.CreateTypedDistribution(4, KVOSimGrid(grid), KVOSimRangeType(KVOSimInt32));
-    KVOSimDistributionID const plain = position.CreateDistribution(KVOSimGrid(grid), KVOSimRangeType(KVOSimFloat));
+    KVOSimDistributionID const typed = position.CreateTypedDistribution(4, grid, KVOSimRangeType(KVOSimInt32));
+    KVOSimDistributionID const plain = position.CreateDistribution(grid, KVOSimRangeType(KVOSimFloat));
 
     ExpectFailure("the identifier is null", [] { KVOSimContext{KVOSimContextID()}; });
     ExpectFailure("null", [] { KVOSimCollection{KVOSimCollectionID()}; });
@@ -158,10 +153,10 @@ TEST_F(Catalogue, RefusesWhatCannotBeAndKeepsTheRest)
     ExpectFailure(path + ": there is no distribution 9", [&] { KVOSimDistribution(KVOSimDistributionID(id, 9)); });
     ExpectFailure("other.sim", [&] { KVOSimDistribution(KVOSimDistributionID(foreign, typed.Index())); });
     ExpectFailure("another context or database", [&] { MakeMatrix(foreign, {Biggest(collection)}); });
-    ExpectFailure("negative", [&] { position.CreateTypedDistribution(-1, KVOSimGrid(grid), KVOSimRangeType(3)); });
+    ExpectFailure("negative", [&] { position.CreateTypedDistribution(-1, grid, KVOSimRangeType(3)); });
     ExpectFailure("range type 0", [&] { MakeDistribution(id, {collection}, 0); });
     ExpectFailure("range type 9", [&] { MakeDistribution(id, {collection}, 9); });
-    ExpectFailure("mask", [&] { context.CreateDistribution(KVOSimGrid(grid), KVOSimRangeType(3), 0); });
+    ExpectFailure("mask", [&] { context.CreateDistribution(grid, KVOSimRangeType(3), 0); });
     ExpectFailure("0 dimensions", [&] { MakeDistribution(id, {}); });
     ExpectFailure("-1 members", [&] { context.CreateCollection(-1); });
     ExpectFailure("negative", [&] { MakeSet(collection, {3, -1}); });
@@ -169,24 +164,20 @@ TEST_F(Catalogue, RefusesWhatCannotBeAndKeepsTheRest)
     ExpectFailure("negative", [&] { KVOSimCollection(collection).CreateOrderedCSet(nullptr, -1); });
 
     Reopen();
-    KVOSimContextID const again = database.ContextID();
-    EXPECT_EQ(KVOSimContext(again).QueryDistributions().Size(), 2);
-    EXPECT_EQ(KVOSimDistribution(KVOSimDistributionID(again, typed.Index())).Type(), 4);
-    EXPECT_EQ(KVOSimDistribution(KVOSimDistributionID(again, plain.Index())).Type(), -1);
+    EXPECT_EQ(KVOSimContext(database.ContextID()).QueryDistributions().Size(), 2);
+    EXPECT_EQ(KVOSimDistribution(Again(typed)).Type(), 4);
+    EXPECT_EQ(KVOSimDistribution(Again(plain)).Type(), -1);
 }
 
 TEST_F(Catalogue, RefusesEveryChangeOfAReadOnlyDatabase)
 {
     KVOSimContextID id = Create();
-    KVOSimCollectionID collection = KVOSimContext(id).CreateCollection(3);
-    int const matrix = MakeMatrix(id, {Biggest(collection)}).Index();
+    MakeMatrix(id, {Biggest(KVOSimContext(id).CreateCollection(3))});
     Reopen(true);
     id = database.ContextID();
     KVOSimContext context(id);
-    collection = KVOSimCollectionID(id, 0);
-    KVOSimDistributionID const stored(id, matrix);
-    KVOSimArray<KVOSimCollectionID> grid;
-    grid.Append(collection);
+    KVOSimCollectionID const collection(id, 0);
+    KVOSimDistributionID const stored(id, 0);
     KVOSimTransaction transaction(context);
     KVOSimTransfer extension(KVOSimDistribution{stored});
     extension.SetWrite();
@@ -197,7 +188,7 @@ TEST_F(Catalogue, RefusesEveryChangeOfAReadOnlyDatabase)
                                            [&] { context.CreateCollection(3); },
                                            [&] { MakeSet(collection, {1}); },
                                            [&] { MakeDistribution(id, {collection}); },
-                                           [&] { context.CreateTempDistribution(KVOSimGrid(grid), KVOSimRangeType(3), -1); },
+                                           [&] { context.CreateTempDistribution(GridOf({collection}), KVOSimRangeType(3), -1); },
                                            [&] { NewDrawer(KVOSimDistribution(stored), {Biggest(collection)}, {}).CheckView(); },
                                            [&] { WriteAll(stored, Ramp(3)); },
                                            [&] { extension.CheckView(); },
@@ -231,10 +222,10 @@ TEST_F(Catalogue, SharesAQuarterOfTheMemoryAmongCaches)
     distributions[0].ResetCacheSize();
     EXPECT_EQ(distributions[0].CacheSize(), usual);
     distributions.erase(distributions.begin() + 1); // its last object: the grant comes back
-    distributions[1].SetCacheSize(endless);
-    distributions[2].SetCacheSize(endless);
-    EXPECT_EQ(distributions[1].CacheSize(), most);
-    EXPECT_EQ(distributions[2].CacheSize(), most);
+    for (std::size_t const i : {1, 2}) {
+        distributions[i].SetCacheSize(endless);
+        EXPECT_EQ(distributions[i].CacheSize(), most);
+    }
 }
 
 TEST_F(Catalogue, OpensOneFileAtATimeAndOnlyDatabases)

@@ -13,25 +13,12 @@ class Sparse : public DatabaseTest
 protected:
     KVOSimDistributionID Store(Rows const& matrix) const { return matrix.Store(context, sets[0], sets[1]); }
 
-    static KVOSimTransfer WholeTransfer(KVOSimDistributionID const& id, KVOSimSerializationType const& type)
-    {
-        KVOSimTransfer transfer{KVOSimDistribution(id)};
-        transfer.SetRead();
-        transfer.SetWrite();
-        transfer.SetBufferPadding(0);
-        transfer.SetSerialization(type);
-        transfer.SetDim(0, Describe(id).csets[0]);
-        transfer.SetDim(1, Describe(id).csets[1]);
-        return transfer;
-    }
     static Rows Load(KVOSimDistributionID const& id)
     {
-        KVOSimSerializationType const type = Describe(id).serialization;
         auto const count = [&](int slot) { return static_cast<std::size_t>(KVOSimDistribution(id).DataSizeItems(0, slot)); };
         Rows matrix{std::vector<double>(count(0)), std::vector<int>(count(1)), std::vector<int>(count(2)),
-                    std::vector<double>(type.Code() == KVOSimSparseSymDrawer ? count(3) : 0)};
-        KVOSimTransfer transfer = WholeTransfer(id, type);
-        transfer.CheckView();
+                    std::vector<double>(Describe(id).kind == KVOSimSparseSymDrawer ? count(3) : 0)};
+        KVOSimTransfer transfer = WholeView(id);
         Rows::SetBuffers(transfer, matrix);
         transfer.ExecRead();
         return matrix;
@@ -58,7 +45,7 @@ TEST_F(Sparse, ComesBackAsItWasStoredOrOverwritten)
         Store(kSymmetric); // and never commits
     }
     matrices[0].values = {7, 8, 9};
-    KVOSimTransfer transfer = WholeTransfer(ids[0], kMatrix.Type());
+    KVOSimTransfer transfer = WholeView(ids[0]);
     Rows::SetBuffers(transfer, matrices[0]);
     transfer.ExecWrite();
     Reopen(true);
@@ -93,14 +80,13 @@ TEST_F(Sparse, RefusesWrongSizesAndIndices)
     chunked.SetSerialization(kMatrix.Type());
     ExpectFailure("no chunks", [&] { chunked.CheckView(); });
     ExpectFailure("when its values are written", [&] { early.InitializePersistentDrawer(); });
-    KVOSimArray<KVOSimDrawer> drawers;
-    KVOSimDistribution(id).QueryDrawers(drawers);
-    EXPECT_TRUE(drawers.IsEmpty());
+    EXPECT_TRUE(DrawersOf(id).IsEmpty());
 
     KVOSimDistributionID const stored = Store(kSymmetric);
-    KVOSimTransfer part = WholeTransfer(stored, kSymmetric.Type());
+    KVOSimTransfer part = WholeView(stored);
     part.SetDimOrdinalRange(0, rows, 0, 1);
     ExpectFailure("transferred whole", [&] { part.CheckView(); });
-    ExpectFailure("kind 4, the transfer's serialization of kind 3", [&] { WholeTransfer(stored, kMatrix.Type()).CheckView(); });
+    part.SetSerialization(kMatrix.Type());
+    ExpectFailure("kind 4, the transfer's serialization of kind 3", [&] { part.CheckView(); });
     ExpectFailure("no slot 4", [&] { KVOSimDistribution(stored).DataSizeItems(0, 4); });
 }

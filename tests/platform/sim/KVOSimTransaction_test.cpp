@@ -45,37 +45,13 @@ protected:
 
 } // namespace
 
-TEST_F(Transaction, LeavesNothingBehindUnlessCommitted)
-{
-    KVOSimCollectionID collection;
-    KVOSimCSetID set;
-    KVOSimDistributionID made;
-    KVOSimDistribution kept;
-    {
-        KVOSimTransaction transaction(*context);
-        collection = context->CreateCollection(4);
-        set = MakeSet(collection, {3, 1});
-        made = MakeMatrix(contextID, {set, Biggest(rows)});
-        WriteAll(made, Ramp(6));
-        kept = KVOSimDistribution(made);
-    }
-
-    ExpectFailure("no collection", [&] { KVOSimCollection{collection}; });
-    ExpectFailure("no collection", [&] { KVOSimCSet{set}; });
-    ExpectFailure("no distribution", [&] { KVOSimDistribution{made}; });
-    ExpectFailure("did not commit", [&] { kept.NumDimensions(); });
-    EXPECT_EQ(Count(), 1);
-    ReopenAll();
-    EXPECT_EQ(Count(), 1);
-    EXPECT_EQ(ReadAll(matrix), Ramp(6));
-    ExpectFailure("no collection", [&] { KVOSimCollection(KVOSimCollectionID(contextID, collection.Index())); });
-}
-
 // What is made behind a commit, or beside every transaction, is kept; but no index is given twice.
 TEST_F(Transaction, EndsWhenItIsCommittedAndOnlyThenKeepsItsObjects)
 {
     KVOSimDistributionID const outside = MakeMatrix(contextID, {Biggest(rows)});
     KVOSimDistributionID first, second, dropped;
+    KVOSimCSetID droppedSet;
+    KVOSimDistribution held;
     {
         KVOSimTransaction transaction(*context);
         first = MakeMatrix(contextID, {Biggest(rows)});
@@ -87,8 +63,15 @@ TEST_F(Transaction, EndsWhenItIsCommittedAndOnlyThenKeepsItsObjects)
     }
     {
         KVOSimTransaction transaction(*context);
-        dropped = MakeMatrix(contextID, {Biggest(rows)});
+        droppedSet = MakeSet(context->CreateCollection(4), {3, 1});
+        dropped = MakeMatrix(contextID, {droppedSet, Biggest(rows)});
+        WriteAll(dropped, Ramp(6));
+        held = KVOSimDistribution(dropped);
     }
+    ExpectFailure("no collection", [&] { KVOSimCollection{droppedSet.CollectionID()}; });
+    ExpectFailure("no collection", [&] { KVOSimCSet{droppedSet}; });
+    ExpectFailure("no distribution", [&] { KVOSimDistribution{dropped}; });
+    ExpectFailure("did not commit", [&] { held.NumDimensions(); });
     EXPECT_EQ(Count(), 4);
     KVOSimTransaction open(*context);
     KVOSimDistributionID const inside = MakeMatrix(contextID, {Biggest(rows)});
@@ -101,6 +84,7 @@ TEST_F(Transaction, EndsWhenItIsCommittedAndOnlyThenKeepsItsObjects)
         EXPECT_EQ(KVOSimDistribution(Again(id)).NumDimensions(), 1);
     EXPECT_EQ(ReadAll(Again(second)), Ramp(2));
     ExpectFailure("no distribution", [&] { KVOSimDistribution{Again(inside)}; });
+    ExpectFailure("no collection", [&] { KVOSimCollection{Again(droppedSet.CollectionID())}; });
 }
 
 TEST_F(Transaction, NestsAndOverlaps)

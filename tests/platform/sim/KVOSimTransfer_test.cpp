@@ -3,6 +3,7 @@
 #include <cstring>
 #include <limits>
 #include <random>
+#include <tuple>
 
 using namespace SimClient;
 using testing::ElementsAre;
@@ -24,21 +25,7 @@ protected:
         WriteAll(matrix, Ramp(20));
     }
 
-    static KVOSimTransfer Ready(KVOSimDistributionID const& id)
-    {
-        KVOSimTransfer transfer{KVOSimDistribution(id)};
-        transfer.SetRead();
-        transfer.SetWrite();
-        transfer.SetBufferPadding(0);
-        return transfer;
-    }
-    KVOSimTransfer Window(KVOSimDistributionID const& id, int c0, int c1, int r0, int r1) const
-    {
-        KVOSimTransfer transfer = Ready(id);
-        transfer.SetDimOrdinalRange(0, columns, c0, c1);
-        transfer.SetDimOrdinalRange(1, rows, r0, r1);
-        return transfer;
-    }
+    KVOSimTransfer Whole() const { return Window(matrix, {{0, 4}, {0, 3}}); }
 
     KVOSimContextID context;
     KVOSimCollectionID columns, rows;
@@ -51,20 +38,12 @@ protected:
 
 TEST_F(Transfer, MovesWindowsPackedAndLeavesTheRestOfTheBuffer)
 {
-    KVOSimTransfer const base = Ready(matrix);
-    KVOSimTransfer transfer(base), other(base);
-    transfer.SetDimOrdinalRange(0, columns, 1, 2);
-    transfer.SetDimOrdinalRange(1, rows, 2, 3);
-    ExpectFailure("not set", [&] { other.CheckView(); });
-    transfer.CheckView();
+    KVOSimTransfer transfer = Window(matrix, {{1, 2}, {2, 3}});
     transfer.AnnounceRead();
-    transfer.SetBuffer(0, values.data(), bytes);
-    transfer.ExecRead();
+    Read(transfer, values);
     EXPECT_EQ(std::vector<double>(values.begin(), values.begin() + 5), (std::vector<double>{7, 8, 11, 12, -7}));
 
-    std::vector<double> const written{-1, -2, -3, -4};
-    transfer.SetBuffer(0, written.data(), 4 * sizeof(double));
-    transfer.ExecWrite();
+    Write(transfer, std::vector<double>{-1, -2, -3, -4});
     EXPECT_EQ(ReadAll(matrix), (std::vector<double>{1, 2, 3, 4, 5, 6, -1, -2, 9, 10, -3, -4, 13, 14, 15, 16, 17, 18, 19, 20}));
 }
 
@@ -74,7 +53,7 @@ TEST_F(Transfer, RefusesWhatCannotBeDoneAndChangesNothing)
     KVOSimCollectionID const other = KVOSimContext(context).CreateCollection(5);
     auto const expectRefused = [&](char const* text, auto const& prepare) {
         ExpectFailure(text, [&] {
-            KVOSimTransfer transfer = Window(matrix, 0, 4, 0, 3);
+            KVOSimTransfer transfer = Whole();
             prepare(transfer);
             transfer.CheckView();
             transfer.ExecWrite();
@@ -107,11 +86,10 @@ TEST_F(Transfer, RefusesWhatCannotBeDoneAndChangesNothing)
     expectRefused("not told to make", [&](auto& t) { t.InitializePersistentDrawer(); });
     expectRefused("no new members", [&](auto& t) { t.InitializeExtension(); });
 
-    KVOSimTransfer incomplete = Ready(matrix);
-    incomplete.SetDimOrdinalRange(0, columns, 0, 4);
-    ExpectFailure("dimension 1 of the view is not set", [&] { incomplete.CheckView(); });
-    KVOSimTransfer readOnly{KVOSimDistribution(matrix)}, constant = Window(matrix, 0, 4, 0, 3);
+    KVOSimTransfer readOnly{KVOSimDistribution(matrix)}, constant = Whole();
     readOnly.SetRead();
+    readOnly.SetDimOrdinalRange(0, columns, 0, 4);
+    ExpectFailure("dimension 1 of the view is not set", [&] { readOnly.CheckView(); });
     ExpectFailure("not set up for writing", [&] { readOnly.ExecWrite(); });
     constant.SetBuffer(0, static_cast<void const*>(data), bytes);
     ExpectFailure("for writing only", [&] { constant.ExecRead(); });
@@ -122,12 +100,13 @@ TEST_F(Transfer, RefusesWhatCannotBeDoneAndChangesNothing)
 TEST_F(Transfer, RefusesDrawersThatCannotBe)
 {
     KVOSimDistribution const distribution(matrix);
-    std::pair<char const*, std::vector<int>> const chunks[] = {
-        {"chunk size 0", {0, 3}}, {"chunk size -2", {3, -2}}, {"one chunk size per dimension", {3}}, {"4 GiB", {65536, 8192}}};
-    for (auto const& each : chunks)
-        ExpectFailure(each.first, [&] { NewDrawer(distribution, {Biggest(columns), Biggest(rows)}, each.second); });
+    std::vector<KVOSimCSetID> const sets{Biggest(columns), Biggest(rows)};
+    ExpectFailure("chunk size 0", [&] { NewDrawer(distribution, sets, {0, 3}); });
+    ExpectFailure("chunk size -2", [&] { NewDrawer(distribution, sets, {3, -2}); });
+    ExpectFailure("one chunk size per dimension", [&] { NewDrawer(distribution, sets, {3}); });
+    ExpectFailure("4 GiB", [&] { NewDrawer(distribution, sets, {65536, 8192}); });
     ExpectFailure("dimension 1 of the new drawer", [&] { NewDrawer(distribution, {Biggest(columns)}, {}).CheckView(); });
-    KVOSimTransfer range = NewDrawer(distribution, {Biggest(columns), Biggest(rows)}, {});
+    KVOSimTransfer range = NewDrawer(distribution, sets, {});
     range.SetDimOrdinalRange(1, rows, 0, 1);
     ExpectFailure("dimension 1 of the new drawer has no set", [&] { range.InitializePersistentDrawer(); });
 
@@ -136,25 +115,18 @@ TEST_F(Transfer, RefusesDrawersThatCannotBe)
         huge.push_back(Biggest(KVOSimContext(context).CreateCollection(std::numeric_limits<int>::max())));
     ExpectFailure("2^63", [&] { MakeMatrix(context, huge, {1, 1, 1}); });
     EXPECT_EQ(KVOSimContext(context).QueryDistributions().Size(), 2) << "the distribution was made, its drawer not";
-    KVOSimArray<KVOSimDrawer> drawers;
-    distribution.QueryDrawers(drawers);
-    EXPECT_EQ(drawers.Size(), 1);
+    EXPECT_EQ(DrawersOf(matrix).Size(), 1);
 }
 
 TEST_F(Transfer, TellsWhichChunksExist)
 {
     KVOSimDistributionID const id = MakeMatrix(context, {Biggest(columns), Biggest(rows)}, {2, 3});
     KVOSimDistribution const distribution(id);
-    KVOSimTransfer transfer = Window(id, 2, 2, 3, 3);
-    double const value = 1.0;
-    transfer.SetBuffer(0, &value, sizeof value);
-    transfer.ExecWrite();
+    Write(Window(id, {{2, 2}, {3, 3}}), std::vector{1.0});
     ReadAll(id); // allocates nothing
 
     auto const allocated = [&](KVOSimDimRange const& c, KVOSimDimRange const& r) {
-        KVOSimArray<KVOSimDimRange> range;
-        range.Append(c), range.Append(r);
-        return distribution.ChunkAllocated(0, range);
+        return distribution.ChunkAllocated(0, KVOSimArray<KVOSimDimRange>(std::vector{c, r}));
     };
     for (int c = 0; c < 3; ++c)
         for (int r = 0; r < 2; ++r)
@@ -165,8 +137,7 @@ TEST_F(Transfer, TellsWhichChunksExist)
     ExpectFailure("kind 3", [&] { allocated({columns, 0, 0, 2}, {rows, 0, 0}); });
     ExpectFailure("no drawer 1", [&] { distribution.ChunkAllocated(1, {}); });
     ExpectFailure("one range per dimension", [&] { distribution.ChunkAllocated(0, {}); });
-    KVOSimArray<KVOSimDimRange> all;
-    all.Append({columns, 0, 0});
+    KVOSimArray<KVOSimDimRange> const all(std::vector<KVOSimDimRange>{{columns, 0, 0}});
     EXPECT_TRUE(KVOSimDistribution(MakeMatrix(context, {Biggest(columns)})).ChunkAllocated(0, all)) << "contiguous";
 }
 
@@ -181,7 +152,7 @@ TEST_F(Transfer, TakesSubsetsAndPermutationsOfTheMembers)
         std::shuffle(c.begin(), c.end(), random), std::shuffle(r.begin(), r.end(), random);
         c.resize(1 + random() % 5), r.resize(1 + random() % 4);
         std::vector<double> before = ReadAll(matrix), expected = before, moved(c.size() * r.size());
-        KVOSimTransfer transfer = Ready(matrix);
+        KVOSimTransfer transfer = Whole();
         transfer.SetDim(0, MakeSet(columns, c));
         transfer.SetDim(1, MakeSet(rows, r));
         auto const place = [&](std::size_t i, std::size_t j) {
@@ -189,17 +160,16 @@ TEST_F(Transfer, TakesSubsetsAndPermutationsOfTheMembers)
                    static_cast<std::size_t>(std::find(rowNumbers.begin(), rowNumbers.end(), r[j]) - rowNumbers.begin());
         };
 
-        transfer.SetBuffer(0, moved.data(), moved.size() * sizeof(double));
-        transfer.ExecRead();
+        Read(transfer, moved);
         for (std::size_t i = 0; i < c.size(); ++i)
             for (std::size_t j = 0; j < r.size(); ++j) {
                 EXPECT_EQ(moved[i * r.size() + j], before[place(i, j)]);
                 expected[place(i, j)] = moved[i * r.size() + j] *= -2.0;
             }
-        transfer.ExecWrite();
+        Write(transfer, moved);
         EXPECT_EQ(ReadAll(matrix), expected);
     }
-    KVOSimTransfer twice = Ready(MakeMatrix(context, {MakeSet(rows, {1, 1})}));
+    KVOSimTransfer twice = WholeView(MakeMatrix(context, {MakeSet(rows, {1, 1})}));
     twice.SetDim(0, MakeSet(rows, {1}));
     ExpectFailure("or has twice", [&] { twice.CheckView(); });
 }
@@ -224,9 +194,7 @@ TEST_F(Transfer, WritesNewDrawersOfEveryTypeAtOnce)
         context = database.ContextID();
         columns = Again(columns);
         KVOSimDistributionID const found = Again(id);
-        KVOSimTransfer reader = WholeView(found);
-        reader.SetBuffer(0, read.data(), read.size());
-        reader.ExecRead();
+        Read(WholeView(found), read);
         EXPECT_EQ(read, written);
         EXPECT_EQ(Describe(found).typeKey, key);
         EXPECT_EQ(Describe(found).extendableDim, 0);
@@ -238,29 +206,23 @@ TEST_F(Transfer, InitialisesWithValuesOfTheTypeOnly)
     auto const set = [&](int key, double value) {
         KVOSimTransfer(KVOSimDistribution(MakeDistribution(context, {columns}, key))).SetInitializationValue(value, key);
     };
-    struct Case {
-        int key;
-        double good, bad;
-    };
-    for (Case const& c : {Case{KVOSimInt8, -128, 128},
-                          {KVOSimUInt8, 255, -1},
-                          {KVOSimInt32, 2147483647.0, 2147483648.0},
-                          {KVOSimEnum32, -5, 0.5},
-                          {KVOSimUInt32, 4294967295.0, std::nan("")},
-                          {KVOSimReference32, 0, 1e300},
-                          {KVOSimFloat, 1e-300, 1e300}}) {
-        SCOPED_TRACE(c.key);
-        set(c.key, c.good);
-        ExpectFailure("none of the distribution's type", [&] { set(c.key, c.bad); });
+    std::tuple<int, double, double> const goodAndBad[] = {{KVOSimInt8, -128, 128},
+                                                          {KVOSimUInt8, 255, -1},
+                                                          {KVOSimInt32, 2147483647.0, 2147483648.0},
+                                                          {KVOSimEnum32, -5, 0.5},
+                                                          {KVOSimUInt32, 4294967295.0, std::nan("")},
+                                                          {KVOSimReference32, 0, 1e300},
+                                                          {KVOSimFloat, 1e-300, 1e300}};
+    for (auto const& [key, good, bad] : goodAndBad) {
+        set(key, good);
+        EXPECT_THROW(set(key, bad), KVOSimException) << key;
     }
     KVOSimDistributionID const id = MakeDistribution(context, {columns}, KVOSimInt32);
     KVOSimTransfer transfer = NewDrawer(KVOSimDistribution(id), {Biggest(columns)}, {2});
     transfer.SetInitializationValue(-3.0, KVOSimInt32);
     transfer.InitializePersistentDrawer();
     std::vector<int> read(5);
-    KVOSimTransfer reader = WholeView(id);
-    reader.SetBuffer(0, read.data(), read.size() * sizeof(int));
-    reader.ExecRead();
+    Read(WholeView(id), read);
     EXPECT_EQ(read, std::vector<int>(5, -3));
 }
 
@@ -268,20 +230,18 @@ TEST_F(Transfer, ExtendsAlongEveryDimension)
 {
     for (std::vector<int> const& chunks : std::vector<std::vector<int>>{{}, {2, 2, 2}}) {
         SCOPED_TRACE(chunks.size());
-        std::vector<KVOSimCollectionID> collections;
         std::vector<KVOSimCSetID> sets;
-        for (int d = 0; d < 3; ++d) {
-            collections.push_back(KVOSimContext(context).CreateCollection(2));
-            sets.push_back(Biggest(collections.back()));
-        }
+        for (int d = 0; d < 3; ++d)
+            sets.push_back(Biggest(KVOSimContext(context).CreateCollection(2)));
         KVOSimDistributionID const id = MakeMatrix(context, sets, chunks, 9.0);
         WriteAll(id, Ramp(8));
         EXPECT_EQ(Describe(id).extendableDim, -1) << "three dimensions have no number for all of them";
+        EXPECT_EQ(Describe(matrix).extendableDim, 2) << "both of two";
 
         KVOSimTransfer transfer{KVOSimDistribution(id)};
         transfer.SetWrite();
         for (int d = 0; d < 3; ++d)
-            transfer.SetDimExtension(d, MakeSet(collections[static_cast<std::size_t>(d)], {7 + d}));
+            transfer.SetDimExtension(d, MakeSet(sets[static_cast<std::size_t>(d)].CollectionID(), {7 + d}));
         transfer.CheckView();
         transfer.InitializeExtension();
 
@@ -291,10 +251,10 @@ TEST_F(Transfer, ExtendsAlongEveryDimension)
         EXPECT_EQ(ReadAll(id), expected);
         EXPECT_THAT(NumbersOf(Describe(id).csets[2]), ElementsAre(0, 1, 9));
 
-        transfer.SetDimExtension(1, MakeSet(collections[1], {20, 8}));
+        transfer.SetDimExtension(1, MakeSet(sets[1].CollectionID(), {20, 8}));
         ExpectFailure("twice in dimension 1", [&] { transfer.CheckView(); });
         ExpectFailure("twice in dimension 1", [&] { transfer.InitializeExtension(); });
-        transfer.SetDimExtension(1, MakeSet(collections[1], {}));
+        transfer.SetDimExtension(1, MakeSet(sets[1].CollectionID(), {}));
         ExpectFailure("empty", [&] { transfer.CheckView(); });
         EXPECT_EQ(ReadAll(id), expected);
     }
@@ -304,13 +264,9 @@ TEST_F(Transfer, MovesNothingOverAnEmptySet)
 {
     KVOSimCSetID const empty = MakeSet(rows, {});
     KVOSimDistributionID const id = MakeMatrix(context, {Biggest(columns), empty});
-    KVOSimTransfer transfer = WholeView(id);
-    transfer.SetBuffer(0, static_cast<double*>(nullptr), 0);
-    transfer.ExecWrite();
-    transfer.ExecRead();
-    EXPECT_EQ(KVOSimDistribution(id).DataSizeItems(0, 0), 0);
-    KVOSimTransfer part = Ready(matrix);
-    part.SetDimOrdinalRange(0, columns, 0, 4);
+    WriteAll(id, {});
+    EXPECT_EQ(ReadAll(id), std::vector<double>());
+    KVOSimTransfer part = Whole();
     part.SetDim(1, empty);
     part.SetBuffer(0, values.data(), 0);
     part.ExecRead();

@@ -1,8 +1,5 @@
 #include "ChildProcess.h"
-#include "DenseDrawer.h"
 #include "DrawerOracle.h"
-#include "FileAccess.h"
-#include "KVOSimTypeKey.h"
 #include "ResidentBytes.h"
 #include "SimFailure.h"
 #include "TemporaryFolder.h"
@@ -14,7 +11,6 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sched.h>
-#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -23,49 +19,47 @@
 
 using simdb::DenseDrawer;
 using simdb::File;
-using simdb::FileAccess;
-using simdb::Range;
 
 // A page of a mapping that cannot be had is a signal to who touches it, which ends these tests.
 
 namespace
 {
 
-using Ranges = std::vector<Range>;
-std::vector<std::int64_t> const kSizes{400, 300};
+Sizes const kSizes{400, 300};
 Ranges const kRows{{0, 399}, {7, 20}};
 
-std::vector<std::byte> Rows(DenseDrawer& drawer)
+DrawerBytes RowsOf(std::byte value)
 {
-    std::vector<std::byte> values(400 * 14 * 8, std::byte{0xA5});
+    return DrawerBytes(400 * 14 * 8, value);
+}
+
+DrawerBytes Rows(DenseDrawer& drawer)
+{
+    DrawerBytes values = RowsOf(std::byte{0xA5});
     drawer.Read(kRows, values.data());
     return values;
 }
 
 // A chunked drawer and one in one piece, filled, in a file that was closed and opened again for writing.
 struct Stored {
-    Stored(std::string const& name, std::byte value, std::string const& between = "") : path(name)
+    Stored(std::string const& name, std::byte value, std::string const& between = "true") : path(name)
     {
         file = File::Create(path, File::Kind::Persistent);
-        std::vector<std::byte> const values(400 * 300 * 8, value);
-        for (bool const isChunked : {true, false}) {
-            auto const drawer = DenseDrawer::Create(std::make_shared<FileAccess>(file),
-                                                    {kSizes, isChunked ? std::vector<std::int64_t>{200, 300} : kEmpty, KVOSimDouble, {}});
-            drawer->Write(Ranges{{0, 399}, {0, 299}}, values.data());
-            drawer->LinkTo(file->Hdf5(), isChunked ? "chunked" : "contiguous");
+        for (Sizes const& chunks : {Sizes{200, 300}, {}}) {
+            auto const drawer = CreateDrawer(file, {kSizes, chunks});
+            drawer->Write(Ranges{{0, 399}, {0, 299}}, DrawerBytes(400 * 300 * 8, value).data());
+            drawer->LinkTo(file->Hdf5(), chunks.empty() ? "contiguous" : "chunked");
         }
         file->Close();
-        if (!between.empty() && std::system((between + " '" + path + "'").c_str()) != 0)
+        if (std::system((between + " '" + path + "'").c_str()) != 0)
             throw std::runtime_error(between);
         file = File::Open(path, false);
-        for (std::size_t i = 0; i < 2; ++i)
-            drawers[i] = DenseDrawer::Open(std::make_shared<FileAccess>(file), file->Hdf5(), i == 0 ? "chunked" : "contiguous");
+        drawers = {OpenDrawer(file, "chunked"), OpenDrawer(file, "contiguous")};
     }
 
-    static inline std::vector<std::int64_t> const kEmpty{};
     std::string path;
     std::shared_ptr<File> file;
-    std::shared_ptr<DenseDrawer> drawers[2];
+    std::vector<std::shared_ptr<DenseDrawer>> drawers;
 };
 
 TEST(MappedPages, OfAFileCutAfterTheyWereUsedAreAnError)
@@ -73,12 +67,10 @@ TEST(MappedPages, OfAFileCutAfterTheyWereUsedAreAnError)
     TemporaryFolder const folder;
     for (bool const whileNew : {false, true}) {
         Stored stored(folder / (whileNew ? "new.sim" : "used.sim"), std::byte{7});
-        std::vector<std::byte> const rows(400 * 14 * 8, std::byte{7});
+        DrawerBytes const rows = RowsOf(std::byte{7});
         for (auto const& drawer : stored.drawers) {
             drawer->Write(kRows, rows.data());
-            if (!whileNew) {
-                EXPECT_TRUE(Rows(*drawer) == rows);
-            }
+            EXPECT_TRUE(whileNew || Rows(*drawer) == rows);
         }
         ASSERT_EQ(truncate(stored.path.c_str(), 16384), 0);
         for (auto const& drawer : stored.drawers) {
@@ -93,7 +85,7 @@ TEST(MappedPages, AreWrittenOnlyWhileTheDiskTakesWrites)
     TemporaryFolder const folder;
     Stored stored(folder / "failing.sim", std::byte{7});
     DenseDrawer& drawer = *stored.drawers[0];
-    std::vector<std::byte> const rows = Rows(drawer);
+    DrawerBytes const rows = Rows(drawer);
     drawer.Write(kRows, rows.data());
     std::this_thread::sleep_for(std::chrono::milliseconds(300)); // what was seen of the disk is believed for a third of that
 
@@ -116,8 +108,8 @@ bool MountMemory(std::string const& folder, char const* options)
 void UseFullMemory(std::string const& folder)
 {
     Stored sparse(folder + "/sparse.sim", std::byte{0}, "fallocate --dig-holes");
-    auto const scratch = File::Create(folder + "/scratch.sim", File::Kind::Scratch);
-    auto const unwritten = DenseDrawer::Create(std::make_shared<FileAccess>(scratch), {kSizes, {}, KVOSimDouble, {}});
+    std::vector<std::shared_ptr<DenseDrawer>> drawers = sparse.drawers;
+    drawers.push_back(CreateDrawer(File::Create(folder + "/scratch.sim", File::Kind::Scratch), {kSizes, {}}));
     std::string const filler = folder + "/filler";
     int const file = open(filler.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     std::vector<char> const page(4096, 'x');
@@ -125,13 +117,13 @@ void UseFullMemory(std::string const& folder)
         ;
     close(file);
 
-    std::vector<std::byte> const zeros(400 * 14 * 8), ones(zeros.size(), std::byte{1});
-    for (auto const& drawer : {sparse.drawers[0], sparse.drawers[1], unwritten}) {
-        EXPECT_TRUE(Rows(*drawer) == zeros);
+    DrawerBytes const ones = RowsOf(std::byte{1});
+    for (auto const& drawer : drawers) {
+        EXPECT_TRUE(Rows(*drawer) == RowsOf(std::byte{0}));
         ExpectFailure(std::strerror(ENOSPC), [&] { drawer->Write(kRows, ones.data()); });
     }
     EXPECT_EQ(unlink(filler.c_str()), 0);
-    for (auto const& drawer : {sparse.drawers[0], sparse.drawers[1], unwritten}) {
+    for (auto const& drawer : drawers) {
         drawer->Write(kRows, ones.data());
         EXPECT_TRUE(Rows(*drawer) == ones);
     }
@@ -178,11 +170,11 @@ TEST(MappedPages, AreNotTouchedWhereTheSystemCannotBeAsked)
         filtered = UnlearnPopulate();
         for (int round = 0; filtered && round < 3; ++round)
             for (auto const& drawer : stored.drawers) {
-                std::vector<std::byte> const values(400 * 14 * 8, static_cast<std::byte>(round));
+                DrawerBytes const values = RowsOf(static_cast<std::byte>(round));
                 drawer->Write(kRows, values.data());
                 EXPECT_TRUE(Rows(*drawer) == values);
                 EXPECT_EQ(ResidentBytes(stored.path), 0u);
-                std::vector<std::byte> chunk(200 * 300 * 8);
+                DrawerBytes chunk(200 * 300 * 8);
                 drawer->Read(Ranges{{0, 199}, {0, 299}}, chunk.data());
                 EXPECT_TRUE(chunk[7 * 8] == static_cast<std::byte>(round) && chunk[0] == std::byte{7});
             }

@@ -1,6 +1,5 @@
 #include "SimWorkload.h"
 
-#include <array>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -17,12 +16,9 @@ using simdb::File;
 template<class Report>
 void RunProgram(std::string const& path, Report const& report)
 {
-    constexpr int kOpenings = 2, kCommitsPerOpening = 3;
-    int number = 0;
-    for (int opening = 0; opening < kOpenings; ++opening) {
-        auto const file = opening == 0 ? File::Create(path, File::Kind::Persistent) : File::Open(path, false);
-        for (int i = 0; i < kCommitsPerOpening; ++i) {
-            ++number;
+    for (int const first : {1, 4}) {
+        auto const file = first == 1 ? File::Create(path, File::Kind::Persistent) : File::Open(path, false);
+        for (int number = first; number < first + 3; ++number) {
             workload::Commit(file, number, number);
             report(number);
         }
@@ -62,21 +58,16 @@ void ExpectWhole(std::string const& path, int reported)
     EXPECT_EQ(CommitsIn(path, true), commits + 1);
 }
 
-void RemoveFiles(std::string const& path)
-{
-    std::filesystem::remove(path);
-    std::filesystem::remove(path + ".journal");
-}
+using SimFileCrash = workload::FileTest;
 
-TEST(SimFileCrash, KilledAtEveryCall)
+TEST_F(SimFileCrash, KilledAtEveryCall)
 {
-    TemporaryFolder const folder(FolderWithoutDisk());
-    std::string const path = folder / "a.sim";
     int kills = 0;
     for (bool const torn : {false, true})
         for (int call = 0;; ++call) {
             SCOPED_TRACE("call " + std::to_string(call) + (torn ? ", torn" : ""));
-            RemoveFiles(path);
+            std::filesystem::remove(path);
+            std::filesystem::remove(journal);
             Reports reports;
             ChildProcess child([&] {
                 KillAtChange(call, torn);
@@ -95,19 +86,18 @@ TEST(SimFileCrash, KilledAtEveryCall)
 }
 
 // As often as KVO_CRASH_ROUNDS says; docs/reliability.md has the figures of a long run.
-TEST(SimFileCrash, KilledAtRandomMoments)
+TEST_F(SimFileCrash, KilledAtRandomMoments)
 {
     char const* const variable = std::getenv("KVO_CRASH_ROUNDS");
     if (variable == nullptr)
         GTEST_SKIP() << "KVO_CRASH_ROUNDS says no number of rounds";
     int const rounds = std::atoi(variable);
-    TemporaryFolder const folder(FolderWithoutDisk());
-    std::string const path = folder / "a.sim";
     std::mt19937_64 random(4711);
     long committed = 0;
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
         SCOPED_TRACE(round);
-        RemoveFiles(path);
+        std::filesystem::remove(path);
+        std::filesystem::remove(journal);
         Reports reports;
         ChildProcess child([&] {
             auto const file = File::Create(path, File::Kind::Persistent);
@@ -141,10 +131,9 @@ public:
         Blackout();
         auto const* const begin = static_cast<char const*>(data);
         // A disk writes sectors; each is written or not.
-        for (std::size_t at = 0; at < bytes;) {
-            std::size_t const count = std::min(bytes - at, kSector - (offset + at) % kSector);
+        for (std::size_t at = 0, count = 0; at < bytes; at += count) {
+            count = std::min(bytes - at, kSector - (offset + at) % kSector);
             FileAt(descriptor).unsynced.push_back({offset + at, {begin + at, count}, 0});
-            at += count;
         }
     }
     void OnSync(int descriptor) override
@@ -189,8 +178,7 @@ private:
     }
     Content& FileAt(int descriptor)
     {
-        auto const path = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor));
-        return m_files[path.filename()];
+        return m_files[std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor)).filename()];
     }
     void Blackout()
     {
@@ -198,21 +186,20 @@ private:
             return;
         fileObserver = nullptr;
         for (int share : {0, 50, 90, 100}) { // of the changes that reach the disk, in per cent
-            std::string const path = m_folder + "/a.sim";
             for (char const* const name : {"a.sim", "a.sim.journal"}) {
-                std::filesystem::remove(m_folder + "/" + name);
-                auto const file = m_files.find(name);
-                if (file == m_files.end())
+                std::filesystem::remove(m_folder + name);
+                if (!m_files.contains(name))
                     continue;
-                std::string content = file->second.synced;
-                for (Change const& change : file->second.unsynced)
+                std::string content = m_files[name].synced;
+                for (Change const& change : m_files[name].unsynced)
                     if (static_cast<int>(m_random() % 100) < share)
                         Make(content, change);
-                WriteFile(m_folder + "/" + name, content);
+                WriteFile(m_folder + name, content);
             }
             ++failures;
             SCOPED_TRACE("power failure " + std::to_string(failures));
-            EXPECT_EQ(FailureOf([&] { ExpectWhole(path, reported); }), "no failure"); // the calls that are watched are noexcept
+            EXPECT_EQ(FailureOf([&] { ExpectWhole(m_folder + "a.sim", reported); }),
+                      "no failure"); // the calls that are watched are noexcept
         }
         fileObserver = this;
     }
@@ -222,12 +209,12 @@ private:
     std::mt19937_64 m_random{99};
 };
 
-TEST(SimFileCrash, PowerFailureAtEveryCall)
+TEST_F(SimFileCrash, PowerFailureAtEveryCall)
 {
-    TemporaryFolder const folder(FolderWithoutDisk()), afterwards(FolderWithoutDisk());
+    TemporaryFolder const afterwards(FolderWithoutDisk());
     Disk disk(afterwards / "");
     fileObserver = &disk;
-    RunProgram(folder / "a.sim", [&](int number) { disk.reported = number; });
+    RunProgram(path, [&](int number) { disk.reported = number; });
     fileObserver = nullptr;
     std::printf("%d power failures\n", disk.failures);
     EXPECT_GT(disk.failures, 300);

@@ -13,12 +13,7 @@ using workload::FilePointer;
 
 constexpr std::initializer_list<Fault> kFaults = {{ENOSPC, 1, false}, {ENOSPC, 1, true}, {EIO, INT64_MAX / 2, false}};
 
-class SimFileFaults : public testing::Test
-{
-protected:
-    TemporaryFolder const folder{FolderWithoutDisk()};
-    std::string const path = folder / "a.sim";
-};
+using SimFileFaults = workload::FileTest;
 
 TEST_F(SimFileFaults, FailedCloseClosesAndKeepsTheLastCommit)
 {
@@ -62,14 +57,13 @@ TEST_F(SimFileFaults, FailedRecoveryLosesNothing)
             std::filesystem::copy_file(left + end, path + end, std::filesystem::copy_options::overwrite_existing);
         return FilePointer();
     };
-    int const failures = FailEachCall(
-        kFaults, prepare, [&](FilePointer& file) { file = File::Open(path, false); },
-        [&](FilePointer& file, bool, bool) {
-            file.reset();
-            EXPECT_EQ(CommitsIn(path, true), 3);
-            EXPECT_EQ(CommitsIn(path, false), 3);
-        });
-    EXPECT_GT(failures, 5);
+    auto const open = [&](FilePointer& file) { file = File::Open(path, false); };
+    auto const check = [&](FilePointer& file, bool, bool) {
+        file.reset();
+        EXPECT_EQ(CommitsIn(path, true), 3);
+        EXPECT_EQ(CommitsIn(path, false), 3);
+    };
+    EXPECT_GT(FailEachCall(kFaults, prepare, open, check), 5);
 }
 
 // The kernel's own refusal; the signal that goes with it would end the process.

@@ -14,11 +14,9 @@ using workload::CommitsIn;
 constexpr std::size_t kMarkAt = 64, kNumberAt = 88, kNumberBytes = 8;
 
 /// A journal that is beside a file in another state than the one it was written for.
-class SimFileJournal : public testing::Test
+class SimFileJournal : public workload::FileTest
 {
 protected:
-    TemporaryFolder const folder{FolderWithoutDisk()};
-    std::string const path = folder / "a.sim", journal = path + ".journal";
     int refusals = 0;
 
     /// The bytes of a closed database of two commits, made by us or by HDF5 alone: its mark is then behind what was there.
@@ -38,16 +36,22 @@ protected:
         return ReadFile(path);
     }
 
-    void Put(std::string const& bytes, std::string const& journalBytes) const
-    {
-        WriteFile(path, bytes);
-        PutJournal(journalBytes);
-    }
     void PutJournal(std::string const& bytes) const
     {
         std::filesystem::remove(journal);
         if (!bytes.empty())
             WriteFile(journal, bytes);
+    }
+    void Put(std::string const& bytes, std::string const& journalBytes) const
+    {
+        WriteFile(path, bytes);
+        PutJournal(journalBytes);
+    }
+    void Commit(int number) const
+    {
+        auto const file = File::Open(path, false);
+        workload::Commit(file, number, number);
+        file->Close();
     }
 
     /// A reader sees these commits; a writer too, or it is told why and changes nothing. Without the journal the work goes on.
@@ -62,9 +66,7 @@ protected:
             EXPECT_TRUE(ReadFile(path) == before);
             std::filesystem::remove(journal);
         }
-        auto const file = File::Open(path, false);
-        workload::Commit(file, commits + 1, commits + 1);
-        file->Close();
+        Commit(commits + 1);
         EXPECT_EQ(CommitsIn(path), commits + 1);
     }
 };
@@ -73,10 +75,6 @@ protected:
 TEST_F(SimFileJournal, LeavesOtherStatesOfItsFileAlone)
 {
     int kills = 0;
-    auto const commitOnce = [&](int number) {
-        auto const file = File::Open(path, false);
-        workload::Commit(file, number, number);
-    };
     for (bool const madeByUs : {true, false})
         for (bool const torn : {false, true}) {
             std::string const base = ClosedDatabase(madeByUs);
@@ -98,18 +96,16 @@ TEST_F(SimFileJournal, LeavesOtherStatesOfItsFileAlone)
                 Put(base, left); // an older copy, and one that went on by itself, by as many commits
                 ExpectCommits(2);
                 Put(base, "");
-                commitOnce(3);
+                Commit(3);
                 PutJournal(left);
                 ExpectCommits(3);
 
                 Put(killed, left); // the file once it has gone on
-                auto const file = File::Open(path, false);
-                int const commits = workload::CheckedCommits(file);
-                file->Close();
+                int const commits = CommitsIn(path, false);
                 PutJournal(left);
                 EXPECT_EQ(CommitsIn(path), commits);
                 EXPECT_EQ(CommitsIn(path, false), commits) << "it was applied already";
-                commitOnce(commits + 1);
+                Commit(commits + 1);
                 PutJournal(left);
                 ExpectCommits(commits + 1);
             }
@@ -166,9 +162,7 @@ TEST_F(SimFileJournal, InItsFirstFormFitsFilesOfThatTimeOnly)
     EXPECT_EQ(CommitsIn(path), 2);
     EXPECT_EQ(CommitsIn(path, false), 2);
     EXPECT_EQ(ReadFile(path).substr(kNumberAt, kNumberBytes), std::string(kNumberBytes, '\0'));
-    auto file = File::Open(path, false);
-    workload::Commit(file, 3, 3);
-    file->Close();
+    Commit(3);
     PutJournal(left);
     ExpectCommits(3);
     EXPECT_EQ(refusals, 1);

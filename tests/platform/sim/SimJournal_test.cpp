@@ -13,22 +13,14 @@ using simdb::FileMark;
 using simdb::HeldWrites;
 using simdb::Journal;
 
-std::vector<std::byte> SomeBytes(std::size_t count, unsigned seed)
-{
-    std::vector<std::byte> bytes(count);
-    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<std::byte>(seed = seed * 5 + 3); });
-    return bytes;
-}
-
 TEST(SimJournal, ComesBackFromItsImageAndFromNothingElse)
 {
-    auto const first = SomeBytes(48, 1), second = SomeBytes(5, 2);
+    std::vector<std::byte> const first(48, std::byte{1}), second(5, std::byte{2});
     FileMark const mark = FileMark::New(FileMark::kOffset);
     Journal const journal(mark, 4096, {{0, first}, {1000, second}, {4096, {}}});
     std::vector<std::byte> const image(journal.Image().begin(), journal.Image().end());
     auto longer = image;
     longer.resize(image.size() + 100, std::byte{7}); // the end of an older one
-
     for (auto const& readable : {image, longer}) {
         auto const parsed = Journal::Parse(readable);
 

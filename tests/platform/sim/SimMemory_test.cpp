@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <new>
+#include <numeric>
 
 #include <hdf5.h>
 #include <unistd.h>
@@ -19,37 +20,43 @@ constexpr int kCommits = 3, kMatrices = 8, kGrowth = 40;
 
 std::vector<int> Numbers(int count, int first = 0)
 {
-    std::vector<int> numbers;
-    for (int i = 0; i < count; ++i)
-        numbers.push_back(first + i);
+    std::vector<int> numbers(static_cast<std::size_t>(count));
+    std::iota(numbers.begin(), numbers.end(), first);
     return numbers;
 }
 
 /// A database that is made, grows by commits, and is read: step by step, so that a test can take the memory in between.
-class Workload
-{
-public:
-    explicit Workload(std::string path) : m_path(std::move(path)) {}
+struct Workload {
+    std::string path;
+    int commits = 0; ///< that have returned
+
+    struct NotWhatWasCommitted {
+    };
+    static void RequireCommitted(bool isThere)
+    {
+        if (!isThere)
+            throw NotWhatWasCommitted();
+    }
 
     /// @param before  called before each step
     template<class Before>
     void Run(Before const& before)
     {
         commits = 0;
-        unlink(m_path.c_str()); // takes no memory
+        unlink(path.c_str()); // takes no memory
         KVOSimDatabase database;
         before();
-        database.CreateFile(m_path.c_str(), 0);
+        database.CreateFile(path.c_str(), 0);
         before();
         KVOSimContextID const id = database.CreateContext();
-        for (int commit = 1; commit <= kCommits; ++commit) {
+        while (commits < kCommits) {
             before();
             KVOSimContext context(id);
             KVOSimTransaction transaction(context);
-            Change(context, commit, before);
+            Change(context, before);
             before();
             transaction.Commit();
-            commits = commit;
+            ++commits;
         }
         before();
         database.Close();
@@ -62,61 +69,47 @@ public:
     void Check(int expected, Before const& before) const
     {
         KVOSimDatabase database;
-        database.OpenFile(m_path.c_str(), true);
+        database.OpenFile(path.c_str(), true);
         before();
-        if (expected == 0) {
-            Require(database.ContextID().IsNull() || KVOSimContext(database.ContextID()).QueryDistributions().IsEmpty());
-            return;
-        }
+        if (expected == 0)
+            return RequireCommitted(database.ContextID().IsNull() || KVOSimContext(database.ContextID()).QueryDistributions().IsEmpty());
         auto const stored = KVOSimContext(database.ContextID()).QueryDistributions();
-        Require(stored.Size() == 1 + kMatrices * expected);
+        RequireCommitted(stored.Size() == 1 + kMatrices * expected);
         for (int commit = 0; commit <= expected; ++commit) {
             before();
-            Require(ReadAll(stored[commit * kMatrices]) == (commit == 0 ? Grown(expected) : Ramp(30, commit * kMatrices)));
+            RequireCommitted(ReadAll(stored[commit * kMatrices]) == (commit == 0 ? Grown(expected) : Ramp(30, commit * kMatrices)));
         }
     }
-
-    int commits = 0; ///< that have returned
-
-    struct Wrong {
-    };
 
 private:
     /// The values of the matrix that grows: of two columns, the number of the row, so that what a commit has kept is only written again.
-    static std::vector<double> Grown(int commits)
+    static std::vector<double> Grown(int times)
     {
         std::vector<double> values;
-        for (int k = 0; k < 2 * kGrowth * commits; ++k)
-            values.push_back(k % (kGrowth * commits));
+        for (int k = 0; k < 2 * kGrowth * times; ++k)
+            values.push_back(k % (kGrowth * times));
         return values;
-    }
-    static void Require(bool held)
-    {
-        if (!held)
-            throw Wrong();
     }
 
     template<class Before>
-    static void Change(KVOSimContext& context, int commit, Before const& before)
+    void Change(KVOSimContext& context, Before const& before) const
     {
         KVOSimDistributionID const grown(context.ID(), 0);
-        if (commit == 1)
+        if (commits == 0)
             MakeMatrix(context.ID(), {Biggest(context.CreateCollection(2)), MakeSet(context.CreateCollection(1000), Numbers(kGrowth))},
                        {1, 16});
         before();
-        if (commit > 1)
-            Extend(grown, 1, MakeSet(Describe(grown).csets[1].CollectionID(), Numbers(kGrowth, kGrowth * (commit - 1))));
+        if (commits > 0)
+            Extend(grown, 1, MakeSet(Describe(grown).csets[1].CollectionID(), Numbers(kGrowth, kGrowth * commits)));
         before();
-        WriteAll(grown, Grown(commit));
+        WriteAll(grown, Grown(commits + 1));
         for (int k = 1; k <= kMatrices; ++k) {
             before();
-            int const number = (commit - 1) * kMatrices + k;
             KVOSimCSetID const set = MakeSet(context.CreateCollection(50), Numbers(30));
-            WriteAll(MakeMatrix(context.ID(), {set}, k % 2 == 0 ? std::vector<int>{7} : std::vector<int>{}), Ramp(30, number));
+            WriteAll(MakeMatrix(context.ID(), {set}, k % 2 == 0 ? std::vector<int>{7} : std::vector<int>{}),
+                     Ramp(30, commits * kMatrices + k));
         }
     }
-
-    std::string m_path;
 };
 
 class SimMemory : public testing::Test
@@ -139,7 +132,7 @@ protected:
             EXPECT_NO_THROW(workload.Check(workload.commits, [] {}));
         else
             EXPECT_EQ(workload.commits, 0);
-        ASSERT_NO_THROW(Workload(path).Run([] {})) << "the failure has left something broken";
+        ASSERT_NO_THROW(Workload{path}.Run([] {})) << "the failure has left something broken";
     }
 
     TemporaryFolder const folder{FolderWithoutDisk()};
@@ -153,7 +146,9 @@ TEST_F(SimMemory, ALimitAtEveryPeakFailsCleanly)
 {
     workload.Run([] {}); // what is allocated once for the process
     std::size_t const base = LimitedMalloc::Live();
-    std::vector<std::size_t> const peaks = LimitedMalloc::Peaks([&] { workload.Run([] {}); });
+    LimitedMalloc::BeginPeaks();
+    workload.Run([] {});
+    std::vector<std::size_t> const peaks = LimitedMalloc::EndPeaks();
     ASSERT_GT(peaks.size(), 20u);
 
     for (std::size_t const peak : peaks) {

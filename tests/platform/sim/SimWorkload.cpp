@@ -1,7 +1,6 @@
 #include "SimWorkload.h"
 
-#include "DenseDrawer.h"
-#include "FileAccess.h"
+#include "DrawerOracle.h"
 
 #include <filesystem>
 #include <numeric>
@@ -12,17 +11,11 @@ namespace workload
 namespace
 {
 
-using simdb::Checked;
-using simdb::DenseDrawer;
-using simdb::DenseShape;
-using simdb::FileAccess;
 using simdb::Hid;
-using simdb::Range;
 
 constexpr std::int64_t kChunk = 40; // of doubles, squared: 12.8 KB
 constexpr std::int64_t kEdge = 2 * kChunk;
 constexpr std::int64_t kPassing = 500;
-constexpr char const* kDoing = "Cannot run the workload on";
 
 std::vector<double> Values(int number, std::int64_t count)
 {
@@ -37,52 +30,31 @@ bool Exists(simdb::File const& file, std::string const& name)
 }
 
 // What is there when a commit is tried again is used again.
-std::shared_ptr<DenseDrawer> Drawer(FilePointer const& file, std::string const& name, DenseShape const& shape)
+std::shared_ptr<simdb::DenseDrawer> Drawer(FilePointer const& file, std::string const& name, simdb::DenseShape const& shape)
 {
     if (Exists(*file, name))
-        return DenseDrawer::Open(std::make_shared<FileAccess>(file), file->Hdf5(), name.c_str());
-    auto drawer = DenseDrawer::Create(std::make_shared<FileAccess>(file), shape);
+        return OpenDrawer(file, name);
+    auto drawer = CreateDrawer(file, shape);
     drawer->LinkTo(file->Hdf5(), name.c_str());
     return drawer;
 }
 
-std::array<Range, 2> ChunkRow(std::int64_t row)
+Ranges ChunkRow(std::int64_t row)
 {
-    return {Range{row * kChunk, (row + 1) * kChunk - 1}, Range{0, kEdge - 1}};
+    return {{row * kChunk, (row + 1) * kChunk - 1}, {0, kEdge - 1}};
 }
 
-void Check(FilePointer const& file, std::string const& name, std::span<Range const> ranges, std::vector<double> const& expected)
+void Check(FilePointer const& file, std::string const& name, Ranges const& ranges, std::vector<double> const& expected)
 {
     std::vector<double> values(expected.size());
-    DenseDrawer::Open(std::make_shared<FileAccess>(file), file->Hdf5(), name.c_str())->Read(ranges, values.data());
+    OpenDrawer(file, name)->Read(ranges, values.data());
     EXPECT_TRUE(values == expected) << name;
 }
 
 void Remove(simdb::File const& file, std::string const& name)
 {
     if (Exists(file, name) && H5Ldelete(file.Hdf5(), name.c_str(), H5P_DEFAULT) < 0)
-        simdb::ThrowHdf5(kDoing, file.Path());
-}
-
-void SetNumber(simdb::File const& file, std::string const& group, int number)
-{
-    Hid const object(Checked(H5Gopen2(file.Hdf5(), group.c_str(), H5P_DEFAULT), kDoing, file.Path())), space(H5Screate(H5S_SCALAR));
-    Hid const attribute(Checked(H5Aexists(object, "number") > 0
-                                    ? H5Aopen(object, "number", H5P_DEFAULT)
-                                    : H5Acreate2(object, "number", H5T_STD_I32LE, space, H5P_DEFAULT, H5P_DEFAULT),
-                                kDoing, file.Path()));
-    if (H5Awrite(attribute, H5T_NATIVE_INT, &number) < 0)
-        simdb::ThrowHdf5(kDoing, file.Path());
-}
-
-int Number(simdb::File const& file, std::string const& group)
-{
-    int number = 0;
-    if (H5Aexists_by_name(file.Hdf5(), group.c_str(), "number", H5P_DEFAULT) > 0) {
-        Hid const attribute(H5Aopen_by_name(file.Hdf5(), group.c_str(), "number", H5P_DEFAULT, H5P_DEFAULT));
-        EXPECT_GE(H5Aread(attribute, H5T_NATIVE_INT, &number), 0);
-    }
-    return number;
+        simdb::ThrowHdf5("Cannot run the workload on", file.Path());
 }
 
 } // namespace
@@ -93,17 +65,15 @@ void Change(FilePointer const& file, int number)
     std::string const name = "commit" + std::to_string(number), passing = "passing" + std::to_string(number);
     Remove(*file, "passing" + std::to_string(number - 1));
     if (!Exists(*file, name))
-        Hid(Checked(H5Gcreate2(file->Hdf5(), name.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), kDoing, file->Path())).Reset();
-    SetNumber(*file, name, number);
+        Hid(simdb::Checked(H5Gcreate2(file->Hdf5(), name.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), "Cannot change", file->Path()));
     std::vector<double> const values = Values(number, kChunk * kEdge);
     Drawer(file, name + "/values", {{kEdge, kEdge}, {kChunk, kChunk}})->Write(ChunkRow(1), values.data());
 
     auto const shared = Drawer(file, "shared", {{0, kEdge}, {kChunk, kChunk}});
     shared->Resize(0, number * kChunk);
     shared->Write(ChunkRow(number - 1), values.data());
-    SetNumber(*file, "/", number);
     Remove(*file, passing);
-    Drawer(file, passing, {{kPassing}, {}})->Write(std::array{Range{0, kPassing - 1}}, Values(number, kPassing).data());
+    Drawer(file, passing, {{kPassing}, {}})->Write(Ranges{{0, kPassing - 1}}, Values(number, kPassing).data());
 }
 
 void Commit(FilePointer const& file, int first, int last)
@@ -126,20 +96,23 @@ FilePointer NewDatabase(std::string const& path, int commits)
 int CheckedCommits(FilePointer const& file)
 {
     simdb::Hdf5Guard const guard;
-    int const commits = Number(*file, "/");
+    int const commits = Exists(*file, "shared") ? static_cast<int>(OpenDrawer(file, "shared")->Shape().sizes[0] / kChunk) : 0;
     H5G_info_t info;
     EXPECT_GE(H5Gget_info(file->Hdf5(), &info), 0);
     EXPECT_EQ(info.nlinks, commits == 0 ? 0u : static_cast<hsize_t>(commits) + 2) << "something of a later commit is there";
     if (commits > 0)
-        Check(file, "passing" + std::to_string(commits), std::array{Range{0, kPassing - 1}}, Values(commits, kPassing));
+        Check(file, "passing" + std::to_string(commits), {{0, kPassing - 1}}, Values(commits, kPassing));
     for (int number = 1; number <= commits; ++number) {
         SCOPED_TRACE("commit " + std::to_string(number));
-        std::string const name = "commit" + std::to_string(number);
-        EXPECT_EQ(Number(*file, name), number);
-        Check(file, name + "/values", ChunkRow(1), Values(number, kChunk * kEdge));
+        Check(file, "commit" + std::to_string(number) + "/values", ChunkRow(1), Values(number, kChunk * kEdge));
         Check(file, "shared", ChunkRow(number - 1), Values(number, kChunk * kEdge));
     }
     return commits;
+}
+
+int CommitsIn(std::string const& path, bool readOnly)
+{
+    return CheckedCommits(simdb::File::Open(path, readOnly));
 }
 
 void MakeUnapplied(std::string const& path, int commits)
@@ -156,11 +129,6 @@ void MakeUnapplied(std::string const& path, int commits)
         ASSERT_EQ(child.Wait(), -SIGKILL);
         found = CommitsIn(path);
     }
-}
-
-int CommitsIn(std::string const& path, bool readOnly)
-{
-    return CheckedCommits(simdb::File::Open(path, readOnly));
 }
 
 } // namespace workload

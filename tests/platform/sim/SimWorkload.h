@@ -11,9 +11,9 @@
 
 /// What a program does to a database in the tests of faults and crashes: commits that are numbered from 1, each of which can be checked.
 ///
-/// Commit k removes a dataset that the commit before made last (so that HDF5 may want to use its space), makes a group with an attribute
-/// and a chunked drawer in it, extends the drawer that all commits share, and sets the number of the last commit. Values that an earlier
-/// commit left are not overwritten: only those may be torn by a crash.
+/// Commit k removes a dataset that the commit before made last (so that HDF5 may want to use its space), makes a group with a chunked
+/// drawer in it, and extends the drawer that all commits share, whose size tells the number of commits. Values that an earlier commit left
+/// are not overwritten: only those may be torn by a crash.
 namespace workload
 {
 
@@ -34,5 +34,13 @@ FilePointer NewDatabase(std::string const& path, int commits);
 
 /// A database of `commits` commits of which the last is in the journal only: what a kill behind the writing of the journal leaves.
 void MakeUnapplied(std::string const& path, int commits);
+
+/// For tests of a file a.sim, with its journal.
+class FileTest : public testing::Test
+{
+protected:
+    TemporaryFolder const folder{FolderWithoutDisk()};
+    std::string const path = folder / "a.sim", journal = path + ".journal";
+};
 
 } // namespace workload
