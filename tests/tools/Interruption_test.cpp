@@ -13,31 +13,32 @@ using namespace std::chrono_literals;
 namespace
 {
 
-bool HoldsScratchFiles(Tool const& tool)
+// Starts a long computation, and returns when its output and scratch files stand there.
+pid_t StartModes(Tool const& tool, std::string const& output)
 {
-    for (auto const& entry : std::filesystem::directory_iterator(tool / ""))
-        if (entry.is_directory() && std::distance(std::filesystem::directory_iterator(entry), {}) > 1) // the mark is there at once
-            return true;
-    return false;
+    pid_t const child = tool.Start({"modes", "k.mtx", "m.mtx", "-n", "300", "-o", output});
+    std::filesystem::path const scratch = tool / ("kvomtx-scratch-" + std::to_string(child));
+    auto const holdsMoreThanItsMark = [&] {
+        return std::filesystem::exists(scratch) && std::distance(std::filesystem::directory_iterator(scratch), {}) > 1;
+    };
+    for (int k = 0; k < 6000 && !holdsMoreThanItsMark(); ++k)
+        std::this_thread::sleep_for(10ms);
+    EXPECT_TRUE(holdsMoreThanItsMark());
+    return child;
 }
 
 } // namespace
 
-// In the middle of the computation, when output and scratch files stand there: nothing is left, and the old result stays. A second signal
-// is not kept waiting by the step that it meets.
+// Nothing is left, and the old result stays. A second signal is not kept waiting by the step that it meets.
 TEST(Interruption, LeavesNoScratchFilesAndTheOldOutput)
 {
+    Tool const tool;
+    tool.Do({"make-brick", "12", "12", "12", "k.mtx", "m.mtx"});
+    WriteFile(tool / "modes.sim", "good");
+    auto const before = tool.Files();
     for (std::vector<int> const& signals : {std::vector{SIGINT}, {SIGTERM}, {SIGINT, SIGINT}}) {
         SCOPED_TRACE(testing::PrintToString(signals));
-        Tool const tool;
-        tool.Do({"make-brick", "12", "12", "12", "k.mtx", "m.mtx"});
-        WriteFile(tool / "modes.sim", "good");
-        auto const before = tool.Files();
-
-        pid_t const child = tool.Start({"modes", "k.mtx", "m.mtx", "-n", "300", "-o", "modes.sim"});
-        for (int k = 0; k < 6000 && !HoldsScratchFiles(tool); ++k)
-            std::this_thread::sleep_for(10ms);
-        EXPECT_TRUE(HoldsScratchFiles(tool));
+        pid_t const child = StartModes(tool, "modes.sim");
         for (int const signal : signals) {
             kill(child, signal);
             std::this_thread::sleep_for(5ms);
@@ -58,20 +59,14 @@ TEST(Interruption, KilledRunsAreClearedUpAfterByTheNext)
     for (char const* name : {"kvomtx-scratch-12", "k.mtx.part12", "k.mtx.part12-old"}) // not marked
         std::filesystem::create_directory(tool / name);
     WriteFile(tool / "m.mtx.part12", "a file of somebody");
-    auto const begin = [&](std::string const& output) {
-        pid_t const child = tool.Start({"modes", "k.mtx", "m.mtx", "-n", "300", "-o", output});
-        for (int k = 0; k < 6000 && !std::filesystem::exists(tool / ("kvomtx-scratch-" + std::to_string(child) + "/.kvomtx")); ++k)
-            std::this_thread::sleep_for(10ms);
-        return child;
-    };
     auto const before = tool.Files();
-    pid_t const killed = begin("killed.sim");
+    pid_t const killed = StartModes(tool, "killed.sim");
     kill(killed, SIGKILL);
     EXPECT_EQ(tool.Wait(killed).code, -SIGKILL);
     EXPECT_GT(tool.Files().size(), before.size() + 1) << "scratch folder and output";
     auto const left = tool.Files();
 
-    pid_t const running = begin("running.sim");
+    pid_t const running = StartModes(tool, "running.sim");
     auto const during = tool.Files();
     tool.Do({"convert", "m.mtx", "new.mtx"});
     std::filesystem::remove(tool / "new.mtx");

@@ -1,5 +1,6 @@
 #include "Tool.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <png.h>
 
@@ -48,23 +49,18 @@ TEST(Spy, LargeMatrixIsShadedByDensity)
 {
     Tool const tool;
     std::string entries;
-    int count = 0;
-    auto const add = [&](int row, int column) {
-        entries += std::to_string(row + 1) + " " + std::to_string(column + 1) + " 1\n";
-        ++count;
-    };
+    auto const add = [&](int row, int column) { entries += std::to_string(row + 1) + " " + std::to_string(column + 1) + " 1\n"; };
     for (int k = 0; k < 400; ++k)
         add(k / 20, k % 20); // pixel (0, 0) in full
     add(1000, 40);           // pixel (2, 50)
     for (int k = 0; k < 20; ++k)
         add(1500 + k, 60 + k); // pixel (3, 75)
-    WriteFile(tool / "a.mtx", "%%MatrixMarket matrix coordinate real general\n2000 2000 " + std::to_string(count) + "\n" + entries);
+    WriteFile(tool / "a.mtx", "%%MatrixMarket matrix coordinate real general\n2000 2000 421\n" + entries);
     tool.Do({"spy", "a.mtx", "-o", "a.png", "--pixels", "100"});
 
     Picture const picture(tool / "a.png");
     EXPECT_EQ(picture.At(90, 10), 255);
     EXPECT_LT(picture.At(2, 50), 230);
     EXPECT_LT(picture.At(3, 75), picture.At(2, 50));
-    EXPECT_LT(picture.At(0, 0), picture.At(3, 75));
-    EXPECT_LT(picture.At(0, 0), 60);
+    EXPECT_LT(picture.At(0, 0), std::min(60, picture.At(3, 75)));
 }
