@@ -71,10 +71,6 @@ def read_table(path):
     return faults
 
 
-def call(command, **options):
-    subprocess.run(command, check=True, **options)
-
-
 def prepare(source, tree, faults):
     """Copies what is tracked in `source` to `tree`, plants all faults and builds."""
     shutil.rmtree(tree / "src", ignore_errors=True)
@@ -90,9 +86,9 @@ def prepare(source, tree, faults):
 
 def build(tree, jobs):
     environment = dict(os.environ, KVO_WERROR="OFF")
-    call(["cmake", "--preset", "release", "-DKVO_BUILD_EXAMPLES=OFF", "-DCMAKE_CXX_FLAGS=-w"], cwd=tree / "src", env=environment,
-         stdout=subprocess.DEVNULL)
-    call(["cmake", "--build", "build/release", f"-j{jobs}"], cwd=tree / "src", stdout=subprocess.DEVNULL)
+    configure = ["--preset", "release", "-DKVO_BUILD_EXAMPLES=OFF", "-DCMAKE_CXX_FLAGS=-w"]
+    for arguments in (configure, ["--build", "build/release", f"-j{jobs}"]):
+        subprocess.run(["cmake", *arguments], check=True, cwd=tree / "src", env=environment, stdout=subprocess.DEVNULL)
 
 
 def programs_of(tree, fault):

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
-#include <utility>
+#include <tuple>
 #include <vector>
 
 namespace
@@ -31,16 +31,11 @@ KVOBasProcessor Described(std::vector<Leaf> leaves)
     });
 }
 
-using Sizes = std::vector<std::size_t>;
+using Sizes = std::tuple<std::size_t, std::size_t, std::size_t, int, int, int>;
 
 Sizes SizesOf(KVOBasProcessor const& p)
 {
-    return {p.l1Bytes,
-            p.l2Bytes,
-            p.l3Bytes,
-            static_cast<std::size_t>(p.coresPerL3),
-            static_cast<std::size_t>(p.pages),
-            static_cast<std::size_t>(p.largePages)};
+    return {p.l1Bytes, p.l2Bytes, p.l3Bytes, p.coresPerL3, p.pages, p.largePages};
 }
 
 TEST(KVOBasProcessor, IsReadFromCpuid)
@@ -54,8 +49,7 @@ TEST(KVOBasProcessor, IsReadFromCpuid)
                                             {0x8000001d, 2, {0x143, 0x1c0003f, 0x7ff, 2}},
                                             {0x8000001d, 3, {0x3c163, 0x3c0003f, 0x7fff, 1}}});
     EXPECT_STREQ(zen4.name, "zen4");
-    EXPECT_EQ(zen4.vendor, KVOBasVendor::Amd);
-    EXPECT_EQ(std::pair(zen4.family, zen4.model), std::pair(0x19, 0x11));
+    EXPECT_EQ(std::tuple(zen4.vendor, zen4.family, zen4.model), std::tuple(KVOBasVendor::Amd, 0x19, 0x11));
     EXPECT_EQ(SizesOf(zen4), (Sizes{32 << 10, 1 << 20, 32 << 20, 16, 3072, 3072}));
 
     // With leaf 18H: one buffer of 1024 pages of any size, and one of 1024 of 4 KiB (and of 1 GiB).
@@ -75,10 +69,8 @@ TEST(KVOBasProcessor, IsReadFromCpuid)
 TEST(KVOBasProcessor, IsThatOfTheTableWhereCpuidIsSilent)
 {
     KVOBasProcessor const hidden = Described({{0, 0, kIntel0}, {1, 0, {0x50657, 0, 0, 0}}, {0x18, 0, {0, 0, 0, 0}}});
-    KVOBasProcessor const named = KVOBasProcessor::Named("skylake-sp");
     EXPECT_STREQ(hidden.name, "skylake-sp");
-    EXPECT_EQ(hidden.l2Bytes, named.l2Bytes);
-    EXPECT_EQ(hidden.pages, 1536);
+    EXPECT_EQ(SizesOf(hidden), SizesOf(KVOBasProcessor::Named("skylake-sp")));
     EXPECT_EQ(hidden.choices.groupPages, 1536);
 
     // A later model of a known vendor, and one that tells nothing at all.
@@ -98,38 +90,33 @@ TEST(KVOBasProcessor, ChoosesByFamily)
 {
     struct Case {
         char const* name;
-        bool copiesPastCache, storesPastCache;
+        bool pastCache;
         int groupPages;
         bool wide;
-    };
-    for (Case const& c : {Case{"unknown", false, false, 1024, true}, Case{"zen4", true, true, 3072, false},
-                          Case{"skylake-sp", true, true, 1536, true}, Case{"ice-lake", true, true, 2048, true},
-                          Case{"sapphire-rapids", true, true, 2048, true}, Case{"haswell", false, false, 1024, false}}) {
-        SCOPED_TRACE(c.name);
+    } const cases[] = {{"unknown", false, 1024, true}, {"zen4", true, 3072, false},           {"skylake-sp", true, 1536, true},
+                       {"ice-lake", true, 2048, true}, {"sapphire-rapids", true, 2048, true}, {"haswell", false, 1024, false}};
+    for (Case const& c : cases) {
         KVOBasProcessor const processor = KVOBasProcessor::Named(c.name);
         EXPECT_STREQ(processor.name, c.name);
-        EXPECT_EQ(processor.choices.copiesPastCache, c.copiesPastCache);
-        EXPECT_EQ(processor.choices.storesPastCache, c.storesPastCache);
-        EXPECT_EQ(processor.choices.groupPages, c.groupPages);
-        EXPECT_EQ(processor.vectorBytes == 64, c.wide && processor.avx512); // never more than this one can
+        EXPECT_EQ(processor.choices.copiesPastCache, c.pastCache) << c.name;
+        EXPECT_EQ(processor.choices.storesPastCache, c.pastCache) << c.name;
+        EXPECT_EQ(processor.choices.groupPages, c.groupPages) << c.name;
+        EXPECT_EQ(processor.vectorBytes == 64, c.wide && processor.avx512) << c.name; // never more than this one can
     }
 }
 
 // KVO_PROCESSOR puts another one in force, if there is one of that name.
 TEST(KVOBasProcessor, IsTheOneWishedFor)
 {
-    auto const name = [](char const* wish) {
-        return ChildProcess([=] {
-                   setenv("KVO_PROCESSOR", wish, 1);
-                   std::string const found = KVOBasProcessor::This().name;
-                   unsetenv("KVO_PROCESSOR");
-                   return found == wish ? 0 : found == KVOBasProcessor::This().name ? 1 : 2;
-               })
-            .Wait();
-    };
-    EXPECT_EQ(name("sapphire-rapids"), 0);
-    EXPECT_EQ(name("unknown"), 0);
-    EXPECT_EQ(name("sapphire"), 1);
+    for (std::string const wish : {"sapphire-rapids", "unknown", "sapphire"}) {
+        ChildProcess child([&] {
+            setenv("KVO_PROCESSOR", wish.c_str(), 1);
+            std::string const found = KVOBasProcessor::This().name;
+            unsetenv("KVO_PROCESSOR");
+            return found == wish ? 0 : found == KVOBasProcessor::This().name ? 1 : 2;
+        });
+        EXPECT_EQ(child.Wait(), wish == "sapphire" ? 1 : 0) << wish;
+    }
 }
 
 } // namespace

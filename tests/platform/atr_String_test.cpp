@@ -50,9 +50,9 @@ TYPED_TEST(CountedString, HoldsPartOfATextOrNone)
         EXPECT_TRUE(target.IsEmpty());
         EXPECT_STREQ(target.c_str(), "");
     }
-    EXPECT_EQ(FailEach(
-                  Allocations(), [] { TypeParam("text"); }, [](bool) {}),
-              2); // leaves nothing behind when memory ends
+    int const failures = FailEach(
+        Allocations(), [] { TypeParam("text"); }, [](bool) {});
+    EXPECT_EQ(failures, 2); // leaves nothing behind when memory ends
 }
 
 std::string Substituted(char const* format, std::vector<std::pair<int, char const*>> const& texts)
