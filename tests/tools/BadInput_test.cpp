@@ -115,6 +115,38 @@ TEST(BadInput, PairsThatAreNoneAreRefused)
     ExpectFailure(tool, {"modes", k, k, "--reference", Data("README.md")}, 3, "line 3: expected \"lambda frequency\"");
 }
 
+TEST(BadInput, CoordinatesThatAreNoneAreReportedByLine)
+{
+    std::string const k = Data("bcsstk01.mtx"), m = Data("bcsstm01.mtx");
+    Tool const tool;
+    std::vector<std::pair<std::string, std::string>> const cases{
+        {"% nodes\n0 0 1\n0 0\n", "line 3: expected \"x y z\", found \"0 0\""},
+        {"0 0 1 2\n0 0 1 7\n", "line 2: expected \"x y z dof\", the last from 1 to 6, found \"0 0 1 7\""},
+        {"0 0 1 1.5\n", "line 1: expected \"x y z dof\""},
+        {"0 0 inf\n", "line 1: expected \"x y z\" or \"x y z dof\", found \"0 0 inf\""},
+        {"0 0 1e999\n", "line 1: expected"},
+        {"0 0 1x\n", "line 1: expected"},
+        {"0 0 1 1 1\n", "line 1: expected"},
+        {"% nothing\n", "line 1: expected \"x y z\" or \"x y z dof\", found the end of the file"},
+        {"0 0 0\n1 0 0\n", "holds 2 nodes, the model has 48 unknowns"},
+        {"0 0 0 1\n1 0 0 2\n", "holds 2 unknowns, the model has 48 unknowns"}};
+    for (auto const& [content, text] : cases) {
+        WriteFile(tool / "nodes.txt", content);
+        ExpectFailure(tool, {"modes", k, m, "--coordinates", "nodes.txt"}, 3, "nodes.txt: " + text);
+    }
+    ExpectFailure(tool, {"modes", k, m, "--coordinates", "missing.txt"}, 3, "missing.txt: cannot be read");
+    std::string far;
+    for (int node = 0; node < 16; ++node)
+        far += "0 1e200 " + std::to_string(node) + "\n";
+    WriteFile(tool / "nodes.txt", far);
+    ExpectFailure(tool, {"modes", k, m, "--coordinates", "nodes.txt"}, 1, "the mass of direction rot x is beyond the range of numbers");
+    ExpectFailure(tool, {"modes", k, m, "--masses", "5"}, 1, "bcsstk01.mtx: has 48 unknowns, no multiple of 5");
+    ExpectFailure(tool, {"modes", k, m, "--masses", "3", "--coordinates", "nodes.txt"}, 2, "choose one of them");
+    ExpectFailure(tool, {"modes", k, m, "--masses", "3", "--about", "0", "0", "0"}, 2, "--about is a point of --coordinates");
+    ExpectFailure(tool, {"modes", k, m, "--coordinates", "nodes.txt", "--about", "0", "nan", "0"}, 2, "--about needs three finite numbers");
+    ExpectFailure(tool, {"modes", k, m, "--coordinates", "nodes.txt", "-o", "nodes.txt"}, 2, "is the input nodes.txt as well");
+}
+
 TEST(BadInput, WrongCommandLinesAreRefused)
 {
     std::string const k = Data("bcsstk01.mtx");

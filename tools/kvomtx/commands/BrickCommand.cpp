@@ -11,6 +11,7 @@
 #include "Progress.h"
 #include "Validators.h"
 
+#include "KVOSrvMtxExceptions.h"
 #include "KVOSrvSparseMatrix.h"
 
 #include <algorithm>
@@ -19,7 +20,11 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <fstream>
+#include <limits>
+#include <locale>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,7 +37,8 @@ constexpr char kFooter[] =
     "  kvomtx modes k.mtx m.mtx\n\n"
     "A block of NX x NY x NZ linear 8-node bricks, isotropic and elastic, with three displacements a node, numbered along x first,\n"
     "then y, then z. The face x = 0 is clamped: its unknowns are left out. The mass is the consistent one. The elements are stiff in\n"
-    "bending (shear locking): a slender block takes elements no longer than a tenth of its height for one per cent.";
+    "bending (shear locking): a slender block takes elements no longer than a tenth of its height for one per cent.\n"
+    "--coordinates writes a line \"x y z\" for each node that is not clamped, which kvomtx modes --coordinates reads.";
 
 struct Options {
     std::array<int, 3> elements{};
@@ -42,6 +48,7 @@ struct Options {
     std::string stiffness;
     std::string mass;
     std::string format;
+    std::string coordinates;
 };
 
 // For each unknown of the whole block its number in the model, or -1 when it is clamped.
@@ -55,6 +62,24 @@ std::vector<int> NumberUnknowns(Options const& options)
         for (int d = 0; d < 3; ++d)
             numbers.push_back(options.free || node % nodesAlongX != 0 ? next++ : -1);
     return numbers;
+}
+
+// Of the nodes with unknowns, in their order.
+void WriteCoordinates(char const* path, Options const& options, std::vector<int> const& numbers)
+{
+    std::ofstream file(path);
+    file.imbue(std::locale::classic());
+    file.precision(std::numeric_limits<double>::max_digits10);
+    file << "% x y z of each node, which has 3 unknowns\n";
+    auto const& edges = options.properties.edges;
+    int const alongX = options.elements[0] + 1, alongY = options.elements[1] + 1;
+    for (std::size_t unknown = 0; unknown < numbers.size(); unknown += 3)
+        if (int const node = static_cast<int>(unknown / 3); numbers[unknown] >= 0)
+            file << node % alongX * edges[0] << ' ' << node / alongX % alongY * edges[1] << ' ' << node / (alongX * alongY) * edges[2]
+                 << '\n';
+    file.close();
+    if (!file)
+        KVOSrvMtxFileWriteFailure(path).Throw("tools/BrickCommand", __LINE__);
 }
 
 std::unique_ptr<KVOSrvSparseMatrix> MakeMatrix(BrickRows const& rows, std::vector<int> const& numbers)
@@ -98,8 +123,11 @@ void RunBrick(Options options)
         options.properties.edges[d] = (options.size[d] > 0.0 ? options.size[d] : options.elements[d]) / options.elements[d];
     MatrixName const stiffnessName = ParseMatrixName(options.stiffness, options.format, false);
     MatrixName const massName = ParseMatrixName(options.mass, options.format, false);
-    RequireSeparateFiles({stiffnessName.path, massName.path}, {});
+    RequireSeparateFiles({stiffnessName.path, massName.path, options.coordinates}, {});
     MatrixWriter stiffnessWriter(stiffnessName), massWriter(massName);
+    std::optional<OutputFile> coordinates;
+    if (!options.coordinates.empty())
+        coordinates.emplace(options.coordinates);
 
     Progress progress("making the model");
     auto const& n = options.elements;
@@ -111,8 +139,13 @@ void RunBrick(Options options)
     CheckInterrupt();
     stiffnessWriter.Prepare(*stiffness);
     massWriter.Prepare(*mass);
+    if (coordinates)
+        coordinates->Write([&](char const* path) { WriteCoordinates(path, options, numbers); });
+    CheckInterrupt();
     stiffnessWriter.Commit();
     massWriter.Commit();
+    if (coordinates)
+        coordinates->Commit();
     std::printf("%s, %s: %d unknowns, %d and %d entries\n", options.stiffness.c_str(), options.mass.c_str(), stiffness->NumberOfRows(),
                 stiffness->NumberOfNonzeros(), mass->NumberOfNonzeros());
 }
@@ -132,6 +165,7 @@ void AddBrickCommand(CLI::App& app, Command& chosen)
     AddOption(brick, "--young", options->properties.youngsModulus, "Young's modulus (1)", RequirePositive);
     AddOption(brick, "--poisson", options->properties.poissonsRatio, "Poisson's ratio, below 0.5 (0.3)");
     AddOption(brick, "--density", options->properties.density, "Density (1)", RequirePositive);
+    AddOption(brick, "--coordinates", options->coordinates, "File to write the places of the nodes to", RequireName);
     AddFlag(brick, "--free", options->free, "Clamp nothing: six rigid body modes");
     AddOption(brick, "--format", options->format, "Format of both files, when their endings do not tell it (see convert --help)");
     SetWork(brick, chosen, [options] { RunBrick(*options); });

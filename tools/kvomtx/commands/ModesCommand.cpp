@@ -9,6 +9,7 @@
 #include "MatrixName.h"
 #include "MatrixReader.h"
 #include "ModesReport.h"
+#include "NodeCoordinates.h"
 #include "Progress.h"
 #include "ProviderMemory.h"
 #include "ScratchFolder.h"
@@ -20,6 +21,7 @@
 #include "KVOSrvMatrix.h"
 #include "KVOSrvModes.h"
 #include "KVOSrvModesFailure.h"
+#include "KVOSrvModesParticipation.h"
 #include "KVOSrvSparseMatrix.h"
 #include "KVOSrvUtilities.h"
 
@@ -36,6 +38,7 @@
 namespace
 {
 
+constexpr int kMostOfNode = 99; // columns of a table that still is one
 constexpr char kFooter[] =
     "\nEXAMPLE\n"
     "  kvomtx modes data/bcsstk11.mtx data/bcsstm12.mtx --count 5 -o orecar.sim --picture convergence.png\n\n"
@@ -47,6 +50,11 @@ constexpr char kFooter[] =
     "A free model has rigid body modes of frequency 0; its singular stiffness is shifted. --shift, in the unit of lambda, is\n"
     "chosen by itself where it is needed and not given: about the lowest eigenvalue that is not 0 is a good one. It is moved\n"
     "where the eigenvalues turn out to lie close together and far from it; the one that was used last is printed.\n"
+    "With --masses or --coordinates the participation factor x^T M r of each mode and its effective mass, the square, follow, for\n"
+    "directions r of the model's motion; all modes together hold the total mass r^T M r of what is not clamped. They are the unit\n"
+    "motions of unknowns 1 to N of all nodes or, from lines \"x y z\", one for each node of 3 or 6 unknowns, or \"x y z dof\", one for\n"
+    "each unknown (dof 1 to 3 along, 4 to 6 about x, y, z; % begins a comment), those of a rigid body: along x, y, z, then about\n"
+    "axes through --about. The database holds the factors as matrix 4, a direction a column.\n"
     "With --json one object is printed, with the arrays eigenvalues, frequencies and residuals.";
 
 struct Options {
@@ -63,6 +71,9 @@ struct Options {
     bool showsAccount = false;
     bool isNotCounted = false;
     std::vector<double> range; // two frequencies, or none
+    int unknownsOfNode = 0;    // for directions by degree of freedom; 0: none such
+    std::string coordinates;   // for the motions of a rigid body; empty: none
+    std::vector<double> about; // a point, or none
     KVOSrvModesSettings settings;
 };
 
@@ -111,6 +122,53 @@ void StoreModes(KVOSrvModes const& found, OutputDatabase& database, KVOSimCSetID
     KVOSrvMatrix values(count, 1, nullptr, false, false);
     std::copy_n(found.Eigenvalues(), count, values.Values());
     eigenvalues.SetColumns(0, 0, values);
+}
+
+// The directions r, of which the participation is asked for.
+struct Directions {
+    std::vector<std::string> names;
+    std::unique_ptr<KVOSrvMatrix> vectors;
+};
+
+Directions ByDegreeOfFreedom(Options const& options, int order)
+{
+    int const count = options.unknownsOfNode;
+    if (order % count != 0)
+        throw ToolError(ExitCode::kCannot, options.stiffness + ": has " + std::to_string(order) + " unknowns, no multiple of " +
+                                               std::to_string(count) + "; give --masses the unknowns of a node, or use --coordinates");
+    Directions directions{{}, KVOSrvModesParticipation::UnitDirections(order, count)};
+    for (int d = 1; d <= count; ++d)
+        directions.names.push_back(std::to_string(d));
+    return directions;
+}
+
+Directions AlongAndAboutAxes(NodeCoordinates const& coordinates, Options const& options, int order)
+{
+    return {{"x", "y", "z", "rot x", "rot y", "rot z"},
+            coordinates.RigidMotions(order, options.about.empty() ? nullptr : options.about.data())};
+}
+
+ParticipationReport Participation(Directions const& directions, KVOSrvModes const& found, KVOSrvSparseMatrix const& mass)
+{
+    KVOSrvDenseMatrix const none;
+    ParticipationReport report{directions.names, {found.Count() > 0 ? found.Modes() : none, mass, *directions.vectors}};
+    for (int d = 0; d < report.values.NumberOfDirections(); ++d)
+        if (!std::isfinite(report.values.TotalMass(d)))
+            throw ToolError(ExitCode::kCannot, "the mass of direction " + directions.names[static_cast<std::size_t>(d)] +
+                                                   " is beyond the range of numbers; take other units of length or mass");
+    return report;
+}
+
+void StoreParticipation(KVOSrvModesParticipation const& values, OutputDatabase& database, bool checksums)
+{
+    if (values.NumberOfModes() == 0)
+        return;
+    KVOSimPosition position(database.Context());
+    int const modes = values.NumberOfModes(), directions = values.NumberOfDirections();
+    KVOSimCSetID const rows = database.MakeSet(modes), columns = database.MakeSet(directions);
+    KVOSrvDenseMatrix factors(
+        KVOSrvUtilities::Create2DDistribution(position, kParticipationType, rows, columns, modes, directions, checksums));
+    factors.SetColumns(0, directions - 1, values.Factors());
 }
 
 // Shows where the search stands, and keeps it for the picture.
@@ -167,18 +225,33 @@ void SetRange(Options const& options, KVOSrvModesSettings& settings)
     settings.to = to * to;
 }
 
+void RequireOneKindOfDirections(Options const& options)
+{
+    if (options.unknownsOfNode > 0 && !options.coordinates.empty())
+        throw ToolError(ExitCode::kUsage, "--masses and --coordinates both give directions; choose one of them");
+    if (!options.about.empty() && options.coordinates.empty())
+        throw ToolError(ExitCode::kUsage, "--about is a point of --coordinates, which are missing");
+    for (double const coordinate : options.about)
+        if (!std::isfinite(coordinate))
+            throw ToolError(ExitCode::kUsage, "--about needs three finite numbers");
+}
+
 void RunModes(Options const& options)
 {
+    RequireOneKindOfDirections(options);
     auto const begin = std::chrono::steady_clock::now();
     MatrixName const stiffnessName = ParseMatrixName(options.stiffness, options.format, true);
     MatrixName const massName = ParseMatrixName(options.mass, options.format, true);
     std::string const output = options.output.empty() ? DefaultOutput(stiffnessName.path) : options.output;
-    RequireSeparateFiles({output, options.picture}, {stiffnessName.path, massName.path, options.reference});
+    RequireSeparateFiles({output, options.picture}, {stiffnessName.path, massName.path, options.reference, options.coordinates});
     RequireProviderMemory();
 
     std::optional<ReferenceFrequencies> reference;
     if (!options.reference.empty())
         reference.emplace(options.reference);
+    std::optional<NodeCoordinates> coordinates;
+    if (!options.coordinates.empty())
+        coordinates.emplace(options.coordinates);
     std::optional<OutputFile> picture;
     if (!options.picture.empty())
         picture.emplace(options.picture);
@@ -188,6 +261,12 @@ void RunModes(Options const& options)
     auto const stiffness = TakeMatrix(stiffnessName, database, kStiffnessType, unknowns, options.checksums);
     auto const mass = TakeMatrix(massName, database, kMassType, unknowns, options.checksums);
 
+    std::optional<Directions> directions;
+    if (options.unknownsOfNode > 0)
+        directions = ByDegreeOfFreedom(options, mass->NumberOfRows());
+    else if (coordinates)
+        directions = AlongAndAboutAxes(*coordinates, options, mass->NumberOfRows());
+
     KVOSrvModesSettings settings = options.settings;
     settings.certify = !options.isNotCounted;
     if (!options.range.empty())
@@ -195,6 +274,11 @@ void RunModes(Options const& options)
     ConvergenceHistory history;
     auto const found = Compute(*stiffness, *mass, settings, history);
     StoreModes(*found, database, unknowns, options.checksums);
+    std::optional<ParticipationReport> participation;
+    if (directions) {
+        participation = Participation(*directions, *found, *mass);
+        StoreParticipation(participation->values, database, options.checksums);
+    }
     database.Finish();
     if (picture)
         DrawConvergence(history, *picture);
@@ -213,7 +297,8 @@ void RunModes(Options const& options)
                              FrequenciesOf(*found, options.inRadians),
                              options.inRadians,
                              options.showsAccount,
-                             std::move(reference)};
+                             std::move(reference),
+                             std::move(participation)};
     if (options.json)
         PrintJson(report);
     else
@@ -242,6 +327,10 @@ void AddModesCommand(CLI::App& app, Command& chosen)
     AddOption(modes, "--range", options->range, 2, "Find all modes from one frequency to another instead of the lowest");
     AddFlag(modes, "--rad", options->inRadians, "Frequencies are circular, omega = sqrt(lambda), in --range and in the output");
     AddOption(modes, "--tolerance", options->settings.tolerance, "Largest residual of a mode (1e-10)", RequirePositive);
+    AddOption(modes, "--masses", options->unknownsOfNode, "Effective masses by degree of freedom, N unknowns a node", 1, kMostOfNode);
+    AddOption(modes, "--coordinates", options->coordinates,
+              "Effective masses along and about the axes: file of \"x y z\" or \"x y z dof\" lines", RequireName);
+    AddOption(modes, "--about", options->about, 3, "Point that the axes of rotations go through (the origin)");
     AddFlag(modes, "--view", options->showsAccount, "Print what was done: ordering, factor, steps, memory, times");
     AddFlag(modes, "--no-count", options->isNotCounted, "Do not count the eigenvalues below the last one, which takes one factorization");
     AddFlag(modes, "--json", options->json, "Print one JSON object");

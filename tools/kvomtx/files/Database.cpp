@@ -109,6 +109,8 @@ std::string DescribeType(int type)
         return "modes";
     case kEigenvaluesType:
         return "eigenvalues";
+    case kParticipationType:
+        return "participation factors";
     case kProductType:
         return "product";
     case kMatrixType:

@@ -72,7 +72,15 @@ private:
 };
 
 /// The numbers that kvomtx gives to the distributions it makes, which tell later what they are.
-enum DistributionType : int { kMatrixType = 1, kStiffnessType = 2, kMassType = 3, kModesType = 4, kEigenvaluesType = 5, kProductType = 6 };
+enum DistributionType : int {
+    kMatrixType = 1,
+    kStiffnessType = 2,
+    kMassType = 3,
+    kModesType = 4,
+    kEigenvaluesType = 5,
+    kProductType = 6,
+    kParticipationType = 7
+};
 
 /// As "modes"; empty for others.
 std::string DescribeType(int type);

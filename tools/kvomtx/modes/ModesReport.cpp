@@ -102,10 +102,14 @@ void PrintTable(ModesReport const& report)
             std::printf(" %18.11g      %.1e", (*report.reference)[i], report.reference->Difference(i, report.frequencies[i]));
         std::printf("\n");
     }
+    if (report.participation)
+        PrintParticipation(*report.participation);
     if (report.showsAccount)
         PrintAccount(account);
     std::printf("\n%s: 0 stiffness, 1 mass%s; kvomtx db export takes them out\n", report.output.c_str(),
-                modes.Count() > 0 ? ", 2 modes (one a column), 3 eigenvalues" : "");
+                modes.Count() == 0     ? ""
+                : report.participation ? ", 2 modes (one a column), 3 eigenvalues, 4 participation factors (one direction a column)"
+                                       : ", 2 modes (one a column), 3 eigenvalues");
     if (!report.picture.empty())
         std::printf("%s: picture of the convergence\n", report.picture.c_str());
 }
@@ -122,6 +126,8 @@ void PrintJson(ModesReport const& report)
     object["eigenvalues"] = std::vector<double>(modes.Eigenvalues(), modes.Eigenvalues() + modes.Count());
     object["frequencies"] = report.frequencies;
     object["residuals"] = std::vector<double>(modes.Residuals(), modes.Residuals() + modes.Count());
+    if (report.participation)
+        object["participation"] = ParticipationJson(*report.participation);
     object["certified"] = account.certified;
     object["shift"] = account.shift;
     object["steps"] = account.steps;

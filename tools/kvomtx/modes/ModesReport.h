@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ParticipationReport.h"
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -43,6 +45,7 @@ struct ModesReport {
     bool inRadians = false;          ///< the frequencies are circular, in radians
     bool showsAccount = false;       ///< the table ends with what was done
     std::optional<ReferenceFrequencies> reference;
+    std::optional<ParticipationReport> participation;
 };
 
 std::vector<double> FrequenciesOf(KVOSrvModes const& modes, bool inRadians);
