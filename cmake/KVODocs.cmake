@@ -8,7 +8,8 @@ if(NOT KVO_BUILD_DOCS)
 endif()
 find_package(Doxygen 1.9.4 REQUIRED)
 
-set(sources ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/examples/README.md ${PROJECT_SOURCE_DIR}/fortran/kvo_mtx.f90)
+set(sources ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/examples/README.md
+    ${PROJECT_SOURCE_DIR}/fortran/kvo_mtx.f90 ${PROJECT_SOURCE_DIR}/modes/fortran/kvo_mtx_modes.f90)
 foreach(target KVOMtxLinearAlgebra KVOMtxModes KVOPlatform)
     get_target_property(headers ${target} HEADER_SET)
     list(APPEND sources ${headers})

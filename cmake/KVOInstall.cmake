@@ -18,7 +18,8 @@ install(TARGETS KVOMtxModes EXPORT KVOMtxLinearAlgebraTargets
 install(EXPORT KVOMtxLinearAlgebraTargets NAMESPACE KVO:: DESTINATION ${package_dir} COMPONENT development)
 
 # A compiled Fortran module fits one compiler only, so its source is what is installed.
-install(FILES ${PROJECT_SOURCE_DIR}/fortran/kvo_mtx.f90 DESTINATION ${header_dir} COMPONENT development)
+install(FILES ${PROJECT_SOURCE_DIR}/fortran/kvo_mtx.f90 ${PROJECT_SOURCE_DIR}/modes/fortran/kvo_mtx_modes.f90
+    DESTINATION ${header_dir} COMPONENT development)
 
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/KVOMtxLinearAlgebraConfig.cmake.in
     ${PROJECT_BINARY_DIR}/KVOMtxLinearAlgebraConfig.cmake INSTALL_DESTINATION ${package_dir} PATH_VARS header_dir)

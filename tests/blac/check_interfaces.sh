@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # usage: check_interfaces.sh MODULE HEADER LIBRARY FORTRAN_COMPILER CXX_COMPILER [CXX_OPTION ...]
-# KVOFortran.h, the Fortran module and the export table name the same entry points, and header and module agree on every argument.
+# A header of Fortran-callable entry points, their Fortran module and the export table name the same, and header and module agree on every
+# argument.
 set -euo pipefail
 export LC_ALL=C
 module=$1 header=$2 library=$3 fortran=$4
@@ -23,6 +24,6 @@ printf '#include "%s"\n' "$header" >"$folder/header.cpp"
 "$@" -std=c++20 -E -P "$folder/header.cpp" | names >"$folder/in_header"
 names <"$folder/module.h" >"$folder/in_module"
 nm -D --defined-only "$library" | awk '{print $3}' | grep -E '^(BLAC_|KVOSRV)[A-Z0-9_]+$' | sort -u >"$folder/in_library"
-[ "$(wc -l <"$folder/in_header")" -ge 60 ]
+[ -s "$folder/in_header" ]
 diff "$folder/in_header" "$folder/in_module" || { echo "header (<) and module (>) differ" && exit 1; }
 diff "$folder/in_header" "$folder/in_library" || { echo "header (<) and library (>) differ" && exit 1; }
