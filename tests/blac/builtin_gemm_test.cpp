@@ -30,11 +30,9 @@ std::vector<Case> Cases()
                 for (double const beta : kBetas)
                     cases.push_back({transa, transb, size(), size(), size(), alpha, beta});
     for (char const trans : {'N', 'T'})
-        for (double const beta : kBetas) {
-            cases.push_back({trans, trans, size(), size(), 0, 1.0, beta});
-            cases.push_back({trans, trans, 0, size(), size(), 1.0, beta});
-            cases.push_back({trans, trans, size(), 0, size(), 1.0, beta});
-        }
+        for (double const beta : kBetas)
+            for (int const empty : {0, 1, 2}) // of m, n and k
+                cases.push_back({trans, trans, empty == 0 ? 0 : size(), empty == 1 ? 0 : size(), empty == 2 ? 0 : size(), 1.0, beta});
     return cases;
 }
 
@@ -83,10 +81,8 @@ TEST(BuiltinGemm, PlanByProcessor)
     wide.l2Bytes = 3 << 18;
 
     auto const kernel = [](KVOBasProcessor const& processor, int m, int n, int k) { return blac::PlanGemm(processor, m, n, k).kernel; };
-    for (int const n : {4, 64, 1024}) {
-        EXPECT_EQ(kernel(old, n, n, n), kvo_gemm_baseline);
-        EXPECT_EQ(kernel(avx2, n, n, n), kvo_gemm_avx2);
-    }
+    for (int const n : {4, 1024})
+        EXPECT_EQ(std::pair(kernel(old, n, n, n), kernel(avx2, n, n, n)), std::pair(kvo_gemm_baseline, kvo_gemm_avx2));
     EXPECT_EQ(kernel(wide, 64, 64, 64), kvo_gemm_avx2);
     EXPECT_EQ(kernel(wide, 128, 128, 128), kvo_gemm_avx512);
     EXPECT_EQ(kernel(wide, 4, 1000, 1000), kvo_gemm_avx2);
@@ -102,33 +98,29 @@ TEST(BuiltinGemm, PlanByProcessor)
 TEST(BuiltinGemm, BitsDependOnNoBlockSize)
 {
     KVOBasProcessor const& processor = KVOBasProcessor::This();
-    int const m = 701, n = 203, k = 530;
-    Dense const a = Seeded(m, k, 1), b = Seeded(k, n, 2), before = Seeded(m, n, 3);
-    auto const product = [&](kvo_gemm_kernel kernel, int packedBytes) {
-        Dense c = before;
-        kvo_builtin_dgemm({kernel, packedBytes}, 0, 0, m, n, k, -1.0, a.data(), a.ld, b.data(), b.ld, 1.0, c.data(), c.ld);
-        return std::vector<double>(c.data(), c.data() + static_cast<std::ptrdiff_t>(c.ld) * n);
-    };
-
     if (!processor.avx2)
         GTEST_SKIP() << "no AVX2";
-    auto const expected = product(kvo_gemm_avx2, 1 << 17);
-    EXPECT_EQ(product(kvo_gemm_avx2, 1), expected);
-    EXPECT_EQ(product(kvo_gemm_avx2, 1 << 21), expected);
-    if (processor.avx512) {
-        EXPECT_EQ(product(kvo_gemm_avx512, 1 << 17), expected);
-        EXPECT_EQ(product(kvo_gemm_avx512, 1 << 21), expected);
+    Dense const a = Seeded(701, 530, 1), b = Seeded(530, 203, 2), before = Seeded(701, 203, 3);
+    auto const product = [&](kvo_gemm_kernel kernel, int packedBytes) {
+        Dense c = before;
+        kvo_builtin_dgemm({kernel, packedBytes}, 0, 0, c.rows, c.columns, a.columns, -1.0, a.data(), a.ld, b.data(), b.ld, 1.0, c.data(),
+                          c.ld);
+        return c.values;
+    };
+    Vector const expected = product(kvo_gemm_avx2, 1 << 17);
+    for (int const packedBytes : {1, 1 << 17, 1 << 21}) {
+        EXPECT_EQ(product(kvo_gemm_avx2, packedBytes), expected);
+        EXPECT_EQ(product(processor.avx512 && packedBytes > 1 ? kvo_gemm_avx512 : kvo_gemm_avx2, packedBytes), expected);
     }
 }
 
 TEST(BuiltinGemm, WrongArgumentsReachXerblaInOrderAndChangeNothing)
 {
-    struct Wrong {
+    // Each row is wrong in its position, the last number, and in later ones.
+    struct {
         char transa, transb;
         int m, n, k, lda, ldb, ldc, position;
-    };
-    // Each row is wrong in its position and in later ones.
-    Wrong const rows[] = {
+    } const rows[] = {
         {'X', 'X', -1, -1, -1, 0, 0, 0, 1}, {'N', 'X', -1, -1, -1, 0, 0, 0, 2}, {'N', 'N', -1, -1, -1, 0, 0, 0, 3},
         {'N', 'N', 4, -1, -1, 0, 0, 0, 4},  {'N', 'N', 4, 5, -1, 0, 0, 0, 5},   {'N', 'N', 4, 5, 3, 3, 2, 3, 8},
         {'T', 'N', 4, 5, 3, 2, 2, 3, 8},    {'N', 'N', 4, 5, 3, 4, 2, 3, 10},   {'c', 't', 4, 5, 3, 3, 4, 3, 10},
@@ -136,7 +128,7 @@ TEST(BuiltinGemm, WrongArgumentsReachXerblaInOrderAndChangeNothing)
     };
     double const alpha = 1.0, beta = 0.0;
     Vector const operand(100, 1.0);
-    for (Wrong const& w : rows) {
+    for (auto const& w : rows) {
         SCOPED_TRACE(w.position);
         XerblaReports().clear();
         Vector c(100, 1.0);
