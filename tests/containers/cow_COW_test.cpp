@@ -47,13 +47,11 @@ TYPED_TEST(cow_COWTest, AssignmentMovesOneHolderFromObjectToObject)
     a = new TypeParam(4); // not shared: object 2 goes
     EXPECT_EQ(Object::s_alive, 3);
     a = a.GetPtr();
-    EXPECT_EQ(a.ConstGet().value, 4);
-    EXPECT_EQ(a.Count(), 1);
+    EXPECT_EQ(std::pair(a.ConstGet().value, a.Count()), std::pair(4, 1));
     a = b;
     Handle const& itself = a;
     a = itself;
-    EXPECT_EQ(b.Count(), 2);
-    EXPECT_EQ(Object::s_alive, 2);
+    EXPECT_EQ(std::pair(b.Count(), Object::s_alive), std::pair(2, 2));
 }
 
 TYPED_TEST(cow_COWTest, CopiesAnObjectWhenItIsSharedAndOnlyThen)

@@ -9,8 +9,7 @@ namespace
 // Vectors one behind the other, as the columns of a matrix.
 Dense RandomVectors(int length, int count, unsigned seed)
 {
-    Dense const entries = Seeded(length, count, seed);
-    return Filled(length, count, [&](int i, int j) { return entries.At(i, j); });
+    return Part(Seeded(length, count, seed), 0, length - 1, 0, count - 1);
 }
 
 // The product as the matrix forms it, in front of a vector more, which must not be touched.

@@ -159,9 +159,7 @@ void ExpectTheBitsOfOneThread(Run const& run)
     }
 }
 
-class Parallel : public SparseFilesTest
-{
-};
+using Parallel = SparseFilesTest;
 
 TEST_F(Parallel, SparseProducts)
 {

@@ -21,7 +21,6 @@ public:
     {
         static_cast<ShuffledThreads*>(threads)->Do(tasks, task, data);
     }
-    int Threads() const noexcept { return m_threads; }
     /// How often an operation has asked.
     int Calls() const noexcept { return m_calls; }
 

@@ -55,42 +55,35 @@ void CheckMatrix(Task const& task, KVOSrvDenseMatrix& matrix)
     Require(product.values == (entries * ones).values, "a product with a database matrix is wrong");
 }
 
-void UseScratchMatrix(Task const& task)
-{
-    KVOSrvScratchDenseMatrix matrix(40 + task.thread, 30, 16, 9);
-    CheckMatrix(task, matrix);
-}
-
-// Two commits, an opening, an extension that is dropped.
+// A commit, a second one at the end, and an opening.
 void UseDatabase(Task const& task)
 {
     using namespace SimClient;
     std::string const path = task.folder + "/database.sim";
     std::filesystem::remove(path);
     std::vector<double> const values = Ramp(12, task.Number());
-    KVOSimDistributionID first;
     {
         KVOSimDatabase database;
         database.CreateFile(path.c_str(), 0);
         KVOSimContext context(database.CreateContext());
         KVOSimTransaction transaction(context);
         KVOSimCollectionID const collection = context.CreateCollection(100);
-        first = MakeMatrix(context.ID(), {MakeSet(collection, std::vector<int>{3, 1, 4, 15, 9, 2, 6, 5, 35, 8, 97, 93})}, {5});
-        WriteAll(first, values);
+        WriteAll(MakeMatrix(context.ID(), {MakeSet(collection, {3, 1, 4, 15, 9, 2, 6, 5, 35, 8, 97, 93})}, {5}), values);
         transaction.Commit();
         MakeMatrix(context.ID(), {Biggest(collection)}, {50}, task.Number());
         database.Close();
     }
     KVOSimDatabase database;
     database.OpenFile(path.c_str(), task.round % 2 == 0);
-    KVOSimContext context(database.ContextID());
-    auto const stored = context.QueryDistributions();
+    auto const stored = KVOSimContext(database.ContextID()).QueryDistributions();
     Require(stored.Size() == 2 && ReadAll(stored[0]) == values, "a database has other values than were committed");
     Require(ReadAll(stored[1]) == std::vector<double>(100, task.Number()), "a database has other initial values");
 }
 
-void UseContainer(Task const& task)
+void UseScratchMatrices(Task const& task)
 {
+    KVOSrvScratchDenseMatrix matrix(40 + task.thread, 30, 16, 9);
+    CheckMatrix(task, matrix);
     KVOSrvMatrixContainer container;
     int const id = task.thread;
     CheckMatrix(task, container.Create(id, 20, 17, 8, -1));
@@ -183,7 +176,7 @@ void ShareContent(Task const& task)
 }
 
 using Work = void (*)(Task const&);
-constexpr Work kWorks[] = {UseScratchMatrix, UseDatabase, UseContainer, UseSparseMatrix, Multiply, Fail, UseAllocator, ShareContent};
+constexpr Work kWorks[] = {UseScratchMatrices, UseDatabase, UseSparseMatrix, Multiply, Fail, UseAllocator, ShareContent};
 
 int Rounds()
 {
@@ -197,26 +190,26 @@ TEST(Threads, WorkSideBySide)
     WorkingFolder const folder(FolderWithoutDisk()); // containers and scratch matrices lie there
     std::vector<std::string> failures(kThreads);
     std::barrier start(kThreads);
-    auto const run = [&](int thread) {
+    auto const work = [&](int thread) {
         Task task{thread, 0, folder / std::to_string(thread)};
-        try {
-            std::filesystem::create_directory(task.folder);
-            start.arrive_and_wait();
-            for (; task.round < Rounds(); ++task.round)
-                kWorks[static_cast<std::size_t>(thread / 2 + task.round) % std::size(kWorks)](task);
-        } catch (KVOBasException const& exception) {
-            failures[static_cast<std::size_t>(thread)] = exception.DeveloperReport().c_str();
-        } catch (std::exception const& exception) {
-            failures[static_cast<std::size_t>(thread)] = exception.what();
-        }
+        std::filesystem::create_directory(task.folder);
+        start.arrive_and_wait();
+        for (; task.round < Rounds(); ++task.round)
+            kWorks[static_cast<std::size_t>(thread / 2 + task.round) % std::size(kWorks)](task);
     };
-
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < kThreads; ++thread)
-        threads.emplace_back(run, thread);
-    for (std::thread& thread : threads)
-        thread.join();
-
+    {
+        std::vector<std::jthread> threads;
+        for (int thread = 0; thread < kThreads; ++thread)
+            threads.emplace_back([&, thread] {
+                try {
+                    work(thread);
+                } catch (KVOBasException const& exception) {
+                    failures[static_cast<std::size_t>(thread)] = exception.DeveloperReport().c_str();
+                } catch (std::exception const& exception) {
+                    failures[static_cast<std::size_t>(thread)] = exception.what();
+                }
+            });
+    }
     EXPECT_THAT(failures, testing::Each(testing::IsEmpty()));
 }
 
