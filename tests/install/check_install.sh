@@ -41,3 +41,5 @@ libdir=$(pkg-config --variable=libdir KVOMtxLinearAlgebra)
 # shellcheck disable=SC2046 # the flags are words
 "$cxx" $flags $(pkg-config --cflags KVOMtxLinearAlgebra) "$consumer" -o "$work/by_pkg_config" $(pkg-config --libs KVOMtxLinearAlgebra)
 LD_LIBRARY_PATH=$libdir "$work/by_pkg_config"
+"$cxx" $flags $(pkg-config --cflags KVOMtxModes) "$(dirname "$0")/../../examples/effective_masses.cpp" -o "$work/modes_by_pkg_config" $(pkg-config --libs KVOMtxModes)
+(cd "$work" && LD_LIBRARY_PATH=$libdir ./modes_by_pkg_config)
