@@ -35,15 +35,12 @@ TEST(KVOSrvDenseMatrixSet, MultipliesItsMembersSideBySide)
         Dense const product = Product(s, true, Randomize(b));
         KVOSrvDenseMatrixSet const set(members.data(), static_cast<int>(members.size()));
         for (int const symmetric : {0, 1}) {
-            auto const expected = [&](int i, int j) {
-                bool const lower = s.columns >= c.p, mirrored = symmetric != 0 && i < c.p && j < s.columns && (lower ? i < j : i > j);
-                return Expected(mirrored ? product.At(j, i) : product.At(i, j), 1e-13 * c.rows);
-            };
+            Dense const expected = symmetric != 0 ? Mirrored(product) : product;
             GuardedMatrix inMemory(s.columns, c.p, false, false);
             set.TransposeMultiply(&b, inMemory.matrix, symmetric);
-            ExpectSame(inMemory.matrix, expected);
+            ExpectSame(inMemory.matrix, expected, 1e-13 * c.rows);
             set.TransposeMultiply(&b, &stored, symmetric);
-            ExpectSame(stored, expected);
+            ExpectSame(stored, expected, 1e-13 * c.rows);
         }
     }
 }
@@ -55,13 +52,13 @@ TEST(KVOSrvDenseMatrixSet, RefusesWhatDoesNotFit)
     KVOSrvDenseMatrix const *fitting[] = {&a, &b}, *mixed[] = {&a, &other}, *const none = nullptr;
     KVOSrvMatrix c = RandomMatrix(5, 3), small = RandomMatrix(4, 3), symmetricWidth = RandomMatrix(4, 2);
     KVOSrvDenseMatrixSet const set(fitting, 2), mixedSet(mixed, 2), empty(nullptr, 2), uncounted(fitting, 0);
-    EXPECT_THROW(set.TransposeMultiply(&other, c, 0), KVOSrvMtxInvalidGetRange);
-    ExpectRefused("KVOSrvDenseMatrixSet::TransposeMultiply", c, [&] { set.TransposeMultiply(none, c, 0); });
-    ExpectRefused("KVOSrvDenseMatrixSet::TransposeMultiply", c, [&] { empty.TransposeMultiply(&b, c, 0); });
-    ExpectRefused("KVOSrvDenseMatrixSet::TransposeMultiply", c, [&] { uncounted.TransposeMultiply(&b, c, 0); });
-    ExpectRefused("KVOSrvDenseMatrixSet::TransposeMultiply", small, [&] { set.TransposeMultiply(&b, small, 1); });
-    EXPECT_THROW(mixedSet.TransposeMultiply(&a, symmetricWidth, 1), KVOSrvMtxInvalidGetRange);
-    ExpectRefused("KVOSrvDenseMatrixSet::TransposeMultiply", c, [&] { set.TransposeMultiply(&b, &a, 0); });
+    ExpectEachThrows<KVOSrvMtxInvalidGetRange>(
+        {[&] { set.TransposeMultiply(&other, c, 0); }, [&] { mixedSet.TransposeMultiply(&a, symmetricWidth, 1); }});
+    char const* const operation = "KVOSrvDenseMatrixSet::TransposeMultiply";
+    ExpectRefused(operation, c,
+                  {[&] { set.TransposeMultiply(none, c, 0); }, [&] { empty.TransposeMultiply(&b, c, 0); },
+                   [&] { uncounted.TransposeMultiply(&b, c, 0); }, [&] { set.TransposeMultiply(&b, &a, 0); }});
+    ExpectRefused(operation, small, [&] { set.TransposeMultiply(&b, small, 1); });
 
     KVOSrvDenseMatrix const* longer[] = {&other, &a};
     Dense const first = Randomize(other), second = Randomize(a), factor = Randomize(b);
@@ -71,7 +68,7 @@ TEST(KVOSrvDenseMatrixSet, RefusesWhatDoesNotFit)
 
     int const more[] = {100, 101};
     ASSERT_EQ(a.ExtendDim(1, 2, more), 0); // the rows that B lacks are found before the first pass
-    ExpectRefused("KVOSrvDenseMatrixSet::TransposeMultiply", c, [&] { set.TransposeMultiply(&b, c, 0); });
+    ExpectRefused(operation, c, [&] { set.TransposeMultiply(&b, c, 0); });
 }
 
 } // namespace

@@ -4,22 +4,16 @@
 #include "KVOSimException.h"
 #include "KVOSimTransaction.h"
 #include "KVOSrvScratchDenseMatrix.h"
+#include "SimFailure.h"
 
-#include <gmock/gmock.h>
 #include <utility>
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 namespace
 {
 
 using View = std::unique_ptr<KVOSrvDenseMatrix>;
-
-std::uint64_t CacheSize(KVOSimDistributionID const& id)
-{
-    return KVOSimDistribution(id).CacheSize();
-}
 
 } // namespace
 
@@ -29,21 +23,18 @@ TEST(KVOSrvDenseMatrix, NullMatrixAnswersEverything)
     KVOSrvDenseMatrix const fromNull{KVOSimDistributionID()};
 
     EXPECT_TRUE(matrix.IsNull() && fromNull.IsNull() && matrix.DistributionID().IsNull() && matrix.RowCSetID().IsNull());
-    EXPECT_EQ(matrix.NumberOfRowBlocks(), 0);
-    EXPECT_EQ(matrix.MaxNumberOfColumnsInBlock(), 0);
-    EXPECT_FALSE(matrix.BlockAllocated(0, 0));
+    EXPECT_TRUE(matrix.NumberOfRowBlocks() == 0 && matrix.MaxNumberOfColumnsInBlock() == 0 && !matrix.BlockAllocated(0, 0));
     EXPECT_EQ(matrix.ExtendableDim(), -1);
     int const number = 1;
     EXPECT_EQ(matrix.ExtendDim(0, 1, &number), 3);
     matrix.SetAccess(KVOSrvAccessAll);
     matrix.AnnounceRead(0, 0, 0, 0);
     KVOSrvMatrix value(1, 1, nullptr, false, false);
-    EXPECT_THROW(matrix.GetValues(0, 0, 0, 0, value), KVOSrvMtxInvalidGetRange);
-    EXPECT_THROW(matrix.SetValues(0, 0, 0, 0, value), KVOSrvMtxInvalidSetRange);
-    matrix.GetAllValues(nullptr);
-    matrix.GetUpperValues(nullptr);
-    matrix.GetLowerValues(nullptr);
-    matrix.GetSymmetricValues(nullptr);
+    ExpectEachThrows<KVOSrvMtxInvalidGetRange>({[&] { matrix.GetValues(0, 0, 0, 0, value); }});
+    ExpectEachThrows<KVOSrvMtxInvalidSetRange>({[&] { matrix.SetValues(0, 0, 0, 0, value); }});
+    for (auto const get : {&KVOSrvDenseMatrix::GetAllValues, &KVOSrvDenseMatrix::GetUpperValues, &KVOSrvDenseMatrix::GetLowerValues,
+                           &KVOSrvDenseMatrix::GetSymmetricValues})
+        (matrix.*get)(nullptr);
     matrix.Scale(2.0);
     matrix.AddAssign(fromNull);
     matrix.CopyValues(&fromNull);
@@ -72,22 +63,6 @@ TEST(KVOSrvDenseMatrix, BindsToTheChunksOfADistribution)
     }
     EXPECT_TRUE(KVOSrvDenseMatrix(column).ColumnCSetID().IsNull());
     EXPECT_EQ(KVOSimCSet(KVOSrvDenseMatrix(column).RowCSetID()).Size(), 9);
-}
-
-TEST(KVOSrvDenseMatrix, RefusesWhatIsNoDenseMatrixOfDoubles)
-{
-    TestDatabase const database;
-    KVOSimCSetID const members = database.Members(3);
-    int const values[] = {1, 2, 3};
-    KVOSimPosition position(database.Context());
-    KVOSimArray<KVOSimCSetID> cube;
-    for (int dim = 0; dim < 3; ++dim)
-        cube.Append(members);
-
-    EXPECT_THROW(KVOSrvDenseMatrix(KVOSrvUtilities::Write1DIntDistribution(members, values, 3)), KVOSrvMtxIllegalInput);
-    EXPECT_THROW(KVOSrvDenseMatrix(KVOSrvUtilities::CreateSparseDistribution(members, members)), KVOSrvMtxIllegalInput); // no drawer yet
-    EXPECT_THROW(KVOSrvDenseMatrix(KVOSrvUtilities::CreateDistribution(position, -1, cube, {}, false)), KVOSrvMtxIllegalInput);
-    EXPECT_THROW(KVOSrvDenseMatrix(KVOSimDistributionID(database.Context().ID(), 999)), KVOSimException);
 }
 
 TEST(KVOSrvDenseMatrix, ViewsOutliveTheMatrixAndNameTheirMembers)
@@ -134,17 +109,19 @@ TEST(KVOSrvDenseMatrix, BlockAllocatedFollowsTheWrites)
     matrix.SetValues(5, 5, 7, 7, value);
     View const view(matrix.Submatrix(3, 11, 4, 11));
 
-    int allocated = 0;
-    for (int row = 0; row < 3; ++row)
-        for (int column = 0; column < 4; ++column)
-            allocated += matrix.BlockAllocated(row, column);
-    EXPECT_EQ(allocated, 1);
-    EXPECT_TRUE(matrix.BlockAllocated(1, 2));
+    for (int row = -1; row <= 3; ++row)
+        for (int column = -1; column <= 4; ++column)
+            EXPECT_EQ(matrix.BlockAllocated(row, column), row == 1 && column == 2) << row << ", " << column;
     EXPECT_TRUE(view->BlockAllocated(1, 1)); // its block row 0 is the last row of the store's, its block column 0 the store's second
     EXPECT_FALSE(view->BlockAllocated(1, 2));
-    EXPECT_FALSE(matrix.BlockAllocated(3, 0));
-    EXPECT_FALSE(matrix.BlockAllocated(-1, 0));
-    EXPECT_TRUE(KVOSrvDenseMatrix(database.Matrix(3, 3, -1, -1)).BlockAllocated(0, 0));
+
+    KVOSrvDenseMatrix unchunked(database.Matrix(4, 3, -1, -1));
+    int const fresh[] = {10, 11, 12, 13, 14};
+    EXPECT_TRUE(unchunked.BlockAllocated(0, 0));
+    ASSERT_EQ(unchunked.ExtendDim(1, 5, fresh), 0);
+    ASSERT_EQ(unchunked.NumberOfRowBlocks(), 3);
+    EXPECT_TRUE(unchunked.BlockAllocated(2, 0));
+    EXPECT_FALSE(unchunked.BlockAllocated(3, 0));
 }
 
 TEST(KVOSrvDenseMatrix, ExtendDimAppendsZerosAndMembers)
@@ -182,13 +159,9 @@ TEST(KVOSrvDenseMatrix, ExtendDimRefusesByStatusAndChangesNothing)
     int const fresh[] = {1, 2}, known[] = {1, 12}, twice[] = {1, 1};
 
     EXPECT_EQ(view->ExtendDim(1, 2, fresh), 1);
-    EXPECT_EQ(matrix.ExtendDim(1, 0, fresh), 2);
-    for (int const dim : {2, -1})
-        EXPECT_EQ(matrix.ExtendDim(dim, 2, fresh), 3);
-    EXPECT_EQ(KVOSrvDenseMatrix().ExtendDim(0, 2, fresh), 3);
-    for (int const* const numbers : {known, twice})
-        EXPECT_EQ(matrix.ExtendDim(1, 2, numbers), 4);
-    EXPECT_EQ(matrix.ExtendDim(1, 2, nullptr), 2);
+    EXPECT_THAT((std::array{matrix.ExtendDim(1, 0, fresh), matrix.ExtendDim(1, 2, nullptr)}), ElementsAre(2, 2));
+    EXPECT_THAT((std::array{matrix.ExtendDim(2, 2, fresh), matrix.ExtendDim(-1, 2, fresh)}), ElementsAre(3, 3));
+    EXPECT_THAT((std::array{matrix.ExtendDim(1, 2, known), matrix.ExtendDim(1, 2, twice)}), ElementsAre(4, 4));
     ExpectSame(matrix, values);
     EXPECT_EQ(KVOSrvDenseMatrix(matrix.DistributionID()).NumberOfRows(), 4);
     KVOSrvDenseMatrix alike(KVOSrvUtilities::Create1DDistribution(database.Members({7, 7, 9}), 2));
@@ -199,8 +172,7 @@ TEST(KVOSrvDenseMatrix, ExtendDimRefusesByStatusAndChangesNothing)
     KVOSrvDenseMatrix stale(column.DistributionID());
     EXPECT_EQ(column.ExtendDim(1, 2, further), 0);
     EXPECT_EQ(column.ExtendDim(column.ExtendableDim(), 1, further + 2), 0);
-    EXPECT_EQ(column.NumberOfRows(), 7);
-    EXPECT_EQ(column.NumberOfRowBlocks(), 4);
+    EXPECT_TRUE(column.NumberOfRows() == 7 && column.NumberOfRowBlocks() == 4);
     EXPECT_THROW(stale.ExtendDim(1, 3, further), KVOSimException);
     EXPECT_EQ(KVOSrvDenseMatrix(column.DistributionID()).NumberOfRows(), 7);
     EXPECT_THROW(View(stale.Submatrix(2, 4, 0, 0))->RowCSetID(), KVOSrvMtxInvalidGetRange); // leaves its matrix
@@ -224,32 +196,11 @@ TEST(KVOSrvDenseMatrix, AnObjectWhoseExtensionWasDroppedSaysSo)
         ExpectSame(*whole, ValuesOf(matrix));
     }
 
-    auto const saysSo = [](auto const& run) {
-        try {
-            run();
-            ADD_FAILURE() << "nothing was thrown";
-        } catch (KVOSimException const& exception) {
-            EXPECT_THAT(std::string(exception.AsString().View()), HasSubstr("the transaction in which it was extended was dropped"));
-        }
-    };
-    saysSo([&] { ValuesOf(matrix); });
-    saysSo([&] { ValuesOf(*whole); });
-    saysSo([&] { matrix.SetRows(0, 0, RandomMatrix(1, 3)); });
-    saysSo([&] { matrix.RowCSetID(); });
-    saysSo([&] { matrix.ExtendDim(1, 2, rows); });
+    for (auto const& use : Calls{[&] { ValuesOf(matrix); }, [&] { ValuesOf(*whole); }, [&] { matrix.RowCSetID(); },
+                                 [&] { matrix.SetRows(0, 0, RandomMatrix(1, 3)); }, [&] { matrix.ExtendDim(1, 2, rows); }})
+        ExpectFailure("the transaction in which it was extended was dropped", use);
     ExpectSame(*part, values);
     ExpectSame(KVOSrvDenseMatrix(distribution), values);
-}
-
-TEST(KVOSrvDenseMatrix, EveryBlockOfAnExtendedUnchunkedMatrixIsAllocated)
-{
-    TestDatabase const database;
-    KVOSrvDenseMatrix matrix(database.Matrix(4, 3, -1, -1));
-    int const fresh[] = {10, 11, 12, 13, 14};
-    ASSERT_EQ(matrix.ExtendDim(1, 5, fresh), 0);
-    ASSERT_EQ(matrix.NumberOfRowBlocks(), 3);
-    EXPECT_TRUE(matrix.BlockAllocated(2, 0));
-    EXPECT_FALSE(matrix.BlockAllocated(3, 0));
 }
 
 // A matrix of one block that was smaller than its chunk: block 0 keeps its height, and with the next extension the width of block column 0
@@ -263,15 +214,13 @@ TEST(KVOSrvDenseMatrix, ExtensionOfAShortBlockKeepsTheFirstBlockButLosesNothing)
 
     ASSERT_EQ(matrix.ExtendDim(1, 7, first), 0);
     ASSERT_EQ(matrix.ExtendDim(0, 7, first), 0);
-    EXPECT_EQ(matrix.NumberOfRowsInBlock(0), 3);
-    EXPECT_EQ(matrix.NumberOfColumnsInBlock(0), 3);
+    EXPECT_TRUE(matrix.NumberOfRowsInBlock(0) == 3 && matrix.NumberOfColumnsInBlock(0) == 3);
     ASSERT_EQ(matrix.ExtendDim(1, 1, second), 0);
-    EXPECT_EQ(matrix.NumberOfRowsInBlock(0), 3);
-    EXPECT_EQ(matrix.NumberOfColumnsInBlock(0), 8);
+    EXPECT_TRUE(matrix.NumberOfRowsInBlock(0) == 3 && matrix.NumberOfColumnsInBlock(0) == 8);
 
     Dense const values = Randomize(matrix);
     matrix.Scale(2.0);
-    ExpectSame(matrix, [&](int i, int j) { return 2.0 * values.At(i, j); });
+    ExpectSame(matrix, 2.0 * values);
 }
 
 TEST(KVOSrvDenseMatrix, SetAccessWishesForCache)
@@ -279,7 +228,8 @@ TEST(KVOSrvDenseMatrix, SetAccessWishesForCache)
     TestDatabase const database;
     KVOSimDistributionID const id = database.Matrix(20, 30, 4, 5), plain = database.Matrix(20, 30, -1, -1);
     KVOSimDistributionID const column = KVOSrvUtilities::Create1DDistribution(database.Members(20), 4);
-    std::uint64_t const usual = CacheSize(id);
+    auto const cacheSize = [](KVOSimDistributionID const& of) { return KVOSimDistribution(of).CacheSize(); };
+    std::uint64_t const usual = cacheSize(id);
     KVOSrvDenseMatrix matrix(id);
 
     std::pair<int, std::uint64_t> const cases[] = {{KVOSrvAccessRows, 20 * 8 * 4 * 5},
@@ -289,11 +239,11 @@ TEST(KVOSrvDenseMatrix, SetAccessWishesForCache)
                                                    {KVOSrvAccessDefault, usual}};
     for (auto const& [access, bytes] : cases) {
         matrix.SetAccess(static_cast<KVOSrvAccessType>(access));
-        EXPECT_EQ(CacheSize(id), bytes) << access;
+        EXPECT_EQ(cacheSize(id), bytes) << access;
     }
     KVOSrvDenseMatrix line(column);
     line.SetAccess(KVOSrvAccessDefault);
-    EXPECT_EQ(CacheSize(column), 20u * 8);
+    EXPECT_EQ(cacheSize(column), 20u * 8);
     KVOSrvDenseMatrix(plain).SetAccess(KVOSrvAccessAll);
-    EXPECT_EQ(CacheSize(plain), usual);
+    EXPECT_EQ(cacheSize(plain), usual);
 }

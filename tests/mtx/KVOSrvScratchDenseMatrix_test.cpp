@@ -2,7 +2,6 @@
 
 #include "ChildProcess.h"
 #include "DatabaseSupport.h"
-#include "FailureSweep.h"
 #include "KVOSimException.h"
 #include "KVOSrvMatrixContainer.h"
 #include "ScratchFiles.h"
@@ -13,11 +12,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-using testing::ElementsAre;
-using testing::EndsWith;
-using testing::IsEmpty;
-using testing::SizeIs;
-using testing::StartsWith;
+using testing::ElementsAre, testing::EndsWith, testing::IsEmpty, testing::SizeIs, testing::StartsWith;
 
 namespace
 {
@@ -70,10 +65,8 @@ TEST(KVOSrvScratchDenseMatrix, HasAFileOfItsOwnWhileItOrAViewLives)
     std::unique_ptr<KVOSrvDenseMatrix> inner(view->ConstSubmatrix(1, 3, 0, 1));
 
     EXPECT_THAT(folder.Files(), SizeIs(2));
-    for (std::string const& name : folder.Files()) {
-        EXPECT_THAT(name, StartsWith("KVOSrvScratchDenseMatrix"));
-        EXPECT_THAT(name, EndsWith("-" + std::to_string(getpid()) + ".sim"));
-    }
+    for (std::string const& name : folder.Files())
+        EXPECT_THAT(name, testing::AllOf(StartsWith("KVOSrvScratchDenseMatrix"), EndsWith("-" + std::to_string(getpid()) + ".sim")));
     using std::filesystem::perms;
     EXPECT_EQ(std::filesystem::status(folder / folder.Files()[0]).permissions(), perms::owner_read | perms::owner_write);
     EXPECT_EQ(first->NumberOfRowsInBlock(0), 4);
@@ -136,17 +129,11 @@ TEST(KVOSrvScratchDenseMatrix, FailuresLeaveNoFile)
 {
     ScratchFolder const folder;
     KVOSimCSetID const null;
-    EXPECT_THROW(KVOSrvScratchDenseMatrix(0, 2, 2, 2), KVOSrvMtxIllegalInput);
-    EXPECT_THROW(KVOSrvScratchDenseMatrix(2, -1, 2, 2), KVOSrvMtxIllegalInput);
-    try {
-        KVOSrvScratchDenseMatrix(300000000, 1, 1000, 1);
-        ADD_FAILURE() << "a chunk of no columns";
-    } catch (KVOSrvMtxRefusedInput const& exception) {
-        EXPECT_THAT(std::string(exception.AsString().View()), testing::HasSubstr("2 GiB, 268435456 entries"));
-    }
-    EXPECT_THROW(KVOSrvScratchDenseMatrix(2, 2, 0, 2), KVOSimException);
-    EXPECT_THROW(KVOSrvScratchDenseMatrix(2, 2, 2, -2), KVOSimException);
-    EXPECT_THROW(KVOSrvScratchDenseMatrix(null, null, 2, 2), KVOSimException);
+    ExpectEachThrows<KVOSrvMtxIllegalInput>({[] { KVOSrvScratchDenseMatrix(0, 2, 2, 2); }, [] { KVOSrvScratchDenseMatrix(2, -1, 2, 2); }});
+    EXPECT_THAT(ReportOf<KVOSrvMtxRefusedInput>([] { KVOSrvScratchDenseMatrix(300000000, 1, 1000, 1); }), // a chunk of no columns
+                testing::HasSubstr("2 GiB, 268435456 entries"));
+    ExpectEachThrows<KVOSimException>({[] { KVOSrvScratchDenseMatrix(2, 2, 0, 2); }, [] { KVOSrvScratchDenseMatrix(2, 2, 2, -2); },
+                                       [&] { KVOSrvScratchDenseMatrix(null, null, 2, 2); }});
     EXPECT_THAT(folder.Files(), IsEmpty());
 
     auto const make = [] { KVOSrvScratchDenseMatrix const matrix(20, 20, 4, 4); };
@@ -168,27 +155,20 @@ TEST(KVOSrvScratchDenseMatrix, LeftoversGoButNothingThatIsInUseOrNotMarkedAsScra
     std::string const scratch = ReadFile(folder / leftovers[0]);
     constexpr std::size_t kHost = 72, kProcess = 80;
     auto const marked = [&](std::size_t at, std::string const& number) { return std::string(scratch).replace(at, number.size(), number); };
-    std::string const kind = "KVOSrvScratchDenseMatrix", address = "00000FFFFFFFFFF8";
-    std::vector<std::pair<std::string, std::string>> const stay = {{kind + ".sim", scratch},
-                                                                   {kind + address + ".txt", scratch},
-                                                                   {kind + address + "-.sim", scratch},
-                                                                   {kind + address + "-7-8-9.sim", scratch},
-                                                                   {kind + address + "-07.sim", scratch},
-                                                                   {kind + address + "-7 of May.sim", scratch},
-                                                                   {kind + "00000ffffffffff8-7.sim", scratch},
-                                                                   {kind + "F" + address + "-7.sim", scratch},
-                                                                   {kind + address + "-1.sim", ""},
-                                                                   {kind + address + "-2.sim", "results of mine" + std::string(200, '.')},
-                                                                   {kind + address + "-3.sim", marked(kProcess, Bytes(getppid()))},
-                                                                   {kind + address + "-4.sim", marked(kHost, Bytes(std::uint64_t{1}))},
-                                                                   {kind + address + "-5.sim", marked(kProcess, Bytes(-1))},
-                                                                   {kind + address + "-6.sim", marked(0, "\211HDF\r\n\032\n")}};
-    for (auto const& [name, bytes] : stay)
-        WriteFile(folder / name, bytes);
-    WriteFile(folder / (kind + address + "-7-1.sim"), marked(kProcess, Bytes(getpid()))); // not locked: an earlier process's
-    std::filesystem::create_symlink(folder / stay[0].first, folder / (kind + address + "-8.sim"));
-    std::filesystem::create_directory(folder / (kind + address + "-9.sim"));
-    std::string const locked = folder / (kind + address + "-7-2.sim");
+    std::string const kind = "KVOSrvScratchDenseMatrix", address = "00000FFFFFFFFFF8", name = kind + address;
+    std::vector<std::pair<std::string, std::string>> stay;
+    for (std::string const& other : {kind + ".sim", name + ".txt", name + "-.sim", name + "-7-8-9.sim", name + "-07.sim",
+                                     name + "-7 of May.sim", kind + "00000ffffffffff8-7.sim", kind + "F" + address + "-7.sim"})
+        stay.emplace_back(other, scratch);
+    for (std::string const& bytes : {std::string(), "results of mine" + std::string(200, '.'), marked(kProcess, Bytes(getppid())),
+                                     marked(kProcess, Bytes(-1)), marked(kHost, Bytes(std::uint64_t{1})), marked(0, "\211HDF\r\n\032\n")})
+        stay.emplace_back(name + '-' + std::to_string(stay.size()) + ".sim", bytes);
+    for (auto const& [file, bytes] : stay)
+        WriteFile(folder / file, bytes);
+    WriteFile(folder / (name + "-7-1.sim"), marked(kProcess, Bytes(getpid()))); // not locked: an earlier process's
+    std::filesystem::create_symlink(folder / stay[0].first, folder / (name + "-1.sim"));
+    std::filesystem::create_directory(folder / (name + "-2.sim"));
+    std::string const locked = folder / (name + "-7-2.sim");
     WriteFile(locked, scratch);
     int const descriptor = open(locked.c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(flock(descriptor, LOCK_EX), 0);
@@ -199,8 +179,8 @@ TEST(KVOSrvScratchDenseMatrix, LeftoversGoButNothingThatIsInUseOrNotMarkedAsScra
     EXPECT_THAT(folder.Files(), SizeIs(stay.size() + 5)); // with the link, the folder, the files in use and the new one
     EXPECT_TRUE(std::filesystem::exists(locked));
     close(descriptor);
-    for (auto const& [name, bytes] : stay)
-        EXPECT_TRUE(std::filesystem::exists(folder / name)) << name;
+    for (auto const& [file, bytes] : stay)
+        EXPECT_TRUE(std::filesystem::exists(folder / file)) << file;
     Randomize(*matrix);
     // Only the first matrix in a directory looks for leftovers.
     WriteFile(folder / leftovers[0], scratch);
@@ -221,13 +201,15 @@ TEST(KVOSrvScratchDenseMatrix, CleaningDoesNotDisturbProcessesThatMakeFiles)
     }
 }
 
-TEST(KVOSrvScratchDenseMatrix, AChildProcessDoesNotRemoveTheFile)
+TEST(KVOSrvScratchDenseMatrix, AChildProcessRemovesNoFile)
 {
     ScratchFolder const folder;
     auto matrix = std::make_unique<KVOSrvScratchDenseMatrix>(20, 20, 4, 4);
-    Dense const values = Randomize(*matrix);
-    Child const child([&] { matrix.reset(); });
+    auto container = std::make_unique<KVOSrvMatrixContainer>();
+    Dense const values = Randomize(*matrix), others = Randomize(container->Create(1, 20, 20, 4, 4));
+    Child const child([&] { matrix.reset(), container.reset(); });
 
-    EXPECT_THAT(folder.Files(), SizeIs(1));
+    EXPECT_THAT(folder.Files(), SizeIs(2));
     ExpectSame(*matrix, values);
+    ExpectSame(container->Get(1), others);
 }

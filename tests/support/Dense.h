@@ -82,6 +82,11 @@ inline Dense operator*(Dense const& a, Dense const& b)
     return c;
 }
 
+inline Dense operator*(double s, Dense const& a)
+{
+    return Filled(a.rows, a.columns, [&](int i, int j) { return s * a.At(i, j); });
+}
+
 /// op(a) b, a transposed if told so.
 inline Dense Product(Dense const& a, bool transposed, Dense const& b)
 {
@@ -90,13 +95,23 @@ inline Dense Product(Dense const& a, bool transposed, Dense const& b)
 
 inline Dense Combined(double alpha, Dense const& a, double beta, Dense const& b)
 {
-    return Filled(a.rows, a.columns, [&](int i, int j) { return alpha * a.At(i, j) + (beta == 0.0 ? 0.0 : beta * b.At(i, j)); });
+    return Filled(a.rows, a.columns,
+                  [&](int i, int j) { return beta == 0.0 ? alpha * a.At(i, j) : alpha * a.At(i, j) + beta * b.At(i, j); });
 }
 
 /// Rows r0 to r1 and columns c0 to c1, both inclusive.
 inline Dense Part(Dense const& whole, int r0, int r1, int c0, int c1)
 {
     return Filled(r1 - r0 + 1, c1 - c0 + 1, [&](int i, int j) { return whole.At(r0 + i, c0 + j); });
+}
+
+/// The lower triangle copied onto the upper one, times `sign`, or the other way round where there are fewer rows than columns.
+inline Dense Mirrored(Dense const& x, double sign = 1.0)
+{
+    return Filled(x.rows, x.columns, [&](int i, int j) {
+        bool const mirrors = x.rows < x.columns ? j < i : i < j;
+        return mirrors ? sign * x.At(j, i) : x.At(i, j);
+    });
 }
 
 /// Puts `part` in its place, whose first element is (r0, c0).
