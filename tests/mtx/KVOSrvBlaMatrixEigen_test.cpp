@@ -1,9 +1,6 @@
 #include "BlaMatrices.h"
 #include "Eigenpairs.h"
 
-namespace
-{
-
 TEST(KVOSrvBlaMatrixEigen, SolvesBetweenViews)
 {
     for (int n : {1, 2, 7, 64, 145})
@@ -32,5 +29,3 @@ TEST(KVOSrvBlaMatrixEigen, SolvesBetweenViews)
             ExpectEigenpairs(a, b, lambda, *right);
         }
 }
-
-} // namespace

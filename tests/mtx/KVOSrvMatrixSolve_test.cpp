@@ -1,8 +1,5 @@
 #include "Eigenpairs.h"
 
-namespace
-{
-
 bool const kSymmetric = true;
 bool const kDiagonal = true;
 
@@ -106,5 +103,3 @@ TEST(KVOSrvMatrixSolve, RefusesIllegalInput)
     b.Values()[8] = -1.0;
     EXPECT_THROW(a.SolveEigenproblemSymmetric(b, values, vectors), KVOSrvMtxSolveNotPositive);
 }
-
-} // namespace
