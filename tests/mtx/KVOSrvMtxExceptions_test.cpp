@@ -3,7 +3,6 @@
 #include "atr_Translate.h"
 
 #include <cstring>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -16,10 +15,9 @@ void Check(Exception exception, int number, std::string const& message)
     SCOPED_TRACE(message);
     KVOBasException const& base = exception;
     EXPECT_EQ(base.ErrorNumber(), number);
-    EXPECT_EQ(base.AsString().View(), message);
-    EXPECT_EQ(base.UserReport().View(), message);
-    EXPECT_EQ(base.DeveloperReport().View(), message); // never thrown: no position
-    EXPECT_THROW(base.Raise(), Exception);             // the most-derived class, although raised through the base
+    for (auto const& text : {base.AsString(), base.UserReport(), base.DeveloperReport()}) // never thrown: no position
+        EXPECT_EQ(text.View(), message);
+    EXPECT_THROW(base.Raise(), Exception); // the most-derived class, although raised through the base
     auto const expectCaughtBy = [&]<class Handler>(Handler const*) {
         try {
             exception.Throw("mtx/impl/KVOSrvMatrix", 4711);
@@ -58,7 +56,6 @@ TEST(KVOSrvMtxExceptions, NumberMessageAndHandlers)
 
     // A payload is taken as it stands.
     Check(KVOSrvMtxIllegalInput("%s %i 100%"), 206, "KVOSrvMatrix::%s %i 100% - Illegal input.");
-    Check(KVOSrvMtxIllegalInput("*="), 206, "KVOSrvMatrix::*= - Illegal input.");
     Check(KVOSrvMtxIllegalInput(""), 206, "KVOSrvMatrix:: - Illegal input.");
     Check(KVOSrvMtxOpenFileException(nullptr), 202, "KVOSrvSparseImExPorter: Failed to open file .");
     std::string name = "SetSlice";
@@ -66,7 +63,6 @@ TEST(KVOSrvMtxExceptions, NumberMessageAndHandlers)
     KVOSrvMtxIllegalInput copy("Add");
     name.assign("destroyed");
     copy = exception;
-    copy = *&copy;
     Check(copy, 206, "KVOSrvMatrix::SetSlice - Illegal input.");
 }
 
@@ -82,8 +78,7 @@ TEST(KVOSrvMtxExceptions, AMalformedFileIsAnUnsupportedOneThatSaysMore)
         EXPECT_EQ(caught.DeveloperReport().View(), message + "\nFile mtx/impl/X, line 12\na %s.txt: line 7: expected 1 %i.");
     }
     KVOSrvMtxMalformedFile const binary(nullptr, 0, std::int64_t{1} << 40, nullptr);
-    EXPECT_STREQ(binary.Path(), "");
-    EXPECT_STREQ(binary.Expected(), "");
+    EXPECT_EQ(std::string(binary.Path()) + binary.Expected(), "");
     EXPECT_EQ(binary.Line(), 0);
     EXPECT_EQ(binary.Byte(), std::int64_t{1} << 40);
     EXPECT_EQ(binary.Place().View(), "byte 1099511627776");

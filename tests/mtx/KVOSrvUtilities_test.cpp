@@ -5,13 +5,8 @@
 
 #include <climits>
 #include <csignal>
-#include <cstdint>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <memory>
-#include <string>
-#include <utility>
-#include <vector>
 
 namespace
 {
@@ -91,8 +86,7 @@ TEST(KVOSrvFindContiguousRanges, RunsAreMaximal)
 TEST(KVOSrvUtilitiesDeathTest, ReportAndAbort)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe"); // a BLAS provider may have threads running
-    using testing::Eq;
-    using testing::KilledBySignal;
+    using testing::Eq, testing::KilledBySignal;
     EXPECT_EXIT(KVOSrvUtilities::ReportAndAbort("startRow>=0 && startCol>=0", "mtx/impl/KVOSrvBlaMatrix", 71), KilledBySignal(SIGABRT),
                 Eq(std::string("Assertion failed: startRow>=0 && startCol>=0\nFile mtx/impl/KVOSrvBlaMatrix, line 71\n")));
     EXPECT_EXIT(KVOSrvUtilities::ReportAndAbort("100% %s", nullptr, 71), KilledBySignal(SIGABRT),

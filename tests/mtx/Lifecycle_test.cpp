@@ -8,20 +8,15 @@
 #include <string>
 #include <vector>
 
-namespace
-{
-
 using Calls = std::vector<std::string>;
-Calls s_calls;
+static Calls s_calls;
 
 // Stands for a dependent library that adds one module to the tally, or takes it off again.
-void Record(char const* call, int& tally, int change)
+static void Record(char const* call, int& tally, int change)
 {
     s_calls.push_back(std::string(call) + ' ' + std::to_string(tally));
     tally += change;
 }
-
-} // namespace
 
 #define KVO_STAND_IN(library)                                                                                                              \
     void library##_initialize(int& tally)                                                                                                  \
