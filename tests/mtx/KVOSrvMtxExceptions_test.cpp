@@ -1,10 +1,9 @@
 #include "KVOSrvMtxExceptions.h"
 
+#include "ExpectThrows.h"
 #include "atr_Translate.h"
 
 #include <cstring>
-#include <gtest/gtest.h>
-#include <string>
 
 namespace
 {
@@ -18,18 +17,10 @@ void Check(Exception exception, int number, std::string const& message)
     for (auto const& text : {base.AsString(), base.UserReport(), base.DeveloperReport()}) // never thrown: no position
         EXPECT_EQ(text.View(), message);
     EXPECT_THROW(base.Raise(), Exception); // the most-derived class, although raised through the base
-    auto const expectCaughtBy = [&]<class Handler>(Handler const*) {
-        try {
-            exception.Throw("mtx/impl/KVOSrvMatrix", 4711);
-        } catch (Handler const& caught) {
-            EXPECT_EQ(static_cast<Exception const&>(caught).DeveloperReport().View(), message + "\nFile mtx/impl/KVOSrvMatrix, line 4711");
-        } catch (...) {
-            ADD_FAILURE() << "another class";
-        }
-    };
-    expectCaughtBy(static_cast<Exception*>(nullptr));
-    expectCaughtBy(static_cast<KVOBasException*>(nullptr));
-    expectCaughtBy(static_cast<mem_AllocationOperators*>(nullptr));
+    auto const raise = [&] { exception.Throw("mtx/impl/KVOSrvMatrix", 4711); };
+    EXPECT_EQ(ReportOf<Exception>(raise), message + "\nFile mtx/impl/KVOSrvMatrix, line 4711");
+    EXPECT_THROW(raise(), KVOBasException);
+    EXPECT_THROW(raise(), mem_AllocationOperators);
 }
 
 TEST(KVOSrvMtxExceptions, NumberMessageAndHandlers)
