@@ -4,9 +4,7 @@
 #include "TemporaryFolder.h"
 
 #include <cstdint>
-#include <filesystem>
 #include <gtest/gtest.h>
-#include <string>
 #include <sys/resource.h>
 
 namespace

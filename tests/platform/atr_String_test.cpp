@@ -4,8 +4,6 @@
 #include "atr_Translate.h"
 
 #include <climits>
-#include <gtest/gtest.h>
-#include <string>
 #include <utility>
 #include <vector>
 

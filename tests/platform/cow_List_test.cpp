@@ -3,8 +3,6 @@
 #include "FailureSweep.h"
 
 #include <algorithm>
-#include <gtest/gtest.h>
-#include <string>
 #include <utility>
 #include <vector>
 

@@ -6,7 +6,6 @@
 #include "omi_Timer.h"
 
 #include <climits>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <utility>
 #include <vector>

@@ -5,27 +5,23 @@
 #include <vector>
 
 /// A fresh folder that is the working one while this object lives.
-class WorkingFolder
+class WorkingFolder : public TemporaryFolder
 {
 public:
-    explicit WorkingFolder(std::filesystem::path const& parent = std::filesystem::temp_directory_path())
-        : m_folder(parent), m_before(std::filesystem::current_path())
+    explicit WorkingFolder(std::filesystem::path const& parent = std::filesystem::temp_directory_path()) : TemporaryFolder(parent)
     {
         std::filesystem::current_path(Path());
     }
     ~WorkingFolder() { std::filesystem::current_path(m_before); }
-    WorkingFolder(WorkingFolder const&) = delete;
-    WorkingFolder& operator=(WorkingFolder const&) = delete;
 
-    std::string Path() const { return m_folder / "."; }
-    std::string operator/(std::string const& name) const { return m_folder / name; }
+    std::string Path() const { return *this / "."; }
     /// Makes a folder in it the working one; `gone`: which is removed at once.
     void EnterBelow(bool gone = false) const
     {
-        std::filesystem::create_directory(m_folder / "below");
-        std::filesystem::current_path(m_folder / "below");
+        std::filesystem::create_directory(*this / "below");
+        std::filesystem::current_path(*this / "below");
         if (gone)
-            std::filesystem::remove(m_folder / "below");
+            std::filesystem::remove(*this / "below");
     }
     /// The names of what is in it.
     std::vector<std::string> Files() const
@@ -37,6 +33,5 @@ public:
     }
 
 private:
-    TemporaryFolder m_folder;
-    std::filesystem::path m_before;
+    std::filesystem::path m_before = std::filesystem::current_path();
 };

@@ -1,6 +1,5 @@
 #include "Tool.h"
 
-#include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
@@ -40,7 +39,7 @@ std::string const kGeneral = "%%MatrixMarket matrix coordinate real general\n";
 
 } // namespace
 
-TEST(BadInput, MalformedFilesAreReportedByPlace)
+TEST(BadInput, MalformedFilesAreReportedByPlaceAndOthersRecognised)
 {
     Tool const tool;
     WriteFile(tool / "bad.mtx", kGeneral + "2 2 1\n\n3 1 5\n");
@@ -49,11 +48,7 @@ TEST(BadInput, MalformedFilesAreReportedByPlace)
     ExpectFailure(tool, {"info", "bad.mtx"}, 3, "bad.mtx: line 4: expected a row from 1 to 2, found \"3\"");
     ExpectFailure(tool, {"info", "bad.txt"}, 3, "bad.txt: line 2: expected a column number (whole, from 1 to 2147483647), found \"x\"");
     ExpectFailure(tool, {"info", "bad.dense"}, 3, "bad.dense: byte 8: the file ends here; the header of a dense file");
-}
 
-TEST(BadInput, FilesOfAnotherKindAreRecognised)
-{
-    Tool const tool;
     tool.Do({"convert", Data("bcsstk01.mtx"), "k.sim"});
     ExpectFailure(tool, {"info", Data("bcsstk01.mtx"), "--format", "6"}, 3, "this is a Matrix Market file");
     ExpectFailure(tool, {"info", "k.sim", "--format", "mtx"}, 3, "this is a database");

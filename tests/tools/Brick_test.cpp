@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <numeric>
 #include <thread>

@@ -4,7 +4,6 @@
 #include "Tool.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

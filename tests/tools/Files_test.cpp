@@ -1,7 +1,6 @@
 #include "Tool.h"
 
 #include <cmath>
-#include <cstdlib>
 #include <gtest/gtest.h>
 
 namespace

@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <sys/wait.h>
 #include <thread>
 
 using namespace std::chrono_literals;

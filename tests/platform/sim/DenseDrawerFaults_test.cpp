@@ -3,9 +3,7 @@
 #include "SimFailure.h"
 #include "TemporaryFolder.h"
 
-#include <cstring>
 #include <sys/resource.h>
-#include <unistd.h>
 
 using simdb::DenseDrawer;
 using simdb::DenseShape;

@@ -6,7 +6,6 @@
 #include "TemporaryFolder.h"
 #include "ValueSums.h"
 
-#include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <optional>

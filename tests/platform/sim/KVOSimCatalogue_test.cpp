@@ -1,7 +1,5 @@
 #include "SimClient.h"
 
-#include <functional>
-
 using namespace SimClient;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -239,10 +237,6 @@ TEST_F(Catalogue, OpensOneFileAtATimeAndOnlyDatabases)
     EXPECT_FALSE(std::filesystem::exists(folder / "x.sim"));
     ExpectFailure("no database is open", [&] { other.CreateContext(); });
     EXPECT_TRUE(other.ContextID().IsNull());
-
-    WriteFile(folder / "text.sim", "no database at all");
-    ExpectFailure("text.sim", [&] { other.OpenFile((folder / "text.sim").c_str(), true); });
-    EXPECT_FALSE(other.IsOpen());
 
     database.Close();
     database.Close();

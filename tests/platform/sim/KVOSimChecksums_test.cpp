@@ -1,7 +1,6 @@
 #include "SimClient.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <optional>
 #include <random>
 

@@ -1,6 +1,5 @@
 #include "SimClient.h"
 
-#include <cstring>
 #include <limits>
 #include <random>
 #include <tuple>

@@ -5,17 +5,13 @@
 #include "TemporaryFolder.h"
 
 #include <chrono>
-#include <cstddef>
-#include <cstdlib>
 #include <fcntl.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <thread>
-#include <unistd.h>
 
 using simdb::DenseDrawer;
 using simdb::File;

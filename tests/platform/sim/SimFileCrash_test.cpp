@@ -1,8 +1,6 @@
 #include "SimWorkload.h"
 
 #include <chrono>
-#include <cstdlib>
-#include <filesystem>
 #include <map>
 #include <random>
 #include <thread>

@@ -1,7 +1,6 @@
 #include "FailSystemCall.h"
 #include "SimWorkload.h"
 
-#include <filesystem>
 #include <sys/resource.h>
 
 namespace

@@ -1,8 +1,5 @@
 #include "SimWorkload.h"
 
-#include <filesystem>
-#include <gmock/gmock.h>
-
 namespace
 {
 

@@ -1,8 +1,6 @@
 #include "SimWorkload.h"
 
 #include <fcntl.h>
-#include <filesystem>
-#include <gmock/gmock.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 

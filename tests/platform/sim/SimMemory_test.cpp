@@ -1,12 +1,7 @@
 #include "LimitedMalloc.h"
 #include "SimClient.h"
 
-#include <cstdint>
-#include <new>
-#include <numeric>
-
 #include <hdf5.h>
-#include <unistd.h>
 
 // What a database does when the process has no memory left: HDF5's own allocations never are the ones that fail, since it would crash or
 // stay broken, and the file holds what was committed.

@@ -2,9 +2,6 @@
 
 #include "DrawerOracle.h"
 
-#include <filesystem>
-#include <numeric>
-
 namespace workload
 {
 
