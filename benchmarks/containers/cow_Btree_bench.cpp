@@ -47,7 +47,7 @@ void Fill(Peer& map, std::vector<int> const& keys)
         map.try_emplace(key, ValueOf(key));
 }
 
-void Require(bool condition)
+void RequireRightResult(bool condition)
 {
     if (!condition)
         throw std::runtime_error("wrong result");
@@ -55,9 +55,9 @@ void Require(bool condition)
 
 void Check(Map const& map, int count)
 {
-    Require(map.Size() == count);
+    RequireRightResult(map.Size() == count);
     for (int key = 0; key < count; ++key)
-        Require(map.ConstLookup(key) == ValueOf(key));
+        RequireRightResult(map.ConstLookup(key) == ValueOf(key));
 }
 
 // All maps live until the clock has stopped, hence the fixed number of iterations below.

@@ -108,8 +108,8 @@ void Compare(
     prepare();
     SecondsInParallel(run);
     std::vector<double> const found = result();
-    Require(found.size() == expected.size() && std::memcmp(found.data(), expected.data(), found.size() * sizeof(double)) == 0,
-            "another result than without threads");
+    ThrowUnless(found.size() == expected.size() && std::memcmp(found.data(), expected.data(), found.size() * sizeof(double)) == 0,
+                "another result than without threads");
     // Either follows one of its kind: memory that the same threads have just released is cleared several times faster than such as a
     // virtual machine's host may have taken back since.
     auto const again = [&](auto const& seconds) {

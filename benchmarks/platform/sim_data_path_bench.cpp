@@ -145,7 +145,7 @@ void CheckSame(Stored& stored, Window const& window)
     std::vector<double> read(window.Values()), expected(window.Values());
     stored.Read(window, read.data());
     CopyFromMemory(window, expected.data());
-    Require(read == expected, "the drawer does not hold what was written");
+    ThrowUnless(read == expected, "the drawer does not hold what was written");
 }
 
 enum class Direction { Read, Write };
@@ -287,11 +287,11 @@ void FirstWriteOfBlocks(benchmark::State& state)
     auto const plain = [&] {
         std::string const path = s_folder / "plain";
         int const file = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
-        Require(file >= 0, "no plain file");
+        ThrowUnless(file >= 0, "no plain file");
         auto const bytes = static_cast<ssize_t>(8 * blocks.front().Values());
         Seconds const seconds = Time([&] {
             for (std::size_t b = 0; b < blocks.size(); ++b)
-                Require(pwrite(file, buffer.Data(), static_cast<std::size_t>(bytes), static_cast<off_t>(b) * bytes) == bytes, "pwrite");
+                ThrowUnless(pwrite(file, buffer.Data(), static_cast<std::size_t>(bytes), static_cast<off_t>(b) * bytes) == bytes, "pwrite");
         });
         close(file);
         unlink(path.c_str());
@@ -379,7 +379,7 @@ void SmallDrawers(benchmark::State& state)
             for (int i = 0; i < kDrawers; ++i) {
                 std::fill(values.begin(), values.end(), 0.0);
                 DenseDrawer::Open(access, file->Hdf5(), std::to_string(i).c_str())->Read(all, values.data());
-                Require(values[399] == 1.0, "a small drawer does not hold what was written");
+                ThrowUnless(values[399] == 1.0, "a small drawer does not hold what was written");
             }
             access.reset();
             file->Close();

@@ -66,7 +66,7 @@ struct Model {
             write(columns.data() + begin, kChunk);
             write(values.data() + begin, kChunk);
         }
-        Require(bool(file.flush()), "cannot write the model's file");
+        ThrowUnless(bool(file.flush()), "cannot write the model's file");
     }
 
     BrickRows rows;
@@ -94,7 +94,7 @@ void RequireEqual(KVOSrvSparseMatrix const& a, KVOSrvSparseMatrix const& b)
         return x.row == y.row && x.column == y.column && std::bit_cast<std::uint64_t>(x.value) == std::bit_cast<std::uint64_t>(y.value);
     };
     std::vector<KVOSrvSparseMatrixEntry> const left = EntriesOf(a), right = EntriesOf(b);
-    Require(std::equal(left.begin(), left.end(), right.begin(), right.end(), same), "the matrices differ");
+    ThrowUnless(std::equal(left.begin(), left.end(), right.begin(), right.end(), same), "the matrices differ");
 }
 
 std::vector<KVOSrvSparseMatrixEntry> ScanWithFscanf(std::string const& path)
@@ -143,7 +143,7 @@ void ImportTextAgainstFscanf(benchmark::State& state)
     KVOSrvSparseMatrix matrix(0, 0);
     matrix.Import(model.text.c_str(), 3);
     std::vector<KVOSrvSparseMatrixEntry> const expected = ScanWithFscanf(model.text);
-    Require(EntriesOf(matrix).size() == expected.size() && EntriesOf(matrix).back().value == expected.back().value, "wrong import");
+    ThrowUnless(EntriesOf(matrix).size() == expected.size() && EntriesOf(matrix).back().value == expected.back().value, "wrong import");
     AgainstPeer(
         state, [&] { matrix.Import(model.text.c_str(), 3); },
         [&] {
@@ -157,7 +157,7 @@ void AgainstFromChars(benchmark::State& state, std::string const& path)
     KVOSrvSparseMatrix matrix(0, 0);
     std::vector<char> text(std::filesystem::file_size(path) + 1);
     matrix.Import(path.c_str(), 3);
-    Require(EntriesOf(matrix).size() == TheModel().rows.columns.size(), "wrong import");
+    ThrowUnless(EntriesOf(matrix).size() == TheModel().rows.columns.size(), "wrong import");
     AgainstPeer(
         state, [&] { matrix.Import(path.c_str(), 3); }, [&] { ScanWithFromChars(path, text); });
 }
@@ -179,7 +179,7 @@ void ImportShuffledTextAgainstFromChars(benchmark::State& state)
     std::ofstream shuffled(path);
     for (std::string const& line : lines)
         shuffled << line << '\n';
-    Require(bool(shuffled.flush()), "cannot write the shuffled file");
+    ThrowUnless(bool(shuffled.flush()), "cannot write the shuffled file");
     lines = {};
     AgainstFromChars(state, path);
     std::filesystem::remove(path);
@@ -206,7 +206,7 @@ void ExportTextAgainstFprintf(benchmark::State& state)
     Model const& model = TheModel();
     std::string const path = s_folder / "exported", peer = s_folder / "printed";
     PrintWithFprintf(model.rows, peer);
-    Require(Content(model.text) == Content(peer), "the export differs from fprintf's output");
+    ThrowUnless(Content(model.text) == Content(peer), "the export differs from fprintf's output");
     AgainstPeer(
         state, [&] { model.matrix.Export(path.c_str(), 3); }, [&] { PrintWithFprintf(model.rows, peer); });
     std::filesystem::remove(path);
@@ -246,7 +246,7 @@ void AgainstRawWrite(benchmark::State& state, KVOSrvSparseMatrix const& matrix, 
     std::string const bytes = Content(path);
     auto const rawWrite = [&] {
         int const descriptor = open(peer.c_str(), O_WRONLY | O_CREAT, 0644);
-        Require(write(descriptor, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()), "a short write");
+        ThrowUnless(write(descriptor, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()), "a short write");
         close(descriptor);
     };
     rawWrite();

@@ -6,7 +6,7 @@
 #include <string>
 
 /// @throws std::runtime_error with `what` unless `held`
-inline void Require(bool held, char const* what)
+inline void ThrowUnless(bool held, char const* what)
 {
     if (!held)
         throw std::runtime_error(what);
@@ -19,7 +19,7 @@ public:
     BenchmarkFolder()
     {
         std::string pattern = (std::filesystem::temp_directory_path() / "kvo-bench-XXXXXX").string();
-        Require(mkdtemp(pattern.data()) != nullptr, "no temporary folder");
+        ThrowUnless(mkdtemp(pattern.data()) != nullptr, "no temporary folder");
         m_path = pattern;
     }
     ~BenchmarkFolder() { std::filesystem::remove_all(m_path); }

@@ -20,7 +20,7 @@ namespace
 
 constexpr int kThreads = 8;
 
-void Require(bool held, char const* what)
+void ThrowUnless(bool held, char const* what)
 {
     if (!held)
         throw std::runtime_error(what);
@@ -44,15 +44,15 @@ void CheckMatrix(Task const& task, KVOSrvDenseMatrix& matrix)
     int const rows = matrix.NumberOfRows(), columns = matrix.NumberOfColumns();
     Dense entries = task.Entries(rows, columns), part(rows - 2, 1), product(rows, 1);
     matrix.SetRows(0, rows - 1, Wrapping(entries));
-    Require(ValuesOf(matrix).values == entries.values, "a database matrix has other values");
+    ThrowUnless(ValuesOf(matrix).values == entries.values, "a database matrix has other values");
 
     KVOSrvMatrix column = Wrapping(part);
     std::unique_ptr<KVOSrvDenseMatrix>(matrix.Submatrix(1, rows - 2, 2, columns - 1))->GetColumns(3, 3, column);
-    Require(part.At(4, 0) == entries.At(5, 5), "a view has other values");
+    ThrowUnless(part.At(4, 0) == entries.At(5, 5), "a view has other values");
 
     Dense const ones(columns, 1, 1.0);
     matrix.Multiply(ones.data(), 1, product.data());
-    Require(product.values == (entries * ones).values, "a product with a database matrix is wrong");
+    ThrowUnless(product.values == (entries * ones).values, "a product with a database matrix is wrong");
 }
 
 // A commit, a second one at the end, and an opening.
@@ -76,8 +76,8 @@ void UseDatabase(Task const& task)
     KVOSimDatabase database;
     database.OpenFile(path.c_str(), task.round % 2 == 0);
     auto const stored = KVOSimContext(database.ContextID()).QueryDistributions();
-    Require(stored.Size() == 2 && ReadAll(stored[0]) == values, "a database has other values than were committed");
-    Require(ReadAll(stored[1]) == std::vector<double>(100, task.Number()), "a database has other initial values");
+    ThrowUnless(stored.Size() == 2 && ReadAll(stored[0]) == values, "a database has other values than were committed");
+    ThrowUnless(ReadAll(stored[1]) == std::vector<double>(100, task.Number()), "a database has other initial values");
 }
 
 void UseScratchMatrices(Task const& task)
@@ -89,7 +89,7 @@ void UseScratchMatrices(Task const& task)
     CheckMatrix(task, container.Create(id, 20, 17, 8, -1));
     Dense values(20, 17);
     KVOSRVMATRIXCONTAINERGETVALUES(reinterpret_cast<std::int64_t>(&container), &id, values.data());
-    Require(values.values == task.Entries(20, 17).values, "a container gives other values");
+    ThrowUnless(values.values == task.Entries(20, 17).values, "a container gives other values");
 }
 
 void UseSparseMatrix(Task const& task)
@@ -99,7 +99,7 @@ void UseSparseMatrix(Task const& task)
     auto const check = [&](KVOSrvSparseMatrix const& matrix) {
         Dense product(oracle.rows, 1);
         matrix.Multiply(ones.data(), 1, product.data(), false);
-        Require(product.values == sums.values, "a product with a sparse matrix is wrong");
+        ThrowUnless(product.values == sums.values, "a product with a sparse matrix is wrong");
     };
     auto const matrix = oracle.Matrix();
     check(*matrix);
@@ -125,20 +125,20 @@ void Multiply(Task const& task)
     double const zero = 0.0, one = 1.0;
     BLAC_DGEMM2("N", "N", &a.rows, &ones.columns, &a.columns, &one, a.data(), &a.ld, ones.data(), &ones.ld, &zero, product.data(),
                 &product.ld);
-    Require(product.values == sums.values, "the built-in product is wrong");
+    ThrowUnless(product.values == sums.values, "the built-in product is wrong");
     product = Dense(90, 1);
     Wrapping(product).Multiply(Wrapping(a), Wrapping(ones));
-    Require(product.values == sums.values, "a product in memory is wrong");
+    ThrowUnless(product.values == sums.values, "a product in memory is wrong");
 }
 
 void Fail(Task const& task)
 {
     std::string const path = task.folder + "/missing.sim";
-    Require(FailureOf([&] { KVOSimDatabase().OpenFile(path.c_str(), true); }).find(path) != std::string::npos,
-            "another thread's failure was reported");
+    ThrowUnless(FailureOf([&] { KVOSimDatabase().OpenFile(path.c_str(), true); }).find(path) != std::string::npos,
+                "another thread's failure was reported");
     auto const refused = [](int rowChunk, int columnChunk) { KVOSrvUtilities::LimitChunkSize2GB(rowChunk, columnChunk, 0, 1); };
-    Require(ReportOf<KVOSrvMtxIllegalInput>([&] { refused(1, 1); }).find("LimitChunkSize2GB") != std::string::npos,
-            "the wrong failure was reported");
+    ThrowUnless(ReportOf<KVOSrvMtxIllegalInput>([&] { refused(1, 1); }).find("LimitChunkSize2GB") != std::string::npos,
+                "the wrong failure was reported");
 }
 
 void UseAllocator(Task const& task)
@@ -147,7 +147,7 @@ void UseAllocator(Task const& task)
     for (std::size_t bytes : {1, 100, 5000, 70'000, 300'000, 2'000'000, 9'000'000}) {
         kept.emplace_back(static_cast<unsigned char*>(mem_OperatorNewThrow(bytes)));
         std::fill_n(kept.back().get(), bytes, static_cast<unsigned char>(task.Number()));
-        Require(kept.size() < 2 || *kept[kept.size() - 2] == static_cast<unsigned char>(task.Number()), "memory was given twice");
+        ThrowUnless(kept.size() < 2 || *kept[kept.size() - 2] == static_cast<unsigned char>(task.Number()), "memory was given twice");
     }
 }
 
@@ -170,9 +170,9 @@ void ShareContent(Task const& task)
         Common const copy = mine;
         mine.list.Append(task.Number());
         mine.text = copy.text;
-        Require(copy.list.Size() == 1000 + i && mine.list[1000 + i] == task.Number(), "a list has other elements");
+        ThrowUnless(copy.list.Size() == 1000 + i && mine.list[1000 + i] == task.Number(), "a list has other elements");
     }
-    Require(s_common.list.Size() == 1000 && mine.text == "shared", "what is shared was changed");
+    ThrowUnless(s_common.list.Size() == 1000 && mine.text == "shared", "what is shared was changed");
 }
 
 using Work = void (*)(Task const&);
