@@ -17,7 +17,7 @@ public:
     bool IsEmpty() const noexcept { return m_text.IsEmpty(); }
 
     /// Compares the bytes.
-    friend bool operator==(DRXUnicodeString const& a, DRXUnicodeString const& b) noexcept { return a.m_text == b.m_text; }
+    friend bool operator==(DRXUnicodeString const&, DRXUnicodeString const&) noexcept = default;
 
 private:
     cow_String m_text;

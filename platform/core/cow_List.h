@@ -113,7 +113,11 @@ private:
     }
 
     struct Content {
-        std::int64_t Size() const noexcept { return pieceCount == 0 ? 0 : FirstOf(pieceCount - 1) + (next - pieces[pieceCount - 1]); }
+        std::int64_t Size() const noexcept
+        {
+            int const last = pieceCount - 1;
+            return pieceCount == 0 ? 0 : FirstOf(last) + (next - pieces[last]);
+        }
 
         // Once it is false no other list can come to share the content, and those that did are done with it.
         bool IsShared() const noexcept { return sharers.load(std::memory_order_acquire) != 1; }

@@ -46,7 +46,7 @@ KVO_EXPORT KVOForStatus for_read_seq_xmit(int unit, void* items, std::int64_t co
 
 /// Where a unit stands in its file.
 struct KVOForPlace {
-    std::int64_t record = 0; ///< byte at which the current record begins, its marker; at the end of the file the file's size
+    std::int64_t record = 0; ///< byte of the marker that begins the current record; at the end of the file its size
     std::int64_t fault = -1; ///< byte of what is wrong, after KVOForMalformed; else -1
     char const* reason = ""; ///< what was expected there and what was found; lives until the unit is closed
 };

@@ -53,9 +53,11 @@ public:
     /// A new, empty distribution over `grid`. @param mask  -1: all of the grid, the only choice
     /// @throws KVOSimException unless the grid has 1 to 32 distinct collections of this context and the range type is 1
     /// to 8
-    KVOSimDistributionID CreateDistribution(KVOSimGrid const& grid, KVOSimRangeType const& rangeType, std::int64_t mask);
+    KVOSimDistributionID CreateDistribution(KVOSimGrid const& grid, KVOSimRangeType const& rangeType, //
+                                            std::int64_t mask);
     /// One that is not kept when the database is closed. @param type  as Schema() gives it, or -1
-    KVOSimDistributionID CreateTempDistribution(KVOSimGrid const& grid, KVOSimRangeType const& rangeType, KVOSimTypeID const& type);
+    KVOSimDistributionID CreateTempDistribution(KVOSimGrid const& grid, KVOSimRangeType const& rangeType, //
+                                                KVOSimTypeID const& type);
 
     /// The stored distributions, in the order in which they were made.
     KVOSimArray<KVOSimDistributionID> QueryDistributions() const;

@@ -37,7 +37,7 @@ struct KVOSimDrawer {
     KVOSimArray<int> dimensionSizes;       ///< members per dimension
     KVOSimArray<int> chunkSizes;           ///< per dimension; empty: unchunked
     KVOSimArray<KVOSimCSetID> csets;       ///< the set that numbers each dimension, in the dimension's colour
-    int extendableDim = -1; ///< -1: none, d: that one alone, 2: both of two; also -1 for three and more, although each of them can grow
+    int extendableDim = -1;                ///< that which can grow; 2: both of two; -1: none, or each of three and more
 };
 
 /// A range of one dimension, first to last, both inclusive. Kind 3 counts chunks.

@@ -16,7 +16,8 @@ public:
     /// KVOSimContext::CreateDistribution() over all of the grid.
     KVOSimDistributionID CreateDistribution(KVOSimGrid const& grid, KVOSimRangeType const& rangeType);
     /// @param typeIndex  a number of the caller's, 0 or greater, kept with the distribution
-    KVOSimDistributionID CreateTypedDistribution(int typeIndex, KVOSimGrid const& grid, KVOSimRangeType const& rangeType);
+    KVOSimDistributionID CreateTypedDistribution(int typeIndex, KVOSimGrid const& grid, //
+                                                 KVOSimRangeType const& rangeType);
 
 private:
     KVOSimContext m_context;

@@ -15,9 +15,9 @@ struct KVOSimDamage {
 
 /// What a check of a database has seen.
 struct KVOSimCheckReport {
-    int drawers = 0;                   ///< how many there are
-    std::int64_t pieces = 0;           ///< chunks, and arrays that lie in one piece, whose places were looked at
-    std::int64_t values = 0;           ///< chunks, and arrays of sparse matrices, whose values were compared with their checksums
+    int drawers = 0;         ///< how many there are
+    std::int64_t pieces = 0; ///< chunks, and arrays that lie in one piece, whose places were looked at
+    std::int64_t values = 0; ///< chunks, and arrays of sparse matrices, whose values were compared with their checksums
     bool hasChecksums = false;         ///< of the catalogue and the places of values: not in files of format version 1
     KVOSimArray<KVOSimDamage> damages; ///< all of them, in the order in which they were met
 };

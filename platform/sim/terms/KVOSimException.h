@@ -14,7 +14,7 @@ public:
     /// What a program or its user can act on.
     enum class Kind : int {
         Other,    ///< none of those below, or not known
-        Misuse,   ///< the program asked for what cannot be: an identifier of a closed database, sizes that do not fit, a write to a reader
+        Misuse,   ///< the program asked for what cannot be: sizes that do not fit, a write to a reader
         NotFound, ///< the file or its folder does not exist
         Exists,   ///< a file of that name exists
         Denied,   ///< the permissions of the file or of its folder forbid it

@@ -33,7 +33,10 @@ protected:
     /// @param database  serial number of the open database
     /// @param context   number of the context
     /// @param index     number of the object
-    KVOSimDynamicID(std::uint64_t database, int context, int index) noexcept : m_database(database), m_context(context), m_index(index) {}
+    KVOSimDynamicID(std::uint64_t database, int context, int index) noexcept
+        : m_database(database), m_context(context), m_index(index)
+    {
+    }
 
     /// Serial number of the open database, 0 without.
     std::uint64_t m_database = 0;
@@ -69,7 +72,10 @@ public:
     }
 
     /// The context that holds it; null for a null identifier.
-    KVOSimContextID ContextID() const noexcept { return IsNull() ? KVOSimContextID() : KVOSimContextID(m_database, m_context); }
+    KVOSimContextID ContextID() const noexcept
+    {
+        return IsNull() ? KVOSimContextID() : KVOSimContextID(m_database, m_context);
+    }
     /// The colour of the variant.
     int Color() const noexcept { return m_color; }
     /// Makes this the identifier of the variant of that colour. It exists for every collection and every colour from 0
@@ -121,12 +127,16 @@ class KVO_EXPORT KVOSimDistributionID : public KVOSimDynamicID
 public:
     KVOSimDistributionID() noexcept = default;
     /// Finds a stored distribution again: `index` as Index() gave it, in this or in an earlier process.
-    KVOSimDistributionID(KVOSimContextID const& context, int index) noexcept : KVOSimDynamicID(context.Database(), context.Index(), index)
+    KVOSimDistributionID(KVOSimContextID const& context, int index) noexcept
+        : KVOSimDynamicID(context.Database(), context.Index(), index)
     {
     }
 
     /// The context that holds it; null for a null identifier.
-    KVOSimContextID ContextID() const noexcept { return IsNull() ? KVOSimContextID() : KVOSimContextID(m_database, m_context); }
+    KVOSimContextID ContextID() const noexcept
+    {
+        return IsNull() ? KVOSimContextID() : KVOSimContextID(m_database, m_context);
+    }
 
     /// Whether both name the same distribution.
     friend bool operator==(KVOSimDistributionID const&, KVOSimDistributionID const&) noexcept = default;
@@ -140,5 +150,8 @@ public:
     /// No type of its own, as every -1.
     KVOSimTypeID(int type) noexcept : KVOSimDynamicID(0, kNoIndex, type) {}
     /// The type of number `type` in a context.
-    KVOSimTypeID(KVOSimContextID const& context, int type) noexcept : KVOSimDynamicID(context.Database(), context.Index(), type) {}
+    KVOSimTypeID(KVOSimContextID const& context, int type) noexcept
+        : KVOSimDynamicID(context.Database(), context.Index(), type)
+    {
+    }
 };
