@@ -69,7 +69,8 @@ protected:
         KVOSimCollectionID const rows = KVOSimContext(context).CreateCollection(3), columns = KVOSimContext(context).CreateCollection(2);
         WriteAll(MakeMatrix(context, {Biggest(columns), MakeSet(rows, {5, 7, 6})}, {2, 2}), Ramp(6, kDense));
         WriteAll(MakeMatrix(context, {Biggest(columns)}), Ramp(2, kContiguous));
-        Rows{Ramp(2, kSparse), {0, 1}, {0, 2, 2, 2}, {}}.Store(context, Biggest(rows), Biggest(columns));
+        Rows{Ramp(2, kSparse), {258, 259}, {0, 2, 2, 2}, {}}.Store(context, Biggest(rows),
+                                                                   Biggest(KVOSimContext(context).CreateCollection(300)));
         database.Close();
         summed = ReadFile(path);
         sound = Edited(summed, SetAttribute("format_version", 1));
@@ -128,14 +129,17 @@ protected:
     std::string summed, sound;
 };
 
-/// Where values lie in the file: each of Damage's is there once.
+/// Where values, row starts and column indices lie in the file: each of Damage's is there once.
 std::vector<bool> ArePlacesOfValues(std::string const& content)
 {
-    std::vector<bool> are(content.size());
+    std::vector<std::string> values{Bytes(0, 2, 2, 2), Bytes(258, 259)};
     for (double const first : {kDense, kContiguous, kSparse})
         for (int i = 0; i < 6; ++i)
-            if (std::size_t const at = content.find(Bytes(first + i)); at != content.npos)
-                std::fill_n(are.begin() + static_cast<std::ptrdiff_t>(at), sizeof first, true);
+            values.push_back(Bytes(first + i));
+    std::vector<bool> are(content.size());
+    for (std::string const& value : values)
+        if (std::size_t const at = content.find(value); at != content.npos)
+            std::fill_n(are.begin() + static_cast<std::ptrdiff_t>(at), value.size(), true);
     return are;
 }
 
@@ -178,7 +182,7 @@ TEST_F(Damage, IsAKVOSimExceptionWhateverIsMissingOrAbsurd)
         {"does not fit the catalogue", Replace(sparseValues, H5T_IEEE_F64LE, {3})},
         {"does not fit the catalogue", Replace(sparseValues, H5T_IEEE_F32LE, {2})},
         {"row starts", Overwrite(rowStart, H5T_NATIVE_INT, {0, 9, 1, 2})},
-        {"column indices", Overwrite("context_0/distribution_2_drawer_0/column_indices", H5T_NATIVE_INT, {1, 2})},
+        {"column indices", Overwrite("context_0/distribution_2_drawer_0/column_indices", H5T_NATIVE_INT, {1, 300})},
     };
     for (std::size_t i = 0; i < cases.size(); ++i) {
         SCOPED_TRACE(i);
@@ -190,6 +194,9 @@ TEST_F(Damage, IsAKVOSimExceptionWhateverIsMissingOrAbsurd)
             EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "HDF5 speaks for itself";
         }
     }
+    testing::internal::CaptureStderr();
+    H5Fopen("missing", H5F_ACC_RDONLY, H5P_DEFAULT);
+    EXPECT_NE(testing::internal::GetCapturedStderr(), "") << "the host's own calls are not to be silent";
 }
 
 // One byte after another, but for values and what is unused.

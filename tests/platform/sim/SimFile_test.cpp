@@ -226,24 +226,4 @@ TEST_F(SimFile, CreationAndCleaningOfTheSameNameGetAlong)
     }
 }
 
-TEST_F(SimFile, Hdf5ReportsNothingAndTheHostsReportStays)
-{
-    H5E_auto2_t previous;
-    void* data;
-    int reports = 0;
-    H5Eget_auto2(H5E_DEFAULT, &previous, &data);
-    H5Eset_auto2(
-        H5E_DEFAULT, [](hid_t, void* count) { return static_cast<herr_t>(++*static_cast<int*>(count)); }, &reports);
-    NewDatabase(path, 1).reset();
-    std::string bytes = ReadFile(path);
-    bytes[45] = static_cast<char>(~bytes[45]);
-    WriteFile(path, bytes);
-
-    EXPECT_THAT(FailureOfOpening(path, true), HasSubstr("checksum"));
-    EXPECT_EQ(reports, 0);
-    H5Fopen((folder / "missing").c_str(), H5F_ACC_RDONLY, H5P_DEFAULT); // the host's own
-    EXPECT_EQ(reports, 1);
-    H5Eset_auto2(H5E_DEFAULT, previous, data);
-}
-
 } // namespace
