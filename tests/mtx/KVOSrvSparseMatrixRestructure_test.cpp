@@ -8,7 +8,7 @@ namespace
 
 using Matrix = KVOSrvSparseMatrix;
 
-constexpr SparseShape kShapes[] = {{0, 0, 0},  {0, 4, 0},      {5, 0, 0},       {1, 1, 1},       {4, 6, 3},
+constexpr SparseShape kShapes[] = {{0, 0, 0},  {0, 4, 0},      {5, 0, 0},       {1, 1, 1},       {9, 30, 20},
                                    {9, 7, 40}, {20, 5000, 90}, {300, 40, 3000}, {200, 200, 9000}};
 
 // The entries with each place sent to another.
@@ -84,6 +84,8 @@ TEST(KVOSrvSparseMatrixRestructure, MovesHalfStorageAsTheFullMatrix)
         EXPECT_EQ(ContentOf(*permuted->InFullStorage()), Renumbered(oracle, Inverse(perm)).ExpectedContent());
         for (Matrix const* const moved : {transposed.get(), permuted.get()})
             EXPECT_TRUE(moved->IsSymmetric() && moved->NumberOfNonzeros() == matrix->NumberOfNonzeros());
+        for (KVOSrvSparseRows const rows = permuted->Rows(); int const row : perm)
+            EXPECT_TRUE(std::is_sorted(rows.columnIndices + rows.rowStart[row], rows.columnIndices + rows.rowStart[row + 1]));
         matrix->PermuteInPlace(perm.data());
         EXPECT_EQ(ContentOf(*matrix), ContentOf(*permuted));
     }

@@ -301,6 +301,7 @@ TEST(KVOSrvSparseMatrix, FindsTheOneFlawOfALargeMatrix)
             EXPECT_THROW(flawed.Matrix()->InHalfStorage(), KVOSrvMtxIllegalInput) << flaw;
         }
     }
+    EXPECT_FALSE((SparseOracle{3, 3, {{{0, 2}, 1.0}, {{1, 0}, 1.0}}}.Matrix()->IsSymmetric())); // equal, but elsewhere
     SparseOracle wide{2, 5, {{{0, 0}, 1.0}, {{0, 1}, 2.0}, {{1, 0}, 2.0}}};
     EXPECT_TRUE(wide.Matrix()->IsSymmetric());
     wide.places[{1, 4}] = 1;
