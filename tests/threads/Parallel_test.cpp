@@ -90,15 +90,15 @@ std::string TextOf(std::vector<KVOSrvSparseMatrixEntry> const& entries, char con
     return text.str();
 }
 
-// Records that ascend in each of the parts that two threads and more are given, whose parts come in reverse.
-std::string TextOfReversedParts()
+// Records that ascend in each of the parts that two threads and more are given; each part begins in the middle of the one before.
+std::string TextOfOverlappingParts()
 {
     constexpr int kParts = 8, kLines = 15000; // of 18 bytes: a part is of 256 KiB and more
     std::string text;
     for (int line = 0; line < kParts * kLines; ++line) {
         int const part = std::max(line - 1, 0) / kLines; // one begins behind the line in which its place lies
         char record[32];
-        std::snprintf(record, sizeof record, "%06d %06d 1.5\n", (kParts - part) * (kLines + 2) + line - part * kLines, 7);
+        std::snprintf(record, sizeof record, "%06d %06d 1.5\n", line + 1 - part * kLines / 2, 7);
         text += record;
     }
     return text;
@@ -195,7 +195,7 @@ TEST_F(Parallel, AssemblyAndTransposition)
 
 TEST_F(Parallel, TextFiles)
 {
-    for (std::string const& text : {TextOf(Entries({6000, 50'000'000, 30, 0})), TextOf(Shuffled(Entries(kTall))), TextOfReversedParts(),
+    for (std::string const& text : {TextOf(Entries({6000, 50'000'000, 30, 0})), TextOf(Shuffled(Entries(kTall))), TextOfOverlappingParts(),
                                     TextOf(Shuffled(Entries(kTall)), "\n")}) // the last with records on two lines
         ExpectTheBitsOfOneThread([&] {
             KVOSrvSparseMatrix matrix(0, 0);
