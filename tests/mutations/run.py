@@ -12,7 +12,7 @@ import sys
 import time
 
 HERE = pathlib.Path(__file__).resolve().parent
-PRODUCT = ("blac", "containers", "fortran", "include", "mtx", "platform", "tools")
+PRODUCT = ("blac", "containers", "fortran", "include", "modes", "mtx", "platform", "tools")
 # All faults are compiled into one build; the environment says which one is in force.
 SWITCH = """#ifndef KVO_FAULT
 #define KVO_FAULT
