@@ -1,5 +1,6 @@
 #include "KVOSrvSparseFactor.h"
 
+#include "FactorFolder.h"
 #include "LowerPair.h"
 #include "mumps_call.h"
 
@@ -13,6 +14,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstring>
+#include <limits>
 #include <metis.h>
 #include <mutex>
 #include <string>
@@ -23,7 +25,8 @@ namespace
 
 // MUMPS's own numbers for its jobs and controls, numbered from 1 as in its manual.
 enum Job { kInitialise = -1, kEnd = -2, kAnalyse = 1, kFactor = 2, kSolve = 3 };
-constexpr int kSelfCommunicator = -987654; // of the sequential build
+constexpr std::int64_t kMegabyte = 1000000; // MUMPS tells memory in these
+constexpr int kSelfCommunicator = -987654;  // of the sequential build
 
 // MUMPS keeps state of the process.
 std::mutex s_mumps;
@@ -72,11 +75,14 @@ public:
     KVOSrvFactorAccount account;
     int negative = 0;
     int zero = 0;
+    std::int64_t reserved = 0; // bytes of the limit, by the caller
 
 private:
     void Order();
     void Begin(bool positiveDefinite);
     void Analyse();
+    void ChoosePlace();
+    void PlaceOnDisk();
     void Forget();
     void Run(Job job);
     int& Control(int i) { return m_mumps.icntl[i - 1]; }
@@ -88,8 +94,8 @@ private:
     std::string m_folder;
     std::vector<int> m_order; // of an unknown, from 1: its place in the elimination
     std::vector<double> m_scale;
-    std::vector<double> m_values;
     DMUMPS_STRUC_C m_mumps{};
+    std::unique_ptr<FactorFolder> m_files; // where a factor was kept on the disk
     bool m_begun = false;
     bool m_positiveDefinite = false;
     bool m_factored = false;
@@ -99,6 +105,8 @@ void KVOSrvSparseFactor::Repr::Order()
 {
     Stopwatch const watch(account.orderingSeconds);
     ++account.orderings;
+    if (m_pair.Entries() > std::numeric_limits<int>::max() / 2)
+        Fail(KVOSrvModesFailure::Memory, "the matrices have more entries than the ordering of the unknowns can number");
     Graph graph = m_pair.FullGraph();
     auto const n = static_cast<std::size_t>(m_pair.Order());
     m_order.resize(n);
@@ -130,7 +138,7 @@ void KVOSrvSparseFactor::Repr::Forget()
         return;
     try {
         Run(kEnd);
-    } catch (KVOSrvModesFailure const&) { // the files lie in the folder of the caller, who clears it
+    } catch (KVOSrvModesFailure const&) { // files that it leaves go with their folder
     }
     m_begun = m_factored = false;
 }
@@ -154,7 +162,6 @@ void KVOSrvSparseFactor::Repr::Begin(bool positiveDefinite)
     Control(8) = 0;                             // scaled already
     Control(24) = 1;                            // null pivots are looked for, where rows may be exchanged
     m_mumps.cntl[2] = -1e-12; // of a diagonal of 1: below is rounding error, of which rigid body motions leave about n * 2^-53
-    std::strncpy(m_mumps.ooc_tmpdir, m_folder.c_str(), sizeof m_mumps.ooc_tmpdir - 1);
     m_mumps.n = m_pair.Order();
     m_mumps.nnz = m_pair.Entries();
     m_mumps.irn = m_pair.Rows();
@@ -176,16 +183,12 @@ void KVOSrvSparseFactor::Repr::Factorize(double shift, bool positiveDefinite)
     m_factored = false;
     Begin(positiveDefinite);
     Stopwatch const watch(account.factorSeconds);
-    m_pair.Sum(shift, m_values);
-    m_scale = m_pair.Equilibrate(shift, m_values);
-    m_mumps.a = m_values.data();
-    constexpr std::int64_t kMegabyte = 1000000;
-    bool const isLimited = m_settings.memory > 0;
-    std::int64_t const granted = m_settings.memory / kMegabyte, inCore = Told(17), onDisk = Told(27);
-    account.onDisk = m_settings.onDisk || (isLimited && inCore + inCore / 5 > granted);
-    if (isLimited && onDisk + onDisk / 5 > granted)
-        Fail(KVOSrvModesFailure::Memory,
-             "the factorization needs at least " + std::to_string(onDisk + onDisk / 5) + " MB of memory; grant it that");
+    std::vector<double> values;
+    m_scale = m_pair.ScaledSum(shift, values);
+    m_mumps.a = values.data();
+    ChoosePlace();
+    if (account.onDisk)
+        PlaceOnDisk();
     Control(22) = account.onDisk ? 1 : 0;
     Control(23) = 0;
     // Percent of working space beyond the estimate, which is exact without exchanges of rows; pivoting may need more.
@@ -205,6 +208,28 @@ void KVOSrvSparseFactor::Repr::Factorize(double shift, bool positiveDefinite)
     negative = Told(12);
     zero = hasZeroPivot ? 1 : Told(28);
     m_factored = !hasZeroPivot;
+}
+
+// In memory or on the disk, by what the analysis expects and a fifth more for exchanges of rows.
+void KVOSrvSparseFactor::Repr::ChoosePlace()
+{
+    std::int64_t const beside = m_pair.Bytes() + m_pair.Entries() * std::int64_t{sizeof(double)} + reserved;
+    auto const needed = [&](int megabytes) { return (megabytes + megabytes / 5) * kMegabyte + beside; };
+    bool const isLimited = m_settings.memory > 0;
+    account.onDisk = m_settings.onDisk || (isLimited && needed(Told(17)) > m_settings.memory);
+    if (isLimited && needed(Told(27)) > m_settings.memory)
+        Fail(KVOSrvModesFailure::Memory,
+             "the memory granted is too small; at least " + std::to_string(needed(Told(27)) / kMegabyte + 1) + "M is needed");
+}
+
+void KVOSrvSparseFactor::Repr::PlaceOnDisk()
+{
+    if (!m_files)
+        m_files = std::make_unique<FactorFolder>(m_folder);
+    std::string const& path = m_files->Path();
+    if (path.size() >= sizeof m_mumps.ooc_tmpdir)
+        Fail(KVOSrvModesFailure::Disk, "the name of the scratch folder is too long for the factor: " + m_folder);
+    std::strcpy(m_mumps.ooc_tmpdir, path.c_str());
 }
 
 void KVOSrvSparseFactor::Repr::TellFailure()
@@ -258,6 +283,11 @@ KVOSrvSparseFactor::~KVOSrvSparseFactor() = default;
 void KVOSrvSparseFactor::Factorize(double shift, bool positiveDefinite)
 {
     m_repr->Factorize(shift, positiveDefinite);
+}
+
+void KVOSrvSparseFactor::Reserve(std::int64_t bytes) noexcept
+{
+    m_repr->reserved = bytes;
 }
 
 void KVOSrvSparseFactor::Solve(KVOSrvMatrix& block)

@@ -4,128 +4,109 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstddef>
-#include <limits>
-#include <span>
 
 namespace
 {
 
-// The entries of the lower triangle, row by row with ascending columns.
-class Triangle
+// Every entry of the lower triangle; half storage may hold either triangle.
+template<class Take>
+void ForEach(KVOSrvSparseMatrix const& matrix, Take const& take)
 {
-public:
-    explicit Triangle(KVOSrvSparseMatrix const* matrix)
-    {
-        if (matrix == nullptr)
-            return;
-        KVOSrvSparseRows const rows = matrix->Rows();
-        m_start.resize(static_cast<std::size_t>(rows.rows) + 1);
-        ForEach(rows, [&](int row, int, double) { ++m_start[static_cast<std::size_t>(row) + 1]; });
-        for (std::size_t i = 1; i < m_start.size(); ++i)
-            m_start[i] += m_start[i - 1];
-        m_entries.resize(m_start.back());
-        std::vector<std::size_t> next(m_start.begin(), m_start.end() - 1);
-        ForEach(rows, [&](int row, int column, double value) { m_entries[next[static_cast<std::size_t>(row)]++] = {column, value}; });
-        for (std::size_t i = 0; i + 1 < m_start.size(); ++i) {
-            std::span const row(m_entries.begin() + static_cast<std::ptrdiff_t>(m_start[i]),
-                                m_entries.begin() + static_cast<std::ptrdiff_t>(m_start[i + 1]));
-            if (!std::ranges::is_sorted(row, {}, &Entry::column))
-                std::ranges::sort(row, {}, &Entry::column);
-        }
-    }
-
-    // The next entry of `row`, or one past all columns.
-    int Column(int row) const
-    {
-        bool const has = !m_start.empty() && m_next < m_start[static_cast<std::size_t>(row) + 1];
-        return has ? m_entries[m_next].column : std::numeric_limits<int>::max();
-    }
-    double Take() { return m_entries[m_next++].value; }
-
-private:
-    struct Entry {
-        int column;
-        double value;
-    };
-
-    // Half storage may hold either triangle.
-    template<class Take>
-    static void ForEach(KVOSrvSparseRows const& rows, Take const& take)
-    {
-        for (int i = 0; i < rows.rows; ++i) {
-            for (unsigned k = rows.rowStart[i]; k < rows.rowStart[i + 1]; ++k) {
-                int const j = rows.columnIndices[k];
-                if (rows.diagonal != nullptr)
-                    take(std::max(i, j), std::min(i, j), rows.values[k]);
-                else if (j <= i)
-                    take(i, j, rows.values[k]);
-            }
+    KVOSrvSparseRows const rows = matrix.Rows();
+    for (int i = 0; i < rows.rows; ++i) {
+        for (unsigned k = rows.rowStart[i]; k < rows.rowStart[i + 1]; ++k) {
+            int const j = rows.columnIndices[k];
             if (rows.diagonal != nullptr)
-                take(i, i, rows.diagonal[i]);
+                take(static_cast<std::size_t>(std::max(i, j)), static_cast<std::size_t>(std::min(i, j)), rows.values[k]);
+            else if (j <= i)
+                take(static_cast<std::size_t>(i), static_cast<std::size_t>(j), rows.values[k]);
         }
+        if (rows.diagonal != nullptr)
+            take(static_cast<std::size_t>(i), static_cast<std::size_t>(i), rows.diagonal[i]);
     }
-
-    std::vector<std::size_t> m_start;
-    std::vector<Entry> m_entries;
-    std::size_t m_next = 0;
-};
+}
 
 } // namespace
 
-LowerPair::LowerPair(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix const* mass) : m_order(stiffness.NumberOfRows())
+LowerPair::LowerPair(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix const* mass) : m_stiffness(stiffness), m_mass(mass)
 {
-    Triangle k(&stiffness), m(mass);
-    for (int row = 0; row < m_order; ++row)
-        for (;;) {
-            int const column = std::min(
-                {k.Column(row), m.Column(row),
-                 m_rows.empty() || m_rows.back() != row + 1 || m_columns.back() != row + 1 ? row : std::numeric_limits<int>::max()});
-            if (column == std::numeric_limits<int>::max())
-                break;
-            m_rows.push_back(row + 1);
-            m_columns.push_back(column + 1);
-            m_stiffness.push_back(k.Column(row) == column ? k.Take() : 0.0);
-            if (mass != nullptr)
-                m_mass.push_back(m.Column(row) == column ? m.Take() : 0.0);
-        }
-}
+    auto const n = static_cast<std::size_t>(stiffness.NumberOfRows());
+    auto const forBoth = [&](auto const& take) {
+        ForEach(stiffness, take);
+        if (mass != nullptr)
+            ForEach(*mass, take);
+    };
+    std::vector<std::size_t> start(n + 1); // of the rows with what both have
+    for (std::size_t i = 0; i < n; ++i)
+        start[i + 1] = 1;
+    forBoth([&](std::size_t i, std::size_t, double) { ++start[i + 1]; });
+    for (std::size_t i = 0; i < n; ++i)
+        start[i + 1] += start[i];
+    std::vector<int> columns(start[n]);
+    std::vector<std::size_t> next(start.begin(), start.end() - 1);
+    auto const add = [&](std::size_t i, std::size_t j, double = 0.0) { columns[next[i]++] = static_cast<int>(j) + 1; };
+    for (std::size_t i = 0; i < n; ++i)
+        add(i, i);
+    forBoth(add);
 
-void LowerPair::Sum(double shift, std::vector<double>& values) const
-{
-    values = m_stiffness;
-    if (shift != 0.0)
-        for (std::size_t i = 0; i < m_mass.size(); ++i)
-            values[i] += shift * m_mass[i];
-}
-
-std::vector<double> LowerPair::Equilibrate(double shift, std::vector<double>& values) const
-{
-    std::vector<double> diagonal(static_cast<std::size_t>(m_order)), largest(diagonal.size());
-    for (std::size_t k = 0; k < values.size(); ++k) {
-        auto const i = static_cast<std::size_t>(m_rows[k] - 1), j = static_cast<std::size_t>(m_columns[k] - 1);
-        double const size = std::fabs(m_stiffness[k]) + (m_mass.empty() ? 0.0 : std::fabs(shift * m_mass[k]));
-        if (i == j)
-            diagonal[i] = size;
-        largest[i] = std::max(largest[i], size);
-        largest[j] = std::max(largest[j], size);
+    m_start.push_back(0);
+    m_columns.reserve(columns.size());
+    for (std::size_t i = 0; i < n; ++i) {
+        auto const begin = columns.begin() + static_cast<std::ptrdiff_t>(start[i]),
+                   end = columns.begin() + static_cast<std::ptrdiff_t>(start[i + 1]);
+        std::sort(begin, end);
+        m_columns.insert(m_columns.end(), begin, std::unique(begin, end));
+        m_start.push_back(m_columns.size());
     }
+    m_rows.reserve(m_columns.size());
+    for (std::size_t i = 0; i < n; ++i)
+        m_rows.insert(m_rows.end(), m_start[i + 1] - m_start[i], static_cast<int>(i) + 1);
+}
+
+std::vector<double> LowerPair::ScaledSum(double shift, std::vector<double>& values) const
+{
+    std::vector<double> scale = Scale(shift);
+    values.assign(m_columns.size(), 0.0);
+    auto const place = [&](std::size_t i, std::size_t j) -> double& {
+        auto const begin = m_columns.begin() + static_cast<std::ptrdiff_t>(m_start[i]),
+                   end = m_columns.begin() + static_cast<std::ptrdiff_t>(m_start[i + 1]);
+        return values[static_cast<std::size_t>(std::lower_bound(begin, end, static_cast<int>(j) + 1) - m_columns.begin())];
+    };
+    ForEach(m_stiffness, [&](std::size_t i, std::size_t j, double value) { place(i, j) = value; });
+    if (m_mass != nullptr && shift != 0.0)
+        ForEach(*m_mass, [&](std::size_t i, std::size_t j, double value) { place(i, j) += shift * value; });
+    for (std::size_t k = 0; k < values.size(); ++k)
+        (values[k] *= scale[static_cast<std::size_t>(m_rows[k] - 1)]) *= scale[static_cast<std::size_t>(m_columns[k] - 1)];
+    return scale;
+}
+
+std::vector<double> LowerPair::Scale(double shift) const
+{
+    auto const n = static_cast<std::size_t>(Order());
+    std::vector<double> diagonal(n), largest(n);
+    auto const take = [&](std::size_t i, std::size_t j, double value) {
+        if (i == j)
+            diagonal[i] += std::fabs(value);
+        largest[i] = std::max(largest[i], std::fabs(value));
+        largest[j] = std::max(largest[j], std::fabs(value));
+    };
+    ForEach(m_stiffness, take);
+    if (m_mass != nullptr && shift != 0.0)
+        ForEach(*m_mass, [&](std::size_t i, std::size_t j, double value) { take(i, j, shift * value); });
     std::vector<double> scale;
-    for (std::size_t i = 0; i < diagonal.size(); ++i) {
+    for (std::size_t i = 0; i < n; ++i) {
         double const size = diagonal[i] > 0.0 ? diagonal[i] : largest[i];
         int exponent = 0;
         if (size > 0.0 && std::isfinite(size))
             std::frexp(size, &exponent);
         scale.push_back(std::ldexp(1.0, -exponent / 2));
     }
-    for (std::size_t k = 0; k < values.size(); ++k)
-        (values[k] *= scale[static_cast<std::size_t>(m_rows[k] - 1)]) *= scale[static_cast<std::size_t>(m_columns[k] - 1)];
     return scale;
 }
 
 Graph LowerPair::FullGraph() const
 {
-    auto const n = static_cast<std::size_t>(m_order);
+    auto const n = static_cast<std::size_t>(Order());
     Graph graph;
     graph.start.resize(n + 1);
     auto const forEach = [&](auto const& act) {

@@ -9,10 +9,12 @@ static jmp_buf* s_return = NULL; /* callers hold a lock */
 int kvo_mumps(DMUMPS_STRUC_C* instance)
 {
     jmp_buf buffer;
+    int volatile aborted = 1;
     s_return = &buffer;
-    int const aborted = setjmp(buffer);
-    if (!aborted)
+    if (setjmp(buffer) == 0) {
         dmumps_c(instance);
+        aborted = 0;
+    }
     s_return = NULL;
     return aborted;
 }

@@ -19,7 +19,7 @@ struct KVOSrvModesSettings {
     std::optional<double> shift;  ///< K + shift M is factored first; none: 0 where K is positive definite, else chosen
     double tolerance = 1e-10;     ///< largest residual, see KVOSrvModes
     bool certify = true;          ///< counts the eigenvalues below the last one, which takes one factorization more
-    std::int64_t memory = 0;      ///< bytes that factor and search may take; 0: no limit
+    std::int64_t memory = 0;      ///< bytes that factor and search may take beside the two matrices; 0: no limit
     char const* folder = nullptr; ///< of scratch files; null: KVOSrvUtilities::GetTempDirectory()
 };
 

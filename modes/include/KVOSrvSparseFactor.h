@@ -11,8 +11,8 @@ class KVOSrvSparseMatrix;
 
 /// What a factorization may take, and what is known of the matrix.
 struct KVOSrvFactorSettings {
-    /// Bytes that the factorization may take in memory; 0: no limit. Where the factor does not fit it is kept on the
-    /// disk.
+    /// Bytes that the factorization and what it needs of the matrices may take in memory, beside them; 0: no limit.
+    /// Where the factor does not fit it is kept on the disk.
     std::int64_t memory = 0;
     /// Keeps the factor on the disk in any case.
     bool onDisk = false;
@@ -62,6 +62,9 @@ public:
     /// @throws KVOSrvModesFailure  a limit of memory that is too small (the text names the least that would do), a
     ///                             full disk
     void Factorize(double shift, bool positiveDefinite);
+
+    /// So many bytes of the limit are the caller's, from the next factorization on.
+    void Reserve(std::int64_t bytes) noexcept;
 
     /// Replaces the columns of `block`, order x any number, full, by A^-1 times them. Null pivots count as infinite:
     /// their unknowns come out as 0.

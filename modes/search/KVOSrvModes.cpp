@@ -23,7 +23,7 @@ KVOSrvModes::KVOSrvModes(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix
     bool const fits = stiffness.NumberOfColumns() == n && mass.NumberOfRows() == n && mass.NumberOfColumns() == n && n > 0;
     if (!fits || settings.count < 1)
         KVOSrvMtxIllegalInput("KVOSrvModes").Throw("modes/KVOSrvModes", __LINE__);
-    ModesSearch search(stiffness, mass, settings, [&](KVOSrvModesProgress const& progress) {
+    ModesSearch search(stiffness, mass, ModelPair(stiffness, mass), settings, [&](KVOSrvModesProgress const& progress) {
         if (report != nullptr)
             report(context, progress);
     });

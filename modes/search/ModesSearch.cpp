@@ -73,9 +73,9 @@ Panel Times(KVOSrvSparseMatrix const& matrix, Panel const& block)
 
 } // namespace
 
-ModesSearch::ModesSearch(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix const& mass, KVOSrvModesSettings const& settings,
-                         Report report)
-    : m_stiffness(stiffness), m_mass(mass), m_settings(settings), m_report(std::move(report)), m_pair(stiffness, mass),
+ModesSearch::ModesSearch(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix const& mass, ModelPair pair,
+                         KVOSrvModesSettings const& settings, Report report)
+    : m_stiffness(stiffness), m_mass(mass), m_settings(settings), m_report(std::move(report)), m_pair(std::move(pair)),
       m_order(stiffness.NumberOfRows())
 {
     Tell("ordering", 0, settings.count, 0.0);
@@ -96,6 +96,14 @@ ModesSearch::Found ModesSearch::Run()
     double const elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     m_account.searchSeconds = elapsed - m_account.factor.factorSeconds - m_account.factor.solveSeconds;
     return found;
+}
+
+// What the search holds in memory, most of it while it refines so many modes, and the right-hand sides that the factor takes at a time.
+void ModesSearch::Reserve(int modes)
+{
+    constexpr int kPanels = 5, kColumnsAtATime = 64;
+    std::int64_t const columns = std::int64_t{kPanels} * std::max(modes, 2 * kBlock) + std::min(modes, kColumnsAtATime);
+    m_factor->Reserve(columns * m_order * std::int64_t{sizeof(double)});
 }
 
 void ModesSearch::Tell(char const* doing, int found, int wanted, double share)
@@ -375,6 +383,7 @@ ModesSearch::Found ModesSearch::Lowest()
     if (count > m_pair.Massive())
         Refuse(KVOSrvModesFailure::Pair, "the mass matrix has " + std::to_string(m_pair.Massive()) + " unknowns with mass: there are no " +
                                              std::to_string(count) + " finite modes; ask for fewer with --count");
+    Reserve(count + kBlock);
     ChooseShift();
     std::unique_ptr<BlockLanczos> lanczos;
     do {
@@ -528,6 +537,7 @@ ModesSearch::Found ModesSearch::OfInterval()
     all.modes = Panel(m_order, 0);
     if (wanted > m_pair.Massive())
         Refuse(KVOSrvModesFailure::Pair, kNegativeMassText);
+    Reserve(wanted / 5 + std::min(wanted, kModesOfSlice)); // all are held, those of a slice refined
     auto const slice = [&](auto const& self, Bound const& a, Bound const& b, int depth) -> void {
         int const inside = b.below - a.below;
         if (inside == 0)

@@ -24,7 +24,9 @@ public:
     };
     using Report = std::function<void(KVOSrvModesProgress const&)>;
 
-    ModesSearch(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix const& mass, KVOSrvModesSettings const& settings, Report report);
+    /// @param pair  of the two matrices
+    ModesSearch(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix const& mass, ModelPair pair, KVOSrvModesSettings const& settings,
+                Report report);
     ~ModesSearch();
 
     /// The lowest modes, or those of the interval.
@@ -36,6 +38,7 @@ private:
     Found OfInterval();
     Found OfSlice(double from, double to, int inside);
 
+    void Reserve(int modes);
     void Tell(char const* doing, int found, int wanted, double share);
     void TellResiduals(BlockLanczos& lanczos, int found, int wanted);
     bool FactorDefinite(double shift);

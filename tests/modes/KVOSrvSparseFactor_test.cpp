@@ -1,5 +1,6 @@
 #include "KVOSrvSparseFactor.h"
 
+#include "ChildProcess.h"
 #include "SparsePairs.h"
 #include "TemporaryFolder.h"
 
@@ -8,6 +9,8 @@
 #include "KVOSrvMtxExceptions.h"
 
 #include <gmock/gmock.h>
+#include <iterator>
+#include <sys/resource.h>
 #include <thread>
 
 namespace
@@ -122,7 +125,7 @@ TEST(KVOSrvSparseFactor, NamesTheLeastMemoryAndADiskThatCannotBeWritten)
         FAIL();
     } catch (KVOSrvModesFailure const& failure) {
         EXPECT_EQ(failure.WhatFailed(), KVOSrvModesFailure::Memory);
-        EXPECT_THAT(std::string(failure.UserReport().c_str()), testing::HasSubstr("needs at least "));
+        EXPECT_THAT(std::string(failure.UserReport().c_str()), testing::HasSubstr("at least 2M"));
     }
     settings.memory = 0;
     settings.onDisk = true;
@@ -133,6 +136,47 @@ TEST(KVOSrvSparseFactor, NamesTheLeastMemoryAndADiskThatCannotBeWritten)
     } catch (KVOSrvModesFailure const& failure) {
         EXPECT_EQ(failure.WhatFailed(), KVOSrvModesFailure::Disk);
     }
+}
+
+// On a disk that is full, and after a kill: whatever MUMPS wrote goes, with the object or with the next one.
+TEST(KVOSrvSparseFactor, LeavesNoFilesOfAFullDiskOrAKilledProcess)
+{
+    auto const stiffness = Sparse(Grid(40, 1.0));
+    TemporaryFolder const folder;
+    std::string const path = folder / "";
+    std::filesystem::create_directory(folder / "KVOSrvSparseFactor-12-1"); // not marked
+    KVOSrvFactorSettings settings;
+    settings.onDisk = true;
+    settings.folder = path.c_str();
+    auto const folders = [&] { return std::distance(std::filesystem::directory_iterator(path), {}); };
+
+    ChildProcess full([&] {
+        std::signal(SIGXFSZ, SIG_IGN);
+        rlimit const limit{1 << 14, 1 << 14};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        try {
+            KVOSrvSparseFactor(*stiffness, nullptr, settings).Factorize(0.0, true);
+        } catch (KVOSrvModesFailure const& failure) {
+            return failure.WhatFailed() == KVOSrvModesFailure::Disk ? 7 : 8;
+        }
+        return 9;
+    });
+    EXPECT_EQ(full.Wait(), 7);
+    EXPECT_EQ(folders(), 1);
+
+    Reports reports;
+    ChildProcess killed([&] {
+        KVOSrvSparseFactor factor(*stiffness, nullptr, settings);
+        factor.Factorize(0.0, true);
+        reports.Send(1);
+        pause();
+        return 0;
+    });
+    ASSERT_EQ(reports.Next(), 1);
+    killed.Kill();
+    EXPECT_EQ(folders(), 2);
+    KVOSrvSparseFactor(*stiffness, nullptr, settings).Factorize(0.0, true);
+    EXPECT_EQ(folders(), 1);
 }
 
 TEST(KVOSrvSparseFactor, ObjectsOfSeveralThreadsTakeTurns)

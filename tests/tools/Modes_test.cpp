@@ -235,6 +235,30 @@ TEST(Modes, OfARangeAreCountedAndGoWithAnAccount)
     EXPECT_EQ(tool({"modes", "k.mtx", "m.mtx", "--range", "2", "1"}).code, 2);
 }
 
+TEST(Modes, StayWithinTheMemoryGrantedOrSayHowMuchWouldDo)
+{
+    Tool const tool;
+    tool.Do({"make-brick", "12", "8", "8", "k.mtx", "m.mtx"});
+    std::vector<std::string> modes{"modes", "k.mtx", "m.mtx", "-o", "modes.sim", "--memory", "1K"};
+    Outcome const refused = tool(modes);
+    EXPECT_EQ(refused.code, 1);
+    std::size_t const least = refused.err.find("at least ");
+    ASSERT_NE(least, std::string::npos) << refused.err;
+    modes.back() = std::to_string(std::stoi(refused.err.substr(least + 9))) + "M";
+
+    auto const before = tool.Files();
+    Outcome const full = tool(modes, 3000000); // larger than the matrices, smaller than the factor
+    EXPECT_EQ(full.code, 4);
+    EXPECT_THAT(full.err, HasSubstr("the factor cannot be written"));
+    EXPECT_TRUE(tool.Files() == before) << "files are left";
+
+    auto const onDisk = tool.Json(modes), inMemory = tool.Json({"modes", "k.mtx", "m.mtx", "-o", "modes.sim", "--memory", "1G"});
+    EXPECT_TRUE(onDisk.at("factor").at("on_disk"));
+    EXPECT_FALSE(inMemory.at("factor").at("on_disk"));
+    for (std::size_t i = 0; i < 10; ++i)
+        EXPECT_NEAR(onDisk.at("eigenvalues")[i], inMemory.at("eigenvalues")[i], 1e-9);
+}
+
 TEST(Modes, OfAFreeBodyBeginWithSixRigidOnesWhateverTheShift)
 {
     Tool const tool;

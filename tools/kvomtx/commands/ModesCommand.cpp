@@ -74,6 +74,7 @@ struct Options {
     int unknownsOfNode = 0;    // for directions by degree of freedom; 0: none such
     std::string coordinates;   // for the motions of a rigid body; empty: none
     std::vector<double> about; // a point, or none
+    std::string memory;        // empty: no limit
     KVOSrvModesSettings settings;
 };
 
@@ -269,6 +270,7 @@ void RunModes(Options const& options)
 
     KVOSrvModesSettings settings = options.settings;
     settings.certify = !options.isNotCounted;
+    settings.memory = BytesOf(options.memory);
     if (!options.range.empty())
         SetRange(options, settings);
     ConvergenceHistory history;
@@ -326,6 +328,8 @@ void AddModesCommand(CLI::App& app, Command& chosen)
     AddFlag(modes, "--checksums", options->checksums, "Keep checksums of the values of matrices and modes, for db check");
     AddOption(modes, "--range", options->range, 2, "Find all modes from one frequency to another instead of the lowest");
     AddFlag(modes, "--rad", options->inRadians, "Frequencies are circular, omega = sqrt(lambda), in --range and in the output");
+    AddOption(modes, "--memory", options->memory, "Bytes that factor and search may take, as 600M or 2G: else the factor goes to the disk",
+              RequireBytes);
     AddOption(modes, "--tolerance", options->settings.tolerance, "Largest residual of a mode (1e-10)", RequirePositive);
     AddOption(modes, "--masses", options->unknownsOfNode, "Effective masses by degree of freedom, N unknowns a node", 1, kMostOfNode);
     AddOption(modes, "--coordinates", options->coordinates,
