@@ -21,6 +21,16 @@ struct KVOSrvModesSettings {
     bool certify = true;          ///< counts the eigenvalues below the last one, which takes one factorization more
     std::int64_t memory = 0;      ///< bytes that factor and search may take beside the two matrices; 0: no limit
     char const* folder = nullptr; ///< of scratch files; null: KVOSrvUtilities::GetTempDirectory()
+    /// Database file that the search is kept in, every few steps, so that it can go on after the end of its process: at
+    /// most a twentieth of the time goes there. It is made, and must not be there, unless `resume` is set. It stays the
+    /// caller's to remove, also when the search has ended well; one that fails before its first step removes it. Null:
+    /// nothing is kept.
+    char const* keep = nullptr;
+    /// Goes on with the search in the file `keep`, and keeps it there: the factor is computed again, and the result is
+    /// that of one that was never interrupted, to the bit where the provider gives the same bits for the same product.
+    /// Matrices and settings are those that it was begun with, but for `memory` and `folder`. One that has ended
+    /// answers at once.
+    bool resume = false;
 };
 
 /// Where a search stands.

@@ -11,11 +11,13 @@ class KVO_EXPORT KVOSrvModesFailure : public KVOBasException
 public:
     /// What failed.
     enum Kind {
-        Memory,  ///< the memory granted, or there, is too small
-        Disk,    ///< the factor or the basis cannot be written or read
-        Pair,    ///< the matrices are none of a stiffness and a mass, or have not so many finite modes
-        Shift,   ///< another shift is needed
-        Missed,  ///< there are eigenvalues that were not found
+        Memory, ///< the memory granted, or there, is too small
+        Disk,   ///< the factor or the basis cannot be written or read
+        Pair,   ///< the matrices are none of a stiffness and a mass, or have not so many finite modes
+        Shift,  ///< another shift is needed
+        Missed, ///< there are eigenvalues that were not found
+        Kept, ///< the file to keep a search in is there, or the kept one is none, damaged, or of another pair or other
+              ///< settings
         Internal ///< an error of the factorization's own
     };
 

@@ -1,6 +1,7 @@
 #include "BlockLanczos.h"
 
 #include "NegativeMass.h"
+#include "StateWords.h"
 #include "Whitening.h"
 
 #include "KVOSrvModesFailure.h"
@@ -38,19 +39,65 @@ void ClearColumns(Panel& gram, Condition const& isCleared)
             gram.At(i, k) = gram.At(k, i) = 0.0;
 }
 
+// Of the numbers of a random column, for a mass of about 1: the sum of the squares of n uniform ones between -1 and 1 is about n / 3.
+std::vector<double> ScaleOf(std::vector<double> const& massDiagonal)
+{
+    double const unit = std::sqrt(3.0 / static_cast<double>(massDiagonal.size()));
+    std::vector<double> scale;
+    for (double const entry : massDiagonal)
+        scale.push_back(entry > 0.0 ? unit / std::sqrt(entry) : 0.0);
+    return scale;
+}
+
+int ReadSize(StateWords& words)
+{
+    int size = 0;
+    words.Exchange(size);
+    return size;
+}
+
+void ExchangePanel(StateWords& words, Panel& panel)
+{
+    words.Exchange(panel.rows);
+    words.Exchange(panel.columns);
+    words.Exchange(panel.values);
+}
+
 } // namespace
 
 BlockLanczos::BlockLanczos(KVOSrvSparseFactor& factor, KVOSrvSparseMatrix const& mass, std::vector<double> const& massDiagonal, int block,
                            int capacity, unsigned seed)
-    : m_factor(factor), m_mass(mass), m_order(mass.NumberOfRows()), m_block(block), m_generator(seed), m_basis(m_order, capacity, block)
+    : m_factor(factor), m_mass(mass), m_scale(ScaleOf(massDiagonal)), m_order(mass.NumberOfRows()), m_block(block), m_generator(seed),
+      m_basis(m_order, capacity, block)
 {
-    // The sum of the squares of n uniform numbers between -1 and 1 is about n / 3.
-    double const unit = std::sqrt(3.0 / static_cast<double>(massDiagonal.size()));
-    for (double const entry : massDiagonal)
-        m_scale.push_back(entry > 0.0 ? unit / std::sqrt(entry) : 0.0);
     m_next = Panel(m_order, 0);
     m_massNext = m_next;
     AddRandom(block);
+}
+
+// The members are in the order of the words: block and capacity come first.
+BlockLanczos::BlockLanczos(KVOSrvSparseFactor& factor, KVOSrvSparseMatrix const& mass, std::vector<double> const& massDiagonal,
+                           StateWords& kept)
+    : m_factor(factor), m_mass(mass), m_scale(ScaleOf(massDiagonal)), m_order(mass.NumberOfRows()), m_block(ReadSize(kept)),
+      m_basis(m_order, ReadSize(kept), m_block)
+{
+    ExchangeRest(kept);
+}
+
+void BlockLanczos::Exchange(StateWords& words)
+{
+    int capacity = Capacity();
+    words.Exchange(m_block);
+    words.Exchange(capacity);
+    ExchangeRest(words);
+}
+
+void BlockLanczos::ExchangeRest(StateWords& words)
+{
+    words.Exchange(m_generator);
+    words.ExchangeAll(m_projected);
+    for (Panel* const panel : {&m_next, &m_massNext, &m_coupling})
+        ExchangePanel(words, *panel);
 }
 
 Panel BlockLanczos::MassTimes(Panel const& block) const

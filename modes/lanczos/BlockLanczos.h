@@ -9,6 +9,7 @@
 
 class KVOSrvSparseFactor;
 class KVOSrvSparseMatrix;
+class StateWords;
 
 /// An approximate eigenpair of Op = (K - sigma M)^-1 M.
 struct RitzValue {
@@ -31,6 +32,13 @@ public:
     /// @param seed          of the random columns: where a mode was missed, others must do
     BlockLanczos(KVOSrvSparseFactor& factor, KVOSrvSparseMatrix const& mass, std::vector<double> const& massDiagonal, int block,
                  int capacity, unsigned seed = 1);
+    /// One that was kept: from the words that Exchange() wrote, without V, whose columns follow by AppendKept().
+    BlockLanczos(KVOSrvSparseFactor& factor, KVOSrvSparseMatrix const& mass, std::vector<double> const& massDiagonal, StateWords& kept);
+
+    /// Writes all there is but V. It goes on from there to the bit.
+    void Exchange(StateWords& words);
+    void AppendKept(KVOSrvMatrix const& columns) { m_basis.Append(columns); }
+    void ReadBasis(int first, KVOSrvMatrix& columns) const { m_basis.Read(first, columns); }
 
     /// Puts eigenvectors that are known, M-orthonormal, into V, which is empty yet, and F outside of them.
     void Lock(Panel const& vectors, std::vector<double> const& theta);
@@ -64,10 +72,11 @@ private:
     Panel TakeOut(Panel& block, Panel& massBlock) const;
     Parts Extend(Panel block);
     void Decompose();
+    void ExchangeRest(StateWords& words);
 
     KVOSrvSparseFactor& m_factor;
     KVOSrvSparseMatrix const& m_mass;
-    std::vector<double> m_scale; // of the numbers of a random column, for a mass of about 1
+    std::vector<double> m_scale; // of the numbers of a random column
     int m_order;
     int m_block;
     std::mt19937_64 m_generator;

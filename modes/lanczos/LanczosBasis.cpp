@@ -34,6 +34,11 @@ void LanczosBasis::Append(KVOSrvMatrix const& block)
     m_columns += block.NumberOfColumns();
 }
 
+void LanczosBasis::Read(int first, KVOSrvMatrix& columns) const
+{
+    m_values->GetColumns(first, first + columns.NumberOfColumns() - 1, columns);
+}
+
 void LanczosBasis::Project(KVOSrvMatrix const& block, KVOSrvMatrix& coefficients) const
 {
     if (m_columns > 0)

@@ -15,6 +15,7 @@ public:
     int Columns() const noexcept { return m_columns; }
     int Capacity() const { return m_values->NumberOfColumns(); }
     void Append(KVOSrvMatrix const& block);
+    void Read(int first, KVOSrvMatrix& columns) const;
     /// coefficients += V^T block
     void Project(KVOSrvMatrix const& block, KVOSrvMatrix& coefficients) const;
     /// block -= V coefficients

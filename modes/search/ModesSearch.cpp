@@ -3,6 +3,8 @@
 #include "BlockLanczos.h"
 #include "NegativeMass.h"
 #include "ReducedPair.h"
+#include "SearchFile.h"
+#include "StateWords.h"
 
 #include "KVOSrvModesFailure.h"
 #include "KVOSrvSparseFactor.h"
@@ -78,6 +80,10 @@ ModesSearch::ModesSearch(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix
     : m_stiffness(stiffness), m_mass(mass), m_settings(settings), m_report(std::move(report)), m_pair(std::move(pair)),
       m_order(stiffness.NumberOfRows())
 {
+    if (settings.keep != nullptr)
+        OpenKept();
+    if (m_phase == kDone)
+        return;
     Tell("ordering", 0, settings.count, 0.0);
     KVOSrvFactorSettings factor;
     factor.memory = settings.memory;
@@ -90,12 +96,18 @@ ModesSearch::~ModesSearch() = default;
 ModesSearch::Found ModesSearch::Run()
 {
     auto const begin = std::chrono::steady_clock::now();
-    Found found = m_settings.from || m_settings.to ? OfInterval() : Lowest();
-    m_account.factor = m_factor->Account();
+    if (m_phase != kDone) {
+        if (m_settings.from || m_settings.to)
+            OfInterval();
+        else
+            Lowest();
+        m_account.factor = m_factor->Account();
+    }
+    m_account.factor.unknowns = m_order;
     m_account.shift = m_sigma == 0.0 ? 0.0 : -m_sigma;
     double const elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     m_account.searchSeconds = elapsed - m_account.factor.factorSeconds - m_account.factor.solveSeconds;
-    return found;
+    return std::move(m_found);
 }
 
 // What the search holds in memory, most of it while it refines so many modes, and the right-hand sides that the factor takes at a time.
@@ -194,6 +206,8 @@ std::unique_ptr<BlockLanczos> ModesSearch::Start(int wanted)
     std::int64_t const capacity =
         std::min<std::int64_t>(2 * std::int64_t{wanted} + 16 * std::int64_t{block}, std::int64_t{m_pair.Massive()} + block);
     m_account.block = block;
+    m_restarts = 0;
+    ++m_bases;
     return std::make_unique<BlockLanczos>(*m_factor, m_mass, m_pair.massDiagonal, block, static_cast<int>(capacity));
 }
 
@@ -226,16 +240,17 @@ std::optional<double> ModesSearch::NearerShift(BlockLanczos& lanczos, int wanted
 
 void ModesSearch::Converge(BlockLanczos& lanczos, std::function<bool(int)> const& isEnough, int wanted)
 {
-    for (int restarts = 0;;) {
+    for (;;) {
         if (lanczos.Columns() > 0) {
             int const converged = Converged(lanczos);
             TellResiduals(lanczos, std::min(converged, wanted), wanted);
             if (lanczos.IsComplete() || isEnough(converged))
                 return;
+            KeepIfDue(lanczos);
             if (!lanczos.HasRoom()) {
-                if (restarts > 0 && restarts % kRestartsPerShift == 0 && NearerShift(lanczos, wanted))
+                if (m_restarts > 0 && m_restarts % kRestartsPerShift == 0 && NearerShift(lanczos, wanted))
                     return;
-                if (++restarts > kMostRestarts)
+                if (++m_restarts > kMostRestarts)
                     Refuse(KVOSrvModesFailure::Missed,
                            "no convergence after " + std::to_string(m_account.steps) + " steps (" + std::to_string(converged) + " of " +
                                std::to_string(wanted) +
@@ -377,21 +392,22 @@ double ModesSearch::Margin(double lambda) const
     return std::max({1e-8 * std::fabs(lambda), kRoundings * kEpsilon * m_pair.largest, kRoundings * kEpsilon * std::fabs(m_sigma)});
 }
 
-ModesSearch::Found ModesSearch::Lowest()
+Panel ModesSearch::SearchLowest()
 {
     int const count = m_settings.count;
-    if (count > m_pair.Massive())
-        Refuse(KVOSrvModesFailure::Pair, "the mass matrix has " + std::to_string(m_pair.Massive()) + " unknowns with mass: there are no " +
-                                             std::to_string(count) + " finite modes; ask for fewer with --count");
-    Reserve(count + kBlock);
-    ChooseShift();
-    std::unique_ptr<BlockLanczos> lanczos;
-    do {
-        lanczos = Start(count);
-        Converge(
-            *lanczos, [&](int converged) { return converged >= count; }, count);
-        RequireRank(*lanczos, count);
-    } while (MoveShift(*lanczos));
+    std::unique_ptr<BlockLanczos> lanczos = TakeKept();
+    if (!lanczos)
+        ChooseShift();
+    if (m_phase == kSearching)
+        do {
+            if (!lanczos)
+                lanczos = Start(count);
+            Converge(
+                *lanczos, [&](int converged) { return converged >= count; }, count);
+            RequireRank(*lanczos, count);
+            if (MoveShift(*lanczos))
+                lanczos.reset();
+        } while (!lanczos);
 
     // The bound of the count must not lie in a cluster, and modes of one cannot be told from those that are left out: find all up to the
     // next gap, or most of them.
@@ -404,73 +420,107 @@ ModesSearch::Found ModesSearch::Lowest()
         return 0;
     };
     if (m_settings.certify && !lanczos->IsComplete()) {
-        lanczos->Reserve(std::min(m_pair.Massive() + lanczos->Block(), lanczos->Capacity() + count));
+        if (m_phase == kSearching) {
+            m_phase = kBeyond;
+            m_restarts = 0;
+            lanczos->Reserve(std::min(m_pair.Massive() + lanczos->Block(), lanczos->Capacity() + count));
+        }
         Converge(
             *lanczos, [&](int converged) { return upToGap(converged) > 0 || converged >= 2 * count; }, count);
     }
     int const converged = Converged(*lanczos), gap = upToGap(converged), taken = gap > 0 ? gap : std::min(converged, 2 * count);
     std::vector<double> const lambda = LambdaOf(*lanczos, taken + 1);
-    double const next = taken < static_cast<int>(lambda.size()) ? lambda[static_cast<std::size_t>(taken)] : kInfinity;
-    bool const complete = lanczos->IsComplete();
-    Panel vectors = lanczos->Vectors(0, taken);
-    lanczos.reset();
-    Found found = Refine(std::move(vectors));
-    if (m_settings.certify && !complete)
-        Certify(found, next);
-    found.lambda.resize(static_cast<std::size_t>(count));
-    found.residuals.resize(static_cast<std::size_t>(count));
-    found.modes.Cut(count);
-    return found;
+    m_next = taken < static_cast<int>(lambda.size()) ? lambda[static_cast<std::size_t>(taken)] : kInfinity;
+    m_isComplete = lanczos->IsComplete();
+    return lanczos->Vectors(0, taken);
 }
 
-// Compares what was found with the number of eigenvalues below a bound behind it, and looks for what is missing.
-void ModesSearch::Certify(Found& found, double next)
+void ModesSearch::Lowest()
 {
-    double const shift = -m_sigma, last = found.lambda.back();
-    double bound = last + std::max(Margin(last), std::min(0.1 * (next - last), 0.1 * std::max(std::fabs(last), std::fabs(m_sigma))));
-    int const below = CountBelow(bound);
-    int const known = static_cast<int>(found.lambda.size());
-    if (below < known)
-        Refuse(KVOSrvModesFailure::Missed, "only " + std::to_string(below) + " of " + std::to_string(known) + " eigenvalues below " +
-                                               Text(bound) + " were counted; try another --shift");
-    if (below > known)
-        FindMissing(found, bound, below, shift);
+    int const count = m_settings.count;
+    if (count > m_pair.Massive())
+        Refuse(KVOSrvModesFailure::Pair, "the mass matrix has " + std::to_string(m_pair.Massive()) + " unknowns with mass: there are no " +
+                                             std::to_string(count) + " finite modes; ask for fewer with --count");
+    Reserve(count + kBlock);
+    if (m_phase < kCounting) {
+        m_found = Refine(SearchLowest());
+        m_phase = kCounting;
+        Keep(nullptr, &m_found.modes);
+    }
+    bool const areOthers = m_settings.certify && !m_isComplete && Certify();
+    auto const size = static_cast<std::size_t>(count);
+    m_found.lambda.resize(size);
+    m_found.residuals.resize(size);
+    m_found.modes.Cut(count);
+    m_phase = kDone;
+    Keep(nullptr, areOthers ? &m_found.modes : nullptr);
+}
+
+// Compares what was found with the number of eigenvalues below a bound behind it, and looks for what is missing. @return whether there was
+// any: what was found are other columns then
+bool ModesSearch::Certify()
+{
+    int const known = static_cast<int>(m_found.lambda.size());
+    if (m_phase != kMissing) {
+        double const last = m_found.lambda.back();
+        m_foundShift = -m_sigma;
+        m_bound = last + std::max(Margin(last), std::min(0.1 * (m_next - last), 0.1 * std::max(std::fabs(last), std::fabs(m_sigma))));
+        m_below = CountBelow(m_bound);
+        if (m_below < known)
+            Refuse(KVOSrvModesFailure::Missed, "only " + std::to_string(m_below) + " of " + std::to_string(known) + " eigenvalues below " +
+                                                   Text(m_bound) + " were counted; try another --shift");
+    }
+    bool const areMissing = m_below > known;
+    if (areMissing)
+        FindMissing();
     m_account.certified = true;
-    m_sigma = -shift; // what is reported is what the modes were found with
+    m_sigma = -m_foundShift; // what is reported is what the modes were found with
+    return areMissing;
 }
 
 // From K - bound M, which is factored: random columns outside of what is known, until as many lie below the bound as were counted.
-void ModesSearch::FindMissing(Found& found, double bound, int below, double shift)
+void ModesSearch::FindMissing()
 {
-    int const known = static_cast<int>(found.lambda.size());
-    std::vector<double> theta;
-    for (double const lambda : found.lambda)
-        theta.push_back(1.0 / (lambda - bound));
-    int const block = std::max(kBlock, std::min(below - known, 32));
-    BlockLanczos lanczos(*m_factor, m_mass, m_pair.massDiagonal, block,
-                         std::min(m_pair.Massive() + block, known + 2 * (below - known) + 24 * block),
-                         static_cast<unsigned>(m_account.steps) + 2);
-    lanczos.Lock(found.modes, theta);
+    int const known = static_cast<int>(m_found.lambda.size()), below = m_below;
+    std::unique_ptr<BlockLanczos> const lanczos = m_phase == kMissing ? TakeKept() : OutsideOfFound();
+    m_phase = kMissing;
     auto const belowBound = [&](int converged) {
-        return static_cast<int>(std::count_if(lanczos.Ritz().begin(), lanczos.Ritz().begin() + converged,
+        return static_cast<int>(std::count_if(lanczos->Ritz().begin(), lanczos->Ritz().begin() + converged,
                                               [](RitzValue const& value) { return value.theta < 0.0; }));
     };
     // Those known are found at once; the search ends where the modes around the bound are found on both sides and none is new.
     int const most = known + 4 * (below - known) + 40;
     Converge(
-        lanczos, [&](int converged) { return belowBound(converged) >= below || converged >= most; }, below);
-    int const converged = Converged(lanczos);
+        *lanczos, [&](int converged) { return belowBound(converged) >= below || converged >= most; }, below);
+    int const converged = Converged(*lanczos);
     if (belowBound(converged) < below)
-        Refuse(KVOSrvModesFailure::Missed, "of " + std::to_string(below) + " eigenvalues below " + Text(bound) + " only " +
+        Refuse(KVOSrvModesFailure::Missed, "of " + std::to_string(below) + " eigenvalues below " + Text(m_bound) + " only " +
                                                std::to_string(belowBound(converged)) + " were found; ask for more modes with --count");
     Panel vectors(m_order, below);
     for (int j = 0, to = 0; to < below; ++j)
-        if (lanczos.Ritz()[static_cast<std::size_t>(j)].theta < 0.0)
-            std::ranges::copy(lanczos.Vectors(j, 1).values, vectors.Column(to++));
+        if (lanczos->Ritz()[static_cast<std::size_t>(j)].theta < 0.0)
+            std::ranges::copy(lanczos->Vectors(j, 1).values, vectors.Column(to++));
     // From the bound, inverse iteration would lead to modes above it; and it may be too near to one.
-    if (!FactorDefinite(shift))
+    if (!FactorDefinite(m_foundShift))
         Refuse(KVOSrvModesFailure::Internal, "the stiffness was positive definite before and is not now");
-    found = Refine(std::move(vectors));
+    m_found = Refine(std::move(vectors));
+    m_keptModes += known;
+}
+
+std::unique_ptr<BlockLanczos> ModesSearch::OutsideOfFound()
+{
+    int const known = static_cast<int>(m_found.lambda.size()), missing = m_below - known;
+    std::vector<double> theta;
+    for (double const lambda : m_found.lambda)
+        theta.push_back(1.0 / (lambda - m_bound));
+    int const block = std::max(kBlock, std::min(missing, 32));
+    m_restarts = 0;
+    ++m_bases;
+    auto lanczos = std::make_unique<BlockLanczos>(*m_factor, m_mass, m_pair.massDiagonal, block,
+                                                  std::min(m_pair.Massive() + block, known + 2 * missing + 24 * block),
+                                                  static_cast<unsigned>(m_account.steps) + 2);
+    lanczos->Lock(m_found.modes, theta);
+    return lanczos;
 }
 
 // The modes between two bounds, of which there are so many.
@@ -478,11 +528,14 @@ ModesSearch::Found ModesSearch::OfSlice(double from, double to, int inside)
 {
     double const width = to - from;
     int here = 0;
-    for (double const place : kPlacesInSlice) {
-        FactorIndefinite(from + place * width);
-        if (m_factor->ZeroPivots() > 0)
-            continue;
-        auto const lanczos = Start(inside);
+    for (; m_place < static_cast<int>(std::size(kPlacesInSlice)); ++m_place) {
+        std::unique_ptr<BlockLanczos> lanczos = TakeKept();
+        if (!lanczos) {
+            FactorIndefinite(from + kPlacesInSlice[m_place] * width);
+            if (m_factor->ZeroPivots() > 0)
+                continue;
+            lanczos = Start(inside);
+        }
         auto const found = [&](int converged) {
             return static_cast<int>(
                 std::count_if(lanczos->Ritz().begin(), lanczos->Ritz().begin() + converged, [&](RitzValue const& value) {
@@ -518,7 +571,7 @@ ModesSearch::Found ModesSearch::OfSlice(double from, double to, int inside)
                                            " only " + std::to_string(here) + " were found; try a range with other ends");
 }
 
-ModesSearch::Found ModesSearch::OfInterval()
+void ModesSearch::OfInterval()
 {
     double const from = m_settings.from.value_or(-kInfinity), to = m_settings.to.value_or(kInfinity);
     if (!(from < to) || !std::isfinite(to) || !std::isfinite(from))
@@ -527,17 +580,25 @@ ModesSearch::Found ModesSearch::OfInterval()
         double lambda;
         int below;
     };
+    // What was counted and found before a search went on is met again in the same order.
+    std::size_t counts = 0;
     auto const count = [&](double lambda) {
-        int const below = CountBelow(lambda);
-        return Bound{lambda, below};
+        if (counts == m_bounds.size()) {
+            m_belowBounds.push_back(CountBelow(lambda));
+            m_bounds.push_back(lambda);
+            Keep(nullptr, nullptr);
+        }
+        Bound const counted{m_bounds[counts], m_belowBounds[counts]};
+        ++counts;
+        return counted;
     };
     Bound const first = count(from - Margin(from)), last = count(to + Margin(to));
     int const wanted = last.below - first.below;
-    Found all;
-    all.modes = Panel(m_order, 0);
     if (wanted > m_pair.Massive())
         Refuse(KVOSrvModesFailure::Pair, kNegativeMassText);
     Reserve(wanted / 5 + std::min(wanted, kModesOfSlice)); // all are held, those of a slice refined
+    m_found.modes.rows = m_order;
+    int slices = 0;
     auto const slice = [&](auto const& self, Bound const& a, Bound const& b, int depth) -> void {
         int const inside = b.below - a.below;
         if (inside == 0)
@@ -549,13 +610,19 @@ ModesSearch::Found ModesSearch::OfInterval()
             self(self, cut, b, depth + 1);
             return;
         }
+        if (++slices <= m_slices)
+            return;
         Found part = OfSlice(a.lambda, b.lambda, inside);
-        all.lambda.insert(all.lambda.end(), part.lambda.begin(), part.lambda.end());
-        all.residuals.insert(all.residuals.end(), part.residuals.begin(), part.residuals.end());
-        all.modes.values.insert(all.modes.values.end(), part.modes.values.begin(), part.modes.values.end());
-        all.modes.columns += inside;
+        m_found.lambda.insert(m_found.lambda.end(), part.lambda.begin(), part.lambda.end());
+        m_found.residuals.insert(m_found.residuals.end(), part.residuals.begin(), part.residuals.end());
+        m_found.modes.values.insert(m_found.modes.values.end(), part.modes.values.begin(), part.modes.values.end());
+        m_found.modes.columns += inside;
+        m_slices = slices;
+        m_place = 0;
+        Keep(nullptr, &part.modes);
     };
     slice(slice, first, last, 0);
     m_account.certified = true;
-    return all;
+    m_phase = kDone;
+    Keep(nullptr, nullptr);
 }

@@ -5,6 +5,7 @@
 
 #include "KVOSrvModes.h"
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -12,6 +13,8 @@
 class BlockLanczos;
 class KVOSrvSparseFactor;
 class KVOSrvSparseMatrix;
+class SearchFile;
+class StateWords;
 
 /// The search of KVOSrvModes: which shifts are factored, when a mode is found, and that none is missed.
 class ModesSearch
@@ -34,8 +37,12 @@ public:
     KVOSrvModesAccount const& Account() const noexcept { return m_account; }
 
 private:
-    Found Lowest();
-    Found OfInterval();
+    // How far the search for the lowest modes has come.
+    enum Phase : int { kSearching, kBeyond, kCounting, kMissing, kDone };
+
+    void Lowest();
+    Panel SearchLowest();
+    void OfInterval();
     Found OfSlice(double from, double to, int inside);
 
     void Reserve(int modes);
@@ -57,8 +64,19 @@ private:
     Found Refine(Panel vectors);
     std::vector<double> LambdaOf(BlockLanczos& lanczos, int count) const;
     double Margin(double lambda) const;
-    void Certify(Found& found, double next);
-    void FindMissing(Found& found, double bound, int below, double shift);
+    bool Certify();
+    void FindMissing();
+    std::unique_ptr<BlockLanczos> OutsideOfFound();
+
+    // Of a search that is kept in a file; nothing without one.
+    void OpenKept();
+    void Exchange(StateWords& words);
+    void ExchangeSettings(StateWords& words);
+    void ReadKeptModes();
+    std::unique_ptr<BlockLanczos> TakeKept();
+    void KeepIfDue(BlockLanczos& lanczos);
+    void Keep(BlockLanczos* lanczos, Panel* modes);
+    std::uint64_t Generation() const;
 
     KVOSrvSparseMatrix const& m_stiffness;
     KVOSrvSparseMatrix const& m_mass;
@@ -70,4 +88,24 @@ private:
     double m_sigma = 0.0; // K - sigma M is factored
     bool m_definite = false;
     KVOSrvModesAccount m_account;
+
+    // What a kept search goes on from, beside shift and account.
+    Phase m_phase = kSearching;
+    int m_restarts = 0;           // of the present basis
+    double m_next = 0.0;          // the eigenvalue behind those found, as far as it is known
+    bool m_isComplete = false;    // there are no others
+    double m_bound = 0.0;         // below which the eigenvalues were counted
+    int m_below = 0;              // how many there are
+    double m_foundShift = 0.0;    // with which the modes were found that were counted
+    std::vector<double> m_bounds; // of an interval and its slices, in the order in which they were counted
+    std::vector<int> m_belowBounds;
+    int m_slices = 0;    // of it that are done
+    int m_place = 0;     // of the shift in the next one
+    int m_keptModes = 0; // in the file in front of those found
+    Found m_found;
+
+    std::unique_ptr<SearchFile> m_file;
+    std::unique_ptr<StateWords> m_kept; // of a basis that was kept and not taken up yet
+    std::uint64_t m_pairFingerprint = 0;
+    int m_bases = 0; // begun
 };
