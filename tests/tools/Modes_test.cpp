@@ -1,11 +1,14 @@
 #include "Tool.h"
 
 #include <array>
+#include <chrono>
 #include <cmath>
+#include <csignal>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <numbers>
 #include <numeric>
+#include <thread>
 
 using testing::HasSubstr;
 
@@ -291,6 +294,35 @@ TEST(Modes, ShiftComesDownToTheModesOfASlenderFreeBody)
     EXPECT_LT(result.at("shift"), 1e3 * lambda[6]);
     EXPECT_LT(std::fabs(lambda[5]), 1e-6 * lambda[6]);
     EXPECT_NEAR(lambda[7], lambda[6], 1e-6 * lambda[6]); // bends alike in two directions
+}
+
+// At whatever moment it is killed. The file goes with the result.
+TEST(Modes, GoOnAfterAKill)
+{
+    Tool const tool;
+    tool.Do({"make-brick", "12", "10", "10", "k.mtx", "m.mtx"});
+    std::vector<std::string> const modes{"modes", "k.mtx", "m.mtx", "-n", "30", "--json"};
+    auto const whole = nlohmann::json::parse(tool.Do(modes));
+    for (int const milliseconds : {0, 300}) {
+        SCOPED_TRACE(milliseconds);
+        pid_t const child = tool.Start(modes + std::vector<std::string>{"--keep", "kept.sim"});
+        for (int k = 0; k < 6000 && !std::filesystem::exists(tool / "kept.sim"); ++k)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+        kill(child, SIGKILL);
+        tool.Wait(child);
+        ASSERT_TRUE(tool.Files().contains("kept.sim"));
+        EXPECT_EQ(tool(modes + std::vector<std::string>{"--keep", "kept.sim"}).code, 3) << "it would be lost";
+
+        auto const resumed = nlohmann::json::parse(tool.Do(modes + std::vector<std::string>{"--resume", "kept.sim"}));
+        for (char const* key : {"eigenvalues", "residuals", "steps", "restarts"})
+            EXPECT_EQ(resumed.at(key), whole.at(key)) << key;
+        for (char const* name : {"kept.sim", "kept.sim.journal"})
+            EXPECT_FALSE(tool.Files().contains(name));
+    }
+    EXPECT_EQ(tool(modes + std::vector<std::string>{"--resume", "kept.sim"}).code, 3) << "there is none";
+    EXPECT_EQ(tool(modes + std::vector<std::string>{"--keep", "nowhere/kept.sim"}).code, 4);
+    EXPECT_EQ(tool(modes + std::vector<std::string>{"--keep", "a.sim", "--resume", "b.sim"}).code, 2);
 }
 
 TEST(Modes, DifferentFromTheReferenceIsAFailureThatKeepsTheResult)

@@ -17,6 +17,7 @@
 #include "Validators.h"
 
 #include "KVOSimCSet.h"
+#include "KVOSimException.h"
 #include "KVOSrvDenseMatrix.h"
 #include "KVOSrvMatrix.h"
 #include "KVOSrvModes.h"
@@ -32,6 +33,8 @@
 #include <memory>
 #include <numbers>
 #include <optional>
+#include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -55,6 +58,8 @@ constexpr char kFooter[] =
     "motions of unknowns 1 to N of all nodes or, from lines \"x y z\", one for each node of 3 or 6 unknowns, or \"x y z dof\", one for\n"
     "each unknown (dof 1 to 3 along, 4 to 6 about x, y, z; % begins a comment), those of a rigid body: along x, y, z, then about\n"
     "axes through --about. The database holds the factors as matrix 4, a direction a column.\n"
+    "A long search is best run with --keep FILE: after a kill or a power cut the same command with --resume FILE instead goes\n"
+    "on with it. FILE is removed once the result is written.\n"
     "With --json one object is printed, with the arrays eigenvalues, frequencies and residuals.";
 
 struct Options {
@@ -65,6 +70,8 @@ struct Options {
     std::string picture;
     std::string scratch;
     std::string reference;
+    std::string keep;
+    std::string resume;
     bool checksums = false;
     bool json = false;
     bool inRadians = false;
@@ -189,6 +196,29 @@ struct Watch {
     }
 };
 
+ExitCode CodeOf(KVOSrvModesFailure::Kind kind)
+{
+    return kind == KVOSrvModesFailure::Disk   ? ExitCode::kUnwritable
+           : kind == KVOSrvModesFailure::Kept ? ExitCode::kUnreadable
+                                              : ExitCode::kCannot;
+}
+
+// The file that a search is kept in is an output, but while it is opened to go on. Other databases are not meant.
+std::optional<ToolError> FailureOfKept(KVOSimException const& failure, KVOSrvModesSettings const& settings)
+{
+    if (settings.keep == nullptr || !std::string_view(failure.Path()).starts_with(settings.keep))
+        return std::nullopt;
+    std::string text = failure.UserReport().c_str();
+    if (text.ends_with('.'))
+        text.pop_back();
+    KVOSimException::Kind const kind = failure.FailureKind();
+    if (kind == KVOSimException::Kind::NoSpace || kind == KVOSimException::Kind::System)
+        return ToolError(ExitCode::kUnwritable, text + "; make room, and go on with --resume where steps were kept before");
+    if (!settings.resume)
+        return ToolError(ExitCode::kUnwritable, text + "; choose another place");
+    return std::nullopt;
+}
+
 std::unique_ptr<KVOSrvModes> Compute(KVOSrvSparseMatrix const& stiffness, KVOSrvSparseMatrix const& mass,
                                      KVOSrvModesSettings const& settings, ConvergenceHistory& history)
 {
@@ -199,8 +229,11 @@ std::unique_ptr<KVOSrvModes> Compute(KVOSrvSparseMatrix const& stiffness, KVOSrv
         history = std::move(watch.history);
         return found;
     } catch (KVOSrvModesFailure const& failure) {
-        bool const isDisk = failure.WhatFailed() == KVOSrvModesFailure::Disk;
-        throw ToolError(isDisk ? ExitCode::kUnwritable : ExitCode::kCannot, failure.UserReport().c_str());
+        throw ToolError(CodeOf(failure.WhatFailed()), failure.UserReport().c_str());
+    } catch (KVOSimException const& failure) {
+        if (std::optional<ToolError> const error = FailureOfKept(failure, settings))
+            throw *error;
+        throw;
     }
 }
 
@@ -244,7 +277,10 @@ void RunModes(Options const& options)
     MatrixName const stiffnessName = ParseMatrixName(options.stiffness, options.format, true);
     MatrixName const massName = ParseMatrixName(options.mass, options.format, true);
     std::string const output = options.output.empty() ? DefaultOutput(stiffnessName.path) : options.output;
-    RequireSeparateFiles({output, options.picture}, {stiffnessName.path, massName.path, options.reference, options.coordinates});
+    if (!options.keep.empty() && !options.resume.empty())
+        throw ToolError(ExitCode::kUsage, "give --keep or --resume: a search that goes on is kept in its file");
+    RequireSeparateFiles({output, options.picture, options.keep},
+                         {stiffnessName.path, massName.path, options.reference, options.coordinates, options.resume});
     RequireProviderMemory();
 
     std::optional<ReferenceFrequencies> reference;
@@ -273,6 +309,9 @@ void RunModes(Options const& options)
     settings.memory = BytesOf(options.memory);
     if (!options.range.empty())
         SetRange(options, settings);
+    std::string const& kept = options.resume.empty() ? options.keep : options.resume;
+    settings.keep = kept.empty() ? nullptr : kept.c_str();
+    settings.resume = !options.resume.empty();
     ConvergenceHistory history;
     auto const found = Compute(*stiffness, *mass, settings, history);
     StoreModes(*found, database, unknowns, options.checksums);
@@ -287,6 +326,8 @@ void RunModes(Options const& options)
     database.Commit();
     if (picture)
         picture->Commit();
+    if (std::error_code ignored; !kept.empty())
+        std::filesystem::remove(kept, ignored); // the result is there
 
     std::chrono::duration<double> const elapsed = std::chrono::steady_clock::now() - begin;
     ModesReport const report{options.stiffness,
@@ -335,6 +376,9 @@ void AddModesCommand(CLI::App& app, Command& chosen)
     AddOption(modes, "--coordinates", options->coordinates,
               "Effective masses along and about the axes: file of \"x y z\" or \"x y z dof\" lines", RequireName);
     AddOption(modes, "--about", options->about, 3, "Point that the axes of rotations go through (the origin)");
+    AddOption(modes, "--keep", options->keep, "Keep the search in this new file, every few steps, until the result is written",
+              RequireName);
+    AddOption(modes, "--resume", options->resume, "Go on with the search that --keep has kept in this file", RequireName);
     AddFlag(modes, "--view", options->showsAccount, "Print what was done: ordering, factor, steps, memory, times");
     AddFlag(modes, "--no-count", options->isNotCounted, "Do not count the eigenvalues below the last one, which takes one factorization");
     AddFlag(modes, "--json", options->json, "Print one JSON object");
