@@ -189,6 +189,7 @@ void KVOSrvSparseFactor::Repr::Factorize(double shift, bool positiveDefinite)
     ChoosePlace();
     if (account.onDisk)
         PlaceOnDisk();
+    KVOSrvUtilities::ReleaseMemory(); // the factor is the largest thing by far: what lies kept beside it would come on top
     Control(22) = account.onDisk ? 1 : 0;
     Control(23) = 0;
     // Percent of working space beyond the estimate, which is exact without exchanges of rows; pivoting may need more.
