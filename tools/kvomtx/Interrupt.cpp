@@ -57,7 +57,7 @@ void Watch()
     int signal = 0;
     sigwait(&g_signals, &signal);
     g_interrupted = true;
-    constexpr timespec kPatience{2, 0};
+    constexpr timespec kPatience{1, 500000000}; // leaves half a second of two for removing a large factor
     while (sigtimedwait(&g_signals, nullptr, &kPatience) < 0 && errno == EINTR) {
     }
     Registry& registry = TheRegistry();

@@ -12,9 +12,9 @@ public:
 };
 
 /// From the program's start SIGINT, SIGTERM and SIGHUP are held back; from here on they are requests to end: CheckInterrupt() throws. A
-/// step that does not come by there within two seconds is not waited for: the files of all Removable are removed and the process ends. A
-/// second signal shortens the wait. Those that the caller has made ignored stay so. A write beyond a limit on file sizes or into a closed
-/// pipe becomes an error of that write instead of a signal.
+/// step that does not come by there within a second and a half is not waited for: the files of all Removable are removed and the process
+/// ends. A second signal shortens the wait. Those that the caller has made ignored stay so. A write beyond a limit on file sizes or into a
+/// closed pipe becomes an error of that write instead of a signal.
 /// @throws ToolError kCannot when no thread can be had to watch
 void WatchSignals();
 
