@@ -42,7 +42,7 @@ TEST_F(KVOSrvSparseBinaryFiles, WritesChunksAndReadsThemBack)
         EXPECT_TRUE(ContentOf(again).entries == half.Entries());
 
         file.replace(8, 16, Bytes(-1, 77, 3, 0));
-        Import(again, file, 6);
+        ImportWithoutMemory(again, m_path, file, 6);
         std::size_t position = 0;
         for (auto& row : half.rows)
             for (auto& item : row)
@@ -67,8 +67,8 @@ TEST_F(KVOSrvSparseBinaryFiles, ReadsChunksOfAnyLengthAndBothStorages)
             SCOPED_TRACE("items " + std::to_string(items) + ", bits " + std::to_string(chunkBits));
             Half const half = Half::Random(8, items, 3);
             KVOSrvSparseMatrix halfStored(0, 0), full(0, 0);
-            Import(halfStored, half.File(chunkBits), 1);
-            Import(full, half.File(chunkBits, 2), 1);
+            ImportWithoutMemory(halfStored, m_path, half.File(chunkBits), 1);
+            ImportWithoutMemory(full, m_path, half.File(chunkBits, 2), 1);
 
             std::vector<Entry> expected = half.Entries();
             EXPECT_EQ(ContentOf(halfStored).entries, expected);
@@ -151,7 +151,7 @@ TEST_F(KVOSrvSparseBinaryFiles, DropsTinyDenseElements)
 {
     double const above = std::nextafter(1e-16, 1.0);
     KVOSrvSparseMatrix matrix(0, 0);
-    Import(matrix, DenseFile(2, 4, {1e-17, 2e-16, 1e-16, -0.0, -2e-16, INFINITY, kNotANumber, above}), 7);
+    ImportWithoutMemory(matrix, m_path, DenseFile(2, 4, {1e-17, 2e-16, 1e-16, -0.0, -2e-16, INFINITY, kNotANumber, above}), 7);
     std::vector<Entry> const kept{MakeEntry(0, 2, -2e-16), MakeEntry(1, 0, 2e-16), MakeEntry(1, 2, INFINITY), MakeEntry(1, 3, above)};
     EXPECT_EQ(ContentOf(matrix), (Content{2, 4, 4, kept}));
 }
@@ -227,7 +227,7 @@ TEST_F(KVOSrvSparseBinaryFiles, RefusesMalformedRecordFiles)
     std::string const first = Record(Bytes(2)), row1 = Record(Bytes(2, 1, 2, 4.0, 7.0)), row2 = Record(Bytes(1, 2, 5.0));
     std::string const file = first + row1 + row2;
     KVOSrvSparseMatrix matrix(0, 0);
-    ASSERT_NO_THROW(Import(matrix, file, 0));
+    ImportWithoutMemory(matrix, m_path, file, 0);
     for (std::size_t length = 0; length < file.size(); ++length)
         ExpectRefused(file.substr(0, length), 0);
     for (int const n : {-1, 3, INT32_MAX, INT32_MIN})

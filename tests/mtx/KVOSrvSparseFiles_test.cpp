@@ -101,27 +101,6 @@ TEST_F(KVOSrvSparseFiles, ReportsAWriteThatFails)
     ExpectThrows<KVOSrvMtxFileWriteFailure>(message, [&] { m_exportable->ExportMatrixMarket("/dev/full"); });
 }
 
-// Every allocation of every import fails once.
-TEST_F(KVOSrvSparseFiles, KeepTheMatrixWhenMemoryRunsOut)
-{
-    Half const half = Half::Random(8, 20, 4);
-    std::pair<int, std::string> const files[] = {{0, Bytes(4, 1, 4, 16, 1, 1, 2.0, 16)},
-                                                 {1, half.File(2)},
-                                                 {1, half.File(2, 1)},
-                                                 {3, "1 2 3 4 5 6"},
-                                                 {3, "4 5 6 1 2 3"},
-                                                 {6, half.File()},
-                                                 {7, Bytes(1, 2, 1, 2, 3.0, 4.0)}};
-    for (auto const& file : files) {
-        SCOPED_TRACE(file.first);
-        auto const matrix = HalfStored(Half::Random(3, 2, 1));
-        Content const before = ContentOf(*matrix);
-        WriteFile(m_path, file.second);
-        ExpectUnchangedWithoutMemory(*matrix, [&] { matrix->Import(m_path.c_str(), file.first); });
-        EXPECT_NE(ContentOf(*matrix), before);
-    }
-}
-
 TEST_F(KVOSrvSparseFiles, AnImportReplacesEverything)
 {
     KVOSrvSparseMatrix matrix(50, 60);

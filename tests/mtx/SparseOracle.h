@@ -132,3 +132,10 @@ int ExpectUnchangedWithoutMemory(KVOSrvSparseMatrix const& matrix, Change const&
     EXPECT_GT(failures, 0) << "nothing was allocated";
     return failures;
 }
+
+/// Imports, with every allocation failing once before.
+inline void ImportWithoutMemory(KVOSrvSparseMatrix& matrix, std::string const& path, std::string const& bytes, int format)
+{
+    WriteFile(path, bytes);
+    ExpectUnchangedWithoutMemory(matrix, [&] { matrix.Import(path.c_str(), format); });
+}
