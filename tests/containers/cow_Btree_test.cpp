@@ -261,14 +261,4 @@ TEST_F(cow_BtreeTest, NodesStandAlone)
     EXPECT_EQ(root.Get().Key(), copy->Key());
 }
 
-// The instance that the library exports.
-TEST(cow_BtreeOfMatrices, ReportsNullForAMissingId)
-{
-    cow_Btree<int, KVOSrvDenseMatrix*> map;
-    auto* const matrix = reinterpret_cast<KVOSrvDenseMatrix*>(&map);
-    EXPECT_TRUE(map.InsertUnlessMember(5, matrix));
-    EXPECT_EQ(map.ConstLookup(5), matrix);
-    EXPECT_EQ(map.ConstLookup(6), nullptr);
-}
-
 } // namespace

@@ -56,19 +56,6 @@ Job Assembly()
             [=](bool isDone) { EXPECT_TRUE(!isDone || *nonzeros > 100); }};
 }
 
-Job Eigenproblem()
-{
-    auto const first = std::make_shared<double>(0.0);
-    return {[=, a = Filled(20, 20, [](int i, int j) { return i == j ? 3.0 * (i + 1) : 0.0; }),
-             b = Filled(20, 20, [](int i, int j) { return i == j ? 3.0 : 0.0; })]() mutable {
-                KVOSrvMatrix values(20, 1, nullptr, false, false), vectors(20, 20, nullptr, false, false);
-                KVOSrvMatrix left(20, 20, a.data(), true, false), right(20, 20, b.data(), true, false);
-                left.SolveEigenproblemSymmetric(right, values, vectors);
-                *first = values.Values()[0];
-            },
-            [=](bool isDone) { EXPECT_TRUE(!isDone || std::abs(*first - 1.0) < 1e-12) << *first; }};
-}
-
 /// A database of its own on the disk, with two matrices of small whole numbers, so that their products have no rounding.
 struct Stored {
     static constexpr int kOrder = 40;
@@ -186,7 +173,6 @@ TEST(FaultSweep, OfWholeJobsLosesNothingAndLeavesNothingOpen)
                                                                  {"chunked file", std::bind(SparseFile, 6, 1)},
                                                                  {"dense file", std::bind(SparseFile, 7, 7)},
                                                                  {"assembly", Assembly},
-                                                                 {"eigenproblem", Eigenproblem},
                                                                  {"product", StoredProduct},
                                                                  {"commit and reopening", Commit},
                                                                  {"container", Container},

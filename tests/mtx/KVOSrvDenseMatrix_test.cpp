@@ -203,26 +203,6 @@ TEST(KVOSrvDenseMatrix, AnObjectWhoseExtensionWasDroppedSaysSo)
     ExpectSame(KVOSrvDenseMatrix(distribution), values);
 }
 
-// A matrix of one block that was smaller than its chunk: block 0 keeps its height, and with the next extension the width of block column 0
-// becomes right.
-TEST(KVOSrvDenseMatrix, ExtensionOfAShortBlockKeepsTheFirstBlockButLosesNothing)
-{
-    TestDatabase const database;
-    KVOSrvDenseMatrix matrix(database.Matrix(3, 3, 8, 8));
-    Randomize(matrix);
-    int const first[] = {10, 11, 12, 13, 14, 15, 16}, second[] = {20};
-
-    ASSERT_EQ(matrix.ExtendDim(1, 7, first), 0);
-    ASSERT_EQ(matrix.ExtendDim(0, 7, first), 0);
-    EXPECT_TRUE(matrix.NumberOfRowsInBlock(0) == 3 && matrix.NumberOfColumnsInBlock(0) == 3);
-    ASSERT_EQ(matrix.ExtendDim(1, 1, second), 0);
-    EXPECT_TRUE(matrix.NumberOfRowsInBlock(0) == 3 && matrix.NumberOfColumnsInBlock(0) == 8);
-
-    Dense const values = Randomize(matrix);
-    matrix.Scale(2.0);
-    ExpectSame(matrix, 2.0 * values);
-}
-
 TEST(KVOSrvDenseMatrix, SetAccessWishesForCache)
 {
     TestDatabase const database;
