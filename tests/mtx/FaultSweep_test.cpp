@@ -4,12 +4,8 @@
 #include "DatabaseSupport.h"
 #include "FailNew.h"
 #include "FailSystemCall.h"
-#include "KVOSimTransaction.h"
 #include "KVOSrvMatrixContainer.h"
 #include "SparseOracle.h"
-
-#include <functional>
-#include <iterator>
 
 namespace
 {
@@ -131,14 +127,6 @@ Job Commit()
             }};
 }
 
-/// Makes a file, which goes again unless it has become a database.
-Job Creation()
-{
-    auto const folder = std::make_shared<TemporaryFolder>(FolderWithoutDisk());
-    return {[=] { KVOSimDatabase().CreateFile((*folder / "test.sim").c_str(), 0); },
-            [=](bool isDone) { EXPECT_EQ(std::filesystem::remove(*folder / "test.sim"), isDone); }};
-}
-
 Job Container()
 {
     return {[] {
@@ -175,8 +163,7 @@ TEST(FaultSweep, OfWholeJobsLosesNothingAndLeavesNothingOpen)
                                                                  {"assembly", Assembly},
                                                                  {"product", StoredProduct},
                                                                  {"commit and reopening", Commit},
-                                                                 {"container", Container},
-                                                                 {"creation", Creation}};
+                                                                 {"container", Container}};
     std::ptrdiff_t open = 0;
     int swept = 0;
     for (auto const& [name, make] : jobs)

@@ -3,7 +3,6 @@
 
 #include <array>
 #include <numeric>
-#include <utility>
 
 namespace
 {
@@ -30,16 +29,11 @@ struct PlainSort {
     // Takes the median of the first, the middle and the last item out; the smallest goes to the middle, the largest to the end.
     Item TakeMedian(int l, int r)
     {
-        using Three = std::array<Item, 3>;
         Item const left = At(l), middle = At((l + r) / 2), right = At(r);
-        auto const greater = [](Item const& a, Item const& b) { return a.first > b.first; };
-        Three ordered{right, middle, left};
-        if (greater(middle, left))
-            ordered = !greater(right, left)    ? Three{right, left, middle}
-                      : greater(right, middle) ? Three{left, middle, right}
-                                               : Three{left, right, middle};
-        else if (greater(right, middle))
-            ordered = greater(left, right) ? Three{middle, right, left} : Three{middle, left, right};
+        std::array ordered{right, middle, left};
+        std::ranges::stable_sort(ordered, {}, &Item::first);
+        if (left.first == right.first && middle.first < left.first)
+            std::swap(ordered[1], ordered[2]);
         At((l + r) / 2) = ordered[0];
         At(r) = ordered[2];
         return ordered[1];

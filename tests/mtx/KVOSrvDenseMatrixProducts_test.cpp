@@ -1,8 +1,4 @@
 #include "DatabaseSupport.h"
-#include "KVOSimException.h"
-
-#include <cstdlib>
-#include <filesystem>
 
 namespace
 {

@@ -1,9 +1,6 @@
 // Transfers and whole-matrix operations against a dense copy in memory, over chunkings and views.
 
 #include "DatabaseSupport.h"
-#include "KVOSimException.h"
-
-#include <gmock/gmock.h>
 
 namespace
 {

@@ -1,12 +1,7 @@
 #include "KVOSrvDenseMatrix.h"
 
 #include "DatabaseSupport.h"
-#include "KVOSimException.h"
-#include "KVOSimTransaction.h"
 #include "KVOSrvScratchDenseMatrix.h"
-#include "SimFailure.h"
-
-#include <utility>
 
 using testing::ElementsAre;
 

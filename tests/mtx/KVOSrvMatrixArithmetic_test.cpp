@@ -1,7 +1,5 @@
 #include "MatrixSupport.h"
 
-#include <string>
-
 bool const kDiagonal = true;
 
 TEST(KVOSrvMatrixArithmetic, Scaling)

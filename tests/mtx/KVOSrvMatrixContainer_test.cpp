@@ -3,10 +3,8 @@
 #include "ChildProcess.h"
 #include "DatabaseSupport.h"
 #include "KVOFortran.h"
-#include "KVOSimException.h"
 #include "WorkingFolder.h"
 
-#include <gmock/gmock.h>
 #include <list>
 
 using testing::ElementsAre, testing::IsEmpty, testing::SizeIs, testing::UnorderedElementsAre;

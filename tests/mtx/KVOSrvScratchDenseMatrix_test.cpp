@@ -2,15 +2,12 @@
 
 #include "ChildProcess.h"
 #include "DatabaseSupport.h"
-#include "KVOSimException.h"
 #include "KVOSrvMatrixContainer.h"
 #include "ScratchFiles.h"
 #include "WorkingFolder.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 using testing::ElementsAre, testing::EndsWith, testing::IsEmpty, testing::SizeIs, testing::StartsWith;
 

@@ -1,7 +1,5 @@
 #include "SparseOracle.h"
 
-#include <cstdlib>
-
 namespace
 {
 

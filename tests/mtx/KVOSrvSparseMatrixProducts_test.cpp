@@ -1,6 +1,5 @@
 #include "SparseOracle.h"
 
-#include <fstream>
 #include <gmock/gmock.h>
 
 namespace

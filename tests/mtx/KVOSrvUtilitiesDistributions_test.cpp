@@ -1,8 +1,4 @@
 #include "DatabaseSupport.h"
-#include "KVOSimException.h"
-#include "KVOSimTransfer.h"
-
-#include <gmock/gmock.h>
 
 using SimClient::Describe;
 using testing::ElementsAre, testing::ElementsAreArray, testing::IsEmpty;

@@ -8,9 +8,7 @@
 #include "cow_List.h"
 
 #include <barrier>
-#include <cstdlib>
 #include <thread>
-#include <unistd.h>
 
 // Objects of one thread each, side by side: what they share unseen must not mix them up. The values are whole numbers, so that every
 // result is exact. A thread that finds something wrong throws; the checks of GoogleTest stay in the main thread.
