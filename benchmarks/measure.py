@@ -169,7 +169,8 @@ def results(build, rows, minimum=None):
         raise LeftOut(f"{first.cores} processors are needed")
     processors = {max(allowed)} if first.cores == 1 else allowed  # the system knows which of them share a core
     try:
-        done = subprocess.run(command, capture_output=True, text=True, timeout=CASE_SECONDS * len(cases), env=os.environ | ONE_THREAD,
+        done = subprocess.run(command, capture_output=True, text=True, timeout=CASE_SECONDS * len(cases),
+                              env={"KVOMTX": str((build / "tools/kvomtx").resolve())} | os.environ | ONE_THREAD,
                               preexec_fn=lambda: os.sched_setaffinity(0, processors))
         if done.returncode == NOT_INSTALLED:
             raise LeftOut(done.stderr.strip())
@@ -196,7 +197,7 @@ def results(build, rows, minimum=None):
             values[case] = run["error_message"]
         elif not isinstance(values.get(case), str):
             for name, value in run.items():
-                if isinstance(value, (int, float)):
+                if isinstance(value, (int, float)) or value is None:
                     values.setdefault(case, {}).setdefault(name, []).append(value)
     return values
 
@@ -221,6 +222,12 @@ def figure(row, values, source):
     return Figure(number(median), number(spread) if len(seen) > 1 else "", row.verdict(median, spread), source)
 
 
+def has_no_peer(row, values):
+    """Whether the case answers that its peer is not installed, by a counter without a value."""
+    counters = values.get(row.case)
+    return isinstance(counters, dict) and None in counters.get(row.counter, [])
+
+
 def measure(rows, build, source, quick, found):
     """Yields after each process: its figures, by key."""
     groups = {}
@@ -230,7 +237,7 @@ def measure(rows, build, source, quick, found):
         start, worked = time.monotonic(), processor_seconds()
         try:
             values = results(build, group, "0.001" if quick else None)
-            figures = {row.key: figure(row, values, source) for row in group}
+            figures = {row.key: figure(row, values, source) for row in group if not has_no_peer(row, values)}
         except LeftOut as reason:
             print(f"{group[0].program}: {len(group)} rows left out, {reason}")
             continue
@@ -238,6 +245,9 @@ def measure(rows, build, source, quick, found):
             figures = {row.key: Figure("failed", mark="failed", source=f"{source}: {error}".replace("|", "/")) for row in group}
         print(f"{group[0].program}: {time.monotonic() - start:.0f} s, {processor_seconds() - worked:.0f} of them processor time")
         for row in group:
+            if row.key not in figures:
+                print(f"  left out, the peer is not installed: {row}")
+                continue
             its = figures[row.key]
             spread = f"+- {its.spread}" if its.spread else ""
             print(f"  {its.mark:6} {its.seen:>7} {spread:9} {row.aim:8} {row}")
