@@ -127,20 +127,27 @@ TEST(KVOSrvDenseMatrix, ExtendDimAppendsZerosAndMembers)
         KVOSrvDenseMatrix matrix(KVOSrvUtilities::Create2DDistribution(database.Members(4, 10), database.Members(3, 50), chunk, chunk));
         Dense const values = Randomize(matrix);
         View const view(matrix.Submatrix(0, 3, 0, 2));
-        int const rows[] = {77, 99, 1}, columns[] = {8};
+        int const rows[] = {77, 99, 1}, columns[] = {8, 2, 5}, next = 20;
 
         ASSERT_EQ(matrix.ExtendDim(1, 3, rows), 0);
-        ASSERT_EQ(matrix.ExtendDim(0, 1, columns), 0);
+        ASSERT_EQ(matrix.ExtendDim(0, 3, columns), 0);
 
         ExpectSame(matrix, [&](int i, int j) { return i < 4 && j < 3 ? values.At(i, j) : 0.0; });
         EXPECT_THAT(NumbersOf(matrix.RowCSetID()), ElementsAre(10, 11, 12, 13, 77, 99, 1));
-        EXPECT_THAT(NumbersOf(matrix.ColumnCSetID()), ElementsAre(50, 51, 52, 8));
+        EXPECT_THAT(NumbersOf(matrix.ColumnCSetID()), ElementsAre(50, 51, 52, 8, 2, 5));
         ExpectSame(*view, values);
         KVOSrvDenseMatrix const again(matrix.DistributionID());
         ExpectSame(again, ValuesOf(matrix));
         EXPECT_EQ(again.RowCSetID(), matrix.RowCSetID());
         Dense const all = Randomize(matrix);
         ExpectSame(again, all);
+
+        // A block smaller than its chunk keeps its height, and with the next extension the width of block column 0 becomes right.
+        EXPECT_TRUE(chunk != 5 || (matrix.NumberOfRowsInBlock(0) == 4 && matrix.NumberOfColumnsInBlock(0) == 3));
+        ASSERT_EQ(matrix.ExtendDim(1, 1, &next), 0);
+        EXPECT_TRUE(chunk != 5 || (matrix.NumberOfRowsInBlock(0) == 4 && matrix.NumberOfColumnsInBlock(0) == 5));
+        matrix.Scale(2.0);
+        ExpectSame(Part(Dense(matrix), 0, 6, 0, 5), 2.0 * all);
     }
 }
 

@@ -140,17 +140,9 @@ TEST(KVOSrvMatrixArithmetic, RefusesOperandsThatDoNotFit)
                   [](auto& target, auto& a, auto& b) { target.Interpolate(0.5, a, b); });
     expectRefused("Multiply", {{&w, &w2, &w2}, {&s, &w, &l}, {&s, &t, &s2}, {&w, &dw, &l}, {&w, &s2, &dw}, {&s, &s, &s2}, {&s, &s2, &s}},
                   [](auto& target, auto& a, auto& b) { target.Multiply(a, b); });
-    expectRefused("SymmetricMultiply",
-                  {{&w, &s2, &s2},
-                   {&s, &w, &t},
-                   {&s, &t, &s2},
-                   {&s, &s2, &w},
-                   {&d, &s2, &s2},
-                   {&s, &d, &s2},
-                   {&s, &s2, &d},
-                   {&s, &s, &s2},
-                   {&s, &s2, &s}},
-                  [](auto& target, auto& a, auto& b) { target.SymmetricMultiply(a, b); });
+    Operation const symmetric = [](auto& target, auto& a, auto& b) { target.SymmetricMultiply(a, b); };
+    expectRefused("SymmetricMultiply", {{&w, &s2, &s2}, {&s, &w, &t}, {&s, &t, &s2}, {&s, &s2, &w}, {&d, &s2, &s2}}, symmetric);
+    expectRefused("SymmetricMultiply", {{&s, &d, &s2}, {&s, &s2, &d}, {&s, &s, &s2}, {&s, &s2, &s}}, symmetric);
     expectRefused("*=", {{&s, &s, &s}, {&t, &s, &s}, {&s, &dt, &s}}, [](auto& target, auto& a, auto&) { target *= a; });
     expectRefused("Multiply", {{&w, &s, &s}, {&w, &d, &s}, {&s, &t, &s}, {&c, &t, &s}, {&d, &s, &s}, {&s, &s3, &s}},
                   [](auto& target, auto& a, auto&) { target *= a; });
