@@ -54,7 +54,7 @@ TEST(BadInput, MalformedFilesAreReportedByPlaceAndOthersRecognised)
     ExpectFailure(tool, {"info", "k.sim", "--format", "mtx"}, 3, "this is a database");
     ExpectFailure(tool, {"info", Data("bcsstk01.mtx") + ":0"}, 3, "it is no database");
     ExpectFailure(tool, {"info", "k.sim:7"}, 3, "holds no matrix 7");
-    ExpectFailure(tool, {"info", "missing.mtx"}, 3, "missing.mtx: cannot be read: No such file or directory");
+    ExpectFailure(tool, {"info", "missing\x1b.mtx"}, 3, "missing?.mtx: cannot be read: No such file or directory");
     ExpectFailure(tool, {"info", ".", "--format", "mtx"}, 3, "is not a regular file");
     ExpectFailure(tool, {"info", "missing.sim:0"}, 3, "; check the name");
     WriteFile(tool / "open elsewhere.sim", ReadFile(tool / "k.sim").substr(0, 3000)); // the advice follows the fault, not the name
@@ -158,6 +158,8 @@ TEST(BadInput, WrongCommandLinesAreRefused)
     ExpectFailure(tool, {"convert", k, "out", "--to", "8"}, 2, "\"8\" is no format");
     ExpectFailure(tool, {"convert", "k.csv", "k.mtx"}, 2, "cannot be read");
     ExpectFailure(tool, {"convert", k, "k.nodes"}, 2, "--nodes");
+    WriteFile(tool / "nodes", "11 1\n12 3 4\n");
+    ExpectFailure(tool, {"convert", k, "k.nodes", "--nodes", "nodes"}, 3, "nodes: line 2: expected \"node degree-of-freedom\"");
     ExpectFailure(tool, {"convert", k, "k.csv", "--checksums"}, 2, "has no place for --checksums");
     ExpectFailure(tool, {"convert", k, "k.sim:1"}, 2, "an output is a whole file");
     ExpectFailure(tool, {"make-brick", "1", "1", "1", "k.mtx", "m.mtx", "--poisson", "0.5"}, 2, "--poisson");

@@ -142,10 +142,10 @@ TEST(Files, DatabaseIsListedAndExported)
     auto const list = tool.Json({"db", "ls", "modes.sim"}).at("matrices");
     std::string listed;
     for (auto const& one : list)
-        for (char const* what : {"id", "content", "sizes", "storage"})
+        for (char const* what : {"id", "content", "sizes", "storage", "chunks"})
             listed += one.at(what).dump() + " ";
-    EXPECT_EQ(listed, R"("0" "stiffness" [48,48] "sparse, symmetric" "1" "mass" [48,48] "sparse, symmetric" )"
-                      R"("2" "modes" [48,3] "dense" "3" "eigenvalues" [3] "dense" )");
+    EXPECT_EQ(listed, R"("0" "stiffness" [48,48] "sparse, symmetric" [] "1" "mass" [48,48] "sparse, symmetric" [] )"
+                      R"("2" "modes" [48,3] "dense" [48,3] "3" "eigenvalues" [3] "dense" [] )");
 
     tool.Do({"db", "export", "modes.sim", "0", "k.mtx"});
     tool.Do({"db", "export", "modes.sim", "2", "modes.mtx"});
