@@ -54,21 +54,6 @@ TYPED_TEST(cow_COWTest, AssignmentMovesOneHolderFromObjectToObject)
     EXPECT_EQ(std::pair(b.Count(), Object::s_alive), std::pair(2, 2));
 }
 
-TYPED_TEST(cow_COWTest, CopiesAnObjectWhenItIsSharedAndOnlyThen)
-{
-    cow_COW<TypeParam> a(new TypeParam(1));
-    TypeParam* const own = a.GetPtr();
-    EXPECT_EQ(&a.Get(), own);
-    cow_COW<TypeParam> b(a);
-    b.Get().value = 2;
-    EXPECT_EQ(a.GetPtr(), own);
-    EXPECT_EQ(a.ConstGet().value, 1);
-    EXPECT_EQ(a.Count(), 1);
-    EXPECT_EQ(b.Count(), 1);
-    EXPECT_EQ(b.GetRef().value, 2);
-    EXPECT_EQ(&b.Get(), b.GetPtr());
-}
-
 // Only the object without a place for its count allocates one, which can fail.
 TEST(cow_COW, KeepsItsObjectWhenMemoryEnds)
 {

@@ -2,7 +2,7 @@
 ! containers, see container_helper.cpp.
 program module_test
     use, intrinsic :: iso_c_binding, only: c_double, c_f_pointer, c_f_procpointer, c_funloc, c_funptr, &
-                                           c_int, c_int64_t, c_loc, c_ptr, c_size_t
+                                           c_int, c_int64_t, c_loc, c_ptr
     use kvo_mtx
     implicit none
 
@@ -34,10 +34,6 @@ contains
 
     subroutine products()
         real(c_double) :: a(5, 4), b(6, 4), c(7, 6), x(4)
-        integer(c_int) :: wrong
-        ! The lengths of the strings go behind all arguments.
-        wrong = BLAC_ILAENV(1_c_int, 'DGETRF', ' ', 500_c_int, 500_c_int, -1_c_int, -1_c_int, 6_c_size_t, 1_c_size_t)
-        call check(wrong > 1, 'ILAENV') ! it is the size of blocks
         call random_number(a)
         call random_number(b)
         call random_number(x)

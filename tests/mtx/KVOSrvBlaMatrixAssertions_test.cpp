@@ -5,20 +5,17 @@
 #include <cstring>
 #include <gmock/gmock.h>
 
-namespace
-{
-
 // Every position of an assertion. Where several conditions are broken, the first in the order of the checks reports.
 
 /// Expects that each of the calls stops the process with this expression and line.
-void ExpectStops(int line, std::string const& expression, Calls const& calls)
+static void ExpectStops(int line, std::string const& expression, Calls const& calls)
 {
     std::string const report = "Assertion failed: " + expression + "\nFile mtx/impl/KVOSrvBlaMatrix, line " + std::to_string(line) + "\n";
     for (auto const& call : calls)
         EXPECT_EXIT(call(), testing::KilledBySignal(SIGABRT), testing::Eq(report)) << "line " << line << ", " << &call - calls.begin();
 }
 
-KVOSrvBlaMatrix Zero(int rows, int columns, Property property = kGeneral)
+static KVOSrvBlaMatrix Zero(int rows, int columns, Property property = kGeneral)
 {
     return KVOSrvBlaMatrix(rows, columns, nullptr, property);
 }
@@ -127,5 +124,3 @@ TEST(KVOSrvBlaMatrixDeathTest, Eigenproblems)
     ExpectStops(368, "info==0", {solve(a, b, x, values)}); // B is not positive definite
     ExpectStops(126, "lastRow >= startRow && lastCol >= startCol", {solve(empty, empty, empty, values)});
 }
-
-} // namespace

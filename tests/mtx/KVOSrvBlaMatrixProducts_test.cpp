@@ -1,19 +1,16 @@
 #include "BlaMatrices.h"
 
-namespace
-{
-
 int const kTile = 144;
 
 // alpha op(a) op(b) + beta c; with a beta of 0 the old values play no part.
-Dense Product(double alpha, Dense const& a, bool transA, Dense const& b, bool transB, double beta, Dense const& c)
+static Dense Product(double alpha, Dense const& a, bool transA, Dense const& b, bool transB, double beta, Dense const& c)
 {
     return Combined(alpha, Op(transA ? 'T' : 'N', a) * Op(transB ? 'T' : 'N', b), beta, c);
 }
 
 // Within one tile, or in a general target, every element is a sum of `terms` products; otherwise those of the stored triangle are, and the
 // other is its exact mirror image, but for the bits of NaN.
-void ExpectProduct(KVOSrvBlaMatrix const& target, Property property, Dense const& sums, int terms)
+static void ExpectProduct(KVOSrvBlaMatrix const& target, Property property, Dense const& sums, int terms)
 {
     Dense const now = ValuesOf(target);
     bool const lower = now.rows >= now.columns, mirrors = property != kGeneral && std::max(now.rows, now.columns) > kTile;
@@ -150,5 +147,3 @@ TEST(KVOSrvBlaMatrixProducts, InPlaceFromBothSides)
     lastRow->LeftMultiply(unit, 1.0, false);
     ExpectSame(*matrix, [&](int i, int j) { return i == 3 && j >= 1 ? values.values[7 + (j - 1)] : values.At(i, j); });
 }
-
-} // namespace

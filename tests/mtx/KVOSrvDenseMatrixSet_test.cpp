@@ -2,11 +2,8 @@
 
 #include "DatabaseSupport.h"
 
-namespace
-{
-
 // [x y]
-Dense Beside(Dense x, Dense const& y)
+static Dense Beside(Dense x, Dense const& y)
 {
     x.values.insert(x.values.end(), y.values.begin(), y.values.end());
     x.columns += y.columns;
@@ -70,5 +67,3 @@ TEST(KVOSrvDenseMatrixSet, RefusesWhatDoesNotFit)
     ASSERT_EQ(a.ExtendDim(1, 2, more), 0); // the rows that B lacks are found before the first pass
     ExpectRefused(operation, c, [&] { set.TransposeMultiply(&b, c, 0); });
 }
-
-} // namespace

@@ -5,12 +5,7 @@
 
 using testing::ElementsAre;
 
-namespace
-{
-
 using View = std::unique_ptr<KVOSrvDenseMatrix>;
-
-} // namespace
 
 TEST(KVOSrvDenseMatrix, NullMatrixAnswersEverything)
 {
@@ -41,20 +36,15 @@ TEST(KVOSrvDenseMatrix, BindsToTheChunksOfADistribution)
 {
     TestDatabase const database;
     KVOSimDistributionID const column = KVOSrvUtilities::Create1DDistribution(database.Members(9), 4);
-    struct {
-        KVOSimDistributionID id;
-        std::array<int, 4> sizesAndBlocks, largestAndLastBlock;
-    } const cases[] = {{database.Matrix(10, 7, 4, 3), {10, 7, 3, 3}, {4, 3, 2, 1}},
-                       {database.Matrix(10, 7, -1, -1), {10, 7, 1, 1}, {10, 7, 10, 7}},
-                       {database.Matrix(10, 7, 16, 3), {10, 7, 1, 3}, {10, 3, 10, 1}},
-                       {column, {9, 1, 3, 1}, {4, 1, 1, 1}}};
-    for (auto const& c : cases) {
-        KVOSrvDenseMatrix const m(c.id);
-        int const rowBlocks = m.NumberOfRowBlocks(), columnBlocks = m.NumberOfColumnBlocks();
-        EXPECT_EQ((std::array{m.NumberOfRows(), m.NumberOfColumns(), rowBlocks, columnBlocks}), c.sizesAndBlocks);
-        EXPECT_EQ((std::array{m.MaxNumberOfRowsInBlock(), m.MaxNumberOfColumnsInBlock(), m.NumberOfRowsInBlock(rowBlocks - 1),
-                              m.NumberOfColumnsInBlock(columnBlocks - 1)}),
-                  c.largestAndLastBlock);
+    std::pair<KVOSimDistributionID, std::vector<int>> const cases[] = {{database.Matrix(10, 7, 4, 3), {10, 7, 3, 3, 4, 3, 2, 1}},
+                                                                       {database.Matrix(10, 7, -1, -1), {10, 7, 1, 1, 10, 7, 10, 7}},
+                                                                       {database.Matrix(10, 7, 16, 3), {10, 7, 1, 3, 10, 3, 10, 1}},
+                                                                       {column, {9, 1, 3, 1, 4, 1, 1, 1}}};
+    for (auto const& [id, sizes] : cases) { // of the matrix, in blocks, of the largest and of the last block
+        KVOSrvDenseMatrix const m(id);
+        EXPECT_THAT(sizes, ElementsAre(m.NumberOfRows(), m.NumberOfColumns(), m.NumberOfRowBlocks(), m.NumberOfColumnBlocks(),
+                                       m.MaxNumberOfRowsInBlock(), m.MaxNumberOfColumnsInBlock(), m.NumberOfRowsInBlock(sizes[2] - 1),
+                                       m.NumberOfColumnsInBlock(sizes[3] - 1)));
     }
     EXPECT_TRUE(KVOSrvDenseMatrix(column).ColumnCSetID().IsNull());
     EXPECT_EQ(KVOSimCSet(KVOSrvDenseMatrix(column).RowCSetID()).Size(), 9);

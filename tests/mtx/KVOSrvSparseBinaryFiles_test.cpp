@@ -1,14 +1,11 @@
 #include "SparseOracle.h"
 
-namespace
-{
-
 constexpr std::size_t kChunk = 131072;
 
 using KVOSrvSparseBinaryFiles = SparseFilesTest;
 
 // What follows the chunks in an exported file.
-std::string Trailer(Half const& half)
+static std::string Trailer(Half const& half)
 {
     std::string bytes = Bytes(half.Size());
     for (unsigned const start : half.RowStart())
@@ -111,7 +108,7 @@ TEST_F(KVOSrvSparseBinaryFiles, RefusesMalformedChunks)
     }
 }
 
-std::string DenseFile(int rows, int columns, std::vector<double> const& values)
+static std::string DenseFile(int rows, int columns, std::vector<double> const& values)
 {
     std::string bytes = Bytes(rows, columns, rows, columns);
     for (double const value : values)
@@ -192,7 +189,7 @@ TEST_F(KVOSrvSparseBinaryFiles, KeepTheTailOfALongerFile)
     }
 }
 
-std::string Record(std::string const& items)
+static std::string Record(std::string const& items)
 {
     auto const length = static_cast<int>(items.size());
     return Bytes(length) + items + Bytes(length);
@@ -236,5 +233,3 @@ TEST_F(KVOSrvSparseBinaryFiles, RefusesMalformedRecordFiles)
         ExpectRefused(first + Record(Bytes(2, 1, column, 4.0, 7.0)) + row2, 0);
     ExpectRefused(first + Record("") + row2, 0);
 }
-
-} // namespace

@@ -101,17 +101,4 @@ TEST_F(KVOSrvSparseFiles, ReportsAWriteThatFails)
     ExpectThrows<KVOSrvMtxFileWriteFailure>(message, [&] { m_exportable->ExportMatrixMarket("/dev/full"); });
 }
 
-TEST_F(KVOSrvSparseFiles, AnImportReplacesEverything)
-{
-    KVOSrvSparseMatrix matrix(50, 60);
-    matrix.AddData(40, 1, 3.0);
-    Import(matrix, "1 2 3", 3);
-    EXPECT_EQ(ContentOf(matrix), (Content{1, 2, 1, {MakeEntry(0, 1, 3.0)}}));
-    matrix.EndAssembly(); // it is assembled
-    EXPECT_EQ(matrix.NumberOfNonzeros(), 1);
-    matrix.BeginAssembly();
-    matrix.EndAssembly(); // and no entry is pending
-    EXPECT_EQ(ContentOf(matrix), (Content{1, 2, 0, {}}));
-}
-
 } // namespace

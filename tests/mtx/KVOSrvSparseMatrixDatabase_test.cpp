@@ -1,10 +1,7 @@
 #include "DatabaseSupport.h"
 #include "SparseOracle.h"
 
-namespace
-{
-
-KVOSimDistributionID Export(KVOSrvSparseMatrix const& matrix, KVOSimCSetID const& rows, KVOSimCSetID const& columns)
+static KVOSimDistributionID Export(KVOSrvSparseMatrix const& matrix, KVOSimCSetID const& rows, KVOSimCSetID const& columns)
 {
     KVOSimDistributionID const id = KVOSrvUtilities::CreateSparseDistribution(rows, columns);
     matrix.Export(rows, columns, id);
@@ -13,12 +10,12 @@ KVOSimDistributionID Export(KVOSrvSparseMatrix const& matrix, KVOSimCSetID const
     return id;
 }
 
-KVOSimDistributionID Export(KVOSrvSparseMatrix const& matrix, TestDatabase const& database)
+static KVOSimDistributionID Export(KVOSrvSparseMatrix const& matrix, TestDatabase const& database)
 {
     return Export(matrix, database.Members(matrix.NumberOfRows()), database.Members(matrix.NumberOfColumns()));
 }
 
-Dense StoreNumbers(KVOSrvDenseMatrix& matrix)
+static Dense StoreNumbers(KVOSrvDenseMatrix& matrix)
 {
     KVOSrvMatrix values = RandomMatrix(matrix.NumberOfRows(), matrix.NumberOfColumns());
     std::for_each_n(values.Values(), StoredEntries(values), [](double& value) { value = std::round(9 * value); });
@@ -204,5 +201,3 @@ TEST(KVOSrvSparseMatrixDatabase, LeavesNoDrawerWhenTheDiskIsFull)
         });
     EXPECT_GT(failures, 0);
 }
-
-} // namespace

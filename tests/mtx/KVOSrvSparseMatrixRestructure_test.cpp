@@ -160,6 +160,12 @@ TEST(KVOSrvSparseMatrixRestructure, AnUnassembledMatrixCountsAsOneWithoutEntries
         matrix->Scale(2);
         EXPECT_EQ(ContentOf(*matrix).entries, none);
     }
+    half->EndAssembly(); // an assembly of nothing
+    EXPECT_TRUE(half->IsSymmetric());
+    half->BeginAssembly();
+    half->AddData(0, 1, 3.0);
+    half->EndAssembly();
+    EXPECT_EQ(ContentOf(*half), (Content{3, 3, 1, {MakeEntry(0, 1, 3.0)}}));
 }
 
 TEST(KVOSrvSparseMatrixRestructure, LosesNothingWithoutMemory)

@@ -4,26 +4,23 @@
 #include <functional>
 #include <regex>
 
-namespace
-{
-
 using Matrix = KVOSrvSparseMatrix;
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
-std::string Refusal(std::string const& operation, std::string const& reason)
+static std::string Refusal(std::string const& operation, std::string const& reason)
 {
     return "KVOSrvSparseMatrix::" + operation + " - Illegal input: " + reason + ".";
 }
 
-void AddAll(Matrix& matrix, std::vector<KVOSrvSparseMatrixEntry> const& entries)
+static void AddAll(Matrix& matrix, std::vector<KVOSrvSparseMatrixEntry> const& entries)
 {
     for (auto const& [row, column, value] : entries)
         matrix.AddData(row, column, value);
 }
 
 // The same with its mirror image.
-SparseOracle Symmetric(int n, int entries, unsigned seed)
+static SparseOracle Symmetric(int n, int entries, unsigned seed)
 {
     SparseOracle oracle{n, n, {}};
     for (auto const& [row, column, value] : RandomEntries({n, n, entries}, seed))
@@ -74,8 +71,8 @@ TEST(KVOSrvSparseMatrix, GrowsWithItsEntriesAndStartsAnewWithEachAssembly)
 }
 
 // A matrix of arrays that it takes over, unless it refuses them. Where `values` are empty there are none.
-std::unique_ptr<Matrix> TakenOver(int rows, int columns, std::vector<unsigned> const& starts, std::vector<int> const& indices,
-                                  Vector const& values, Vector const& diagonal = {})
+static std::unique_ptr<Matrix> TakenOver(int rows, int columns, std::vector<unsigned> const& starts, std::vector<int> const& indices,
+                                         Vector const& values, Vector const& diagonal = {})
 {
     auto const copy = []<class T>(std::vector<T> const& list) {
         std::unique_ptr<T[], mem_Deleter> array(list.empty() ? nullptr : static_cast<T*>(mem_OperatorNewThrow(list.size() * sizeof(T))));
@@ -359,19 +356,3 @@ TEST(KVOSrvSparseMatrix, TheVerdictOnSymmetryEndsWhenEntriesComeOrMove)
     EXPECT_TRUE(matrix.IsSymmetric());
     EXPECT_THROW(matrix.InHalfStorage(), KVOSrvMtxIllegalInput); // which looks at the entries
 }
-
-TEST(KVOSrvSparseMatrix, HalfStorageGivesWayToAnAssembly)
-{
-    for (SparseOracle const& expected : {SparseOracle{2, 2, {{{0, 1}, 3.0}, {{1, 0}, 3.0}}}, SparseOracle{2, 2, {}}}) {
-        auto const matrix = HalfStored(Half::Random(2, 1, 3));
-        matrix->BeginAssembly();
-        EXPECT_TRUE(matrix->IsNull() && matrix->IsSymmetric());
-        for (auto const& [place, value] : expected.places)
-            matrix->AddData(place.first, place.second, value);
-        matrix->EndAssembly();
-        EXPECT_TRUE(matrix->IsSymmetric());
-        EXPECT_EQ(ContentOf(*matrix), expected.ExpectedContent());
-    }
-}
-
-} // namespace

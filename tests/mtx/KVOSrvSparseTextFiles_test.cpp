@@ -65,12 +65,17 @@ TEST_F(KVOSrvSparseTextFiles, ReadsValuesAsScanfDoes)
         expected.push_back(std::bit_cast<std::uint64_t>(value));
     }
     KVOSrvSparseMatrix matrix(0, 0);
-    Import(matrix, text, 2);
+    matrix.AddData(0, 0, 1.0);
+    Import(matrix, text, 2); // which replaces everything
 
+    matrix.EndAssembly(); // it is assembled
     Content const content = ContentOf(matrix);
     ASSERT_EQ(content.nonzeros, static_cast<int>(expected.size()));
     for (std::size_t k = 0; k < expected.size(); ++k)
         EXPECT_EQ(std::get<2>(content.entries[k]), expected[k]) << tokens[k];
+    matrix.BeginAssembly();
+    matrix.EndAssembly();
+    EXPECT_EQ(matrix.NumberOfNonzeros(), 0); // and no entry is pending
 }
 
 TEST_F(KVOSrvSparseTextFiles, RefusesMalformedText)

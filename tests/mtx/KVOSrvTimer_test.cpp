@@ -9,12 +9,9 @@
 #include <gtest/gtest.h>
 #include <thread>
 
-namespace
-{
-
 using Instances = omi_SingletonBase<KVOSrvTimer>;
 
-double TimeOf(void (*clock)(double*))
+static double TimeOf(void (*clock)(double*))
 {
     double t = -1.0;
     clock(&t);
@@ -59,5 +56,3 @@ TEST(Timer, TimesAreNaNUntilItIsCreatedAndThenOfTheirKind)
     mtx_finalize(tally);
     EXPECT_EQ(Instances::Instance(), nullptr);
 }
-
-} // namespace

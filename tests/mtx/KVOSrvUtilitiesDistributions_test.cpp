@@ -3,23 +3,18 @@
 using SimClient::Describe;
 using testing::ElementsAre, testing::ElementsAreArray, testing::IsEmpty;
 
-namespace
-{
-
-std::vector<int> ChunksOf(KVOSimDistributionID const& id)
+static std::vector<int> ChunksOf(KVOSimDistributionID const& id)
 {
     return ToVector(Describe(id).chunkSizes);
 }
 
-std::vector<int> ColorsOf(KVOSimDistributionID const& id)
+static std::vector<int> ColorsOf(KVOSimDistributionID const& id)
 {
     std::vector<int> colors;
     for (KVOSimCollectionID const& collection : KVOSimDistribution(id).Collections())
         colors.push_back(collection.Color());
     return colors;
 }
-
-} // namespace
 
 TEST(KVOSrvUtilitiesDistributions, TwoDimensions)
 {

@@ -8,9 +8,6 @@
 #include <gmock/gmock.h>
 #include <memory>
 
-namespace
-{
-
 TEST(KVOSrvUtilities, LimitChunkSize2GB)
 {
     struct {
@@ -38,20 +35,7 @@ TEST(KVOSrvUtilities, LimitChunkSize2GB)
     }
 }
 
-TEST(KVOSrvUtilities, TempDirectoryIsSharedText)
-{
-    EXPECT_TRUE(KVOSrvUtilities::GetTempDirectory().IsEmpty());
-    {
-        cow_String const directory("/scratch/run 7");
-        KVOSrvUtilities::SetTempDirectory(directory);
-        EXPECT_EQ(KVOSrvUtilities::GetTempDirectory().c_str(), directory.c_str()); // the same characters in memory
-    }
-    KVOSrvUtilities::SetTempDirectory(KVOSrvUtilities::GetTempDirectory());
-    EXPECT_STREQ(KVOSrvUtilities::GetTempDirectory().c_str(), "/scratch/run 7");
-    KVOSrvUtilities::SetTempDirectory(cow_String());
-}
-
-std::vector<int> Ranges(std::vector<int> const& indices, int n, int maxRun)
+static std::vector<int> Ranges(std::vector<int> const& indices, int n, int maxRun)
 {
     int nRanges = -1;
     std::unique_ptr<int[]> const offsets = KVOSrvContiguousRanges(indices.data(), n, maxRun, nRanges);
@@ -92,5 +76,3 @@ TEST(KVOSrvUtilitiesDeathTest, ReportAndAbort)
     EXPECT_EXIT(KVOSrvUtilities::ReportAndAbort("100% %s", nullptr, 71), KilledBySignal(SIGABRT),
                 Eq(std::string("Assertion failed: 100% %s\n")));
 }
-
-} // namespace

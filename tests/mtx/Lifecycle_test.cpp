@@ -37,9 +37,6 @@ KVO_STAND_IN(KVOSrvBasic)
 KVO_STAND_IN(KVOFsmShared)
 KVO_STAND_IN(blaC)
 
-namespace
-{
-
 // From a tally of 100: the library itself is 101, mtx comes last to start and first to end.
 Calls const kStart{"+KVOBasCoreUtils 101", "+KVOBasShared 102", "+KVOBasDrexa 103",  "+KVOSimContainers 104",
                    "+KVOSimAPI 105",       "+KVOSrvBasic 106",  "+KVOFsmShared 107", "+blaC 108"};
@@ -74,5 +71,3 @@ TEST(Lifecycle, OutermostPairStartsAndEndsTheDependentLibraries)
     }
     EXPECT_EQ(tallies, (std::vector{101, 110, 110, 110, 101, 100}));
 }
-
-} // namespace
