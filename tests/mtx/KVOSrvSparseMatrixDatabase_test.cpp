@@ -190,7 +190,7 @@ TEST(KVOSrvSparseMatrixDatabase, LeavesNoDrawerWhenTheDiskIsFull)
     Content const before = ContentOf(*matrix);
     KVOSimCSetID const rows = database.Members(200), columns = database.Members(300);
     int const failures = FailEach(
-        FileChanges({ENOSPC, 1, false}), [&] { return KVOSrvUtilities::CreateSparseDistribution(rows, columns); },
+        SystemCalls(SystemCall::Change), [&] { return KVOSrvUtilities::CreateSparseDistribution(rows, columns); },
         [&](KVOSimDistributionID const& id) { matrix->Export(rows, columns, id); },
         [&](KVOSimDistributionID const& id, bool threw) {
             KVOSimArray<KVOSimDrawer> drawers;

@@ -86,25 +86,6 @@ TEST(KVOBasProcessor, IsThatOfTheTableWhereCpuidIsSilent)
     EXPECT_EQ(silent.choices.groupPages, 1024);
 }
 
-TEST(KVOBasProcessor, ChoosesByFamily)
-{
-    struct Case {
-        char const* name;
-        bool pastCache;
-        int groupPages;
-        bool wide;
-    } const cases[] = {{"unknown", false, 1024, true}, {"zen4", true, 3072, false},           {"skylake-sp", true, 1536, true},
-                       {"ice-lake", true, 2048, true}, {"sapphire-rapids", true, 2048, true}, {"haswell", false, 1024, false}};
-    for (Case const& c : cases) {
-        KVOBasProcessor const processor = KVOBasProcessor::Named(c.name);
-        EXPECT_STREQ(processor.name, c.name);
-        EXPECT_EQ(processor.choices.copiesPastCache, c.pastCache) << c.name;
-        EXPECT_EQ(processor.choices.storesPastCache, c.pastCache) << c.name;
-        EXPECT_EQ(processor.choices.groupPages, c.groupPages) << c.name;
-        EXPECT_EQ(processor.vectorBytes == 64, c.wide && processor.avx512) << c.name; // never more than this one can
-    }
-}
-
 // KVO_PROCESSOR puts another one in force, if there is one of that name.
 TEST(KVOBasProcessor, IsTheOneWishedFor)
 {

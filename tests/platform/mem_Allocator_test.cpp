@@ -108,18 +108,6 @@ double Resident(std::string const& which)
     return NAN;
 }
 
-// Whether `run`, of a host's process under this limit of its address space, is true.
-template<class Run>
-bool HoldsUnderLimit(std::size_t bytes, Run const& run)
-{
-    ChildProcess child([&] {
-        rlimit const limit{bytes, bytes};
-        setrlimit(RLIMIT_AS, &limit);
-        return run() ? 0 : 1;
-    });
-    return child.Wait() == 0;
-}
-
 // Arrays whose every page is touched, and small memory of ours and of the host's, which lives on and so is what makes a heap grow.
 class Arrays
 {
@@ -155,7 +143,7 @@ private:
 
 // KVO_ALLOCATOR_ROUNDS=100000 is a day's work of a solver: the same three arrays again and again, and arrays of 1 KiB to 64 MiB, as many of
 // each order of size.
-TEST(mem_Allocator, ResidentMemoryFollowsWhatIsAlive)
+TEST(mem_Allocator, ResidentMemoryFollowsWhatIsAliveAndAllGoesBackOnDemand)
 {
     char const* const variable = std::getenv("KVO_ALLOCATOR_ROUNDS");
     int const rounds = variable != nullptr ? std::atoi(variable) : 400;
@@ -166,7 +154,7 @@ TEST(mem_Allocator, ResidentMemoryFollowsWhatIsAlive)
             break;
         double const before = Resident("VmRSS");
         std::ofstream("/proc/self/clear_refs") << "5";
-        auto const arrays = std::make_unique<Arrays>();
+        auto arrays = std::make_unique<Arrays>();
         for (int i = 0; i < rounds; ++i)
             if (mostMiB > 0) {
                 auto const bytes = static_cast<std::size_t>(std::exp(logarithm(random)));
@@ -180,32 +168,26 @@ TEST(mem_Allocator, ResidentMemoryFollowsWhatIsAlive)
         double const most = Resident("VmHWM") - before;
         std::printf("%.0f MiB alive, %.0f MiB resident at most\n", arrays->MostMiB(), most);
         EXPECT_LE(most, 1.5 * arrays->MostMiB() + 64);
+        arrays.reset();
+        EXPECT_LE(Resident("VmRSS") - before, 64 + 4);
+        mem_ReleaseMemory();
+        EXPECT_LE(Resident("VmRSS") - before, 4);
     }
-}
-
-TEST(mem_Allocator, GivesBackWhatItDoesNotKeepAndAllOnDemand)
-{
-    double const before = Resident("VmRSS");
-    {
-        std::vector<Memory> arrays;
-        for (int i = 0; i < 40; ++i) {
-            arrays.emplace_back(mem_OperatorNewThrow(8 << 20));
-            std::memset(arrays.back().get(), 1, 8 << 20);
-        }
-    }
-    rlimit limit{};
-    getrlimit(RLIMIT_AS, &limit);
-    double const machine = static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE));
-    EXPECT_LE(Resident("VmRSS") - before, std::min(64.0, std::min(machine, static_cast<double>(limit.rlim_cur)) / 32 / kMiB) + 4);
-    mem_ReleaseMemory();
-    EXPECT_LE(Resident("VmRSS") - before, 4);
 }
 
 // The host's own malloc() gets what a matrix of 9000 x 9000 had; and what is kept goes for an array that has just enough room without it:
 // more than twice its size would not do with it.
 TEST(mem_Allocator, KeepsNothingThatOthersNeed)
 {
-    EXPECT_TRUE(HoldsUnderLimit(std::size_t{1200} << 20, [] {
+    auto const holdsUnderLimit = [](std::size_t bytes, auto const& run) {
+        ChildProcess child([&] {
+            rlimit const limit{bytes, bytes};
+            setrlimit(RLIMIT_AS, &limit);
+            return run() ? 0 : 1;
+        });
+        return child.Wait() == 0;
+    };
+    EXPECT_TRUE(holdsUnderLimit(std::size_t{1200} << 20, [] {
         mem_Free(mem_OperatorNewThrow(std::size_t{9000} * 9000 * 8));
         void* volatile const hosts = std::malloc(std::size_t{700} << 20);
         std::free(hosts);
@@ -215,7 +197,7 @@ TEST(mem_Allocator, KeepsNothingThatOthersNeed)
     mem_Free(mem_OperatorNewThrow(kBytes));
     std::size_t pages = 0;
     std::ifstream("/proc/self/statm") >> pages;
-    EXPECT_TRUE(HoldsUnderLimit(pages * 4096 + kBytes + kBytes / 2, [] { return Memory(mem_Malloc(2 * kBytes)) != nullptr; }));
+    EXPECT_TRUE(holdsUnderLimit(pages * 4096 + kBytes + kBytes / 2, [] { return Memory(mem_Malloc(2 * kBytes)) != nullptr; }));
 }
 #endif
 

@@ -20,11 +20,8 @@ void __libc_free(void* memory);
 namespace
 {
 
-std::size_t s_live = 0, s_limit = SIZE_MAX, s_refused = 0, s_highest = 0;
+std::size_t s_live = 0, s_limit = SIZE_MAX, s_refused = 0;
 std::array<void const*, 64> s_askers{}; // the first that were refused
-std::array<std::size_t, 1 << 16> s_peaks;
-std::size_t s_peakCount = 0;
-bool s_recording = false;
 // What was released in pieces below s_large is not given again: Live() and what is free stay below the limit, and so does what is free.
 std::size_t s_large = 0, s_mostFree = 0;
 
@@ -38,8 +35,6 @@ bool MayGrow(std::size_t bytes, void const* asker) noexcept
         errno = ENOMEM;
         return false;
     }
-    if (s_recording && after > s_highest && s_peakCount < s_peaks.size())
-        s_peaks[s_peakCount++] = s_highest = after;
     return true;
 }
 
@@ -91,18 +86,6 @@ std::size_t LimitedMalloc::RefusedTo(char const* library)
         count += dladdr(s_askers[k], &info) != 0 && std::strstr(info.dli_fname, library) != nullptr;
     }
     return count;
-}
-
-void LimitedMalloc::BeginPeaks() noexcept
-{
-    s_peakCount = s_highest = 0;
-    s_recording = true;
-}
-
-std::vector<std::size_t> LimitedMalloc::EndPeaks()
-{
-    s_recording = false;
-    return {s_peaks.begin(), s_peaks.begin() + static_cast<std::ptrdiff_t>(s_peakCount)};
 }
 
 extern "C" {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <vector>
 
 /// The malloc of a program with LimitedMalloc.cpp among its sources, that of its libraries and of HDF5 included: as much as it is allowed,
 /// and it tells who asked. Not for programs of several threads, nor for the sanitizers.
@@ -17,10 +16,5 @@ void Allow(std::size_t live, bool givenAgain = true) noexcept;
 /// Refused since Allow(): to all, and to the shared library whose name holds `library`.
 std::size_t Refused() noexcept;
 std::size_t RefusedTo(char const* library);
-
-/// From here on, what Live() would have to be allowed to be for each allocation that needs more than those before it, ascending.
-void BeginPeaks() noexcept;
-/// Those since then.
-std::vector<std::size_t> EndPeaks();
 
 } // namespace LimitedMalloc

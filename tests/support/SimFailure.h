@@ -1,12 +1,8 @@
 #pragma once
 
-#include "FailureSweep.h"
-#include "FileCalls.h"
+#include "FailSystemCall.h"
 #include "KVOSimException.h"
 
-#include <cerrno>
-#include <cstdint>
-#include <cstring>
 #include <gmock/gmock.h>
 #include <initializer_list>
 #include <string>
@@ -30,21 +26,12 @@ void ExpectFailure(std::string const& part, Run const& run)
     EXPECT_THAT(FailureOf(run), testing::HasSubstr(part));
 }
 
+/// Of the calls by which a database changes its files; for programs with FailSystemCall.cpp among their sources.
 struct Fault {
     int error;
     std::int64_t times;
     bool torn;
 };
-
-/// Calls by which a database changes its files; for programs with FailSystemCall.cpp among their sources.
-inline FailingCalls FileChanges(Fault const& fault)
-{
-    return {std::string(std::strerror(fault.error)) + (fault.torn ? ", torn" : ""),
-            [fault](std::int64_t successes) {
-                SetCallFault({SystemCall::Change, successes, fault.error, fault.times, fault.torn});
-            },
-            [](std::int64_t successes) { return CountedCalls() > successes; }};
-}
 
 /// FailEach() with each of these faults; the text of a failure must say which. check(target, whether run threw, whether all goes on
 /// failing)
@@ -54,7 +41,7 @@ int FailEachCall(std::initializer_list<Fault> faults, Prepare const& prepare, Ru
     int failures = 0;
     for (Fault const& fault : faults)
         failures += FailEach(
-            FileChanges(fault), prepare,
+            SystemCalls({SystemCall::Change, -1, fault.error, fault.times, fault.torn}), prepare,
             [&](auto& target) {
                 try {
                     run(target);

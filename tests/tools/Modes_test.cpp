@@ -57,37 +57,11 @@ void ExpectModes(Tool const& tool, std::string const& database, MarketFile const
     }
 }
 
-void WriteDiagonal(std::string const& path, std::vector<double> const& diagonal)
-{
-    KVOSrvSparseMatrix matrix(static_cast<int>(diagonal.size()), static_cast<int>(diagonal.size()));
-    for (unsigned i = 0; i < diagonal.size(); ++i)
-        matrix.AddData(i, i, diagonal[i]);
-    matrix.EndAssembly();
-    matrix.ExportMatrixMarket(path.c_str());
-}
-
-std::vector<double> Evenly(double first, double last, int count)
-{
-    std::vector<double> values;
-    for (int i = 0; i < count; ++i)
-        values.push_back(first + (last - first) * i / std::max(1, count - 1));
-    return values;
-}
-
-template<class T>
-std::vector<T> operator+(std::vector<T> values, std::vector<T> const& more)
+std::vector<std::string> operator+(std::vector<std::string> values, std::vector<std::string> const& more)
 {
     values.insert(values.end(), more.begin(), more.end());
     return values;
 }
-
-// The eigenvalues of a diagonal pair are the quotients of its entries.
-struct DiagonalPair {
-    std::vector<double> lambda; // ascending
-    int count;
-    std::vector<std::string> options = {};
-    double mass = 1.0; // of every unknown
-};
 
 } // namespace
 
@@ -122,69 +96,6 @@ TEST(Modes, AllFiniteModesOfASingularMass)
     EXPECT_EQ(tooMany.code, 1);
     EXPECT_THAT(tooMany.err, HasSubstr("24 unknowns with mass"));
     EXPECT_FALSE(tool.Files().contains("more.sim"));
-}
-
-TEST(Modes, OfDiagonalPairsAreTheirQuotients)
-{
-    std::vector<double> powers;
-    for (int i = -6; i <= 6; ++i)
-        powers.push_back(std::pow(10.0, i));
-    std::vector<double> const counting = Evenly(1.0, 30.0, 30), zeros(5, 0.0);
-    DiagonalPair const pairs[] = {
-        {powers, 13},
-        {Evenly(1.0, 1.0 + 1e-3, 100), 10}, // clusters: all slow but for another shift
-        {Evenly(1.0, 1.0 + 1e-5, 100), 10},
-        {Evenly(1.0, 1.0 + 1e-8, 100), 10},
-        {Evenly(1000.0, 2000.0, 1000), 10},
-        // A shift does not help, a wider basis does; its new columns meet the rest of the cluster some steps after they came.
-        {Evenly(1.0, 5.0, 5) + Evenly(10.0, 10.0 + 1e-6, 30) + Evenly(1e4, 2e4, 65), 10},
-        {std::vector<double>(15, 1.0) + Evenly(2.0, 80.0, 79), 10},
-        {zeros, 3},
-        {counting, 5, {"--shift", "1e3"}},
-        {counting, 10, {}, 1e150},
-        {counting, 10, {}, 1e-150},
-    };
-    for (DiagonalPair const& pair : pairs) {
-        SCOPED_TRACE(std::to_string(pair.lambda.front()) + " to " + std::to_string(pair.lambda.back()) + " " +
-                     testing::PrintToString(pair.options));
-        Tool const tool;
-        WriteDiagonal(tool / "k.mtx", pair.lambda);
-        WriteDiagonal(tool / "m.mtx", std::vector<double>(pair.lambda.size(), pair.mass));
-        auto const result = tool.Json(std::vector<std::string>{"modes", "k.mtx", "m.mtx", "-n", std::to_string(pair.count)} + pair.options);
-        for (int i = 0; i < pair.count; ++i) {
-            double const expected = pair.lambda[static_cast<std::size_t>(i)] / pair.mass;
-            EXPECT_NEAR(result.at("eigenvalues")[i], expected, std::max(1e-9 * expected, 1e-15));
-        }
-    }
-}
-
-TEST(Modes, RefusalsSayWhatIsWrongWithThePair)
-{
-    struct Case {
-        std::vector<double> stiffness, mass;
-        std::vector<std::string> options;
-        char const* text;
-    };
-    std::vector<double> const positive(4, 1.0), negative(4, -1.0), counting = Evenly(1.0, 4.0, 4);
-    Case const cases[] = {{counting, negative, {}, "the mass matrix has negative eigenvalues (see row 1, column 1)"},
-                          {counting, {1.0, 1.0, -1.0, 1.0}, {}, "the mass matrix has negative eigenvalues (see row 3, column 3)"},
-                          {negative, positive, {}, "the stiffness matrix has negative eigenvalues (see row 1)"},
-                          {counting, positive, {"--shift", "1e9"}, "the shift hides the eigenvalues"},
-                          {counting, positive, {"--shift", "1e15"}, "the shift hides the eigenvalues"},
-                          {counting, positive, {"--shift", "-1"}, "choose a greater --shift"}};
-    Tool const tool;
-    for (Case const& each : cases) {
-        WriteDiagonal(tool / "k.mtx", each.stiffness);
-        WriteDiagonal(tool / "m.mtx", each.mass);
-        Outcome const outcome = tool(std::vector<std::string>{"modes", "k.mtx", "m.mtx", "-n", "2"} + each.options);
-        EXPECT_EQ(outcome.code, 1) << each.text;
-        EXPECT_THAT(outcome.err, HasSubstr(each.text));
-    }
-    std::string const rankOne = "%%MatrixMarket matrix coordinate real symmetric\n3 3 6\n1 1 1\n2 1 1\n3 1 1\n2 2 1\n3 2 1\n3 3 1\n";
-    WriteFile(tool / "ones.mtx", rankOne);
-    WriteDiagonal(tool / "k.mtx", Evenly(1.0, 3.0, 3));
-    EXPECT_THAT(tool({"modes", "k.mtx", "ones.mtx", "-n", "2"}).err, HasSubstr("rank 1: there are no 2 finite modes"));
-    EXPECT_NEAR(tool.Json({"modes", "k.mtx", "ones.mtx", "-n", "1"}).at("eigenvalues")[0], 6.0 / 11.0, 1e-12);
 }
 
 // Eigenvalues over seven orders of magnitude, the lowest modes and all of them.

@@ -106,6 +106,10 @@ TEST_F(DenseDrawerFaults, RefusesWhatADrawerCannotBe)
         drawer->Announce(ranges);
     }
     EXPECT_THAT(values, testing::Each(-1.0));
+    auto const longest = CreateDrawer(file, {{INT64_MAX - 1}, {std::int64_t(1) << 31}, KVOSimInt8, {std::byte{'x'}}});
+    std::string end(3, '?');
+    longest->Read(Ranges{{INT64_MAX - 4, INT64_MAX - 2}}, end.data());
+    EXPECT_EQ(end, "xxx");
 }
 
 // Initial values lie in a file in memory, which counts, and whose pages have to be had before they are touched. No such file can be made

@@ -1,7 +1,5 @@
 #include "SimClient.h"
 
-#include <algorithm>
-#include <optional>
 #include <random>
 
 using namespace SimClient;
@@ -229,11 +227,4 @@ TEST_F(Checksums, OfValuesFollowChangesInPlace)
     EXPECT_THAT(DamageIn(ReadFile(path)), testing::ElementsAre(testing::HasSubstr("chunk (0, 0) were being changed")));
     CommitAll();
     Committed();
-}
-
-TEST_F(Checksums, OfValuesNeedChunks)
-{
-    KVOSimTransfer transfer = NewDrawer(KVOSimDistribution(MakeDistribution(Context(), {rows})), {Biggest(rows)}, {});
-    transfer.SetValueChecksums();
-    ExpectFailure("choose chunk sizes", [&] { transfer.InitializePersistentDrawer(); });
 }

@@ -179,28 +179,3 @@ TEST_F(Transaction, NumbersTheDimensionAnew)
     ReopenAll();
     EXPECT_EQ(Describe(matrix).csets[1].Index(), numbering.Index());
 }
-
-TEST_F(Transaction, ManyObjectsInManyCommits)
-{
-    std::vector<int> made;
-    for (int commit = 0; commit < 20; ++commit) {
-        KVOSimTransaction transaction(*context);
-        for (int i = 0; i < 60; ++i) {
-            int const number = commit * 60 + i;
-            made.push_back(MakeMatrix(contextID, {MakeSet(columns, {number, number + 1})}).Index());
-            WriteAll(KVOSimDistributionID(contextID, made.back()), Ramp(2, number));
-        }
-        if (commit % 5 != 3)
-            transaction.Commit();
-        else
-            made.resize(made.size() - 60);
-    }
-    ReopenAll();
-
-    EXPECT_EQ(Count(), static_cast<int>(made.size()) + 1);
-    for (int const index : made) {
-        KVOSimDistributionID const id(contextID, index);
-        int const number = NumbersOf(Describe(id).csets[0])[0];
-        EXPECT_EQ(ReadAll(id), Ramp(2, number));
-    }
-}

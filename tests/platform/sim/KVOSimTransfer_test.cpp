@@ -105,7 +105,9 @@ TEST_F(Transfer, RefusesDrawersThatCannotBe)
     ExpectFailure("one chunk size per dimension", [&] { NewDrawer(distribution, sets, {3}); });
     ExpectFailure("4 GiB", [&] { NewDrawer(distribution, sets, {65536, 8192}); });
     ExpectFailure("dimension 1 of the new drawer", [&] { NewDrawer(distribution, {Biggest(columns)}, {}).CheckView(); });
-    KVOSimTransfer range = NewDrawer(distribution, sets, {});
+    KVOSimTransfer range = NewDrawer(distribution, sets, {}), sums = range;
+    sums.SetValueChecksums();
+    ExpectFailure("choose chunk sizes", [&] { sums.InitializePersistentDrawer(); });
     range.SetDimOrdinalRange(1, rows, 0, 1);
     ExpectFailure("dimension 1 of the new drawer has no set", [&] { range.InitializePersistentDrawer(); });
 

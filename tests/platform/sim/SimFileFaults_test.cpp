@@ -1,4 +1,3 @@
-#include "FailSystemCall.h"
 #include "SimWorkload.h"
 
 #include <sys/resource.h>

@@ -13,39 +13,13 @@ using simdb::FileMark;
 using simdb::HeldWrites;
 using simdb::Journal;
 
-TEST(SimJournal, ComesBackFromItsImageAndFromNothingElse)
+// What comes back, and what is torn, the tests of crashes show. The checksum is right here: the addresses, outside of any file, are not.
+TEST(SimJournal, RefusesPlacesOutsideOfAnyFile)
 {
-    std::vector<std::byte> const first(48, std::byte{1}), second(5, std::byte{2});
-    FileMark const mark = FileMark::New(FileMark::kOffset);
-    Journal const journal(mark, 4096, {{0, first}, {1000, second}, {4096, {}}});
-    std::vector<std::byte> const image(journal.Image().begin(), journal.Image().end());
-    auto longer = image;
-    longer.resize(image.size() + 100, std::byte{7}); // the end of an older one
-    for (auto const& readable : {image, longer}) {
-        auto const parsed = Journal::Parse(readable);
-
-        ASSERT_TRUE(parsed.has_value());
-        EXPECT_EQ(parsed->Before(), mark);
-        EXPECT_EQ(parsed->After(), mark.AfterCommit());
-        EXPECT_EQ(parsed->FileBytes(), 4096u);
-        ASSERT_EQ(parsed->Pieces().size(), 3u);
-        EXPECT_EQ(parsed->Pieces()[1].address, 1000u);
-        EXPECT_TRUE(std::ranges::equal(parsed->Pieces()[0].bytes, first));
-        EXPECT_TRUE(std::ranges::equal(parsed->Pieces()[1].bytes, second));
-        EXPECT_TRUE(parsed->Pieces()[2].bytes.empty());
-    }
-    for (std::size_t at = 0; at < image.size(); ++at) {
-        EXPECT_FALSE(Journal::Parse({image.begin(), image.begin() + static_cast<std::ptrdiff_t>(at)})) << at;
-        for (int bit = 0; bit < 8; ++bit) {
-            auto damaged = image;
-            damaged[at] ^= std::byte(1 << bit);
-            EXPECT_FALSE(Journal::Parse(std::move(damaged))) << at;
-        }
-    }
-    // The checksum is right here: the addresses, outside of any file, are not.
-    for (std::uint64_t const address : {UINT64_MAX, std::uint64_t{INT64_MAX}, std::uint64_t{INT64_MAX} - 4}) {
-        Journal const outside(mark, 0, {{address, second}});
-        EXPECT_FALSE(Journal::Parse({outside.Image().begin(), outside.Image().end()})) << address;
+    std::vector<std::byte> const bytes(5);
+    for (std::uint64_t const address : {std::uint64_t{4096}, UINT64_MAX, std::uint64_t{INT64_MAX}, std::uint64_t{INT64_MAX} - 4}) {
+        Journal const journal(FileMark::New(FileMark::kOffset), 0, {{address, bytes}});
+        EXPECT_EQ(Journal::Parse({journal.Image().begin(), journal.Image().end()}).has_value(), address == 4096) << address;
     }
 }
 

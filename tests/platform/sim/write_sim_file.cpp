@@ -19,13 +19,7 @@ void Write(char const* path)
     KVOSimDistributionID const whole = MakeMatrix(context, {Biggest(columns), rowSet}, {2, 3}); // distribution 0
     WriteAll(whole, Ramp(12));
     KVOSimDistributionID const partial = MakeMatrix(context, {Biggest(columns), rowSet}, {1, 2}, 7.5); // 1: one chunk of six is written
-    KVOSimTransfer transfer{KVOSimDistribution(partial)};
-    transfer.SetWrite();
-    transfer.SetDimOrdinalRange(0, columns, 1, 1);
-    transfer.SetDimOrdinalRange(1, rows, 2, 2);
-    double const value = -2.0;
-    transfer.SetBuffer(0, &value, sizeof value);
-    transfer.ExecWrite();
+    SimClient::Write(Window(partial, {{1, 1}, {2, 2}}), std::vector{-2.0});
     WriteAll(MakeMatrix(context, {rowSet}), Ramp(4)); // 2: contiguous
     Rows{{0.5, 0.25, -1.0}, {0, 1, 1}, {0, 2, 2, 3, 3}, {}}.Store(context, rowSet,
                                                                   Biggest(columns)); // 3: nothing in the last row and column
