@@ -2,11 +2,7 @@
 
 #include "ChildProcess.h"
 
-#include <cstdlib>
 #include <gtest/gtest.h>
-#include <string>
-#include <tuple>
-#include <vector>
 
 namespace
 {

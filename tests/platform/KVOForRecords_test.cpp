@@ -2,11 +2,9 @@
 #include "TemporaryFolder.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <gtest/gtest.h>
 #include <random>
 #include <sys/stat.h>
-#include <vector>
 
 namespace
 {

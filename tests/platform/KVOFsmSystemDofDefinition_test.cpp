@@ -4,10 +4,6 @@
 
 #include <climits>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <string>
-#include <utility>
-#include <vector>
 
 namespace
 {

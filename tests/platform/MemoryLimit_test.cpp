@@ -3,7 +3,6 @@
 #include "ChildProcess.h"
 #include "TemporaryFolder.h"
 
-#include <cstdint>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 

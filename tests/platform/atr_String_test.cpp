@@ -4,8 +4,6 @@
 #include "atr_Translate.h"
 
 #include <climits>
-#include <utility>
-#include <vector>
 
 namespace
 {

@@ -3,8 +3,6 @@
 #include "FailureSweep.h"
 
 #include <algorithm>
-#include <utility>
-#include <vector>
 
 namespace
 {

@@ -4,20 +4,12 @@
 #include "mem_Vector.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <memory>
 #include <random>
-#include <string>
 #include <sys/resource.h>
-#include <unistd.h>
-#include <utility>
-#include <vector>
 
 namespace
 {

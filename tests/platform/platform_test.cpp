@@ -7,8 +7,6 @@
 
 #include <climits>
 #include <gtest/gtest.h>
-#include <utility>
-#include <vector>
 
 namespace
 {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <random>
-#include <vector>
 
 using simdb::Crc32cWay;
 
