@@ -110,7 +110,6 @@ contains
         length = KVOSRVMODESERROR(text, 5_c_int)
         call check(length > 5 .and. text(1:5) == 'kvo_m', 'a text that is cut')
         call check(KVOSRVMODESMATRIX(2_c_int, [0, 1, 2], [0, 2], [1.0_c_double, 1.0_c_double], nothing) == 206, 'a column too far')
-        call check(KVOSRVMODESMATRIX(2_c_int, [0, 2, 1], [0, 1], [1.0_c_double, 1.0_c_double], nothing) == 206, 'rows that descend')
         call check(KVOSRVMODESREAD(database, len(database), 3_c_int, nothing) == -2, 'a matrix that is not there')
         call check(nothing == 0, 'the handle of a matrix that is not there')
         call check(KVOSRVMODESREAD('none.mtx', 8_c_int, -1_c_int, nothing) == 202, 'a file that is not there')

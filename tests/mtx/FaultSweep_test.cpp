@@ -44,7 +44,7 @@ struct Stored {
 
     Stored()
     {
-        database.CreateFile(path.c_str(), 0);
+        database.CreateFile((folder / "test.sim").c_str(), 0);
         database.CreateContext();
         a = NewMatrix();
         b = NewMatrix();
@@ -60,7 +60,6 @@ struct Stored {
 
     Dense numbers = Filled(kOrder, kOrder, [](int i, int j) { return (i + kOrder * j) * 7 % 23 - 11; });
     TemporaryFolder folder{FolderWithoutDisk()};
-    std::string path = folder / "test.sim";
     KVOSimDatabase database;
     KVOSimDistributionID a, b, c;
 };

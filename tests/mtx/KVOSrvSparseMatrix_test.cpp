@@ -139,13 +139,8 @@ TEST(KVOSrvSparseMatrix, RefusesArraysThatAreNoRows)
     for (auto const& c : kCases)
         ExpectThrows<KVOSrvMtxRefusedInput>(Refusal("KVOSrvSparseMatrix", c.reason),
                                             [&] { TakenOver(c.rows, c.columns, c.rowStart, c.columnIndices, c.values, c.diagonal); });
-    EXPECT_GT(FailEach(
-                  Allocations(),
-                  [] {
-                      EXPECT_EQ(TakenOver(1, 1, {0, 1}, {0}, {7})->NumberOfNonzeros(), 1);
-                  },
-                  [](bool) {}),
-              3);
+    auto const takeOver = [] { EXPECT_EQ(TakenOver(1, 1, {0, 1}, {0}, {7})->NumberOfNonzeros(), 1); };
+    EXPECT_GT(FailEach(Allocations(), takeOver, [](bool) {}), 3);
 }
 
 // Everything that a matrix refuses, by what it is; then it is as it was.
