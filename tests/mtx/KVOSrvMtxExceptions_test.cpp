@@ -5,11 +5,8 @@
 
 #include <cstring>
 
-namespace
-{
-
 template<class Exception>
-void Check(Exception exception, int number, std::string const& message)
+static void Check(Exception exception, int number, std::string const& message)
 {
     SCOPED_TRACE(message);
     KVOBasException const& base = exception;
@@ -99,5 +96,3 @@ TEST(KVOSrvMtxExceptions, LivesOnThePlatformsHeap)
     mem_FailAllocationAfter(-1);
     delete static_cast<KVOBasException const*>(new KVOSrvMtxIllegalInput("Multiply"));
 }
-
-} // namespace
