@@ -1,7 +1,6 @@
 #include "Tool.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/file.h>
 
 using testing::AllOf;

@@ -3,9 +3,7 @@
 
 #include "Tool.h"
 
-#include <algorithm>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 TEST(FaultSweep, OfModesEndsInOneLineAndLeavesNothing)
 {

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <csignal>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <iterator>
 #include <thread>
 

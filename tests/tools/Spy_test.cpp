@@ -1,6 +1,5 @@
 #include "Tool.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 #include <png.h>
 

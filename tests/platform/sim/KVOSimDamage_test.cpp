@@ -4,7 +4,6 @@
 
 #include <climits>
 #include <fcntl.h>
-#include <tuple>
 
 #include <hdf5.h>
 

@@ -1,8 +1,6 @@
 #include "SimClient.h"
 
-#include <limits>
 #include <random>
-#include <tuple>
 
 using namespace SimClient;
 using testing::ElementsAre;
