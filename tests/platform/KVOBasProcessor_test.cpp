@@ -3,6 +3,7 @@
 #include "ChildProcess.h"
 
 #include <gtest/gtest.h>
+#include <tuple>
 
 namespace
 {
@@ -80,6 +81,21 @@ TEST(KVOBasProcessor, IsThatOfTheTableWhereCpuidIsSilent)
     EXPECT_STREQ(silent.name, "unknown");
     EXPECT_GT(silent.l1Bytes, 0u);
     EXPECT_EQ(silent.choices.groupPages, 1024);
+}
+
+// What was measured on one machine must not be chosen on others.
+TEST(KVOBasProcessor, ChoosesByFamily)
+{
+    using Choices = std::tuple<char const*, bool, int, bool>; // stores past the cache, pages of a group, AVX-512 where there is any
+    for (auto const& [name, pastCache, pages, wide] :
+         {Choices{"unknown", false, 1024, true}, Choices{"zen4", true, 3072, false}, Choices{"skylake-sp", true, 1536, true},
+          Choices{"sapphire-rapids", true, 2048, true}, Choices{"haswell", false, 1024, false}}) {
+        KVOBasProcessor const processor = KVOBasProcessor::Named(name);
+        EXPECT_EQ(std::tuple(processor.choices.copiesPastCache, processor.choices.storesPastCache, processor.choices.groupPages,
+                             processor.vectorBytes == 64),
+                  std::tuple(pastCache, pastCache, pages, wide && processor.avx512))
+            << name;
+    }
 }
 
 // KVO_PROCESSOR puts another one in force, if there is one of that name.
