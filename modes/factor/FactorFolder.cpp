@@ -18,43 +18,8 @@
 namespace
 {
 
-constexpr char kMarkName[] = ".maker";
+constexpr KVOBasFolderMark kMark{".maker", {'K', 'V', 'O', 'F', 'A', 'C', 'T', 'R'}};
 constexpr std::string_view kStem = "KVOSrvSparseFactor-";
-
-struct Mark {
-    char magic[8];
-    KVOBasMaker maker;
-};
-constexpr char kMagic[8] = {'K', 'V', 'O', 'F', 'A', 'C', 'T', 'R'};
-
-bool WriteMark(int folder) noexcept
-{
-    int const file = openat(folder, kMarkName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (file < 0)
-        return false;
-    Mark mark{};
-    std::memcpy(mark.magic, kMagic, sizeof kMagic);
-    mark.maker = KVOBasMaker::Own();
-    ssize_t const written = write(file, &mark, sizeof mark);
-    int const error = written < 0 ? errno : ENOSPC;
-    close(file);
-    errno = error;
-    return written == sizeof mark;
-}
-
-bool IsLeftBehind(int folder) noexcept
-{
-    struct stat status;
-    if (fstat(folder, &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != geteuid())
-        return false;
-    int const file = openat(folder, kMarkName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    if (file < 0)
-        return false;
-    Mark mark;
-    bool const isMark = read(file, &mark, sizeof mark) == sizeof mark && std::memcmp(mark.magic, kMagic, sizeof kMagic) == 0;
-    close(file);
-    return isMark && mark.maker.IsGone();
-}
 
 // The mark goes last: what is left of a removal that is killed is found again.
 void Remove(std::filesystem::path const& folder)
@@ -62,7 +27,7 @@ void Remove(std::filesystem::path const& folder)
     std::error_code error;
     for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
         std::error_code ignored;
-        if (entry->path().filename() != kMarkName)
+        if (entry->path().filename() != kMark.name)
             std::filesystem::remove(entry->path(), ignored);
     }
     std::filesystem::remove_all(folder, error);
@@ -79,7 +44,7 @@ void RemoveLeftovers(std::filesystem::path const& parent)
     }
     for (std::filesystem::path const& path : paths) {
         KVOBasUnusedFile const unused(AT_FDCWD, path.c_str());
-        if (unused.IsHeld() && IsLeftBehind(unused.Descriptor()))
+        if (unused.IsHeld() && kMark.IsLeftBehind(unused.Descriptor()))
             Remove(path);
     }
 }
@@ -98,7 +63,7 @@ FactorFolder::FactorFolder(std::string const& parent)
     m_descriptor = open(m_path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (m_descriptor >= 0)
         flock(m_descriptor, LOCK_EX); // before it is marked: the mark of this very process counts as one that has ended
-    if (m_descriptor >= 0 && WriteMark(m_descriptor))
+    if (m_descriptor >= 0 && kMark.Write(m_descriptor))
         return;
     std::string const reason = std::strerror(errno);
     if (m_descriptor >= 0) {

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -29,6 +30,12 @@ int Open(int directory, char const* name) noexcept
     int const file = openat(directory, name, O_RDWR | kFlags);
     return file < 0 && errno == EISDIR ? openat(directory, name, O_RDONLY | O_DIRECTORY | kFlags) : file;
 }
+
+// What stands in a mark.
+struct MarkContent {
+    char kind[8];
+    KVOBasMaker maker;
+};
 
 } // namespace
 
@@ -66,4 +73,33 @@ bool KVOBasUnusedFile::Remove() noexcept
     return m_descriptor >= 0 && fstat(m_descriptor, &opened) == 0 && fstatat(m_directory, m_name, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
            named.st_ino == opened.st_ino && named.st_dev == opened.st_dev &&
            unlinkat(m_directory, m_name, S_ISDIR(opened.st_mode) ? AT_REMOVEDIR : 0) == 0;
+}
+
+bool KVOBasFolderMark::Write(int folder) const noexcept
+{
+    int const file = openat(folder, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (file < 0)
+        return false;
+    MarkContent mark{};
+    std::memcpy(mark.kind, kind, sizeof kind);
+    mark.maker = KVOBasMaker::Own();
+    ssize_t const written = write(file, &mark, sizeof mark);
+    int const error = written < 0 ? errno : ENOSPC;
+    close(file);
+    errno = error;
+    return written == sizeof mark;
+}
+
+bool KVOBasFolderMark::IsLeftBehind(int folder) const noexcept
+{
+    struct stat status;
+    if (fstat(folder, &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != geteuid())
+        return false;
+    int const file = openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (file < 0)
+        return false;
+    MarkContent mark;
+    bool const isMark = read(file, &mark, sizeof mark) == sizeof mark && std::memcmp(mark.kind, kind, sizeof kind) == 0;
+    close(file);
+    return isMark && mark.maker.IsGone();
 }

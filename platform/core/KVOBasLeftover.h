@@ -45,3 +45,15 @@ private:
     char const* m_name;
     int m_descriptor;
 };
+
+/// What tells whose a folder is: a file in it, of 8 bytes of the kind of folder and its KVOBasMaker.
+struct KVO_EXPORT KVOBasFolderMark {
+    char const* name; ///< of the file
+    char kind[8];
+
+    /// Marks an open folder as this process's.
+    /// @return false with errno when that cannot be done
+    bool Write(int folder) const noexcept;
+    /// Whether an open folder belongs to this user and bears this mark of a process that is known to have ended.
+    bool IsLeftBehind(int folder) const noexcept;
+};

@@ -3,7 +3,6 @@
 #include "KVOBasLeftover.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <string_view>
@@ -16,43 +15,8 @@
 namespace
 {
 
-constexpr char kMarkName[] = ".kvomtx";
+constexpr KVOBasFolderMark kMark{".kvomtx", {'K', 'V', 'O', 'M', 'T', 'X', 'P', 'F'}};
 constexpr std::string_view kStems[] = {".part", "kvomtx-scratch-"};
-
-struct Mark {
-    char magic[8];
-    KVOBasMaker maker;
-};
-constexpr char kMagic[8] = {'K', 'V', 'O', 'M', 'T', 'X', 'P', 'F'};
-
-bool WriteMark(int folder) noexcept
-{
-    int const file = openat(folder, kMarkName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (file < 0)
-        return false;
-    Mark mark{};
-    std::memcpy(mark.magic, kMagic, sizeof kMagic);
-    mark.maker = KVOBasMaker::Own();
-    ssize_t const written = write(file, &mark, sizeof mark);
-    int const error = written < 0 ? errno : ENOSPC;
-    close(file);
-    errno = error;
-    return written == sizeof mark;
-}
-
-bool IsLeftBehind(int folder) noexcept
-{
-    struct stat status;
-    if (fstat(folder, &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != geteuid())
-        return false;
-    int const file = openat(folder, kMarkName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    if (file < 0)
-        return false;
-    Mark mark;
-    bool const isMark = read(file, &mark, sizeof mark) == sizeof mark && std::memcmp(mark.magic, kMagic, sizeof kMagic) == 0;
-    close(file);
-    return isMark && mark.maker.IsGone();
-}
 
 // Of "<stem><process>" or "<stem><process>-<number>", with something in front of ".part", the process; empty for other names.
 std::string_view ProcessOf(std::string_view name) noexcept
@@ -81,8 +45,8 @@ void RemoveLeftovers(std::filesystem::path const& parent)
             paths.push_back(entry->path().string());
     for (std::string const& path : paths) {
         KVOBasUnusedFile const unused(AT_FDCWD, path.c_str());
-        if (unused.IsHeld() && IsLeftBehind(unused.Descriptor()))
-            RemoveFolder(path, kMarkName);
+        if (unused.IsHeld() && kMark.IsLeftBehind(unused.Descriptor()))
+            RemoveFolder(path, kMark.name);
     }
 }
 
@@ -110,9 +74,9 @@ PrivateFolder::PrivateFolder(std::string const& stem)
             throw std::system_error(errno, std::generic_category());
         path = first + "-" + std::to_string(attempt);
     }
-    m_removable = std::make_unique<Removable>(path, kMarkName);
+    m_removable = std::make_unique<Removable>(path, kMark.name);
     m_descriptor.number = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (m_descriptor.number < 0 || !WriteMark(m_descriptor.number))
+    if (m_descriptor.number < 0 || !kMark.Write(m_descriptor.number))
         throw std::system_error(errno, std::generic_category());
     flock(m_descriptor.number, LOCK_EX); // waits for whoever is looking at it; where there are no locks, the process id tells
 }
