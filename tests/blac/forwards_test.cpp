@@ -5,7 +5,6 @@
 #include "KVOFortran.h"
 #include "provider.h"
 
-#include <string>
 #include <tuple>
 #include <utility>
 

@@ -7,7 +7,6 @@
 #include "KVOSrvMtxExceptions.h"
 #include "KVOSrvScratchDenseMatrix.h"
 
-#include <gmock/gmock.h>
 #include <numeric>
 
 namespace

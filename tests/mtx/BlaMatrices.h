@@ -4,7 +4,6 @@
 #include "MatrixSupport.h"
 
 #include <functional>
-#include <memory>
 #include <string>
 #include <utility>
 

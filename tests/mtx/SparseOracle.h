@@ -7,7 +7,6 @@
 
 #include <map>
 #include <numeric>
-#include <sstream>
 
 /// What the tests of the sparse matrix compute with: a map from place to value.
 struct SparseOracle {

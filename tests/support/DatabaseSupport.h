@@ -5,9 +5,6 @@
 #include "MatrixSupport.h"
 #include "SimClient.h"
 
-#include <memory>
-#include <numeric>
-
 /// A database in a fresh folder, with one context, and matrices in it.
 class TestDatabase
 {

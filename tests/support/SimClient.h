@@ -20,8 +20,6 @@
 #include <utility>
 #include <vector>
 
-#include <unistd.h>
-
 /// A client of the database, for tests.
 namespace SimClient
 {

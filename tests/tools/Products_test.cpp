@@ -1,6 +1,5 @@
 #include "Tool.h"
 
-#include <cmath>
 #include <gtest/gtest.h>
 
 namespace

@@ -1,7 +1,6 @@
 #include "HeldWrites.h"
 #include "SimJournal.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 #include <map>
 #include <random>
