@@ -48,8 +48,8 @@ private:
 
 /// What tells whose a folder is: a file in it, of 8 bytes of the kind of folder and its KVOBasMaker.
 struct KVO_EXPORT KVOBasFolderMark {
-    char const* name; ///< of the file
-    char kind[8];
+    char const* name; ///< of the file in the folder
+    char kind[8];     ///< first bytes of the file
 
     /// Marks an open folder as this process's.
     /// @return false with errno when that cannot be done
