@@ -6,6 +6,7 @@
 #include "cow_List.h"
 #include "mem_Allocator.h"
 
+#include <cstdint>
 #include <memory>
 
 class KVOFsmSystemDofDefinition;
@@ -107,27 +108,33 @@ public:
     /// Adds an entry; entries of equal place are summed by EndAssembly(). Enlarges the matrix to hold it. Amortised
     /// O(1).
     /// Call BeginAssembly() first on an assembled matrix: EndAssembly() does nothing there.
-    /// @throws KVOSrvMtxIllegalInput "AddData" when an index exceeds INT_MAX - 1, mem_OutOfMemory; nothing is changed
-    /// then
+    /// Under a KVOSrvProductMemory the added entries go to a scratch file when they outgrow a third of it.
+    /// @throws KVOSrvMtxIllegalInput "AddData" when an index exceeds INT_MAX - 1, or a limit of memory is too small,
+    /// with the least that would do
+    /// @throws KVOSimException when a scratch file cannot be made or written, mem_OutOfMemory; nothing is changed then
     void AddData(unsigned row, unsigned column, double value)
     {
         bool const inside = row < static_cast<unsigned>(m_rowCount) && column < static_cast<unsigned>(m_columnCount);
-        if (inside && m_symmetry == Symmetry::kUnknown) [[likely]]
-            m_pendingEntries.Append({row, column, value});
-        else
+        if (!inside || m_symmetry != Symmetry::kUnknown || !m_pendingEntries.AppendInRoom({row, column, value}))
+            [[unlikely]]
             AddWithChanges(row, column, value);
     }
 
     /// Builds compressed rows from the entries added since the last EndAssembly(); entries of equal place are summed in
     /// the order in which they were added. Does nothing on an assembled matrix.
-    /// @throws KVOSrvMtxIllegalInput "EndAssembly" when more than INT_MAX entries are stored, mem_OutOfMemory
-    /// After either the matrix is as it was, the pending entries included.
+    /// @throws KVOSrvMtxIllegalInput "EndAssembly" when more than INT_MAX entries are stored, or a limit of memory is
+    /// too small, with the least that would do
+    /// @throws KVOSimException when a scratch file fails, mem_OutOfMemory
+    /// After any of them the matrix is as it was, the pending entries included.
     /// @complexity O(entries + rows + columns). Memory at its peak: 32 bytes an added entry, the 16 of the pending one
     /// included, and 4 bytes a row for the row starts, which stay; a matrix as wide as it has entries, or of a few rows
     /// only, takes up to 40 bytes an entry. What stays is 12 bytes a stored entry and the row starts.
     /// Where the host lends threads (KVOSrvParallel) the entries are sorted in parts, one for each, and the pending
     /// entries stay to the end; each thread takes the memory of a bucket and, where the matrix has fewer columns than
     /// entries, 8 bytes a column
+    /// Under a KVOSrvProductMemory that the added entries outgrow they are sorted on a scratch file without a name in
+    /// KVOSrvUtilities::GetTempDirectory(), 16 bytes an entry there: beside the result no more memory is taken than
+    /// that, and the sums are the same to the bit. On this thread alone.
     void EndAssembly();
 
     // ---- products
@@ -254,6 +261,8 @@ public:
     /// After any but the first the matrix is as it was.
     /// Where the host lends threads (KVOSrvParallel) format 3 is read in parts, cut at ends of lines; anew in one part
     /// where that cuts a record, which may stand on several lines.
+    /// Under a KVOSrvProductMemory formats 2, 3 and 7 are assembled within it, as AddData() and EndAssembly() are, with
+    /// their errors.
     void Import(char const* path, int format);
 
     /// Writes a file of format 3, 4, 5, 6 or 7.
@@ -335,8 +344,13 @@ private:
     /// Rows() of a matrix for which that was asked.
     KVOSrvSparseRows View() const;
 
-    /// AddData() of an entry that enlarges the matrix or ends a verdict on symmetry, and half storage with it.
+    /// AddData() of an entry that enlarges the matrix or ends a verdict on symmetry, and half storage with it, or for
+    /// which the list of entries has to grow.
     void AddWithChanges(unsigned row, unsigned column, double value);
+    /// Import() of a format whose entries are in no order or not all kept.
+    void ImportWithinLimit(char const* path, int format);
+    /// Moves the pending entries in memory to the scratch file.
+    void SpillPendingEntries(std::int64_t limit, char const* operation);
 
     // What AddData() needs stands here: called, it takes 1.3 times as long as inlined. All else is in the content.
     cow_List<KVOSrvSparseMatrixEntry> m_pendingEntries;

@@ -54,9 +54,19 @@ public:
     /// Appends `value`, amortised O(1). @throws mem_OutOfMemory, the list is as it was
     void Append(T const& value)
     {
-        if (m_content == nullptr || m_content->IsShared() || m_content->next == m_content->limit)
-            PrepareAppend();
+        if (AppendInRoom(value))
+            return;
+        PrepareAppend();
         *m_content->next++ = value;
+    }
+
+    /// Appends `value` where that takes no more memory. @return whether it did
+    bool AppendInRoom(T const& value) noexcept
+    {
+        if (m_content == nullptr || m_content->IsShared() || m_content->next == m_content->limit)
+            return false;
+        *m_content->next++ = value;
+        return true;
     }
 
     /// Drops all but the first `size` elements and gives their pieces back; a `size` beyond the list changes nothing.

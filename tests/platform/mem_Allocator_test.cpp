@@ -1,12 +1,12 @@
 #include "mem_Allocator.h"
 
 #include "ChildProcess.h"
+#include "ResidentMemory.h"
 #include "mem_Vector.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <random>
 #include <sys/resource.h>
@@ -90,16 +90,6 @@ TEST(mem_Vector, IsAsItWasWhenMemoryRunsOut)
 
 constexpr double kMiB = 1024.0 * 1024.0;
 
-// In MiB; "VmRSS" or "VmHWM", the most since 5 was written to clear_refs.
-double Resident(std::string const& which)
-{
-    std::ifstream file("/proc/self/status");
-    for (std::string key, rest; file >> key && std::getline(file, rest);)
-        if (key == which + ":")
-            return std::stod(rest) / 1024;
-    return NAN;
-}
-
 // Arrays whose every page is touched, and small memory of ours and of the host's, which lives on and so is what makes a heap grow.
 class Arrays
 {
@@ -145,7 +135,7 @@ TEST(mem_Allocator, ResidentMemoryFollowsWhatIsAliveAndAllGoesBackOnDemand)
         if (variable == nullptr && mostMiB > 128)
             break;
         double const before = Resident("VmRSS");
-        std::ofstream("/proc/self/clear_refs") << "5";
+        ForgetResidentPeak();
         auto arrays = std::make_unique<Arrays>();
         for (int i = 0; i < rounds; ++i)
             if (mostMiB > 0) {

@@ -3,8 +3,11 @@
 #include "KVOSrvSparseImExPorter.h"
 
 #include "KVOSrvMtxExceptions.h"
+#include "KVOSrvProductMemory.h"
+#include "KVOSrvSparseMatrixContent.h"
 #include "MalformedFile.h"
 
+#include <tuple>
 #include <utility>
 
 using namespace KVOSrvSparseImExPorter;
@@ -19,6 +22,8 @@ constexpr char kSource[] = "mtx/impl/KVOSrvSparseImExPorter";
 void KVOSrvSparseMatrix::Import(char const* path, int format)
 {
     WithPathOf(path, [&] {
+        if (KVOSrvProductMemory::Bytes() > 0 && (format == 2 || format == 3 || format == 7))
+            return ImportWithinLimit(path, format);
         switch (format) {
         case 0:
             return Take(ReadRecords(path));
@@ -40,6 +45,22 @@ void KVOSrvSparseMatrix::Import(char const* path, int format)
             KVOSrvMtxUnsupportedImpFmt().Throw(kSource, 69);
         }
     });
+}
+
+// The other formats hold the arrays of the result.
+void KVOSrvSparseMatrix::ImportWithinLimit(char const* path, int format)
+{
+    KVOSrvSparseMatrix read(0, 0);
+    auto const take = [&read](std::span<KVOSrvSparseMatrixEntry const> entries) {
+        for (auto const& [row, column, value] : entries)
+            read.AddData(row, column, value);
+    };
+    if (format == 7)
+        std::tie(read.m_rowCount, read.m_columnCount) = ReadDense(path, take);
+    else
+        ReadTriplets(path, take);
+    read.EndAssembly();
+    Take(std::move(std::get<CompressedRows>(read.m_content->rows)));
 }
 
 void KVOSrvSparseMatrix::Export(char const* path, int format, KVOFsmSystemDofDefinition const* dofs) const

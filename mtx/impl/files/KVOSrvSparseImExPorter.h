@@ -2,6 +2,9 @@
 
 #include "CompressedRows.h"
 
+#include <functional>
+#include <span>
+#include <utility>
 #include <variant>
 
 class KVOFsmSystemDofDefinition;
@@ -18,6 +21,11 @@ std::variant<CompressedRows, HalfRows> ReadChunks(char const* path); // 1
 CompressedRows ReadTriplets(char const* path);                       // 2 and 3
 HalfRows ReadHalfStoredChunks(char const* path);                     // 6
 CompressedRows ReadDense(char const* path);                          // 7
+
+// The entries alone, some at a time, for a reader whose memory is limited: as they stand in the file.
+using TakeEntries = std::function<void(std::span<KVOSrvSparseMatrixEntry const>)>;
+void ReadTriplets(char const* path, TakeEntries const& take);
+std::pair<int, int> ReadDense(char const* path, TakeEntries const& take); // rows and columns
 
 // What can be refused is refused before the file is touched.
 void WriteTriplets(KVOSrvSparseRows const& rows, char const* path);                                            // format 3

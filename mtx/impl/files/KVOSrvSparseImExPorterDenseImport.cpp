@@ -295,6 +295,11 @@ DenseFileHeader ReadHeader(InputFile& file)
     return header;
 }
 
+[[noreturn]] void RefuseTooMany(InputFile const& file)
+{
+    throw MalformedFile::AtByte(file.Place(), "more entries up to here than a matrix can have (2147483647)");
+}
+
 // The matrix passes through a window, not through memory of its whole size: 512 KiB, no more than the second-level cache of server
 // processors since 2017.
 constexpr std::int64_t kWindow = 65536; // doubles
@@ -327,7 +332,30 @@ CompressedRows KVOSrvSparseImExPorter::ReadDense(char const* path)
         for (std::int64_t column = 0; column < read; column += panelColumns)
             reader.Take(window.get() + rows * column, std::min(panelColumns, read - column));
         if (reader.Count() > INT_MAX)
-            throw MalformedFile::AtByte(file.Place(), "more entries up to here than a matrix can have (2147483647)");
+            RefuseTooMany(file);
     }
     return reader.Finish();
+}
+
+std::pair<int, int> KVOSrvSparseImExPorter::ReadDense(char const* path, TakeEntries const& take)
+{
+    InputFile file(path);
+    DenseFileHeader const header = ReadHeader(file);
+    std::int64_t const elements = std::int64_t{header.rows} * header.columns;
+    Array<double> const window = AllocateArray<double>(std::min(kWindow, elements));
+    Array<KVOSrvSparseMatrixEntry> const entries = AllocateArray<KVOSrvSparseMatrixEntry>(std::min(kWindow, elements));
+    for (std::int64_t first = 0, all = 0, read; first < elements; first += read) {
+        read = std::min(kWindow, elements - first);
+        file.ReadItems(window.get(), read);
+        std::size_t count = 0;
+        for (std::int64_t k = 0; k < read; ++k)
+            if (std::fabs(window[k]) > kDropped)
+                entries[count++] = {static_cast<unsigned>((first + k) % header.rows), static_cast<unsigned>((first + k) / header.rows),
+                                    window[k]};
+        all += static_cast<std::int64_t>(count);
+        if (all > INT_MAX)
+            RefuseTooMany(file);
+        take({entries.get(), count});
+    }
+    return {header.rows, header.columns};
 }

@@ -42,7 +42,8 @@ struct Triplets {
     explicit Triplets(std::int64_t bytes) : entries(bytes) {}
 
     enum class Found { kRecords, kPartOfRecord, kNoNumber, kTooMany };
-    Found Read(InputFile const& file, Part const& part);
+    /// @param take  null, or takes the entries from here at once
+    Found Read(InputFile const& file, Part const& part, KVOSrvSparseImExPorter::TakeEntries const* take = nullptr);
     char* ReadRecords(char* text, char const* end);
 
     MatrixEntryStore<KVOSrvSparseMatrixEntry> entries;
@@ -98,23 +99,29 @@ char* Triplets::ReadRecords(char* next, char const* end)
 
 // @return kPartOfRecord when the part ends in the middle of a record, kNoNumber when a token is no number of its kind, kTooMany when there
 // are more than INT_MAX records
-Triplets::Found Triplets::Read(InputFile const& file, Part const& part)
+Triplets::Found Triplets::Read(InputFile const& file, Part const& part, KVOSrvSparseImExPorter::TakeEntries const* take)
 {
     constexpr std::int64_t kShortestRecord = 6; // three digits, each with a white space behind it
 
     TextWindow window(file, part.begin, part.end);
-    std::int64_t consumed = 0;
+    std::int64_t consumed = 0, taken = 0;
     for (char* rest = window.Begin(); window.Next(rest);) {
         std::int64_t const length = window.End() - window.Begin();
         entries.Reserve(length / kShortestRecord, consumed);
         rest = ReadRecords(window.Begin(), window.End());
-        if (entries.Count() > INT_MAX)
+        if (taken + entries.Count() > INT_MAX)
             return Found::kTooMany;
         if (rest == nullptr || (window.IsLast() && rest != window.End())) {
             place = window.PlaceOf(text);
             return rest == nullptr ? Found::kNoNumber : Found::kPartOfRecord;
         }
-        consumed += rest - window.Begin();
+        if (take == nullptr) {
+            consumed += rest - window.Begin();
+            continue;
+        }
+        (*take)({entries.Entries(), static_cast<std::size_t>(entries.Count())});
+        taken += entries.Count();
+        entries.Commit(entries.Entries());
     }
     return Found::kRecords;
 }
@@ -271,4 +278,13 @@ CompressedRows KVOSrvSparseImExPorter::ReadTriplets(char const* path)
     if (count > INT_MAX)
         RefuseTooMany();
     return Ascend(parts) ? TakeAscending(batches, rows, columns) : KVOSrvSparseSupport::BuildRows(batches, rows, columns);
+}
+
+void KVOSrvSparseImExPorter::ReadTriplets(char const* path, TakeEntries const& take)
+{
+    InputFile const file(path);
+    TextParts const whole(file, 1);
+    Triplets triplets(whole[0].BytesOf(file));
+    if (Triplets::Found const found = triplets.Read(file, whole[0], &take); found != Triplets::Found::kRecords)
+        Refuse(file, triplets, found);
 }

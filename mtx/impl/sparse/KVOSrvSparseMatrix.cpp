@@ -76,6 +76,7 @@ void KVOSrvSparseMatrix::Take(CompressedRows&& rows, Symmetry symmetry) noexcept
     m_content->rows = std::move(rows);
     m_symmetry = symmetry;
     m_pendingEntries.Truncate(0);
+    m_content->spilled.reset();
 }
 
 void KVOSrvSparseMatrix::Take(HalfRows&& rows, int othersCounted) noexcept
@@ -86,6 +87,7 @@ void KVOSrvSparseMatrix::Take(HalfRows&& rows, int othersCounted) noexcept
     m_content->rows = std::move(rows);
     m_symmetry = Symmetry::kSymmetric;
     m_pendingEntries.Truncate(0);
+    m_content->spilled.reset();
 }
 
 int KVOSrvSparseMatrix::NumberOfNonzeros() const noexcept
@@ -112,7 +114,7 @@ bool KVOSrvSparseMatrix::IsHalfStored() const noexcept
 
 void KVOSrvSparseMatrix::RequireAssembled(char const* operation, int line) const
 {
-    if (!m_content->IsAssembled() && m_pendingEntries.Size() > 0)
+    if (!m_content->IsAssembled() && (m_pendingEntries.Size() > 0 || m_content->spilled != nullptr))
         KVOSrvMtxNotAssembled(operation).Throw(kSource, line);
 }
 

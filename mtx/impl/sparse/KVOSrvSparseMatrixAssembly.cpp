@@ -2,6 +2,7 @@
 
 #include "KVOSrvSparseMatrix.h"
 
+#include "KVOSrvProductMemory.h"
 #include "KVOSrvSparseMatrixContent.h"
 #include "SparseRowBuilder.h"
 
@@ -15,6 +16,9 @@ namespace
 {
 
 using Entries = SparseRowBuilder::Entries;
+
+// What merging takes of entries that were added under a limit which is gone.
+constexpr std::int64_t kLimitWithoutOne = std::int64_t{64} << 20;
 
 // A builder that has counted the entries; rows and columns are enlarged to hold them.
 SparseRowBuilder CountedBuilder(std::int64_t count, SparseRowBuilder::Batches batches, std::int64_t& rows, std::int64_t& columns)
@@ -70,7 +74,13 @@ void KVOSrvSparseMatrix::AddWithChanges(unsigned row, unsigned column, double va
     CompressedRows* const stored = half != nullptr ? &half->triangle : std::get_if<CompressedRows>(&m_content->rows);
     if (stored != nullptr)
         ReserveRows(*stored, rows);
-    m_pendingEntries.Append({row, column, value});
+    if (!m_pendingEntries.AppendInRoom({row, column, value})) {
+        std::int64_t const limit = KVOSrvProductMemory::Bytes();
+        // It grows here only, by as much as it holds.
+        if (limit > 0 && EntrySpill::IsOutgrown(m_pendingEntries.Size(), limit))
+            SpillPendingEntries(limit, "AddData");
+        m_pendingEntries.Append({row, column, value});
+    }
 
     // Nothing can fail from here on.
     m_rowCount = rows;
@@ -86,12 +96,49 @@ void KVOSrvSparseMatrix::AddWithChanges(unsigned row, unsigned column, double va
     m_symmetry = m_symmetry == Symmetry::kSymmetric ? Symmetry::kNot : Symmetry::kUnknown;
 }
 
+void KVOSrvSparseMatrix::SpillPendingEntries(std::int64_t limit, char const* operation)
+{
+    std::int64_t const size = m_pendingEntries.Size(), atOnce = std::min(EntrySpill::EntriesPerRun(limit), size);
+    if (size == 0)
+        return;
+    auto& spilled = m_content->spilled;
+    std::unique_ptr<EntrySpill> made;
+    if (spilled == nullptr)
+        made = std::make_unique<EntrySpill>(limit, operation);
+    EntrySpill& spill = spilled != nullptr ? *spilled : *made;
+    std::int64_t const before = spill.Count();
+    try {
+        Array<KVOSrvSparseMatrixEntry> const run = AllocateArray<KVOSrvSparseMatrixEntry>(atOnce);
+        for (std::int64_t begin = 0; begin < size; begin += atOnce) {
+            std::int64_t const count = std::min(atOnce, size - begin);
+            for (std::int64_t k = 0; k < count; ++k)
+                run[k] = m_pendingEntries[begin + k];
+            spill.Write({run.get(), static_cast<std::size_t>(count)});
+        }
+    } catch (...) {
+        spill.Truncate(before);
+        throw;
+    }
+    if (made != nullptr)
+        spilled = std::move(made);
+    m_pendingEntries.Truncate(0);
+}
+
 void KVOSrvSparseMatrix::EndAssembly()
 {
     auto* const none = std::get_if<NoRows>(&m_content->rows);
     if (none == nullptr)
         return;
     none->empty.reset();
+    auto const inMemory = m_pendingEntries.Size() * std::int64_t{sizeof(KVOSrvSparseMatrixEntry)};
+    if (std::int64_t const limit = KVOSrvProductMemory::Bytes(); m_content->spilled != nullptr || (limit > 0 && inMemory > limit)) {
+        SpillPendingEntries(limit > 0 ? limit : kLimitWithoutOne, "EndAssembly");
+        mem_ReleaseMemory(); // what the allocator keeps of the list would count
+        EntrySpill const& all = *m_content->spilled;
+        auto const rows = static_cast<int>(std::max<std::int64_t>(m_rowCount, all.Rows()));
+        auto const columns = static_cast<int>(std::max<std::int64_t>(m_columnCount, all.Columns()));
+        return Take(all.Merge(rows, columns, limit > 0 ? limit : kLimitWithoutOne, "EndAssembly"), m_symmetry);
+    }
     Entries batches[decltype(m_pendingEntries)::kMaxPieces];
     for (int batch = 0; batch < m_pendingEntries.PieceCount(); ++batch)
         batches[batch] = m_pendingEntries.Piece(batch);

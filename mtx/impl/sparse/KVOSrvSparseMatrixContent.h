@@ -1,7 +1,9 @@
 #pragma once
 
 #include "CompressedRows.h"
+#include "EntrySpill.h"
 
+#include <memory>
 #include <optional>
 #include <variant>
 
@@ -49,6 +51,7 @@ struct KVOSrvSparseMatrix::Content : mem_AllocationOperators {
 
     std::variant<NoRows, CompressedRows, HalfRows> rows;
     int nonzeroCount = 0; // as NumberOfNonzeros() tells it: an import of format 6 counts the diagonal in, BeginAssembly() keeps it
-    KVOSimCSetID rowCSet; // of the last import from a database
+    std::unique_ptr<KVOSrvSparseSupport::EntrySpill> spilled; // pending entries that outgrew a limit of memory; those in memory came later
+    KVOSimCSetID rowCSet;                                     // of the last import from a database
     KVOSimCSetID columnCSet;
 };
