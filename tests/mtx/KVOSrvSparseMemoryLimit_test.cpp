@@ -72,13 +72,13 @@ TEST(KVOSrvSparseMemoryLimit, LosesNothingWhenTheDiskOrTheMemoryFails)
             std::size_t added = 0;
         };
         auto const goOn = [&](std::unique_ptr<Assembly> const& assembly) {
-            std::size_t& k = assembly->added;
-            std::optional<KVOSrvProductMemory> limit;
-            for (; k < entries.size() / 2; ++k) // what is written at once later
+            for (std::size_t& k = assembly->added; k < entries.size(); ++k) {
+                std::optional<KVOSrvProductMemory> limit;
+                if (k < entries.size() / 4 || k >= entries.size() / 2) // what comes between is written at once later, in several runs
+                    limit.emplace(kLeast);
                 assembly->matrix.AddData(entries[k].row, entries[k].column, entries[k].value);
-            limit.emplace(kLeast);
-            for (; k < entries.size(); ++k)
-                assembly->matrix.AddData(entries[k].row, entries[k].column, entries[k].value);
+            }
+            KVOSrvProductMemory const limit(kLeast);
             assembly->matrix.EndAssembly();
         };
         int const failures = FailEach(
