@@ -538,6 +538,68 @@ module kvo_mtx
             integer(c_int), intent(out) :: inForce
         end subroutine BLAC_SPARSE_LEVEL
 
+        ! Sparse assembly; indices are 0-based, see the header.
+        function KVOSRVSPARSEASSEMBLE(rows, columns, count, row, column, values, handle) bind(C, name="KVOSRVSPARSEASSEMBLE") &
+            result(status)
+            import
+            integer(c_int), intent(in) :: rows, columns, count, row(*), column(*)
+            real(c_double), intent(in) :: values(*)
+            integer(c_int64_t), intent(out) :: handle
+            integer(c_int) :: status
+        end function KVOSRVSPARSEASSEMBLE
+
+        function KVOSRVSPARSESIZES(handle, rows, columns, entries) bind(C, name="KVOSRVSPARSESIZES") result(status)
+            import
+            integer(c_int64_t), value :: handle
+            integer(c_int), intent(inout) :: rows, columns, entries
+            integer(c_int) :: status
+        end function KVOSRVSPARSESIZES
+
+        function KVOSRVSPARSEROWS(handle, rowStart, columns) bind(C, name="KVOSRVSPARSEROWS") result(status)
+            import
+            integer(c_int64_t), value :: handle
+            integer(c_int), intent(inout) :: rowStart(*), columns(*)
+            integer(c_int) :: status
+        end function KVOSRVSPARSEROWS
+
+        function KVOSRVSPARSEVALUES(handle, values) bind(C, name="KVOSRVSPARSEVALUES") result(status)
+            import
+            integer(c_int64_t), value :: handle
+            real(c_double), intent(inout) :: values(*)
+            integer(c_int) :: status
+        end function KVOSRVSPARSEVALUES
+
+        subroutine KVOSRVSPARSERELEASE(handle) bind(C, name="KVOSRVSPARSERELEASE")
+            import
+            integer(c_int64_t), value :: handle
+        end subroutine KVOSRVSPARSERELEASE
+
+        function KVOSRVSPARSEPLACES(handle, count, row, column, places) bind(C, name="KVOSRVSPARSEPLACES") result(status)
+            import
+            integer(c_int64_t), value :: handle
+            integer(c_int), intent(in) :: count, row(*), column(*)
+            integer(c_int64_t), intent(out) :: places
+            integer(c_int) :: status
+        end function KVOSRVSPARSEPLACES
+
+        subroutine KVOSRVSPARSEPLACESRELEASE(places) bind(C, name="KVOSRVSPARSEPLACESRELEASE")
+            import
+            integer(c_int64_t), value :: places
+        end subroutine KVOSRVSPARSEPLACESRELEASE
+
+        function KVOSRVSPARSECLEARVALUES(handle) bind(C, name="KVOSRVSPARSECLEARVALUES") result(status)
+            import
+            integer(c_int64_t), value :: handle
+            integer(c_int) :: status
+        end function KVOSRVSPARSECLEARVALUES
+
+        function KVOSRVSPARSEADDVALUES(handle, places, values) bind(C, name="KVOSRVSPARSEADDVALUES") result(status)
+            import
+            integer(c_int64_t), value :: handle, places
+            real(c_double), intent(in) :: values(*)
+            integer(c_int) :: status
+        end function KVOSRVSPARSEADDVALUES
+
         ! Threads of the host.
         function KVOSRVPARALLELBEGIN(run, context, threads) bind(C, name="KVOSRVPARALLELBEGIN") result(status)
             import

@@ -8,10 +8,10 @@
 /// @file
 /// The Fortran-callable entry points, as C prototypes; the Fortran module kvo_mtx declares the same for Fortran.
 ///
-/// Conventions. Every argument but a container's handle is passed by reference: inputs point to const, outputs do not.
+/// Conventions. Every argument but a handle is passed by reference: inputs point to const, outputs do not.
 /// Integers are 32-bit, reals 64-bit, matrices are stored by columns. A character argument is one character, of which
 /// only the first is read, and takes no hidden length; the one exception is BLAC_ILAENV. No entry point keeps a
-/// pointer, and but for the matrix containers' none allocates for its caller or throws by itself.
+/// pointer, and but for those of containers and of sparse assembly none allocates for its caller or throws by itself.
 ///
 /// BLAC_<ROUTINE> takes the arguments of the BLAS or LAPACK routine of that name, in its order, and forwards them
 /// unchanged to the provider that is loaded: shapes, workspace sizes and results are those of the routine's own
@@ -319,6 +319,52 @@ KVO_EXPORT void BLAC_SPARSE_SPARSE_UMTV(double const* a, double const* x, int co
 ///                 which a negative request also gives and which is in force from the start
 /// @param[out] inForce  the level from now on
 KVO_EXPORT void BLAC_SPARSE_LEVEL(int const* request, int* inForce);
+
+/// @}
+/// @name Sparse assembly
+///
+/// From the entries of an element loop to compressed rows, and new values for the same pattern without sorting:
+/// KVOSrvSparseMatrix and KVOSrvSparsePlaces, which see. Numbers of rows and columns are 0-based also for Fortran.
+///
+/// A handle is the address of the object: C++ may hand over one of its own, which stays its own, and that of a matrix
+/// serves the entry points of the modes library, too. What can fail answers a status, 0; an error number of
+/// docs/errors.md; -1 when memory is exhausted; -2 for the handle 0. Matrices are as they were after a status other
+/// than 0, which KVOSRVLASTERROR explains. Half storage is refused, number 201.
+/// @{
+
+/// Makes a matrix of `rows` x `columns` of unordered entries; those of one place are summed in their order, and the
+/// matrix is enlarged to hold all.
+/// @param count        how many entries; 0 or fewer: none
+/// @param row,column   0-based place of each entry
+/// @param values       value of each entry
+/// @param[out] handle  of the matrix, which KVOSRVSPARSERELEASE ends; 0 unless the status is 0
+KVO_EXPORT int KVOSRVSPARSEASSEMBLE(int const* rows, int const* columns, int const* count, int const* row,
+                                    int const* column, double const* values, std::int64_t* handle);
+/// Gives the sizes of a matrix and the number of its stored entries.
+KVO_EXPORT int KVOSRVSPARSESIZES(std::int64_t handle, int* rows, int* columns, int* entries);
+/// Copies the pattern of a matrix, as BLAC_SPARSE_UMV takes it.
+/// @param[out] rowStart  rows + 1 offsets, from 0
+/// @param[out] columns   column of each stored entry, 0-based, ascending within a row
+KVO_EXPORT int KVOSRVSPARSEROWS(std::int64_t handle, int* rowStart, int* columns);
+/// Copies the stored values of a matrix, in the order of its pattern.
+/// @param[out] values  as many as there are stored entries
+KVO_EXPORT int KVOSRVSPARSEVALUES(std::int64_t handle, double* values);
+/// Ends a matrix; the handle 0 does nothing.
+KVO_EXPORT void KVOSRVSPARSERELEASE(std::int64_t handle);
+
+/// Finds the places of entries in a matrix. 206: the matrix stores nothing at the place of an entry, which the text
+/// names.
+/// @param row,column   0-based place of each of the `count` entries, in any order, also repeatedly
+/// @param[out] places  handle of the places, which KVOSRVSPARSEPLACESRELEASE ends; 0 unless the status is 0
+KVO_EXPORT int KVOSRVSPARSEPLACES(std::int64_t handle, int const* count, int const* row, int const* column,
+                                  std::int64_t* places);
+/// Ends places; the handle 0 does nothing.
+KVO_EXPORT void KVOSRVSPARSEPLACESRELEASE(std::int64_t places);
+/// Sets all stored values to -0.0, the number that changes none that is added to it.
+KVO_EXPORT int KVOSRVSPARSECLEARVALUES(std::int64_t handle);
+/// Adds values[k] at the k-th of the places. 206: they were found in another pattern.
+/// @param values  as many as the places
+KVO_EXPORT int KVOSRVSPARSEADDVALUES(std::int64_t handle, std::int64_t places, double const* values);
 
 /// @}
 /// @name Threads of the host

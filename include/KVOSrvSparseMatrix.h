@@ -11,6 +11,7 @@
 
 class KVOFsmSystemDofDefinition;
 class KVOSrvDenseMatrix;
+class KVOSrvSparsePlaces;
 namespace KVOSrvSparseSupport
 {
 struct CompressedRows;
@@ -136,6 +137,24 @@ public:
     /// KVOSrvUtilities::GetTempDirectory(), 16 bytes an entry there: beside the result no more memory is taken than
     /// that, and the sums are the same to the bit. On this thread alone.
     void EndAssembly();
+
+    /// Sets every stored value to -0.0, the number that changes none that is added to it, for a second assembly of the
+    /// same pattern: ClearValues(), then AddValues() for all its lists. The verdict on symmetry is forgotten.
+    /// @throws KVOSrvMtxNoSymmetricTrue "ClearValues" on half storage
+    /// @throws KVOSrvMtxNotAssembled "ClearValues" when added entries wait for EndAssembly()
+    void ClearValues();
+
+    /// Adds values[k] to the stored value at the k-th of the places, by ascending k, and forgets the verdict on
+    /// symmetry. After ClearValues() the values are, to the bit, those that AddData() in the same order and
+    /// EndAssembly() give; a stored entry to which nothing is added stays -0.0.
+    /// @param values  as many as the places
+    /// @throws KVOSrvMtxIllegalInput "AddValues" unless the places are for this matrix (KVOSrvSparsePlaces::IsFor()).
+    /// Nothing is changed then, nor after the following
+    /// @throws KVOSrvMtxNoSymmetricTrue "AddValues" on half storage
+    /// @throws KVOSrvMtxNotAssembled "AddValues" when added entries wait for EndAssembly()
+    /// @complexity one addition for each of the places, no memory; on the calling thread, also where the host lends
+    /// more
+    void AddValues(KVOSrvSparsePlaces const& places, double const* values);
 
     // ---- products
 
@@ -321,6 +340,8 @@ public:
     KVOSimCSetID ColumnCSetID() const;
 
 private:
+    friend class KVOSrvSparsePlaces;
+
     enum class Symmetry { kUnknown, kSymmetric, kNot };
     struct Content;
 

@@ -19,6 +19,7 @@ program module_test
 
     call products()
     call products_in_tasks()
+    call sparse_assembly()
     call containers()
 
 contains
@@ -80,6 +81,47 @@ contains
         call check(KVOSRVPARALLELEND() == 0, 'PARALLELEND')
         call check(KVOSRVPARALLELEND() == -2, 'PARALLELEND without a beginning')
     end subroutine products_in_tasks
+
+    ! Of 4 entries two are summed: row 0: (1, 5 + 2), (2, 6); row 1: (0, 1).
+    subroutine sparse_assembly()
+        integer(c_int), parameter :: n = 4, row(n) = [0, 1, 0, 0], column(n) = [1, 0, 2, 1]
+        real(c_double), parameter :: first(n) = [5, 1, 6, 2], more(n) = [1, 2, 3, 4]
+        integer(c_int64_t), parameter :: none = 0
+        integer(c_int64_t) :: matrix, places, others
+        integer(c_int) :: rows, columns, entries, length, ia(3), ja(3)
+        real(c_double) :: a(3)
+        character(len=200) :: text
+        call check(KVOSRVSPARSEASSEMBLE(2_c_int, 3_c_int, n, row, column, first, matrix) == 0, 'SPARSEASSEMBLE')
+        call check(KVOSRVSPARSESIZES(matrix, rows, columns, entries) == 0, 'SPARSESIZES')
+        call check(all([rows, columns, entries] == [2, 3, 3]), 'the sizes')
+        call check(KVOSRVSPARSEROWS(matrix, ia, ja) == 0, 'SPARSEROWS')
+        call check(all([ia, ja] == [0, 2, 3, 1, 2, 0]), 'the rows')
+        call check_values(matrix, [7.0_c_double, 6.0_c_double, 1.0_c_double], 'SPARSEASSEMBLE')
+        call check(KVOSRVSPARSEPLACES(matrix, n, row, column, places) == 0, 'SPARSEPLACES')
+        call check(KVOSRVSPARSEADDVALUES(matrix, places, more) == 0, 'SPARSEADDVALUES')
+        call check_values(matrix, [12.0_c_double, 9.0_c_double, 3.0_c_double], 'SPARSEADDVALUES')
+        call check(KVOSRVSPARSECLEARVALUES(matrix) == 0, 'SPARSECLEARVALUES')
+        call check_values(matrix, [0.0_c_double, 0.0_c_double, 0.0_c_double], 'SPARSECLEARVALUES')
+
+        call check(KVOSRVSPARSEPLACES(matrix, n, column, row, others) == 206, 'SPARSEPLACES of what is not stored')
+        length = KVOSRVLASTERROR(text, len(text))
+        call check(index(text, 'row 2, column 0, where entry 2') > 0, 'LASTERROR, the entry')
+        call check(KVOSRVSPARSEADDVALUES(matrix, others, a) == -2, 'SPARSEADDVALUES without places')
+        call check(KVOSRVSPARSECLEARVALUES(none) == -2, 'SPARSECLEARVALUES without a matrix')
+        call KVOSRVSPARSERELEASE(matrix)
+        call check(KVOSRVSPARSEASSEMBLE(2_c_int, 3_c_int, n, -row, column, first, matrix) == 206, 'a negative row')
+        call KVOSRVSPARSERELEASE(matrix)
+        call KVOSRVSPARSEPLACESRELEASE(places)
+    end subroutine sparse_assembly
+
+    subroutine check_values(matrix, expected, what)
+        integer(c_int64_t), intent(in) :: matrix
+        real(c_double), intent(in) :: expected(:)
+        character(*), intent(in) :: what
+        real(c_double) :: values(size(expected))
+        call check(KVOSRVSPARSEVALUES(matrix, values) == 0, 'SPARSEVALUES')
+        call check(all(values == expected), what//', the values')
+    end subroutine check_values
 
     subroutine containers()
         integer(c_int64_t), parameter :: none = 0

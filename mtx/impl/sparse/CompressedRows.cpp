@@ -1,11 +1,18 @@
 #include "CompressedRows.h"
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <utility>
 
 namespace KVOSrvSparseSupport
 {
+
+std::uint64_t NewPattern() noexcept
+{
+    static std::atomic<std::uint64_t> s_last = 0;
+    return ++s_last;
+}
 
 CompressedRows::CompressedRows(int rowCount, int columnCount, std::int64_t entries)
     : CompressedRows(rowCount, columnCount, AllocateArray<unsigned>(std::int64_t{rowCount} + 1), AllocateArray<int>(entries),
@@ -43,6 +50,7 @@ CompressedRows CopyOf(CompressedRows const& rows)
     std::copy_n(rows.rowStart.get(), std::int64_t{rows.rows} + 1, copy.rowStart.get());
     std::copy_n(rows.columnIndices.get(), rows.Entries(), copy.columnIndices.get());
     std::copy_n(rows.values.get(), rows.Entries(), copy.values.get());
+    copy.pattern = rows.pattern;
     return copy;
 }
 

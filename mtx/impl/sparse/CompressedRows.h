@@ -8,6 +8,9 @@
 namespace KVOSrvSparseSupport
 {
 
+/// A number above 0 that no pattern of this process has had: unlike an address it does not come again.
+std::uint64_t NewPattern() noexcept;
+
 /// A sparse matrix of full storage; what the arrays hold is told by KVOSrvSparseRows. It owns them.
 struct CompressedRows {
     /// With room for `entries` entries; row starts and entries are not set. @throws mem_OutOfMemory
@@ -23,6 +26,8 @@ struct CompressedRows {
     Array<unsigned> rowStart; // null only before it is set and in what was moved from
     Array<int> columnIndices;
     Array<double> values;
+    std::uint64_t pattern =
+        NewPattern(); // another one whenever rows, columns, rowStart or columnIndices change; that of a copy is the same
 };
 
 /// A symmetric matrix of half storage: of each two mirrored entries one, and the diagonal.

@@ -83,9 +83,11 @@ void KVOSrvSparseMatrix::AddWithChanges(unsigned row, unsigned column, double va
     }
 
     // Nothing can fail from here on.
+    bool const grows = rows > m_rowCount || columns > m_columnCount;
     m_rowCount = rows;
     m_columnCount = columns;
-    if (stored != nullptr) {
+    if (stored != nullptr && grows) {
+        stored->pattern = NewPattern();
         stored->rows = rows;
         stored->columns = columns;
     }

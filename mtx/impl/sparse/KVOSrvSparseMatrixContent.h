@@ -35,6 +35,15 @@ struct KVOSrvSparseMatrix::Content : mem_AllocationOperators {
         return *empty;
     }
 
+    /// That of FullRows() once they are there; else 0, which none is.
+    std::uint64_t Pattern() const noexcept
+    {
+        if (auto const* const full = std::get_if<CompressedRows>(&rows))
+            return full->pattern;
+        auto const* const none = std::get_if<NoRows>(&rows);
+        return none != nullptr && none->empty ? none->empty->pattern : 0;
+    }
+
     /// use(rows) of the half storage, else of FullRows().
     template<class Use>
     auto WithRows(int rowCount, int columnCount, Use const& use)

@@ -202,6 +202,7 @@ void KeepColumns(CompressedRows& rows, unsigned const* list, int count)
         std::for_each_n(rows.columnIndices.get(), rows.Entries(), [&](int& column) { column = newNumber[column]; });
     }
     rows.columns = count;
+    rows.pattern = NewPattern();
 }
 
 void ZeroColumns(CompressedRows& rows, int const* columns, int n)
