@@ -18,17 +18,11 @@ constexpr KVOSrvMatrixSupport::RefusalCheck RequireFittingPlaces("mtx/impl/KVOSr
 
 constexpr std::int64_t kLeastOfPiece = 32768; // below, tasks gain little
 
-// Where in an ascending list of `count` numbers `number` stands; where it would, unless it does. Without branches that depend on what is
-// compared: element loops jump about in rows, and a branch that is guessed wrong costs more than the rest of a step.
+// Where in an ascending list of `count` numbers `number` stands; where it would, unless it does. A search without branches took 1.3 times as
+// long on a Zen 4: a step that is guessed wrong has fetched lines of the row.
 inline unsigned PlaceInAscending(int const* list, unsigned count, int number) noexcept
 {
-    int const* first = list;
-    while (count > 1) {
-        unsigned const half = count / 2;
-        first += first[half - 1] < number ? half : 0;
-        count -= half;
-    }
-    return static_cast<unsigned>(first - list);
+    return static_cast<unsigned>(std::lower_bound(list, list + count, number) - list);
 }
 
 // Full storage that was half storage once may have its columns in any order.
@@ -37,14 +31,16 @@ inline unsigned PlaceInAnyOrder(int const* list, unsigned count, int number) noe
     return static_cast<unsigned>(std::find(list, list + count, number) - list);
 }
 
-// Where the values of (row, column) are, or `rows.entries`.
+// Where the values of (row, column) are, or `rows.entries`. @param guess  a place that is looked at first
 template<auto placeIn>
-inline unsigned PlaceOf(KVOSrvSparseRows const& rows, std::uint64_t row, std::uint64_t column) noexcept
+inline unsigned PlaceOf(KVOSrvSparseRows const& rows, std::uint64_t row, std::uint64_t column, unsigned guess) noexcept
 {
     auto const nowhere = static_cast<unsigned>(rows.entries);
     if (row >= static_cast<std::uint64_t>(rows.rows) || column >= static_cast<std::uint64_t>(rows.columns))
         return nowhere;
     unsigned const begin = rows.rowStart[row], end = rows.rowStart[row + 1];
+    if (guess >= begin && guess < end && rows.columnIndices[guess] == static_cast<int>(column))
+        return guess;
     unsigned const place = begin + placeIn(rows.columnIndices + begin, end - begin, static_cast<int>(column));
     return place < end && rows.columnIndices[place] == static_cast<int>(column) ? place : nowhere;
 }
@@ -59,16 +55,26 @@ template<class Index>
 }
 
 template<auto placeIn, class Index>
+void FindPiece(KVOSrvSparseRows const& rows, Index const* rowOf, Index const* columnOf, std::int64_t first, std::int64_t end,
+               unsigned* places)
+{
+    unsigned guess = 0;
+    for (std::int64_t k = first; k < end; ++k) {
+        // A negative number becomes one that is too large.
+        places[k] = PlaceOf<placeIn>(rows, static_cast<std::uint64_t>(rowOf[k]), static_cast<std::uint64_t>(columnOf[k]), guess);
+        if (places[k] == static_cast<unsigned>(rows.entries))
+            RefuseEntry(k, rowOf[k], columnOf[k]);
+        guess = places[k] + 1; // the unknowns of a node follow one another in most element matrices
+    }
+}
+
+template<auto placeIn, class Index>
 void FindAll(KVOSrvSparseRows const& rows, Index const* rowOf, Index const* columnOf, std::int64_t count, unsigned* places)
 {
     int const pieces = blac::PiecesFor(count, kLeastOfPiece);
     blac::InTasks(pieces, [&](int piece) {
-        for (std::int64_t k = blac::PieceBegin(count, pieces, piece); k < blac::PieceBegin(count, pieces, piece + 1); ++k) {
-            // A negative number becomes one that is too large.
-            places[k] = PlaceOf<placeIn>(rows, static_cast<std::uint64_t>(rowOf[k]), static_cast<std::uint64_t>(columnOf[k]));
-            if (places[k] == static_cast<unsigned>(rows.entries))
-                RefuseEntry(k, rowOf[k], columnOf[k]);
-        }
+        FindPiece<placeIn>(rows, rowOf, columnOf, blac::PieceBegin(count, pieces, piece), blac::PieceBegin(count, pieces, piece + 1),
+                           places);
     });
 }
 
