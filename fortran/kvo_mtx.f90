@@ -539,8 +539,8 @@ module kvo_mtx
         end subroutine BLAC_SPARSE_LEVEL
 
         ! Sparse assembly; indices are 0-based, see the header.
-        function KVOSRVSPARSEASSEMBLE(rows, columns, count, row, column, values, handle) bind(C, name="KVOSRVSPARSEASSEMBLE") &
-            result(status)
+        function KVOSRVSPARSEASSEMBLE(rows, columns, count, row, column, values, handle) &
+            bind(C, name="KVOSRVSPARSEASSEMBLE") result(status)
             import
             integer(c_int), intent(in) :: rows, columns, count, row(*), column(*)
             real(c_double), intent(in) :: values(*)

@@ -18,8 +18,8 @@ constexpr KVOSrvMatrixSupport::RefusalCheck RequireFittingPlaces("mtx/impl/KVOSr
 
 constexpr std::int64_t kLeastOfPiece = 32768; // below, tasks gain little
 
-// Where in an ascending list of `count` numbers `number` stands; where it would, unless it does. A search without branches took 1.3 times as
-// long on a Zen 4: a step that is guessed wrong has fetched lines of the row.
+// Where in an ascending list of `count` numbers `number` stands; where it would, unless it does. A search without branches took 1.3 times
+// as long on a Zen 4: a step that is guessed wrong has fetched lines of the row.
 inline unsigned PlaceInAscending(int const* list, unsigned count, int number) noexcept
 {
     return static_cast<unsigned>(std::lower_bound(list, list + count, number) - list);
