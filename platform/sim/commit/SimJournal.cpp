@@ -237,7 +237,8 @@ int JournalFile::Open() noexcept
 
 int JournalFile::Begin() noexcept
 {
-    if (int const error = Open())
+    // A process that died between a commit and this has left the journal of that.
+    if (int const error = Drop())
         return error;
     return io::Sync(m_file.Number());
 }

@@ -89,8 +89,8 @@ public:
     ~JournalFile() = default;
 
     std::string const& Path() const noexcept { return m_path; }
-    /// Makes the file. What an earlier session has left in it, or in one of its name that was removed, will not come back when the power
-    /// goes.
+    /// Makes the file, which holds no journal then. What an earlier session has left in it, or in one of its name that was removed, will
+    /// not come back when the power goes.
     int Begin() noexcept;
     /// What the file holds; none when it is missing, or holds no complete journal.
     int Read(std::optional<Journal>& journal) const;
