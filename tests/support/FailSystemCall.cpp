@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <initializer_list>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -156,6 +157,11 @@ int fallocate(int descriptor, int mode, off_t offset, off_t bytes)
 int fstat(int descriptor, struct stat* status) noexcept
 {
     return Result(FaultOf({SystemCall::Look}, descriptor), [=] { return fstatat(descriptor, "", status, AT_EMPTY_PATH); });
+}
+
+int flock(int descriptor, int operation) noexcept
+{
+    return Result(FaultOf({SystemCall::Lock}, descriptor), [=] { return static_cast<int>(syscall(SYS_flock, descriptor, operation)); });
 }
 
 int open(char const* path, int flags, ...)

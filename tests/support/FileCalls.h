@@ -7,9 +7,9 @@
 /// The system calls on files of a program that has FailSystemCall.cpp among its sources, those of its libraries included, or into which
 /// that is preloaded: they can fail, end the process, and be watched. Calls for standard streams go through.
 
-/// Read: read, pread. Write: write, pwrite. Sync: fsync, fdatasync. Look: fstat. Change: all by which a database changes its files, which
-/// are pwrite, fsync, fdatasync, ftruncate, fallocate, unlink, and open with O_CREAT.
-enum class SystemCall : int { Read, Write, Sync, Look, Change };
+/// Read: read, pread. Write: write, pwrite. Sync: fsync, fdatasync. Look: fstat. Lock: flock. Change: all by which a database changes its
+/// files, which are pwrite, fsync, fdatasync, ftruncate, fallocate, unlink, and open with O_CREAT.
+enum class SystemCall : int { Read, Write, Sync, Look, Change, Lock };
 
 /// What becomes of the call that follows `successes` further ones of its kind, and of the `times` - 1 calls after it.
 struct CallFault {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "KVOExport.h"
+#include "KVOSimBlockPlaces.h"
 #include "KVOSimDistribution.h"
 #include "mem_Allocator.h"
 
@@ -13,6 +14,7 @@
 
 namespace simdb
 {
+class DenseDrawer;
 struct DenseView;
 struct Drawer;
 } // namespace simdb
@@ -77,6 +79,18 @@ public:
     /// Lets the drawer grow as set, the new values being the initialization value. Its dimension is then numbered by
     /// the old members and the new ones behind them.
     void InitializeExtension();
+    /// Gives every block (chunk) of a dense drawer its place in the file. Blocks that had none hold the initialization
+    /// value: where that is zero nothing is written for it, but the file is lengthened, so that a full disk may be found
+    /// out by who writes them later; another value is written.
+    void AllocateBlocks();
+    /// Where the blocks are, for other processes to write them (KVOSrvBlockWriter): all of a dense matrix of doubles in
+    /// one or two dimensions (a column; dimension 0 is the columns) that no commit has kept yet and whose blocks all
+    /// have a place. The places hold until the next commit; this process, too, may write to the blocks. What it reads
+    /// there before the others have ended may be anything; over a network, it reads them once it has opened the
+    /// database again.
+    /// @throws KVOSimException besides for a matrix with checksums of its values, which the writers could not keep, for
+    /// one whose values HDF5 moves (filters, KVO_SIM_DATA_PATH), and for a scratch database
+    KVOSimBlockPlaces BlockPlaces();
     /// The set that numbers dimension `dim` from now on; as many members as the dimension has.
     void SetDimMembers(int dim, KVOSimCSetID const& set);
 
@@ -129,6 +143,7 @@ private:
     void CheckNewDrawer(char const* doing) const;
     void CheckExtension(char const* doing) const;
     simdb::Drawer& ViewedDrawer(char const* doing) const;
+    simdb::DenseDrawer& BlocksOf(simdb::Drawer& drawer, char const* doing) const;
     simdb::DenseView ViewOf(simdb::Drawer const& drawer, char const* doing) const;
     void CheckSparseView(simdb::Drawer const& drawer, char const* doing) const;
     template<class Values, class Find>

@@ -94,7 +94,16 @@ int DriverFile::WriteValues(std::uint64_t address, void const* data, std::size_t
     if (m_phase == Phase::Discard)
         return 0;
     m_valuesAt = address;
-    return Failed(io::Write(m_file.Number(), data, bytes, address));
+    return Failed(m_leavingZeros ? LeaveZeros(address, data, bytes) : io::Write(m_file.Number(), data, bytes, address));
+}
+
+int DriverFile::LeaveZeros(std::uint64_t address, void const* zeros, std::size_t bytes) const noexcept
+{
+    struct stat status;
+    if (fstat(m_file.Number(), &status) != 0)
+        return errno;
+    bool const isBehindEnd = static_cast<std::uint64_t>(status.st_size) <= address;
+    return isBehindEnd ? io::SetLength(m_file.Number(), address + bytes) : io::Write(m_file.Number(), zeros, bytes, address);
 }
 
 int DriverFile::WriteCatalogue(std::uint64_t address, void const* data, std::size_t bytes) noexcept

@@ -57,16 +57,21 @@ public:
     /// Where values were last read or written; UINT64_MAX when none were since SetFinding(true).
     std::uint64_t ValuesAddress() const noexcept { return m_valuesAt; }
 
+    /// While it is set, the values that are written are zeros. Behind the file's end they are not written, but the file is lengthened.
+    void SetLeavingZeros(bool leaving) noexcept { m_leavingZeros = leaving; }
+
     HeldWrites& Held() noexcept { return m_held; }
     HeldWrites const& Held() const noexcept { return m_held; }
 
 private:
     int Failed(int error) noexcept;
+    int LeaveZeros(std::uint64_t address, void const* zeros, std::size_t bytes) const noexcept;
 
     Descriptor m_file;
     Phase m_phase = Phase::Use;
     int m_closingError = 0;
     bool m_finding = false;
+    bool m_leavingZeros = false;
     std::uint64_t m_end = 0;
     std::uint64_t m_valuesAt = UINT64_MAX;
     HeldWrites m_held;

@@ -344,6 +344,11 @@ void File::Close()
     state.persistence->Finish();
 }
 
+FileMark File::MarkForWriters()
+{
+    return m_state->persistence->MarkForWriters();
+}
+
 bool File::IsOpen() const noexcept
 {
     return m_state->file >= 0;
@@ -396,6 +401,11 @@ void File::ReadMetadata(std::uint64_t address, void* data, std::size_t bytes) co
 {
     if (int const error = m_state->driver->ReadCatalogue(address, data, bytes))
         ThrowErrno("Cannot read the catalogue of the database", Path(), error);
+}
+
+void File::SetLeavingZeros(bool leaving) noexcept
+{
+    m_state->driver->SetLeavingZeros(leaving);
 }
 
 void File::SetFinding(bool finding) noexcept

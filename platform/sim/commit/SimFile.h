@@ -10,6 +10,8 @@
 namespace simdb
 {
 
+struct FileMark;
+
 /// The open file: the HDF5 handle, the descriptor for the data path, the lock, and the commit.
 ///
 /// HDF5 runs on a driver of ours that sends values to the file and holds everything else back in memory. Persistent files: Commit()
@@ -48,6 +50,9 @@ public:
     /// Commits and closes; closed also when an exception leaves. HDF5 objects of the file that are open are closed, too.
     void Close();
 
+    /// By which other processes know a persistent file's state, on the disk; until the next commit, and in this session only.
+    FileMark MarkForWriters();
+
     bool IsOpen() const noexcept;
     bool IsReadOnly() const noexcept;
     /// It was opened for writing, by this process.
@@ -65,6 +70,8 @@ public:
     void ReadMetadata(std::uint64_t address, void* data, std::size_t bytes) const;
     /// While it is set, HDF5's reading of values moves none: it only finds them. ValuesAddress() then says where.
     void SetFinding(bool finding) noexcept;
+    /// While it is set, the values that HDF5 writes are zeros, which are left to the file system where it has none but these.
+    void SetLeavingZeros(bool leaving) noexcept;
     /// Where HDF5 last read or wrote values; UINT64_MAX when it has not since SetFinding(true).
     std::uint64_t ValuesAddress() const noexcept;
 

@@ -22,6 +22,8 @@ constexpr char kJournalMagic[8] = {'K', 'V', 'O', 'S', 'I', 'M', 'J', '2'};
 
 // Places in the mark.
 constexpr std::size_t kFileAt = 8, kSessionAt = 16, kNumberAt = 24;
+// Of the first of the session's bytes.
+constexpr std::byte kForWriters{1};
 
 struct FirstHeader {
     char magic[8];
@@ -97,8 +99,7 @@ FileMark FileMark::New(std::uint64_t offset)
     mark.offset = offset;
     std::memcpy(mark.bytes.data(), kMarkMagic, sizeof kMarkMagic);
     Draw(mark.bytes.data() + kFileAt);
-    Draw(mark.bytes.data() + kSessionAt);
-    return mark;
+    return mark.InNewSession(false);
 }
 
 bool FileMark::IsMark() const noexcept
@@ -113,11 +114,18 @@ std::uint64_t FileMark::Number() const noexcept
     return number;
 }
 
-FileMark FileMark::InNewSession() const noexcept
+FileMark FileMark::InNewSession(bool forWriters) const noexcept
 {
     FileMark mark = *this;
     Draw(mark.bytes.data() + kSessionAt);
+    std::byte& first = mark.bytes[kSessionAt];
+    first = forWriters ? first | kForWriters : first & ~kForWriters;
     return mark;
+}
+
+bool FileMark::IsForWriters() const noexcept
+{
+    return (bytes[kSessionAt] & kForWriters) != std::byte{0};
 }
 
 FileMark FileMark::AfterCommit() const noexcept

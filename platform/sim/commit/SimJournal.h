@@ -28,8 +28,10 @@ struct FileMark {
     /// Whether `bytes` begin as every mark does.
     bool IsMark() const noexcept;
     std::uint64_t Number() const noexcept;
-    /// The mark of the same state in another session.
-    FileMark InNewSession() const noexcept;
+    /// The mark of the same state in another session. @param forWriters  what IsForWriters() tells of it
+    FileMark InNewSession(bool forWriters) const noexcept;
+    /// Places of blocks may be known to other processes that go by this mark. Of files from before there were such it may be true, too.
+    bool IsForWriters() const noexcept;
     /// The mark after one commit more.
     FileMark AfterCommit() const noexcept;
     bool IsOfSameFile(FileMark const& other) const noexcept;

@@ -16,7 +16,6 @@ namespace
 
 constexpr char const* kOpening = "Cannot open the database";
 constexpr char const* kCreating = "Cannot create the database";
-constexpr char const* kCommitting = "Cannot commit to the database";
 
 struct stat StatusOf(int descriptor, std::string const& path)
 {
@@ -134,6 +133,11 @@ void Persistence::BeginChanges()
 {
     m_mark = MarkAt(FileMark::kOffset);
     m_committedEnd = m_file->End();
+    // First, so that writers of blocks that another session has left behind see that the space is no longer theirs.
+    if (m_mark.IsMark() && m_mark.IsForWriters()) {
+        RenewMark(false, kOpening);
+        RequireSuccess(io::Sync(m_file->Number()), kOpening);
+    }
     if (static_cast<std::uint64_t>(StatusOf(m_file->Number(), m_path).st_size) > m_committedEnd)
         if (int const error = io::SetLength(m_file->Number(), m_committedEnd))
             ThrowErrno(kOpening, m_path, error);
@@ -144,10 +148,10 @@ void Persistence::BeginChanges()
     }
 }
 
-void Persistence::RequireSuccess(int error) const
+void Persistence::RequireSuccess(int error, char const* doing) const
 {
     if (error != 0)
-        ThrowErrno(kCommitting, m_path, error);
+        ThrowErrno(doing, m_path, error);
 }
 
 bool Persistence::IsInFile(std::uint64_t address, std::span<std::byte const> bytes) const
@@ -197,15 +201,31 @@ void Persistence::Commit()
         Write();
 }
 
+// An earlier journal, which the file does not fit then, is gone for good first.
+void Persistence::RenewMark(bool forWriters, char const* doing)
+{
+    RequireSuccess(m_journal.Begin(), doing);
+    FileMark const mark = m_mark.InNewSession(forWriters);
+    RequireSuccess(io::Write(m_file->Number(), mark.bytes.data(), mark.bytes.size(), mark.offset), doing);
+    m_mark = mark;
+}
+
 // Once in a session, and again after a journal failed: that one may be complete, and the file is no longer what it fits.
 void Persistence::BeginJournals()
 {
-    if (m_journalsBegun)
-        return;
-    RequireSuccess(m_journal.Begin());
-    FileMark const mark = m_mark.InNewSession();
-    RequireSuccess(io::Write(m_file->Number(), mark.bytes.data(), mark.bytes.size(), mark.offset));
-    m_mark = mark;
+    if (!m_journalsBegun)
+        RenewMark(false, kCommitting);
+}
+
+FileMark Persistence::MarkForWriters()
+{
+    constexpr char const* kMarking = "Cannot mark the database for writers of blocks";
+    if (m_unfinished)
+        CompleteUnfinished();
+    if (!m_mark.IsForWriters())
+        RenewMark(true, kMarking);
+    RequireSuccess(io::Sync(m_file->Number()), kMarking);
+    return m_mark;
 }
 
 void Persistence::Write()

@@ -32,22 +32,28 @@ public:
     void Recover(bool readOnly);
     /// The same file, after HDF5 has found its end: what lies behind that is left from a session without a commit.
     void BeginChanges();
+    /// The mark of the file as it is now, by which other processes know it; on the disk when this returns. Another session has another
+    /// one from its beginning on, and the next commit that counts changes it.
+    FileMark MarkForWriters();
     /// Makes what is held, and all values, durable. A failure leaves the last commit in the file and all of this in memory.
     void Commit();
     /// After the last commit: removes the journal.
     void Finish();
 
 private:
+    static constexpr char const* kCommitting = "Cannot commit to the database";
+
     FileMark MarkAt(std::uint64_t offset) const;
     bool IsToBeApplied(Journal const& journal, bool readOnly);
     [[noreturn]] void RefuseJournal(std::string const& why) const;
     void CompleteUnfinished();
+    void RenewMark(bool forWriters, char const* doing);
     void BeginJournals();
     void Write();
     bool IsInFile(std::uint64_t address, std::span<std::byte const> bytes) const;
     std::vector<Journal::Piece> Changes() const;
     void WriteAdditions();
-    void RequireSuccess(int error) const;
+    void RequireSuccess(int error, char const* doing = kCommitting) const;
 
     std::string m_path;
     std::shared_ptr<DriverFile> m_file;

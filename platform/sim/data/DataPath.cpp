@@ -269,14 +269,34 @@ void DataPath::WriteNewChunk(MappedCopies& copies, ChunkPiece const& piece, Stri
     CreateChunk(piece, staging);
 }
 
-void DataPath::CreateChunk(ChunkPiece const& piece, std::byte const* values)
+void DataPath::Allocate()
+{
+    DenseShape const& shape = m_dataset.Shape();
+    std::array<Range, kMaxRank> all;
+    bool isEmpty = !m_chunked;
+    for (std::size_t d = 0; d < m_grid.Rank(); ++d) {
+        all[d] = {0, m_grid.Sizes()[d] - 1};
+        isEmpty = isEmpty || m_grid.Sizes()[d] == 0;
+    }
+    if (isEmpty)
+        return;
+    bool const isZero = std::all_of(shape.initialValue.begin(), shape.initialValue.end(), [](std::byte b) { return b == std::byte{}; });
+    m_grid.ForEachPiece({all.data(), m_grid.Rank()}, [&](ChunkPiece const& piece) {
+        if (Place(piece.chunk, piece.origin).state != ChunkPlace::State::Written)
+            CreateChunk(piece, m_access.Initial(shape.initialValue, m_valueBytes, m_chunkBytes), isZero ? Fill::Zeros : Fill::Values);
+    });
+}
+
+void DataPath::CreateChunk(ChunkPiece const& piece, std::byte const* values, Fill fill)
 {
     Hdf5Guard const guard;
     std::span<std::int64_t const> const origin(piece.origin.data(), m_grid.Rank());
     m_table.Set(piece.chunk, {ChunkPlace::State::Unknown, ChunkPlace::Solid::Yes, 0}); // until it is known how far HDF5 came
     try {
-        std::uint64_t const address = m_dataset.WriteChunk(origin, values, m_chunkBytes);
-        m_table.Set(piece.chunk, {ChunkPlace::State::Written, ChunkPlace::Solid::Yes, address});
+        bool const isHole = fill == Fill::Zeros;
+        std::uint64_t const address =
+            isHole ? m_dataset.TakeChunk(origin, values, m_chunkBytes) : m_dataset.WriteChunk(origin, values, m_chunkBytes);
+        m_table.Set(piece.chunk, {ChunkPlace::State::Written, isHole ? ChunkPlace::Solid::Unknown : ChunkPlace::Solid::Yes, address});
         if (m_places)
             m_places->Add(origin, address, m_chunkBytes);
     } catch (...) {

@@ -38,6 +38,8 @@ public:
     /// The same to be read, whether or not it is fast: they are fetched from the disk where they have to be.
     void const* FetchInPlace(std::span<Range const> ranges);
     void Announce(std::span<Range const> ranges);
+    /// Gives every chunk its place; those that had none hold the initial value.
+    void Allocate();
     bool IsWritten(Extents const& chunk) { return Address(chunk).has_value(); }
     /// Where a chunk lies in the file, by its numbers; none if it was never written.
     std::optional<std::uint64_t> Address(Extents const& chunk);
@@ -59,7 +61,8 @@ private:
     std::uint32_t WriteWhole(MappedCopies& copies, ChunkPiece const& piece, StridedRuns const& runs, std::byte const* buffer);
     void WritePiece(MappedCopies& copies, ChunkPiece const& piece, ChunkPlace place, StridedRuns const& runs, std::byte const* buffer);
     void WriteNewChunk(MappedCopies& copies, ChunkPiece const& piece, StridedRuns const& runs, std::byte const* buffer);
-    void CreateChunk(ChunkPiece const& piece, std::byte const* values);
+    enum class Fill { Values, Zeros };
+    void CreateChunk(ChunkPiece const& piece, std::byte const* values, Fill fill = Fill::Values);
     void ForgetFailedChunk(ChunkPiece const& failed);
     template<class Find>
     void* FindInPlace(std::span<Range const> ranges, Find const& find);

@@ -281,7 +281,18 @@ void DenseDrawer::Doubt(int dim, std::int64_t size)
     });
 }
 
-// None also where a filter has changed the bytes.
+bool DenseDrawer::IsMovedByHdf5() const noexcept
+{
+    return !m_state->path;
+}
+
+void DenseDrawer::Allocate()
+{
+    m_state->GetFile().RequireWritable("Cannot make space for values in");
+    if (m_state->path)
+        m_state->path->Allocate();
+}
+
 std::optional<std::uint64_t> DenseDrawer::ChunkAddress(std::span<std::int64_t const> chunk) const
 {
     ChunkGrid const grid(Shape().sizes, Shape().chunkSizes);

@@ -66,6 +66,14 @@ public:
     /// Whether all chunks first to last (numbers of chunks, per dimension) exist; a contiguous drawer does.
     bool ChunksAllocated(std::span<Range const> chunks) const;
 
+    /// HDF5 moves the values: there is a filter, or the variable says so.
+    bool IsMovedByHdf5() const noexcept;
+    /// Gives every chunk its place in the file; those that had none hold the initial value. Nothing where IsMovedByHdf5().
+    void Allocate();
+    /// Where a chunk lies, by its number in every dimension; a contiguous drawer is one chunk. None where it has no place, or where a
+    /// filter has changed the bytes.
+    std::optional<std::uint64_t> ChunkAddress(std::span<std::int64_t const> chunk) const;
+
     using OnPlace = std::function<void(std::uint64_t address, std::uint64_t bytes)>;
     /// Calls onPiece for every chunk, or for all values of a contiguous drawer, and onNode for what finds chunks. Those that pass a filter,
     /// or that only newer versions of HDF5 make, are left out. What HDF5 has not yet written of the index is flushed.
@@ -94,7 +102,6 @@ private:
     explicit DenseDrawer(std::unique_ptr<State> state) noexcept;
     void ReplaceBy(DenseShape const& shape);
     void CopyTo(DenseDrawer& other);
-    std::optional<std::uint64_t> ChunkAddress(std::span<std::int64_t const> chunk) const;
     void BeginChange(std::span<Range const> ranges);
     void Doubt(int dim, std::int64_t size);
     std::string Fault(std::vector<std::int64_t> const& chunk, std::uint32_t crc) const;

@@ -266,6 +266,17 @@ std::uint64_t Hdf5Dataset::WriteChunk(std::span<std::int64_t const> offset, void
     return m_file->ValuesAddress();
 }
 
+std::uint64_t Hdf5Dataset::TakeChunk(std::span<std::int64_t const> offset, void const* zeros, std::size_t bytes)
+{
+    Hdf5Guard const guard;
+    struct Leaving {
+        explicit Leaving(File& f) noexcept : file(f) { file.SetLeavingZeros(true); }
+        ~Leaving() { file.SetLeavingZeros(false); }
+        File& file;
+    } const leaving(*m_file);
+    return WriteChunk(offset, zeros, bytes);
+}
+
 std::optional<std::uint64_t> Hdf5Dataset::ChunkAddress(std::span<std::int64_t const> offset) const
 {
     // HDF5's own question for an address goes through all chunks, and that for the size fails where there is none. Reading searches the

@@ -43,6 +43,8 @@ public:
 
     /// Writes the chunk whose first value is at `offset`, `bytes` bytes long, taking space for it if it has none. @return its address
     std::uint64_t WriteChunk(std::span<std::int64_t const> offset, void const* values, std::size_t bytes);
+    /// The same with zeros, which are not written where the new space has no other bytes.
+    std::uint64_t TakeChunk(std::span<std::int64_t const> offset, void const* zeros, std::size_t bytes);
     /// Address of the chunk whose first value is at `offset`, none if it was never written.
     std::optional<std::uint64_t> ChunkAddress(std::span<std::int64_t const> offset) const;
     /// Address of a contiguous dataset's first value; none if it takes no space.

@@ -1,6 +1,7 @@
 #include "SimWorkload.h"
 
 #include "DrawerOracle.h"
+#include "SimJournal.h"
 
 namespace workload
 {
@@ -64,7 +65,10 @@ void Change(FilePointer const& file, int number)
     if (!Exists(*file, name))
         Hid(simdb::Checked(H5Gcreate2(file->Hdf5(), name.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), "Cannot change", file->Path()));
     std::vector<double> const values = Values(number, kChunk * kEdge);
-    Drawer(file, name + "/values", {{kEdge, kEdge}, {kChunk, kChunk}})->Write(ChunkRow(1), values.data());
+    auto const own = Drawer(file, name + "/values", {{kEdge, kEdge}, {kChunk, kChunk}});
+    if (number % 4 == 2)
+        file->MarkForWriters();
+    own->Write(ChunkRow(1), values.data());
 
     auto const shared = Drawer(file, "shared", {{0, kEdge}, {kChunk, kChunk}});
     shared->Resize(0, number * kChunk);
