@@ -1,6 +1,7 @@
 #include "KVOSrvSparseFactor.h"
 
 #include "FactorFolder.h"
+#include "FactorWorkspace.h"
 #include "LowerPair.h"
 #include "mumps_call.h"
 
@@ -27,6 +28,9 @@ namespace
 enum Job { kInitialise = -1, kEnd = -2, kAnalyse = 1, kFactor = 2, kSolve = 3 };
 constexpr std::int64_t kMegabyte = 1000000; // MUMPS tells memory in these
 constexpr int kSelfCommunicator = -987654;  // of the sequential build
+constexpr int kRelaxation = 5;              // percent of working space beyond the estimate, which is exact without exchanges of rows
+constexpr int kMostRelaxation = 400;
+constexpr double kPivotThreshold = 0.01;
 
 // MUMPS keeps state of the process.
 std::mutex s_mumps;
@@ -79,8 +83,9 @@ public:
 
 private:
     void Order();
-    void Begin(bool positiveDefinite);
+    void Begin();
     void Analyse();
+    void ProvideWorkspace(int percent);
     void ChoosePlace();
     void PlaceOnDisk();
     void Forget();
@@ -96,8 +101,8 @@ private:
     std::vector<double> m_scale;
     DMUMPS_STRUC_C m_mumps{};
     std::unique_ptr<FactorFolder> m_files; // where a factor was kept on the disk
+    FactorWorkspace m_workspace;           // where a factor in memory lies
     bool m_begun = false;
-    bool m_positiveDefinite = false;
     bool m_factored = false;
 };
 
@@ -143,24 +148,25 @@ void KVOSrvSparseFactor::Repr::Forget()
     m_begun = m_factored = false;
 }
 
-void KVOSrvSparseFactor::Repr::Begin(bool positiveDefinite)
+// Positive definite matrices, too, are factored as general symmetric ones, only without exchanges of rows: that takes no longer, and one
+// analysis does for all shifts.
+void KVOSrvSparseFactor::Repr::Begin()
 {
-    if (m_begun && m_positiveDefinite == positiveDefinite)
+    if (m_begun)
         return;
-    Forget();
     m_mumps = {};
-    m_mumps.sym = positiveDefinite ? 1 : 2;
+    m_mumps.sym = 2;
     m_mumps.par = 1;
     m_mumps.comm_fortran = kSelfCommunicator;
     Run(kInitialise);
     m_begun = true;
-    m_positiveDefinite = positiveDefinite;
     for (int const stream : {1, 2, 3, 4})
         Control(stream) = stream == 4 ? 0 : -1; // silent
     Control(6) = 0;                             // no permutation by values
     Control(7) = 1;                             // the ordering is given
     Control(8) = 0;                             // scaled already
-    Control(24) = 1;                            // null pivots are looked for, where rows may be exchanged
+    Control(14) = kRelaxation;
+    Control(24) = 1;          // null pivots are looked for
     m_mumps.cntl[2] = -1e-12; // of a diagonal of 1: below is rounding error, of which rigid body motions leave about n * 2^-53
     m_mumps.n = m_pair.Order();
     m_mumps.nnz = m_pair.Entries();
@@ -181,7 +187,7 @@ void KVOSrvSparseFactor::Repr::Analyse()
 void KVOSrvSparseFactor::Repr::Factorize(double shift, bool positiveDefinite)
 {
     m_factored = false;
-    Begin(positiveDefinite);
+    Begin();
     Stopwatch const watch(account.factorSeconds);
     std::vector<double> values;
     m_scale = m_pair.ScaledSum(shift, values);
@@ -192,16 +198,20 @@ void KVOSrvSparseFactor::Repr::Factorize(double shift, bool positiveDefinite)
     KVOSrvUtilities::ReleaseMemory(); // the factor is the largest thing by far: what lies kept beside it would come on top
     Control(22) = account.onDisk ? 1 : 0;
     Control(23) = 0;
-    // Percent of working space beyond the estimate, which is exact without exchanges of rows; pivoting may need more.
-    for (Control(14) = positiveDefinite ? 5 : 15;; Control(14) *= 2) {
+    m_mumps.cntl[0] = positiveDefinite ? 0.0 : kPivotThreshold;
+    for (int percent = positiveDefinite ? kRelaxation : 3 * kRelaxation;; percent *= 2) {
+        Control(14) = percent;
+        ProvideWorkspace(percent);
         Run(kFactor);
-        bool const wantsMore = Told(1) == -8 || Told(1) == -9;
-        if (!wantsMore || Control(14) > 400)
+        bool const wantsMore = Told(1) == -8 || Told(1) == -9 || Told(1) == -11;
+        if (!wantsMore || percent > kMostRelaxation)
             break;
     }
     bool const hasZeroPivot = Told(1) == -10; // met without exchanges of rows
     if (Told(1) < 0 && !hasZeroPivot)
         TellFailure();
+    if (!account.onDisk)
+        m_workspace.KeepOnly(LargeNumber(m_mumps.info[8]));
     ++account.factorizations;
     account.factorEntries = LargeNumber(Told(29));
     account.flops = m_mumps.rinfog[2];
@@ -209,6 +219,22 @@ void KVOSrvSparseFactor::Repr::Factorize(double shift, bool positiveDefinite)
     negative = Told(12);
     zero = hasZeroPivot ? 1 : Told(28);
     m_factored = !hasZeroPivot;
+}
+
+// @param percent  beyond the estimate of the analysis
+void KVOSrvSparseFactor::Repr::ProvideWorkspace(int percent)
+{
+    m_mumps.lwk_user = 0;
+    m_mumps.wk_user = nullptr;
+    if (account.onDisk) // MUMPS chooses the size of its buffers
+        return m_workspace.Release();
+    std::int64_t const estimate = LargeNumber(m_mumps.info[7]), entries = estimate + estimate / 100 * (percent - kRelaxation);
+    constexpr std::int64_t kMillion = 1000000;
+    bool const isLarge = entries > std::numeric_limits<int>::max(); // told in millions then
+    m_mumps.lwk_user = static_cast<int>(isLarge ? -(entries / kMillion + 1) : entries);
+    m_mumps.wk_user = m_workspace.Provide(LargeNumber(m_mumps.lwk_user));
+    if (m_mumps.wk_user == nullptr)
+        Fail(KVOSrvModesFailure::Memory, "the memory does not hold the factor");
 }
 
 // In memory or on the disk, by what the analysis expects and a fifth more for exchanges of rows.
