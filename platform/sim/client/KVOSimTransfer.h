@@ -59,6 +59,10 @@ public:
     /// in the buffers. What this process has changed in part since its last commit is not compared. InPlace(),
     /// FetchInPlace() and InPlaceForWriting() give null.
     void SetVerify() noexcept { m_verify = true; }
+    /// Dense values move by calls alone, so that no page of the file comes into the process's memory: beside the
+    /// caller's a transfer takes memory for one chunk, of 16 MiB at the most, which the database keeps. Only what is
+    /// read is announced. InPlace(), FetchInPlace() and InPlaceForWriting() give null.
+    void SetCallsAlone() noexcept { m_callsAlone = true; }
     /// The values that are not written read as this. @param typeKey  of the distribution
     void SetInitializationValue(double value, int typeKey);
 
@@ -167,4 +171,5 @@ private:
     bool m_write = false;
     bool m_checksums = false;
     bool m_verify = false;
+    bool m_callsAlone = false;
 };

@@ -111,10 +111,10 @@ void KVOSimTransfer::ExecRead()
         if (view.bytes == 0)
             return;
         if (view.runs.empty())
-            m_distribution->Dense(drawer).Read(view.Ranges(), buffer, m_verify);
+            m_distribution->Dense(drawer).Read(view.Ranges(), buffer, {m_verify, m_callsAlone});
         else
             ReadRuns(m_distribution->Dense(drawer), view, static_cast<std::size_t>(KVOSimTypeKeySize(m_distribution->RangeType())), buffer,
-                     m_verify);
+                     {m_verify, m_callsAlone});
         return;
     }
     CheckSparseView(drawer, kReading);
@@ -145,10 +145,10 @@ void KVOSimTransfer::ExecWrite()
         if (view.bytes == 0)
             return;
         if (view.runs.empty())
-            m_distribution->Dense(drawer).Write(view.Ranges(), buffer);
+            m_distribution->Dense(drawer).Write(view.Ranges(), buffer, {false, m_callsAlone});
         else
-            WriteRuns(m_distribution->Dense(drawer), view, static_cast<std::size_t>(KVOSimTypeKeySize(m_distribution->RangeType())),
-                      buffer);
+            WriteRuns(m_distribution->Dense(drawer), view, static_cast<std::size_t>(KVOSimTypeKeySize(m_distribution->RangeType())), buffer,
+                      {false, m_callsAlone});
         return;
     }
     CheckSparseView(drawer, kWriting);
@@ -164,7 +164,7 @@ template<class Values, class Find>
 Values* KVOSimTransfer::FindInPlace(char const* doing, Find const& find) const
 {
     simdb::Drawer& drawer = ViewedDrawer(doing);
-    if (drawer.kind != KVOSimDenseDrawer || m_verify)
+    if (drawer.kind != KVOSimDenseDrawer || m_verify || m_callsAlone)
         return nullptr;
     simdb::DenseView const view = ViewOf(drawer, doing);
     return view.bytes > 0 && view.runs.empty() ? find(m_distribution->Dense(drawer), view.Ranges()) : nullptr;
@@ -196,7 +196,7 @@ void KVOSimTransfer::AnnounceRead() const noexcept
             return;
         simdb::DenseView const view = ViewOf(drawer, kReading);
         if (view.bytes > 0 && view.runs.empty())
-            m_distribution->Dense(drawer).Announce(view.Ranges());
+            m_distribution->Dense(drawer).Announce(view.Ranges(), {false, m_callsAlone});
     } catch (KVOBasException const&) { // advice that cannot be taken
     } catch (std::bad_alloc const&) {
     }

@@ -27,11 +27,14 @@ Extents BufferExtents(std::span<Range const> ranges) noexcept
 
 } // namespace
 
-/// Copies through the mapping, each made when the next one is known, whose beginning is fetched meanwhile.
+/// Copies through the mapping, where the transfer may use it, each made when the next one is known, whose beginning is fetched meanwhile.
 class DataPath::MappedCopies
 {
 public:
-    explicit MappedCopies(FileAccess& access) noexcept : m_access(access) { m_access.Begin(); }
+    MappedCopies(FileAccess& access, Way way) noexcept : m_access(access), m_way(way) { m_access.Begin(); }
+
+    Way GetWay() const noexcept { return m_way; }
+    bool MayMap() const noexcept { return m_way == Way::Mapped; }
 
     /// The parts at `offset` of the file must have been handed out by the mapping. Exactly one of the buffers is given.
     void Add(StridedRuns const& runs, std::uint64_t offset, std::byte const* source, std::byte* target) noexcept
@@ -55,6 +58,7 @@ private:
     }
 
     FileAccess& m_access;
+    Way m_way;
     StridedRuns m_runs{{}, {}, {}, 0};
     std::uint64_t m_offset = 0;
     std::byte const* m_source = nullptr;
@@ -106,9 +110,9 @@ ChunkPlace DataPath::Place(std::int64_t chunk, Extents const& origin)
     return place;
 }
 
-void DataPath::Read(std::span<Range const> ranges, void* buffer, Inspect const& inspect)
+void DataPath::Read(std::span<Range const> ranges, void* buffer, Way way, Inspect const& inspect)
 {
-    MappedCopies copies(m_access);
+    MappedCopies copies(m_access, way);
     Extents const extents = BufferExtents(ranges);
     m_grid.ForEachPiece(ranges, [&](ChunkPiece const& piece) {
         auto* const target = static_cast<std::byte*>(buffer) + piece.bufferOffset * static_cast<std::int64_t>(m_valueBytes);
@@ -136,20 +140,33 @@ void DataPath::ReadPiece(MappedCopies& copies, ChunkPiece const& piece, StridedR
 {
     ChunkPlace const place = Place(piece.chunk, piece.origin);
     if (place.state == ChunkPlace::State::Unwritten)
-        return CopyToSecond(runs.Repeating(0), m_access.Initial(m_dataset.Shape().initialValue, m_valueBytes, runs.runBytes), buffer);
+        return CopyToSecond(runs.Repeating(0),
+                            m_access.Initial(m_dataset.Shape().initialValue, m_valueBytes, runs.runBytes, !copies.MayMap()), buffer);
     std::uint64_t const offset = place.address + static_cast<std::uint64_t>(piece.chunkOffset) * m_valueBytes;
     if (runs.IsOneRun() && runs.runBytes >= kDirectBytes)
-        return m_access.ReadMany(offset, buffer, runs.runBytes, BytesToKeep());
-    if (m_access.ForReading(offset, runs, m_cacheBytes) != nullptr)
+        return m_access.ReadMany(offset, buffer, runs.runBytes, BytesToKeep(copies.GetWay()));
+    if (copies.MayMap() && m_access.ForReading(offset, runs, m_cacheBytes) != nullptr)
         return copies.Add(runs, offset, nullptr, buffer);
+    if (!copies.MayMap() && IsNearlyAllOf(runs)) {
+        m_access.Read(offset, m_access.Staging(), static_cast<std::size_t>(runs.Span(0)));
+        return CopyToSecond(runs, m_access.Staging(), buffer);
+    }
     runs.ForEachRun([&](std::int64_t inFile, std::int64_t inBuffer) {
         m_access.Read(offset + static_cast<std::uint64_t>(inFile), buffer + inBuffer, runs.runBytes);
     });
 }
 
-void DataPath::Write(std::span<Range const> ranges, void const* buffer, OnWhole const& onWhole)
+// Whether reading the gaps between runs as well costs less than a call for each, and hardly more bytes.
+bool DataPath::IsNearlyAllOf(StridedRuns const& runs) const noexcept
 {
-    MappedCopies copies(m_access);
+    auto const span = static_cast<std::uint64_t>(runs.Span(0));
+    std::uint64_t const bytes = static_cast<std::uint64_t>(runs.NumRuns()) * runs.runBytes;
+    return !runs.IsOneRun() && span <= FileAccess::kStagingBytes && bytes >= span - span / 20;
+}
+
+void DataPath::Write(std::span<Range const> ranges, void const* buffer, Way way, OnWhole const& onWhole)
+{
+    MappedCopies copies(m_access, way);
     m_access.GetFile()->RequireWritable("Cannot write values to");
     Extents const extents = BufferExtents(ranges);
     m_grid.ForEachPiece(ranges, [&](ChunkPiece const& piece) {
@@ -177,7 +194,8 @@ std::uint32_t DataPath::WriteWhole(MappedCopies& copies, ChunkPiece const& piece
     ChunkPlace place = Place(piece.chunk, piece.origin);
     if (place.state == ChunkPlace::State::Written && runs.IsOneRun() && m_chunkBytes >= kDirectBytes) {
         m_access.RequireReach(place.address, m_chunkBytes);
-        return m_access.WriteSummed(place.address, buffer, m_chunkBytes, MayWriteMapped(piece.chunk, place), BytesToKeep());
+        return m_access.WriteSummed(place.address, buffer, m_chunkBytes, copies.MayMap() && MayWriteMapped(piece.chunk, place),
+                                    BytesToKeep(copies.GetWay()));
     }
     WriteAny(copies, piece, runs, buffer);
     copies.Finish(); // of a copy that waits nobody knows whether it will be made
@@ -191,17 +209,25 @@ void DataPath::WritePiece(MappedCopies& copies, ChunkPiece const& piece, ChunkPl
     std::uint64_t const offset = place.address + static_cast<std::uint64_t>(piece.chunkOffset) * m_valueBytes;
     m_access.RequireReach(offset, static_cast<std::uint64_t>(runs.Span(0)));
     if (runs.IsOneRun() && runs.runBytes >= kDirectBytes)
-        return m_access.WriteMany(offset, buffer, runs.runBytes, MayWriteMapped(piece.chunk, place), BytesToKeep());
-    if (MayWriteMapped(piece.chunk, place) && m_access.ForWriting(offset, runs, buffer, m_cacheBytes) != nullptr)
+        return m_access.WriteMany(offset, buffer, runs.runBytes, copies.MayMap() && MayWriteMapped(piece.chunk, place),
+                                  BytesToKeep(copies.GetWay()));
+    if (copies.MayMap() && MayWriteMapped(piece.chunk, place) && m_access.ForWriting(offset, runs, buffer, m_cacheBytes) != nullptr)
         return copies.Add(runs, offset, buffer, nullptr);
+    if (std::uint64_t const bytes = static_cast<std::uint64_t>(runs.NumRuns()) * runs.runBytes;
+        !copies.MayMap() && bytes == m_chunkBytes && bytes <= FileAccess::kStagingBytes) {
+        CopyToFirst(runs, m_access.Staging(), buffer);
+        return m_access.Write(offset, m_access.Staging(), bytes);
+    }
     runs.ForEachRun([&](std::int64_t inFile, std::int64_t inBuffer) {
         m_access.Write(offset + static_cast<std::uint64_t>(inFile), buffer + inBuffer, runs.runBytes);
     });
 }
 
 // Of a drawer larger than the memory for it, blocks that were kept would only drive out others that are used again no later.
-std::uint64_t DataPath::BytesToKeep() const noexcept
+std::uint64_t DataPath::BytesToKeep(Way way) const noexcept
 {
+    if (way == Way::CallsAlone)
+        return 0;
     std::uint64_t bytes = m_valueBytes;
     for (std::int64_t const size : m_dataset.Shape().sizes)
         bytes *= static_cast<std::uint64_t>(size);
@@ -212,14 +238,14 @@ void* DataPath::InPlace(std::span<Range const> ranges, bool toWrite)
 {
     return FindInPlace(ranges, [&](std::int64_t chunk, ChunkPlace& place, std::uint64_t offset, std::uint64_t bytes) {
         bool const may = !toWrite || MayWriteMapped(chunk, place);
-        return may ? m_access.InPlace(offset, bytes, BytesToKeep(), toWrite) : nullptr;
+        return may ? m_access.InPlace(offset, bytes, BytesToKeep(Way::Mapped), toWrite) : nullptr;
     });
 }
 
 void const* DataPath::FetchInPlace(std::span<Range const> ranges)
 {
     return FindInPlace(ranges, [&](std::int64_t, ChunkPlace const&, std::uint64_t offset, std::uint64_t bytes) {
-        return m_access.Fetched(offset, bytes, m_cacheBytes, BytesToKeep() == 0);
+        return m_access.Fetched(offset, bytes, m_cacheBytes, BytesToKeep(Way::Mapped) == 0);
     });
 }
 
@@ -258,12 +284,13 @@ void DataPath::WriteNewChunk(MappedCopies& copies, ChunkPiece const& piece, Stri
     if (runs.IsOneRun() && runs.runBytes == m_chunkBytes)
         return CreateChunk(piece, buffer);
     DenseShape const& shape = m_dataset.Shape();
-    if (m_chunkBytes > FileAccess::kStagingBytes) {
-        CreateChunk(piece, m_access.Initial(shape.initialValue, m_valueBytes, m_chunkBytes));
+    bool const isWhole = static_cast<std::uint64_t>(runs.NumRuns()) * runs.runBytes == m_chunkBytes;
+    if (m_chunkBytes > FileAccess::kStagingBytes || (!copies.MayMap() && !isWhole)) {
+        CreateChunk(piece, m_access.Initial(shape.initialValue, m_valueBytes, m_chunkBytes, !copies.MayMap()));
         return WritePiece(copies, piece, m_table.Find(piece.chunk), runs, buffer);
     }
     std::byte* const staging = m_access.Staging();
-    if (static_cast<std::uint64_t>(runs.NumRuns()) * runs.runBytes < m_chunkBytes)
+    if (!isWhole)
         std::memcpy(staging, m_access.Initial(shape.initialValue, m_valueBytes, m_chunkBytes), m_chunkBytes);
     CopyToFirst(runs, staging + piece.chunkOffset * static_cast<std::int64_t>(m_valueBytes), buffer);
     CreateChunk(piece, staging);
@@ -326,7 +353,7 @@ void DataPath::ForgetFailedChunk(ChunkPiece const& failed)
     m_dataset.SetExtent(0, size);
 }
 
-void DataPath::Announce(std::span<Range const> ranges)
+void DataPath::Announce(std::span<Range const> ranges, Way way)
 {
     std::uint64_t offset = 0, bytes = 0, left = m_cacheBytes;
     Extents const extents = BufferExtents(ranges);
@@ -339,7 +366,17 @@ void DataPath::Announce(std::span<Range const> ranges)
         if (place.state != ChunkPlace::State::Written)
             return;
         std::uint64_t const pieceOffset = place.address + static_cast<std::uint64_t>(piece.chunkOffset) * m_valueBytes;
-        auto const span = static_cast<std::uint64_t>(Runs(piece, {extents.data(), m_grid.Rank()}).Span(0));
+        StridedRuns const runs = Runs(piece, {extents.data(), m_grid.Rank()});
+        auto const span = static_cast<std::uint64_t>(runs.Span(0));
+        if (way == Way::CallsAlone && !runs.IsOneRun() && !IsNearlyAllOf(runs)) {
+            constexpr std::size_t kWorthACall = std::size_t(16)
+                                                << 10; // the system reads in pages, four at a time are not worth a call each
+            if (runs.runBytes >= kWorthACall)
+                runs.ForEachRun([&](std::int64_t inFile, std::int64_t) {
+                    m_access.Announce(pieceOffset + static_cast<std::uint64_t>(inFile), runs.runBytes);
+                });
+            return;
+        }
         std::uint64_t const pieceBytes = std::min(span, left);
         left -= pieceBytes;
         if (bytes > 0 && pieceOffset == offset + bytes) {
@@ -393,7 +430,7 @@ void DataPath::FillMargin(std::size_t dim, std::int64_t oldSize)
     std::span<Range const> const ranges(margin.data(), m_grid.Rank());
     if (std::any_of(ranges.begin(), ranges.end(), [](Range const& range) { return range.Count() < 1; }))
         return;
-    MappedCopies copies(m_access);
+    MappedCopies copies(m_access, Way::Mapped);
     m_grid.ForEachPiece(ranges, [&](ChunkPiece const& piece) {
         ChunkPlace const place = Place(piece.chunk, piece.origin);
         if (place.state != ChunkPlace::State::Written)

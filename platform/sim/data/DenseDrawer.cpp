@@ -75,6 +75,11 @@ std::uint64_t ChunkBytes(DenseShape const& shape) noexcept
            static_cast<std::uint64_t>(KVOSimTypeKeySize(shape.typeKey));
 }
 
+DataPath::Way WayOf(DenseDrawer::Way const& way) noexcept
+{
+    return way.callsAlone ? DataPath::Way::CallsAlone : DataPath::Way::Mapped;
+}
+
 // The chunk whose first value is at `origin`.
 ValueSums::Place ChunkAt(Extents const& origin, DenseShape const& shape)
 {
@@ -118,21 +123,21 @@ hid_t DenseDrawer::Dataset()
     return m_state->dataset->Id();
 }
 
-void DenseDrawer::Read(std::span<Range const> ranges, void* buffer, bool verify)
+void DenseDrawer::Read(std::span<Range const> ranges, void* buffer, Way const& way)
 {
     constexpr char const* kReading = "Cannot read values of";
     RequireRanges(Shape().sizes, ranges, kReading, m_state->GetFile().Path());
     auto const inspect = [&](Extents const& origin, std::uint64_t address, std::byte* whole) {
         FileAccess& access = *m_state->access;
         std::uint64_t const bytes = ChunkBytes(Shape());
-        std::uint32_t const crc =
-            whole != nullptr ? access.ReadSummed(address, whole, bytes, m_state->path->BytesToKeep()) : access.Sum(address, bytes);
+        std::uint32_t const crc = whole != nullptr ? access.ReadSummed(address, whole, bytes, m_state->path->BytesToKeep(WayOf(way)))
+                                                   : access.Sum(address, bytes);
         if (std::string const fault = Fault(ChunkAt(origin, Shape()), crc); !fault.empty())
             ThrowReason(KVOSimException::Kind::Damaged, kReading, m_state->GetFile().Path(), fault);
     };
-    bool const inspects = verify && m_state->sums && !m_state->dataset->IsFiltered();
+    bool const inspects = way.verify && m_state->sums && !m_state->dataset->IsFiltered();
     if (m_state->path)
-        return m_state->path->Read(ranges, buffer, inspects ? DataPath::Inspect(inspect) : nullptr);
+        return m_state->path->Read(ranges, buffer, WayOf(way), inspects ? DataPath::Inspect(inspect) : nullptr);
     if (inspects)
         ChunkGrid(Shape().sizes, Shape().chunkSizes).ForEachPiece(ranges, [&](ChunkPiece const& piece) {
             if (auto const address = m_state->dataset->ChunkAddress({piece.origin.data(), ranges.size()}))
@@ -141,7 +146,7 @@ void DenseDrawer::Read(std::span<Range const> ranges, void* buffer, bool verify)
     m_state->dataset->Read(ranges, buffer);
 }
 
-void DenseDrawer::Write(std::span<Range const> ranges, void const* buffer)
+void DenseDrawer::Write(std::span<Range const> ranges, void const* buffer, Way const& way)
 {
     constexpr char const* kWriting = "Cannot write values to";
     RequireRanges(Shape().sizes, ranges, kWriting, m_state->GetFile().Path());
@@ -152,7 +157,7 @@ void DenseDrawer::Write(std::span<Range const> ranges, void const* buffer)
     if (!m_state->path)
         return m_state->dataset->Write(ranges, buffer); // the commit will read what changed
     auto const keepSum = [&](Extents const& origin, std::uint32_t crc) { m_state->sums->EndChange(ChunkAt(origin, Shape()), crc); };
-    m_state->path->Write(ranges, buffer, m_state->sums ? DataPath::OnWhole(keepSum) : nullptr);
+    m_state->path->Write(ranges, buffer, WayOf(way), m_state->sums ? DataPath::OnWhole(keepSum) : nullptr);
 }
 
 void DenseDrawer::BeginChange(std::span<Range const> ranges)
@@ -179,12 +184,12 @@ void const* DenseDrawer::FetchInPlace(std::span<Range const> ranges)
     return m_state->path ? m_state->path->FetchInPlace(ranges) : nullptr;
 }
 
-void DenseDrawer::Announce(std::span<Range const> ranges) noexcept
+void DenseDrawer::Announce(std::span<Range const> ranges, Way const& way) noexcept
 {
     try {
         RequireRanges(Shape().sizes, ranges, "Cannot announce values of", m_state->GetFile().Path());
         if (m_state->path)
-            m_state->path->Announce(ranges);
+            m_state->path->Announce(ranges, WayOf(way));
     } catch (...) {
         // Deliberate: an announcement is a hint, the transfer that follows reports what is wrong.
     }

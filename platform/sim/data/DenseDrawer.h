@@ -46,18 +46,22 @@ public:
     /// The dataset, for attributes; the drawer's own.
     hid_t Dataset();
 
+    /// How values travel.
+    struct Way {
+        bool verify = false;     ///< every chunk that is read of is read whole and must fit its checksum, where there are some
+        bool callsAlone = false; ///< no page of the file comes to the process's memory
+    };
     /// Moves the values of `ranges` (one a dimension, inside the sizes) packed from or to `buffer`.
-    /// @param verify  every chunk that is touched is read whole and must fit its checksum, where there are some
     /// @throws KVOSimException of kind Damaged that names the dataset and the chunk; the buffer then holds anything
-    void Read(std::span<Range const> ranges, void* buffer, bool verify = false);
-    void Write(std::span<Range const> ranges, void const* buffer);
+    void Read(std::span<Range const> ranges, void* buffer, Way const& way = {false, false});
+    void Write(std::span<Range const> ranges, void const* buffer, Way const& way = {false, false});
     /// The values of `ranges` themselves, packed, where the file is mapped and they lie in one piece; null where Read() or Write() is the
     /// better way, and always before the second use of a part of the file. They stay there until anything else is asked of the file.
     void* InPlace(std::span<Range const> ranges, bool toWrite);
     /// The same to be read, also at the first use: they are fetched from the disk where they have to be.
     void const* FetchInPlace(std::span<Range const> ranges);
     /// Starts reading the values of `ranges` into the page cache, without waiting and without failing.
-    void Announce(std::span<Range const> ranges) noexcept;
+    void Announce(std::span<Range const> ranges, Way const& way = {false, false}) noexcept;
 
     /// Changes the size of dimension `dim`; values that are added are the initial value, values cut off are lost. A contiguous drawer is
     /// copied.

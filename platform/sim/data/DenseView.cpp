@@ -77,12 +77,12 @@ std::vector<Run> FindRuns(std::span<std::int64_t const> positions)
     return runs;
 }
 
-void ReadRuns(DenseDrawer& drawer, DenseView const& view, std::size_t valueBytes, void* buffer, bool verify)
+void ReadRuns(DenseDrawer& drawer, DenseView const& view, std::size_t valueBytes, void* buffer, DenseDrawer::Way const& way)
 {
     auto const block = BlockBuffer(view, valueBytes);
     std::byte* const target = static_cast<std::byte*>(buffer);
     ForEachBlock(view, [&](std::vector<Range> const& ranges, std::vector<std::int64_t> const& places) {
-        drawer.Read(ranges, block.get(), verify);
+        drawer.Read(ranges, block.get(), way);
         ForEachRow(view, ranges, places, [&](std::int64_t packed, std::int64_t place, std::int64_t count) {
             std::memcpy(target + static_cast<std::size_t>(place) * valueBytes, block.get() + static_cast<std::size_t>(packed) * valueBytes,
                         static_cast<std::size_t>(count) * valueBytes);
@@ -90,7 +90,7 @@ void ReadRuns(DenseDrawer& drawer, DenseView const& view, std::size_t valueBytes
     });
 }
 
-void WriteRuns(DenseDrawer& drawer, DenseView const& view, std::size_t valueBytes, void const* buffer)
+void WriteRuns(DenseDrawer& drawer, DenseView const& view, std::size_t valueBytes, void const* buffer, DenseDrawer::Way const& way)
 {
     auto const block = BlockBuffer(view, valueBytes);
     std::byte const* const source = static_cast<std::byte const*>(buffer);
@@ -99,7 +99,7 @@ void WriteRuns(DenseDrawer& drawer, DenseView const& view, std::size_t valueByte
             std::memcpy(block.get() + static_cast<std::size_t>(packed) * valueBytes, source + static_cast<std::size_t>(place) * valueBytes,
                         static_cast<std::size_t>(count) * valueBytes);
         });
-        drawer.Write(ranges, block.get());
+        drawer.Write(ranges, block.get(), way);
     });
 }
 

@@ -32,7 +32,7 @@ struct DenseView {
 std::vector<Run> FindRuns(std::span<std::int64_t const> positions);
 
 /// Moves the values of a view with runs, run by run through a buffer of the largest of them.
-void ReadRuns(DenseDrawer& drawer, DenseView const& view, std::size_t valueBytes, void* buffer, bool verify);
-void WriteRuns(DenseDrawer& drawer, DenseView const& view, std::size_t valueBytes, void const* buffer);
+void ReadRuns(DenseDrawer& drawer, DenseView const& view, std::size_t valueBytes, void* buffer, DenseDrawer::Way const& way);
+void WriteRuns(DenseDrawer& drawer, DenseView const& view, std::size_t valueBytes, void const* buffer, DenseDrawer::Way const& way);
 
 } // namespace simdb

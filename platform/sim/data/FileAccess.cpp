@@ -243,9 +243,9 @@ void FileAccess::Announce(std::uint64_t offset, std::uint64_t bytes) const noexc
     posix_fadvise(m_descriptor, static_cast<off_t>(offset), static_cast<off_t>(bytes), POSIX_FADV_WILLNEED);
 }
 
-std::byte const* FileAccess::Initial(std::array<std::byte, 8> const& value, std::size_t valueBytes, std::uint64_t bytes)
+std::byte const* FileAccess::Initial(std::array<std::byte, 8> const& value, std::size_t valueBytes, std::uint64_t bytes, bool uncounted)
 {
-    std::byte const* const values = m_initialValues.Bytes(value, valueBytes, bytes);
+    std::byte const* const values = m_initialValues.Bytes(value, valueBytes, bytes, uncounted);
     if (values == nullptr)
         ThrowErrno("Cannot get memory for values of", Path(), errno);
     return values;

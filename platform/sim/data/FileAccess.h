@@ -74,7 +74,8 @@ public:
     /// Starts reading ahead.
     void Announce(std::uint64_t offset, std::uint64_t bytes) const noexcept;
 
-    std::byte const* Initial(std::array<std::byte, 8> const& value, std::size_t valueBytes, std::uint64_t bytes);
+    /// @param uncounted  as InitialValues has it
+    std::byte const* Initial(std::array<std::byte, 8> const& value, std::size_t valueBytes, std::uint64_t bytes, bool uncounted = false);
     /// Memory for one chunk on its way, kStagingBytes long; its content is anything.
     std::byte* Staging();
     static constexpr std::size_t kStagingBytes = std::size_t(16) << 20;

@@ -77,10 +77,11 @@ void InitialValues::Release() noexcept
     m_bytes = 0;
 }
 
-std::byte const* InitialValues::Bytes(std::array<std::byte, 8> const& value, std::size_t valueBytes, std::uint64_t bytes) noexcept
+std::byte const* InitialValues::Bytes(std::array<std::byte, 8> const& value, std::size_t valueBytes, std::uint64_t bytes,
+                                      bool uncounted) noexcept
 {
     std::array<std::byte, 8> const pattern = EightBytesOf(value, valueBytes);
-    if (m_base != nullptr && bytes <= m_bytes && pattern == m_pattern)
+    if (m_base != nullptr && bytes <= m_bytes && pattern == m_pattern && uncounted == m_uncounted)
         return m_base;
     Release();
     std::uint64_t const rounded = (bytes + kPiece - 1) / kPiece * kPiece;
@@ -90,6 +91,12 @@ std::byte const* InitialValues::Bytes(std::array<std::byte, 8> const& value, std
     m_base = static_cast<std::byte*>(base);
     m_bytes = rounded;
     m_pattern = pattern;
+    m_uncounted = uncounted;
+    if (uncounted && pattern == std::array<std::byte, 8>{}) { // pages of memory that was never written are one page of the system
+        if (!FillMemory(pattern, m_base, m_bytes))
+            Release();
+        return m_base;
+    }
     Descriptor const memory(memfd_create("initial values", MFD_CLOEXEC));
     bool const isThere = memory.IsOpen() && !io::ExceedsLimit(kPiece) && TakePages(memory.Number());
     bool const made = isThere ? MapPieces(memory.Number(), pattern, m_base, m_bytes) : FillMemory(pattern, m_base, m_bytes);

@@ -87,10 +87,10 @@ public:
         });
     }
     /// Writes random values to all of some ranges of both.
-    void Randomize(simdb::DenseDrawer& drawer, Ranges const& ranges, std::mt19937_64& random)
+    void Randomize(simdb::DenseDrawer& drawer, Ranges const& ranges, std::mt19937_64& random, bool callsAlone = false)
     {
         DrawerBytes const values = RandomBytes(random, Read(ranges).size());
-        drawer.Write(ranges, values.data());
+        drawer.Write(ranges, values.data(), {false, callsAlone});
         Write(ranges, values);
     }
 
