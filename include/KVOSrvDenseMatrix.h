@@ -80,6 +80,9 @@ public:
     /// takes the memory of a slab, and of its result where that is stored, for each thread, of at most 64. What is
     /// summed into the same rows, as C = A^T X slab of rows by slab of rows with more than 128 vectors or a symmetric
     /// result, stays with the calling thread.
+    ///
+    /// Within a limit that the caller sets: KVOSrvProductMemory. Products are formed tile by tile then, and the pieces
+    /// of a tile's product multiplied at once.
     /// @{
 
     /// y += A x for k vectors. @param x  columns x k @param y  rows x k, not cleared, deliberately: callers pass a
@@ -104,7 +107,8 @@ public:
     virtual void TransposeMultiply(KVOSrvMatrix const& X, double* C, int symmetric) const;
     /// C = A^T X; a non-zero `symmetric` says that the result is symmetric: half of it is computed and mirrored.
     virtual void TransposeMultiply(KVOSrvMatrix const& X, KVOSrvMatrix& C, int symmetric) const;
-    /// C = A^T B, all stored; columns of C behind those of B stay. The product is formed in memory, so C may be A or B.
+    /// C = A^T B, all stored; columns of C behind those of B stay. The product is formed in memory, so C may be A or B;
+    /// under a limit of memory such a C is formed in a scratch matrix.
     /// @param symmetric  as in the product with X
     virtual void TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvDenseMatrix* C, int symmetric) const;
     /// C = A^T B into the caller's array, columns x (columns of B), column-major. @param symmetric  as in the product

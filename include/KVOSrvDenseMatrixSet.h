@@ -23,7 +23,8 @@ public:
     virtual ~KVOSrvDenseMatrixSet();
 
     /// C := S^T B into a stored matrix of the rows that S has columns; its columns behind those of B stay. The product
-    /// is formed in memory by the operation below, so C may be a member or B.
+    /// is formed in memory by the operation below, so C may be a member or B; under a limit (KVOSrvProductMemory) it is
+    /// formed tile by tile, in a scratch matrix where C is one of them.
     /// @param symmetric  as below
     /// @throws KVOSrvMtxIllegalInput "TransposeMultiply" as below, or if C is null or has other sizes
     virtual void TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvDenseMatrix* C, int symmetric) const;

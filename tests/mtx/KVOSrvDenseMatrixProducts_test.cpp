@@ -1,4 +1,5 @@
 #include "DatabaseSupport.h"
+#include "KVOSrvProductMemory.h"
 
 namespace
 {
@@ -230,6 +231,24 @@ TEST(KVOSrvDenseMatrixProducts, EqualTheirFormulasForRandomShapesChunksAndViews)
     for (int round = 0; round < 150; ++round) {
         SCOPED_TRACE(round);
         ExpectAllProducts(database, Between(1, 40), Between(1, 40), Between(1, 30), RandomLayout(), RandomLayout(), RandomLayout());
+        ASSERT_FALSE(testing::Test::HasFailure());
+    }
+}
+
+// Tiles of some blocks, parts of blocks, and borders of blocks of one operand within those of another.
+TEST(KVOSrvDenseMatrixProducts, EqualTheirFormulasWithLittleMemory)
+{
+    TestDatabase const database;
+    auto const layout = [] {
+        Layout random = RandomLayout();
+        for (int* const chunk : {&random.rowChunk, &random.columnChunk})
+            *chunk *= *chunk > 0 ? Between(1, 6) : 1;
+        return random;
+    };
+    for (int round = 0; round < 40; ++round) {
+        SCOPED_TRACE(round);
+        KVOSrvProductMemory const limit(Between(16'000, 60'000)); // tiles of order 25 to 50
+        ExpectAllProducts(database, Between(1, 100), Between(1, 100), Between(1, 80), layout(), layout(), layout());
         ASSERT_FALSE(testing::Test::HasFailure());
     }
 }

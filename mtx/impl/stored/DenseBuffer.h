@@ -53,10 +53,10 @@ public:
         return Values();
     }
     /// An empty window is not written.
-    void Write(KVOSrvDenseMatrix& matrix, Window const& w) const
+    void Write(KVOSrvDenseMatrix& matrix, Window const& w, std::int64_t offset = 0) const
     {
         if (w.Entries() > 0)
-            matrix.SetValues(w.r0, w.r1, w.c0, w.c1, As(w.Rows(), w.Columns()));
+            matrix.SetValues(w.r0, w.r1, w.c0, w.c1, As(w.Rows(), w.Columns(), offset));
     }
 
 private:

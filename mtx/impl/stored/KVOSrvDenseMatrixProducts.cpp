@@ -3,6 +3,7 @@
 #include "DenseChecks.h"
 #include "DenseKernels.h"
 #include "DenseRowProduct.h"
+#include "TiledProduct.h"
 
 using namespace DenseChecks;
 using namespace DenseSlabs;
@@ -18,6 +19,10 @@ void MultiplyInMemory(KVOSrvDenseMatrix const& A, double const* X, int p, double
         return;
     RequireFitting((X != nullptr || columns == 0) && C != nullptr, "Multiply", "an array is null");
     RequireFitting(X != C, "Multiply", "the result is an operand");
+    if (KVOSrvProductMemory::IsSet()) {
+        KVOSrvDenseMatrix const* const a = &A;
+        return DenseTiles::Multiply("Multiply", {{&a, 1}, {0, rows - 1}}, {nullptr, {X, columns}}, p, 1.0, beta, {nullptr, {C, rows}});
+    }
     Walk const slabs(A.StoredRowBlocks(), BlockRowsPerSlab(A, p, 0));
     RowProduct const product(A, slabs.MaxCount(), p, slabs.Slabs());
     slabs.ForEachFew(
@@ -39,25 +44,50 @@ void Scale(double factor, std::int64_t count, double* values)
     std::for_each_n(values, count, [factor](double& value) { value *= factor; });
 }
 
+// The same for a part of Y, through memory for it and for as much of A.
+void MultiplyPartByDiagonal(KVOSrvDenseMatrix const& A, double const* diagonal, double beta, KVOSrvDenseMatrix& Y, Window const& window,
+                            Buffer const& part, Buffer const& result)
+{
+    if (beta == 0.0)
+        std::fill_n(result.Values(), window.Entries(), 0.0);
+    else
+        result.Read(Y, window);
+    if (beta != 0.0 && beta != 1.0)
+        Scale(beta, window.Entries(), result.Values());
+    part.Read(A, window);
+    Timed([&] { AddScaledColumns(diagonal + window.c0, part, window.Rows(), window.Columns(), result.Values()); });
+    result.Write(Y, window);
+}
+
+// The same within the limit for the memory of products.
+void MultiplyByDiagonalInPieces(KVOSrvDenseMatrix const& A, double const* diagonal, double beta, KVOSrvDenseMatrix& Y)
+{
+    std::int64_t const entries = std::min(DenseTiles::EntriesAllowed() / 2, kWholeSlab);
+    KVOSrvBlockCut const rows = Y.StoredRowBlocks();
+    KVOSrvBlockCut columns = Y.StoredColumnBlocks();
+    DensePieces::Limit limit = DensePieces::LimitEntries(rows, std::max<std::int64_t>(1, entries));
+    DenseTiles::RequireMemory(2, "Multiply");
+    if (A.Overlaps(Y)) { // whole rows: a row of A is not read again when it has been written
+        DenseTiles::RequireMemory(2 * std::int64_t{columns.size}, "Multiply");
+        limit = {static_cast<int>(std::max<std::int64_t>(1, entries / columns.size)), columns.size};
+        columns = KVOSrvBlockCut::Whole(columns.size, 0);
+    }
+    Buffer const part(rows, columns, limit), result(rows, columns, limit);
+    DensePieces::ForEachPiece(rows, columns, limit,
+                              [&](Window const& window) { MultiplyPartByDiagonal(A, diagonal, beta, Y, window, part, result); });
+}
+
 // Y := A D + beta Y, D given by its diagonal.
 void MultiplyByDiagonal(KVOSrvDenseMatrix const& A, double const* diagonal, double beta, KVOSrvDenseMatrix& Y)
 {
+    if (KVOSrvProductMemory::IsSet())
+        return MultiplyByDiagonalInPieces(A, diagonal, beta, Y);
     int const columns = A.NumberOfColumns();
     Walk const slabs(Y.StoredRowBlocks());
     Buffer const slab(std::int64_t{slabs.MaxCount()} * columns), result(std::int64_t{slabs.MaxCount()} * columns);
     slabs.ForEach([&](Span rows) { A.AnnounceRead(rows.first, rows.last, 0, columns - 1); },
                   [&](Span rows) {
-                      std::int64_t const entries = std::int64_t{rows.Count()} * columns;
-                      Window const window{rows.first, rows.last, 0, columns - 1};
-                      if (beta == 0.0)
-                          std::fill_n(result.Values(), entries, 0.0);
-                      else
-                          result.Read(Y, window);
-                      if (beta != 0.0 && beta != 1.0)
-                          Scale(beta, entries, result.Values());
-                      slab.Read(A, window);
-                      Timed([&] { AddScaledColumns(diagonal, slab, rows.Count(), columns, result.Values()); });
-                      result.Write(Y, window);
+                      MultiplyPartByDiagonal(A, diagonal, beta, Y, {rows.first, rows.last, 0, columns - 1}, slab, result);
                   });
 }
 
@@ -122,6 +152,11 @@ void KVOSrvDenseMatrix::Multiply(double alpha, KVOSrvMatrix const& X, double bet
         return;
     if (X.IsDiagonal())
         return MultiplyByDiagonal(*this, X.Values(), beta, Y); // deliberate: alpha is not applied to a diagonal X
+    if (KVOSrvProductMemory::IsSet()) {
+        KVOSrvDenseMatrix const* const a = this;
+        return DenseTiles::Multiply("Multiply", {{&a, 1}, {0, Y.NumberOfRows() - 1}}, {nullptr, {X.Values(), columns}}, p, alpha, beta,
+                                    {&Y, {nullptr, 0}, 0, Overlaps(Y)});
+    }
     Walk const slabs(Y.StoredRowBlocks(), BlockRowsPerSlab(*this, p, p));
     RowProduct const product(*this, slabs.MaxCount(), p, slabs.Slabs());
     Buffer const result(std::int64_t{slabs.MaxCount()} * p * product.SlabsAtOnce());
@@ -148,6 +183,11 @@ void KVOSrvDenseMatrix::MultiplyAssign(KVOSrvMatrix const& X)
     RequireFitting(IsFull(X, columns, columns), "MultiplyAssign", "X is not full and square with as many rows as the matrix has columns");
     if (columns == 0)
         return;
+    if (KVOSrvProductMemory::IsSet()) {
+        KVOSrvDenseMatrix const* const a = this;
+        return DenseTiles::Multiply("MultiplyAssign", {{&a, 1}, {0, NumberOfRows() - 1}}, {nullptr, {X.Values(), columns}}, columns, 1.0,
+                                    0.0, {this, {nullptr, 0}, 0, true});
+    }
     Walk const slabs(StoredRowBlocks());
     RowProduct const product(*this, slabs.MaxCount(), columns, slabs.Slabs());
     Buffer const result(std::int64_t{slabs.MaxCount()} * columns * product.SlabsAtOnce());
@@ -176,6 +216,12 @@ void KVOSrvDenseMatrix::IndexedMultiply(KVOSrvMatrix const& X, KVOSrvDenseMatrix
         return;
     RequireWritable(ranges[nRanges] <= Y.NumberOfRows() && p <= Y.NumberOfColumns());
     RequireFitting(!Overlaps(Y), "IndexedMultiply", kOverlap);
+    if (KVOSrvProductMemory::IsSet()) {
+        mem_Vector<DenseTiles::RowGroup> groups;
+        for (int g = 0; g < nRanges; ++g)
+            groups.push_back({GroupAt(rows, ranges, g).rows, GroupAt(rows, ranges, g).targets.first});
+        return DenseTiles::MultiplyGroups("IndexedMultiply", *this, {X.Values(), NumberOfColumns()}, p, Y, groups);
+    }
     RowProduct const product(*this, longest, p, 1);
     Buffer const result(std::int64_t{longest} * p);
     auto const announce = [&](int g) {

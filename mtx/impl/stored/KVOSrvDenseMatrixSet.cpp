@@ -3,6 +3,7 @@
 #include "DenseBuffer.h"
 #include "DenseChecks.h"
 #include "DenseWalk.h"
+#include "TiledProduct.h"
 
 #include <climits>
 
@@ -67,6 +68,9 @@ void KVOSrvDenseMatrixSet::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvD
     RequireWritable(C->NumberOfColumns() >= n);
     if (n == 0 || m_numColumns == 0)
         return;
+    if (KVOSrvProductMemory::IsSet())
+        return DenseTiles::MultiplyStored("TransposeMultiply", {m_members, static_cast<std::size_t>(m_numMembers)}, m_numRows, *B, *C,
+                                          symmetric);
     KVOSrvMatrix product(m_numColumns, n, nullptr, false, false);
     TransposeMultiply(B, product, symmetric);
     C->SetColumns(0, n - 1, product);
@@ -81,6 +85,13 @@ void KVOSrvDenseMatrixSet::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvM
     RequireOfSet(IsFull(C, m_numColumns, n), "TransposeMultiply", kResult);
     if (n == 0 || m_numColumns == 0)
         return;
+    if (KVOSrvProductMemory::IsSet()) {
+        DenseTiles::Multiply("TransposeMultiply", {{m_members, static_cast<std::size_t>(m_numMembers)}, {0, m_numRows - 1}, true}, {B}, n,
+                             1.0, 0.0, {nullptr, {C.Values(), C.NumberOfRows()}}, DenseTiles::HalfOf(symmetric, m_numColumns, n));
+        if (symmetric != 0)
+            C.SetSymmetricResults();
+        return;
+    }
     // 64 bits, because the products may exceed 32; the result does not depend on what comes out.
     std::int64_t const divisor = std::int64_t{m_maxRowsInBlock} * m_numColumns;
     std::int64_t const blocksPerPass = divisor == 0 ? 1 : std::int64_t{m_maxColumnsInBlock} * m_numRows / divisor;

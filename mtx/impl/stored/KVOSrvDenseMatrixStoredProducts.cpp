@@ -3,6 +3,7 @@
 #include "DenseChecks.h"
 #include "DenseGemm.h"
 #include "DenseKernels.h"
+#include "TiledProduct.h"
 
 using namespace DenseChecks;
 using namespace DenseSlabs;
@@ -53,6 +54,10 @@ void KVOSrvDenseMatrix::Multiply(KVOSrvDenseMatrix const* B, double* C) const
     if (m == 0 || p == 0)
         return;
     RequireFitting(C != nullptr, "Multiply", kNull);
+    if (KVOSrvProductMemory::IsSet()) {
+        KVOSrvDenseMatrix const* const a = this;
+        return DenseTiles::Multiply("Multiply", {{&a, 1}, {0, m - 1}}, {B}, p, 1.0, 0.0, {nullptr, {C, m}});
+    }
     Walk const inner(B->StoredRowBlocks()), rows(StoredRowBlocks()), columns(B->StoredColumnBlocks());
     Buffer const b(std::int64_t{inner.MaxCount()} * p);
     std::int64_t const ofA = std::int64_t{rows.MaxCount()} * inner.MaxCount();
@@ -96,6 +101,10 @@ void KVOSrvDenseMatrix::Multiply(KVOSrvDenseMatrix const& B, KVOSrvDenseMatrix& 
     RequireFitting(!C.Overlaps(*this) && !C.Overlaps(B), "Multiply", kOverlap);
     if (m == 0 || p == 0)
         return;
+    if (KVOSrvProductMemory::IsSet()) {
+        KVOSrvDenseMatrix const* const a = this;
+        return DenseTiles::Multiply("Multiply", {{&a, 1}, {0, m - 1}}, {&B}, p, 1.0, 0.0, {&C});
+    }
     Groups const groups = GroupsFor(*this, B);
     Walk const rows(StoredRowBlocks(), groups.rowBlocks), inner(StoredColumnBlocks(), groups.innerBlocks);
     Walk const columns(B.StoredColumnBlocks(), groups.columnBlocks);

@@ -3,6 +3,7 @@
 #include "DenseChecks.h"
 #include "KVOSimException.h"
 #include "KVOSrvDenseMatrix.h"
+#include "KVOSrvProductMemory.h"
 
 using namespace DenseChecks;
 
@@ -26,6 +27,8 @@ KVOSimTransfer KVOSrvDenseMatrix::TransferOf(int r0, int r1, int c0, int c1) con
     RequireStoredSize();
     KVOSimArray<KVOSimCollectionID> const& collections = m_distribution.Collections();
     KVOSimTransfer transfer(*m_transfer);
+    if (KVOSrvProductMemory::IsSet())
+        transfer.SetCallsAlone();
     int dim = 0;
     if (collections.Size() == 2)
         transfer.SetDimOrdinalRange(dim++, collections[0], m_columnCut.offset + c0, m_columnCut.offset + c1);

@@ -2,6 +2,7 @@
 
 #include "DenseChecks.h"
 #include "DenseSource.h"
+#include "TiledProduct.h"
 
 #include <climits>
 #include <cstdint>
@@ -52,6 +53,14 @@ void MultiplyColumns(KVOSrvDenseMatrix const& A, int r, int p, int decidedFor, d
                     Multiply("T", {block.Count(), p, r}, alpha, {buffer.Values(), r}, {X, r}, beta, Y.At(block.first, 0));
                 });
         });
+}
+
+// Y := alpha (P A(0 .. rows - 1, :))^T X + beta Y within the limit for the memory of products; X in memory or stored.
+void MultiplyTiles(KVOSrvDenseMatrix const& A, int rows, int const* permutation, DenseTiles::Right const& X, int p, double alpha,
+                   double beta, Result const& Y, DenseTiles::Half half = DenseTiles::Half::None)
+{
+    KVOSrvDenseMatrix const* const a = &A;
+    DenseTiles::Multiply("TransposeMultiply", {{&a, 1}, {0, rows - 1}, true, permutation}, X, p, alpha, beta, {nullptr, Y}, half);
 }
 
 // C := A(rows, :)^T X, added to C but for the first rows, in pieces of single block rows.
@@ -125,6 +134,12 @@ void MultiplyPasses(KVOSrvDenseMatrix const& A, Walk const& passes, int p, Read 
         C.SetSymmetricResults();
 }
 
+void Mirror(KVOSrvMatrix& C, int symmetric)
+{
+    if (symmetric != 0)
+        C.SetSymmetricResults();
+}
+
 } // namespace
 
 void KVOSrvDenseMatrix::TransposeMultiply(double const* x, int k, double* y, int r) const
@@ -137,6 +152,8 @@ void KVOSrvDenseMatrix::TransposeMultiply(double const* x, int k, double* y, int
     RequireFitting(x != nullptr && y != nullptr, "TransposeMultiply", kNull);
     RequireFitting(x != y, "TransposeMultiply", kOverlap);
     // Deliberate: y is not cleared, callers pass a prepared one.
+    if (KVOSrvProductMemory::IsSet())
+        return MultiplyTiles(*this, r, nullptr, {nullptr, {x, r}}, k, 1.0, 1.0, {y, columns});
     MultiplyColumns(*this, r, k, k, 1.0, x, 1.0, {y, columns}, [](Buffer const&, Span) {});
 }
 
@@ -148,6 +165,8 @@ void KVOSrvDenseMatrix::TransposeMultiply(int const* perm, KVOSrvMatrix const& X
     if (p == 0)
         return;
     RequireFitting(X.Values() != Y.Values(), "TransposeMultiply", kOverlap);
+    if (KVOSrvProductMemory::IsSet())
+        return MultiplyTiles(*this, rows, perm, {nullptr, {X.Values(), rows}}, p, alpha, beta, {Y.Values(), Y.NumberOfRows()});
     // Rows are permuted in a copy.
     MultiplyColumns(*this, rows, p, perm == nullptr ? p : INT_MAX, alpha, X.Values(), beta, {Y.Values(), Y.NumberOfRows()},
                     [&](Buffer const& buffer, Span block) {
@@ -169,6 +188,11 @@ void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvMatrix const& X, KVOSrvMatrix& C
     RequireFitting(X.NumberOfRows() >= NumberOfRows() && IsFull(X), "TransposeMultiply", kTransposedFactor);
     RequireFitting(IsFull(C, NumberOfColumns(), p), "TransposeMultiply", kTransposedResult);
     RequireFitting(C.Values() != X.Values(), "TransposeMultiply", kOverlap);
+    if (KVOSrvProductMemory::IsSet()) {
+        MultiplyTiles(*this, NumberOfRows(), nullptr, {nullptr, {X.Values(), X.NumberOfRows()}}, p, 1.0, 0.0,
+                      {C.Values(), C.NumberOfRows()}, DenseTiles::HalfOf(symmetric, C.NumberOfRows(), p));
+        return Mirror(C, symmetric);
+    }
     Walk const passes(StoredRowBlocks(), BlockRowsPerPass(*this, X.NumberOfRows()));
     MultiplyPasses(
         *this, passes, p, [&](Span rows, KVOSrvMatrix& x) { X.GetRows(rows.first, rows.last, x); }, C, symmetric != 0);
@@ -183,6 +207,10 @@ void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvDens
     RequireWritable(C->NumberOfColumns() >= p);
     if (p == 0 || C->NumberOfRows() == 0)
         return;
+    if (KVOSrvProductMemory::IsSet()) {
+        KVOSrvDenseMatrix const* const a = this;
+        return DenseTiles::MultiplyStored("TransposeMultiply", {&a, 1}, NumberOfRows(), *B, *C, symmetric);
+    }
     KVOSrvMatrix result(NumberOfColumns(), p, nullptr, false, false);
     TransposeMultiply(B, result, symmetric);
     C->SetColumns(0, p - 1, result);
@@ -201,6 +229,11 @@ void KVOSrvDenseMatrix::TransposeMultiply(KVOSrvDenseMatrix const* B, KVOSrvMatr
     int const p = B->NumberOfColumns();
     RequireReadable(B->NumberOfRows() >= NumberOfRows());
     RequireFitting(IsFull(C, NumberOfColumns(), p), "TransposeMultiply", kTransposedResult);
+    if (KVOSrvProductMemory::IsSet()) {
+        MultiplyTiles(*this, NumberOfRows(), nullptr, {B}, p, 1.0, 0.0, {C.Values(), C.NumberOfRows()},
+                      DenseTiles::HalfOf(symmetric, C.NumberOfRows(), p));
+        return Mirror(C, symmetric);
+    }
     KVOSrvBlockCut const rows = StoredRowBlocks();
     std::int64_t const blockRow = std::max(1, rows.MaxNumberInBlock()) * std::max<std::int64_t>(1, std::int64_t{p} + NumberOfColumns());
     Walk const passes(rows, std::min(BlockRowsPerPass(*this, B->NumberOfRows()), kPassEntries / blockRow));
