@@ -3,299 +3,212 @@
 #include "SimClient.h"
 
 #include <optional>
-#include <sys/stat.h>
 
 using namespace SimClient;
 
 namespace
 {
 
-using Sizes = std::vector<int>; // columns and rows
+using Sizes = std::vector<int>; // of columns and rows
 
-/// A matrix that is being made, of (i, j) = 1000 i + j once it is written.
+/// A matrix that is being made.
 struct Making {
     Making(KVOSimDatabase& database, Sizes const& sizes, Sizes const& chunks, double initial = 0.0) : context(database.ContextID())
     {
         std::vector<KVOSimCSetID> sets;
         for (int const size : sizes)
             sets.push_back(Biggest(context.CreateCollection(size)));
-        id = MakeMatrix(database.ContextID(), sets, chunks, initial);
+        transfer.emplace(KVOSimDistribution(id = MakeMatrix(database.ContextID(), sets, chunks, initial)));
+        transfer->SetWrite();
     }
-    KVOSimTransfer Transfer() const
+    std::string Places()
     {
-        KVOSimTransfer transfer{KVOSimDistribution(id)};
-        transfer.SetWrite();
-        return transfer;
-    }
-    KVOSimBlockPlaces Places() const
-    {
-        Transfer().AllocateBlocks();
-        return Transfer().BlockPlaces();
+        transfer->AllocateBlocks();
+        KVOSimArray<std::byte> const bytes = transfer->BlockPlaces().Bytes();
+        return {reinterpret_cast<char const*>(bytes.begin()), static_cast<std::size_t>(bytes.Size())};
     }
 
     KVOSimContext context;
     KVOSimTransaction transaction{context};
     KVOSimDistributionID id;
+    std::optional<KVOSimTransfer> transfer;
 };
 
-double ValueAt(int i, int j)
+/// What is written: (i, j) = 1000 i + j.
+std::vector<double> Values(KVOSimBlockPlace const& block, int lda)
 {
-    return 1000.0 * i + j;
-}
-
-std::vector<double> Values(int rows, int columns, int lda, int firstRow = 0, int firstColumn = 0)
-{
-    std::vector<double> values(static_cast<std::size_t>(lda) * static_cast<std::size_t>(columns), -55.0);
-    for (int j = 0; j < columns; ++j)
-        for (int i = 0; i < rows; ++i)
-            values[static_cast<std::size_t>(i + j * lda)] = ValueAt(firstRow + i, firstColumn + j);
+    std::vector<double> values(static_cast<std::size_t>(lda) * static_cast<std::size_t>(block.columns), -55.0);
+    for (int j = 0; j < block.columns; ++j)
+        for (int i = 0; i < block.rows; ++i)
+            values[static_cast<std::size_t>(i + j * lda)] = 1000.0 * (block.firstRow + i) + block.firstColumn + j;
     return values;
 }
 
-void WriteBlock(KVOSrvBlockWriter& writer, KVOSimBlockPlace const& block, int lda)
-{
-    writer.Write(block.firstRow, block.firstRow + block.rows - 1, block.firstColumn, block.firstColumn + block.columns - 1,
-                 Values(block.rows, block.columns, lda, block.firstRow, block.firstColumn).data(), lda);
-}
-
-void WriteAllBlocks(std::string const& path, KVOSimBlockPlaces const& places)
+/// Blocks `process`, `process` + `step`, ... below `count`.
+int WriteBlocks(std::string const& path, KVOSimBlockPlaces const& places, int process, int step, int count)
 {
     KVOSrvBlockWriter writer(path.c_str(), places);
-    for (KVOSimBlockPlace const& block : places.blocks)
-        WriteBlock(writer, block, block.rows);
+    for (int b = process; b < count; b += step) {
+        KVOSimBlockPlace const& block = places.blocks[b];
+        int const lda = b % 2 != 0 ? places.rowsPerBlock : block.rows + b % 3;
+        writer.Write(block.firstRow, block.firstRow + block.rows - 1, block.firstColumn, block.firstColumn + block.columns - 1,
+                     Values(block, lda).data(), lda);
+    }
     writer.Sync();
+    return 0;
 }
-
-/// A file with a committed matrix of 7 values.
-class Blocks : public DatabaseTest
-{
-protected:
-    Blocks()
-    {
-        KVOSimContextID const context = Create();
-        WriteAll(MakeMatrix(context, {Biggest(KVOSimContext(context).CreateCollection(7))}, {3}), Ramp(7));
-        database.Close();
-        KeptFile = ReadFile(path);
-    }
-    /// That the file holds the committed matrix and, if `isKept`, another one of these sizes with all values.
-    void ExpectState(Sizes const& sizes, testing::Matcher<bool> const& isKept)
-    {
-        KVOSimDatabase reader;
-        reader.OpenFile(path.c_str(), true);
-        KVOSimContextID const id = reader.ContextID();
-        bool const kept = KVOSimContext(id).QueryDistributions().Size() > 1;
-        EXPECT_THAT(kept, isKept);
-        EXPECT_EQ(ReadAll(KVOSimDistributionID(id, 0)), Ramp(7));
-        if (kept) {
-            EXPECT_EQ(ReadAll(KVOSimDistributionID(id, 1)), Values(sizes[1], sizes[0], sizes[1]));
-        }
-    }
-    std::int64_t BytesOnDisk() const
-    {
-        struct stat status {
-        };
-        return stat(path.c_str(), &status) == 0 ? std::int64_t{status.st_blocks} * 512 : -1;
-    }
-
-    std::string KeptFile;
-};
 
 } // namespace
 
+using Blocks = DatabaseTest;
+
 TEST_F(Blocks, AreWrittenBySeveralProcessesAndCommittedByOne)
 {
-    struct Case {
-        Sizes sizes, chunks;
-        double initial;
-    };
+    Create();
     int distribution = 0;
-    for (auto const& [sizes, chunks, initial] :
-         {Case{{70, 100}, {32, 16}, 0.0}, Case{{70, 101}, {70, 16}, 7.5}, Case{{300, 500}, {128, 512}, 0.0}, Case{{3, 5}, {10, 10}, -1.0},
-          Case{{6, 5}, {}, 0.0}, Case{{37}, {10}, 0.0}}) {
+    for (auto const& [sizes, chunks, initial] : {std::tuple<Sizes, Sizes, double>{{70, 100}, {32, 16}, 0.0},
+                                                 {{70, 101}, {70, 16}, 7.5},
+                                                 {{300, 500}, {128, 512}, 0.0},
+                                                 {{3, 5}, {10, 10}, -1.0},
+                                                 {{6, 5}, {}, 0.0},
+                                                 {{37}, {10}, 0.0}}) {
         SCOPED_TRACE(testing::PrintToString(sizes) + testing::PrintToString(chunks));
-        database.OpenFile(path.c_str(), false);
-        std::int64_t const before = BytesOnDisk();
+        Reopen();
         std::optional<Making> making(std::in_place, database, sizes, chunks, initial);
-        KVOSimArray<std::byte> const sent = making->Places().Bytes();
-        if (initial == 0.0) {
-            EXPECT_LT(BytesOnDisk() - before, 20'000) << "space for values is taken before there are any";
-        }
-        KVOSimBlockPlaces const places = KVOSimBlockPlaces::FromBytes(sent.begin(), static_cast<std::size_t>(sent.Size()));
-        std::vector<double> expected(static_cast<std::size_t>(places.rows) * static_cast<std::size_t>(places.columns), initial);
-        {
-            std::vector<std::unique_ptr<ChildProcess>> writers;
-            for (int process = 0; process < 3; ++process)
-                writers.push_back(std::make_unique<ChildProcess>([&, process] {
-                    KVOSrvBlockWriter writer(path.c_str(), places);
-                    for (int b = process; b < places.blocks.Size(); b += 4) // each fourth block is left as it is
-                        WriteBlock(writer, places.blocks[b], places.blocks[b].rows + 3 * (b % 2));
-                    writer.Sync();
-                    return 0;
-                }));
-            for (auto const& writer : writers)
-                EXPECT_EQ(writer->Wait(), 0);
-        }
-        for (int b = 0; b < places.blocks.Size(); ++b) {
-            KVOSimBlockPlace const& block = places.blocks[b];
-            for (int j = block.firstColumn; b % 4 != 3 && j < block.firstColumn + block.columns; ++j)
-                for (int i = block.firstRow; i < block.firstRow + block.rows; ++i)
-                    expected[static_cast<std::size_t>(i + j * places.rows)] = ValueAt(i, j);
-        }
-        // A range of all rows of some columns, which lies in several blocks.
-        int const last = std::min(places.columns - 1, 40);
-        KVOSrvBlockWriter(path.c_str(), places)
-            .Write(0, places.rows - 1, last / 2, last, expected.data() + last / 2 * places.rows, places.rows);
+        std::string const sent = making->Places();
+        KVOSimBlockPlaces const places = KVOSimBlockPlaces::FromBytes(sent.data(), sent.size());
+        int const written = std::max(places.blocks.Size() - 1, 1);
+        std::vector<double> expected = Values({0, 0, 0, 0, places.rows, places.columns}, places.rows);
+        for (int b = written; b < places.blocks.Size(); ++b)
+            for (int j = places.blocks[b].firstColumn; j < places.columns; ++j)
+                std::fill_n(expected.begin() + places.blocks[b].firstRow + j * places.rows, places.blocks[b].rows, initial);
+        ChildProcess first([&] { return WriteBlocks(path, places, 0, 3, written); });
+        ChildProcess second([&] { return WriteBlocks(path, places, 1, 3, written); });
+        EXPECT_EQ(WriteBlocks(path, places, 2, 3, written) + first.Wait() + second.Wait(), 0);
+        std::fill_n(expected.begin(), places.rows, 0.25); // a range in several blocks
+        KVOSrvBlockWriter(path.c_str(), places).Write(0, places.rows - 1, 0, 0, expected.data(), places.rows);
         EXPECT_EQ(ReadAll(making->id), expected);
         making->transaction.Commit();
         making.reset();
         Reopen(true);
-        EXPECT_EQ(ReadAll(KVOSimDistributionID(database.ContextID(), ++distribution)), expected);
+        EXPECT_EQ(ReadAll(KVOSimDistributionID(database.ContextID(), distribution++)), expected);
         EXPECT_EQ(database.Check().damages.Size(), 0);
-        database.Close();
     }
 }
 
 // The process that commits is killed at each call that changes the file, while another writes; then a writer is, while the first goes on.
 TEST_F(Blocks, LeaveWhatWasCommittedWhateverProcessDies)
 {
-    Sizes const sizes{5, 7}, chunks{2, 4};
+    KVOSimContextID const context = Create();
+    WriteAll(MakeMatrix(context, {Biggest(KVOSimContext(context).CreateCollection(7))}, {3}), Ramp(7));
+    database.Close();
+    std::string const before = ReadFile(path);
     for (bool const dies : {true, false})
         for (int call = 0, code = -1; code != 0; ++call) {
             SCOPED_TRACE((dies ? "of the committer " : "of the writer ") + std::to_string(call));
-            WriteFile(path, KeptFile);
+            WriteFile(path, before);
             std::filesystem::remove(path + ".journal");
-            std::string const sent = folder / "places";
             Reports told, written;
             ChildProcess committer([&] {
                 database.OpenFile(path.c_str(), false);
-                Making making(database, sizes, chunks);
+                Making making(database, {5, 7}, {2, 4});
                 if (dies)
                     KillAtChange(call);
-                KVOSimArray<std::byte> const bytes = making.Places().Bytes();
-                WriteFile(sent, {reinterpret_cast<char const*>(bytes.begin()), static_cast<std::size_t>(bytes.Size())});
+                WriteFile(folder / "places", making.Places());
                 told.Send(1);
                 if (written.Next() == 1)
                     making.transaction.Commit();
                 database.Close();
                 return 0;
             });
-            std::optional<KVOSrvBlockWriter> orphan;
+            std::optional<KVOSrvBlockWriter> left;
             int writerCode = 0;
-            bool const begun = told.Next() == 1;
-            if (begun) {
-                std::string const bytes = ReadFile(sent);
-                KVOSimBlockPlaces const places = KVOSimBlockPlaces::FromBytes(bytes.data(), bytes.size());
-                orphan.emplace(path.c_str(), places);
+            if (told.Next() == 1) {
+                std::string const sent = ReadFile(folder / "places");
+                KVOSimBlockPlaces const places = KVOSimBlockPlaces::FromBytes(sent.data(), sent.size());
+                left.emplace(path.c_str(), places);
                 ChildProcess writer([&] {
                     if (!dies)
                         KillAtChange(call, call % 2 != 0);
-                    WriteAllBlocks(path, places);
-                    return 0;
+                    return WriteBlocks(path, places, 0, 1, places.blocks.Size());
                 });
                 writerCode = writer.Wait();
                 written.Send(writerCode == 0 ? 1 : 2);
             }
-            int const committerCode = committer.Wait();
-            code = dies ? committerCode : writerCode;
+            code = dies ? committer.Wait() : (committer.Wait(), writerCode);
             EXPECT_THAT(code, testing::AnyOf(0, -SIGKILL));
-            ExpectState(sizes, code == 0 ? testing::Matcher<bool>(true) : dies ? testing::Matcher<bool>(testing::_) : false);
-            if (!orphan)
-                continue;
-            // Another session may use the space; the writer that is left must not.
             database.OpenFile(path.c_str(), false);
+            KVOSimContextID const id = database.ContextID();
+            bool const isKept = KVOSimContext(id).QueryDistributions().Size() > 1;
+            EXPECT_EQ(ReadAll(KVOSimDistributionID(id, 0)), Ramp(7));
+            EXPECT_TRUE(!isKept || ReadAll(KVOSimDistributionID(id, 1)) == Values({0, 0, 0, 0, 7, 5}, 7));
+            EXPECT_THAT(isKept, testing::AnyOf(code == 0, dies));
+            // Another session takes the same space: the writer that is left must not write there.
             Making next(database, {5, 7}, {2, 4}, 3.0);
-            next.Transfer().AllocateBlocks();
-            ExpectFailure("another state of the file", [&] { orphan->Write(0, 6, 0, 4, Values(7, 5, 7).data(), 7); });
+            next.transfer->AllocateBlocks();
+            if (left)
+                ExpectFailure("another state of the file", [&] { left->Write(0, 6, 0, 4, Ramp(35).data(), 7); });
             EXPECT_EQ(ReadAll(next.id), std::vector<double>(35, 3.0));
             database.Close();
-            if (HasFailure())
-                return;
+            ASSERT_FALSE(HasFailure());
         }
 }
 
 TEST_F(Blocks, AreRefusedWhereTheyWouldHarmOrGetLost)
 {
-    database.OpenFile(path.c_str(), false);
-    std::optional<Making> making(std::in_place, database, Sizes{5, 7}, Sizes{2, 4});
-    KVOSimTransfer transfer = making->Transfer();
-    auto const tell = [&] { transfer.BlockPlaces(); };
+    Create();
+    std::optional<Making> making(std::in_place, database, Sizes{500, 700}, Sizes{200, 400});
+    auto const tell = [&] { making->transfer->BlockPlaces(); };
     ExpectFailure("allocate the blocks first", tell);
-    KVOSimBlockPlaces const places = making->Places();
+    std::string const sent = making->Places();
+    KVOSimBlockPlaces places = KVOSimBlockPlaces::FromBytes(sent.data(), sent.size());
+    EXPECT_EQ(std::system(("test $(du -k '" + path + "' | cut -f1) -lt 500").c_str()), 0) << "zeros were written";
 
-    auto const open = [&](KVOSimBlockPlaces const& ofPlaces, std::string const& file) {
-        return [&, file] { KVOSrvBlockWriter(file.c_str(), ofPlaces); };
+    // The bytes on their way: cut, and changed in a size of the matrix and in members of the first block.
+    for (std::size_t const count : {std::size_t{0}, std::size_t{71}, std::size_t{72}, sent.size() - 1})
+        ExpectFailure("Cannot use places", [&] { KVOSimBlockPlaces::FromBytes(sent.data(), count); });
+    for (std::size_t const at : {67, 79, 80, 84, 92}) {
+        std::string changed = sent;
+        changed[at] = static_cast<char>(changed[at] ^ 0x81);
+        ExpectFailure("Cannot use places", [&] { KVOSimBlockPlaces::FromBytes(changed.data(), changed.size()); });
+    }
+
+    // Ranges; the disk and the locks of the file system; other files.
+    std::string const other = folder / "other.sim", copy = folder / "copy.sim";
+    KVOSimDatabase().CreateFile(other.c_str(), 0);
+    std::filesystem::copy_file(path, copy);
+    places.blocks = KVOSimArray<KVOSimBlockPlace>(places.blocks.begin() + 1, 1); // rows 400 to 699, columns 0 to 199
+    KVOSrvBlockWriter writer(path.c_str(), places);
+    std::vector<double> const values = Ramp(350000);
+    auto const write = [&](int r0, int r1, int c0, int c1, int lda = 700) {
+        return [&, r0, r1, c0, c1, lda] { writer.Write(r0, r1, c0, c1, values.data(), lda); };
     };
-
-    // The bytes on their way.
-    KVOSimArray<std::byte> sent = places.Bytes();
-    for (std::size_t const count : {0, 71, 72, static_cast<int>(sent.Size()) - 1})
-        ExpectFailure("Cannot use places", [&] { KVOSimBlockPlaces::FromBytes(sent.begin(), count); });
-    for (int const at : {24 + 32 + 11, 72 + 7, 72 + 8, 72 + 12, 72 + 20}) { // a size of the matrix, members of the first block
-        KVOSimArray<std::byte> changed = sent;
-        changed[at] ^= std::byte{0x81};
-        ExpectFailure("Cannot use places",
-                      [&] { KVOSimBlockPlaces::FromBytes(changed.begin(), static_cast<std::size_t>(changed.Size())); });
+    auto const open = [&](std::string const& file) { return [&, file] { KVOSrvBlockWriter(file.c_str(), places); }; };
+    auto const sync = [&] { writer.Sync(); };
+    for (auto const& [why, run, fault] :
+         {std::tuple<char const*, std::function<void()>, CallFault>{"was given no place of", write(399, 699, 0, 1), {}},
+          {"was given no place of", write(400, 699, 199, 200), {}},
+          {"outside of the matrix", write(400, 700, 0, 1), {}},
+          {"outside of the matrix", write(400, 600, 0, 500), {}},
+          {"outside of the matrix", write(500, 400, 0, 1), {}},
+          {"overlap", write(400, 699, 0, 1, 299), {}},
+          {"No space left", write(400, 699, 0, 1), {SystemCall::Write, 1, ENOSPC}},
+          {"Input/output error", sync, {SystemCall::Sync, 0, EIO}},
+          {"by a shared lock", open(path), {SystemCall::Lock, 0, ENOLCK}},
+          {"another file", open(other), {}},
+          {"no process has it open for writing", open(copy), {}}}) {
+        SetCallFault(fault);
+        ExpectFailure(why, run);
+        SetCallFault({});
     }
+    sync();
+    std::filesystem::rename(copy, path);
+    ExpectFailure("removed or replaced", sync);
 
-    // Ranges.
-    KVOSimBlockPlaces some = places;
-    some.blocks = KVOSimArray<KVOSimBlockPlace>(places.blocks.begin() + 1, 1);
-    KVOSrvBlockWriter writer(path.c_str(), some); // rows 4 to 6, columns 0 and 1
-    std::vector<double> const values = Values(7, 5, 7);
-    for (auto const& [r0, r1, c0, c1] : {std::array{3, 6, 0, 1}, std::array{4, 6, 1, 2}})
-        ExpectFailure("was given no place of",
-                      [&, r = std::array{r0, r1, c0, c1}] { writer.Write(r[0], r[1], r[2], r[3], values.data(), 7); });
-    for (auto const& range : {std::array{4, 7, 0, 1}, std::array{-1, 6, 0, 1}, std::array{5, 4, 0, 1}, std::array{4, 6, 0, 5}})
-        ExpectFailure("outside of the matrix", [&] { writer.Write(range[0], range[1], range[2], range[3], values.data(), 7); });
-    ExpectFailure("overlap", [&] { writer.Write(4, 6, 0, 1, values.data(), 2); });
-    EXPECT_EQ(ReadAll(making->id), std::vector<double>(35, 0.0));
-
-    // The disk, and the locks of the file system.
-    SetCallFault({SystemCall::Write, 1, ENOSPC});
-    try {
-        writer.Write(4, 6, 0, 1, values.data(), 7);
-        ADD_FAILURE() << "a full disk went unseen";
-    } catch (KVOSimException const& failure) {
-        EXPECT_EQ(failure.FailureKind(), KVOSimException::Kind::NoSpace);
-    }
-    SetCallFault({SystemCall::Sync, 0, EIO});
-    ExpectFailure("Input/output error", [&] { writer.Sync(); });
-    SetCallFault({SystemCall::Lock, 0, ENOLCK});
-    ExpectFailure("by a shared lock", open(places, path));
-    SetCallFault({});
-
-    // Other files: one of another origin, a copy, the file itself when something else has its name.
-    {
-        KVOSimDatabase other;
-        other.CreateFile((folder / "other.sim").c_str(), 0);
-        ExpectFailure("another file", open(places, folder / "other.sim"));
-    }
-    std::filesystem::copy_file(path, folder / "copy.sim");
-    ExpectFailure("no process has it open for writing", open(places, folder / "copy.sim"));
-    std::filesystem::rename(path, folder / "moved.sim");
-    ExpectFailure("No such file", open(places, path));
-    ExpectFailure("removed or replaced", [&] { writer.Sync(); });
-    std::filesystem::rename(folder / "copy.sim", path);
-    ExpectFailure("removed or replaced", [&] { writer.Sync(); });
-    std::filesystem::rename(folder / "moved.sim", path);
-    writer.Sync();
-    ExpectFailure("no regular file", open(places, "/dev/null"));
-
-    // Matrices whose blocks nobody else may write.
     making->transaction.Commit();
     ExpectFailure("a commit has kept", tell);
-    ExpectFailure("another state of the file", [&] { writer.Write(4, 6, 0, 1, values.data(), 7); });
-    making.emplace(database, Sizes{5, 7}, Sizes{2, 4});
-    KVOSimBlockPlaces const later = making->Places();
-    auto const bytes = std::filesystem::file_size(path);
-    std::filesystem::resize_file(path, later.blocks[5].offset);
-    ExpectFailure("cut short", open(later, path));
-    std::filesystem::resize_file(path, bytes);
+    ExpectFailure("another state of the file", write(400, 699, 0, 1));
     making.reset();
-    open(later, path)();
-    database.Close();
-    ExpectFailure("another state of the file", open(later, path));
-
     KVOSimDatabase scratch;
     scratch.SetScratch();
     scratch.CreateFile((folder / "scratch.sim").c_str(), 0);

@@ -112,30 +112,6 @@ TEST_F(SimFileJournal, LeavesOtherStatesOfItsFileAlone)
     EXPECT_GT(refusals, kills * 2 / 3);
 }
 
-// The first process dies when its commit is done and the journal still there, the second one at each call of its session.
-TEST_F(SimFileJournal, OfACommitThatIsDoneIsGoneBeforeTheFileChanges)
-{
-    std::string const base = ClosedDatabase(true);
-    auto const codeOfSession = [&](int call, int commit) {
-        ChildProcess child([&] {
-            KillAtChange(call);
-            workload::Commit(File::Open(path, false), commit, commit);
-            return 0;
-        });
-        return child.Wait();
-    };
-    std::string killed, left;
-    for (int call = 0; Put(base, ""), codeOfSession(call, 3) != 0; ++call) {
-        killed = ReadFile(path);
-        left = std::filesystem::exists(journal) ? ReadFile(journal) : "";
-    }
-    for (int call = 0, code = -1; code != 0; ++call) {
-        Put(killed, left);
-        code = codeOfSession(call, 4);
-        EXPECT_THAT(CommitsIn(path, false), code == 0 ? testing::Matcher<int>(4) : testing::AnyOf(3, 4)) << call;
-    }
-}
-
 TEST_F(SimFileJournal, LeavesAFileAloneThatIsShorter)
 {
     workload::MakeUnapplied(path, 2);

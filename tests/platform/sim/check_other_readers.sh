@@ -1,12 +1,10 @@
 #!/usr/bin/env bash
 # usage: check_other_readers.sh WRITER
-# Writes a database, and reads it back with the lines of docs/database-format.md, with h5py and with h5dump.
+# Writes a database, some of it with the lines of docs/database-format.md, and reads it back with those, with h5py and with h5dump.
 set -euo pipefail
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 file=$folder/model.sim
-"$1" "$file"
-
 python=
 for candidate in python3 /usr/bin/python3; do
     if "$candidate" -c 'import h5py, scipy.sparse' 2>/dev/null; then
@@ -19,7 +17,10 @@ if [ -z "$python" ]; then
     exit 1
 fi
 here=$(cd "$(dirname "$0")" && pwd)
-(cd "$folder" && "$python" "$here/read_sim_file.py" "$here/../../../docs/database-format.md")
+page=$here/../../../docs/database-format.md
+cd "$folder"
+"$1" "$file" places "'$python' '$here/read_sim_file.py' '$page' write"
+"$python" "$here/read_sim_file.py" "$page"
 
 dumped=$(h5dump -d /context_0/distribution_1_drawer_0 -w 0 "$file")
 for line in '(0,0): 7.5, 7.5, 7.5, 7.5,' '(1,0): 7.5, 7.5, -2, 7.5,' '(2,0): 7.5, 7.5, 7.5, 7.5'; do

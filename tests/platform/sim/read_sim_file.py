@@ -1,6 +1,7 @@
-"""Reads what write_sim_file wrote, in the working folder as model.sim: first the lines of a page do, then h5py alone.
+"""Reads what write_sim_file wrote, in the working folder as model.sim: first the lines of a page do, then h5py alone. Or writes blocks with
+the lines of the page that do.
 
-read_sim_file.py PATH/database-format.md
+read_sim_file.py PATH/database-format.md [write]
 """
 
 import re
@@ -11,8 +12,12 @@ import numpy as np
 
 page = open(sys.argv[1], encoding="utf-8").read()
 read = {}
+writes = sys.argv[2:] == ["write"]
 for lines in re.findall(r"^```python\n(.*?)^```", page, re.DOTALL | re.MULTILINE):
-    exec(lines, read)
+    if ("os.pwrite" in lines) == writes:
+        exec(lines, read)
+if writes:
+    sys.exit()
 
 expected = np.zeros((5, 3))
 expected[:4] = np.arange(1.0, 13.0).reshape(3, 4).T
@@ -45,6 +50,8 @@ with h5py.File("model.sim", "r") as file:
     target = np.full((1, 4), 123.0)
     partial.read_direct(target, np.s_[2:3, :])
     assert (target == 7.5).all()
+
+    assert (context["distribution_5_drawer_0"][...].T == np.arange(35.0).reshape(5, 7)).all()  # written by the page
 
     assert context["distribution_2_drawer_0"].chunks is None
     assert context["distribution_2_drawer_0"][...].tolist() == [1, 2, 3, 4]

@@ -1,4 +1,5 @@
-// Writes the database that read_sim_file.py reads: write_sim_file PATH
+// Writes the database that read_sim_file.py reads: write_sim_file PATH PLACES COMMAND. COMMAND writes the blocks whose places are in
+// PLACES.
 #include "SimClient.h"
 
 #include <cstdio>
@@ -8,7 +9,7 @@ using namespace SimClient;
 namespace
 {
 
-void Write(char const* path)
+void Write(char const* path, char const* placesPath, char const* command)
 {
     KVOSimDatabase database;
     database.CreateFile(path, 0);
@@ -32,6 +33,17 @@ void Write(char const* path)
     transaction.Commit();
     Extend(whole, 1, MakeSet(rows, {500}));
     transaction.Commit();
+
+    // 5: its blocks are written by another program.
+    KVOSimTransaction another(contextObject);
+    KVOSimTransfer transfer{KVOSimDistribution(
+        MakeMatrix(context, {Biggest(contextObject.CreateCollection(7)), Biggest(contextObject.CreateCollection(5))}, {3, 2}))};
+    transfer.SetWrite();
+    transfer.AllocateBlocks();
+    KVOSimArray<std::byte> const places = transfer.BlockPlaces().Bytes();
+    WriteFile(placesPath, {reinterpret_cast<char const*>(places.begin()), static_cast<std::size_t>(places.Size())});
+    if (std::system(command) == 0)
+        another.Commit();
     database.Close();
 }
 
@@ -40,9 +52,9 @@ void Write(char const* path)
 int main(int count, char** arguments)
 {
     try {
-        if (count != 2)
+        if (count != 4)
             return 2;
-        Write(arguments[1]);
+        Write(arguments[1], arguments[2], arguments[3]);
         return 0;
     } catch (KVOSimException const& failure) {
         std::fprintf(stderr, "%s\n", failure.AsString().c_str());
