@@ -287,6 +287,15 @@ std::vector<int> Context::StoredDistributions() const
     return indices;
 }
 
+KVOSimDistributionID Context::Find(std::string const& title, char const* doing)
+{
+    std::optional<Titled> const titled = OpenSession(doing).GetTitles().Find(title);
+    if (!titled || titled->context != m_index)
+        return {};
+    auto const found = m_distributions.find(titled->distribution);
+    return found != m_distributions.end() && found->second->GetLabel().title == title ? found->second->ID() : KVOSimDistributionID();
+}
+
 std::size_t Context::BytesForNames() const noexcept
 {
     constexpr std::size_t kBytesPerName = 256;

@@ -74,6 +74,8 @@ public:
     /// For a client: its drawers are closed when the last client lets go. @throws KVOSimException when there is none
     std::shared_ptr<Distribution> Borrow(KVOSimDistributionID const& id, char const* doing);
     std::vector<int> StoredDistributions() const;
+    /// The distribution of this context that has a title; null when there is none.
+    KVOSimDistributionID Find(std::string const& title, char const* doing);
     /// The distribution has something for the next commit or rollback.
     void Touch(Distribution& distribution);
     /// What HDF5 may need to find or make a drawer's name: it holds the names of a group in one piece, makes it twice as long when it is
@@ -101,6 +103,10 @@ private:
         std::size_t keptChanges;
         bool linkedNow;
     };
+    struct StagedLabel {
+        Distribution* distribution;
+        std::size_t keptChanges;
+    };
     struct Staged {
         CatalogueRows rows;
         std::vector<std::shared_ptr<std::vector<int> const>> numbers;
@@ -108,6 +114,9 @@ private:
         std::vector<MemberSet*> sets;
         std::vector<Distribution*> distributions;
         std::vector<StagedDrawer> drawers;
+        std::vector<StagedLabel> labels;
+        std::vector<Distribution*> labelsThatWait;
+        Owner owner = kNoOwner;
         std::vector<std::pair<Drawer*, PlacesSum>> places;
         std::int64_t numberCount = 0;
     };
@@ -126,6 +135,9 @@ private:
     void StageSet(MemberSet& set);
     void StageDistribution(Distribution& distribution);
     void StageDrawers(Distribution& distribution, Owner owner);
+    void StageLabel(Distribution& distribution, Owner owner, bool changesDrawers);
+    void WriteLabels();
+    void Describe() const;
     void AddPlaces();
     void PassToUsers(Owner owner);
     void DropOwnedBy(Owner owner);
@@ -134,6 +146,7 @@ private:
     std::shared_ptr<std::string const> m_path;
     int m_index;
     Hid m_group;
+    bool m_isNew = false; ///< the group was made since the last commit
     std::optional<CatalogueTables> m_tables;
     std::map<int, Collection> m_collections;
     void ForgetSetsNobodyHolds();

@@ -4,9 +4,13 @@
 
 #include "Crc32c.h"
 #include "Distribution.h"
+#include "Label.h"
 #include "Session.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
 
 namespace simdb
 {
@@ -23,8 +27,11 @@ void Context::Stage(Owner owner)
     for (auto const& distribution : m_pendingDistributions) {
         if (IsKept(distribution->fate, owner))
             StageDistribution(*distribution);
+        std::size_t const before = m_staged.drawers.size();
         StageDrawers(*distribution, owner);
+        StageLabel(*distribution, owner, m_staged.drawers.size() > before);
     }
+    m_staged.owner = owner;
 }
 
 void Context::StageCollection(int index)
@@ -94,6 +101,21 @@ void Context::StageDrawers(Distribution& distribution, Owner owner)
     }
 }
 
+// A label lies with the drawers in the file: without any it waits.
+void Context::StageLabel(Distribution& distribution, Owner owner, bool changesDrawers)
+{
+    std::size_t const kept = distribution.LabelChangesFor(owner);
+    if (!distribution.HasLabelToWrite(kept, changesDrawers))
+        return;
+    bool const hasDrawer =
+        !distribution.IsTemporary() &&
+        (changesDrawers || std::ranges::any_of(distribution.Drawers(), [](auto const& drawer) { return drawer && drawer->linked; }));
+    if (hasDrawer)
+        m_staged.labels.push_back({&distribution, kept});
+    else
+        m_staged.labelsThatWait.push_back(&distribution);
+}
+
 // The checksums of new drawers, and of those whose chunks have got other places.
 void Context::AddPlaces()
 {
@@ -118,9 +140,21 @@ void Context::AddPlaces()
     }
 }
 
+void Context::WriteLabels()
+{
+    auto const changesKept = [this](Drawer const& drawer) {
+        auto const staged = std::ranges::find(m_staged.drawers, &drawer, &StagedDrawer::drawer);
+        return staged != m_staged.drawers.end() ? staged->keptChanges : 0;
+    };
+    for (StagedLabel const& staged : m_staged.labels)
+        staged.distribution->WriteLabel(staged.keptChanges, changesKept);
+}
+
 void Context::Write()
 {
     OpenGroup(true);
+    if (m_isNew)
+        Describe();
     for (auto const& distribution : m_watched)
         distribution->WriteSums();
     AddPlaces();
@@ -130,12 +164,35 @@ void Context::Write()
             staged.distribution->Link(*staged.drawer);
             staged.linkedNow = true;
         }
+    WriteLabels();
+}
+
+// Who has made it, for those who look at the file.
+void Context::Describe() const
+{
+    char const* const wished = std::getenv("SOURCE_DATE_EPOCH"); // for files that are to come out the same
+    std::time_t const now = wished != nullptr ? static_cast<std::time_t>(std::strtoll(wished, nullptr, 10)) : std::time(nullptr);
+    std::tm parts{};
+    char text[32] = "";
+    if (gmtime_r(&now, &parts) == nullptr || std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts) == 0)
+        text[0] = '\0';
+    Hdf5Guard const guard;
+    if (text[0] != '\0')
+        WriteText(m_group, "created", text, Path());
+    if (*program_invocation_short_name != '\0')
+        WriteText(m_group, "program", program_invocation_short_name, Path());
+    WriteText(m_group, "version", KVO_VERSION, Path());
 }
 
 void Context::Accept() noexcept
 {
     if (m_tables)
         m_tables->Accept();
+    m_isNew = false;
+    for (StagedLabel const& staged : m_staged.labels)
+        staged.distribution->AcceptLabel(staged.keptChanges);
+    for (Distribution* const distribution : m_staged.labelsThatWait)
+        distribution->PassLabelOn(m_staged.owner);
     for (Collection* const collection : m_staged.collections)
         collection->fate = {kNoOwner, true, false};
     for (std::size_t i = 0; i < m_staged.sets.size(); ++i) {
@@ -174,6 +231,8 @@ void Context::Withdraw() noexcept
     for (StagedDrawer const& staged : m_staged.drawers)
         if (staged.linkedNow)
             staged.distribution->Unlink(*staged.drawer);
+    for (StagedLabel const& staged : m_staged.labels)
+        staged.distribution->WithdrawLabel();
     m_staged = {};
 }
 
@@ -220,6 +279,7 @@ void Context::DropOwnedBy(Owner owner)
         if (!isDropped(distribution->fate))
             return false;
         m_distributions.erase(distribution->ID().Index());
+        distribution->DropTitles();
         distribution->Detach();
         return true;
     });

@@ -34,6 +34,7 @@ void Context::OpenGroup(bool create)
     m_group = Hid(
         Checked(create ? H5Gcreate2(file, name.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT) : H5Gopen2(file, name.c_str(), H5P_DEFAULT),
                 kReading, Path()));
+    m_isNew = create;
     m_tables.emplace(m_session->GetFile(), m_group, m_session->HasChecksums());
 }
 

@@ -1,6 +1,7 @@
 #include "Distribution.h"
 
 #include "Context.h"
+#include "DrawerName.h"
 #include "FileAccess.h"
 #include "Hdf5.h"
 #include "KVOBasException.h"
@@ -9,8 +10,6 @@
 #include "ValueSums.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <new>
 
 namespace simdb
@@ -20,24 +19,6 @@ namespace
 {
 
 constexpr char const* kOpening = "Cannot open a drawer of the database";
-
-/// Its name in the file, without memory: a name is also taken back when that has run out.
-class DrawerName
-{
-public:
-    DrawerName(int distribution, int drawer) noexcept
-    {
-        std::snprintf(m_text.data(), m_text.size(), "distribution_%d_drawer_%d", distribution, drawer);
-        std::snprintf(m_textOfSums.data(), m_textOfSums.size(), "%s_checksums", m_text.data());
-    }
-    char const* c_str() const noexcept { return m_text.data(); }
-    /// Of the checksums of its values.
-    char const* OfSums() const noexcept { return m_textOfSums.data(); }
-
-private:
-    std::array<char, 48> m_text;
-    std::array<char, 64> m_textOfSums;
-};
 
 // Enumerations and references lie in the file as the integers they are.
 int StoredKey(int typeKey) noexcept
@@ -408,11 +389,13 @@ void Distribution::RollBack(Owner owner) noexcept
     }
     while (!m_drawers.empty() && m_drawers.back() == nullptr)
         m_drawers.pop_back();
+    RollBackLabel(owner);
 }
 
 bool Distribution::HasOpenWork() const noexcept
 {
-    return IsTemporary() || !fate.stored || // a temporary one may always hold on to what a transaction made
+    return IsTemporary() || !fate.stored || !m_labelChanges.empty() ||
+           m_isRelabelled || // a temporary one may always hold on to what a transaction made
            std::any_of(m_drawers.begin(), m_drawers.end(),
                        [](auto const& drawer) { return drawer != nullptr && (!drawer->fate.stored || !drawer->changes.empty()); });
 }

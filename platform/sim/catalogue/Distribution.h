@@ -5,9 +5,11 @@
 #include "DenseDrawer.h"
 #include "KVOSimArray.h"
 #include "KVOSimIdentifiers.h"
+#include "Label.h"
 #include "SparseDrawer.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,6 +23,12 @@ struct Change {
     Owner owner;
     int dim;
     std::shared_ptr<MemberSet> before;
+};
+
+/// What a maker says of a matrix was changed in a transaction that is still open.
+struct LabelChange {
+    Owner owner;
+    Label label;
 };
 
 struct Drawer {
@@ -96,6 +104,24 @@ public:
     /// Stores the checksums of values that have changed; AcceptSums() when the commit has kept them.
     void WriteSums();
     void AcceptSums() noexcept;
+    /// As it was last set. @throws KVOSimException when the file cannot be read
+    Label const& GetLabel();
+    /// For the next commit; a title that others have gets a number.
+    void SetLabel(Label label);
+    /// How many of the changes of the label a commit for `owner` keeps.
+    std::size_t LabelChangesFor(Owner owner) const noexcept;
+    /// Whether a commit that keeps so many of them, and changes drawers, has to write the label.
+    bool HasLabelToWrite(std::size_t kept, bool changesDrawers);
+    /// Writes it to the drawers that have a name. @param changesKept  of a drawer by the commit
+    void WriteLabel(std::size_t kept, std::function<std::size_t(Drawer const&)> const& changesKept);
+    void AcceptLabel(std::size_t kept) noexcept;
+    /// The commit that wrote it has failed.
+    void WithdrawLabel() noexcept;
+    /// What a commit for `owner` had no drawer for waits for the next one.
+    void PassLabelOn(Owner owner) noexcept;
+    /// Nobody asks for its titles any more.
+    void DropTitles() noexcept;
+
     /// Takes the open changes of `owner` back and drops its drawers. What others built upon stays, and becomes theirs.
     void RollBack(Owner owner) noexcept;
     bool HasOpenWork() const noexcept;
@@ -107,6 +133,10 @@ public:
     bool isWatched = false; ///< likewise
 
 private:
+    Label const& KeptLabel();
+    std::string Target() const; ///< of the link
+    void DropTitle(std::string const& title) noexcept;
+    void RollBackLabel(Owner owner) noexcept;
     void PassCacheSize() noexcept;
     void CheckPlaces(Drawer& drawer, std::optional<PlacesSum> const& found) const;
     void FitToSets(Drawer& drawer, DenseDrawer& dense) const;
@@ -121,6 +151,10 @@ private:
     std::vector<Dimension> m_grid;
     KVOSimArray<KVOSimCollectionID> m_collections;
     std::vector<std::unique_ptr<Drawer>> m_drawers;
+    std::optional<Label> m_label;            ///< as the last commit has kept it; none: not read yet
+    std::vector<LabelChange> m_labelChanges; ///< oldest first
+    std::string m_link;                      ///< the name in the root group that HDF5 holds
+    bool m_isRelabelled = false;             ///< HDF5 holds a label that no commit has kept
     std::weak_ptr<Distribution> m_borrowed;
     std::uint64_t m_cacheGrant = 0; ///< 0: the default, which is not counted
 };

@@ -4,6 +4,7 @@
 #include "Crc32c.h"
 #include "FileAccess.h"
 #include "Hdf5.h"
+#include "Label.h"
 #include "ProcessMutex.h"
 #include "SimJournal.h"
 
@@ -73,33 +74,6 @@ Hid FormatType(char const* doing, std::string const& path)
     return type;
 }
 
-void WriteAttribute(hid_t object, char const* name, hid_t type, void const* value, std::string const& path)
-{
-    Hid attribute;
-    if (H5Aexists(object, name) > 0) {
-        attribute = Hid(H5Aopen(object, name, H5P_DEFAULT));
-    } else {
-        Hid const space(H5Screate(H5S_SCALAR));
-        attribute = Hid(H5Acreate2(object, name, type, space, H5P_DEFAULT, H5P_DEFAULT));
-    }
-    if (!attribute.IsValid() || H5Awrite(attribute, type, value) < 0)
-        ThrowHdf5(kCommitting, path);
-}
-
-// False when there is no scalar attribute of that name and kind.
-bool ReadAttribute(hid_t object, char const* name, hid_t type, void* value)
-{
-    if (H5Aexists(object, name) <= 0)
-        return false;
-    Hid const attribute(H5Aopen(object, name, H5P_DEFAULT));
-    if (!attribute.IsValid())
-        return false;
-    Hid const fileType(H5Aget_type(attribute));
-    Hid const space(H5Aget_space(attribute));
-    return fileType.IsValid() && space.IsValid() && H5Tget_class(fileType) == H5Tget_class(type) &&
-           H5Sget_simple_extent_type(space) == H5S_SCALAR && H5Aread(attribute, type, value) >= 0;
-}
-
 // Of what the mark keeps for life: a program that writes the file anew, as h5repack, gives everything another place and leaves no mark.
 std::uint32_t IdentityOf(File const& file)
 {
@@ -112,7 +86,8 @@ std::uint32_t IdentityOf(File const& file)
 } // namespace
 
 Session::Session(std::shared_ptr<File> file, std::string const& path)
-    : m_serial(NextSerial()), m_path(path), m_file(std::move(file)), m_access(std::make_shared<FileAccess>(m_file)), m_version(kVersion)
+    : m_serial(NextSerial()), m_path(path), m_file(std::move(file)), m_access(std::make_shared<FileAccess>(m_file)), m_titles(*m_file),
+      m_version(kVersion)
 {
 }
 

@@ -3,6 +3,7 @@
 #include "Catalogue.h"
 #include "KVOSimIdentifiers.h"
 #include "SimFile.h"
+#include "Titles.h"
 
 #include <cstdint>
 #include <memory>
@@ -35,6 +36,7 @@ public:
     std::shared_ptr<File> const& GetFile() const noexcept { return m_file; }
     /// The way to the bytes of values, for all drawers of the file.
     std::shared_ptr<FileAccess> const& GetAccess() const noexcept { return m_access; }
+    Titles& GetTitles() noexcept { return m_titles; }
     bool IsOpen() const noexcept { return m_file != nullptr; }
     std::string const& Path() const noexcept { return m_path; }
     bool IsScratch() const noexcept { return m_file->IsScratch(); }
@@ -76,6 +78,7 @@ private:
     std::string m_path;
     std::shared_ptr<File> m_file;
     std::shared_ptr<FileAccess> m_access; ///< gone before the file is closed
+    Titles m_titles;
     std::int32_t m_version;
     std::uint32_t m_identity = 0;
     std::vector<std::shared_ptr<Context>> m_contexts;

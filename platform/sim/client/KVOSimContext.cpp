@@ -58,3 +58,8 @@ KVOSimArray<KVOSimDistributionID> KVOSimContext::QueryDistributions() const
         distributions.Append(KVOSimDistributionID(m_context->ID(), index));
     return distributions;
 }
+
+KVOSimDistributionID KVOSimContext::Find(char const* title) const
+{
+    return m_context->Find(title != nullptr ? title : "", "Cannot find a matrix by its title");
+}

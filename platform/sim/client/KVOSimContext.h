@@ -62,6 +62,9 @@ public:
     /// The stored distributions, in the order in which they were made.
     KVOSimArray<KVOSimDistributionID> QueryDistributions() const;
 
+    /// The distribution that has this title, in the file or since; null when there is none.
+    KVOSimDistributionID Find(char const* title) const;
+
 private:
     friend class KVOSimPosition;
     friend class KVOSimTransaction;

@@ -12,6 +12,7 @@ namespace
 {
 
 constexpr char const* kOpening = "Cannot open a distribution";
+constexpr char const* kAskingForTitle = "Cannot read the title of a matrix of the database";
 constexpr char const* kQuerying = "Cannot describe the drawers of a distribution";
 
 simdb::Distribution& Checked(std::shared_ptr<simdb::Distribution> const& distribution, char const* doing)
@@ -66,6 +67,27 @@ KVOSimDistributionID KVOSimDistribution::ID() const
 int KVOSimDistribution::Type() const
 {
     return Checked(m_distribution, "Cannot ask for the type of a distribution").Type();
+}
+
+void KVOSimDistribution::SetTitle(char const* title, char const* unit, char const* description)
+{
+    auto const text = [](char const* given) { return std::string(given != nullptr ? given : ""); };
+    Checked(m_distribution, "Cannot give a title to a matrix of the database").SetLabel({text(title), text(unit), text(description)});
+}
+
+char const* KVOSimDistribution::Title() const
+{
+    return Checked(m_distribution, kAskingForTitle).GetLabel().title.c_str();
+}
+
+char const* KVOSimDistribution::Unit() const
+{
+    return Checked(m_distribution, kAskingForTitle).GetLabel().unit.c_str();
+}
+
+char const* KVOSimDistribution::Description() const
+{
+    return Checked(m_distribution, kAskingForTitle).GetLabel().description.c_str();
 }
 
 int KVOSimDistribution::NumDimensions() const

@@ -64,6 +64,23 @@ public:
     /// The number that CreateTypedDistribution was given; -1 without.
     int Type() const;
 
+    /// Says what the values are, for people and other programs: attributes of the drawers in the file, and a title is a
+    /// name in the file's root group too, so that h5py finds the matrix as file["stiffness"]. Kept by the next commit
+    /// of the transaction at hand, with the first drawer. Texts are UTF-8 and copied; null counts as empty, which is
+    /// none.
+    /// @param title        by which KVOSimContext::Find() finds it; without '/', not ".", not beginning with "context_",
+    ///                     at most 255 bytes. One that another matrix of the database has gets " (2)", " (3)", ...
+    /// @param unit         of the values, as "N/m" @param description  in words. At most 16384 bytes each
+    /// @throws KVOSimException when a text is not so or the database is open for reading; nothing is changed then
+    void SetTitle(char const* title, char const* unit = nullptr, char const* description = nullptr);
+    /// As it was set, with its number; "" for none. Valid until it is set again or the last object of the distribution
+    /// goes.
+    char const* Title() const;
+    /// Alike.
+    char const* Unit() const;
+    /// Alike.
+    char const* Description() const;
+
     /// Number of dimensions: of collections in the grid.
     int NumDimensions() const;
     /// The collection of each dimension, with its colour.
