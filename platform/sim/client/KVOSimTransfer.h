@@ -17,6 +17,7 @@ namespace simdb
 class DenseDrawer;
 struct DenseView;
 struct Drawer;
+class SparseDrawer;
 } // namespace simdb
 
 /// Makes, reads and writes the drawers of a distribution: set a view, check it, give buffers, execute.
@@ -70,7 +71,7 @@ public:
     /// are members of the drawer's set. A set of the base collection serves a dimension of a colour variant.
     void SetDim(int dim, KVOSimCSetID const& set);
     /// The view covers the positions first to last, inclusive, 0-based, of the drawer's dimension `dim` over
-    /// `collection`.
+    /// `collection`. A sparse drawer is written whole; of its rows, dimension 0, some can be read, see ExecRead().
     void SetDimOrdinalRange(int dim, KVOSimCollectionID const& collection, int first, int last);
     /// The drawer will grow along `dim` by the members of `set`, which follow those it has.
     void SetDimExtension(int dim, KVOSimCSetID const& set);
@@ -102,7 +103,10 @@ public:
     void SetBuffer(int slot, void* memory, std::size_t bytes);
     /// For writing only.
     void SetBuffer(int slot, void const* memory, std::size_t bytes);
-    /// Reads the view into the buffers.
+    /// Reads the view into the buffers. Of a range of rows of a sparse drawer those slots are read that have a buffer: the row
+    /// starts as they are stored, one more than rows, so that the first need not be 0; and from the first start to the
+    /// last the entries. Row starts alone come first, therefore, who wants to know how many entries these are. Checksums
+    /// are of whole arrays, so that such a view is refused with SetVerify().
     void ExecRead();
     /// Makes the new drawer first where that was asked for; a sparse one comes into being in no other way.
     void ExecWrite();
@@ -149,7 +153,8 @@ private:
     simdb::Drawer& ViewedDrawer(char const* doing) const;
     simdb::DenseDrawer& BlocksOf(simdb::Drawer& drawer, char const* doing) const;
     simdb::DenseView ViewOf(simdb::Drawer const& drawer, char const* doing) const;
-    void CheckSparseView(simdb::Drawer const& drawer, char const* doing) const;
+    bool IsWholeSparseView(simdb::Drawer const& drawer, bool forReading, char const* doing) const;
+    void ReadSparseRows(simdb::SparseDrawer& sparse);
     template<class Values, class Find>
     Values* FindInPlace(char const* doing, Find const& find) const;
     void* BufferOf(int slot, std::int64_t bytes, bool forReading, char const* doing) const;

@@ -11,6 +11,7 @@
 #include "Session.h"
 #include "ValueSums.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -117,12 +118,29 @@ void KVOSimTransfer::ExecRead()
                      {m_verify, m_callsAlone});
         return;
     }
-    CheckSparseView(drawer, kReading);
+    bool const isWhole = IsWholeSparseView(drawer, true, kReading);
     simdb::SparseDrawer& sparse = m_distribution->Sparse(drawer);
+    bool const hasAll = std::all_of(m_buffers.begin(), m_buffers.begin() + sparse.Slots(), [](Buffer const& b) { return b.isSet; });
+    if (!isWhole || (m_dims[0].set.IsNull() && !hasAll && !m_verify))
+        return ReadSparseRows(sparse);
     simdb::SparseDrawer::Buffers values{};
     for (int slot = 0; slot < sparse.Slots(); ++slot)
         values[static_cast<std::size_t>(slot)] = BufferOf(slot, SlotBytes(sparse.Shape(), slot), true, kReading);
     sparse.Read(values, m_verify);
+}
+
+void KVOSimTransfer::ReadSparseRows(simdb::SparseDrawer& sparse)
+{
+    auto const starts = sparse.RowStarts(m_dims[0].first, m_dims[0].last);
+    // As a drawer of these rows alone would have them.
+    simdb::SparseShape part = sparse.Shape();
+    part.rows = m_dims[0].last - m_dims[0].first + 1;
+    part.nonzeros = starts.back() - starts.front();
+    simdb::SparseDrawer::Buffers values{};
+    for (int slot = 0; slot < sparse.Slots(); ++slot)
+        if (m_buffers[static_cast<std::size_t>(slot)].isSet)
+            values[static_cast<std::size_t>(slot)] = BufferOf(slot, SlotBytes(part, slot), true, kReading);
+    sparse.ReadRows(m_dims[0].first, starts, values);
 }
 
 void KVOSimTransfer::ExecWrite()
@@ -151,7 +169,7 @@ void KVOSimTransfer::ExecWrite()
                       {false, m_callsAlone});
         return;
     }
-    CheckSparseView(drawer, kWriting);
+    IsWholeSparseView(drawer, false, kWriting);
     simdb::SparseDrawer& sparse = m_distribution->Sparse(drawer);
     simdb::SparseDrawer::ConstBuffers values{};
     for (int slot = 0; slot < sparse.Slots(); ++slot)

@@ -4,6 +4,7 @@
 #include "KVOSimTypeKey.h"
 #include "ValueSums.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -45,25 +46,37 @@ hid_t SlotType(SparseShape const& shape, int slot) noexcept
     return slot == 0 || slot == 3 ? ValueType(shape.typeKey) : H5T_STD_I32LE;
 }
 
-// One pass without branches over each array: it runs at the speed of reading them.
-bool AreRows(SparseShape const& shape, std::int32_t const* rowStart, std::int32_t const* columns) noexcept
+// One pass without branches over each array: it runs at the speed of reading them. Also of some rows, whose first entry need not be number
+// 0.
+bool AreRowStarts(SparseShape const& shape, std::int32_t const* rowStart, std::int64_t rows) noexcept
 {
-    bool held = rowStart[0] == 0 && rowStart[shape.rows] == shape.nonzeros;
-    for (std::int64_t row = 0; row < shape.rows; ++row)
+    bool held = rowStart[0] >= 0 && rowStart[rows] <= shape.nonzeros;
+    for (std::int64_t row = 0; row < rows; ++row)
         held &= rowStart[row] <= rowStart[row + 1];
+    return held;
+}
+
+bool AreColumns(SparseShape const& shape, std::int32_t const* columns, std::int64_t count) noexcept
+{
     std::uint32_t largest = 0;
-    for (std::int64_t k = 0; k < shape.nonzeros; ++k)
+    for (std::int64_t k = 0; k < count; ++k)
         largest = largest < static_cast<std::uint32_t>(columns[k]) ? static_cast<std::uint32_t>(columns[k]) : largest;
-    return held && (shape.nonzeros == 0 || largest < shape.columns); // a negative index is a large unsigned one
+    return count == 0 || largest < shape.columns; // a negative index is a large unsigned one
+}
+
+[[noreturn]] void RefuseRows(KVOSimException::Kind kind, char const* doing, std::string const& path)
+{
+    ThrowReason(kind, doing, path,
+                "its row starts must rise from 0 to the number of values, and its column indices lie from 0 to the number of columns - 1");
 }
 
 void RequireRows(KVOSimException::Kind kind, SparseShape const& shape, void const* rowStart, void const* columns, char const* doing,
                  std::string const& path)
 {
-    if (!AreRows(shape, static_cast<std::int32_t const*>(rowStart), static_cast<std::int32_t const*>(columns)))
-        ThrowReason(
-            kind, doing, path,
-            "its row starts must rise from 0 to the number of values, and its column indices lie from 0 to the number of columns - 1");
+    auto const* const starts = static_cast<std::int32_t const*>(rowStart);
+    if (!AreRowStarts(shape, starts, shape.rows) || starts[0] != 0 || starts[shape.rows] != shape.nonzeros ||
+        !AreColumns(shape, static_cast<std::int32_t const*>(columns), shape.nonzeros))
+        RefuseRows(kind, doing, path);
 }
 
 } // namespace
@@ -185,6 +198,43 @@ void SparseDrawer::Read(Buffers const& values, bool verify)
     if (verify && m_sums.IsValid())
         Verify({values[0], values[1], values[2], values[3]});
     RequireRows(KVOSimException::Kind::Damaged, m_shape, values[2], values[1], kReading, m_file->Path());
+}
+
+void SparseDrawer::ReadPart(int slot, std::int64_t first, std::int64_t count, void* values)
+{
+    if (count == 0)
+        return;
+    Hid const file(Checked(H5Dget_space(m_datasets[static_cast<std::size_t>(slot)]), kReading, m_file->Path()));
+    hsize_t const offset = static_cast<hsize_t>(first), extent = static_cast<hsize_t>(count);
+    Checked(H5Sselect_hyperslab(file, H5S_SELECT_SET, &offset, nullptr, &extent, nullptr), kReading, m_file->Path());
+    Hid const memory(Checked(H5Screate_simple(1, &extent, nullptr), kReading, m_file->Path()));
+    if (H5Dread(m_datasets[static_cast<std::size_t>(slot)], SlotType(m_shape, slot), memory, file, H5P_DEFAULT, values) < 0)
+        ThrowHdf5(kReading, m_file->Path());
+}
+
+std::vector<std::int32_t> SparseDrawer::RowStarts(std::int64_t first, std::int64_t last)
+{
+    Hdf5Guard const guard;
+    std::vector<std::int32_t> starts(static_cast<std::size_t>(last - first + 2));
+    ReadPart(2, first, static_cast<std::int64_t>(starts.size()), starts.data());
+    if (!AreRowStarts(m_shape, starts.data(), last - first + 1))
+        RefuseRows(KVOSimException::Kind::Damaged, kReading, m_file->Path());
+    return starts;
+}
+
+void SparseDrawer::ReadRows(std::int64_t first, std::vector<std::int32_t> const& starts, Buffers const& values)
+{
+    Hdf5Guard const guard;
+    std::int64_t const rows = static_cast<std::int64_t>(starts.size()) - 1, entries = starts.back() - starts.front();
+    for (int const slot : {0, 1})
+        if (void* const memory = values[static_cast<std::size_t>(slot)]; memory != nullptr)
+            ReadPart(slot, starts.front(), entries, memory);
+    if (values[1] != nullptr && !AreColumns(m_shape, static_cast<std::int32_t const*>(values[1]), entries))
+        RefuseRows(KVOSimException::Kind::Damaged, kReading, m_file->Path());
+    if (values[2] != nullptr)
+        std::copy(starts.begin(), starts.end(), static_cast<std::int32_t*>(values[2]));
+    if (values[3] != nullptr && Slots() == kSlots)
+        ReadPart(3, first, rows, values[3]);
 }
 
 void SparseDrawer::Write(ConstBuffers const& values)

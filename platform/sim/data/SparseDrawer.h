@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace simdb
 {
@@ -60,12 +61,17 @@ public:
     /// @param verify  they must fit their checksums, where there are some
     void Read(Buffers const& values, bool verify = false);
     bool HasSums() const noexcept { return m_sums.IsValid(); }
+    /// Where the entries of rows first to last lie among all: last - first + 2 row starts, checked.
+    std::vector<std::int32_t> RowStarts(std::int64_t first, std::int64_t last);
+    /// The part of the slots that rows first to last have, those with memory only. @param starts  their RowStarts()
+    void ReadRows(std::int64_t first, std::vector<std::int32_t> const& starts, Buffers const& values);
     void Write(ConstBuffers const& values);
 
 private:
     SparseDrawer(std::shared_ptr<File> file, SparseShape const& shape) noexcept : m_file(std::move(file)), m_shape(shape) {}
     using Sums = std::array<std::uint32_t, kSlots>;
     void OpenSums(std::string const& path);
+    void ReadPart(int slot, std::int64_t first, std::int64_t count, void* values);
     void WriteSlots(ConstBuffers const& values);
     void WriteSums(Sums const& sums);
     Sums SumsOf(ConstBuffers const& values) const noexcept;

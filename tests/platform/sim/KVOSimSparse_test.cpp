@@ -60,6 +60,38 @@ TEST_F(Sparse, ComesBackAsItWasStoredOrOverwritten)
     }
 }
 
+TEST_F(Sparse, RowsAreReadByThemselves)
+{
+    for (Rows const& matrix : {kMatrix, kSymmetric})
+        for (auto const& [first, last] : std::vector<std::pair<int, int>>{{0, 0}, {1, 1}, {1, 2}, {2, 2}, {0, 2}}) {
+            SCOPED_TRACE(testing::PrintToString(matrix.values) + std::to_string(first) + std::to_string(last));
+            KVOSimDistributionID const id = Store(matrix);
+            KVOSimTransfer transfer = Window(id, {{first, last}});
+            std::vector<int> starts(static_cast<std::size_t>(last - first) + 2);
+            transfer.SetBuffer(2, starts.data(), starts.size() * sizeof(int));
+            transfer.ExecRead();
+            EXPECT_EQ(starts, std::vector<int>(matrix.rowStart.begin() + first, matrix.rowStart.begin() + last + 2));
+
+            auto const entries = static_cast<std::size_t>(starts.back() - starts.front());
+            Rows part{std::vector<double>(entries), std::vector<int>(entries), starts,
+                      std::vector<double>(matrix.diagonal.empty() ? 0 : starts.size() - 1)};
+            Rows::SetBuffers(transfer, part);
+            transfer.ExecRead();
+            EXPECT_TRUE(std::equal(part.values.begin(), part.values.end(), matrix.values.begin() + starts[0]));
+            EXPECT_TRUE(std::equal(part.columnIndices.begin(), part.columnIndices.end(), matrix.columnIndices.begin() + starts[0]));
+            EXPECT_TRUE(
+                std::equal(part.diagonal.begin(), part.diagonal.end(), matrix.diagonal.begin() + (matrix.diagonal.empty() ? 0 : first)));
+            if (last - first < 2) {
+                transfer.SetVerify();
+                ExpectFailure("transferred whole", [&] { transfer.ExecRead(); });
+            }
+        }
+    KVOSimTransfer columns = Window(Store(kMatrix), {{0, 2}, {0, 1}}), written = Window(Store(kMatrix), {{0, 1}});
+    ExpectFailure("transferred whole", [&] { columns.ExecRead(); });
+    ExpectFailure("transferred whole", [&] { written.ExecWrite(); });
+    ExpectFailure("transferred whole", [&] { Window(Store(kMatrix), {{0, 3}}).ExecRead(); });
+}
+
 TEST_F(Sparse, RefusesWrongSizesAndIndices)
 {
     KVOSimDistributionID const id = MakeDistribution(context, {sets[0].CollectionID(), sets[1].CollectionID()});
