@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <initializer_list>
 #include <map>
 #include <mutex>
 #include <pthread.h>
@@ -21,7 +22,8 @@ namespace
 {
 
 std::atomic<bool> g_interrupted{false};
-sigset_t g_signals; // that are requests to end
+bool g_tells = true; // that the process was interrupted
+sigset_t g_signals;  // that are requests to end
 
 // Blocked in every thread, for the watching one to fetch: a handler would be replaced by that of METIS, which orders the unknowns and takes
 // SIGTERM for a failure of its own. What is ignored, by nohup or in a script's background job, stays so.
@@ -64,16 +66,19 @@ void Watch()
     std::scoped_lock const lock(registry.mutex); // kept: nothing is registered or renamed after this
     for (auto const& [path, last] : registry.folders)
         RemoveFolder(path, last);
-    constexpr char kText[] = "\nkvomtx: interrupted\n";
-    std::size_t const first = isatty(STDERR_FILENO) ? 0 : 1; // there a bar may stand on the line
-    [[maybe_unused]] auto const written = write(STDERR_FILENO, kText + first, sizeof kText - 1 - first);
+    if (g_tells) {
+        char const* const front = isatty(STDERR_FILENO) ? "\n" : ""; // there a bar may stand on the line
+        for (char const* const text : std::initializer_list<char const*>{front, program_invocation_short_name, ": interrupted\n"})
+            [[maybe_unused]] auto const written = write(STDERR_FILENO, text, std::strlen(text));
+    }
     std::_Exit(static_cast<int>(ExitCode::kInterrupted));
 }
 
 } // namespace
 
-void WatchSignals()
+void WatchSignals(bool tells)
 {
+    g_tells = tells;
     for (int const signal : {SIGXFSZ, SIGPIPE})
         std::signal(signal, SIG_IGN);
     try {

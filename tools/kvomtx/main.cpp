@@ -1,26 +1,18 @@
 // The program: its commands, and how what goes wrong becomes one line and an exit code.
 
-#include "CommandLine.h"
+#include "Commands.h"
 #include "Errors.h"
+#include "Failures.h"
 #include "Interrupt.h"
-#include "PrivateFolder.h"
 #include "ProviderMemory.h"
 
 #include "KVOMtxLinearAlgebra.h"
-#include "KVOSimException.h"
-#include "KVOSrvMtxExceptions.h"
 #include "KVOSrvParallel.h"
 #include "ParallelThreads.h"
 
-#include <cctype>
-#include <cerrno>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <fcntl.h>
-#include <new>
-#include <string>
 #include <string_view>
 #include <unistd.h>
 
@@ -37,23 +29,9 @@ constexpr char kFooter[] =
     "\nExit codes: 0 done, 1 the data cannot give what was asked for, 2 wrong command line, 3 an input cannot be read,\n"
     "4 an output cannot be written, 130 interrupted. kvomtx COMMAND --help shows each command with an example.";
 
-// What a file or its name has put into the text may neither break the line nor command the terminal.
-// Allocates nothing: it is what is left to do when the memory is exhausted.
 int Report(ExitCode code, std::string_view text) noexcept
 {
-    static char s_line[8192] = "kvomtx: ";
-    std::size_t length = std::strlen("kvomtx: ");
-    for (char const c : text.substr(0, sizeof s_line - length - 1))
-        s_line[length++] = c == '\n' ? ' ' : std::iscntrl(static_cast<unsigned char>(c)) != 0 ? '?' : c;
-    s_line[length++] = '\n';
-    std::fwrite(s_line, 1, length, stderr);
-    return static_cast<int>(code);
-}
-
-int ReportNoMemory() noexcept
-{
-    return Report(ExitCode::kCannot,
-                  "the memory does not suffice for this; take a machine with more memory, a smaller matrix or, of modes, fewer");
+    return WriteFailure("kvomtx: ", code, text);
 }
 
 // What no handler sees: failures before main() and in other threads.
@@ -64,12 +42,8 @@ int ReportNoMemory() noexcept
         if (std::current_exception())
             throw;
         Report(ExitCode::kCannot, "ended by an internal failure");
-    } catch (std::bad_alloc const&) {
-        code = ReportNoMemory();
-    } catch (std::exception const& error) {
-        Report(ExitCode::kCannot, error.what());
     } catch (...) {
-        Report(ExitCode::kCannot, "ended by an unknown failure");
+        code = TellFailure(Report);
     }
     std::_Exit(code);
 }
@@ -81,47 +55,6 @@ __attribute__((no_sanitize("address"))) void HandleUnhandled()
 
 // Called before any library is initialised: their own first allocations may fail.
 __attribute__((section(".preinit_array"), used)) void (*g_atLoad)() = HandleUnhandled;
-
-char const* AdviceOnInput(KVOSimException::Kind kind)
-{
-    using enum KVOSimException::Kind;
-    switch (kind) {
-    case NotFound:
-    case Foreign:
-        return "; check the name";
-    case Denied:
-        return "; check its permissions";
-    case InUse:
-        return "; wait for the other program";
-    case Damaged:
-    case Hdf5:
-        return "; make it again";
-    default:
-        return "";
-    }
-}
-
-int ReportDatabase(KVOSimException const& error)
-{
-    std::string text = error.UserReport().c_str();
-    if (text.ends_with('.'))
-        text.pop_back();
-    if (error.FailureKind() == KVOSimException::Kind::NoMemory)
-        return ReportNoMemory();
-    if (*error.Path() != '\0' && !PrivateFolder::IsOurs(error.Path()))
-        return Report(ExitCode::kUnreadable, text + AdviceOnInput(error.FailureKind()));
-    return Report(ExitCode::kUnwritable, text + "; make room or write elsewhere"); // what is left are outputs and scratch files
-}
-
-// Results that nobody gets are no results. A write that failed before leaves nothing to flush, only its mark.
-void RequirePrinted()
-{
-    errno = 0;
-    if (std::fflush(stdout) == 0 && !std::ferror(stdout))
-        return;
-    throw ToolError(ExitCode::kUnwritable, std::string("the standard output cannot be written") +
-                                               (errno != 0 ? std::string(": ") + std::strerror(errno) : "") + "; send it elsewhere");
-}
 
 void RunWithLibrary(Command const& command)
 {
@@ -136,28 +69,6 @@ void RunWithLibrary(Command const& command)
     RequirePrinted();
 }
 
-template<class Work>
-int Guarded(Work const& work)
-{
-    try {
-        return work();
-    } catch (ToolError const& error) {
-        return Report(error.Code(), error.what());
-    } catch (Interrupted const&) {
-        return Report(ExitCode::kInterrupted, "interrupted");
-    } catch (KVOSimException const& error) {
-        return ReportDatabase(error);
-    } catch (KVOSrvMtxOpenFileException const& error) {
-        return Report(ExitCode::kUnreadable, error.UserReport().c_str());
-    } catch (KVOBasException const& error) {
-        return Report(ExitCode::kCannot, error.UserReport().c_str());
-    } catch (std::bad_alloc const&) {
-        return ReportNoMemory();
-    } catch (std::exception const& error) {
-        return Report(ExitCode::kCannot, error.what());
-    }
-}
-
 // A file that is opened later must not become a standard stream that the caller has closed: what is printed would go into it.
 void OccupyStandardStreams()
 {
@@ -169,7 +80,7 @@ void OccupyStandardStreams()
 int Main(int argc, char** argv)
 {
     WatchSignals();
-    Command const command = ParseCommandLine(argc, argv, kDescription, kFooter, [](CLI::App& app, Command& chosen) {
+    Command const command = ParseCommandLine(argc, argv, "kvomtx", kDescription, kFooter, [](CLI::App& app, Command& chosen) {
         AddModesCommand(app, chosen);
         AddBrickCommand(app, chosen);
         AddInfoCommand(app, chosen);
@@ -188,5 +99,9 @@ int main(int argc, char** argv)
 {
     OccupyStandardStreams();
     FitProviderThreads(argv);
-    return Guarded([&] { return Main(argc, argv); });
+    try {
+        return Main(argc, argv);
+    } catch (...) {
+        return TellFailure(Report);
+    }
 }

@@ -1,6 +1,6 @@
 // kvomtx make-brick.
 
-#include "CommandLine.h"
+#include "Commands.h"
 
 #include "BrickModel.h"
 #include "Errors.h"

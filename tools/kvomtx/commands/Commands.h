@@ -1,14 +1,6 @@
 #pragma once
 
-#include <functional>
-
-namespace CLI
-{
-class App;
-}
-
-/// What the command line asked for, to be run when all of it is understood.
-using Command = std::function<void()>;
+#include "CommandLine.h"
 
 /// Each adds a subcommand that leaves its work in `chosen`.
 void AddModesCommand(CLI::App& app, Command& chosen);

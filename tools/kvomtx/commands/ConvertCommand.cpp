@@ -1,6 +1,6 @@
 // kvomtx convert.
 
-#include "CommandLine.h"
+#include "Commands.h"
 
 #include "Errors.h"
 #include "MatrixReader.h"

@@ -1,6 +1,6 @@
 // kvomtx db.
 
-#include "CommandLine.h"
+#include "Commands.h"
 
 #include "Database.h"
 #include "Errors.h"

@@ -1,6 +1,6 @@
 // kvomtx info.
 
-#include "CommandLine.h"
+#include "Commands.h"
 
 #include "MatrixFacts.h"
 #include "MatrixName.h"

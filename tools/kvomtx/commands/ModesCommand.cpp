@@ -1,6 +1,6 @@
 // kvomtx modes.
 
-#include "CommandLine.h"
+#include "Commands.h"
 
 #include "ConvergencePicture.h"
 #include "Database.h"
@@ -31,10 +31,10 @@
 #include <cmath>
 #include <filesystem>
 #include <memory>
-#include <numbers>
 #include <optional>
 #include <string_view>
 #include <system_error>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -237,28 +237,6 @@ std::unique_ptr<KVOSrvModes> Compute(KVOSrvSparseMatrix const& stiffness, KVOSrv
     }
 }
 
-void RequireAgreement(ModesReport const& report)
-{
-    double const difference = report.reference->LargestDifference(report.frequencies);
-    if (difference <= ReferenceFrequencies::kTolerance)
-        return;
-    char text[32];
-    std::snprintf(text, sizeof text, "%.1e", difference);
-    throw ToolError(ExitCode::kCannot, report.reference->Path() + ": the frequencies differ by up to " + text +
-                                           " relatively; see whether it belongs to this model");
-}
-
-// From frequencies to eigenvalues.
-void SetRange(Options const& options, KVOSrvModesSettings& settings)
-{
-    double const unit = options.inRadians ? 1.0 : 2.0 * std::numbers::pi;
-    double const from = options.range[0] * unit, to = options.range[1] * unit;
-    if (!(from >= 0.0) || !(from < to) || !std::isfinite(to * to))
-        throw ToolError(ExitCode::kUsage, "--range needs two frequencies, the lower one first");
-    settings.from = from * from;
-    settings.to = to * to;
-}
-
 void RequireOneKindOfDirections(Options const& options)
 {
     if (options.unknownsOfNode > 0 && !options.coordinates.empty())
@@ -308,7 +286,7 @@ void RunModes(Options const& options)
     settings.certify = !options.isNotCounted;
     settings.memory = BytesOf(options.memory);
     if (!options.range.empty())
-        SetRange(options, settings);
+        std::tie(settings.from, settings.to) = EigenvaluesOf(options.range, options.inRadians);
     std::string const& kept = options.resume.empty() ? options.keep : options.resume;
     settings.keep = kept.empty() ? nullptr : kept.c_str();
     settings.resume = !options.resume.empty();
@@ -336,8 +314,10 @@ void RunModes(Options const& options)
                              options.picture,
                              stiffness->NumberOfRows(),
                              elapsed.count(),
-                             *found,
-                             FrequenciesOf(*found, options.inRadians),
+                             {found->Eigenvalues(), found->Eigenvalues() + found->Count()},
+                             {found->Residuals(), found->Residuals() + found->Count()},
+                             found->Account(),
+                             FrequenciesOf({found->Eigenvalues(), found->Eigenvalues() + found->Count()}, options.inRadians),
                              options.inRadians,
                              options.showsAccount,
                              std::move(reference),
@@ -346,8 +326,7 @@ void RunModes(Options const& options)
         PrintJson(report);
     else
         PrintTable(report);
-    if (report.reference)
-        RequireAgreement(report);
+    RequireAgreement(report);
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 // kvomtx gemm and kvomtx sparse-times-dense.
 
-#include "CommandLine.h"
+#include "Commands.h"
 
 #include "DenseOperand.h"
 #include "Errors.h"

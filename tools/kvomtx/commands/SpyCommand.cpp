@@ -1,6 +1,6 @@
 // kvomtx spy.
 
-#include "CommandLine.h"
+#include "Commands.h"
 
 #include "Canvas.h"
 #include "Errors.h"

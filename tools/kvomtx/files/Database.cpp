@@ -91,6 +91,13 @@ void OutputDatabase::Finish()
     m_database.Close();
 }
 
+void OutputDatabase::Resume()
+{
+    m_database.OpenFile(DRXUnicodeString(m_file.TemporaryPath().c_str()), false);
+    m_context = std::make_unique<KVOSimContext>(m_database.ContextID());
+    m_transaction = std::make_unique<KVOSimTransaction>(*m_context);
+}
+
 void OutputDatabase::Commit()
 {
     if (m_transaction)

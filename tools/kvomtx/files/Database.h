@@ -49,6 +49,7 @@ public:
     explicit OutputDatabase(std::string const& path);
 
     std::string const& Path() const noexcept { return m_file.Path(); }
+    std::string const& TemporaryPath() const noexcept { return m_file.TemporaryPath(); }
     KVOSimContext& Context() noexcept { return *m_context; }
 
     /// The set of all members of a new collection.
@@ -61,6 +62,9 @@ public:
     /// Completes the database under its temporary name; nothing in it can be used any more. Commit() does so where it was not done.
     /// @throws KVOSimException
     void Finish();
+    /// After Finish(): opens it again under its temporary name, to add to it. Identifiers are to be asked for anew.
+    /// @throws KVOSimException
+    void Resume();
     /// @throws ToolError kUnwritable, KVOSimException, Interrupted, see OutputFile::Commit()
     void Commit();
 

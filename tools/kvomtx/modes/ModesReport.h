@@ -2,11 +2,12 @@
 
 #include "ParticipationReport.h"
 
+#include "KVOSrvModes.h"
+
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
-
-class KVOSrvModes;
 
 /// Frequencies to compare with, lowest first.
 class ReferenceFrequencies
@@ -40,15 +41,25 @@ struct ModesReport {
     std::string picture; ///< empty: none
     int unknowns = 0;
     double seconds = 0.0;
-    KVOSrvModes const& modes;
+    std::vector<double> eigenvalues; ///< ascending
+    std::vector<double> residuals;   ///< of each
+    KVOSrvModesAccount account;
     std::vector<double> frequencies; ///< sqrt(lambda) / (2 pi), or sqrt(lambda); 0 where lambda is not positive: a rigid body mode
     bool inRadians = false;          ///< the frequencies are circular, in radians
     bool showsAccount = false;       ///< the table ends with what was done
     std::optional<ReferenceFrequencies> reference;
     std::optional<ParticipationReport> participation;
+    int ranks = 0;                        ///< processes that shared the search; 0: it was that of the library
+    std::string ordering = "METIS";       ///< of the unknowns
+    std::string method = "block Lanczos"; ///< of the search
 };
 
-std::vector<double> FrequenciesOf(KVOSrvModes const& modes, bool inRadians);
+std::vector<double> FrequenciesOf(std::vector<double> const& eigenvalues, bool inRadians);
+/// The eigenvalues that belong to the ends of a range of frequencies.
+/// @throws ToolError kUsage when these are no range
+std::pair<double, double> EigenvaluesOf(std::vector<double> const& range, bool inRadians);
+/// @throws ToolError kCannot where the frequencies differ from the reference, if there is one
+void RequireAgreement(ModesReport const& report);
 
 void PrintTable(ModesReport const& report);
 void PrintJson(ModesReport const& report);

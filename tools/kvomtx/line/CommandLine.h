@@ -1,11 +1,18 @@
 #pragma once
 
-#include "Commands.h"
-
 #include <array>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
+
+namespace CLI
+{
+class App;
+}
+
+/// What the command line asked for, to be run when all of it is understood.
+using Command = std::function<void()>;
 
 /// What the commands need of the parser, whose templates are instantiated in CommandLine.cpp alone: each file of commands that did so
 /// would take ten times as long to compile as its own lines need.
@@ -43,7 +50,8 @@ void AddFlag(CLI::App& command, std::string const& name, bool& value, std::strin
 void SetWork(CLI::App& command, Command& chosen, Command work);
 
 /// What the command line asks for, which may be to print the help or the version.
+/// @param program  its name, for the texts
 /// @param addCommands  called once with the parser and the place where the commands leave their work
 /// @throws ToolError kUsage  a wrong command line
-Command ParseCommandLine(int argc, char const* const* argv, char const* description, char const* footer,
+Command ParseCommandLine(int argc, char const* const* argv, std::string const& program, char const* description, char const* footer,
                          void (*addCommands)(CLI::App& app, Command& chosen));

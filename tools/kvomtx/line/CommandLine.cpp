@@ -117,13 +117,13 @@ void SetWork(CLI::App& command, Command& chosen, Command work)
     command.callback([&chosen, work = std::move(work)] { chosen = work; });
 }
 
-Command ParseCommandLine(int argc, char const* const* argv, char const* description, char const* footer,
+Command ParseCommandLine(int argc, char const* const* argv, std::string const& program, char const* description, char const* footer,
                          void (*addCommands)(CLI::App& app, Command& chosen))
 {
     Command chosen;
-    auto const app = std::make_shared<CLI::App>(description, "kvomtx");
+    auto const app = std::make_shared<CLI::App>(description, program);
     app->footer(footer);
-    app->set_version_flag("--version", "kvomtx " KVO_VERSION);
+    app->set_version_flag("--version", program + " " KVO_VERSION);
     app->require_subcommand(1);
     AddThreads(*app);
     addCommands(*app, chosen);
@@ -132,7 +132,8 @@ Command ParseCommandLine(int argc, char const* const* argv, char const* descript
     } catch (CLI::ParseError const& error) {
         if (error.get_exit_code() == 0) // help and version
             return [app, error] { app->exit(error); };
-        throw ToolError(ExitCode::kUsage, Explain(*app, error, argv + 1) + "; kvomtx --help, or --help after the command, shows how");
+        throw ToolError(ExitCode::kUsage,
+                        Explain(*app, error, argv + 1) + "; " + program + " --help, or --help after the command, shows how");
     }
     return chosen;
 }
