@@ -9,6 +9,9 @@ endif()
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL runtime modes development tools)
+if(KVO_BUILD_MPI)
+    list(APPEND CPACK_COMPONENTS_ALL mpi)
+endif()
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # the first line of each description below is that package's own
@@ -30,6 +33,7 @@ set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_COMPONENT_MODES_DEPENDS runtime)
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime modes)
 set(CPACK_COMPONENT_TOOLS_DEPENDS runtime modes)
+set(CPACK_COMPONENT_MPI_DEPENDS runtime modes)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libkvomtxlinearalgebra${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
@@ -73,8 +77,21 @@ Computes the lowest natural frequencies and mode shapes of a stiffness and
 mass pair out of core, makes brick models, looks at, converts, draws and
 multiplies matrices in files and simulation databases.")
 
+set(CPACK_DEBIAN_MPI_PACKAGE_NAME kvomtx-mpi)
+set(CPACK_DEBIAN_MPI_PACKAGE_SECTION science)
+set(CPACK_DEBIAN_MPI_PACKAGE_RECOMMENDS openmpi-bin)
+set(CPACK_DEBIAN_MPI_DESCRIPTION "Natural frequencies of finite-element models on many processes
+Computes the lowest natural frequencies and mode shapes of a stiffness and
+mass pair, and products of stored matrices, on the ranks of mpirun, by
+SLEPc, MUMPS and ScaLAPACK.
+.
+Debian's PETSc, which it links, has parts under the GPL: this package is for
+use under their terms, and no other one needs it.")
+
 # What only Debian wants, so left out of a plain installation: the changes, and the notices of what was compiled in.
+# kvo_add_package_documents(COMPONENT [TERMS TEXT] [COMPILED_IN PACKAGE...])
 function(kvo_add_package_documents component)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "TERMS" "COMPILED_IN")
     string(TOUPPER ${component} upper)
     set(package ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
     set(folder ${PROJECT_BINARY_DIR}/package-documents/${component})
@@ -83,8 +100,8 @@ function(kvo_add_package_documents component)
     configure_file(${CMAKE_CURRENT_FUNCTION_LIST_DIR}/packages/changelog.Debian.in ${folder}/changelog.Debian @ONLY)
     kvo_add_gzipped_file(${component}_debian_changelog ${folder}/changelog.Debian ${folder}/changelog.Debian.gz)
 
-    set(copyright "Copyright: the KVOMtxLinearAlgebra developers. Its source states no licence.\n")
-    foreach(compiled_in IN LISTS ARGN)
+    set(copyright "Copyright: the KVOMtxLinearAlgebra developers. Its source states no licence.\n${arg_TERMS}")
+    foreach(compiled_in IN LISTS arg_COMPILED_IN)
         if(EXISTS /usr/share/doc/${compiled_in}/copyright)
             file(READ /usr/share/doc/${compiled_in}/copyright notice)
             string(APPEND copyright "\nParts of Debian's package ${compiled_in} are compiled in. Its own notice:\n\n${notice}")
@@ -96,11 +113,21 @@ function(kvo_add_package_documents component)
         DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${package} COMPONENT ${component} EXCLUDE_FROM_ALL)
 endfunction()
 kvo_add_gzipped_file(project_changelog ${PROJECT_SOURCE_DIR}/CHANGELOG.md ${PROJECT_BINARY_DIR}/changelog.gz)
-kvo_add_package_documents(runtime libblis-serial-dev)
-kvo_add_package_documents(modes libmumps-seq-dev libscotch-dev)
+kvo_add_package_documents(runtime COMPILED_IN libblis-serial-dev)
+kvo_add_package_documents(modes COMPILED_IN libmumps-seq-dev libscotch-dev)
 kvo_add_package_documents(development)
-kvo_add_package_documents(tools libcli11-dev nlohmann-json3-dev)
+kvo_add_package_documents(tools COMPILED_IN libcli11-dev nlohmann-json3-dev)
 add_custom_target(package_contents DEPENDS KVOMtxLinearAlgebra KVOMtxModes kvomtx kvomtx_manual project_changelog
     runtime_debian_changelog modes_debian_changelog development_debian_changelog tools_debian_changelog)
+if(KVO_BUILD_MPI)
+    kvo_add_package_documents(mpi COMPILED_IN libcli11-dev nlohmann-json3-dev TERMS "
+The program links Debian's build of PETSc (libpetsc-real), which links libraries
+under the GNU General Public License, such as FFTW and parts of SuiteSparse. The
+program as a whole is therefore for use under the terms of that license, version 3
+(/usr/share/common-licenses/GPL-3). No other package of this project links any of
+it or depends on this one.
+")
+    add_dependencies(package_contents kvomtx-mpi mpi_debian_changelog)
+endif()
 
 include(CPack)

@@ -2,6 +2,7 @@
 # Makes the Debian packages of the release build and checks them. usage: scripts/build-packages.sh (they go to build/packages)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+export KVO_BUILD_MPI=ON # kvomtx-mpi has a package, too
 scripts/install-packages.sh
 
 cmake --preset release

@@ -1,13 +1,16 @@
 #!/usr/bin/env bash
-# Installs what scripts/packages.txt names and the machine lacks. Needs root or sudo only when something is missing.
+# Installs what scripts/packages.txt names and the machine lacks, with KVO_BUILD_MPI=ON also what scripts/packages-mpi.txt names. Needs root or
+# sudo only when something is missing.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 
+lists=("$here/packages.txt")
+[ "${KVO_BUILD_MPI:-}" != ON ] || lists+=("$here/packages-mpi.txt")
 missing=()
 while read -r package; do
     case $package in '' | '#'*) continue ;; esac
     [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
-done <"$here/packages.txt"
+done < <(cat "${lists[@]}")
 [ ${#missing[@]} -gt 0 ] || exit 0
 
 sudo=

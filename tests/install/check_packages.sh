@@ -24,19 +24,22 @@ version=$(dpkg-deb -f "$packages"/kvomtx_*.deb Version)
 major=${version%%.*} library_version=${version%-*}
 runtime=libkvomtxlinearalgebra$major modes=libkvomtxmodes$major development=libkvomtxlinearalgebra-dev tools=kvomtx
 lib=usr/lib
-names=$(for deb in "$packages"/*.deb; do dpkg-deb -f "$deb" Package; done)
-[ "$names" = "$(printf '%s\n' "$tools" "$development" "$runtime" "$modes" | sort)" ] || fail "other packages than the four: $names"
+mpi=
+! [ -e "$build/tools/mpi/kvomtx-mpi" ] || mpi=kvomtx-mpi # it is an option
+names=$(for deb in "$packages"/*.deb; do dpkg-deb -f "$deb" Package; done | sort)
+[ "$names" = "$(printf '%s\n' $tools $mpi $development $runtime $modes | sort)" ] || fail "other packages than these: $names"
 
 # What each package holds and nothing else may be in it.
 libraries="$lib/libKVO(MtxLinearAlgebra|Platform)\.so"
 modes_library="$lib/libKVOMtxModes\.so"
-for package in $runtime $modes $development $tools; do
+for package in $runtime $modes $development $tools $mpi; do
     dpkg-deb -x "$packages/${package}"_*.deb "$work/$package"
     dpkg-deb -x "$packages/${package}"_*.deb "$work/root"
     case $package in
     "$runtime") own="$libraries\.$major(\.[0-9.]+)?" ;;
     "$modes") own="$modes_library\.$major(\.[0-9.]+)?" ;;
     "$development") own="$libraries|$modes_library|usr/include/KVOMtxLinearAlgebra/[A-Za-z0-9_]+\.(h|f90)|$lib/(cmake/KVOMtxLinearAlgebra/.*\.cmake|pkgconfig/KVOMtx(LinearAlgebra|Modes)\.pc)" ;;
+    kvomtx-mpi) own="usr/bin/kvomtx-mpi" ;;
     "$tools") own="usr/bin/kvomtx|usr/share/man/man1/kvomtx\.1\.gz" ;;
     esac
     strange=$(cd "$work/$package" && find . ! -type d -printf '%P\n' | grep -vxE "$own|usr/share/doc/$package/(copyright|changelog(\.Debian)?\.gz)" || true)
@@ -61,9 +64,14 @@ expect "$(needs $runtime)" '(^|, )liblapack3 \| liblapack\.so\.3(,|$)' "$runtime
 expect "$(needs $runtime)" '(^|, )libhdf5-[0-9]' "$runtime"
 expect "$(needs $modes)" '(^|, )libmetis[0-9]' "$modes"
 ! grep -E 'mumps|scotch|openmpi|cholmod' <<<"$(needs $modes; needs $tools)" || fail "what is linked in is asked for, or a factorization that is gone"
-for package in $modes $development $tools; do
+for package in $modes $development $tools $mpi; do
     expect "$(needs $package)" "(^|, )$runtime \(= ${version//./\\.}\)(,|\$)" "$package"
 done
+if [ -n "$mpi" ]; then
+    expect "$(needs $mpi)" '(^|, )libpetsc-real[0-9]' "$mpi"
+    grep -q 'common-licenses/GPL-3' "$work/root/usr/share/doc/$mpi/copyright" || fail "$mpi does not say on which terms it may be used"
+    ! grep -q "$mpi" <<<"$(needs $runtime; needs $modes; needs $development; needs $tools)" || fail "a package depends on $mpi"
+fi
 all=$(needs $runtime; needs $modes; needs $development; needs $tools)
 ! grep -E 'openblas|blis|atlas|mkl' <<<"$all" || fail "a package is bound to one BLAS: $all"
 

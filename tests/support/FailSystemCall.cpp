@@ -1,5 +1,6 @@
 // Stands in front of the C library's functions, in a program or preloaded: FileCalls.h says what for. Preloaded, the variable
-// KVO_FAIL_CALL, "1 20 FILE", lets call 20 (from 0) of kind 1 fail and makes FILE when it has.
+// KVO_FAIL_CALL, "1 20 FILE", lets call 20 (from 0) of kind 1 fail and makes FILE when it has; "1 20 FILE kill" kills the process there.
+// With KVO_FAIL_NAME only files count that have this in their names.
 
 #include "FileCalls.h"
 
@@ -10,6 +11,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <initializer_list>
 #include <sys/file.h>
@@ -27,14 +29,27 @@ constinit std::atomic<int> s_kind{-1}, s_error{0};
 constinit std::atomic<std::int64_t> s_calls{0}, s_first{-1}, s_times{0};
 constinit std::atomic<bool> s_torn{false};
 char s_report[4096];
+char const* s_name = nullptr; // in the files that count; null: all do
 
 constexpr int kNoDescriptor = STDERR_FILENO + 1;
+
+bool Counts(int descriptor) noexcept
+{
+    if (s_name == nullptr)
+        return true;
+    char link[64], path[4096];
+    std::snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
+    ssize_t const length = readlink(link, path, sizeof path - 1);
+    path[length < 0 ? 0 : length] = '\0';
+    return std::strstr(path, s_name) != nullptr;
+}
 
 // 0, or the error of a call that must not be made. half() does the part of it that a torn one does.
 template<class Half>
 int FaultOf(std::initializer_list<SystemCall> kinds, int descriptor, Half const& half) noexcept
 {
-    if (descriptor <= STDERR_FILENO || std::find(kinds.begin(), kinds.end(), static_cast<SystemCall>(s_kind.load())) == kinds.end())
+    if (descriptor <= STDERR_FILENO || std::find(kinds.begin(), kinds.end(), static_cast<SystemCall>(s_kind.load())) == kinds.end() ||
+        !Counts(descriptor))
         return 0;
     std::int64_t const call = s_calls.fetch_add(1), first = s_first;
     if (first < 0 || call < first || call >= first + s_times)
@@ -75,9 +90,13 @@ __attribute__((constructor)) void ArmByEnvironment()
 {
     int kind = -1;
     long long successes = -1;
+    char end[8] = "";
     char const* const wish = std::getenv("KVO_FAIL_CALL");
-    if (wish != nullptr && std::sscanf(wish, "%d %lld %4095s", &kind, &successes, s_report) == 3)
-        SetCallFault({static_cast<SystemCall>(kind), successes, static_cast<SystemCall>(kind) == SystemCall::Write ? ENOSPC : EIO});
+    s_name = std::getenv("KVO_FAIL_NAME");
+    if (wish == nullptr || std::sscanf(wish, "%d %lld %4095s %7s", &kind, &successes, s_report, end) < 3)
+        return;
+    int const error = static_cast<SystemCall>(kind) == SystemCall::Write ? ENOSPC : EIO;
+    SetCallFault({static_cast<SystemCall>(kind), successes, std::strcmp(end, "kill") == 0 ? 0 : error});
 }
 
 } // namespace

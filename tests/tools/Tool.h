@@ -34,12 +34,17 @@ public:
     /// What the started process does in the folder before it becomes the program, for instance to limit itself.
     std::function<void()> inChild = [] {};
 
+    /// What is started, with its first arguments.
+    std::vector<std::string> program{KVOMTX_PROGRAM};
+
     /// Starts the program and returns its process.
     /// @param fileLimit  bytes that a file may grow to; 0: any
     /// @param output     its standard output; -1: what Wait() returns
     pid_t Start(std::vector<std::string> const& arguments, rlim_t fileLimit = 0, int output = -1) const
     {
-        std::vector<char*> words{const_cast<char*>(KVOMTX_PROGRAM)};
+        std::vector<char*> words;
+        for (std::string const& word : program)
+            words.push_back(const_cast<char*>(word.c_str()));
         for (std::string const& argument : arguments)
             words.push_back(const_cast<char*>(argument.c_str()));
         words.push_back(nullptr);
