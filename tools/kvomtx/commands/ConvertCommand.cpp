@@ -65,7 +65,7 @@ void RunConvert(Options const& options)
         dofs = ReadNodes(options.nodes);
     MatrixWriter writer(output, dofs ? &*dofs : nullptr, options.checksums);
     auto const matrix = ReadMatrix(input);
-    writer.Prepare(*matrix);
+    writer.Prepare(*matrix, &input);
     writer.Commit();
     std::printf("%s: %d x %d, %s\n", output.path.c_str(), matrix->NumberOfRows(), matrix->NumberOfColumns(),
                 DescribeFormat(output.format).c_str());

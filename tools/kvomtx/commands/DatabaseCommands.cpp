@@ -30,7 +30,9 @@ constexpr char kListFooter[] =
     "\nEXAMPLE\n"
     "  kvomtx db ls orecar.sim\n\n"
     "One line a stored matrix: the number that stands behind the colon in FILE.sim:ID (with the context in front of it,\n"
-    "as in FILE.sim:1.4, where that is not the first one), its size, its storage, and what it is where kvomtx has made it.";
+    "as in FILE.sim:1.4, where that is not the first one), its size, its storage, and what it is: the title that its maker gave it, or "
+    "what kvomtx\n"
+    "knows of its own; the unit of its values, and below it where it came from.";
 constexpr char kExportFooter[] = "\nEXAMPLE\n"
                                  "  kvomtx db export orecar.sim 3 eigenvalues.mtx\n\n"
                                  "A sparse matrix is written in any format that convert writes, a dense one as a Matrix Market array\n"
@@ -51,6 +53,8 @@ struct Stored {
     std::vector<int> sizes;
     std::vector<int> chunks;
     std::int64_t values = 0;
+    int type = -1;
+    std::string title, unit, description;
 };
 
 std::string KindOf(KVOSimDrawer const& drawer)
@@ -65,7 +69,11 @@ Stored Describe(KVOSimDistributionID const& id, KVOSimContextID const& firstCont
     distribution.QueryDrawers(drawers);
     Stored stored;
     stored.id = (id.ContextID() == firstContext ? "" : std::to_string(id.ContextID().Index()) + ".") + std::to_string(id.Index());
-    stored.content = DescribeType(distribution.Type());
+    stored.type = distribution.Type();
+    stored.content = DescribeType(stored.type);
+    stored.title = distribution.Title();
+    stored.unit = distribution.Unit();
+    stored.description = distribution.Description();
     if (drawers.IsEmpty()) {
         stored.kind = "empty";
         return stored;
@@ -92,13 +100,25 @@ std::string Times(std::vector<int> const& sizes)
     return text;
 }
 
+// What it is: by its title, and by its type where that says more.
+std::string Named(Stored const& stored)
+{
+    std::string text = stored.title.empty() ? stored.content : stored.title;
+    if (!stored.title.empty() && !stored.content.empty() && stored.title != stored.content)
+        text += " (" + stored.content + ")";
+    return stored.unit.empty() ? text : text + " [" + stored.unit + "]";
+}
+
 void PrintList(std::vector<Stored> const& list, bool json)
 {
     if (!json) {
         std::printf("%-6s %-20s %-18s %-14s %-14s %s\n", "ID", "size", "storage", "stored values", "chunks", "content");
-        for (Stored const& stored : list)
+        for (Stored const& stored : list) {
             std::printf("%-6s %-20s %-18s %-14lld %-14s %s\n", stored.id.c_str(), Times(stored.sizes).c_str(), stored.kind.c_str(),
-                        static_cast<long long>(stored.values), Times(stored.chunks).c_str(), stored.content.c_str());
+                        static_cast<long long>(stored.values), Times(stored.chunks).c_str(), Named(stored).c_str());
+            if (!stored.description.empty())
+                std::printf("%-6s %s\n", "", stored.description.c_str());
+        }
         return;
     }
     nlohmann::ordered_json array = nlohmann::ordered_json::array();
@@ -108,7 +128,11 @@ void PrintList(std::vector<Stored> const& list, bool json)
                          {"storage", stored.kind},
                          {"stored_values", stored.values},
                          {"chunks", stored.chunks},
-                         {"content", stored.content}});
+                         {"content", stored.content},
+                         {"type", stored.type},
+                         {"title", stored.title},
+                         {"unit", stored.unit},
+                         {"description", stored.description}});
     nlohmann::ordered_json object;
     object["matrices"] = array;
     std::printf("%s\n", object.dump(4).c_str());

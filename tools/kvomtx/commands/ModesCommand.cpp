@@ -13,6 +13,7 @@
 #include "Progress.h"
 #include "ProviderMemory.h"
 #include "ScratchFolder.h"
+#include "Source.h"
 #include "Symmetry.h"
 #include "Validators.h"
 
@@ -111,7 +112,8 @@ std::unique_ptr<KVOSrvSparseMatrix> TakeMatrix(MatrixName const& name, OutputDat
         throw ToolError(ExitCode::kCannot, name.text + ": is of order " + std::to_string(order) + " and the stiffness of order " +
                                                std::to_string(KVOSimCSet(unknowns).Size()) +
                                                "; give the stiffness and the mass of one model");
-    database.StoreSparse(*matrix, type, unknowns, unknowns, checksums);
+    OutputDatabase::Describe(database.StoreSparse(*matrix, type, unknowns, unknowns, checksums), DescribeType(type), "",
+                             "from " + DescribeSource(name));
     return matrix;
 }
 
@@ -123,10 +125,14 @@ void StoreModes(KVOSrvModes const& found, OutputDatabase& database, KVOSimCSetID
         return; // of a range that holds none
     KVOSimCSetID const numbers = database.MakeSet(count);
     KVOSimPosition position(database.Context());
-    KVOSrvDenseMatrix modes(KVOSrvUtilities::Create2DDistribution(position, kModesType, unknowns, numbers,
-                                                                  std::min(kChunkRows, found.Modes().NumberOfRows()), count, checksums));
-    modes.CopyValues(&found.Modes());
-    KVOSrvDenseMatrix eigenvalues(KVOSrvUtilities::Create1DDistribution(position, kEigenvaluesType, numbers, -1));
+    KVOSimDistributionID const modesID = KVOSrvUtilities::Create2DDistribution(
+        position, kModesType, unknowns, numbers, std::min(kChunkRows, found.Modes().NumberOfRows()), count, checksums);
+    OutputDatabase::Describe(modesID, DescribeType(kModesType), "",
+                             "mode shapes of stiffness and mass, a column each; generalized masses are 1");
+    KVOSrvDenseMatrix(modesID).CopyValues(&found.Modes());
+    KVOSimDistributionID const eigenvaluesID = KVOSrvUtilities::Create1DDistribution(position, kEigenvaluesType, numbers, -1);
+    OutputDatabase::Describe(eigenvaluesID, DescribeType(kEigenvaluesType), "(rad/s)^2", "of the modes, ascending");
+    KVOSrvDenseMatrix eigenvalues(eigenvaluesID);
     KVOSrvMatrix values(count, 1, nullptr, false, false);
     std::copy_n(found.Eigenvalues(), count, values.Values());
     eigenvalues.SetColumns(0, 0, values);
@@ -174,8 +180,10 @@ void StoreParticipation(KVOSrvModesParticipation const& values, OutputDatabase& 
     KVOSimPosition position(database.Context());
     int const modes = values.NumberOfModes(), directions = values.NumberOfDirections();
     KVOSimCSetID const rows = database.MakeSet(modes), columns = database.MakeSet(directions);
-    KVOSrvDenseMatrix factors(
-        KVOSrvUtilities::Create2DDistribution(position, kParticipationType, rows, columns, modes, directions, checksums));
+    KVOSimDistributionID const id =
+        KVOSrvUtilities::Create2DDistribution(position, kParticipationType, rows, columns, modes, directions, checksums);
+    OutputDatabase::Describe(id, DescribeType(kParticipationType), "", "of the modes, a row each, in the directions, a column each");
+    KVOSrvDenseMatrix factors(id);
     factors.SetColumns(0, directions - 1, values.Factors());
 }
 

@@ -11,6 +11,7 @@
 #include "Progress.h"
 #include "ProviderMemory.h"
 #include "ScratchFolder.h"
+#include "Source.h"
 #include "Validators.h"
 
 #include "KVOSrvSparseMatrix.h"
@@ -120,6 +121,12 @@ void CheckOutputs(Options const& options)
     RequireSeparateFiles({options.output}, {pathOf(options.left), pathOf(options.right)});
 }
 
+std::string DescribeProduct(Options const& options)
+{
+    auto const source = [&](std::string const& operand) { return DescribeSource(ParseMatrixName(operand, options.format, true)); };
+    return source(options.left) + (options.transpose ? ", transposed," : "") + " times " + source(options.right);
+}
+
 void RunSparseTimesDense(Options const& options)
 {
     CheckOutputs(options);
@@ -132,7 +139,7 @@ void RunSparseTimesDense(Options const& options)
     Rate rate{options.transpose ? sparse->NumberOfColumns() : sparse->NumberOfRows(), dense.Matrix().NumberOfColumns()};
     if (rate.rows == 0)
         throw ToolError(ExitCode::kCannot, options.left + ": has no rows; there is nothing to multiply");
-    auto const product = MakeProduct(database, rate.rows, rate.columns, options.checksums);
+    auto const product = MakeProduct(database, rate.rows, rate.columns, DescribeProduct(options), options.checksums);
     rate.seconds = FastestOf(options.repeat, [&] { sparse->MultiplyDense(dense.Matrix(), *product, options.transpose); });
     rate.operations = 2.0 * static_cast<double>(FullMatrix(*sparse).Rows().entries) * rate.columns;
     rate.bytes = Bytes(dense.Matrix()) + Bytes(*product);
@@ -150,7 +157,7 @@ void RunGemm(Options const& options)
     KVOSrvDenseMatrix const &a = left.Matrix(), &b = right.Matrix();
     RequireProduct(options, a.NumberOfRows(), a.NumberOfColumns(), b);
     Rate rate{options.transpose ? a.NumberOfColumns() : a.NumberOfRows(), b.NumberOfColumns()};
-    auto const product = MakeProduct(database, rate.rows, rate.columns, options.checksums);
+    auto const product = MakeProduct(database, rate.rows, rate.columns, DescribeProduct(options), options.checksums);
     rate.seconds = FastestOf(options.repeat, [&] {
         if (options.transpose)
             a.TransposeMultiply(&b, product.get(), 0);

@@ -83,6 +83,17 @@ KVOSimDistributionID OutputDatabase::StoreSparse(KVOSrvSparseMatrix const& matri
     return id;
 }
 
+void OutputDatabase::Describe(KVOSimDistributionID const& id, std::string const& title, std::string const& unit,
+                              std::string const& description)
+{
+    KVOSimDistribution distribution(id);
+    try {
+        distribution.SetTitle(title.c_str(), unit.c_str(), description.c_str());
+    } catch (KVOSimException const&) {
+        distribution.SetTitle(DescribeType(distribution.Type()).c_str(), unit.c_str());
+    }
+}
+
 void OutputDatabase::Finish()
 {
     m_transaction->Commit();

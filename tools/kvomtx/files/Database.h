@@ -58,6 +58,8 @@ public:
     /// @param type  kept with the distribution  @param checksums  of its values
     KVOSimDistributionID StoreSparse(KVOSrvSparseMatrix const& matrix, int type, KVOSimCSetID const& rows, KVOSimCSetID const& columns,
                                      bool checksums);
+    /// Says what a matrix is, see KVOSimDistribution::SetTitle(). A text that is no UTF-8, as a file's name may be, is left out.
+    static void Describe(KVOSimDistributionID const& id, std::string const& title, std::string const& unit, std::string const& description);
 
     /// Completes the database under its temporary name; nothing in it can be used any more. Commit() does so where it was not done.
     /// @throws KVOSimException

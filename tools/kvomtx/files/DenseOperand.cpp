@@ -63,10 +63,13 @@ DenseOperand::DenseOperand(std::string const& text, std::string const& format)
     }
 }
 
-std::unique_ptr<KVOSrvDenseMatrix> MakeProduct(OutputDatabase& database, int rows, int columns, bool checksums)
+std::unique_ptr<KVOSrvDenseMatrix> MakeProduct(OutputDatabase& database, int rows, int columns, std::string const& description,
+                                               bool checksums)
 {
     KVOSimPosition position(database.Context());
     KVOSimCSetID const rowSet = database.MakeSet(rows), columnSet = database.MakeSet(columns);
-    return std::make_unique<KVOSrvDenseMatrix>(KVOSrvUtilities::Create2DDistribution(
-        position, kProductType, rowSet, columnSet, std::min(rows, kChunkRows), std::min(columns, kChunkColumns), checksums));
+    KVOSimDistributionID const id = KVOSrvUtilities::Create2DDistribution(
+        position, kProductType, rowSet, columnSet, std::min(rows, kChunkRows), std::min(columns, kChunkColumns), checksums);
+    OutputDatabase::Describe(id, DescribeType(kProductType), "", description);
+    return std::make_unique<KVOSrvDenseMatrix>(id);
 }

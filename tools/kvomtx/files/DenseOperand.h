@@ -22,5 +22,6 @@ private:
     std::unique_ptr<KVOSrvDenseMatrix> m_matrix;
 };
 
-/// A new matrix of zeros in a database, in chunks that suit products. @param checksums  of its values
-std::unique_ptr<KVOSrvDenseMatrix> MakeProduct(OutputDatabase& database, int rows, int columns, bool checksums);
+/// A new matrix of zeros in a database, in chunks that suit products. @param description  of what @param checksums  of its values
+std::unique_ptr<KVOSrvDenseMatrix> MakeProduct(OutputDatabase& database, int rows, int columns, std::string const& description,
+                                               bool checksums);

@@ -6,6 +6,7 @@
 #include "Interrupt.h"
 #include "OutputFile.h"
 #include "Progress.h"
+#include "Source.h"
 #include "SparseArrays.h"
 #include "Symmetry.h"
 
@@ -75,7 +76,7 @@ MatrixWriter::MatrixWriter(MatrixName const& name, KVOFsmSystemDofDefinition con
 
 MatrixWriter::~MatrixWriter() = default;
 
-void MatrixWriter::Prepare(KVOSrvSparseMatrix const& matrix)
+void MatrixWriter::Prepare(KVOSrvSparseMatrix const& matrix, MatrixName const* source)
 {
     CheckInterrupt();
     if (m_name.format == MatrixFormat::kTriplets && (matrix.NumberOfRows() == 0) != (matrix.NumberOfColumns() == 0))
@@ -84,7 +85,7 @@ void MatrixWriter::Prepare(KVOSrvSparseMatrix const& matrix)
                                                "; write it as mtx");
     Progress progress("writing " + m_name.path);
     if (m_name.format == MatrixFormat::kDatabase)
-        Store(matrix);
+        Store(matrix, source);
     else if (m_name.format == MatrixFormat::kMatrixMarket)
         m_file->Write([&](char const* path) { matrix.ExportMatrixMarket(path); });
     else if (m_name.format == MatrixFormat::kChunks)
@@ -130,14 +131,17 @@ void MatrixWriter::ExportHalf(KVOSrvSparseMatrix const& matrix) const
     Export(*SymmetricPart(matrix.Rows()));
 }
 
-void MatrixWriter::Store(KVOSrvSparseMatrix const& matrix)
+void MatrixWriter::Store(KVOSrvSparseMatrix const& matrix, MatrixName const* source)
 {
     FullMatrix const full(matrix);
     KVOSrvSparseRows const entries = full.Rows();
     KVOSimCSetID const rows = m_database->MakeSet(entries.rows);
-    if (EqualsItsTranspose(entries))
-        m_database->StoreSparse(*SymmetricPart(entries), kMatrixType, rows, rows, m_checksums);
+    KVOSimDistributionID const id =
+        EqualsItsTranspose(entries) ? m_database->StoreSparse(*SymmetricPart(entries), kMatrixType, rows, rows, m_checksums)
+                                    : m_database->StoreSparse(matrix, kMatrixType, rows, m_database->MakeSet(entries.columns), m_checksums);
+    if (source != nullptr)
+        OutputDatabase::Describe(id, TitleFor(*source), "", "from " + DescribeSource(*source));
     else
-        m_database->StoreSparse(matrix, kMatrixType, rows, m_database->MakeSet(entries.columns), m_checksums);
+        OutputDatabase::Describe(id, TitleFor(m_name), "", "");
     m_database->Finish();
 }

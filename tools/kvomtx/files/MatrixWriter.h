@@ -27,14 +27,15 @@ public:
     /// one where the format knows such. Text triplets get a 0 at the last place where there is no entry in the last row or column, as their
     /// size is that of their largest indices.
     /// @throws ToolError kCannot when the format cannot hold this matrix
-    void Prepare(KVOSrvSparseMatrix const& matrix);
+    /// @param source  what a database says of it: from where it was read, or who made it; may be null
+    void Prepare(KVOSrvSparseMatrix const& matrix, MatrixName const* source = nullptr);
     void Commit();
 
 private:
     void Export(KVOSrvSparseMatrix const& matrix) const;
     void ExportFull(FullMatrix const& matrix) const;
     void ExportHalf(KVOSrvSparseMatrix const& matrix) const;
-    void Store(KVOSrvSparseMatrix const& matrix);
+    void Store(KVOSrvSparseMatrix const& matrix, MatrixName const* source);
 
     MatrixName m_name;
     KVOFsmSystemDofDefinition const* m_dofs;
