@@ -146,6 +146,10 @@ TEST(Files, DatabaseIsListedAndExported)
             listed += one.at(what).dump() + " ";
     EXPECT_EQ(listed, R"("0" "stiffness" [48,48] "sparse, symmetric" [] "1" "mass" [48,48] "sparse, symmetric" [] )"
                       R"("2" "modes" [48,3] "dense" [48,3] "3" "eigenvalues" [3] "dense" [] )");
+    EXPECT_EQ(list[3].at("title").get<std::string>() + list[3].at("unit").get<std::string>(), "eigenvalues(rad/s)^2");
+    EXPECT_EQ(list[0].at("description"), "from bcsstk01.mtx (SHA-256 19ea89f59969ab4436cd6e8b6e948465ac9349348ebf64723ee4361e0352b7c8)");
+    tool.Do({"convert", Data("illc1033.mtx"), "a.sim"});
+    EXPECT_NE(tool.Do({"db", "ls", "a.sim"}).find("illc1033 (matrix)"), std::string::npos);
 
     tool.Do({"db", "export", "modes.sim", "0", "k.mtx"});
     tool.Do({"db", "export", "modes.sim", "2", "modes.mtx"});

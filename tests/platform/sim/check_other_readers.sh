@@ -22,6 +22,9 @@ cd "$folder"
 "$1" "$file" places "'$python' '$here/read_sim_file.py' '$page' write"
 "$python" "$here/read_sim_file.py" "$page"
 
+h5repack "$file" repacked.sim
+h5dump -a /displacements/rows repacked.sim | grep -qF '(0): 5' || { echo "h5repack: the title is lost" >&2; exit 1; }
+
 dumped=$(h5dump -d /context_0/distribution_1_drawer_0 -w 0 "$file")
 for line in '(0,0): 7.5, 7.5, 7.5, 7.5,' '(1,0): 7.5, 7.5, -2, 7.5,' '(2,0): 7.5, 7.5, 7.5, 7.5'; do
     grep -qF "$line" <<<"$dumped" || { printf 'h5dump does not show "%s":\n%s\n' "$line" "$dumped" >&2; exit 1; }

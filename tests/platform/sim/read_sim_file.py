@@ -23,6 +23,8 @@ expected = np.zeros((5, 3))
 expected[:4] = np.arange(1.0, 13.0).reshape(3, 4).T
 assert read["matrix"].dtype == np.float64 and (read["matrix"] == expected).all()
 
+assert (read["displacements"] == expected).all() and read["unit"] == "\u00b5m"
+
 expected = np.zeros((4, 3))
 expected[0, 0], expected[0, 1], expected[2, 1] = 0.5, 0.25, -1.0
 assert read["A"].shape == (4, 3) and (read["A"].toarray() == expected).all()
@@ -35,6 +37,7 @@ assert (read["K"].toarray() == expected).all()
 with h5py.File("model.sim", "r") as file:
     assert file.attrs["format"] == b"KVOSim" and file.attrs["format_version"] == 2 and file.attrs["contexts"] == 1
     context = file["context_0"]
+    assert file["displacements"].attrs["rows"] == 5 and file["displacements"].attrs["columns"] == 3
     members = read["members"]
     assert members(context, 0, 0).tolist() == [0, 1, 2] and members(context, 0, 1).tolist() == [100, 300, 200, 400, 500]
     assert members(context, 4, 1).tolist() == [0, 1, 2, 3]

@@ -19,6 +19,7 @@ void Write(char const* path, char const* placesPath, char const* command)
 
     KVOSimDistributionID const whole = MakeMatrix(context, {Biggest(columns), rowSet}, {2, 3}); // distribution 0
     WriteAll(whole, Ramp(12));
+    KVOSimDistribution(whole).SetTitle("displacements", "\xc2\xb5m");
     KVOSimDistributionID const partial = MakeMatrix(context, {Biggest(columns), rowSet}, {1, 2}, 7.5); // 1: one chunk of six is written
     SimClient::Write(Window(partial, {{1, 1}, {2, 2}}), std::vector{-2.0});
     WriteAll(MakeMatrix(context, {rowSet}), Ramp(4)); // 2: contiguous
