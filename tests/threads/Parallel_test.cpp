@@ -2,8 +2,9 @@
 
 #include "DatabaseSupport.h"
 #include "KVOFsmSystemDofDefinition.h"
+#include "KVOSrvHermitianScrDenseMatrix.h"
 #include "KVOSrvParallel.h"
-#include "KVOSrvScratchDenseMatrix.h"
+#include "KVOSrvSparsePlaces.h"
 #include "ShuffledThreads.h"
 #include "SparseOracle.h"
 #include "tasks.h"
@@ -191,6 +192,22 @@ TEST_F(Parallel, AssemblyAndTransposition)
         ExpectTheBitsOfOneThread([&, entries = Shuffled(Entries(pattern))] { return ContentOf(*MatrixOf(entries, pattern)); });
     auto const matrix = MatrixOf(Entries(kTall), kTall);
     ExpectTheBitsOfOneThread([&] { return ContentOf(*matrix->Transposed()); });
+
+    std::vector<unsigned> rows, columns;
+    for (auto const& [row, column, value] : Shuffled(Entries(kTall))) {
+        rows.push_back(row);
+        columns.push_back(column);
+    }
+    auto const count = static_cast<std::int64_t>(rows.size());
+    Vector const values = RandomNumbers(static_cast<int>(count));
+    ExpectTheBitsOfOneThread([&] {
+        matrix->ClearValues();
+        matrix->AddValues(KVOSrvSparsePlaces(*matrix, rows.data(), columns.data(), count), values.data());
+        return ContentOf(*matrix);
+    });
+    rows[rows.size() / 2] = columns.back() = 1U << 31; // of which the first one is named
+    ExpectTheBitsOfOneThread(
+        [&] { return ReportOf<KVOSrvMtxIllegalInput>([&] { KVOSrvSparsePlaces(*matrix, rows.data(), columns.data(), count); }); });
 }
 
 TEST_F(Parallel, TextFiles)
@@ -217,6 +234,13 @@ TEST_F(Parallel, StoredProducts)
     ExpectTheBitsOfOneThread([&] { return StoredProducts(*square, 140); });
     ExpectTheBitsOfOneThread([&] { return StoredProducts(*tall, 16); });
     ExpectTheBitsOfOneThread([&] { return StoredProducts(*tall, 150); });
+    KVOSrvHermitianScrDenseMatrix hermitian(1300, 100);
+    hermitian.SetValues(700, 1299, 0, 699, RandomNumbers(2 * 600 * 700).data());
+    ExpectTheBitsOfOneThread([&] {
+        Vector y(std::size_t{2} * 1300 * 80);
+        hermitian.Multiply(RandomNumbers(2 * 1300 * 80).data(), 80, y.data());
+        return BytesOf(y);
+    });
     auto const sparse = MatrixOf(Entries(kBand), kBand); // multiplies those of its rows that are not empty
     ExpectTheBitsOfOneThread([&] {
         Vector y(std::size_t{18} * kBand.columns, -7.0);
