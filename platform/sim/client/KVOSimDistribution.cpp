@@ -136,6 +136,21 @@ std::int64_t KVOSimDistribution::DataSizeItems(int number, int item) const
     return count;
 }
 
+KVOSimArrayPlace KVOSimDistribution::ArrayPlace(int number, int item) const
+{
+    constexpr char const* kLocating = "Cannot ask for the place of an array";
+    simdb::Distribution& distribution = Checked(m_distribution, kLocating);
+    simdb::Drawer& drawer = distribution.DrawerAt(number, kLocating);
+    if (drawer.kind == KVOSimDenseDrawer || item < 0 || item >= simdb::SparseDrawer::SlotsOf(drawer.kind))
+        simdb::ThrowReason(kLocating, distribution.Path(), "it is dense, or has no slot " + std::to_string(item));
+    KVOSimArrayPlace place;
+    distribution.Sparse(drawer).ForEachArray([&](std::int64_t slot, hid_t, std::uint64_t address, std::uint64_t bytes) {
+        if (slot == item)
+            place = {address, bytes};
+    });
+    return place;
+}
+
 bool KVOSimDistribution::ChunkAllocated(int number, KVOSimArray<KVOSimDimRange> const& range) const
 {
     constexpr char const* kAsking = "Cannot ask for the chunks of a drawer";

@@ -40,6 +40,12 @@ struct KVOSimDrawer {
     int extendableDim = -1;                ///< that which can grow; 2: both of two; -1: none, or each of three and more
 };
 
+/// Bytes of a database's file.
+struct KVOSimArrayPlace {
+    std::uint64_t offset = 0; ///< of the first one
+    std::uint64_t bytes = 0;  ///< how many
+};
+
 /// A range of one dimension, first to last, both inclusive. Kind 3 counts chunks.
 struct KVOSimDimRange {
     KVOSimCollectionID collection; ///< that of the dimension
@@ -93,6 +99,12 @@ public:
     /// Number of values in slot `item` of a drawer: 0 values, 1 column indices, 2 row starts, 3 diagonal; a dense
     /// drawer has slot 0 only.
     std::int64_t DataSizeItems(int drawer, int item) const;
+    /// Where slot `item` of a sparse drawer lies in the file, in one piece and little-endian, for those that read it
+    /// there themselves. 0 bytes: it is empty, or another program has stored it in pieces or packed. Arrays that were
+    /// committed are never moved by this library; an ExecWrite() to the drawer changes them where they are. Only
+    /// ExecRead() checks that they are rows of a matrix.
+    /// @throws KVOSimException for a dense drawer, and as DataSizeItems()
+    KVOSimArrayPlace ArrayPlace(int drawer, int item) const;
 
     /// Whether every chunk of the range (one entry a dimension, in the order of the dimensions) exists. An unchunked
     /// drawer exists.
