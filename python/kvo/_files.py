@@ -1,0 +1,207 @@
+"""Matrix files of every format that the library reads and writes."""
+
+from __future__ import annotations
+
+import os
+import re
+import stat
+import tempfile
+from contextlib import contextmanager
+from typing import Any, Iterator, Union
+
+import numpy as np
+
+from . import _core
+from ._matrix import Matrix, TransposedMatrix, scratch
+from ._sparse import HalfStorage, SparseMatrix, core_of, csr_of, is_sparse
+
+_ENDINGS = {
+    ".mtx": -1,
+    ".records": 0,
+    ".triplets": 3,
+    ".txt": 3,
+    ".nodes": 4,
+    ".csv": 5,
+    ".chunks": 6,
+    ".dense": 7,
+}
+_READ_ONLY = (0, 1, 2)
+Format = Union[str, int, None]
+
+
+def _format_of(path: str, format: Format, reading: bool) -> int:
+    """Its number; -1 is Matrix Market, -2 a database."""
+    if format is None:
+        ending = os.path.splitext(path)[1].lower()
+        if ending == ".sim":
+            return -2
+        if ending not in _ENDINGS:
+            raise ValueError(f"{path}: the ending does not tell the format; name it, one of mtx, sim and 0 to 7")
+        number = _ENDINGS[ending]
+        # Read by their header: the reader of format 6 drops a last chunk that is full.
+        return 1 if reading and number == 6 else number
+    word = str(format).lower()
+    if word == "sim":
+        return -2
+    if "." + word in _ENDINGS:
+        return _ENDINGS["." + word]
+    if not re.fullmatch("[0-7]", word):
+        raise ValueError(f'"{format}" is no format; formats are mtx, sim and the numbers 0 to 7')
+    return int(word)
+
+
+def read(path: str | os.PathLike, format: Format = None):
+    """Reads a sparse matrix from a file.
+
+    Parameters
+    ----------
+    path : path
+        A file whose ending tells its format (.mtx, .records, .triplets, .txt, .chunks, .dense), or ``FILE.sim`` or ``FILE.sim:NAME`` for
+        the only, or the named, matrix of a database.
+    format : str or int, optional
+        "mtx", "sim" or a number of docs/sparse-files.md, where the ending does not tell it.
+
+    Returns
+    -------
+    scipy.sparse.csr_array
+        The matrix in full, over the memory that the library has read it into. A dense matrix of a database is an array.
+
+    Raises
+    ------
+    OpenFileError, MalformedFileError
+        Where the file cannot be opened or is not as it should be; the report says in what line.
+    """
+    text = os.fspath(path)
+    database, sign, name = text.rpartition(":")
+    if sign and not os.path.exists(text) and (format is not None or database.lower().endswith(".sim")):
+        text = database
+    else:
+        name = ""
+    number = _format_of(text, format, True)
+    if number == -2:
+        return _read_stored(text, name)
+    core = _core.Sparse.read(text, number)
+    return csr_of((core.in_full_storage() if core.half else core).rows(), core.shape)
+
+
+def _read_stored(path: str, name: str):
+    from ._database import open
+
+    with open(path) as database:
+        if not name:
+            sparse = [key for key in database if isinstance(database[key], SparseMatrix)]
+            if len(sparse) != 1:
+                raise KeyError(f"{path} holds {len(sparse)} sparse matrices; name one, as {path}:NAME of {list(database)}")
+            name = sparse[0]
+        matrix = database[name]
+        return matrix[...] if isinstance(matrix, Matrix) else database.sparse(name)
+
+
+@contextmanager
+def _replaced(path: str) -> Iterator[str]:
+    """The name of a file that takes the place of ``path`` in one step at the end."""
+    target = os.path.realpath(path)
+    try:
+        mode = stat.S_IMODE(os.stat(target).st_mode)
+    except FileNotFoundError:
+        mask = os.umask(0)
+        os.umask(mask)
+        mode = 0o666 & ~mask
+    descriptor, name = tempfile.mkstemp(prefix=os.path.basename(target) + ".", suffix=".part", dir=os.path.dirname(target))
+    os.close(descriptor)
+    try:
+        yield name
+        os.chmod(name, mode)
+        os.replace(name, target)
+    except BaseException:
+        os.unlink(name)
+        raise
+
+
+def write(path: str | os.PathLike, matrix: Any, format: Format = None, nodes: Any = None) -> None:
+    """Writes a matrix to a file, which is replaced in one step.
+
+    Parameters
+    ----------
+    path : path
+        Its ending tells the format: .mtx, .sim, .triplets or .txt (3), .nodes (4), .csv (5), .chunks (6), .dense (7).
+    matrix : scipy sparse, SparseMatrix, HalfStorage, Matrix or array_like
+        Dense ones go to .mtx, .dense and .sim as they are; elsewhere, their entries that are not 0.
+    format : str or int, optional
+        "mtx", "sim" or a number, where the ending does not tell it.
+    nodes : array_like, optional
+        For format 4: a row for each row of the matrix, its node and its degree of freedom.
+
+    Raises
+    ------
+    ValueError
+        Where the format is read only, or has no place for the matrix.
+    FileWriteError, OpenFileError
+        Where the file cannot be written.
+    """
+    text = os.fspath(path)
+    number = _format_of(text, format, False)
+    if number in _READ_ONLY:
+        raise ValueError(f"{text}: format {number} can be read only; write mtx, sim, 3, 4, 5, 6 or 7")
+    if number == -2:
+        from ._database import open
+
+        with open(text, "w") as database:
+            database.create(data=matrix)
+        return
+    numbering = None
+    if nodes is not None:
+        numbering = np.ascontiguousarray(nodes, dtype=np.int32)
+        if numbering.ndim != 2 or numbering.shape[1] != 2:
+            raise ValueError("nodes has a row of node and degree of freedom for each row of the matrix")
+    elif number == 4:
+        raise ValueError(f"{text}: format 4 needs the node and the degree of freedom of each row")
+    dense = _dense(matrix) if number in (-1, 7) else None
+    with _replaced(text) as name:
+        if dense is not None:
+            dense._store.export(name, number == -1)
+        else:
+            _core_for(number, matrix).write(name, number, numbering)
+
+
+def _dense(matrix: Any) -> Matrix | None:
+    """As a stored matrix, which the library writes; None for sparse ones."""
+    if isinstance(matrix, Matrix) and matrix.dtype == np.float64:
+        return matrix
+    if isinstance(matrix, (SparseMatrix, HalfStorage)) or is_sparse(matrix):
+        return None
+    values = np.asarray(matrix, dtype=np.float64)
+    values = values.reshape(-1, 1) if values.ndim == 1 else values
+    if values.ndim != 2 or 0 in values.shape:
+        return None
+    stored = scratch(*values.shape)
+    stored[...] = values
+    return stored
+
+
+def _core_for(number: int, matrix: Any) -> "_core.Sparse":
+    core = core_of(np.asarray(matrix) if isinstance(matrix, (Matrix, TransposedMatrix)) else matrix)
+    if number == 6:
+        return core if core.half else core.in_half_storage()
+    if number == -1:
+        return core
+    core = core.in_full_storage() if core.half else core
+    rows, columns = core.shape
+    if number == 3:
+        if (rows == 0) != (columns == 0):
+            raise ValueError(f"text triplets cannot hold a matrix of {rows} x {columns}; write it as .mtx")
+        core = _with_corner(core)
+    return core
+
+
+def _with_corner(core: "_core.Sparse") -> "_core.Sparse":
+    """Triplets have no other size than that of their largest indices: a 0 at the last place keeps it."""
+    starts, indices, values, _ = core.rows()
+    rows, columns = core.shape
+    if rows == 0 or (starts[rows] > starts[rows - 1] and indices.max() == columns - 1):
+        return core
+    starts = starts.copy()
+    starts[rows] += 1
+    return _core.Sparse.from_rows(
+        rows, columns, starts, np.append(indices, np.int32(columns - 1)).astype(np.int32), np.append(values, 0.0), None
+    )

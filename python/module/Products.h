@@ -1,0 +1,20 @@
+#pragma once
+
+#include "Dense.h"
+
+#include <pybind11/numpy.h>
+
+#include <cstdint>
+
+/// Pieces of products of a stored matrix A with arrays in Fortran order, rows firstRow to lastRow of A in each; shapes fit. `memory` is the
+/// limit that the library is given, 0 for none.
+
+/// Y = A(rows, :) X
+void MultiplyRows(Dense& A, pybind11::array_t<double> const& X, pybind11::array_t<double>& Y, int firstRow, int lastRow,
+                  std::int64_t memory);
+/// C(rows, firstColumn ...) = A(rows, :) X, C stored
+void MultiplyRowsInto(Dense& A, pybind11::array_t<double> const& X, Dense& C, int firstRow, int lastRow, int firstColumn,
+                      std::int64_t memory);
+/// Y = A(rows, :)^T X + beta Y. @param X  as many rows as there are
+void MultiplyRowsTransposed(Dense& A, pybind11::array_t<double> const& X, pybind11::array_t<double>& Y, int firstRow, int lastRow,
+                            double beta, std::int64_t memory);
