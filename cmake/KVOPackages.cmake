@@ -12,6 +12,9 @@ set(CPACK_COMPONENTS_ALL runtime modes development tools)
 if(KVO_BUILD_MPI)
     list(APPEND CPACK_COMPONENTS_ALL mpi)
 endif()
+if(KVO_BUILD_PYTHON)
+    list(APPEND CPACK_COMPONENTS_ALL python)
+endif()
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # the first line of each description below is that package's own
@@ -34,6 +37,7 @@ set(CPACK_COMPONENT_MODES_DEPENDS runtime)
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime modes)
 set(CPACK_COMPONENT_TOOLS_DEPENDS runtime modes)
 set(CPACK_COMPONENT_MPI_DEPENDS runtime modes)
+set(CPACK_COMPONENT_PYTHON_DEPENDS runtime modes)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libkvomtxlinearalgebra${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
@@ -88,6 +92,20 @@ SLEPc, MUMPS and ScaLAPACK.
 Debian's PETSc, which it links, has parts under the GPL: this package is for
 use under their terms, and no other one needs it.")
 
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-kvo)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+# The extension is that of one version of Python.
+if(KVO_BUILD_PYTHON)
+    math(EXPR kvo_next_python "${KVO_PYTHON_MINOR} + 1")
+    set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+        "python3 (>= 3.${KVO_PYTHON_MINOR}), python3 (<< 3.${kvo_next_python}), python3-numpy, python3-scipy")
+endif()
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-matplotlib, python3-tqdm, kvomtx")
+set(CPACK_DEBIAN_PYTHON_DESCRIPTION "Matrices and natural modes of finite-element models - Python
+Simulation databases slice by slice as arrays of NumPy, their sparse matrices
+as those of SciPy, mapped where they lie, products out of core, matrix files,
+and the lowest natural modes of a stiffness and mass pair, none missed.")
+
 # What only Debian wants, so left out of a plain installation: the changes, and the notices of what was compiled in.
 # kvo_add_package_documents(COMPONENT [TERMS TEXT] [COMPILED_IN PACKAGE...])
 function(kvo_add_package_documents component)
@@ -117,7 +135,11 @@ kvo_add_package_documents(runtime COMPILED_IN libblis-serial-dev)
 kvo_add_package_documents(modes COMPILED_IN libmumps-seq-dev libscotch-dev)
 kvo_add_package_documents(development)
 kvo_add_package_documents(tools COMPILED_IN libcli11-dev nlohmann-json3-dev)
-add_custom_target(package_contents DEPENDS KVOMtxLinearAlgebra KVOMtxModes kvomtx kvomtx_manual project_changelog
+if(KVO_BUILD_PYTHON)
+    kvo_add_package_documents(python COMPILED_IN pybind11-dev)
+    set(python_contents kvo_python python_debian_changelog)
+endif()
+add_custom_target(package_contents DEPENDS ${python_contents} KVOMtxLinearAlgebra KVOMtxModes kvomtx kvomtx_manual project_changelog
     runtime_debian_changelog modes_debian_changelog development_debian_changelog tools_debian_changelog)
 if(KVO_BUILD_MPI)
     kvo_add_package_documents(mpi COMPILED_IN libcli11-dev nlohmann-json3-dev TERMS "

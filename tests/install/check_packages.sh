@@ -26,13 +26,15 @@ runtime=libkvomtxlinearalgebra$major modes=libkvomtxmodes$major development=libk
 lib=usr/lib
 mpi=
 ! [ -e "$build/tools/mpi/kvomtx-mpi" ] || mpi=kvomtx-mpi # it is an option
+python=
+! [ -e "$build/python/kvo" ] || python=python3-kvo # so is this
 names=$(for deb in "$packages"/*.deb; do dpkg-deb -f "$deb" Package; done | sort)
-[ "$names" = "$(printf '%s\n' $tools $mpi $development $runtime $modes | sort)" ] || fail "other packages than these: $names"
+[ "$names" = "$(printf '%s\n' $tools $mpi $development $runtime $modes $python | sort)" ] || fail "other packages than these: $names"
 
 # What each package holds and nothing else may be in it.
 libraries="$lib/libKVO(MtxLinearAlgebra|Platform)\.so"
 modes_library="$lib/libKVOMtxModes\.so"
-for package in $runtime $modes $development $tools $mpi; do
+for package in $runtime $modes $development $tools $mpi $python; do
     dpkg-deb -x "$packages/${package}"_*.deb "$work/$package"
     dpkg-deb -x "$packages/${package}"_*.deb "$work/root"
     case $package in
@@ -40,6 +42,7 @@ for package in $runtime $modes $development $tools $mpi; do
     "$modes") own="$modes_library\.$major(\.[0-9.]+)?" ;;
     "$development") own="$libraries|$modes_library|usr/include/KVOMtxLinearAlgebra/[A-Za-z0-9_]+\.(h|f90)|$lib/(cmake/KVOMtxLinearAlgebra/.*\.cmake|pkgconfig/KVOMtx(LinearAlgebra|Modes)\.pc)" ;;
     kvomtx-mpi) own="usr/bin/kvomtx-mpi" ;;
+    python3-kvo) own='usr/lib/python3/dist-packages/kvo/([a-z_]+\.pyi?|py\.typed|_core\.cpython-[0-9a-z_-]+\.so)' ;;
     "$tools") own="usr/bin/kvomtx|usr/share/man/man1/kvomtx\.1\.gz" ;;
     esac
     strange=$(cd "$work/$package" && find . ! -type d -printf '%P\n' | grep -vxE "$own|usr/share/doc/$package/(copyright|changelog(\.Debian)?\.gz)" || true)
@@ -64,7 +67,7 @@ expect "$(needs $runtime)" '(^|, )liblapack3 \| liblapack\.so\.3(,|$)' "$runtime
 expect "$(needs $runtime)" '(^|, )libhdf5-[0-9]' "$runtime"
 expect "$(needs $modes)" '(^|, )libmetis[0-9]' "$modes"
 ! grep -E 'mumps|scotch|openmpi|cholmod' <<<"$(needs $modes; needs $tools)" || fail "what is linked in is asked for, or a factorization that is gone"
-for package in $modes $development $tools $mpi; do
+for package in $modes $development $tools $mpi $python; do
     expect "$(needs $package)" "(^|, )$runtime \(= ${version//./\\.}\)(,|\$)" "$package"
 done
 if [ -n "$mpi" ]; then
@@ -89,4 +92,14 @@ export LD_LIBRARY_PATH=$work/root/$lib
 cd "$work"
 root/usr/bin/kvomtx make-brick 3 2 2 k.mtx m.mtx >/dev/null && root/usr/bin/kvomtx modes k.mtx m.mtx -n 2 -o modes.sim >modes.txt ||
     fail "the packed program does not run: $(cat modes.txt)"
+if [ -n "$python" ]; then
+    expect "$(needs $python)" '(^|, )python3-numpy, python3-scipy(,|$)' "$python"
+    extension=$(echo "$work/root/$lib"/python3/dist-packages/kvo/_core.*.so)
+    ! readelf -d "$extension" | grep -E 'RPATH|RUNPATH' || fail "$extension brings a run path of its own"
+    PYTHONPATH=$work/root/$lib/python3/dist-packages PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -c "
+import kvo
+with kvo.open('modes.sim') as db:
+    assert db['modes'].shape[1] == 2 and kvo.modes(db['stiffness'], db['mass'], 2).frequencies[0] > 0" ||
+        fail "the packed module does not run"
+fi
 exit $failed
