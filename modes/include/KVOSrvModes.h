@@ -18,7 +18,7 @@ struct KVOSrvModesSettings {
     std::optional<double> to;     ///< see `from`
     std::optional<double> shift;  ///< K + shift M is factored first; none: 0 where K is positive definite, else chosen
     double tolerance = 1e-10;     ///< largest residual, see KVOSrvModes
-    bool certify = true;          ///< counts the eigenvalues below the last one, which takes one factorization more
+    bool certify = true;          ///< counts the eigenvalues below the last one, which may take one factorization more
     std::int64_t memory = 0;      ///< bytes that factor and search may take beside the two matrices; 0: no limit
     char const* folder = nullptr; ///< of scratch files; null: KVOSrvUtilities::GetTempDirectory()
     /// Database file that the search is kept in, every few steps, so that it can go on after the end of its process: at
@@ -60,12 +60,13 @@ struct KVOSrvModesAccount {
 /// The lowest eigenpairs of K x = lambda M x, or all of an interval; K and M symmetric, M positive semidefinite.
 ///
 /// Thick-restart block Lanczos with shift-invert (see docs/modes.md), its basis in a scratch matrix. Massless unknowns
-/// and rigid body modes are no hindrance. At the end the eigenvalues below a bound behind the last mode are counted by
-/// the inertia of K - bound M (Sylvester): a mode that was missed is looked for, and one that is not found is an error.
+/// and rigid body modes are no hindrance. The eigenvalues below a bound behind the last mode are counted by the
+/// inertia of K - bound M (Sylvester): a mode that was missed is looked for, and one that is not found is an error.
+/// Where the spectrum can be estimated, the count comes first, and its factor serves the search, too.
 ///
 /// Residual of a mode: |x - (lambda - sigma) A^-1 M x| with A = K - sigma M, sigma minus the shift: in the norm of A
-/// over that of x where A is positive definite, else, in an interval, in the norm of M, in which x has norm 1. It
-/// bounds the distance of 1 / (lambda - sigma) to that of the nearest eigenvalue, relatively.
+/// over that of x where A is positive definite, else, in an interval or below a bound, in the norm of M, in which x has
+/// norm 1. It bounds the distance of 1 / (lambda - sigma) to that of the nearest eigenvalue, relatively.
 class KVO_EXPORT KVOSrvModes : public mem_AllocationOperators
 {
 public:

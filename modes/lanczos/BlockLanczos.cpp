@@ -201,8 +201,11 @@ void BlockLanczos::Decompose()
     std::vector<double> const theta = Eigenpairs(t);
     std::vector<int> order(static_cast<std::size_t>(k));
     std::iota(order.begin(), order.end(), 0);
-    std::ranges::sort(
-        order, [&](int a, int b) { return std::fabs(theta[static_cast<std::size_t>(a)]) > std::fabs(theta[static_cast<std::size_t>(b)]); });
+    auto const rank = [&](int i) {
+        double const value = theta[static_cast<std::size_t>(i)];
+        return std::pair(m_prefersNegative && value > 0.0, -std::fabs(value));
+    };
+    std::ranges::sort(order, {}, rank);
     m_combinations = Panel(k, k);
     m_ritz.assign(static_cast<std::size_t>(k), {});
     for (int j = 0; j < k; ++j)
@@ -213,6 +216,12 @@ void BlockLanczos::Decompose()
         m_ritz[static_cast<std::size_t>(j)] = {theta[static_cast<std::size_t>(order[static_cast<std::size_t>(j)])],
                                                std::sqrt(std::inner_product(column, column + outside.rows, column, 0.0))};
     }
+}
+
+void BlockLanczos::PreferNegative()
+{
+    m_prefersNegative = true;
+    m_decomposed = false;
 }
 
 std::vector<RitzValue> const& BlockLanczos::Ritz()

@@ -44,6 +44,8 @@ public:
     void Lock(Panel const& vectors, std::vector<double> const& theta);
     /// Takes F into V and forms the next one. Not when IsComplete(); there must be room for a block in V.
     void Step();
+    /// From now on those with a negative theta, which lie below sigma, are the first Ritz pairs; not kept by Exchange().
+    void PreferNegative();
     /// Ritz pairs of V, the largest |theta| first.
     std::vector<RitzValue> const& Ritz();
     /// The Ritz vectors first .. first + count - 1.
@@ -86,6 +88,7 @@ private:
     Panel m_massNext;                             // M F
     Panel m_coupling;                             // B
     bool m_decomposed = false;
+    bool m_prefersNegative = false;
     std::vector<RitzValue> m_ritz;
     Panel m_combinations; // of V: the Ritz vectors
 };

@@ -38,9 +38,12 @@ public:
 
 private:
     // How far the search for the lowest modes has come.
-    enum Phase : int { kSearching, kBeyond, kCounting, kMissing, kDone };
+    enum Phase : int { kBegun, kAround, kSearching, kBeyond, kCounting, kMissing, kDone };
 
     void Lowest();
+    bool FindAroundBound();
+    bool FactorAtBound();
+    std::optional<Found> SearchAroundBound();
     Panel SearchLowest();
     void OfInterval();
     Found OfSlice(double from, double to, int inside);
@@ -61,6 +64,8 @@ private:
     void RequireRank(BlockLanczos const& lanczos, int wanted) const;
     std::vector<double> ResidualsOf(Panel const& vectors, Panel const& massVectors, std::vector<double> const& shifted,
                                     Panel const& solved) const;
+    std::vector<double> Quotients(Panel const& vectors, Panel const& massVectors) const;
+    double WorstOf(std::vector<double> const& residuals, std::vector<double> const& shifted) const;
     Found Refine(Panel vectors);
     std::vector<double> LambdaOf(BlockLanczos& lanczos, int count) const;
     double Margin(double lambda) const;
@@ -90,12 +95,13 @@ private:
     KVOSrvModesAccount m_account;
 
     // What a kept search goes on from, beside shift and account.
-    Phase m_phase = kSearching;
+    Phase m_phase = kBegun;
     int m_restarts = 0;           // of the present basis
     double m_next = 0.0;          // the eigenvalue behind those found, as far as it is known
     bool m_isComplete = false;    // there are no others
     double m_bound = 0.0;         // below which the eigenvalues were counted
     int m_below = 0;              // how many there are
+    bool m_isAround = false;      // the modes were found from the bound itself
     double m_foundShift = 0.0;    // with which the modes were found that were counted
     std::vector<double> m_bounds; // of an interval and its slices, in the order in which they were counted
     std::vector<int> m_belowBounds;

@@ -105,6 +105,7 @@ void ModesSearch::Exchange(StateWords& words)
         words.Exchange(*number);
     words.Exchange(m_account.certified);
     words.Exchange(m_isComplete);
+    words.Exchange(m_isAround);
     for (double* const value : {&m_next, &m_bound, &m_foundShift})
         words.Exchange(*value);
     words.Exchange(m_bounds);

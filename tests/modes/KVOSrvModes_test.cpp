@@ -103,6 +103,19 @@ TEST(KVOSrvModes, OfRandomPairsWithKnownEigenvalues)
     }
 }
 
+TEST(KVOSrvModes, OneFactorizationFindsAndCountsWhereTheSpectrumCanBeEstimated)
+{
+    for (int const rigid : {0, 6}) {
+        Vector const lambda = Vector(static_cast<std::size_t>(rigid), 0.0) + Evenly(1.0, 500.0, 500);
+        KVOSrvModesSettings settings;
+        settings.count = 10;
+        KVOSrvModes const modes(*Sparse(DiagonalMatrix(lambda)), *Sparse(DiagonalMatrix(Vector(lambda.size(), 1.0))), settings);
+        EXPECT_EQ(modes.Account().factor.factorizations, 1);
+        EXPECT_TRUE(modes.Account().certified);
+        ExpectEigenvalues(Found(modes), Vector(lambda.begin(), lambda.begin() + 10), 500.0);
+    }
+}
+
 TEST(KVOSrvModes, OfDiagonalPairsAreTheirQuotients)
 {
     Vector powers;

@@ -54,7 +54,7 @@ TEST(ModesSearch, ModesThatCannotBeFoundAreReported)
             ADD_FAILURE() << "4 is missing without a word";
         } catch (KVOSrvModesFailure const& failure) {
             EXPECT_EQ(failure.WhatFailed(), KVOSrvModesFailure::Missed) << failure.UserReport().c_str();
-            EXPECT_THAT(failure.UserReport().c_str(), testing::HasSubstr("of 11 eigenvalues"));
+            EXPECT_THAT(failure.UserReport().c_str(), testing::ContainsRegex("of 1[0-9] eigenvalues .* only 1[0-9] were found"));
         }
     EXPECT_EQ(Search(Counting(200), 150, 0.0, lowest).lambda.size(), 10u) << "where none is missing, none is said to be";
 }

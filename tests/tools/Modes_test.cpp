@@ -182,7 +182,7 @@ TEST(Modes, OfAFreeBodyBeginWithSixRigidOnesWhateverTheShift)
 
     double const elastic = chosen.at("eigenvalues")[6];
     EXPECT_GT(elastic, 0.01);
-    EXPECT_GT(chosen.at("shift"), 0.0);
+    EXPECT_NE(chosen.at("shift"), 0.0);
     for (std::size_t i = 0; i < 12; ++i) {
         double const lambda = chosen.at("eigenvalues")[i];
         EXPECT_NEAR(lambda, given.at("eigenvalues")[i], 1e-9 * std::max(lambda, elastic));
