@@ -17,7 +17,7 @@ from ._errors import ExistsError
 from ._matrix import Matrix, TransposedMatrix, _times
 from ._sparse import HalfStorage, SparseMatrix, core_of, csr_of, is_sparse
 
-# The numbers that kvomtx gives to what it makes, and their names there.
+# The numbers that kvomtx gives to what it makes. Files that were made before there were titles are known by them.
 _TYPES = {1: "matrix", 2: "stiffness", 3: "mass", 4: "modes", 5: "eigenvalues", 6: "product", 7: "participation factors"}
 _NUMBERS = {name: number for number, name in _TYPES.items()}
 # A dense matrix that is larger is stored in chunks of at most so many rows and columns.
@@ -62,8 +62,8 @@ def open(path: str | os.PathLike, mode: str = "r") -> "Database":  # noqa: A001
 class Database:
     """An open database: a mapping of names to its matrices.
 
-    A name is what ``kvomtx db ls`` shows: what the matrix is ("stiffness", "modes", ...) where one matrix is that, or its number ("3", or
-    "1.3" in a context that is not the first). Numbers find every matrix, as ``db[3]`` does.
+    A name is the title of a matrix, as ``kvomtx db ls`` shows it; of one without a title its number ("3", or "1.3" in a context that is not
+    the first). Numbers find every matrix, as ``db[3]`` does.
 
     It may be used by several threads, which take turns; threads that are to read side by side open the file once each. What is made is kept
     when a transaction commits, or, outside of one, by `commit` and `close`. Values written to matrices that were there before a transaction
@@ -148,22 +148,27 @@ class Database:
 
     def _entries(self) -> Dict[str, Any]:
         entries = [entry for entry in self._core.list() if entry.kind]
-        called = [_TYPES.get(entry.type, "") if entry.place.context == 0 else "" for entry in entries]
+        titles = [entry.title for entry in entries]
+        called = ["" if entry.title or entry.place.context else _TYPES.get(entry.type, "") for entry in entries]
         names = [
-            entry.title or (word if word and called.count(word) == 1 else _number(entry)) for entry, word in zip(entries, called)
+            title or (word if word and called.count(word) == 1 and word not in titles else _number(entry))
+            for title, word, entry in zip(titles, called, entries)
         ]
         return dict(zip(names, entries))
 
     def _find(self, name: Any) -> Tuple[str, Any]:
-        entries = self._entries()
         text = str(name)
+        place = self._core.find(text)
+        if place is not None:
+            return text, self._core.describe(place)
+        entries = self._entries()
         if text in entries:
             return text, entries[text]
-        place = re.fullmatch(r"(?:(\d+)\.)?(\d+)|distribution_(\d+)_drawer_0", text)
-        if place:
-            context, number = int(place[1] or 0), int(place[2] or place[3])
+        number = re.fullmatch(r"(?:(\d+)\.)?(\d+)|distribution_(\d+)_drawer_0", text)
+        if number:
+            wanted = (int(number[1] or 0), int(number[2] or number[3]))
             for known, entry in entries.items():
-                if (entry.place.context, entry.place.distribution) == (context, number):
+                if (entry.place.context, entry.place.distribution) == wanted:
                     return known, entry
         raise KeyError(f'{self.path} holds no matrix "{text}"; it holds {", ".join(entries) or "none"}')
 
@@ -179,6 +184,7 @@ class Database:
         if matrix is None:  # one for all, so that each knows what another one has extended
             matrix = Matrix(_core.Dense(self._core, entry.place), name, self.path, self)
             self._matrices[place] = matrix
+        matrix.name, matrix.unit, matrix.description = name, entry.unit, entry.description
         return matrix
 
     def __iter__(self) -> Iterator[str]:
@@ -250,14 +256,16 @@ class Database:
         chunks: Sequence[int] | bool | None = None,
         half: bool | None = None,
         checksums: bool = False,
+        unit: str | None = None,
+        description: str | None = None,
     ) -> Matrix | SparseMatrix:
         """Makes a matrix.
 
         Parameters
         ----------
         title : str, optional
-            What it is: "matrix", "stiffness", "mass", "modes", "eigenvalues", "product" or "participation factors". Without one its number
-            names it.
+            What it is, as "stiffness": its name here, in h5py and for `kvomtx`. Without '/' and not beginning with "context_"; one that
+            another matrix has gets " (2)". Without one its number names it.
         shape : tuple of int, optional
             Of a dense matrix of zeros.
         dtype : dtype, optional
@@ -270,15 +278,17 @@ class Database:
             Of sparse `data`: True refuses what is not symmetric, False stores all of it.
         checksums : bool
             Keeps checksums of the values.
+        unit, description : str, optional
+            What people are told of it.
 
         Returns
         -------
         Matrix or SparseMatrix
             The new matrix.
         """
-        number = self._number_of(title)
+        about = _about(title, unit, description)
         if isinstance(data, (SparseMatrix, HalfStorage)) or is_sparse(data):
-            return self._create_sparse(data, number, half, checksums)
+            return self._create_sparse(data, about, half, checksums)
         values = data if isinstance(data, (Matrix, TransposedMatrix)) or data is None else np.asarray(data)
         if values is None and shape is None:
             raise ValueError("a matrix needs a shape or data")
@@ -289,19 +299,19 @@ class Database:
         if not 1 <= len(extents) <= 32 or min(extents) < 0 or max(extents) > 2**31 - 1:
             raise ValueError(f"a matrix has 1 to 32 axes of 0 to 2147483647, not {extents}")
         cut = _chunks(extents, kind.itemsize, chunks, checksums)
-        place = self._core.create_dense(list(extents), kind, cut, number, checksums)
+        place = self._core.create_dense(list(extents), kind, cut, about, checksums)
         matrix = self[f"{place.context}.{place.distribution}"]
         if values is not None:
             matrix[...] = values  # type: ignore[index]
         return matrix
 
-    def _create_sparse(self, data: Any, number: int, half: bool | None, checksums: bool) -> Any:
+    def _create_sparse(self, data: Any, about: "_core.About", half: bool | None, checksums: bool) -> Any:
         core = core_of(data)
         if half is False and core.half:
             core = core.in_full_storage()
         elif half is not False and not core.half and (half or core.symmetric()):
             core = core.in_half_storage()
-        place = core.store(self._core, number, checksums)
+        place = core.store(self._core, about, checksums)
         return self[f"{place.context}.{place.distribution}"]
 
     def __setitem__(self, title: str, data: Any) -> None:
@@ -309,12 +319,17 @@ class Database:
             raise ValueError(f'there is a matrix "{title}"; db["{title}"][...] = values changes it')
         self.create(title, data=data)
 
-    def _number_of(self, title: str | None) -> int:
-        if title is None:
-            return -1
-        if title not in _NUMBERS:
-            raise ValueError(f'"{title}" is not known; titles are {", ".join(_NUMBERS)}')
-        return _NUMBERS[title]
+    def set_title(self, name: Any, title: str, unit: str | None = None, description: str | None = None) -> None:
+        """Gives a matrix a title, a unit and a description, in place of those that it has.
+
+        Parameters
+        ----------
+        name : str or int
+            The matrix.
+        title, unit, description : str
+            As in `create`.
+        """
+        self._core.tell(self._find(name)[1].place, _about(title, unit, description))
 
     def check(self) -> List[str]:
         """The damage that is found in the file, which is open for reading; empty: it is sound."""
@@ -340,6 +355,10 @@ class Database:
             return f"<code>{html.escape(repr(self))}</code>"
         rows = "".join("<tr>" + "".join(f"<td>{html.escape(cell)}" for cell in row) for row in self._table())
         return f"<code>{html.escape(self.path)}</code><table><tr><th>name<th>shape<th>storage<th>chunks{rows}</table>"
+
+
+def _about(title: str | None, unit: str | None, description: str | None) -> "_core.About":
+    return _core.About(_NUMBERS.get(title or "", -1), title or "", unit or "", description or "")
 
 
 def _number(entry: Any) -> str:

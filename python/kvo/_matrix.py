@@ -77,6 +77,8 @@ class Matrix(_Lazy):
         Rows and columns of the pieces in which it is stored.
     name : str
         What ``db[name]`` finds it by; empty for scratch matrices.
+    unit, description : str
+        What its maker tells of it.
     """
 
     def __init__(self, store: "_core.Dense", name: str = "", path: str = "", database: Any = None) -> None:
@@ -84,6 +86,8 @@ class Matrix(_Lazy):
         self._database = database  # stays open while a matrix of it is in use
         self.name = name
         self.path = path
+        self.unit = ""
+        self.description = ""
 
     @property
     def shape(self) -> Tuple[int, ...]:  # type: ignore[override]

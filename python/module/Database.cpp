@@ -51,6 +51,12 @@ std::vector<T> Reversed(KVOSimArray<T> const& list)
 
 } // namespace
 
+void About::Tell(KVOSimDistributionID const& id) const
+{
+    if (!title.empty() || !unit.empty() || !description.empty())
+        KVOSimDistribution(id).SetTitle(title.c_str(), unit.c_str(), description.c_str());
+}
+
 Database::Database(std::string path, bool create, bool readOnly) : m_path(std::move(path)), m_readOnly(readOnly)
 {
     if (!create) {
@@ -142,6 +148,9 @@ Entry Database::Describe(Place const& place) const
     Entry entry;
     entry.place = place;
     entry.type = distribution.Type();
+    entry.title = distribution.Title();
+    entry.unit = distribution.Unit();
+    entry.description = distribution.Description();
     KVOSimArray<KVOSimDrawer> drawers;
     distribution.QueryDrawers(drawers);
     if (drawers.IsEmpty())
@@ -157,6 +166,14 @@ Entry Database::Describe(Place const& place) const
     return entry;
 }
 
+std::optional<Place> Database::Find(std::string const& title) const
+{
+    for (KVOSimContextID const& context : m_contexts)
+        if (KVOSimDistributionID const id = KVOSimContext(context).Find(title.c_str()); !id.IsNull())
+            return Place{context.Index(), id.Index()};
+    return std::nullopt;
+}
+
 KVOSimDistributionID Database::IdOf(Place const& place) const
 {
     for (KVOSimContextID const& context : m_contexts)
@@ -165,8 +182,8 @@ KVOSimDistributionID Database::IdOf(Place const& place) const
     return {};
 }
 
-Place Database::CreateDense(std::vector<std::int64_t> const& shape, int typeKey, std::optional<std::vector<int>> const& chunks, int type,
-                            bool checksums)
+Place Database::CreateDense(std::vector<std::int64_t> const& shape, int typeKey, std::optional<std::vector<int>> const& chunks,
+                            About const& about, bool checksums)
 {
     KVOSimContext context = FirstContext();
     KVOSimPosition position(context);
@@ -179,7 +196,8 @@ Place Database::CreateDense(std::vector<std::int64_t> const& shape, int typeKey,
     KVOSimGrid const grid(collections);
     KVOSimRangeType const range(typeKey);
     KVOSimDistributionID const id =
-        type < 0 ? position.CreateDistribution(grid, range) : position.CreateTypedDistribution(type, grid, range);
+        about.type < 0 ? position.CreateDistribution(grid, range) : position.CreateTypedDistribution(about.type, grid, range);
+    about.Tell(id);
     KVOSimTransfer transfer{KVOSimDistribution(id)};
     transfer.SetWrite();
     if (chunks)

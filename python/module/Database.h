@@ -29,6 +29,18 @@ struct Entry {
     std::vector<int> chunks; ///< alike; empty: not chunked
     std::int64_t values = 0; ///< stored ones
     std::string title;       ///< empty: none
+    std::string unit;
+    std::string description;
+};
+
+/// What the maker says of a matrix; see KVOSimDistribution::SetTitle().
+struct About {
+    int type = -1;
+    std::string title;
+    std::string unit;
+    std::string description;
+
+    void Tell(KVOSimDistributionID const& id) const;
 };
 
 /// A database file as the classes of Python share it.
@@ -58,12 +70,14 @@ public:
 
     std::vector<Entry> List() const;
     Entry Describe(Place const& place) const;
+    /// The matrix of that title, if there is one.
+    std::optional<Place> Find(std::string const& title) const;
     KVOSimDistributionID IdOf(Place const& place) const;
     /// Where new matrices are made.
     KVOSimContext FirstContext() const;
     /// Makes a dense matrix of zeros. @param chunks  none: not chunked
-    Place CreateDense(std::vector<std::int64_t> const& shape, int typeKey, std::optional<std::vector<int>> const& chunks, int type,
-                      bool checksums);
+    Place CreateDense(std::vector<std::int64_t> const& shape, int typeKey, std::optional<std::vector<int>> const& chunks,
+                      About const& about, bool checksums);
 
     /// The bytes of the file, where another one has not taken its name: for mappings.
     int Descriptor() const;

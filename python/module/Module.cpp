@@ -34,7 +34,12 @@ void DefineDatabase(py::module_& core)
         .def_property_readonly("shape", [](Entry const& entry) { return py::tuple(py::cast(entry.shape)); })
         .def_property_readonly("chunks", [](Entry const& entry) { return py::tuple(py::cast(entry.chunks)); })
         .def_readonly("values", &Entry::values)
-        .def_readonly("title", &Entry::title);
+        .def_readonly("title", &Entry::title)
+        .def_readonly("unit", &Entry::unit)
+        .def_readonly("description", &Entry::description);
+    py::class_<About>(core, "About").def(py::init([](int type, std::string const& title, std::string const& unit, std::string const& text) {
+        return About{type, title, unit, text};
+    }));
 
     auto const alone = [](auto work) { return [work](Database& database) { return Alone({&database}, [&] { return work(database); }); }; };
     py::class_<Database, std::shared_ptr<Database>>(core, "Database")
@@ -64,11 +69,14 @@ void DefineDatabase(py::module_& core)
         .def("list", alone([](Database& database) { return database.List(); }))
         .def("describe",
              [](Database& database, Place const& place) { return Alone({&database}, [&] { return database.Describe(place); }); })
+        .def("find", [](Database& database, std::string const& title) { return Alone({&database}, [&] { return database.Find(title); }); })
+        .def("tell", [](Database& database, Place const& place,
+                        About const& about) { Alone({&database}, [&] { about.Tell(database.IdOf(place)); }); })
         .def("create_dense",
              [](Database& database, std::vector<std::int64_t> const& shape, py::dtype const& dtype,
-                std::optional<std::vector<int>> const& chunks, int type, bool checksums) {
+                std::optional<std::vector<int>> const& chunks, About const& about, bool checksums) {
                  int const key = TypeKeyOf(dtype);
-                 return Alone({&database}, [&] { return database.CreateDense(shape, key, chunks, type, checksums); });
+                 return Alone({&database}, [&] { return database.CreateDense(shape, key, chunks, about, checksums); });
              })
         .def("check", alone([](Database& database) { return database.Check(); }));
 }

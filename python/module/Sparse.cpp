@@ -116,7 +116,7 @@ void Sparse::Write(std::string const& path, int format, std::optional<py::array_
     });
 }
 
-Place Sparse::Store(Database& database, int type, bool checksums)
+Place Sparse::Store(Database& database, About const& about, bool checksums)
 {
     return Alone({this, &database}, [&] {
         KVOSimContext context = database.FirstContext();
@@ -125,8 +125,9 @@ Place Sparse::Store(Database& database, int type, bool checksums)
         KVOSimCSetID const rows = makeSet(m_matrix->NumberOfRows());
         bool const square = m_matrix->NumberOfRows() == m_matrix->NumberOfColumns();
         KVOSimCSetID const columns = square ? rows : makeSet(m_matrix->NumberOfColumns());
-        KVOSimDistributionID const id = type < 0 ? KVOSrvUtilities::CreateSparseDistribution(rows, columns)
-                                                 : KVOSrvUtilities::CreateSparseDistribution(position, type, rows, columns);
+        KVOSimDistributionID const id = about.type < 0 ? KVOSrvUtilities::CreateSparseDistribution(rows, columns)
+                                                       : KVOSrvUtilities::CreateSparseDistribution(position, about.type, rows, columns);
+        about.Tell(id);
         m_matrix->Export(rows, columns, id, checksums);
         return Place{id.ContextID().Index(), id.Index()};
     });

@@ -35,7 +35,7 @@ public:
     std::shared_ptr<Sparse> InHalfStorage();
     /// @param numbering  node and degree of freedom of each row, for format 4
     void Write(std::string const& path, int format, std::optional<pybind11::array_t<int>> const& numbering);
-    Place Store(Database& database, int type, bool checksums);
+    Place Store(Database& database, About const& about, bool checksums);
 
     /// Y = A X, or A^T X. Shapes fit; both in Fortran order.
     void Multiply(pybind11::array_t<double> const& X, pybind11::array_t<double>& Y, bool transpose);

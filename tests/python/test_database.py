@@ -10,6 +10,7 @@ import threading
 import h5py
 import numpy as np
 import pytest
+import scipy.sparse as sp
 
 import kvo
 
@@ -56,26 +57,35 @@ def test_modes_of_opening(tmp_path):
     assert os.path.islink("link.sim") and sorted(os.listdir()) == ["a.sim", "link.sim", "scratch", "text.sim"]
 
 
-def test_names_find_what_the_program_shows():
+def test_names_are_titles_or_numbers():
     with kvo.open("a.sim", "x") as db:
         db["modes"] = np.zeros((2, 2))
         db.create(data=np.arange(3, dtype=np.int32))
-        db.create("mass", shape=(1, 1))
-        second = db.create("mass", data=np.eye(3))
-        assert list(db) == db.keys() == ["modes", "1", "2", "3"] and len(db) == 4
-        assert [matrix.name for matrix in db.values()] == list(db)
-        assert db[3] is second and db["0"] is db["modes"] and db["distribution_3_drawer_0"] is second
+        db.create("Träger 1", data=np.eye(2), unit="N/m", description="of the beam")
+        second = db.create("modes", data=np.eye(3))
+        k = db.create("stiffness", data=sp.eye(4).tocsr())
+        assert list(db) == db.keys() == ["modes", "1", "Träger 1", "modes (2)", "stiffness"] and len(db) == 5
+        assert [matrix.name for matrix in db.values()] == list(db) and k.name == "stiffness"
+        assert db[3] is second is db["modes (2)"] and db["0"] is db["modes"] and db["distribution_3_drawer_0"] is second
         assert "1" in db and "5" not in db and db["1"].dtype == np.int32
-        for name in ("stiffness", 4, "1.0", "x"):
+        db.set_title(3, "shapes")
+        assert db["shapes"] is second and "modes (2)" not in db
+        for name in ("mass", 5, "1.0", "x"):
             with pytest.raises(KeyError):
                 db[name]
-        for call in (lambda: db.create("own", shape=3), lambda: db.create(), lambda: db.create(shape=(2, -1)),
-                     lambda: db.create(shape=3, chunks=(2, 2)), lambda: db.__setitem__("modes", 1)):
+        for call in (lambda: db.create(), lambda: db.create(shape=(2, -1)), lambda: db.create(shape=3, chunks=(2, 2)),
+                     lambda: db.__setitem__("modes", 1)):
             with pytest.raises(ValueError):
                 call()
+        with pytest.raises(kvo.MisuseError):
+            db.create("a/b", shape=3)
         with pytest.raises(TypeError):
             db.create(shape=3, dtype="c16")
-        assert "3 x 3" in repr(db) and "3 x 3" in repr(second) and "<table>" in db._repr_html_()
+        assert "3 x 3" in repr(db) and "3 x 3" in repr(second) and "<table>" in db._repr_html_() and len(db) == 5
+    with kvo.open("a.sim") as db, h5py.File("a.sim") as file:
+        assert set(file) == {"context_0", "modes", "Träger 1", "shapes", "stiffness"}
+        assert (db["Träger 1"].unit, db["Träger 1"].description) == ("N/m", "of the beam")
+        np.testing.assert_array_equal(file["shapes"], db["shapes"])
 
 
 def test_transactions_keep_all_or_nothing():
