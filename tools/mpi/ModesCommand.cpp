@@ -220,6 +220,7 @@ void RunModes(Options const& options, Ranks const& ranks, std::vector<std::strin
                                  std::move(output.reference),
                                  {},
                                  ranks.Size(),
+                                 found.solver,
                                  found.ordering,
                                  "Krylov-Schur"};
         options.json ? PrintJson(report) : PrintTable(report);

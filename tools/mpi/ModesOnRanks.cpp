@@ -68,7 +68,7 @@ public:
     {
         auto const begin = std::chrono::steady_clock::now();
         m_settings.from ? OfRange() : Lowest();
-        m_account.factor = m_pair.Account(m_found.ordering);
+        m_account.factor = m_pair.Account(m_found.solver, m_found.ordering);
         m_account.shift = m_shift;
         m_account.steps = static_cast<int>(m_account.factor.solvedColumns);
         m_account.block = 1;

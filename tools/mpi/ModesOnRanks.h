@@ -23,6 +23,7 @@ struct RankModes {
     std::vector<double> residuals;
     std::vector<double> rows; ///< this rank's rows of the modes, x^T M x = 1, a mode a column
     KVOSrvModesAccount account;
+    std::string solver;
     std::string ordering;
 };
 

@@ -19,7 +19,7 @@ public:
     PetscSession(PetscSession const&) = delete;
     PetscSession& operator=(PetscSession const&) = delete;
 
-    /// Seconds and calls of a kind of work up to now, by PETSc's own account, as "MatSolve".
+    /// Seconds and calls of a kind of work up to now, by PETSc's own account, as "STMatSolve".
     static std::pair<double, int> Spent(char const* event);
 };
 

@@ -91,12 +91,12 @@ void ShiftedPair::OfInterval(EPS eps) const
     Check(EPSKrylovSchurSetDetectZeros(eps, PETSC_TRUE));
 }
 
-KVOSrvFactorAccount ShiftedPair::Account(std::string& ordering) const
+KVOSrvFactorAccount ShiftedPair::Account(std::string& solverName, std::string& ordering) const
 {
     KVOSrvFactorAccount account;
     auto const [orderingSeconds, orderings] = PetscSession::Spent("MatCholFctrSym");
     auto const [factorSeconds, factorizations] = PetscSession::Spent("MatCholFctrNum");
-    auto const [solveSeconds, solves] = PetscSession::Spent("MatSolve");
+    auto const [solveSeconds, solves] = PetscSession::Spent("STMatSolve");
     account.orderings = orderings;
     account.factorizations = factorizations;
     account.solvedColumns = solves;
@@ -119,9 +119,12 @@ KVOSrvFactorAccount ShiftedPair::Account(std::string& ordering) const
     Check(PetscObjectTypeCompare(reinterpret_cast<PetscObject>(pc), PCCHOLESKY, &factors));
     if (factors == PETSC_TRUE)
         Check(PCFactorGetMatSolverType(pc, &solver));
-    ordering = "the solver";
-    if (solver == nullptr || std::string(solver) != MATSOLVERMUMPS)
+    if (solver == nullptr || std::string(solver) != MATSOLVERMUMPS) {
+        ordering = "that solver";
+        solverName = "the solver of the options";
         return account;
+    }
+    solverName = "MUMPS";
     Check(PCFactorGetMatrix(pc, &factor));
     PetscInt entries = 0, megabytes = 0, onDisk = 0, number = 0;
     Check(MatMumpsGetInfog(factor, 29, &entries));

@@ -33,8 +33,8 @@ public:
     /// A search of its own for all of an interval.
     void OfInterval(EPS eps) const;
 
-    /// What was done until now, and the name of the ordering of the unknowns.
-    KVOSrvFactorAccount Account(std::string& ordering) const;
+    /// What was done until now, and the names of the solver and of its ordering of the unknowns.
+    KVOSrvFactorAccount Account(std::string& solverName, std::string& ordering) const;
 
 private:
     PC Preconditioner() const;

@@ -20,7 +20,8 @@ namespace
 {
 
 constexpr char kDescription[] = "Natural frequencies and products of stored matrices, shared by the processes of mpirun.\n\n"
-                                "  mpirun -n 4 kvomtx-mpi modes k.mtx m.mtx --count 10";
+                                "  mpirun -n 4 kvomtx-mpi modes k.mtx m.mtx --count 10\n"
+                                "  mpirun -n 4 kvomtx-mpi gemm model.sim 2 5 6";
 constexpr char kFooter[] =
     "\nExit codes are those of kvomtx: 0 done, 1 the data cannot give what was asked for, 2 wrong command line, 3 an input\n"
     "cannot be read, 4 an output cannot be written, 130 interrupted. kvomtx-mpi COMMAND --help shows each command.";
@@ -79,7 +80,10 @@ void Run(int argc, char** argv, Ranks const& ranks)
         TakeSignals(ranks);
         s_solverOptions = TakeSolverOptions(argc, argv, words);
         command = ParseCommandLine(static_cast<int>(words.size()), words.data(), "kvomtx-mpi", kDescription, kFooter,
-                                   [](CLI::App& app, Command& chosen) { AddModesOnRanks(app, chosen, *s_ranks, s_solverOptions); });
+                                   [](CLI::App& app, Command& chosen) {
+                                       AddModesOnRanks(app, chosen, *s_ranks, s_solverOptions);
+                                       AddGemmOnRanks(app, chosen, *s_ranks);
+                                   });
     });
     if (!ranks.IsFirst() && std::freopen("/dev/null", "w", stdout) == nullptr) // what all would print, as the help, rank 0 prints
         std::fclose(stdout);

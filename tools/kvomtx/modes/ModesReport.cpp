@@ -85,7 +85,8 @@ namespace
 std::string Solver(ModesReport const& report)
 {
     KVOSrvFactorAccount const& factor = report.account.factor;
-    return "MUMPS, " + std::to_string((factor.factorEntries + (1 << 17) - 1) >> 17) + " MiB of factor" + (factor.onDisk ? " on disk" : "") +
+    return report.solver + ", " + std::to_string((factor.factorEntries + (1 << 17) - 1) >> 17) + " MiB of factor" +
+           (factor.onDisk ? " on disk" : "") +
            (report.ranks > 0 ? " on " + std::to_string(report.ranks) + (report.ranks > 1 ? " ranks" : " rank") : "");
 }
 
@@ -95,9 +96,9 @@ void PrintAccount(ModesReport const& report)
     KVOSrvFactorAccount const& factor = account.factor;
     std::printf("\nunknowns %lld, entries of a triangle %lld, ordered by %s in %.1f s\n", static_cast<long long>(factor.unknowns),
                 static_cast<long long>(factor.entries), report.ordering.c_str(), factor.orderingSeconds);
-    std::printf("factor of %lld entries, %.3g operations, %.0f MB in memory%s: %d factorizations in %.1f s (MUMPS)\n",
+    std::printf("factor of %lld entries, %.3g operations, %.0f MB in memory%s: %d factorizations in %.1f s (%s)\n",
                 static_cast<long long>(factor.factorEntries), factor.flops, static_cast<double>(factor.memory) / 1e6,
-                factor.onDisk ? ", the factor on disk" : "", factor.factorizations, factor.factorSeconds);
+                factor.onDisk ? ", the factor on disk" : "", factor.factorizations, factor.factorSeconds, report.solver.c_str());
     std::printf("%s: %d steps of %d columns, %d restarts, a basis of up to %d columns, %d shifts; %lld columns solved in %.1f s,\n"
                 "the rest of the search %.1f s; %s\n",
                 report.method.c_str(), account.steps, account.block, account.restarts, account.basis, account.shifts,

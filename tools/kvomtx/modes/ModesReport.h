@@ -50,6 +50,7 @@ struct ModesReport {
     std::optional<ReferenceFrequencies> reference;
     std::optional<ParticipationReport> participation;
     int ranks = 0;                        ///< processes that shared the search; 0: it was that of the library
+    std::string solver = "MUMPS";         ///< of linear systems
     std::string ordering = "METIS";       ///< of the unknowns
     std::string method = "block Lanczos"; ///< of the search
 };
