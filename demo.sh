@@ -8,7 +8,7 @@ scripts/install-packages.sh
 # The folder of ./test.sh, so that nothing is compiled twice; what "cmake --install build/release" needs is there after either.
 build=build/release
 cmake --preset release
-cmake --build $build --parallel "$(nproc)" --target modes_in_core KVOMtxLinearAlgebra kvomtx kvomtx_manual
+cmake --build $build --parallel "$(nproc)" --target modes_in_core KVOMtxLinearAlgebra kvomtx kvomtx_manual kvo_python
 $build/examples/modes_in_core data
 
 mkdir -p build/demo

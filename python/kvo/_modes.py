@@ -46,8 +46,8 @@ class Modes:
         return zip(range(1, len(self) + 1), self.frequencies, self.eigenvalues, self.residuals)
 
     def __repr__(self) -> str:
-        counted = "none is missing" if self.account["certified"] else "not counted"
-        lines = [f"<kvo.Modes: {len(self)} modes of {self.modes.shape[0]} unknowns, {counted}>"]
+        counted = ", none is missing" if self.account["certified"] else ""
+        lines = [f"<kvo.Modes: {len(self)} modes of {self.modes.shape[0]} unknowns{counted}>"]
         lines += ["mode      frequency     eigenvalue  residual"]
         lines += [f"{i:4d}  {f:13.6f}  {e:13.6g}  {r:8.1e}" for i, f, e, r in self._rows()]
         return "\n".join(lines)
