@@ -59,10 +59,13 @@ namespace
 
 // A call for a part of a column takes as long as so many entries more: half a microsecond.
 constexpr double kEntriesPerCall = 512;
+// DGEMM packs the tiles of A and B anew for every tile of C, which takes as long as reading them.
+constexpr double kEntriesPerPacking = 1.0;
 // What passes through the caches for every entry of C when another part of the inner dimension is added, next to an entry that is read.
 constexpr double kEntriesPerSum = 0.25;
-// The first touch of memory takes as long as reading so much into it; one more tile, some microseconds.
-constexpr double kEntriesPerEntry = 1.0, kEntriesPerTile = 2000.0;
+// The first touch of memory, which the system clears, takes longer than reading as much into it: little on bare metal, ten times as long in
+// some virtual machines. One more tile takes some microseconds.
+constexpr double kEntriesPerEntry = 3.0, kEntriesPerTile = 2000.0;
 
 struct Cost {
     double entries; ///< read
@@ -95,8 +98,10 @@ Cost CostOf(ProductShape const& shape, Tiles const& tiles)
     double const b = shape.storedB ? n * p * Readings(tiles, kInner, kColumns, kRows) : 0.0;
     double const c = shape.storedC ? m * p : 0.0;
     double const steps = static_cast<double>(tiles.of[kRows].Count()) * tiles.of[kColumns].Count() * tiles.of[kInner].Count();
-    return {a + b, a * (1 + CallsPerEntry(tiles.of[shape.transposedA ? kInner : kRows])) + b * (1 + CallsPerEntry(tiles.of[kInner])) +
-                       c * (1 + CallsPerEntry(tiles.of[kRows])) + kEntriesPerSum * m * p * tiles.of[kInner].Count() +
+    double const packing = m * n * tiles.of[kColumns].Count() + n * p * tiles.of[kRows].Count();
+    return {a + b, kEntriesPerPacking * packing + a * (1 + CallsPerEntry(tiles.of[shape.transposedA ? kInner : kRows])) +
+                       b * (1 + CallsPerEntry(tiles.of[kInner])) + c * (1 + CallsPerEntry(tiles.of[kRows])) +
+                       kEntriesPerSum * m * p * tiles.of[kInner].Count() +
                        kEntriesPerEntry * static_cast<double>(EntriesFor(shape, tiles)) + kEntriesPerTile * steps};
 }
 
