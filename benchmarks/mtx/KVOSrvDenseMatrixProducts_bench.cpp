@@ -5,6 +5,7 @@
 #include "KVOFortran.h"
 #include "KVOSrvDenseMatrixSet.h"
 #include "KVOSrvMatrix.h"
+#include "KVOSrvProductMemory.h"
 #include "KVOSrvScratchDenseMatrix.h"
 #include "KVOSrvSparseMatrix.h"
 #include "KVOSrvUtilities.h"
@@ -238,6 +239,29 @@ void StoredTimesStored(benchmark::State& state)
     CheckEqual(c, expected, n);
 }
 BENCHMARK(StoredTimesStored)->Arg(4096)->Arg(8192)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+// The same within so many MiB: 96 are tiles of order 2048, 384 of 4096.
+void WithinMemory(benchmark::State& state)
+{
+    KVOSrvProductMemory const limit(state.range(1) << 20);
+    StoredTimesStored(state);
+}
+BENCHMARK(WithinMemory)
+    ->ArgNames({"n", "MiB"})
+    ->ArgsProduct({{4096, 8192}, {96, 384, 1024}})
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+
+void ColdWithinMemory(benchmark::State& state)
+{
+    KVOSrvProductMemory const limit(state.range(2) << 20);
+    Cold(state);
+}
+BENCHMARK(ColdWithinMemory)
+    ->ArgNames({"p", "transposed", "MiB"})
+    ->ArgsProduct({{512}, {0, 1}, {96}})
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
 
 // Slots 9, 10, 12 and 18; the peers transfer what these must, in pieces of block rows or block columns.
 struct ReadSlab {
