@@ -233,7 +233,8 @@ public:
     /// @name Whole matrices
     /// They work in pieces: the memory held is one block at most (two with a second matrix), where nothing else is
     /// said. Shapes and arguments are checked first; a refusal is KVOSrvMtxIllegalInput with the member's name. When
-    /// the database fails on the way, what was written by then stays. Empty and null matrices have nothing to do.
+    /// the database fails on the way, what was written by then stays. Empty and null matrices have nothing to do. Under
+    /// a limit of memory (KVOSrvProductMemory) pieces are smaller where they would exceed it.
     /// @{
 
     /// The whole matrix, column-major, rows x columns, in one transfer. @param out  not null, unless the matrix is

@@ -171,7 +171,8 @@ public:
     void Multiply(double const* x, int nvec, double* y, bool transpose) const;
 
     /// Y = A X, or Y = A^T X when `transpose`, for stored matrices, block column of X by block column. Rows of Y behind
-    /// those of the product become zero. Y may be X itself, but overlap it in no other way.
+    /// those of the product become zero. Y may be X itself, but overlap it in no other way. Under a limit of memory
+    /// (KVOSrvProductMemory) fewer columns at a time, where a block column exceeds it.
     /// @param X  at least as many rows as the product takes @param Y  at least the product's rows and X's columns
     /// @throws KVOSrvMtxIllegalInput "MultiplyDense" when the sizes do not fit; nothing is changed then
     /// @throws KVOSimException when the database fails; Y keeps the block columns written by then

@@ -62,13 +62,13 @@ void MultiplyPartByDiagonal(KVOSrvDenseMatrix const& A, double const* diagonal, 
 // The same within the limit for the memory of products.
 void MultiplyByDiagonalInPieces(KVOSrvDenseMatrix const& A, double const* diagonal, double beta, KVOSrvDenseMatrix& Y)
 {
-    std::int64_t const entries = std::min(DenseTiles::EntriesAllowed() / 2, kWholeSlab);
+    std::int64_t const entries = StatedMemory::EntriesFor(kWholeSlab, 2);
     KVOSrvBlockCut const rows = Y.StoredRowBlocks();
     KVOSrvBlockCut columns = Y.StoredColumnBlocks();
-    DensePieces::Limit limit = DensePieces::LimitEntries(rows, std::max<std::int64_t>(1, entries));
-    DenseTiles::RequireMemory(2, "Multiply");
+    DensePieces::Limit limit = DensePieces::LimitEntries(rows, entries);
+    StatedMemory::Require(2, "Multiply");
     if (A.Overlaps(Y)) { // whole rows: a row of A is not read again when it has been written
-        DenseTiles::RequireMemory(2 * std::int64_t{columns.size}, "Multiply");
+        StatedMemory::Require(2 * std::int64_t{columns.size}, "Multiply");
         limit = {static_cast<int>(std::max<std::int64_t>(1, entries / columns.size)), columns.size};
         columns = KVOSrvBlockCut::Whole(columns.size, 0);
     }

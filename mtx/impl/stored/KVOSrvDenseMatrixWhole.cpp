@@ -4,9 +4,11 @@
 #include "DenseChecks.h"
 #include "DenseKernels.h"
 #include "KVOSimCSet.h"
+#include "StatedMemory.h"
 #include "mem_Vector.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 using namespace DenseChecks;
@@ -34,10 +36,13 @@ std::int64_t PackedColumn(int j)
     return std::int64_t{j} * (j + 1) / 2;
 }
 
-// The greatest width of strips of `rows` rows: a block's, or fewer columns where that were too much memory.
-int StripWidth(KVOSrvBlockCut const& columns, int rows)
+// The greatest width of strips of `rows` rows, of which there are `buffers` in memory: a block's, or fewer columns where that were too
+// much.
+int StripWidth(KVOSrvBlockCut const& columns, int rows, int buffers, char const* operation)
 {
-    return std::clamp(static_cast<int>(kPieceEntries / std::max(1, rows)), 1, std::max(1, columns.MaxNumberInBlock()));
+    StatedMemory::Require(std::int64_t{buffers} * rows, operation);
+    return std::clamp(static_cast<int>(StatedMemory::EntriesFor(kPieceEntries, buffers) / std::max(1, rows)), 1,
+                      std::max(1, columns.MaxNumberInBlock()));
 }
 
 // Calls run(c0, c1) for strips of the columns of a matrix: parts of its block columns.
@@ -65,6 +70,12 @@ bool EqualsMirror(Window const& w, double const* a, double const* b)
             if (w.r0 + i != w.c0 + j && !(a[i + std::int64_t{j} * w.Rows()] == b[j + std::int64_t{i} * w.Columns()]))
                 return false;
     return true;
+}
+
+// Whether what is written to one may be a value of the other.
+bool IsOneStore(KVOSrvDenseMatrix const& a, KVOSrvDenseMatrix const& b)
+{
+    return !a.IsNull() && a.DistributionID() == b.DistributionID();
 }
 
 // (member number, row) in ascending order of the numbers, and among equal ones of the rows.
@@ -111,7 +122,7 @@ void KVOSrvDenseMatrix::GetUpperValues(double* out) const
     int const columns = NumberOfColumns();
     RequireFitting(NumberOfRows() >= columns, "GetUpperValues", "the matrix has fewer rows than columns");
     RequireFitting(out != nullptr || columns == 0, "GetUpperValues", "the array is null");
-    int const width = StripWidth(m_columnCut, columns);
+    int const width = StripWidth(m_columnCut, columns, 1, "GetUpperValues");
     Buffer const strip(std::int64_t{columns} * width);
     ForEachStrip(m_columnCut.Stored(), width, [&](int c0, int c1) {
         strip.Read(*this, {0, c1, c0, c1});
@@ -125,7 +136,7 @@ void KVOSrvDenseMatrix::GetLowerValues(double* out) const
     int const rows = NumberOfRows();
     RequireFitting(NumberOfColumns() >= rows, "GetLowerValues", "the matrix has fewer columns than rows");
     RequireFitting(out != nullptr || rows == 0, "GetLowerValues", "the array is null");
-    int const height = StripWidth(m_rowCut, rows);
+    int const height = StripWidth(m_rowCut, rows, 2, "GetLowerValues");
     Buffer const strip(std::int64_t{rows} * height), transposed(std::int64_t{rows} * height);
     ForEachStrip(m_rowCut.Stored(), height, [&](int r0, int r1) {
         strip.Read(*this, {r0, r1, 0, r1});
@@ -140,7 +151,7 @@ void KVOSrvDenseMatrix::GetSymmetricValues(double* out) const
     int const n = NumberOfColumns();
     RequireFitting(NumberOfRows() == n, "GetSymmetricValues", "the matrix is not square");
     RequireFitting(out != nullptr || n == 0, "GetSymmetricValues", "the array is null");
-    int const width = StripWidth(m_columnCut, n);
+    int const width = StripWidth(m_columnCut, n, 3, "GetSymmetricValues");
     Buffer const upper(std::int64_t{n} * width), lower(std::int64_t{n} * width), mirrored(std::int64_t{n} * width);
     ForEachStrip(m_columnCut.Stored(), width, [&](int c0, int c1) {
         upper.Read(*this, {0, c1, c0, c1});
@@ -163,12 +174,14 @@ void KVOSrvDenseMatrix::GetSubmatrix(KVOSrvDenseMatrix& dest, int r0, int r1, in
     RequireWritable(c1 - c0 < dest.NumberOfColumns());
     // The walk is over the rows of `dest`: what has no row there is left out. Within one store a block row is read before it is written:
     // views may overlap.
-    bool const sameStore = !IsNull() && DistributionID() == dest.DistributionID();
+    bool const sameStore = IsOneStore(*this, dest);
     KVOSrvBlockCut const rows =
         KVOSrvBlockCut::AtChunks(std::min(r1 - r0 + 1, dest.NumberOfRows()), dest.m_rowCut.perBlock, dest.m_rowCut.offset);
     KVOSrvBlockCut const columns = sameStore ? KVOSrvBlockCut::Whole(c1 - c0 + 1, 0)
                                              : KVOSrvBlockCut::AtChunks(c1 - c0 + 1, dest.m_columnCut.perBlock, dest.m_columnCut.offset);
-    Limit const limit = sameStore ? Limit{rows.MaxNumberInBlock(), columns.size} : LimitEntries(rows, kPieceEntries);
+    Limit const limit =
+        sameStore ? Limit{rows.MaxNumberInBlock(), columns.size} : LimitEntries(rows, StatedMemory::EntriesFor(kPieceEntries));
+    StatedMemory::Require(sameStore ? std::int64_t{limit.rows} * limit.columns : 1, "GetSubmatrix");
     Buffer const piece(rows, columns, limit);
     ForEachPiece(rows, columns, limit, [&](Window const& w) {
         piece.Read(*this, {w.r0 + r0, w.r1 + r0, w.c0 + c0, w.c1 + c0});
@@ -184,7 +197,7 @@ void KVOSrvDenseMatrix::CopyRowsToMemory(int const* rowMap, int n, KVOSrvMatrix&
     RequireFitting(rows == 0 || (rowMap != nullptr && std::all_of(rowMap, rowMap + rows, [n](int row) { return row >= 0 && row < n; })),
                    "CopyRowsToMemory", "the row map is null or leaves the target");
     KVOSrvBlockCut const rowCut = m_rowCut.Stored(), columnCut = m_columnCut.Stored();
-    Limit const limit = LimitEntries(rowCut, kCacheEntries);
+    Limit const limit = LimitEntries(rowCut, StatedMemory::EntriesFor(kCacheEntries));
     Buffer const piece(rowCut, columnCut, limit);
     bool cleared = false; // only after a first successful reading, so that a matrix that cannot be read changes nothing
     auto const clear = [&] {
@@ -207,11 +220,14 @@ void KVOSrvDenseMatrix::CopyValues(KVOSrvDenseMatrix const* src)
     RequireFitting(src != nullptr && src->NumberOfRows() == NumberOfRows() && src->NumberOfColumns() == NumberOfColumns(), "CopyValues",
                    kShape);
     // Within one store a block column is read before it is written: views may overlap in rows.
-    bool const sameStore = !IsNull() && DistributionID() == src->DistributionID();
+    bool const sameStore = IsOneStore(*this, *src);
     KVOSrvBlockCut const rows = sameStore ? KVOSrvBlockCut::Whole(NumberOfRows(), 0) : m_rowCut.Stored();
     KVOSrvBlockCut const columns = sameStore ? src->m_columnCut.Stored() : m_columnCut.Stored();
-    Limit limit = LimitEntries(rows, kPieceEntries);
-    limit.rows = rows.MaxNumberInBlock();
+    Limit limit = LimitEntries(rows, StatedMemory::EntriesFor(kPieceEntries));
+    if (sameStore)
+        StatedMemory::Require(rows.size, "CopyValues");
+    if (sameStore || !KVOSrvProductMemory::IsSet())
+        limit.rows = rows.MaxNumberInBlock();
     limit.columns = std::max(1, std::min(limit.columns, src->m_columnCut.Stored().MaxNumberInBlock()));
     Buffer const piece(rows, columns, limit);
     ForEachPiece(rows, columns, limit, [&](Window const& w) {
@@ -227,8 +243,14 @@ void KVOSrvDenseMatrix::CopyMappedRows(KVOSrvDenseMatrix const* src, bool /*clea
     int const rows = NumberOfRows(), sourceRows = src->NumberOfRows();
     if (rows == 0 || src->NumberOfColumns() == 0)
         return;
+    // Two numbers of a row in its set and two in the search, one of a row of the source and where it goes.
+    std::int64_t const forNumbers =
+        (16 * std::int64_t{rows} + 8 * std::int64_t{sourceRows}) / static_cast<std::int64_t>(sizeof(double)) + 1;
+    std::int64_t const perColumn = std::int64_t{rows} + sourceRows;
+    StatedMemory::Require(perColumn + forNumbers, "CopyMappedRows");
     mem_Vector<int> const map = sourceRows > 0 ? MapRows(*src, *this) : mem_Vector<int>();
-    int const width = StripWidth(src->m_columnCut.Stored(), std::max(rows, sourceRows));
+    int const width = std::min(StripWidth(src->m_columnCut.Stored(), std::max(rows, sourceRows), 1, "CopyMappedRows"),
+                               StatedMemory::ColumnsWithin(src->m_columnCut.Stored(), perColumn, forNumbers).perBlock);
     Buffer const source(std::int64_t{sourceRows} * width), target(std::int64_t{rows} * width);
     // Rows without a source are zero from here on, asked for or not: what is copied goes to the same rows in every strip.
     std::fill_n(target.Values(), std::int64_t{rows} * width, 0.0);
@@ -248,9 +270,11 @@ void KVOSrvDenseMatrix::AddAssign(KVOSrvDenseMatrix const& other)
 {
     RequireFitting(other.NumberOfRows() == NumberOfRows() && other.NumberOfColumns() == NumberOfColumns(), "AddAssign", kShape);
     // Views of one store may overlap.
-    bool const sameStore = !IsNull() && DistributionID() == other.DistributionID();
+    bool const sameStore = IsOneStore(*this, other);
     KVOSrvBlockCut const rows = m_rowCut.Stored(), columns = m_columnCut.Stored();
-    Limit const limit = sameStore ? Limit{rows.MaxNumberInBlock(), columns.MaxNumberInBlock()} : LimitEntries(rows, kCacheEntries);
+    Limit const limit = sameStore ? Limit{rows.MaxNumberInBlock(), columns.MaxNumberInBlock()}
+                                  : LimitEntries(rows, StatedMemory::EntriesFor(kCacheEntries, 2));
+    StatedMemory::Require(sameStore ? 2 * std::int64_t{limit.rows} * limit.columns : 1, "AddAssign");
     Buffer const sum(rows, columns, limit), addend(rows, columns, limit);
     ForEachPiece(rows, columns, limit, [&](Window const& w) {
         double* const values = sameStore ? nullptr : ValuesInPlace(w.r0, w.r1, w.c0, w.c1);
@@ -268,7 +292,7 @@ void KVOSrvDenseMatrix::AddAssign(KVOSrvDenseMatrix const& other)
 void KVOSrvDenseMatrix::Scale(double factor)
 {
     KVOSrvBlockCut const rows = m_rowCut.Stored(), columns = m_columnCut.Stored();
-    Limit const limit = LimitEntries(rows, kCacheEntries);
+    Limit const limit = LimitEntries(rows, StatedMemory::EntriesFor(kCacheEntries));
     Buffer const piece(rows, columns, limit);
     ForEachPiece(rows, columns, limit, [&](Window const& w) {
         double* const inPlace = ValuesInPlace(w.r0, w.r1, w.c0, w.c1);
@@ -288,7 +312,8 @@ bool KVOSrvDenseMatrix::IsSymmetric() const
     if (NumberOfRows() != NumberOfColumns())
         return false;
     KVOSrvBlockCut const rows = m_rowCut.Stored(), columns = m_columnCut.Stored();
-    Limit const limit{kComparedSide, kComparedSide};
+    int const side = static_cast<int>(std::sqrt(static_cast<double>(StatedMemory::EntriesFor(kComparedSide * kComparedSide, 2))));
+    Limit const limit{side, side};
     Buffer const piece(rows, columns, limit), mirror(rows, columns, limit);
     bool symmetric = true;
     ForEachPiece(rows, columns, limit, [&](Window const& w) {

@@ -3,6 +3,7 @@
 #include "DenseBuffer.h"
 #include "DenseKernels.h"
 #include "KVOSrvMatrixSupport.h"
+#include "StatedMemory.h"
 
 namespace
 {
@@ -22,7 +23,7 @@ void KVOSrvMatrix::Add(double f, KVOSrvDenseMatrix const& D)
     RequireLegal(D.NumberOfRows() <= m_rows && D.NumberOfColumns() <= m_columns, "Add");
     bool const byTriangle = m_symmetric && IsSquare();
     KVOSrvBlockCut const rows = D.StoredRowBlocks(), columns = D.StoredColumnBlocks();
-    DensePieces::Limit const limit = DensePieces::LimitEntries(rows, kPieceEntries);
+    DensePieces::Limit const limit = DensePieces::LimitEntries(rows, StatedMemory::EntriesFor(kPieceEntries));
     DensePieces::Buffer const piece(rows, columns, limit);
     DensePieces::ForEachPiece(rows, columns, limit, [&](DensePieces::Window w) {
         // Rows and columns may be cut differently: a piece counts up to its last diagonal element, not by its block's number.

@@ -7,6 +7,7 @@
 #include "KVOSrvUtilities.h"
 #include "SparseProducts.h"
 #include "SparseRows.h"
+#include "StatedMemory.h"
 
 #include <climits>
 
@@ -63,7 +64,6 @@ public:
         return m_gathered.Values();
     }
 
-private:
     // Rows in memory beside the gathered ones: all, or the longest run unless that is all there is.
     static int RowsRead(KVOSrvDenseMatrix const& X, RowList const& list)
     {
@@ -74,6 +74,8 @@ private:
             longest = std::max(longest, list.runs[run + 1] - list.runs[run]);
         return longest;
     }
+
+private:
     DensePieces::Window Window(int run, Span columns) const
     {
         auto const row = [&](int position) { return static_cast<int>(m_list.rows[position]); };
@@ -100,6 +102,13 @@ private:
     Buffer m_read;
 };
 
+// The block columns of X, or fewer columns at a time where a stated memory has no more room for what each takes.
+Walk ColumnsWithin(KVOSrvDenseMatrix const& X, std::int64_t entriesPerColumn, std::int64_t entriesBeside)
+{
+    StatedMemory::Require(entriesPerColumn + entriesBeside, "MultiplyDense", RequireFitting);
+    return Walk(StatedMemory::ColumnsWithin(X.StoredColumnBlocks(), entriesPerColumn, entriesBeside));
+}
+
 } // namespace
 
 void KVOSrvSparseMatrix::MultiplyDense(KVOSrvDenseMatrix const& X, KVOSrvDenseMatrix& Y, bool transpose) const
@@ -111,8 +120,8 @@ void KVOSrvSparseMatrix::MultiplyDense(KVOSrvDenseMatrix const& X, KVOSrvDenseMa
     // A block of columns is read before it is replaced, but another one must not be replaced before it is read.
     RequireFitting(!X.Overlaps(Y) || X.StoredColumnBlocks().offset == Y.StoredColumnBlocks().offset, "MultiplyDense",
                    "Y overlaps X in other columns");
-    Walk const blocks(X.StoredColumnBlocks());
     int const extraRows = Y.NumberOfRows() - outRows;
+    Walk const blocks = ColumnsWithin(X, std::int64_t{inRows} + outRows + extraRows, 0);
     Buffer const input(std::int64_t{inRows} * blocks.MaxCount()), output(std::int64_t{outRows} * blocks.MaxCount());
     Buffer const zeros(std::int64_t{extraRows} * blocks.MaxCount());
     std::fill_n(zeros.Values(), std::int64_t{extraRows} * blocks.MaxCount(), 0.0);
@@ -135,7 +144,7 @@ void KVOSrvSparseMatrix::MultiplyDense(KVOSrvDenseMatrix const& X, double* y, bo
     unsigned* const rows = transpose ? FindNontrivialRows(count) : FindNontrivialColumns(count);
     RowList const list(rows, count);
     DenseChecks::RequireReadable(count == 0 || rows[count - 1] < static_cast<unsigned>(X.NumberOfRows()));
-    Walk const blocks(X.StoredColumnBlocks());
+    Walk const blocks = ColumnsWithin(X, std::int64_t{count} + Gatherer::RowsRead(X, list), std::int64_t{count} + list.runCount);
     Gatherer const gather(X, list, blocks.MaxCount());
     auto const announce = [&](Span columns) {
         if (count > 0)

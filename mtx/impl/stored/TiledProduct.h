@@ -1,7 +1,7 @@
 #pragma once
 
 #include "DenseGemm.h"
-#include "KVOSrvProductMemory.h"
+#include "StatedMemory.h"
 
 /// Products of stored matrices within the memory that KVOSrvProductMemory allows.
 namespace DenseTiles
@@ -12,14 +12,6 @@ using DensePieces::Window;
 using DenseSlabs::Factor;
 using DenseSlabs::Result;
 using DenseSlabs::Span;
-
-/// Entries of memory under the limit in force.
-inline std::int64_t EntriesAllowed() noexcept
-{
-    return KVOSrvProductMemory::Bytes() / static_cast<std::int64_t>(sizeof(double));
-}
-/// Refuses a limit under which `operation` cannot have the `entries` entries that it needs.
-void RequireMemory(std::int64_t entries, char const* operation);
 
 /// op(A): some rows of one stored matrix or of several side by side.
 struct Left {
