@@ -19,7 +19,7 @@ struct KVOSrvModesSettings {
     std::optional<double> shift;  ///< K + shift M is factored first; none: 0 where K is positive definite, else chosen
     double tolerance = 1e-10;     ///< largest residual, see KVOSrvModes
     bool certify = true;          ///< counts the eigenvalues below the last one, which may take one factorization more
-    std::int64_t memory = 0;      ///< bytes that factor and search may take beside the two matrices; 0: no limit
+    std::int64_t memory = 0;      ///< bytes that factor and search may take beside matrices and ordering; 0: none
     char const* folder = nullptr; ///< of scratch files; null: KVOSrvUtilities::GetTempDirectory()
     /// Database file that the search is kept in, every few steps, so that it can go on after the end of its process: at
     /// most a twentieth of the time goes there. It is made, and must not be there, unless `resume` is set. It stays the

@@ -106,7 +106,7 @@ void SearchFile::Refuse(std::string const& why, int line) const
 // The file comes under its name when it is complete: whoever finds one there can go on with it.
 void SearchFile::Make(int order)
 {
-    constexpr char kThere[] = "is there; go on with what it keeps by --resume, or name another file";
+    constexpr char kThere[] = "is there; go on with what it keeps, or name another file";
     std::error_code ignored;
     if (std::filesystem::exists(m_path, ignored))
         Refuse(kThere);
@@ -141,7 +141,7 @@ void SearchFile::Open(int order)
 {
     m_database.OpenFile(DRXUnicodeString(m_path.c_str()), false);
     KVOSimContextID const id = m_database.ContextID();
-    constexpr char kNone[] = "keeps no search for modes; give a file that was made with --keep";
+    constexpr char kNone[] = "keeps no search for modes; give one that a search was kept in";
     if (id.IsNull())
         Refuse(kNone);
     m_context = std::make_unique<KVOSimContext>(id);

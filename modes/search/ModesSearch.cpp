@@ -147,13 +147,13 @@ void ModesSearch::ChooseShift()
     if (m_settings.shift) {
         double const shift = *m_settings.shift;
         if (!std::isfinite(shift))
-            RefuseSearch(KVOSrvModesFailure::Shift, "the shift is no number; give another --shift or leave it out");
+            RefuseSearch(KVOSrvModesFailure::Shift, "the shift is no number; give another shift or leave it out");
         if (m_pair.largest > 0.0 && shift > kLargestShift * m_pair.largest)
             RefuseSearch(KVOSrvModesFailure::Shift, "the shift hides the eigenvalues, of which the diagonals show none above " +
-                                                        SearchText(m_pair.largest) + "; choose a smaller --shift or leave it out");
+                                                        SearchText(m_pair.largest) + "; choose a smaller shift or leave it out");
         if (!FactorDefinite(shift))
             RefuseSearch(KVOSrvModesFailure::Shift,
-                         "stiffness + shift * mass is not positive definite; choose a greater --shift or leave it out");
+                         "stiffness + shift * mass is not positive definite; choose a greater shift or leave it out");
         return;
     }
     if (FactorDefinite(0.0))
@@ -165,9 +165,9 @@ void ModesSearch::ChooseShift()
             return;
     if (m_pair.negative > 0)
         RefuseSearch(KVOSrvModesFailure::Pair, "the stiffness matrix has negative eigenvalues (see row " + std::to_string(m_pair.negative) +
-                                                   "); give a --shift greater than the largest of them in size");
+                                                   "); give a shift greater than the largest of them in size");
     RefuseSearch(KVOSrvModesFailure::Pair,
-                 "the stiffness matrix is indefinite and no shift helps; give a --shift greater than the largest of "
+                 "the stiffness matrix is indefinite and no shift helps; give a shift greater than the largest of "
                  "its negative eigenvalues in size");
 }
 
@@ -229,7 +229,7 @@ void ModesSearch::Converge(BlockLanczos& lanczos, std::function<bool(int)> const
                     RefuseSearch(KVOSrvModesFailure::Missed,
                                  "no convergence after " + std::to_string(m_account.steps) + " steps (" + std::to_string(converged) +
                                      " of " + std::to_string(wanted) +
-                                     " modes): the eigenvalues are too close together or too far apart; try another --count");
+                                     " modes): the eigenvalues are too close together or too far apart; try another count");
                 // What has converged, and of the rest a share that leaves room for some steps.
                 int const room = lanczos.Capacity() - lanczos.Block() * 4;
                 lanczos.Restart(std::max(1, std::min({lanczos.Columns() - 1, std::max(converged, wanted) + 2 * lanczos.Block(), room})));
@@ -246,7 +246,7 @@ void ModesSearch::RequireRank(BlockLanczos const& lanczos, int wanted) const
 {
     if (lanczos.IsComplete() && lanczos.Columns() < wanted)
         RefuseSearch(KVOSrvModesFailure::Pair, "the mass matrix is of rank " + std::to_string(lanczos.Columns()) + ": there are no " +
-                                                   std::to_string(wanted) + " finite modes; ask for fewer with --count");
+                                                   std::to_string(wanted) + " finite modes; ask for fewer");
 }
 
 std::vector<double> ModesSearch::LambdaOf(BlockLanczos& lanczos, int count) const
@@ -363,7 +363,7 @@ ModesSearch::Found ModesSearch::Refine(Panel vectors)
         if (ritz.combinations.columns < vectors.columns)
             RefuseSearch(KVOSrvModesFailure::Pair,
                          "the eigenvalues are too far apart for one computation: " + std::to_string(ritz.combinations.columns) + " of " +
-                             std::to_string(vectors.columns) + " modes can be told from rounding; ask for fewer with --count");
+                             std::to_string(vectors.columns) + " modes can be told from rounding; ask for fewer");
         shifted = ritz.shifted;
         vectors = Times(solved, ritz.combinations);
         massVectors = Times(m_mass, vectors);
@@ -438,7 +438,7 @@ void ModesSearch::Lowest()
     if (count > m_pair.Massive())
         RefuseSearch(KVOSrvModesFailure::Pair, "the mass matrix has " + std::to_string(m_pair.Massive()) +
                                                    " unknowns with mass: there are no " + std::to_string(count) +
-                                                   " finite modes; ask for fewer with --count");
+                                                   " finite modes; ask for fewer");
     Reserve(count + kBlock);
     if (m_phase <= kAround && FindAroundBound()) {
         m_phase = kCounting;

@@ -40,7 +40,7 @@ int ModesSearch::CountBelow(double& bound)
         bound += Margin(bound) * (1 << tries);
     }
     RefuseSearch(KVOSrvModesFailure::Missed,
-                 "the eigenvalues below " + SearchText(bound) + " cannot be counted; try another --count or range");
+                 "the eigenvalues below " + SearchText(bound) + " cannot be counted; try another count or range");
 }
 
 // The lowest modes and their count from one factorization, of K - bound M, where an estimate tells of a bound that they lie below and few
@@ -127,8 +127,7 @@ bool ModesSearch::Certify()
         m_below = CountBelow(m_bound);
         if (m_below < known)
             RefuseSearch(KVOSrvModesFailure::Missed, "only " + std::to_string(m_below) + " of " + std::to_string(known) +
-                                                         " eigenvalues below " + SearchText(m_bound) +
-                                                         " were counted; try another --shift");
+                                                         " eigenvalues below " + SearchText(m_bound) + " were counted; try another shift");
     }
     bool const areMissing = m_below > known;
     if (areMissing && m_phase != kMissing && m_isAround)
@@ -153,8 +152,7 @@ void ModesSearch::FindMissing()
     int const converged = Converged(*lanczos);
     if (BelowShift(*lanczos, converged) < below)
         RefuseSearch(KVOSrvModesFailure::Missed, "of " + std::to_string(below) + " eigenvalues below " + SearchText(m_bound) + " only " +
-                                                     std::to_string(BelowShift(*lanczos, converged)) +
-                                                     " were found; ask for more modes with --count");
+                                                     std::to_string(BelowShift(*lanczos, converged)) + " were found; ask for more modes");
     Panel vectors(m_order, below);
     for (int j = 0, to = 0; to < below; ++j)
         if (lanczos->Ritz()[static_cast<std::size_t>(j)].theta < 0.0)

@@ -39,7 +39,7 @@ private:
     bool Step(KVOSrvSparseMatrix const& stiffness);
     void Evaluate();
     double Below(double value) const;
-    double NodesBelow(double value) const;
+    double NodesBelow(double value, double eigenvalues) const;
 
     std::vector<double> m_scale;                        // of unknowns, to a lumped mass of 1
     std::vector<double> m_columns, m_before, m_product; // row by row

@@ -197,7 +197,7 @@ TEST(KVOSrvModes, RefusalsSayWhatIsWrongWithThePair)
         {{1.0, 2.0, 0.0, 4.0}, {1.0, 2.0, 0.0, 4.0}, {}, "unknown 3 has neither stiffness nor mass", KVOSrvModesFailure::Pair},
         {counting, {1.0, 0.0, 0.0, 0.0}, {}, "1 unknowns with mass: there are no 2 finite modes", KVOSrvModesFailure::Pair},
         {counting, positive, 1e9, "the shift hides the eigenvalues", KVOSrvModesFailure::Shift},
-        {counting, positive, -1.5, "choose a greater --shift", KVOSrvModesFailure::Shift},
+        {counting, positive, -1.5, "choose a greater shift", KVOSrvModesFailure::Shift},
     };
     for (Case const& each : cases) {
         KVOSrvModesSettings settings;

@@ -211,6 +211,20 @@ ExitCode CodeOf(KVOSrvModesFailure::Kind kind)
                                               : ExitCode::kCannot;
 }
 
+// What failed, and the options that it speaks of.
+std::string TextOf(KVOSrvModesFailure const& failure)
+{
+    constexpr std::pair<char const*, char const*> kOptions[] = {
+        {"shift or", "--shift"},       {"shift greater", "--shift"}, {"another shift", "--shift"}, {"fewer", "--count"},
+        {"more modes", "--count"},     {"another count", "--count"}, {"range", "--range"},         {"memory granted", "--memory"},
+        {"what it keeps", "--resume"}, {"was kept", "--keep"}};
+    std::string text = failure.UserReport().c_str(), options;
+    for (auto const& [words, option] : kOptions)
+        if (text.find(words) != std::string::npos)
+            options += (options.empty() ? " (" : ", ") + std::string(option);
+    return text + options + (options.empty() ? "" : ")");
+}
+
 // The file that a search is kept in is an output, but while it is opened to go on. Other databases are not meant.
 std::optional<ToolError> FailureOfKept(KVOSimException const& failure, KVOSrvModesSettings const& settings)
 {
@@ -237,7 +251,7 @@ std::unique_ptr<KVOSrvModes> Compute(KVOSrvSparseMatrix const& stiffness, KVOSrv
         history = std::move(watch.history);
         return found;
     } catch (KVOSrvModesFailure const& failure) {
-        throw ToolError(CodeOf(failure.WhatFailed()), failure.UserReport().c_str());
+        throw ToolError(CodeOf(failure.WhatFailed()), TextOf(failure));
     } catch (KVOSimException const& failure) {
         if (std::optional<ToolError> const error = FailureOfKept(failure, settings))
             throw *error;
@@ -356,8 +370,10 @@ void AddModesCommand(CLI::App& app, Command& chosen)
     AddFlag(modes, "--checksums", options->checksums, "Keep checksums of the values of matrices and modes, for db check");
     AddOption(modes, "--range", options->range, 2, "Find all modes from one frequency to another instead of the lowest");
     AddFlag(modes, "--rad", options->inRadians, "Frequencies are circular, omega = sqrt(lambda), in --range and in the output");
-    AddOption(modes, "--memory", options->memory, "Bytes that factor and search may take, as 600M or 2G: else the factor goes to the disk",
-              RequireBytes);
+    AddOption(
+        modes, "--memory", options->memory,
+        "Bytes that factor and search may take beside the matrices and their ordering, as 600M or 2G: else the factor goes to the disk",
+        RequireBytes);
     AddOption(modes, "--tolerance", options->settings.tolerance, "Largest residual of a mode (1e-10)", RequirePositive);
     AddOption(modes, "--masses", options->unknownsOfNode, "Effective masses by degree of freedom, N unknowns a node", 1, kMostOfNode);
     AddOption(modes, "--coordinates", options->coordinates,

@@ -142,6 +142,7 @@ void PrintJson(ModesReport const& report)
     object["stiffness"] = report.stiffness;
     object["mass"] = report.mass;
     object["unknowns"] = report.unknowns;
+    object["entries"] = factor.entries; // of a triangle
     object["eigenvalues"] = report.eigenvalues;
     object["frequencies"] = report.frequencies;
     object["residuals"] = report.residuals;
