@@ -15,9 +15,16 @@ from ._progress import Progress, told
 from ._selection import Axis, everything
 from ._sparse import HalfStorage, SparseMatrix, core_of, is_sparse
 
-# A piece should take about so long, so that Ctrl-C is not waited for.
-_SECONDS = 0.7
+# A piece should take about so long: Ctrl-C is to be waited for less than two seconds.
+_SECONDS = 1.0
 _FIRST_FLOPS = 1e9
+_MOST_FLOPS = 2e10
+# Columns of the left operand that are multiplied at a time, at first and at most: DGEMM gains little from more, and loses where columns lie a
+# power of two apart.
+_FIRST_INNER = 128
+_INNER = 512
+# Up to so many vectors the library multiplies stored blocks without copying them.
+_FEW = 128
 # Columns that a sparse matrix is multiplied with at a time: its entries are read once for them.
 _SPARSE_PANEL = 16
 
@@ -51,27 +58,28 @@ def memory_limit(nbytes: int) -> Iterator[None]:
 
 
 class _Pace:
-    """How many rows make a piece that takes about the time that one should."""
+    """The pieces of rows, each of about the time that one should take and of ``most`` rows at most."""
 
-    def __init__(self, rows: int, unit: int, flops_per_row: float) -> None:
-        self._unit = max(1, unit)
+    def __init__(self, rows: int, unit: int, flops_per_row: float, most: int) -> None:
         self._rows = rows
+        self._unit = max(1, min(unit, most))
+        self._most = max(1, most // self._unit * self._unit)
         self._next = self._whole(_FIRST_FLOPS / max(flops_per_row, 1.0))
         if rows * flops_per_row <= 4 * _FIRST_FLOPS:
-            self._next = max(rows, 1)
+            self._next = max(1, min(rows, self._most))
 
     def _whole(self, rows: float) -> int:
-        return max(self._unit, int(min(rows, 2.0**31)) // self._unit * self._unit)
+        return min(max(self._unit, int(min(rows, 2.0**31)) // self._unit * self._unit), self._most)
 
-    def __iter__(self) -> Iterator[Tuple[int, int]]:
+    def __iter__(self) -> Iterator[slice]:
         first = 0
         while first < self._rows:
-            last = min(first + self._next, self._rows) - 1
+            end = min(first + self._next, self._rows)
             begin = time.monotonic()
-            yield first, last
+            yield slice(first, end)
             taken = time.monotonic() - begin
-            self._next = self._whole((last - first + 1) * _SECONDS / max(taken, 1e-6))
-            first = last + 1
+            self._next = self._whole((end - first) * _SECONDS / max(taken, 1e-6))
+            first = end
 
 
 class _Right:
@@ -97,57 +105,63 @@ class _Result:
         self.stored = into
         self.array = None if into is not None else _core.empty(np.dtype(np.float64), [rows, columns])
 
+    def part(self, rows: slice, columns: slice) -> np.ndarray:
+        """Where a piece is formed: in its place, if that is in Fortran order."""
+        if self.array is not None and self.array[rows, columns].flags.f_contiguous:
+            return self.array[rows, columns]
+        return _core.empty(np.dtype(np.float64), [rows.stop - rows.start, columns.stop - columns.start])
+
     def put(self, rows: slice, columns: slice, values: np.ndarray) -> None:
-        if self.stored is None:
-            self.array[rows, columns] = values
-        else:
+        if self.array is None:
             axes = [Axis(part.start, 1, part.stop - part.start) for part in (rows, columns)]
             _transfer.write(self.stored._store, axes, values)
+        elif not np.may_share_memory(self.array, values):
+            self.array[rows, columns] = values
 
 
 def _panels(count: int, width: int) -> Iterator[slice]:
     return (slice(first, min(first + width, count)) for first in range(0, count, width))
 
 
-def _multiply(a: Matrix, right: _Right, result: _Result, limit: int, given: bool, tell: Callable) -> None:
+def _multiply(a: Any, right: _Right, result: _Result, limit: int, tell: Callable) -> None:
+    """Group by group of the result, which is in memory while slabs of both operands are read and multiplied into it."""
     (m, n), p = a.shape, right.shape[1]
-    unit = min(a.chunks[0] if a.chunks else 1024, m)
-    width = max(1, min(p, limit // 2 // (8 * max(n, 1))))
-    ours = (limit - 8 * n * width) if given else 0
+    transposed = isinstance(a, TransposedMatrix)
+    left = _Right(a.T if transposed else a)
+    width = p if 8 * m * p <= limit // 2 else min(p, max(1, int((limit // 16) ** 0.5)))
+    height = int(min(m, max(1, limit // 2 // (8 * width)), max(_INNER, _MOST_FLOPS // (2 * _FIRST_INNER * width))))
+    most = min(_INNER, max(1, limit // 2 // (8 * (height + width))))
     for columns in _panels(p, width):
-        count = columns.stop - columns.start
-        x = right(slice(0, n), columns)
-        for first, last in _Pace(m, unit, 2.0 * n * count):
-            if result.stored is not None:
-                _core.multiply_rows_into(a._store, x, result.stored._store, first, last, columns.start, ours)
-            else:
-                rows = slice(first, last + 1)
-                target = result.array[rows, columns]
-                y = target if target.flags.f_contiguous else _core.empty(np.dtype(np.float64), [last + 1 - first, count])
-                _core.multiply_rows(a._store, x, y, first, last, ours)
-                if y is not target:
-                    result.array[rows, columns] = y
-            tell((columns.start + count * (last + 1) / m) / p)
+        for rows in _panels(m, height):
+            c = result.part(rows, columns)
+            for inner in _Pace(n, _FIRST_INNER, 2.0 * c.size, most):
+                x = right(inner, columns)
+                piece = left(inner, rows) if transposed else left(rows, inner)
+                _core.multiply(piece, x, c, transposed, inner.start > 0)
+                tell((columns.start * m + (columns.stop - columns.start) * (rows.start + (rows.stop - rows.start) * inner.stop / n)) / (m * p))
+            result.put(rows, columns, c)
 
 
-def _multiply_transposed(a: Matrix, right: _Right, result: _Result, limit: int, given: bool, tell: Callable) -> None:
-    (m, n), p = a.shape, right.shape[1]
-    unit = min(a.chunks[0] if a.chunks else 1024, m)
-    width = max(1, min(p, limit // 2 // (8 * (n + unit))))
-    for columns in _panels(p, width):
-        count = columns.stop - columns.start
-        y = _core.empty(np.dtype(np.float64), [n, count])
-        most = max(unit, limit // 4 // (8 * count) // unit * unit)
-        for first, last in _Pace(m, unit, 2.0 * n * count):
-            for rows in _panels(last + 1 - first, most):
-                begin, end = first + rows.start, first + rows.stop
-                x = right(slice(begin, end), columns)
-                ours = max(limit - y.nbytes - x.nbytes, 1) if given else 0
-                _core.multiply_rows_transposed(a._store, x, y, begin, end - 1, 0.0 if begin == 0 else 1.0, ours)
-            tell((columns.start + count * (last + 1) / m) / p)
-        if m == 0:
-            y[...] = 0.0
-        result.put(slice(0, n), columns, y)
+def _multiply_few(a: Any, right: _Right, result: _Result, limit: int, given: bool, tell: Callable) -> None:
+    """With so few vectors that the library multiplies the blocks where they are."""
+    columns = slice(0, right.shape[1])
+    stored = a.T if isinstance(a, TransposedMatrix) else a
+    rows_of_a = stored.shape[0]
+    most = max(1, limit // 4 // (8 * columns.stop))
+    unit = min(stored.chunks[0] if stored.chunks else 1024, rows_of_a)
+    y = result.part(slice(0, a.shape[0]), columns) if stored is not a else None
+    for rows in _Pace(rows_of_a, unit, 2.0 * stored.shape[1] * columns.stop, most):
+        x = right(rows if stored is not a else slice(0, a.shape[1]), columns)
+        part = y if y is not None else result.part(rows, columns)
+        ours = max(limit - x.nbytes - part.nbytes, 1) if given else 0
+        if y is not None:
+            _core.multiply_rows_transposed(stored._store, x, y, rows.start, rows.stop - 1, float(rows.start > 0), ours)
+        else:
+            _core.multiply_rows(stored._store, x, part, rows.start, rows.stop - 1, ours)
+            result.put(rows, columns, part)
+        tell(rows.stop / rows_of_a)
+    if y is not None:
+        result.put(slice(0, a.shape[0]), columns, y)
 
 
 def _multiply_sparse(a: SparseMatrix, right: _Right, result: _Result, limit: int, tell: Callable) -> None:
@@ -192,12 +206,6 @@ def _operand(operand: Any) -> Any:
     if array.dtype.kind not in "biuf":
         raise TypeError(f"products are those of float64, not of {array.dtype}")
     return array.astype(np.float64, copy=False)
-
-
-def _chunk_of_result(rows: int, n: int, p: int, a: Any) -> int:
-    # A block row of the result is what a piece cannot be cut below.
-    unit = a.chunks[0] if isinstance(a, Matrix) and a.chunks else 1024
-    return max(1, min(rows, unit, max(64, int(8e9 / max(2.0 * n * p, 1.0)))))
 
 
 def matmul(a: Any, b: Any, out: Matrix | None = None, memory: int | None = None, progress: Progress = None) -> Any:
@@ -245,7 +253,7 @@ def matmul(a: Any, b: Any, out: Matrix | None = None, memory: int | None = None,
         if any(_store_of(operand) is out._store for operand in (a, b)):
             raise ValueError("the result is an operand")
     elif not isinstance(b, np.ndarray) and m > 0 and p > 0:
-        into = scratch(m, p, _chunk_of_result(m, n, p, a))
+        into = scratch(m, p)
     limit = memory or _limit or _default_limit()
     result = _Result(m, p, into)
     with told(progress, "multiplying") as tell:
@@ -255,10 +263,10 @@ def matmul(a: Any, b: Any, out: Matrix | None = None, memory: int | None = None,
             _multiply_by_sparse(a, b, result, limit, tell)
         elif isinstance(a, SparseMatrix):
             _multiply_sparse(a, _Right(b), result, limit, tell)
-        elif isinstance(a, TransposedMatrix):
-            _multiply_transposed(a.T, _Right(b), result, limit, memory is not None or _limit is not None, tell)
+        elif p <= _FEW and 8 * p * max(a.shape) <= limit // 2:
+            _multiply_few(a, _Right(b), result, limit, memory is not None or _limit is not None, tell)
         else:
-            _multiply(a, _Right(b), result, limit, memory is not None or _limit is not None, tell)
+            _multiply(a, _Right(b), result, limit, tell)
     return into if into is not None else result.array
 
 

@@ -101,7 +101,7 @@ void DefineDense(py::module_& core)
              })
         .def("__exit__", [](Dense& matrix, py::args const&) { matrix.In().mutex.unlock(); });
     core.def("multiply_rows", &MultiplyRows);
-    core.def("multiply_rows_into", &MultiplyRowsInto);
+    core.def("multiply", &Multiply);
     core.def("multiply_rows_transposed", &MultiplyRowsTransposed);
 }
 

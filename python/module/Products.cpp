@@ -67,22 +67,6 @@ void MultiplyRows(Dense& A, py::array_t<double> const& X, py::array_t<double>& Y
     });
 }
 
-void MultiplyRowsInto(Dense& A, py::array_t<double> const& X, Dense& C, int firstRow, int lastRow, int firstColumn, std::int64_t memory)
-{
-    Shape const x = ShapeOf(X);
-    KVOSrvMatrix const operand(x.rows, x.columns, ValuesOf(X, false), false, false);
-    Alone({&A.In(), &C.In()}, [&] {
-        auto const limit = Limit(memory);
-        KVOSrvDenseMatrix& target = C.Matrix();
-        int const lastColumn = firstColumn + x.columns - 1;
-        if (lastRow >= target.NumberOfRows() || firstColumn < 0 || lastColumn >= target.NumberOfColumns())
-            KVOSimException("Cannot multiply", "", "the result is too small").Throw("python/module/Products", __LINE__);
-        std::unique_ptr<KVOSrvDenseMatrix> view;
-        std::unique_ptr<KVOSrvDenseMatrix> const part = target.View(firstRow, lastRow, firstColumn, lastColumn);
-        RowsOf(A.Matrix(), firstRow, lastRow, view).Multiply(1.0, operand, 0.0, *part);
-    });
-}
-
 void MultiplyRowsTransposed(Dense& A, py::array_t<double> const& X, py::array_t<double>& Y, int firstRow, int lastRow, double beta,
                             std::int64_t memory)
 {
@@ -94,4 +78,18 @@ void MultiplyRowsTransposed(Dense& A, py::array_t<double> const& X, py::array_t<
         std::unique_ptr<KVOSrvDenseMatrix> view;
         RowsOf(A.Matrix(), firstRow, lastRow, view).TransposeMultiply(nullptr, operand, result, 1.0, beta);
     });
+}
+
+void Multiply(py::array_t<double> const& A, py::array_t<double> const& X, py::array_t<double>& Y, bool transpose, bool accumulate)
+{
+    Shape const a = ShapeOf(A), x = ShapeOf(X), y = ShapeOf(Y);
+    Require(x.rows == (transpose ? a.rows : a.columns) && y.rows == (transpose ? a.columns : a.rows) && x.columns == y.columns);
+    KVOSrvMatrix const left(a.rows, a.columns, ValuesOf(A, false), false, false);
+    KVOSrvMatrix const right(x.rows, x.columns, ValuesOf(X, false), false, false);
+    KVOSrvMatrix result(y.rows, y.columns, ValuesOf(Y, true), false, false);
+    py::gil_scoped_release const released;
+    if (transpose)
+        left.TransposeMultiply(right, result, 0, accumulate);
+    else
+        left.Multiply(right, result, 0, accumulate);
 }

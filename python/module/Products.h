@@ -12,9 +12,9 @@
 /// Y = A(rows, :) X
 void MultiplyRows(Dense& A, pybind11::array_t<double> const& X, pybind11::array_t<double>& Y, int firstRow, int lastRow,
                   std::int64_t memory);
-/// C(rows, firstColumn ...) = A(rows, :) X, C stored
-void MultiplyRowsInto(Dense& A, pybind11::array_t<double> const& X, Dense& C, int firstRow, int lastRow, int firstColumn,
-                      std::int64_t memory);
 /// Y = A(rows, :)^T X + beta Y. @param X  as many rows as there are
 void MultiplyRowsTransposed(Dense& A, pybind11::array_t<double> const& X, pybind11::array_t<double>& Y, int firstRow, int lastRow,
                             double beta, std::int64_t memory);
+/// Y = A X, or A^T X, or that added to Y: all arrays, by the DGEMM that the library is given.
+void Multiply(pybind11::array_t<double> const& A, pybind11::array_t<double> const& X, pybind11::array_t<double>& Y, bool transpose,
+              bool accumulate);
