@@ -160,6 +160,10 @@ void KVOSrvSparseFactor::Repr::Begin()
     m_mumps.comm_fortran = kSelfCommunicator;
     Run(kInitialise);
     m_begun = true;
+    // A factor on the disk is written by this thread, through buffers. MUMPS' own thread, the default, ends at a write that fails and
+    // leaves the factorization waiting for it for ever; nor has the library threads of its own.
+    constexpr int kDiskStrategy = 99, kBufferedHere = 3;
+    m_mumps.keep[kDiskStrategy - 1] = kBufferedHere;
     for (int const stream : {1, 2, 3, 4})
         Control(stream) = stream == 4 ? 0 : -1; // silent
     Control(6) = 0;                             // no permutation by values
