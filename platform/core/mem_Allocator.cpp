@@ -2,6 +2,7 @@
 
 #include "AddressSanitizer.h"
 #include "MappedArrays.h"
+#include "MemoryLimit.h"
 
 #include <algorithm>
 #include <atomic>
@@ -147,6 +148,11 @@ void mem_Free(void* memory) noexcept
         std::free(header.base);
     else
         s_mapped.Free(memory, header.bytes);
+}
+
+std::size_t mem_MostBytes() noexcept
+{
+    return MemoryLimit();
 }
 
 void mem_ReleaseMemory() noexcept

@@ -52,6 +52,10 @@ KVO_EXPORT void mem_Free(void* memory) noexcept;
 /// again.
 KVO_EXPORT void mem_ReleaseMemory() noexcept;
 
+/// The most bytes that this process can have: the least of the machine's memory, of its control groups' limits and of
+/// its own limits of address space and data.
+KVO_EXPORT std::size_t mem_MostBytes() noexcept;
+
 /// Bytes of an array of `count` elements of `size` bytes; a negative count or a product that overflows gives SIZE_MAX,
 /// which every allocation function refuses.
 constexpr std::size_t mem_ArrayBytes(std::int64_t count, std::size_t size) noexcept

@@ -59,6 +59,16 @@ TEST(Products, OfDenseAndSparseMatricesInBothDirectionsAndStorages)
             EXPECT_NEAR(operations, c.operations, c.operations * 1e-6);
         }
     }
+    WriteArray(tool / "large.mtx", 120, 90, 5);
+    for (std::string const memory : {"20K", "10M"}) {
+        tool.Do({"gemm", "large.mtx", "large.mtx", "-t", "-o", "y.sim", "--memory", memory});
+        tool.Do({"db", "export", "y.sim", "0", "y.mtx"});
+        EXPECT_EQ(MarketFile(tool / "y.mtx").entries, Product(MarketFile(tool / "large.mtx"), MarketFile(tool / "large.mtx"), true));
+    }
+    Outcome const refused = tool({"gemm", "large.mtx", "large.mtx", "-t", "-o", "z.sim", "--memory", "1K"});
+    EXPECT_EQ(refused.code, 1);
+    EXPECT_NE(refused.err.find("the memory limit of 1000 bytes is too small"), std::string::npos) << refused.err;
+    EXPECT_EQ(tool({"gemm", "x4.mtx", "x4.mtx", "-o", "z.sim", "--memory", "0"}).code, 2);
     Outcome const mismatched = tool({"sparse-times-dense", "a.mtx", "x4.mtx", "-o", "z.sim"});
     EXPECT_EQ(mismatched.code, 1);
     EXPECT_NE(mismatched.err.find("4 x 3 cannot be multiplied by 4 x 6"), std::string::npos);

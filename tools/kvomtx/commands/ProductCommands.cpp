@@ -12,8 +12,10 @@
 #include "ProviderMemory.h"
 #include "ScratchFolder.h"
 #include "Source.h"
+#include "StatedBytes.h"
 #include "Validators.h"
 
+#include "KVOSrvProductMemory.h"
 #include "KVOSrvSparseMatrix.h"
 
 #include <nlohmann/json.hpp>
@@ -48,6 +50,7 @@ struct Options {
     std::string output;
     std::string format;
     std::string scratch;
+    std::string memory; // empty: half of what the process may have
     bool transpose = false;
     bool checksums = false;
     bool json = false;
@@ -63,16 +66,17 @@ struct Rate {
     double seconds = 0.0;
 };
 
-double FastestOf(int repetitions, std::function<void()> const& multiply)
+double FastestOf(Options const& options, std::function<void()> const& multiply)
 {
+    KVOSrvProductMemory const limit(StatedBytes(options.memory));
     Progress progress("multiplying");
     double fastest = 0.0;
-    for (int k = 0; k < repetitions; ++k) {
+    for (int k = 0; k < options.repeat; ++k) {
         auto const begin = std::chrono::steady_clock::now();
         multiply();
         std::chrono::duration<double> const elapsed = std::chrono::steady_clock::now() - begin;
         fastest = k == 0 ? elapsed.count() : std::min(fastest, elapsed.count());
-        progress.Set((k + 1.0) / repetitions);
+        progress.Set((k + 1.0) / options.repeat);
     }
     return fastest;
 }
@@ -140,7 +144,7 @@ void RunSparseTimesDense(Options const& options)
     if (rate.rows == 0)
         throw ToolError(ExitCode::kCannot, options.left + ": has no rows; there is nothing to multiply");
     auto const product = MakeProduct(database, rate.rows, rate.columns, DescribeProduct(options), options.checksums);
-    rate.seconds = FastestOf(options.repeat, [&] { sparse->MultiplyDense(dense.Matrix(), *product, options.transpose); });
+    rate.seconds = FastestOf(options, [&] { sparse->MultiplyDense(dense.Matrix(), *product, options.transpose); });
     rate.operations = 2.0 * static_cast<double>(FullMatrix(*sparse).Rows().entries) * rate.columns;
     rate.bytes = Bytes(dense.Matrix()) + Bytes(*product);
     database.Commit();
@@ -158,7 +162,7 @@ void RunGemm(Options const& options)
     RequireProduct(options, a.NumberOfRows(), a.NumberOfColumns(), b);
     Rate rate{options.transpose ? a.NumberOfColumns() : a.NumberOfRows(), b.NumberOfColumns()};
     auto const product = MakeProduct(database, rate.rows, rate.columns, DescribeProduct(options), options.checksums);
-    rate.seconds = FastestOf(options.repeat, [&] {
+    rate.seconds = FastestOf(options, [&] {
         if (options.transpose)
             a.TransposeMultiply(&b, product.get(), 0);
         else
@@ -175,6 +179,7 @@ void AddProductOptions(CLI::App& command, Options& options)
     AddRequired(command, "-o,--output", options.output, "Database to write", RequireName);
     AddFlag(command, "-t,--transpose", options.transpose, "Multiply by the transposed first operand");
     AddOption(command, "--repeat", options.repeat, "Multiply so often; the fastest counts (1)", RequireAtLeastOne);
+    AddMemory(command, options.memory);
     AddOption(command, "--scratch", options.scratch, "Folder for scratch files (that of the output)", RequireName);
     AddOption(command, "--format", options.format, "Format of the operands, when their endings do not tell it (see convert --help)");
     AddFlag(command, "--checksums", options.checksums, "Keep checksums of the product's values, for db check");
