@@ -1,9 +1,12 @@
 #include "RankTool.h"
 
 #include <array>
+#include <chrono>
 #include <cmath>
+#include <csignal>
 #include <gmock/gmock.h>
 #include <numeric>
+#include <thread>
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -135,6 +138,21 @@ TEST(ModesOnRanks, EndTogetherWithOneLine)
     EXPECT_EQ(apart.code, 3);
     EXPECT_THAT(OwnLines(apart.err), ElementsAre(HasSubstr("rank 1: ")));
     EXPECT_THAT(apart.err, HasSubstr("in a folder that they share"));
+}
+
+TEST(ModesOnRanks, InterruptedLeaveNothing)
+{
+    RankTool tool;
+    tool.Do({"make-brick", "12", "12", "12", "k.mtx", "m.mtx"});
+    auto const before = tool.Files();
+    Words const group{"--mca", "odls_base_sigkill_timeout", "1", "-n", "2"}; // a second, as it is by default
+    pid_t const child = tool.StartApart({group}, {"modes", "k.mtx", "m.mtx", "-n", "500", "-o", "modes.sim"});
+    for (int k = 0; k < 6000 && tool.Files().size() == before.size(); ++k)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_GT(tool.Files().size(), before.size());
+    kill(child, SIGINT);
+    EXPECT_NE(tool.Wait(child).code, 0);
+    EXPECT_TRUE(tool.Files() == before);
 }
 
 // The disk is full for the second rank alone.

@@ -16,8 +16,8 @@ public:
             for (char const* name :
                  {"OMPI_ALLOW_RUN_AS_ROOT", "OMPI_ALLOW_RUN_AS_ROOT_CONFIRM", "OMPI_MCA_mpi_yield_when_idle", "OPENBLAS_NUM_THREADS"})
                 setenv(name, "1", 1);
-            setenv("OMPI_MCA_odls_base_sigkill_timeout", "0",
-                   1); // seconds that mpirun waits where a rank has ended with another code than 0
+            // Where a rank has ended with another code than 0 mpirun waits so many seconds before it kills the others.
+            setenv("OMPI_MCA_odls_base_sigkill_timeout", "0", 1);
         };
     }
 
@@ -28,6 +28,10 @@ public:
     /// Each group of ranks started with options of its own for mpirun.
     Outcome Apart(std::vector<std::vector<std::string>> const& groups, std::vector<std::string> const& arguments)
     {
+        return Wait(StartApart(groups, arguments));
+    }
+    pid_t StartApart(std::vector<std::vector<std::string>> const& groups, std::vector<std::string> const& arguments)
+    {
         std::vector<std::string> const before = program;
         program = {KVO_MPIRUN, "-q", "--oversubscribe"};
         for (auto group = groups.begin(); group != groups.end(); ++group) {
@@ -37,9 +41,9 @@ public:
             program.emplace_back(KVOMTX_MPI);
             program.insert(program.end(), arguments.begin(), arguments.end());
         }
-        Outcome const outcome = (*this)({});
+        pid_t const child = Start({});
         program = before;
-        return outcome;
+        return child;
     }
     nlohmann::json JsonOnRanks(int ranks, std::vector<std::string> arguments)
     {

@@ -22,8 +22,9 @@ namespace
 {
 
 std::atomic<bool> g_interrupted{false};
-bool g_tells = true; // that the process was interrupted
-sigset_t g_signals;  // that are requests to end
+int g_milliseconds = 0; // that an interrupted step is waited for
+bool g_tells = true;    // that the process was interrupted
+sigset_t g_signals;     // that are requests to end
 
 // Blocked in every thread, for the watching one to fetch: a handler would be replaced by that of METIS, which orders the unknowns and takes
 // SIGTERM for a failure of its own. What is ignored, by nohup or in a script's background job, stays so.
@@ -59,8 +60,8 @@ void Watch()
     int signal = 0;
     sigwait(&g_signals, &signal);
     g_interrupted = true;
-    constexpr timespec kPatience{1, 500000000}; // leaves half a second of two for removing a large factor
-    while (sigtimedwait(&g_signals, nullptr, &kPatience) < 0 && errno == EINTR) {
+    timespec const patience{g_milliseconds / 1000, g_milliseconds % 1000 * 1000000L};
+    while (sigtimedwait(&g_signals, nullptr, &patience) < 0 && errno == EINTR) {
     }
     Registry& registry = TheRegistry();
     std::scoped_lock const lock(registry.mutex); // kept: nothing is registered or renamed after this
@@ -76,8 +77,9 @@ void Watch()
 
 } // namespace
 
-void WatchSignals(bool tells)
+void WatchSignals(int milliseconds, bool tells)
 {
+    g_milliseconds = milliseconds;
     g_tells = tells;
     for (int const signal : {SIGXFSZ, SIGPIPE})
         std::signal(signal, SIG_IGN);

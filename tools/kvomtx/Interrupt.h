@@ -15,9 +15,10 @@ public:
 /// step that does not come by there within a second and a half is not waited for: the files of all Removable are removed and the process
 /// ends. A second signal shortens the wait. Those that the caller has made ignored stay so. A write beyond a limit on file sizes or into a
 /// closed pipe becomes an error of that write instead of a signal.
-/// @param tells  a line says that the process was interrupted where it ends so
+/// @param milliseconds  that are waited; the rest of two seconds is for removing a large factor
+/// @param tells         a line says that the process was interrupted where it ends so
 /// @throws ToolError kCannot when no thread can be had to watch
-void WatchSignals(bool tells = true);
+void WatchSignals(int milliseconds = 1500, bool tells = true);
 
 /// @throws Interrupted once a signal has come
 void CheckInterrupt();

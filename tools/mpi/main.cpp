@@ -9,7 +9,6 @@
 #include "KVOMtxLinearAlgebra.h"
 
 #include <cctype>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <dlfcn.h>
@@ -35,16 +34,11 @@ void LimitProviderThreads()
         set(1);
 }
 
-// Rank 0 has what is to be removed when it is asked to end. The others just end, and mpirun with them.
+// mpirun tells that it was interrupted, and leaves the ranks a second. Rank 0 has what is to be removed; where another one ended before it,
+// MPI would end it at once.
 void TakeSignals(Ranks const& ranks)
 {
-    if (ranks.IsFirst())
-        return WatchSignals(false);
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_UNBLOCK, &all, nullptr);
-    for (int const signal : {SIGXFSZ, SIGPIPE})
-        std::signal(signal, SIG_IGN);
+    WatchSignals(ranks.IsFirst() ? 200 : 700, false);
 }
 
 bool IsNumber(char const* word)
