@@ -162,7 +162,7 @@ def core_of(matrix: Any) -> "_core.Sparse":
     if isinstance(matrix, SparseMatrix):
         return core_of(matrix.tocsr()) if matrix._transposed and not matrix.symmetric else matrix._core
     if isinstance(matrix, HalfStorage):
-        triangle = matrix.triangle
+        triangle = matrix.triangle.sorted_indices()  # files need not have them in order
         return _core.Sparse.from_rows(*triangle.shape, triangle.indptr, triangle.indices, triangle.data, matrix.diagonal)
     if not is_sparse(matrix):
         from scipy.sparse import csr_array

@@ -156,13 +156,13 @@ py::tuple StoredRows(Database& database, Place const& place, bool mapped)
 {
     struct Slot {
         std::int64_t count = 0;
+        std::size_t bytes = 0;
         KVOSimArrayPlace place;
         py::object values;
     };
     std::array<Slot, 4> slots; // values, columns, row starts, diagonal
     int count = 0;
     int descriptor = -1;
-    std::unique_ptr<KVOSimTransfer> transfer;
     KVOSimArray<KVOSimDrawer> drawers;
     Alone({&database}, [&] {
         KVOSimDistribution const distribution(database.IdOf(place));
@@ -172,7 +172,6 @@ py::tuple StoredRows(Database& database, Place const& place, bool mapped)
             slots[static_cast<std::size_t>(s)].count = distribution.DataSizeItems(0, s);
             slots[static_cast<std::size_t>(s)].place = distribution.ArrayPlace(0, s);
         }
-        transfer = std::make_unique<KVOSimTransfer>(distribution);
         descriptor = mapped ? database.Descriptor() : -1;
     });
     auto const dtypeOf = [&](int slot) { return slot == 0 || slot == 3 ? DtypeOf(drawers[0].typeKey) : py::dtype::of<std::int32_t>(); };
@@ -189,20 +188,24 @@ py::tuple StoredRows(Database& database, Place const& place, bool mapped)
             all = false;
     }
     if (!all) {
-        transfer->SetRead();
-        transfer->SetSerialization(drawers[0].serialization);
+        std::array<void*, 4> memory{};
         for (int s = 0; s < count; ++s) {
             Slot& slot = slots[static_cast<std::size_t>(s)];
             py::array const values = NewArray(dtypeOf(s), {static_cast<py::ssize_t>(slot.count)});
+            memory[static_cast<std::size_t>(s)] = BytesOf(values, values.nbytes(), true);
+            slot.bytes = static_cast<std::size_t>(values.nbytes());
             slot.values = values;
-            transfer->SetBuffer(s, BytesOf(values, values.nbytes(), true), static_cast<std::size_t>(values.nbytes()));
         }
         Alone({&database}, [&] {
+            KVOSimTransfer transfer{KVOSimDistribution(database.IdOf(place))};
+            transfer.SetRead();
+            transfer.SetSerialization(drawers[0].serialization);
             for (int d = 0; d < 2; ++d)
-                transfer->SetDim(d, drawers[0].csets[d]);
-            transfer->ExecRead();
+                transfer.SetDim(d, drawers[0].csets[d]);
+            for (int s = 0; s < count; ++s)
+                transfer.SetBuffer(s, memory[static_cast<std::size_t>(s)], slots[static_cast<std::size_t>(s)].bytes);
+            transfer.ExecRead();
         });
     }
-    Alone({&database}, [&] { transfer.reset(); });
     return py::make_tuple(slots[2].values, slots[1].values, slots[0].values, count == 4 ? slots[3].values : py::none());
 }

@@ -105,6 +105,18 @@ def test_transactions_keep_all_or_nothing():
         np.testing.assert_array_equal(db[0], [9, 1, 1, 1])
 
 
+def test_memory_that_cannot_be_had_and_what_is_read_only():
+    with kvo.open("a.sim", "x") as db:
+        huge = db.create(shape=(2**31 - 1, 2**20), chunks=(1000, 1000))  # nothing of it is stored
+        with pytest.raises(MemoryError):
+            huge[...]
+        assert huge[2**31 - 2, ::2**18].tolist() == [0, 0, 0, 0]
+        array = np.ones((2, 2), order="F")
+        array.flags.writeable = False
+        with pytest.raises(ValueError):
+            db.create(data=np.eye(2)).read(out=array)
+
+
 def test_a_closed_database_is_told_and_arrays_live_on():
     values = np.random.default_rng(1).random((400, 300))
     with kvo.open("a.sim", "x") as db:
