@@ -7,6 +7,8 @@
 #include "Ranks.h"
 
 #include "KVOMtxLinearAlgebra.h"
+#include "KVOSrvParallel.h"
+#include "ParallelThreads.h"
 
 #include <cctype>
 #include <cstdio>
@@ -86,6 +88,8 @@ void Run(int argc, char** argv, Ranks const& ranks)
         ~Library() { KVOMtxLinearAlgebra_finalize(tally); }
         int tally = 0;
     } const library;
+    ParallelThreads threads(ThreadsForTasks());
+    KVOSrvParallel const parallel(ParallelThreads::Run, &threads, threads.Count());
     command();
     ranks.OnFirst(RequirePrinted);
 }
