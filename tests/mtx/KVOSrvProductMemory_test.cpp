@@ -202,6 +202,29 @@ TEST(KVOSrvProductMemory, BoundsOperationsOnWholeMatrices)
     ExpectRefused("KVOSrvSparseMatrix::MultiplyDense", inMemory, [&] { sparse.MultiplyDense(tall, same, false); });
 }
 
+// What is stored or fetched goes straight from and to the arrays of the matrix.
+TEST(KVOSrvProductMemory, BoundsWhatSparseMatricesTakeOnTheirWayToADatabase)
+{
+    constexpr int kOrder = 20'000, kPerRow = 50;
+    constexpr double kLimit = 200'000, kResult = 12.0 * kOrder * kPerRow + 4.0 * kOrder;
+    TestDatabase const database;
+    KVOSrvSparseMatrix sparse(kOrder, kOrder);
+    for (unsigned i = 0; i < kOrder; ++i)
+        for (unsigned j = 0; j < kPerRow; ++j)
+            sparse.AddData(i, j * 400, 0.25 * i - j);
+    sparse.EndAssembly();
+    KVOSimCSetID const rows = database.Members(kOrder), columns = database.Members(kOrder);
+    KVOSimDistributionID const stored = KVOSrvUtilities::CreateSparseDistribution(rows, columns);
+    KVOSrvProductMemory const limit(static_cast<std::int64_t>(kLimit));
+    ExpectLittle(Measure([&] { sparse.Export(rows, columns, stored); }), kLimit);
+    KVOSrvSparseMatrix back(0, 0);
+    Taken import = Measure([&] { back.Import(stored); });
+    import.bytes -= kResult;
+    ExpectLittle(import, kLimit);
+    EXPECT_TRUE(std::equal(back.Rows().values, back.Rows().values + back.Rows().entries, sparse.Rows().values));
+    EXPECT_EQ(back.Rows().entries, kOrder * kPerRow);
+}
+
 TEST(KVOSrvProductMemory, IsOfItsThreadAndScopeAndGivesEqualBitsAgain)
 {
     TestDatabase const database;
