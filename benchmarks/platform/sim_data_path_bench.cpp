@@ -230,7 +230,7 @@ void ReadVerifiedBlocks(benchmark::State& state)
         return [&blocks, &buffer, &stored, verify] {
             return Time([&] {
                 for (Window const& block : blocks)
-                    stored.drawer->Read(std::vector{block.columns, block.rows}, buffer.Data(), verify);
+                    stored.drawer->Read(std::vector{block.columns, block.rows}, buffer.Data(), {verify, false});
             });
         };
     };
