@@ -69,6 +69,12 @@ TEST(Products, OfDenseAndSparseMatricesInBothDirectionsAndStorages)
     EXPECT_EQ(refused.code, 1);
     EXPECT_NE(refused.err.find("the memory limit of 1000 bytes is too small"), std::string::npos) << refused.err;
     EXPECT_EQ(tool({"gemm", "x4.mtx", "x4.mtx", "-o", "z.sim", "--memory", "0"}).code, 2);
+    tool.Do({"convert", "large.mtx", "large.txt", "--to", "3"});
+    tool.Do({"convert", "large.txt", "again.mtx", "--from", "3", "--memory", "400K"});
+    tool.Do({"convert", "large.txt", "plain.mtx", "--from", "3"});
+    EXPECT_EQ(ReadFile(tool / "again.mtx"), ReadFile(tool / "plain.mtx"));
+    Outcome const tooSmall = tool({"info", "large.txt", "--format", "3", "--memory", "1K"});
+    EXPECT_NE(tooSmall.err.find("at least 196608 bytes are needed"), std::string::npos) << tooSmall.err;
     Outcome const mismatched = tool({"sparse-times-dense", "a.mtx", "x4.mtx", "-o", "z.sim"});
     EXPECT_EQ(mismatched.code, 1);
     EXPECT_NE(mismatched.err.find("4 x 3 cannot be multiplied by 4 x 6"), std::string::npos);

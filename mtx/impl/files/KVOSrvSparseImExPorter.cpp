@@ -6,6 +6,7 @@
 #include "KVOSrvProductMemory.h"
 #include "KVOSrvSparseMatrixContent.h"
 #include "MalformedFile.h"
+#include "MatrixFiles.h"
 
 #include <tuple>
 #include <utility>
@@ -17,12 +18,24 @@ namespace
 
 constexpr char kSource[] = "mtx/impl/KVOSrvSparseImExPorter";
 
+// Whether reading this file the quick way may take more than the limit of this thread, by its size.
+bool MayOutgrowLimit(char const* path, int format)
+{
+    std::int64_t const limit = KVOSrvProductMemory::Bytes();
+    if (limit == 0 || (format != 2 && format != 3 && format != 7))
+        return false;
+    constexpr std::int64_t kShortestRecord = 6,
+                           kBytesPerRecord = 32; // of text: three digits and white space; the entry, and sorted once more
+    std::int64_t const bytes = InputFile(path).Size();
+    return (format == 7 ? 2 * bytes : bytes / kShortestRecord * kBytesPerRecord) > limit;
+}
+
 } // namespace
 
 void KVOSrvSparseMatrix::Import(char const* path, int format)
 {
     WithPathOf(path, [&] {
-        if (KVOSrvProductMemory::Bytes() > 0 && (format == 2 || format == 3 || format == 7))
+        if (MayOutgrowLimit(path, format))
             return ImportWithinLimit(path, format);
         switch (format) {
         case 0:

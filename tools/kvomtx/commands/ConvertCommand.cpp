@@ -6,6 +6,8 @@
 #include "MatrixReader.h"
 #include "MatrixWriter.h"
 #include "OutputFile.h"
+#include "ScratchFolder.h"
+#include "StatedBytes.h"
 
 #include "KVOFsmSystemDofDefinition.h"
 #include "KVOSrvSparseMatrix.h"
@@ -32,6 +34,7 @@ struct Options {
     std::string from;
     std::string to;
     std::string nodes;
+    std::string memory;
     bool checksums = false;
 };
 
@@ -63,6 +66,7 @@ void RunConvert(Options const& options)
     std::optional<KVOFsmSystemDofDefinition> dofs;
     if (!options.nodes.empty())
         dofs = ReadNodes(options.nodes);
+    MemoryForFiles const memory(options.memory, ScratchFolder::FolderOf(output.path));
     MatrixWriter writer(output, dofs ? &*dofs : nullptr, options.checksums);
     auto const matrix = ReadMatrix(input);
     writer.Prepare(*matrix, &input);
@@ -83,5 +87,6 @@ void AddConvertCommand(CLI::App& app, Command& chosen)
     AddOption(convert, "--to", options->to, "Format of OUT, when its ending does not tell it");
     AddOption(convert, "--nodes", options->nodes, "For format 4: a file with a line \"node degree-of-freedom\" for each row");
     AddFlag(convert, "--checksums", options->checksums, "Of a database: keep checksums of the values, for db check");
+    AddMemory(convert, options->memory, "reading and writing");
     SetWork(convert, chosen, [options] { RunConvert(*options); });
 }

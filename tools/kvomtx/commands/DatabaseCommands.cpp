@@ -8,6 +8,8 @@
 #include "MatrixReader.h"
 #include "MatrixWriter.h"
 #include "Progress.h"
+#include "ScratchFolder.h"
+#include "StatedBytes.h"
 
 #include "KVOSimCSet.h"
 #include "KVOSrvDenseMatrix.h"
@@ -193,13 +195,15 @@ void ExportDense(KVOSimDistributionID const& id, MatrixName const& source, Matri
     file.Commit();
 }
 
-void RunExport(std::string const& path, std::string const& id, std::string const& output, std::string const& format)
+void RunExport(std::string const& path, std::string const& id, std::string const& output, std::string const& format,
+               std::string const& memory)
 {
     MatrixName const source = ParseMatrixName(path + ":" + id, "sim", true);
     MatrixName const target = ParseMatrixName(output, format, false);
     if (source.distribution < 0)
         throw ToolError(ExitCode::kUsage, "\"" + id + "\" is no number of a matrix; kvomtx db ls shows the numbers");
     RequireSeparateFiles({target.path}, {source.path});
+    MemoryForFiles const limit(memory, ScratchFolder::FolderOf(target.path));
     bool dense = false;
     {
         InputDatabase const database(source.path);
@@ -225,6 +229,7 @@ void AddDatabaseCommands(CLI::App& app, Command& chosen)
         std::string id;
         std::string output;
         std::string format;
+        std::string memory;
         bool json = false;
     };
     auto const options = std::make_shared<Options>();
@@ -244,5 +249,6 @@ void AddDatabaseCommands(CLI::App& app, Command& chosen)
     AddRequired(take, "ID", options->id, "Number of the matrix, as db ls shows it");
     AddRequired(take, "OUT", options->output, "Matrix file to write");
     AddOption(take, "--format", options->format, "Format of OUT, when its ending does not tell it (see convert --help)");
-    SetWork(take, chosen, [options] { RunExport(options->file, options->id, options->output, options->format); });
+    AddMemory(take, options->memory, "reading and writing");
+    SetWork(take, chosen, [options] { RunExport(options->file, options->id, options->output, options->format, options->memory); });
 }

@@ -4,6 +4,7 @@
 
 #include "MatrixFacts.h"
 #include "MatrixName.h"
+#include "StatedBytes.h"
 
 #include <nlohmann/json.hpp>
 
@@ -79,6 +80,7 @@ void AddInfoCommand(CLI::App& app, Command& chosen)
     struct Options {
         std::string file;
         std::string format;
+        std::string memory;
         bool json = false;
     };
     auto const options = std::make_shared<Options>();
@@ -86,7 +88,9 @@ void AddInfoCommand(CLI::App& app, Command& chosen)
     AddRequired(info, "FILE", options->file, "Matrix file or FILE.sim:ID");
     AddOption(info, "--format", options->format, "Format of FILE, when its ending does not tell it (see convert --help)");
     AddFlag(info, "--json", options->json, "Print one JSON object");
+    AddMemory(info, options->memory, "reading");
     SetWork(info, chosen, [options] {
+        MemoryForFiles const memory(options->memory, "");
         MatrixName const name = ParseMatrixName(options->file, options->format, true);
         (options->json ? PrintJson : PrintText)(options->file, Examine(name));
     });

@@ -179,7 +179,7 @@ void AddProductOptions(CLI::App& command, Options& options)
     AddRequired(command, "-o,--output", options.output, "Database to write", RequireName);
     AddFlag(command, "-t,--transpose", options.transpose, "Multiply by the transposed first operand");
     AddOption(command, "--repeat", options.repeat, "Multiply so often; the fastest counts (1)", RequireAtLeastOne);
-    AddMemory(command, options.memory);
+    AddMemory(command, options.memory, "the product");
     AddOption(command, "--scratch", options.scratch, "Folder for scratch files (that of the output)", RequireName);
     AddOption(command, "--format", options.format, "Format of the operands, when their endings do not tell it (see convert --help)");
     AddFlag(command, "--checksums", options.checksums, "Keep checksums of the product's values, for db check");

@@ -8,6 +8,8 @@
 #include "MatrixName.h"
 #include "MatrixReader.h"
 #include "OutputFile.h"
+#include "ScratchFolder.h"
+#include "StatedBytes.h"
 
 #include "KVOSrvSparseMatrix.h"
 
@@ -130,6 +132,7 @@ void AddSpyCommand(CLI::App& app, Command& chosen)
         std::string file;
         std::string output;
         std::string format;
+        std::string memory;
         int pixels = 800;
     };
     auto const options = std::make_shared<Options>();
@@ -138,8 +141,10 @@ void AddSpyCommand(CLI::App& app, Command& chosen)
     AddRequired(spy, "-o,--output", options->output, "PNG file to write");
     AddOption(spy, "--pixels", options->pixels, "Length of the longer side (800)", 50, 8000);
     AddOption(spy, "--format", options->format, "Format of FILE, when its ending does not tell it (see convert --help)");
+    AddMemory(spy, options->memory, "reading");
     SetWork(spy, chosen, [options] {
         MatrixName const name = ParseMatrixName(options->file, options->format, true);
+        MemoryForFiles const memory(options->memory, ScratchFolder::FolderOf(options->output));
         RequireSeparateFiles({options->output}, {name.path});
         OutputFile file(options->output);
         FullMatrix const full(ReadMatrix(name));

@@ -64,7 +64,10 @@ std::unique_ptr<KVOSrvSparseMatrix> Import(MatrixName const& name)
         throw ToolError(ExitCode::kUnreadable,
                         name.path + ": " + fault.Place().c_str() + ": " +
                             (kind.empty() ? fault.Expected() : "expected a file of " + DescribeFormat(name.format) + ", but " + kind));
-    } catch (KVOSrvMtxIllegalInput const&) {
+    } catch (KVOSrvMtxIllegalInput const& refused) {
+        std::string const text = refused.AsString().c_str();
+        if (std::size_t const limit = text.find("the memory limit"); limit != std::string::npos)
+            throw ToolError(ExitCode::kCannot, name.path + ": " + text.substr(limit));
         throw ToolError(ExitCode::kUnreadable, name.path + ": more entries than a matrix can have (2147483647); split the model");
     }
 }
