@@ -10,6 +10,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 packages=${4:-$work/packages}
 mkdir -p "$packages"
+packages=$(realpath "$packages") build=$(realpath "$build")
 rm -f "$packages"/*.deb
 "$cpack" -G DEB --config "$build/CPackConfig.cmake" -B "$packages" >"$work/cpack.log" 2>&1 || { cat "$work/cpack.log"; exit 1; }
 rm -rf "$packages/_CPack_Packages"
