@@ -272,7 +272,7 @@ public:
     /// What Full() makes, held.
     std::unique_ptr<KVOSrvSparseMatrix> InFullStorage() const { return std::unique_ptr<KVOSrvSparseMatrix>(Full()); }
 
-    // ---- files, see docs/sparse-files.md
+    // ---- files, see docs/sparse-files.md; KVOSrvMatrixFile reads more formats and tells which one a file is of
 
     /// Reads a file of format 0, 1, 2, 3, 6 or 7 into this matrix.
     /// @throws KVOSrvMtxUnsupportedImpFmt for another format (the matrix is then marked assembled)
@@ -293,10 +293,11 @@ public:
     /// @throws KVOSrvMtxOpenFileException, KVOSrvMtxFileWriteFailure with the path
     void Export(char const* path, int format, KVOFsmSystemDofDefinition const* dofs = nullptr) const;
 
-    /// The matrix in a Matrix Market file: coordinate or array, real or integer, general or symmetric, in full storage;
-    /// a new one that the caller deletes. Entries of equal place are summed, zeros of an array are not stored.
-    /// @throws KVOSrvMtxMalformedFile with the line, also for what there is no matrix for: pattern, complex,
-    /// skew-symmetric, hermitian
+    /// The matrix in a Matrix Market file: coordinate or array; real, integer or pattern, whose entries are 1; general,
+    /// symmetric or skew-symmetric; in full storage. A new one that the caller deletes. Entries of equal place are
+    /// summed, zeros of an array are not stored.
+    /// @throws KVOSrvMtxMalformedFile with the line, also for a complex matrix, whose parts KVOSrvMatrixFile::Read()
+    /// reads
     /// @throws KVOSrvMtxOpenFileException with the path
     /// @throws KVOSrvMtxIllegalInput "EndAssembly" when more than INT_MAX entries would be stored, mem_OutOfMemory
     static KVOSrvSparseMatrix* ImportMatrixMarket(char const* path);

@@ -2,11 +2,11 @@
 
 #include "KVOSrvSparseImExPorter.h"
 
+#include "InputText.h"
 #include "KVOSrvMtxExceptions.h"
 #include "KVOSrvProductMemory.h"
 #include "KVOSrvSparseMatrixContent.h"
 #include "MalformedFile.h"
-#include "MatrixFiles.h"
 
 #include <tuple>
 #include <utility>
@@ -26,8 +26,10 @@ bool MayOutgrowLimit(char const* path, int format)
         return false;
     constexpr std::int64_t kShortestRecord = 6,
                            kBytesPerRecord = 32; // of text: three digits and white space; the entry, and sorted once more
-    std::int64_t const bytes = InputFile(path).Size();
-    return (format == 7 ? 2 * bytes : bytes / kShortestRecord * kBytesPerRecord) > limit;
+    if (format == 7)
+        return 2 * InputFile(path).Size() > limit;
+    InputText const text(path);
+    return text.IsCompressed() || text.FileBytes() / kShortestRecord * kBytesPerRecord > limit;
 }
 
 } // namespace

@@ -1,9 +1,9 @@
 // Import of text triplets: formats 2 and 3.
 
+#include "InputText.h"
 #include "KVOSrvSparseImExPorter.h"
 #include "MalformedFile.h"
 #include "MatrixEntryStore.h"
-#include "MatrixFiles.h"
 #include "MatrixText.h"
 #include "SparseRowBuilder.h"
 #include "TextWindow.h"
@@ -23,11 +23,11 @@ using KVOSrvSparseSupport::SparseRowBuilder;
 namespace
 {
 
-/// Bytes of a file.
+/// Bytes of a text.
 struct Part {
     std::int64_t begin;
-    std::int64_t end; // behind that of the file where it goes on to whatever comes
-    std::int64_t BytesOf(InputFile const& file) const noexcept { return std::min(end, file.Size()) - begin; }
+    std::int64_t end; // behind that of the text where it goes on to whatever comes
+    std::int64_t BytesOf(InputText const& file) const noexcept { return std::min(end, file.FileBytes()) - begin; }
 };
 
 char* SkipSpace(char* text, char const* end)
@@ -43,7 +43,7 @@ struct Triplets {
 
     enum class Found { kRecords, kPartOfRecord, kNoNumber, kTooMany };
     /// @param take  null, or takes the entries from here at once
-    Found Read(InputFile const& file, Part const& part, KVOSrvSparseImExPorter::TakeEntries const* take = nullptr);
+    Found Read(InputText const& file, Part const& part, KVOSrvSparseImExPorter::TakeEntries const* take = nullptr);
     char* ReadRecords(char* text, char const* end);
 
     MatrixEntryStore<KVOSrvSparseMatrixEntry> entries;
@@ -99,7 +99,7 @@ char* Triplets::ReadRecords(char* next, char const* end)
 
 // @return kPartOfRecord when the part ends in the middle of a record, kNoNumber when a token is no number of its kind, kTooMany when there
 // are more than INT_MAX records
-Triplets::Found Triplets::Read(InputFile const& file, Part const& part, KVOSrvSparseImExPorter::TakeEntries const* take)
+Triplets::Found Triplets::Read(InputText const& file, Part const& part, KVOSrvSparseImExPorter::TakeEntries const* take)
 {
     constexpr std::int64_t kShortestRecord = 6; // three digits, each with a white space behind it
 
@@ -116,7 +116,7 @@ Triplets::Found Triplets::Read(InputFile const& file, Part const& part, KVOSrvSp
             return rest == nullptr ? Found::kNoNumber : Found::kPartOfRecord;
         }
         if (take == nullptr) {
-            consumed += rest - window.Begin();
+            consumed = file.IsCompressed() ? file.FileBytesUpTo(0) : consumed + (rest - window.Begin());
             continue;
         }
         (*take)({entries.Entries(), static_cast<std::size_t>(entries.Count())});
@@ -126,7 +126,7 @@ Triplets::Found Triplets::Read(InputFile const& file, Part const& part, KVOSrvSp
     return Found::kRecords;
 }
 
-std::int64_t LineOf(InputFile const& file, std::int64_t place)
+std::int64_t LineOf(InputText const& file, std::int64_t place)
 {
     std::int64_t line = 1;
     char text[65536];
@@ -143,7 +143,7 @@ std::int64_t LineOf(InputFile const& file, std::int64_t place)
 }
 
 // What stopped the reading of records.
-[[noreturn]] void Refuse(InputFile const& file, Triplets const& records, Triplets::Found found)
+[[noreturn]] void Refuse(InputText const& file, Triplets const& records, Triplets::Found found)
 {
     constexpr char const* kExpected[] = {"a row number (whole, from 1 to 2147483647)", "a column number (whole, from 1 to 2147483647)",
                                          "a value"};
@@ -164,18 +164,18 @@ std::int64_t LineOf(InputFile const& file, std::int64_t place)
 class TextParts
 {
 public:
-    TextParts(InputFile const& file, int parts) : m_parts(parts)
+    TextParts(InputText const& file, int parts) : m_parts(parts)
     {
         m_begin[0] = 0;
         for (int part = 1; part < parts; ++part)
-            m_begin[part] = std::max(BehindLine(file, blac::PieceBegin(file.Size(), parts, part)), m_begin[part - 1]);
+            m_begin[part] = std::max(BehindLine(file, blac::PieceBegin(file.FileBytes(), parts, part)), m_begin[part - 1]);
         m_begin[parts] = INT64_MAX; // the last part goes on to the end of what there is
     }
     int Count() const noexcept { return m_parts; }
     Part operator[](int part) const noexcept { return {m_begin[part], m_begin[part + 1]}; }
 
 private:
-    static std::int64_t BehindLine(InputFile const& file, std::int64_t place)
+    static std::int64_t BehindLine(InputText const& file, std::int64_t place)
     {
         char text[1024];
         for (std::size_t got; (got = file.ReadAt(place, text, sizeof text)) > 0; place += static_cast<std::int64_t>(got))
@@ -190,7 +190,7 @@ private:
 
 // Reads a file in parts, in tasks. False when a record was cut: those behind it were not read right.
 // @throws MalformedFile unless all in front of such a record is sound
-bool ReadParts(InputFile const& file, TextParts const& parts, mem_Vector<Triplets>& triplets)
+bool ReadParts(InputText const& file, TextParts const& parts, mem_Vector<Triplets>& triplets)
 {
     triplets.reserve(static_cast<std::size_t>(parts.Count()));
     for (int part = 0; part < parts.Count(); ++part)
@@ -210,9 +210,9 @@ mem_Vector<Triplets> ReadParts(char const* path)
 {
     constexpr std::int64_t kLeastBytes = 1 << 18; // what takes a task some hundred microseconds
 
-    InputFile const file(path);
+    InputText const file(path);
     mem_Vector<Triplets> triplets;
-    if (!ReadParts(file, TextParts(file, blac::PiecesFor(file.Size(), kLeastBytes)), triplets)) {
+    if (!ReadParts(file, TextParts(file, file.IsCompressed() ? 1 : blac::PiecesFor(file.FileBytes(), kLeastBytes)), triplets)) {
         triplets.clear();
         ReadParts(file, TextParts(file, 1), triplets);
     }
@@ -282,7 +282,7 @@ CompressedRows KVOSrvSparseImExPorter::ReadTriplets(char const* path)
 
 void KVOSrvSparseImExPorter::ReadTriplets(char const* path, TakeEntries const& take)
 {
-    InputFile const file(path);
+    InputText const file(path);
     TextParts const whole(file, 1);
     Triplets triplets(whole[0].BytesOf(file));
     if (Triplets::Found const found = triplets.Read(file, whole[0], &take); found != Triplets::Found::kRecords)

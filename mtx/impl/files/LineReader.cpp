@@ -81,7 +81,7 @@ double LineReader::TakeValue(char const* what)
     // Beyond the range of doubles: infinite or 0, as everywhere.
     if (error == std::errc::result_out_of_range)
         MatrixText::ReadRareValue(m_word - word.size(), number);
-    else if (error != std::errc{})
+    else if (error != std::errc{} && MatrixText::ReadFortranValue(m_word - word.size(), number) == nullptr)
         RefuseWord(what, word);
     return number;
 }

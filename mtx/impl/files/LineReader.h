@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MatrixFiles.h"
+#include "InputText.h"
 #include "TextWindow.h"
 
 #include <cstdint>
@@ -33,7 +33,7 @@ public:
     [[noreturn]] void Refuse(std::string const& what) const;
 
 private:
-    InputFile m_file;
+    InputText m_file;
     TextWindow m_window;
     char* m_next;              // behind the line
     char* m_word = nullptr;    // the rest of the line, up to

@@ -32,11 +32,14 @@ inline char* ReadIndex(char* text, int& index) noexcept
     return value > 0 && IsSpace(*text) ? text : nullptr;
 }
 
-/// What from_chars and scanf read differently: hexadecimal numbers, infinities, NaN, overflow and underflow. Ends the token with a null
-/// character for a moment.
+/// What from_chars and scanf read differently: hexadecimal numbers, infinities, NaN, overflow and underflow, and what ReadFortranValue()
+/// takes. Ends the token with a null character for a moment.
 char* ReadRareValue(char* text, double& value) noexcept;
 
-/// A floating-point number, like "%lf".
+/// A number with the letter in front of its exponent that Fortran writes in double precision: 1D0, 1.5d-3. Changes the letter for a moment.
+char* ReadFortranValue(char* text, double& value) noexcept;
+
+/// A floating-point number, like "%lf", or with an exponent of Fortran.
 /// @param end  one past the memory that may be read
 inline char* ReadValue(char* text, char const* end, double& value) noexcept
 {

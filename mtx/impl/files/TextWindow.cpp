@@ -1,6 +1,7 @@
 #include "TextWindow.h"
 
-#include "MatrixFiles.h"
+#include "InputText.h"
+#include "MalformedFile.h"
 #include "MatrixText.h"
 
 #include <algorithm>
@@ -12,6 +13,8 @@ namespace
 
 constexpr std::int64_t kSmallest = 64;
 constexpr std::int64_t kLargest = 1 << 18; // stays in a second-level cache: 512 KiB and more since 2017
+// A file as it is holds the longest record or line that it asks for room for; a few compressed bytes may stand for any length.
+constexpr std::size_t kLongestUnpacked = std::size_t{1} << 24;
 
 std::unique_ptr<char[], mem_Deleter> Allocate(std::size_t bytes)
 {
@@ -21,9 +24,10 @@ std::unique_ptr<char[], mem_Deleter> Allocate(std::size_t bytes)
 } // namespace
 
 // Two places more than a small part has bytes: for the newline behind it, and so that the first read sees its end.
-TextWindow::TextWindow(InputFile const& file, std::int64_t begin, std::int64_t end)
+TextWindow::TextWindow(InputText const& file, std::int64_t begin, std::int64_t end)
     : m_file(file), m_next(begin), m_end(end),
-      m_capacity(static_cast<std::size_t>(std::clamp(std::min(end, file.Size()) - begin + 2, kSmallest, kLargest))),
+      m_capacity(static_cast<std::size_t>(
+          file.IsCompressed() ? kLargest : std::clamp(std::min(end, file.FileBytes()) - begin + 2, kSmallest, kLargest))),
       m_text(Allocate(m_capacity))
 {
 }
@@ -54,6 +58,9 @@ void TextWindow::Keep(char const* rest)
     if (kept <= m_capacity / 2) {
         std::memmove(m_text.get(), rest, kept);
     } else {
+        if (m_file.IsCompressed() && m_capacity >= kLongestUnpacked)
+            throw MalformedFile::AtByte(m_file.FileBytesUpTo(m_next),
+                                        "a line or a record of the text that is compressed here is longer than 8 MiB");
         auto larger = Allocate(2 * m_capacity);
         std::memcpy(larger.get(), rest, kept);
         m_text = std::move(larger);

@@ -6,14 +6,14 @@
 #include <cstdint>
 #include <memory>
 
-class InputFile;
+class InputText;
 
 /// A part of a text file in windows that end in white space, so that every word that begins in a window also ends there.
 class TextWindow
 {
 public:
-    /// @param begin,end  the part's bytes; an end behind that of the file goes on to whatever comes
-    explicit TextWindow(InputFile const& file, std::int64_t begin = 0, std::int64_t end = INT64_MAX);
+    /// @param begin,end  the part's bytes; an end behind that of the text goes on to whatever comes
+    explicit TextWindow(InputText const& file, std::int64_t begin = 0, std::int64_t end = INT64_MAX);
 
     /// Empty before the first Next(). End()[-1] is white space unless the window is empty.
     char* Begin() const noexcept { return m_text.get(); }
@@ -24,13 +24,13 @@ public:
     std::int64_t PlaceOf(char const* text) const noexcept { return m_next - static_cast<std::int64_t>(m_read) + (text - Begin()); }
 
     /// Goes on by the part of the window in front of `rest`. False after the last window.
-    /// @throws MalformedFile when the file cannot be read
+    /// @throws MalformedFile when the file cannot be read, or what is compressed has no white space for too long
     bool Next(char const* rest);
 
 private:
     void Keep(char const* rest);
 
-    InputFile const& m_file;
+    InputText const& m_file;
     std::int64_t m_next; // what follows the bytes that were read
     std::int64_t m_end;
     std::size_t m_capacity;

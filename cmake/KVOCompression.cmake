@@ -1,0 +1,6 @@
+# What files are compressed by, for the reader of matrix files; shared, as Debian has them.
+
+find_package(ZLIB REQUIRED)
+find_path(KVO_ZSTD_INCLUDE_DIR zstd.h DOC "Folder of zstd's header" REQUIRED)
+find_library(KVO_ZSTD_LIBRARY zstd DOC "zstd" REQUIRED)
+mark_as_advanced(KVO_ZSTD_INCLUDE_DIR KVO_ZSTD_LIBRARY)
