@@ -4,6 +4,7 @@
 #include "KVOSimCollection.h"
 #include "KVOSimContext.h"
 #include "KVOSimDatabase.h"
+#include "KVOSimDistribution.h"
 #include "KVOSimTransaction.h"
 #include "KVOSrvMatrix.h"
 #include "KVOSrvScratchDenseMatrix.h"
@@ -119,6 +120,51 @@ void SmallMatrices(benchmark::State& state)
     state.counters["read_ms"] = Median(read) / kCount;
 }
 BENCHMARK(SmallMatrices)->Iterations(9)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+// The same matrices with titles, in turns with those without. `commit` compares what the commit takes, `whole` all of the transaction.
+void TitledMatrices(benchmark::State& state)
+{
+    constexpr int kCount = 1000, kOrder = 20;
+    std::string const path = FilePath("titled") + ".sim";
+    struct Times {
+        double commit, whole;
+    };
+    auto const run = [&](bool titled) {
+        Times times;
+        KVOSrvMatrix values(kOrder, kOrder, nullptr, false, false);
+        KVOSimDatabase database;
+        database.CreateFile(DRXUnicodeString(path.c_str()), 0);
+        KVOSimContext context(database.CreateContext());
+        times.whole = Time([&] {
+                          KVOSimTransaction transaction(context);
+                          for (int k = 0; k < kCount; ++k) {
+                              KVOSimCollection rows(context.CreateCollection(kOrder)), columns(context.CreateCollection(kOrder));
+                              KVOSimDistributionID const id =
+                                  KVOSrvUtilities::Create2DDistribution(rows.BiggestCSetID(), columns.BiggestCSetID(), kOrder, kOrder);
+                              if (titled)
+                                  KVOSimDistribution(id).SetTitle(("matrix " + std::to_string(k)).c_str());
+                              KVOSrvDenseMatrix(id).SetRows(0, kOrder - 1, values);
+                          }
+                          times.commit = Time([&] { transaction.Commit(); }).clock;
+                      }).clock;
+        bool const isThere = !context.Find("matrix 999").IsNull();
+        database.Close();
+        std::filesystem::remove(path);
+        if (isThere != titled)
+            throw std::runtime_error("wrong titles");
+        return times;
+    };
+    std::vector<double> commit, whole;
+    for (auto _ : state) {
+        Times const bare = run(false), titled = run(true);
+        state.SetIterationTime(titled.whole);
+        commit.push_back(titled.commit / bare.commit);
+        whole.push_back(titled.whole / bare.whole);
+    }
+    state.counters["commit"] = Median(commit);
+    state.counters["whole"] = Median(whole);
+}
+BENCHMARK(TitledMatrices)->Iterations(9)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 /// MiB of memory that the process holds, as the system says: "RssAnon", its own, or "RssFile", pages of files that are mapped.
 double ResidentMiB(std::string const& kind)

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
+#include <unordered_map>
 
 namespace simdb
 {
@@ -142,12 +143,22 @@ void Context::AddPlaces()
 
 void Context::WriteLabels()
 {
-    auto const changesKept = [this](Drawer const& drawer) {
-        auto const staged = std::ranges::find(m_staged.drawers, &drawer, &StagedDrawer::drawer);
-        return staged != m_staged.drawers.end() ? staged->keptChanges : 0;
+    std::unordered_map<Drawer const*, std::size_t> kept;
+    for (StagedDrawer const& staged : m_staged.drawers)
+        kept.emplace(staged.drawer, staged.keptChanges);
+    auto const changesKept = [&kept](Drawer const& drawer) {
+        auto const staged = kept.find(&drawer);
+        return staged != kept.end() ? staged->second : 0;
     };
-    for (StagedLabel const& staged : m_staged.labels)
-        staged.distribution->WriteLabel(staged.keptChanges, changesKept);
+    constexpr std::size_t kTogether = 32; // to make sure of memory takes about as long as to write a label
+    std::optional<Hdf5Guard> guard;
+    for (std::size_t i = 0; i < m_staged.labels.size(); ++i) {
+        if (i % kTogether == 0) {
+            guard.reset();
+            guard.emplace(BytesForNames() + kTogether * kBytesOfLabel);
+        }
+        m_staged.labels[i].distribution->WriteLabel(m_staged.labels[i].keptChanges, changesKept);
+    }
 }
 
 void Context::Write()

@@ -31,6 +31,13 @@ struct LabelChange {
     Label label;
 };
 
+/// What the object of a drawer says in the file.
+struct DrawerNote {
+    Label label;
+    DrawerFacts facts;
+    friend bool operator==(DrawerNote const&, DrawerNote const&) = default;
+};
+
 struct Drawer {
     int number = 0;
     int kind = 0;                                 ///< a KVOSimDrawerKind
@@ -44,6 +51,7 @@ struct Drawer {
     std::optional<PlacesSum> places;   ///< what it is now, of a drawer that is not open; none: not known
     bool checked = false;              ///< `recorded` was found right
     std::shared_ptr<ValueSums> sums;   ///< of a drawer that is not open, where no commit has kept them yet
+    std::optional<DrawerNote> note;    ///< what its object says of it; none: not known, or nothing if it has no name yet
 
     /// The sets once the changes from number `kept` on are taken back.
     std::vector<std::shared_ptr<MemberSet>> SetsAfter(std::size_t kept) const;
@@ -112,7 +120,7 @@ public:
     std::size_t LabelChangesFor(Owner owner) const noexcept;
     /// Whether a commit that keeps so many of them, and changes drawers, has to write the label.
     bool HasLabelToWrite(std::size_t kept, bool changesDrawers);
-    /// Writes it to the drawers that have a name. @param changesKept  of a drawer by the commit
+    /// Writes it to the drawers that have a name, within a guard that has the memory. @param changesKept  of a drawer by the commit
     void WriteLabel(std::size_t kept, std::function<std::size_t(Drawer const&)> const& changesKept);
     void AcceptLabel(std::size_t kept) noexcept;
     /// The commit that wrote it has failed.
@@ -134,7 +142,10 @@ public:
 
 private:
     Label const& KeptLabel();
+    Drawer const* TitledDrawer() const noexcept;
     std::string Target() const; ///< of the link
+    void Note(Drawer& drawer, DrawerNote const& note);
+    void NoteAhead(Label const& label);
     void DropTitle(std::string const& title) noexcept;
     void RollBackLabel(Owner owner) noexcept;
     void PassCacheSize() noexcept;

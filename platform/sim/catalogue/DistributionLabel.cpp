@@ -35,15 +35,23 @@ DrawerFacts FactsOf(Drawer const& drawer, std::vector<std::shared_ptr<MemberSet>
 
 } // namespace
 
+// The first that has a name in the file: that is what the title leads to. All of them have the attributes.
+Drawer const* Distribution::TitledDrawer() const noexcept
+{
+    auto const found = std::ranges::find_if(m_drawers, [](auto const& drawer) { return drawer != nullptr && drawer->linked; });
+    return found != m_drawers.end() ? found->get() : nullptr;
+}
+
 Label const& Distribution::KeptLabel()
 {
     if (m_label)
         return *m_label;
     Context& context = RequireOpen(kReading);
-    if (m_drawers.empty() || m_drawers[0] == nullptr || !m_drawers[0]->linked)
+    Drawer const* const drawer = TitledDrawer();
+    if (drawer == nullptr)
         return m_label.emplace();
     Hdf5Guard const guard(context.BytesForNames());
-    Hid const object(Checked(H5Oopen(context.Group(), DrawerName(m_id.Index(), 0).c_str(), H5P_DEFAULT), kReading, Path()));
+    Hid const object(Checked(H5Oopen(context.Group(), DrawerName(m_id.Index(), drawer->number).c_str(), H5P_DEFAULT), kReading, Path()));
     Label label = ReadLabel(object, Path());
     // A title that leads elsewhere is no name of this matrix: another program has copied or moved it.
     std::optional<Titled> const titled = context.OpenSession(kReading).GetTitles().Find(label.title);
@@ -55,7 +63,24 @@ Label const& Distribution::KeptLabel()
 
 std::string Distribution::Target() const
 {
-    return "/context_" + std::to_string(m_context->ID().Index()) + "/" + DrawerName(m_id.Index(), 0).c_str();
+    Drawer const* const drawer = TitledDrawer();
+    return drawer == nullptr
+               ? std::string()
+               : "/context_" + std::to_string(m_context->ID().Index()) + "/" + DrawerName(m_id.Index(), drawer->number).c_str();
+}
+
+void Distribution::Note(Drawer& drawer, DrawerNote const& note)
+{
+    if (drawer.note == note)
+        return;
+    drawer.note.emplace(); // a failure half-way leaves what fits no note
+    Hid opened;
+    if (drawer.dense == nullptr && drawer.sparse == nullptr)
+        opened =
+            Hid(Checked(H5Oopen(m_context->Group(), DrawerName(m_id.Index(), drawer.number).c_str(), H5P_DEFAULT), kLabelling, Path()));
+    hid_t const object = drawer.dense != nullptr ? drawer.dense->Dataset() : drawer.sparse != nullptr ? drawer.sparse->Group() : opened;
+    simdb::WriteLabel(object, note.label, note.facts, Path());
+    drawer.note = note;
 }
 
 Label const& Distribution::GetLabel()
@@ -77,6 +102,7 @@ void Distribution::SetLabel(Label label)
     Owner const owner = session.CurrentTransaction();
     context.Touch(*this);
     m_labelChanges.reserve(m_labelChanges.size() + 1);
+    NoteAhead(label);
     if (!label.title.empty())
         titles.Take(label.title, self);
 
@@ -87,6 +113,19 @@ void Distribution::SetLabel(Label label)
     } else {
         m_labelChanges.push_back({owner, std::move(label)});
     }
+}
+
+// Drawers without a name in the file are nobody's to see: what a commit would have to write to their objects is written as soon as it is
+// said, and is wrong only where a transaction inside of another takes it back, or a dimension changes.
+void Distribution::NoteAhead(Label const& label)
+{
+    if (IsTemporary() || m_context->OpenSession(kLabelling).IsScratch())
+        return;
+    for (auto const& drawer : m_drawers)
+        if (drawer != nullptr && !drawer->linked) {
+            Hdf5Guard const guard(Hdf5Guard::kReserve + kBytesOfLabel);
+            Note(*drawer, {label, FactsOf(*drawer, drawer->sets)});
+        }
 }
 
 // Unless this matrix may still come to have it.
@@ -116,24 +155,20 @@ std::size_t Distribution::LabelChangesFor(Owner owner) const noexcept
 
 bool Distribution::HasLabelToWrite(std::size_t kept, bool changesDrawers)
 {
-    return kept > 0 || m_isRelabelled || (changesDrawers && !KeptLabel().IsEmpty());
+    auto const hasNote = [](auto const& drawer) { return drawer != nullptr && drawer->note; };
+    return kept > 0 || m_isRelabelled || (changesDrawers && (std::ranges::any_of(m_drawers, hasNote) || !KeptLabel().IsEmpty()));
 }
 
 void Distribution::WriteLabel(std::size_t kept, std::function<std::size_t(Drawer const&)> const& changesKept)
 {
-    constexpr std::size_t kBytes = 1 << 17; // of the texts, and their copies
     Context& context = RequireOpen(kLabelling);
     Label const label = kept > 0 ? m_labelChanges[kept - 1].label : KeptLabel();
     m_isRelabelled = true;
-    Hdf5Guard const guard(context.BytesForNames() + kBytes);
-    for (auto const& drawer : m_drawers) {
-        if (drawer == nullptr || !drawer->linked)
-            continue;
-        Hid const object(
-            Checked(H5Oopen(context.Group(), DrawerName(m_id.Index(), drawer->number).c_str(), H5P_DEFAULT), kLabelling, Path()));
-        simdb::WriteLabel(object, label, FactsOf(*drawer, drawer->SetsAfter(changesKept(*drawer))), Path());
-    }
-    Titles const& titles = context.OpenSession(kLabelling).GetTitles();
+    Hdf5Guard const guard;
+    for (auto const& drawer : m_drawers)
+        if (drawer != nullptr && drawer->linked)
+            Note(*drawer, {label, FactsOf(*drawer, drawer->SetsAfter(changesKept(*drawer)))});
+    Titles& titles = context.OpenSession(kLabelling).GetTitles();
     titles.Relink(m_link, "", "");
     m_link = label.title; // before it is there: a failure half-way has to find it
     titles.Relink("", m_link, Target());

@@ -49,19 +49,45 @@ Hid TextType(std::size_t bytes, std::string const& path)
     return type;
 }
 
-void RemoveAttribute(hid_t object, char const* name, std::string const& path)
+/// Writes the attributes of one object: what HDF5 wants to have made for each of them is made once, and what has none is not searched.
+class AttributeWriter
 {
-    if (H5Aexists(object, name) > 0 && H5Adelete(object, name) < 0)
-        ThrowHdf5(kWriting, path);
-}
+public:
+    AttributeWriter(hid_t object, std::string const& path)
+        : m_object(object), m_path(path), m_scalar(Checked(H5Screate(H5S_SCALAR), kWriting, path)), m_text(TextType(1, path))
+    {
+        H5O_info_t info;
+        Checked(H5Oget_info2(object, &info, H5O_INFO_NUM_ATTRS), kWriting, path);
+        m_isBlank = info.num_attrs == 0;
+    }
 
-void WriteOptional(hid_t object, char const* name, std::string const& text, std::string const& path)
-{
-    if (text.empty())
-        RemoveAttribute(object, name, path);
-    else
-        WriteText(object, name, text, path);
-}
+    void Write(char const* name, hid_t type, void const* value) const
+    {
+        Hid const attribute(Has(name) ? H5Aopen(m_object, name, H5P_DEFAULT)
+                                      : H5Acreate2(m_object, name, type, m_scalar, H5P_DEFAULT, H5P_DEFAULT));
+        if (!attribute.IsValid() || H5Awrite(attribute, type, value) < 0)
+            ThrowHdf5(kWriting, m_path);
+    }
+    /// An empty text has no attribute.
+    void Write(char const* name, std::string_view text) const
+    {
+        if (Has(name) && H5Adelete(m_object, name) < 0) // its length is part of its type
+            ThrowHdf5(kWriting, m_path);
+        if (text.empty())
+            return;
+        Checked(H5Tset_size(m_text, text.size()), kWriting, m_path);
+        Write(name, m_text, text.data());
+    }
+
+private:
+    bool Has(char const* name) const noexcept { return !m_isBlank && H5Aexists(m_object, name) > 0; }
+
+    hid_t m_object;
+    std::string const& m_path;
+    Hid m_scalar;
+    Hid m_text;
+    bool m_isBlank;
+};
 
 std::string ReadText(hid_t object, char const* name, std::string const& path)
 {
@@ -103,21 +129,12 @@ void RequireValid(Label const& label, std::string const& path)
 
 void WriteAttribute(hid_t object, char const* name, hid_t type, void const* value, std::string const& path)
 {
-    Hid attribute;
-    if (H5Aexists(object, name) > 0) {
-        attribute = Hid(H5Aopen(object, name, H5P_DEFAULT));
-    } else {
-        Hid const space(H5Screate(H5S_SCALAR));
-        attribute = Hid(H5Acreate2(object, name, type, space, H5P_DEFAULT, H5P_DEFAULT));
-    }
-    if (!attribute.IsValid() || H5Awrite(attribute, type, value) < 0)
-        ThrowHdf5(kWriting, path);
+    AttributeWriter(object, path).Write(name, type, value);
 }
 
 void WriteText(hid_t object, char const* name, std::string const& text, std::string const& path)
 {
-    RemoveAttribute(object, name, path); // its length is part of its type
-    WriteAttribute(object, name, TextType(text.size(), path), text.data(), path);
+    AttributeWriter(object, path).Write(name, text);
 }
 
 bool ReadAttribute(hid_t object, char const* name, hid_t type, void* value)
@@ -136,13 +153,14 @@ bool ReadAttribute(hid_t object, char const* name, hid_t type, void* value)
 void WriteLabel(hid_t object, Label const& label, DrawerFacts const& facts, std::string const& path)
 {
     auto const symmetric = static_cast<std::int8_t>(facts.isSymmetric);
-    WriteOptional(object, "title", label.title, path);
-    WriteOptional(object, "unit", label.unit, path);
-    WriteOptional(object, "description", label.description, path);
-    WriteAttribute(object, "rows", H5T_STD_I64LE, &facts.rows, path);
-    WriteAttribute(object, "columns", H5T_STD_I64LE, &facts.columns, path);
-    WriteAttribute(object, "symmetric", H5T_STD_I8LE, &symmetric, path);
-    WriteText(object, "storage", facts.storage, path);
+    AttributeWriter const writer(object, path);
+    writer.Write("title", label.title);
+    writer.Write("unit", label.unit);
+    writer.Write("description", label.description);
+    writer.Write("rows", H5T_STD_I64LE, &facts.rows);
+    writer.Write("columns", H5T_STD_I64LE, &facts.columns);
+    writer.Write("symmetric", H5T_STD_I8LE, &symmetric);
+    writer.Write("storage", facts.storage);
 }
 
 Label ReadLabel(hid_t object, std::string const& path)

@@ -2,8 +2,10 @@
 
 #include "Hdf5.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace simdb
 {
@@ -20,11 +22,15 @@ struct Label {
 
 /// What readers without the catalogue learn beside that.
 struct DrawerFacts {
-    std::int64_t rows;
-    std::int64_t columns; ///< of more than two dimensions the first, as rows are the last
-    bool isSymmetric;
-    char const* storage;
+    std::int64_t rows = 0;
+    std::int64_t columns = 0; ///< of more than two dimensions the first, as rows are the last
+    bool isSymmetric = false;
+    std::string_view storage;
+    friend bool operator==(DrawerFacts const&, DrawerFacts const&) = default;
 };
+
+/// What HDF5 may need to write one: texts and their copies.
+inline constexpr std::size_t kBytesOfLabel = 1 << 17;
 
 /// @throws KVOSimException unless the title can be a link's name and the texts can be attributes
 void RequireValid(Label const& label, std::string const& path);

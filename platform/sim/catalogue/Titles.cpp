@@ -1,7 +1,5 @@
 #include "Titles.h"
 
-#include "Hdf5.h"
-
 #include <array>
 #include <cstdio>
 #include <exception>
@@ -23,10 +21,10 @@ std::optional<Titled> MatrixOf(hid_t group, char const* name, H5L_info_t const& 
 {
     std::array<char, 80> target{};
     Titled matrix{};
-    int end = 0;
+    int drawer = 0, end = 0;
     if (info.type != H5L_TYPE_SOFT || info.u.val_size >= target.size() ||
         H5Lget_val(group, name, target.data(), target.size(), H5P_DEFAULT) < 0 ||
-        std::sscanf(target.data(), "/context_%d/distribution_%d_drawer_0%n", &matrix.context, &matrix.distribution, &end) != 2 ||
+        std::sscanf(target.data(), "/context_%d/distribution_%d_drawer_%d%n", &matrix.context, &matrix.distribution, &drawer, &end) != 3 ||
         end == 0 || target[static_cast<std::size_t>(end)] != '\0')
         return std::nullopt;
     return matrix;
@@ -81,18 +79,24 @@ void Titles::Take(std::string const& title, Titled const& matrix)
     m_taken.insert_or_assign(title, matrix);
 }
 
-void Titles::Relink(std::string const& former, std::string const& title, std::string const& target) const
+void Titles::Relink(std::string const& former, std::string const& title, std::string const& target)
 {
     Hdf5Guard const guard;
     hid_t const root = m_file.Hdf5();
-    for (std::string const* const name : {&former, &title})
-        if (!name->empty() && H5Lexists(root, name->c_str(), H5P_DEFAULT) > 0)
-            Checked(H5Ldelete(root, name->c_str(), H5P_DEFAULT), kNaming, m_file.Path());
+    if (!former.empty() && H5Lexists(root, former.c_str(), H5P_DEFAULT) > 0)
+        Checked(H5Ldelete(root, former.c_str(), H5P_DEFAULT), kNaming, m_file.Path());
     if (title.empty())
         return;
-    Hid const properties(Checked(H5Pcreate(H5P_LINK_CREATE), kNaming, m_file.Path()));
-    if (H5Pset_char_encoding(properties, H5T_CSET_UTF8) < 0 ||
-        H5Lcreate_soft(target.c_str(), root, title.c_str(), properties, H5P_DEFAULT) < 0)
+    if (!m_properties.IsValid()) {
+        Hid properties(Checked(H5Pcreate(H5P_LINK_CREATE), kNaming, m_file.Path()));
+        Checked(H5Pset_char_encoding(properties, H5T_CSET_UTF8), kNaming, m_file.Path());
+        m_properties = std::move(properties);
+    }
+    auto const link = [&] { return H5Lcreate_soft(target.c_str(), root, title.c_str(), m_properties, H5P_DEFAULT) >= 0; };
+    if (link())
+        return;
+    H5Ldelete(root, title.c_str(), H5P_DEFAULT); // it is hardly ever there already, so that is not asked before
+    if (!link())
         ThrowHdf5(kNaming, m_file.Path());
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Hdf5.h"
 #include "SimFile.h"
 
 #include <map>
@@ -32,7 +33,7 @@ public:
     void Drop(std::string const& title) noexcept { m_taken.erase(title); }
 
     /// In the file: the link `former` goes, and `title` leads to `target`. Either may be empty: none. What was done before is done again.
-    void Relink(std::string const& former, std::string const& title, std::string const& target) const;
+    void Relink(std::string const& former, std::string const& title, std::string const& target);
 
 private:
     void Load();
@@ -40,6 +41,7 @@ private:
     File const& m_file;
     bool m_isLoaded = false;
     std::map<std::string, std::optional<Titled>> m_taken; ///< none: a name of another program's
+    Hid m_properties;                                     ///< of links
 };
 
 } // namespace simdb

@@ -72,8 +72,8 @@ public:
 
     /// Says what the values are, for people and other programs: attributes of the drawers in the file, and a title is a
     /// name in the file's root group too, so that h5py finds the matrix as file["stiffness"]. Kept by the next commit
-    /// of the transaction at hand, with the first drawer. Texts are UTF-8 and copied; null counts as empty, which is
-    /// none.
+    /// of the transaction at hand, with the first drawer; the name leads to the drawer of the lowest number. Texts are
+    /// UTF-8 and copied; null counts as empty, which is none.
     /// @param title        by which KVOSimContext::Find() finds it; without '/', not ".", not beginning with "context_",
     ///                     at most 255 bytes. One that another matrix of the database has gets " (2)", " (3)", ...
     /// @param unit         of the values, as "N/m" @param description  in words. At most 16384 bytes each

@@ -51,6 +51,8 @@ public:
     static std::size_t EntryBytes(SparseShape const& shape, int slot) noexcept;
 
     void LinkTo(hid_t group, char const* name);
+    /// The group, for attributes; the drawer's own.
+    hid_t Group() const noexcept { return m_group; }
 
     /// Calls visit(slot, dataset, address, bytes) for every array that takes space.
     void ForEachArray(std::function<void(std::int64_t, hid_t, std::uint64_t, std::uint64_t)> const& visit) const;

@@ -62,6 +62,12 @@ protected:
         return id;
     }
     void Commit() { Reopen(); }
+    static void AddDrawer(KVOSimDistributionID const& id)
+    {
+        KVOSimTransfer transfer = NewDrawer(KVOSimDistribution(id), {Biggest(KVOSimDistribution(id).Collections()[0])}, {});
+        transfer.CheckView();
+        transfer.InitializePersistentDrawer();
+    }
     KVOSimDistributionID Find(char const* title) { return KVOSimContext(database.ContextID()).Find(title); }
 };
 
@@ -138,13 +144,28 @@ TEST_F(TitleTest, FollowTransactionsAndExtensions)
         transaction.Commit();
     }
     EXPECT_STREQ(KVOSimDistribution(temporary).Title(), "e");
-    KVOSimTransfer transfer = NewDrawer(KVOSimDistribution(empty), {Biggest(KVOSimDistribution(empty).Collections()[0])}, {});
-    transfer.CheckView();
-    transfer.InitializePersistentDrawer();
+    AddDrawer(empty);
+    AddDrawer(empty);
+    KVOSimDistributionID const gap = MakeDistribution(context.ID(), {context.CreateCollection(3)});
+    KVOSimDistributionID const bare = MakeMatrix(context.ID(), {Biggest(context.CreateCollection(2))});
+    {
+        KVOSimTransaction dropped(context);
+        AddDrawer(gap);
+        KVOSimDistribution(bare).SetTitle("never");
+        KVOSimTransaction kept(context);
+        AddDrawer(gap);
+        KVOSimDistribution(gap).SetTitle("gap");
+        kept.Commit();
+    }
+    Reopen();
+    EXPECT_EQ(Find("gap"), Again(gap));
     database.Close();
-    EXPECT_EQ(NamesInRoot(path), (std::set<std::string>{"context_0", "a", "d"}));
+    EXPECT_EQ(NamesInRoot(path), (std::set<std::string>{"context_0", "a", "d", "gap"}));
     EXPECT_EQ(AttributesOf(path, "a").at("rows"), "5");
     EXPECT_EQ(AttributesOf(path, "d").at("rows"), "2");
+    EXPECT_EQ(AttributesOf(path, "context_0/distribution_" + std::to_string(empty.Index()) + "_drawer_1"), AttributesOf(path, "d"));
+    EXPECT_EQ(AttributesOf(path, "gap").at("title"), "gap");
+    EXPECT_EQ(AttributesOf(path, "context_0/distribution_" + std::to_string(bare.Index()) + "_drawer_0").count("title"), 0U);
 }
 
 TEST_F(TitleTest, AreThereAsBeforeOrAsCommittedWhenTheDiskFails)
