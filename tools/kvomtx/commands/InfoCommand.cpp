@@ -2,15 +2,17 @@
 
 #include "Commands.h"
 
-#include "MatrixFacts.h"
+#include "DiagnosisJson.h"
+#include "DiagnosisText.h"
+#include "Examine.h"
 #include "MatrixName.h"
+#include "ScratchFolder.h"
 #include "StatedBytes.h"
 
-#include <nlohmann/json.hpp>
+#include "KVOSrvSparseMatrix.h"
 
-#include <cmath>
-#include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace
@@ -20,78 +22,43 @@ constexpr char kFooter[] =
     "\nEXAMPLE\n"
     "  kvomtx info data/bcsstk11.mtx\n"
     "  kvomtx info model-modes.sim:1 --json\n\n"
-    "Entries are those of the whole matrix, both triangles of a symmetric one. A trivial row has no entry; one that\n"
-    "holds zeros only is told apart from it. Of a dense matrix of a database the values that are not 0 count as entries.";
+    "Rows, columns and lines of a text file are numbered from 1. Entries are those of the whole matrix, both triangles of a\n"
+    "symmetric one. An empty row has no entry; one that holds zeros only is told apart from it. Of a dense matrix of a database\n"
+    "the values that are not 0 count as entries. Of what is found the first are shown, and the first 1000 with --json.\n"
+    "Reordered is by reverse Cuthill-McKee. The structural rank is the greatest rank of a matrix with its values in these places.\n"
+    "The 2-norm is estimated, from below. --deep factors a symmetric matrix, which tells its definiteness and condition.";
 
-// The formatting of JSON has no infinities: a range without values is null.
-nlohmann::ordered_json Number(double value)
-{
-    return std::isfinite(value) ? nlohmann::ordered_json(value) : nlohmann::ordered_json();
-}
+struct Options {
+    std::string file;
+    std::string format;
+    std::string memory;
+    std::string scratch;
+    bool isDeep = false;
+    bool json = false;
+};
 
-void PrintJson(std::string const& name, MatrixFacts const& facts)
+void RunInfo(Options const& options)
 {
-    nlohmann::ordered_json object;
-    object["matrix"] = name;
-    object["format"] = facts.storage;
-    object["rows"] = facts.rows;
-    object["columns"] = facts.columns;
-    object["entries"] = facts.entries;
-    object["stored_zeros"] = facts.zeros;
-    object["not_finite"] = facts.notFinite;
-    object["symmetry"] = facts.symmetry;
-    object["lower_bandwidth"] = facts.lowerBandwidth;
-    object["upper_bandwidth"] = facts.upperBandwidth;
-    object["smallest_value"] = Number(facts.smallest);
-    object["largest_value"] = Number(facts.largest);
-    object["smallest_nonzero_size"] = Number(facts.smallestSize);
-    object["trivial_rows"] = facts.trivialRows;
-    object["zero_rows"] = facts.zeroRows;
-    object["trivial_columns"] = facts.trivialColumns;
-    std::printf("%s\n", object.dump(4, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
-}
-
-void PrintText(std::string const& name, MatrixFacts const& facts)
-{
-    double const places = static_cast<double>(facts.rows) * facts.columns;
-    std::printf("%s: %s\n", name.c_str(), facts.storage.c_str());
-    std::printf("  size             %d x %d, %s\n", facts.rows, facts.columns, facts.symmetry.c_str());
-    std::printf("  entries          %lld", static_cast<long long>(facts.entries));
-    if (places > 0)
-        std::printf(", %.3g%% of all places", 100.0 * static_cast<double>(facts.entries) / places);
-    std::printf("\n  stored zeros     %lld\n", static_cast<long long>(facts.zeros));
-    std::printf("  bandwidth        %lld below the diagonal, %lld above\n", static_cast<long long>(facts.lowerBandwidth),
-                static_cast<long long>(facts.upperBandwidth));
-    if (facts.largest >= facts.smallest)
-        std::printf("  values           %.6g to %.6g", facts.smallest, facts.largest);
-    if (std::isfinite(facts.smallestSize))
-        std::printf(", the smallest in size %.6g", facts.smallestSize);
-    if (facts.largest >= facts.smallest)
-        std::printf("\n");
-    if (facts.notFinite > 0)
-        std::printf("  NOT FINITE       %lld values\n", static_cast<long long>(facts.notFinite));
-    std::printf("  trivial          %d rows, %d columns; %d rows of zeros\n", facts.trivialRows, facts.trivialColumns, facts.zeroRows);
+    std::optional<ScratchFolder> scratch;
+    if (options.isDeep)
+        scratch.emplace(options.scratch);
+    MemoryForFiles const memory(options.memory, scratch ? scratch->Path() : options.scratch);
+    MatrixName const name = ParseMatrixName(options.file, options.format, true);
+    ExaminedMatrix const examined = Examine(name, {StatedBytes(options.memory), options.isDeep});
+    (options.json ? PrintDiagnosisJson : PrintDiagnosis)(examined.diagnosis);
 }
 
 } // namespace
 
 void AddInfoCommand(CLI::App& app, Command& chosen)
 {
-    struct Options {
-        std::string file;
-        std::string format;
-        std::string memory;
-        bool json = false;
-    };
     auto const options = std::make_shared<Options>();
-    CLI::App& info = AddCommand(app, "info", "What a matrix is like", kFooter);
+    CLI::App& info = AddCommand(app, "info", "What a matrix is like, and what is wrong with it", kFooter);
     AddRequired(info, "FILE", options->file, "Matrix file or FILE.sim:ID");
     AddOption(info, "--format", options->format, "Format of FILE, when its ending does not tell it (see convert --help)");
+    AddFlag(info, "--deep", options->isDeep, "Also what takes a factorization: definiteness, condition");
     AddFlag(info, "--json", options->json, "Print one JSON object");
-    AddMemory(info, options->memory, "reading");
-    SetWork(info, chosen, [options] {
-        MemoryForFiles const memory(options->memory, "");
-        MatrixName const name = ParseMatrixName(options->file, options->format, true);
-        (options->json ? PrintJson : PrintText)(options->file, Examine(name));
-    });
+    AddMemory(info, options->memory, "reading and the diagnosis");
+    AddOption(info, "--scratch", options->scratch, "Folder for scratch files (the working directory)", RequireName);
+    SetWork(info, chosen, [options] { RunInfo(*options); });
 }

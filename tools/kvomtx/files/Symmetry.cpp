@@ -36,42 +36,61 @@ double Mean(double a, double b)
 
 } // namespace
 
+void AsymmetrySearch::Compare(int row, int column, double value, double mirror)
+{
+    double const difference = value == mirror ? 0.0 : std::fabs(value - mirror); // of equal infinities, too
+    if (difference == 0.0)
+        return;
+    m_found.pairs += row != column;
+    bool const isFinite = std::isfinite(difference);
+    m_isFinite = m_isFinite && isFinite;
+    if (isFinite ? difference <= m_found.largest : m_found.largest > 0.0)
+        return;
+    m_found = {isFinite ? difference : 0.0, row, column, value, mirror, m_found.pairs, m_found.unmatched};
+}
+
+Asymmetry AsymmetrySearch::Result(double scale) const
+{
+    Asymmetry found = m_found;
+    if (scale > 0.0)
+        found.largest /= scale;
+    if (!m_isFinite)
+        found.largest = std::numeric_limits<double>::infinity();
+    return found;
+}
+
 Asymmetry FindAsymmetry(KVOSrvSparseRows const& matrix)
 {
     double scale = 0.0;
     ForEachEntry(matrix, [&](int, int, double value) { scale = std::isfinite(value) ? std::max(scale, std::fabs(value)) : scale; });
-    Asymmetry found;
-    double worst = 0.0;
-    auto const compare = [&](int row, int column, double value, double mirror) {
-        double const difference = value == mirror ? 0.0 : std::fabs(value - mirror); // of equal infinities, too
-        if (difference <= worst)
-            return;
-        worst = std::isnan(difference) ? std::numeric_limits<double>::infinity() : difference;
-        found = {scale > 0.0 ? worst / scale : worst, row, column, value, mirror};
-    };
+    AsymmetrySearch search;
 
     // Rows ascend, so each row of the upper triangle is met from the left to the right by the columns of the lower one.
     std::vector<unsigned> next(static_cast<std::size_t>(matrix.rows));
     auto const skipUpper = [&](int row, int column) { // entries of the upper triangle without one below
         unsigned& k = next[static_cast<std::size_t>(row)];
-        for (; k < matrix.rowStart[row + 1] && matrix.columnIndices[k] < column; ++k)
-            compare(row, matrix.columnIndices[k], matrix.values[k], 0.0);
+        for (; k < matrix.rowStart[row + 1] && matrix.columnIndices[k] < column; ++k) {
+            search.CountUnmatched();
+            search.Compare(row, matrix.columnIndices[k], matrix.values[k], 0.0);
+        }
         return k < matrix.rowStart[row + 1] && matrix.columnIndices[k] == column;
     };
     for (int row = 0; row < matrix.rows; ++row) {
         unsigned k = matrix.rowStart[row];
         for (; k < matrix.rowStart[row + 1] && matrix.columnIndices[k] < row; ++k) {
             bool const both = skipUpper(matrix.columnIndices[k], row);
-            compare(row, matrix.columnIndices[k], matrix.values[k],
-                    both ? matrix.values[next[static_cast<std::size_t>(matrix.columnIndices[k])]++] : 0.0);
+            if (!both)
+                search.CountUnmatched();
+            search.Compare(row, matrix.columnIndices[k], matrix.values[k],
+                           both ? matrix.values[next[static_cast<std::size_t>(matrix.columnIndices[k])]++] : 0.0);
         }
         for (; k < matrix.rowStart[row + 1] && matrix.columnIndices[k] == row; ++k)
-            compare(row, row, matrix.values[k], matrix.values[k]); // a NaN there is worth telling
+            search.Compare(row, row, matrix.values[k], matrix.values[k]); // a NaN there is worth telling
         next[static_cast<std::size_t>(row)] = k;
     }
     for (int row = 0; row < matrix.rows; ++row)
         skipUpper(row, matrix.rows);
-    return found;
+    return search.Result(scale);
 }
 
 bool EqualsItsTranspose(KVOSrvSparseRows const& matrix)

@@ -1,0 +1,9 @@
+#pragma once
+
+class KVOSrvSparseMatrix;
+
+/// The greatest singular value, from below: the root of the greatest quotient of A^T A.
+/// @param matrix  in full, without NaN and infinite values
+/// @param largest  size of its largest value
+/// @param isSymmetric  it equals its transpose
+double EstimateTwoNorm(KVOSrvSparseMatrix const& matrix, double largest, bool isSymmetric);
