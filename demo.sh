@@ -13,7 +13,7 @@ $build/examples/modes_in_core data
 
 mkdir -p build/demo
 kvomtx=$build/tools/kvomtx
-$kvomtx spy data/bcsstk11.mtx -o build/demo/stiffness.png
+$kvomtx spy data/bcsstk11.mtx -o build/demo/stiffness.png --force
 $kvomtx modes data/bcsstk11.mtx data/bcsstm12.mtx --count 10 --reference data/reference/orecar.txt \
-    -o build/demo/orecar.sim --picture build/demo/convergence.png
+    -o build/demo/orecar.sim --picture build/demo/convergence.png --force
 echo "Pictures: build/demo/stiffness.png (the pattern of K), build/demo/convergence.png; the modes: build/demo/orecar.sim; the program: $kvomtx"

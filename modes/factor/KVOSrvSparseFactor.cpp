@@ -186,6 +186,7 @@ void KVOSrvSparseFactor::Repr::Analyse()
     Run(kAnalyse);
     if (Told(1) < 0)
         TellFailure();
+    account.flops = m_mumps.rinfog[0];
 }
 
 void KVOSrvSparseFactor::Repr::Factorize(double shift, bool positiveDefinite)

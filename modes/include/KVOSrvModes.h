@@ -42,6 +42,7 @@ struct KVOSrvModesProgress {
     double share = 0.0;                ///< about what is done, 0 to 1
     int residualCount = 0;             ///< of `residuals`
     double const* residuals = nullptr; ///< while searching: of the approximate modes, relative to 1 / (lambda - sigma)
+    double flops = 0.0;                ///< while factoring and counting: about what the factorization takes
 };
 
 /// What a search took.

@@ -25,7 +25,7 @@ struct KVOSrvFactorAccount {
     std::int64_t unknowns = 0;      ///< the order
     std::int64_t entries = 0;       ///< of the lower triangle of the matrix
     std::int64_t factorEntries = 0; ///< of the factor
-    double flops = 0.0;             ///< of the factorization
+    double flops = 0.0;             ///< of the last factorization; before the first one what the order lets expect
     std::int64_t memory = 0;        ///< bytes taken while factoring
     bool onDisk = false;            ///< the last factor is kept there
     int orderings = 0;              ///< of the unknowns

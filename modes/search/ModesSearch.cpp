@@ -106,7 +106,7 @@ void ModesSearch::Reserve(int modes)
 
 void ModesSearch::Tell(char const* doing, int found, int wanted, double share)
 {
-    m_report({doing, m_account.steps, found, wanted, share});
+    m_report({doing, m_account.steps, found, wanted, share, 0, nullptr, m_factor ? m_factor->Account().flops : 0.0});
 }
 
 void ModesSearch::TellResiduals(BlockLanczos& lanczos, int found, int wanted)

@@ -44,7 +44,7 @@ for package in $runtime $modes $development $tools $mpi $python; do
     "$development") own="$libraries|$modes_library|usr/include/KVOMtxLinearAlgebra/[A-Za-z0-9_]+\.(h|f90)|$lib/(cmake/KVOMtxLinearAlgebra/.*\.cmake|pkgconfig/KVOMtx(LinearAlgebra|Modes)\.pc)" ;;
     kvomtx-mpi) own="usr/bin/kvomtx-mpi" ;;
     python3-kvo) own='usr/lib/python3/dist-packages/kvo/([a-z_]+\.pyi?|py\.typed|_core\.cpython-[0-9a-z_-]+\.so)' ;;
-    "$tools") own="usr/bin/kvomtx|usr/share/man/man1/kvomtx\.1\.gz" ;;
+    "$tools") own="usr/bin/kvomtx|usr/share/man/man1/kvomtx\.1\.gz|usr/share/(bash-completion/completions/kvomtx|zsh/vendor-completions/_kvomtx|fish/vendor_completions\.d/kvomtx\.fish)" ;;
     esac
     strange=$(cd "$work/$package" && find . ! -type d -printf '%P\n' | grep -vxE "$own|usr/share/doc/$package/(copyright|changelog(\.Debian)?\.gz)" || true)
     [ -z "$strange" ] || fail "$package holds more than it should: $strange"

@@ -48,6 +48,8 @@ public:
     nlohmann::json JsonOnRanks(int ranks, std::vector<std::string> arguments)
     {
         arguments.emplace_back("--json");
+        if (arguments[0] == "modes")
+            arguments.emplace_back("--force");
         Outcome const outcome = OnRanks(ranks, arguments);
         if (outcome.code != 0)
             throw std::runtime_error("exit code " + std::to_string(outcome.code) + ": " + outcome.err);

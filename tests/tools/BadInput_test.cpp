@@ -79,7 +79,7 @@ TEST(BadInput, DamagedDatabasesAreInputsThatCannotBeRead)
     for (std::size_t byte = 0; byte + 512 < sound.size(); byte += 2048) {
         WriteFile(tool / "bad.sim", std::string(sound).replace(byte, 512, std::string(512, '\1')));
         for (std::vector<std::string> const& arguments :
-             {std::vector<std::string>{"db", "ls", "bad.sim"}, {"gemm", "bad.sim:2", "bad.sim:2", "-t", "-o", "product.sim"}})
+             {std::vector<std::string>{"db", "ls", "bad.sim"}, {"gemm", "bad.sim:2", "bad.sim:2", "-t", "-o", "product.sim", "--force"}})
             if (tool(arguments).code != 0) {
                 SCOPED_TRACE(byte);
                 ExpectFailure(tool, arguments, 3, "bad.sim");
@@ -147,7 +147,6 @@ TEST(BadInput, WrongCommandLinesAreRefused)
     Tool const tool;
     tool.Do({"convert", k, "k.sim"});
     std::filesystem::create_directory_symlink(".", tool / "link");
-    ExpectFailure(tool, {}, 2, "subcommand");
     ExpectFailure(tool, {"mods", k, k}, 2, "\"mods\" is no command");
     ExpectFailure(tool, {"modes", k}, 2, "M is required");
     ExpectFailure(tool, {"modes", k, k, "-n", "0"}, 2, "0 is less than 1");
@@ -169,7 +168,15 @@ TEST(BadInput, WrongCommandLinesAreRefused)
     ExpectFailure(tool, {"make-brick", "1", "1", "1", "k.mtx", "m.mtx", "--size", "1e-200", "1", "1"}, 2, "units");
     ExpectFailure(tool, {"modes", k, k, "-o", "a.sim", "--picture", "./a.sim"}, 2, "named twice");
     ExpectFailure(tool, {"modes", k, k, "-o", ""}, 2, "empty");
-    ExpectFailure(tool, {"db", "list", "k.sim"}, 2, "\"list\" is no command of db");
+    ExpectFailure(tool, {"make-brick", "1", "2", "abc", "k.mtx", "m.mtx"}, 2, "NZ: abc is not a number");
+    ExpectFailure(tool, {"modes", k, k, "-n", "2.5"}, 2, "--count: 2.5 is not a whole number");
+    ExpectFailure(tool, {"modes", k, "--froce"}, 2, "--froce is no option of modes, the nearest is --force");
+    ExpectFailure(tool, {"--jsno"}, 2, "--jsno is no option of kvomtx");
+    ExpectFailure(tool, {"--json", "info", k}, 2, "--json goes behind the command, info");
+    ExpectFailure(tool, {"db", "list", "k.sim"}, 2, "\"list\" is no command of db, the nearest is ls");
+    Outcome const alone = tool({});
+    EXPECT_EQ(alone.code, 2);
+    EXPECT_THAT(alone.err, AllOf(HasSubstr("\n  make-brick "), HasSubstr("kvomtx: no command is given")));
     ExpectFailure(tool, {"db", "export", "k.sim", "x", "x.mtx"}, 2, "\"x\" is no number of a matrix");
     ExpectFailure(tool, {"convert", Data("west0479.mtx"), "w.chunks"}, 1, "holds symmetric matrices only; the input is not symmetric");
 }
@@ -185,6 +192,17 @@ TEST(BadInput, OutputsThatCannotBeMadeLeaveWhatWasThere)
     ExpectFailure(tool, {"modes", k, m, "-o", "folder"}, 4, "Is a directory");
     ExpectFailure(tool, {"modes", k, m, "-o", "/dev/full"}, 4, "is not a regular file");
     ExpectFailure(tool, {"modes", k, m, "-o", "modes.sim", "--picture", "missing/p.png"}, 4, "missing/p.png");
+    WriteFile(tool / "older", "a night's work");
+    WriteFile(tool / "torn.mtx", "no matrix"); // is not even read
+    std::filesystem::create_symlink("older", tool / "torn-modes.sim");
+    for (std::vector<std::string> const& arguments : {std::vector<std::string>{"modes", "torn.mtx", m},
+                                                      {"modes", "torn.mtx", m, "-o", "new.sim", "--picture", "older"},
+                                                      {"make-brick", "1", "1", "1", "new.mtx", "m.mtx", "--coordinates", "older"},
+                                                      {"convert", "torn.mtx", "older", "--to", "mtx"},
+                                                      {"spy", "torn.mtx", "-o", "older"},
+                                                      {"gemm", "torn.mtx", "torn.mtx", "-o", "older"},
+                                                      {"sparse-times-dense", "torn.mtx", m, "-o", "older"}})
+        ExpectFailure(tool, arguments, 4, "is there already; give another name, or --force, which replaces it");
     ExpectFailure(tool, {"modes", k, m, "--scratch", "missing"}, 4, "--scratch");
 
     // A file that may not grow stands for a full disk.

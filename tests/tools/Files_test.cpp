@@ -87,7 +87,7 @@ TEST(Files, TripletsKeepEmptyLastRowsAndColumns)
         EXPECT_EQ(facts.at("columns"), 3);
     }
     WriteFile(tool / "a.mtx", kGeneral + "0 3 0\n");
-    EXPECT_EQ(tool({"convert", "a.mtx", "a.txt"}).code, 1);
+    EXPECT_EQ(tool({"convert", "a.mtx", "a.txt", "--force"}).code, 1);
 }
 
 TEST(Files, ConvertReplacesWhatALinkPointsTo)

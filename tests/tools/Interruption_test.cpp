@@ -14,7 +14,7 @@ namespace
 // Starts a long computation, and returns when its output and scratch files stand there.
 pid_t StartModes(Tool const& tool, std::string const& output)
 {
-    pid_t const child = tool.Start({"modes", "k.mtx", "m.mtx", "-n", "300", "-o", output});
+    pid_t const child = tool.Start({"modes", "k.mtx", "m.mtx", "-n", "300", "-o", output, "--force"});
     std::filesystem::path const scratch = tool / ("kvomtx-scratch-" + std::to_string(child));
     auto const holdsMoreThanItsMark = [&] {
         return std::filesystem::exists(scratch) && std::distance(std::filesystem::directory_iterator(scratch), {}) > 1;

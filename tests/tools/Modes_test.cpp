@@ -192,7 +192,7 @@ TEST(Modes, OfAFreeBodyBeginWithSixRigidOnesWhateverTheShift)
         else
             EXPECT_GE(lambda, elastic);
     }
-    EXPECT_THAT(tool({"modes", "k.mtx", "m.mtx", "--shift", "0"}).err, HasSubstr("greater shift or leave it out (--shift)"));
+    EXPECT_THAT(tool({"modes", "k.mtx", "m.mtx", "--shift", "0", "--force"}).err, HasSubstr("greater shift or leave it out (--shift)"));
 }
 
 // The diagonals suggest a shift a million times the lowest elastic eigenvalue, under which all modes look alike.
@@ -213,7 +213,7 @@ TEST(Modes, GoOnAfterAKill)
 {
     Tool const tool;
     tool.Do({"make-brick", "12", "10", "10", "k.mtx", "m.mtx"});
-    std::vector<std::string> const modes{"modes", "k.mtx", "m.mtx", "-n", "30", "--json"};
+    std::vector<std::string> const modes{"modes", "k.mtx", "m.mtx", "-n", "30", "--json", "--force"};
     auto const whole = nlohmann::json::parse(tool.Do(modes));
     for (int milliseconds : {0, 300}) {
         bool kept = false;

@@ -3,6 +3,7 @@
 #include "KVOSrvSparseMatrix.h"
 #include "TemporaryFolder.h"
 
+#include <algorithm>
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
@@ -76,9 +77,14 @@ public:
 
     Outcome operator()(std::vector<std::string> const& arguments, rlim_t fileLimit = 0) const { return Wait(Start(arguments, fileLimit)); }
 
-    /// Runs a command that must succeed.
-    std::string Do(std::vector<std::string> const& arguments) const
+    /// Runs a command that must succeed, and replaces what earlier ones have written.
+    std::string Do(std::vector<std::string> arguments) const
     {
+        for (char const* writes : {"convert", "export", "gemm", "make-brick", "modes", "sparse-times-dense", "spy"})
+            if (std::ranges::find(arguments, writes) != arguments.end()) {
+                arguments.emplace_back("--force");
+                break;
+            }
         Outcome const outcome = (*this)(arguments);
         if (outcome.code != 0 || !outcome.err.empty())
             throw std::runtime_error("exit code " + std::to_string(outcome.code) + ": " + outcome.err);

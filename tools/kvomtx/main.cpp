@@ -22,7 +22,8 @@ namespace
 constexpr char kDescription[] =
     "Natural frequencies and matrix files of finite-element models.\n\n"
     "  kvomtx make-brick 40 4 4 k.mtx m.mtx    a model to play with\n"
-    "  kvomtx modes k.mtx m.mtx --count 10     its ten lowest natural frequencies\n\n"
+    "  kvomtx modes k.mtx m.mtx --count 10     its ten lowest natural frequencies\n"
+    "  kvomtx info k.mtx                       what a matrix is like\n\n"
     "A matrix is named by its file; the file's ending tells its format (see kvomtx convert --help). FILE.sim:ID is the\n"
     "matrix of that number in a database (see kvomtx db ls --help).";
 constexpr char kFooter[] =

@@ -104,6 +104,7 @@ void TakeInputs(Options const& options, Output& output, PairFacts& facts)
     std::string const path =
         options.output.empty() ? std::filesystem::path(stiffnessName.path).stem().string() + "-modes.sim" : options.output;
     RequireSeparateFiles({path}, {stiffnessName.path, massName.path, options.reference});
+    output.database = std::make_unique<OutputDatabase>(path);
     if (!options.reference.empty())
         output.reference.emplace(options.reference);
     if (options.mass.empty()) {
@@ -126,7 +127,6 @@ void TakeInputs(Options const& options, Output& output, PairFacts& facts)
     facts.negative = pair.negative;
     facts.lowest = pair.lowest;
     facts.largest = pair.largest;
-    output.database = std::make_unique<OutputDatabase>(path);
     KVOSimCSetID const unknowns = output.database->MakeSet(facts.order);
     output.database->StoreSparse(*stiffness, kStiffnessType, unknowns, unknowns, false);
     output.database->StoreSparse(*mass, kMassType, unknowns, unknowns, false);
@@ -248,5 +248,6 @@ void AddModesOnRanks(CLI::App& app, Command& chosen, Ranks const& ranks, std::ve
     AddFlag(modes, "--view", options->showsAccount, "Print what was done: ordering, factor, steps, memory, times");
     AddFlag(modes, "--no-count", options->isNotCounted, "Do not count the eigenvalues below the last one, which takes one factorization");
     AddFlag(modes, "--json", options->json, "Print one JSON object");
+    AddForce(modes);
     SetWork(modes, chosen, [options, &ranks, &solverOptions] { RunModes(*options, ranks, solverOptions); });
 }

@@ -75,11 +75,13 @@ void Run(int argc, char** argv, Ranks const& ranks)
     ranks.Together([&] {
         TakeSignals(ranks);
         s_solverOptions = TakeSolverOptions(argc, argv, words);
-        command = ParseCommandLine(static_cast<int>(words.size()), words.data(), "kvomtx-mpi", kDescription, kFooter,
-                                   [](CLI::App& app, Command& chosen) {
-                                       AddModesOnRanks(app, chosen, *s_ranks, s_solverOptions);
-                                       AddGemmOnRanks(app, chosen, *s_ranks);
-                                   });
+        command = ParseCommandLine(
+            static_cast<int>(words.size()), words.data(), "kvomtx-mpi", kDescription, kFooter,
+            [](CLI::App& app, Command& chosen) {
+                AddModesOnRanks(app, chosen, *s_ranks, s_solverOptions);
+                AddGemmOnRanks(app, chosen, *s_ranks);
+            },
+            ranks.IsFirst());
     });
     if (!ranks.IsFirst() && std::freopen("/dev/null", "w", stdout) == nullptr) // what all would print, as the help, rank 0 prints
         std::fclose(stdout);

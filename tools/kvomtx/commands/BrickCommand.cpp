@@ -168,5 +168,6 @@ void AddBrickCommand(CLI::App& app, Command& chosen)
     AddOption(brick, "--coordinates", options->coordinates, "File to write the places of the nodes to", RequireName);
     AddFlag(brick, "--free", options->free, "Clamp nothing: six rigid body modes");
     AddOption(brick, "--format", options->format, "Format of both files, when their endings do not tell it (see convert --help)");
+    AddForce(brick);
     SetWork(brick, chosen, [options] { RunBrick(*options); });
 }

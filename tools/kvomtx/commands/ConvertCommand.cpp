@@ -85,8 +85,9 @@ void AddConvertCommand(CLI::App& app, Command& chosen)
     AddRequired(convert, "OUT", options->output, "Matrix file to write");
     AddOption(convert, "--from", options->from, "Format of IN, when its ending does not tell it");
     AddOption(convert, "--to", options->to, "Format of OUT, when its ending does not tell it");
-    AddOption(convert, "--nodes", options->nodes, "For format 4: a file with a line \"node degree-of-freedom\" for each row");
+    AddOption(convert, "--nodes", options->nodes, "For format 4: a file with a line \"node degree-of-freedom\" for each row", RequireName);
     AddFlag(convert, "--checksums", options->checksums, "Of a database: keep checksums of the values, for db check");
     AddMemory(convert, options->memory, "reading and writing");
+    AddForce(convert);
     SetWork(convert, chosen, [options] { RunConvert(*options); });
 }

@@ -250,5 +250,6 @@ void AddDatabaseCommands(CLI::App& app, Command& chosen)
     AddRequired(take, "OUT", options->output, "Matrix file to write");
     AddOption(take, "--format", options->format, "Format of OUT, when its ending does not tell it (see convert --help)");
     AddMemory(take, options->memory, "reading and writing");
+    AddForce(take);
     SetWork(take, chosen, [options] { RunExport(options->file, options->id, options->output, options->format, options->memory); });
 }

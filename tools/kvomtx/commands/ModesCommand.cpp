@@ -30,6 +30,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -189,6 +190,16 @@ void StoreParticipation(KVOSrvModesParticipation const& values, OutputDatabase& 
 
 // Shows where the search stands, and keeps it for the picture.
 struct Watch {
+    // Before a factorization that takes longer than one waits for without a word, at the 10 to 50 Gflop/s of a core.
+    static std::string Warning(double flops)
+    {
+        constexpr double kMinute = 1e12;
+        char text[80] = "";
+        if (flops >= kMinute)
+            std::snprintf(text, sizeof text, ", which takes minutes: %.1e operations", flops);
+        return text;
+    }
+
     Progress progress{"ordering the unknowns"};
     ConvergenceHistory history;
 
@@ -199,8 +210,8 @@ struct Watch {
             history.emplace_back(state.residuals, state.residuals + state.residualCount);
         progress.Say(std::string(state.doing) + (isSearching ? ", step " + std::to_string(state.step) + ", " + std::to_string(state.found) +
                                                                    " of " + std::to_string(state.wanted) + " modes"
-                                                             : ""));
-        progress.Set(std::clamp(state.share, 0.0, 1.0));
+                                                             : Warning(state.flops)));
+        progress.Set(isSearching ? std::clamp(state.share, 0.0, 1.0) : -1.0); // nobody knows how far a factorization is
     }
 };
 
@@ -283,16 +294,16 @@ void RunModes(Options const& options)
                          {stiffnessName.path, massName.path, options.reference, options.coordinates, options.resume});
     RequireProviderMemory();
 
+    std::optional<OutputFile> picture;
+    if (!options.picture.empty())
+        picture.emplace(options.picture);
+    OutputDatabase database(output);
     std::optional<ReferenceFrequencies> reference;
     if (!options.reference.empty())
         reference.emplace(options.reference);
     std::optional<NodeCoordinates> coordinates;
     if (!options.coordinates.empty())
         coordinates.emplace(options.coordinates);
-    std::optional<OutputFile> picture;
-    if (!options.picture.empty())
-        picture.emplace(options.picture);
-    OutputDatabase database(output);
     ScratchFolder const scratch(options.scratch.empty() ? ScratchFolder::FolderOf(output) : options.scratch);
     KVOSimCSetID unknowns;
     auto const stiffness = TakeMatrix(stiffnessName, database, kStiffnessType, unknowns, options.checksums);
@@ -385,5 +396,6 @@ void AddModesCommand(CLI::App& app, Command& chosen)
     AddFlag(modes, "--view", options->showsAccount, "Print what was done: ordering, factor, steps, memory, times");
     AddFlag(modes, "--no-count", options->isNotCounted, "Do not count the eigenvalues below the last one, which takes one factorization");
     AddFlag(modes, "--json", options->json, "Print one JSON object");
+    AddForce(modes);
     SetWork(modes, chosen, [options] { RunModes(*options); });
 }

@@ -184,6 +184,7 @@ void AddProductOptions(CLI::App& command, Options& options)
     AddOption(command, "--format", options.format, "Format of the operands, when their endings do not tell it (see convert --help)");
     AddFlag(command, "--checksums", options.checksums, "Keep checksums of the product's values, for db check");
     AddFlag(command, "--json", options.json, "Print one JSON object");
+    AddForce(command);
 }
 
 } // namespace

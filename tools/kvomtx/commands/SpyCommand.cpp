@@ -10,6 +10,7 @@
 #include "OutputFile.h"
 #include "ScratchFolder.h"
 #include "StatedBytes.h"
+#include "Validators.h"
 
 #include "KVOSrvSparseMatrix.h"
 
@@ -138,10 +139,11 @@ void AddSpyCommand(CLI::App& app, Command& chosen)
     auto const options = std::make_shared<Options>();
     CLI::App& spy = AddCommand(app, "spy", "A picture of where a sparse matrix has entries", kFooter);
     AddRequired(spy, "FILE", options->file, "Matrix file or FILE.sim:ID");
-    AddRequired(spy, "-o,--output", options->output, "PNG file to write");
+    AddRequired(spy, "-o,--output", options->output, "PNG file to write", RequireName);
     AddOption(spy, "--pixels", options->pixels, "Length of the longer side (800)", 50, 8000);
     AddOption(spy, "--format", options->format, "Format of FILE, when its ending does not tell it (see convert --help)");
     AddMemory(spy, options->memory, "reading");
+    AddForce(spy);
     SetWork(spy, chosen, [options] {
         MatrixName const name = ParseMatrixName(options->file, options->format, true);
         MemoryForFiles const memory(options->memory, ScratchFolder::FolderOf(options->output));

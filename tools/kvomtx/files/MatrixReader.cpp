@@ -12,8 +12,10 @@
 #include "KVOSrvUtilities.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,6 +36,18 @@ void RequireReadable(std::string const& path)
                                                    (error == ENOENT ? "; check the name" : "; check its permissions"));
     if (!S_ISREG(status.st_mode))
         throw ToolError(ExitCode::kUnreadable, path + ": is not a regular file; give a matrix file");
+}
+
+// What to expect of a file that takes minutes as text.
+std::string SizeOfLarge(std::string const& path)
+{
+    constexpr double kLarge = 2e9;
+    std::error_code error;
+    auto const bytes = static_cast<double>(std::filesystem::file_size(path, error));
+    char text[48] = "";
+    if (!error && bytes >= kLarge)
+        std::snprintf(text, sizeof text, ", %.1f GB, which may take minutes", bytes * 1e-9);
+    return text;
 }
 
 std::unique_ptr<KVOSrvSparseMatrix> ReadFromDatabase(MatrixName const& name)
@@ -81,7 +95,7 @@ std::unique_ptr<KVOSrvSparseMatrix> ReadMatrix(MatrixName const& name)
                                               " is written for other programs and cannot be read; give the file it was made from");
     RequireReadable(name.path);
     CheckInterrupt();
-    Progress const progress("reading " + name.path);
+    Progress const progress("reading " + name.path + SizeOfLarge(name.path));
     auto matrix = name.format == MatrixFormat::kDatabase ? ReadFromDatabase(name) : Import(name);
     CheckInterrupt();
     return matrix;

@@ -16,6 +16,8 @@
 namespace
 {
 
+bool g_replacesOlder = false;
+
 [[noreturn]] void FailToWrite(std::string const& path, int error)
 {
     char const* const advice = error == ENOSPC || error == EDQUOT ? "make room or write elsewhere"
@@ -59,6 +61,11 @@ bool SyncAndClose(int file)
 
 } // namespace
 
+void OutputFile::ReplaceOlder() noexcept
+{
+    g_replacesOlder = true;
+}
+
 OutputFile::OutputFile(std::string const& path, std::string companion) : m_path(Target(path)), m_companion(std::move(companion))
 {
     if (path.empty())
@@ -71,6 +78,8 @@ OutputFile::OutputFile(std::string const& path, std::string companion) : m_path(
         FailToWrite(m_path, EISDIR);
     if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
         throw ToolError(ExitCode::kUnwritable, m_path + ": is not a regular file; give a file that can be replaced");
+    if (std::filesystem::exists(status) && !g_replacesOlder)
+        throw ToolError(ExitCode::kUnwritable, path + ": is there already; give another name, or --force, which replaces it");
     try {
         m_folder = std::make_unique<PrivateFolder>(m_path + ".part");
     } catch (std::system_error const& failure) {

@@ -12,7 +12,11 @@
 class OutputFile
 {
 public:
-    /// Checks that the file can be made and replaced. Does not make it.
+    /// From here on files that are there may be replaced, which the user has to ask for: an older result may have taken a night.
+    static void ReplaceOlder() noexcept;
+
+    /// Checks that the file can be made and, if it is there, may be replaced. Does not make it. A command does so for all its outputs
+    /// before it reads and computes.
     /// @param companion  "<path><companion>" belongs to the file that is replaced, and goes when that does; empty: there is none such
     /// @throws ToolError kUnwritable
     explicit OutputFile(std::string const& path, std::string companion = {});

@@ -1,10 +1,19 @@
 #include "CommandLine.h"
 
+#include "Completion.h"
 #include "Errors.h"
+#include "Mistakes.h"
+#include "OutputFile.h"
+#include "Validators.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
+#include <type_traits>
 #include <utility>
 
 namespace
@@ -12,10 +21,33 @@ namespace
 
 constexpr int kMostThreads = 256; // as many as count for the library
 
+// The parser's own words for what is no number are those of a program.
+template<class T>
+std::string RequireNumber(std::string const& text)
+{
+    char* end = nullptr;
+    errno = 0;
+    if constexpr (std::is_same_v<T, int>) {
+        long long const value = std::strtoll(text.c_str(), &end, 0); // as the parser reads it
+        if (!text.empty() && *end == '\0')
+            return errno == 0 && std::in_range<int>(value) ? "" : text + " is beyond what can be counted here, 2147483647";
+    }
+    std::strtod(text.c_str(), &end);
+    bool const isNumber = !text.empty() && *end == '\0';
+    return isNumber && std::is_same_v<T, double> ? "" : text + (isNumber ? " is not a whole number" : " is not a number");
+}
+
 template<class T>
 CLI::Option& Add(CLI::App& command, std::string const& name, T& value, std::string const& description, ValueCheck check)
 {
     CLI::Option* const option = command.add_option(name, value, description);
+    if constexpr (std::is_same_v<T, int>)
+        option->check(RequireNumber<int>);
+    else if constexpr (!std::is_same_v<T, std::string>)
+        option->check(RequireNumber<double>);
+    if constexpr (std::is_same_v<T, std::string>)
+        if (check == RequireName)
+            option->type_name("FILE"); // which shells complete
     if (check != nullptr)
         option->check(check);
     return *option;
@@ -29,15 +61,17 @@ void AddThreads(CLI::App& app)
     AddOption(app, "--threads", g_threads, "threads that share long steps in memory (1)", 1, kMostThreads);
 }
 
-// A misspelt command is an argument too many for the parser, and a missing command.
-std::string Explain(CLI::App const& app, CLI::ParseError const& error, char const* const* words)
+// What who types the name alone is to see.
+void PrintFirstPage(CLI::App const& app)
 {
-    CLI::App const* last = &app;
-    for (; !last->get_subcommands().empty(); last = last->get_subcommands().front())
-        ++words;
-    if (last->get_require_subcommand_min() > 0 && *words != nullptr && **words != '-' && **words != '\0')
-        return std::string("\"") + *words + "\" is no command" + (last == &app ? "" : " of " + last->get_name());
-    return error.what();
+    std::string page = app.get_description() + "\n\nCommands:\n";
+    for (CLI::App const* command : app.get_subcommands([](CLI::App const* each) { return !each->get_group().empty(); })) {
+        std::string name = command->get_name();
+        name.resize(std::max<std::size_t>(name.size(), 20), ' ');
+        page += "  " + name + command->get_description() + "\n";
+    }
+    page += "\n" + app.get_name() + " COMMAND --help shows a command with an example, man " + app.get_name() + " all of them.\n";
+    std::fputs(page.c_str(), stderr);
 }
 
 } // namespace
@@ -74,7 +108,7 @@ void AddOption(CLI::App& command, std::string const& name, int& value, std::stri
 
 void AddOption(CLI::App& command, std::string const& name, int& value, std::string const& description, int smallest, int largest)
 {
-    command.add_option(name, value, description)->check(CLI::Range(smallest, largest));
+    Add(command, name, value, description, nullptr).check(CLI::Range(smallest, largest));
 }
 
 void AddOption(CLI::App& command, std::string const& name, double& value, std::string const& description, ValueCheck check)
@@ -89,7 +123,7 @@ void AddOption(CLI::App& command, std::string const& name, std::optional<double>
 
 void AddOption(CLI::App& command, std::string const& name, std::vector<double>& values, int count, std::string const& description)
 {
-    command.add_option(name, values, description)->expected(count);
+    Add(command, name, values, description, nullptr).expected(count);
 }
 
 void AddOption(CLI::App& command, std::string const& name, std::array<double, 3>& values, std::string const& description, ValueCheck check)
@@ -112,13 +146,19 @@ void AddFlag(CLI::App& command, std::string const& name, bool& value, std::strin
     command.add_flag(name, value, description);
 }
 
+void AddForce(CLI::App& command)
+{
+    command.add_flag_callback(
+        "--force", [] { OutputFile::ReplaceOlder(); }, "Replace outputs that are there already");
+}
+
 void SetWork(CLI::App& command, Command& chosen, Command work)
 {
     command.callback([&chosen, work = std::move(work)] { chosen = work; });
 }
 
 Command ParseCommandLine(int argc, char const* const* argv, std::string const& program, char const* description, char const* footer,
-                         void (*addCommands)(CLI::App& app, Command& chosen))
+                         void (*addCommands)(CLI::App& app, Command& chosen), bool showsFirstPage)
 {
     Command chosen;
     auto const app = std::make_shared<CLI::App>(description, program);
@@ -127,13 +167,20 @@ Command ParseCommandLine(int argc, char const* const* argv, std::string const& p
     app->require_subcommand(1);
     AddThreads(*app);
     addCommands(*app, chosen);
+    std::string shell;
+    CLI::App& completion = AddCommand(*app, "completion", "What completes a command line in a shell: bash, zsh or fish", "");
+    completion.group(""); // for installers
+    completion.add_option("SHELL", shell)->required()->check(CLI::IsMember({"bash", "zsh", "fish"}));
+    completion.callback([&] { chosen = [app, shell] { std::fputs(CompletionScript(*app, shell).c_str(), stdout); }; });
+    if (argc < 2 && showsFirstPage)
+        PrintFirstPage(*app);
     try {
         app->parse(argc, argv);
     } catch (CLI::ParseError const& error) {
         if (error.get_exit_code() == 0) // help and version
             return [app, error] { app->exit(error); };
         throw ToolError(ExitCode::kUsage,
-                        Explain(*app, error, argv + 1) + "; " + program + " --help, or --help after the command, shows how");
+                        ExplainMistake(*app, error, argv + 1) + "; " + program + " --help, or --help after the command, shows how");
     }
     return chosen;
 }

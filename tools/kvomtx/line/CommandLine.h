@@ -46,12 +46,16 @@ void AddRequired(CLI::App& command, std::string const& name, int& value, std::st
 /// Adds an option without a value.
 void AddFlag(CLI::App& command, std::string const& name, bool& value, std::string const& description);
 
+/// Adds --force, which every command takes that writes files: without it an OutputFile that is there is refused.
+void AddForce(CLI::App& command);
+
 /// What the command does: it is left in `chosen` when the command line names it, and its options are set then.
 void SetWork(CLI::App& command, Command& chosen, Command work);
 
 /// What the command line asks for, which may be to print the help or the version.
 /// @param program  its name, for the texts
 /// @param addCommands  called once with the parser and the place where the commands leave their work
+/// @param showsFirstPage  without any argument the commands are shown on the error stream, before the exception
 /// @throws ToolError kUsage  a wrong command line
 Command ParseCommandLine(int argc, char const* const* argv, std::string const& program, char const* description, char const* footer,
-                         void (*addCommands)(CLI::App& app, Command& chosen));
+                         void (*addCommands)(CLI::App& app, Command& chosen), bool showsFirstPage = true);
