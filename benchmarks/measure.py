@@ -2,7 +2,7 @@
 """Runs the benchmarks that benchmarks/aims.csv names, compares what they show with the aims, and keeps the figures of each processor model.
 
 A row of aims.csv names one counter of one case of one benchmark program. The figures go to docs/measurements/MODEL.md, where rows that are
-not run keep what was seen before, with its commit; the tables of docs/performance.md are made from all these files, side by side.
+not run keep what was seen before, with its commit; the tables of docs/measurements.md are made from all these files, side by side.
 scripts/measure.sh builds the programs and calls this.
 """
 
@@ -20,7 +20,7 @@ import sys
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-PERFORMANCE = ROOT / "docs/performance.md"
+RECORD = ROOT / "docs/measurements.md"
 CASE_SECONDS = 300  # no case takes longer, unless it hangs
 NOT_INSTALLED = 77  # status of a peer whose packages are missing
 MISSED = ("short", "failed")
@@ -308,7 +308,7 @@ def with_tables(text, rows, measurements):
     for section in dict.fromkeys(row.section for row in rows):
         begin, end = f"<!-- made by scripts/measure.sh: {section} -->\n", "<!-- end -->\n"
         if begin not in text:
-            sys.exit(f"docs/performance.md has no table for {section}")
+            sys.exit(f"docs/measurements.md has no table for {section}")
         before, _, rest = text.partition(begin)
         text = before + begin + "\n" + side_by_side(section, rows, models) + "\n\n" + end + rest.partition(end)[2]
     return text
@@ -322,9 +322,9 @@ def check(rows, build, measurements):
         cases = {re.sub(r"(/iterations:[0-9]+)?(/manual_time)?$", "", line) for line in done.stdout.splitlines()}
         if done.returncode != NOT_INSTALLED:
             wrong += [f"{program} has no case {row.case}" for row in rows if row.program == program and row.case not in cases]
-    text = PERFORMANCE.read_text()
+    text = RECORD.read_text()
     if with_tables(text, rows, measurements) != text:
-        wrong.append("docs/performance.md is older than its figures: scripts/measure.sh --tables")
+        wrong.append("docs/measurements.md is older than its figures: scripts/measure.sh --tables")
     print("\n".join(wrong))
     return 1 if wrong else 0
 
@@ -334,7 +334,7 @@ def main():
     parser.add_argument("--only", metavar="REGEX", default="", help='rows whose "section: what, against peer" it is found in')
     parser.add_argument("--missing", action="store_true", help="rows that this commit has no figure of, after a run that was cut off")
     parser.add_argument("--list", action="store_true", help="name the rows and end")
-    parser.add_argument("--tables", action="store_true", help="make the tables of docs/performance.md anew and end")
+    parser.add_argument("--tables", action="store_true", help="make the tables of docs/measurements.md anew and end")
     parser.add_argument("--check", action="store_true", help="check aims.csv against the programs, and the tables against the figures, and end")
     parser.add_argument("--quick", action="store_true", help="each case once; for tests")
     parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build/bench", help="where the programs were built")
@@ -372,7 +372,7 @@ def main():
     else:
         failed = False
     if arguments.measurements == ROOT / "docs/measurements":
-        PERFORMANCE.write_text(with_tables(PERFORMANCE.read_text(), rows, arguments.measurements))
+        RECORD.write_text(with_tables(RECORD.read_text(), rows, arguments.measurements))
     return 1 if failed else 0
 
 

@@ -16,7 +16,7 @@ namespace
 constexpr std::int64_t kSmallVolume = 72 * 72 * 72;
 constexpr int kThin = 32;
 // In halves it gains only once the AVX2 kernel packs, too (0.99 of the provider's rate at 2048, where that one has 0.95; figures in
-// docs/performance.md), and the order of additions is then the same.
+// docs/measurements.md), and the order of additions is then the same.
 constexpr int kUnpacked = 200;
 
 bool Packs(int m, int n, int k)

@@ -9,7 +9,7 @@
 // The vectors are columns of x (of y in the transposed product): every entry touches as many memory pages as there are vectors in the
 // group. In a finite-element matrix neighbouring rows touch the same pages. If the columns are random, nearly every entry needs other ones,
 // and once the pages of the whole group outnumber the processor's translation buffer, each access waits for a walk through the page tables:
-// groups of four then take half the time of groups of eight, and groups of two less still (docs/performance.md, "Sparse kernels").
+// groups of four then take half the time of groups of eight, and groups of two less still (docs/measurements.md, "Sparse kernels").
 
 namespace
 {

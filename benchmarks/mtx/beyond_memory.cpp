@@ -1,5 +1,5 @@
-// C = A B of stored matrices larger than the memory that the product may take: once by hand, since the operands of docs/performance.md take
-// 40 GB and the better part of an hour.
+// C = A B of stored matrices larger than the memory that the product may take: once by hand, since the operands of docs/measurements.md
+// take 40 GB and the better part of an hour.
 //
 //     OPENBLAS_NUM_THREADS=1 beyond_memory 5000 500000 5000 1024 [FOLDER]     m, k, n, and the limit in MiB
 //

@@ -11,7 +11,7 @@ namespace
 
 // Large arrays are asked for in pages of 2 MiB where the system grants them on request: a copy into a new array then takes a fifth of the
 // time. They are filled whole: the ends that do not fill one cost hundreds of page faults, a third of the time of reading a file of 60 MB
-// (docs/performance.md, "Memory").
+// (docs/measurements.md, "Memory").
 constexpr std::size_t kLargeArray = std::size_t{8} << 20;
 constexpr std::size_t kLargePage = std::size_t{2} << 20;
 constexpr std::size_t kPage = MappedArrays::kFront;

@@ -16,13 +16,13 @@ namespace
 {
 
 // Arrays of some size begin at a cache line: the system reads a file into one and writes it from one 2.3 and 1.7 times as fast as with
-// malloc's 16 bytes behind it (docs/performance.md, "Memory").
+// malloc's 16 bytes behind it (docs/measurements.md, "Memory").
 constexpr std::size_t kLineArray = std::size_t{64} << 10;
 constexpr std::size_t kLine = 64;
 
 // Where mappings begin: malloc gives the memory of released arrays back only from its heap's end, so that what is small and lives on holds
 // all below it, and takes new arrays from it that fit badly. From 256 KiB on half as much stays as from 1 MiB on, at no more page faults
-// (docs/performance.md, "Memory").
+// (docs/measurements.md, "Memory").
 constexpr std::size_t kMappedArray = std::size_t{256} << 10;
 
 // What lies in front of every array. Not under an address sanitizer, which is to find who writes there.

@@ -87,7 +87,7 @@ private:
     // Fetches each outer tile, and with it the inner ones from the diagonal on, in the order that callers see in Submatrix(). The
     // products wait until all are seen, and are then few: rectangle() takes ranges along the outer and the inner dimension. A tile that is
     // not in place is multiplied while it exists, by tile(), and so are all after it: 0.58 of the time of
-    // the full product, tile by tile 0.76 (docs/performance.md).
+    // the full product, tile by tile 0.76 (docs/measurements.md).
     template<class FetchOuter, class FetchInner, class Rectangle, class TileProduct>
     static void ComputeTiles(TriangleTiles::Cut const& outerCut, TriangleTiles::Cut const& innerCut, FetchOuter const& fetchOuter,
                              FetchInner const& fetchInner, Rectangle const& rectangle, TileProduct const& tile)

@@ -15,7 +15,7 @@ namespace
 
 // A tile of 8 x 8 doubles is one cache line wide on both sides, so each line is read and written whole: with a leading dimension of a power
 // of two the lines of a tile fall into one or two sets of the cache and would not survive a second visit. Within a supertile the pages of
-// both sides stay in the TLB: at 4096 x 4096 that takes 1.8 times a memcpy, tiles of 8 x 8 without supertiles 3.7 (docs/performance.md).
+// both sides stay in the TLB: at 4096 x 4096 that takes 1.8 times a memcpy, tiles of 8 x 8 without supertiles 3.7 (docs/measurements.md).
 // Neither asks the processor: the cache line is common to all of them, and the 512 pages that both sides of a supertile need are within
 // reach of every second-level translation buffer since 2013.
 constexpr std::int64_t kTile = 8;

@@ -23,7 +23,7 @@ struct Cut {
 /// otherAfterLast) of disjoint rectangles: first and afterLast run along the cut dimension, the others across it.
 ///
 /// Bisection: the rectangle beside the later half is one product, so that most of the work is done in large, nearly square ones: 0.58
-/// of the time of the full product, of whose entries it has 0.53; one by one 0.70 (docs/performance.md).
+/// of the time of the full product, of whose entries it has 0.53; one by one 0.70 (docs/measurements.md).
 template<class Product>
 void Cover(Cut const& cut, int firstStrip, int endStrip, int end, Product const& product)
 {

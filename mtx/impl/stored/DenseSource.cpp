@@ -17,8 +17,8 @@ Window TypicalBlock(KVOSrvDenseMatrix const& matrix)
 
 // Where a block lies saves the copy, which costs the less the more vectors there are; but DGEMM then packs the vectors anew for each block,
 // which costs the less the higher the result of a block is. With a quarter of that height both take the same: chunks of 512 x 512 in
-// place 1.08 of the product in memory with 128 vectors, copied 1.10; with 512 vectors 1.10 and 1.06 (docs/performance.md). All of it weighs
-// DGEMM's packing against a copy, both of which go with the same memory: no choice by the processor.
+// place 1.08 of the product in memory with 128 vectors, copied 1.10; with 512 vectors 1.10 and 1.06 (docs/measurements.md). All of it
+// weighs DGEMM's packing against a copy, both of which go with the same memory: no choice by the processor.
 bool PaysByBlocks(KVOSrvDenseMatrix const& matrix, int p, int blockHeight)
 {
     constexpr std::int64_t kLeastBlock = std::int64_t{1} << 17; // 1 MiB

@@ -9,7 +9,7 @@ namespace DenseSlabs
 /// Up to this many vectors a product that copies takes hardly longer than reading its matrix: pieces are then so small that DGEMM finds
 /// them in the cache. With more of them large pieces save it from packing the vectors again and again: in chunks of 512 x 512
 /// 64 vectors take 1.15 times the product in memory by single blocks and 1.22 or more by larger pieces, 512 vectors 1.10 and 1.05
-/// (docs/performance.md).
+/// (docs/measurements.md).
 constexpr int kFewVectors = 128;
 
 /// Slabs of up to this many entries, 2 MiB, are read as a whole and multiplied by one call of DGEMM, which sums over all of them at once.

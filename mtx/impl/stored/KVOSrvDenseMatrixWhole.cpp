@@ -20,7 +20,7 @@ namespace
 constexpr char const* kShape = "the other matrix is null or has another shape";
 
 // What is computed with is worked on where it lies, or stays in the cache between its transfers, 1 MiB of each matrix: Scale, copied, takes
-// 1.17 times its transfers so, 1.48 with 256 KiB and 1.21 with 2 MiB (docs/performance.md). The calls weigh more than the level of the
+// 1.17 times its transfers so, 1.48 with 256 KiB and 1.21 with 2 MiB (docs/measurements.md). The calls weigh more than the level of the
 // cache, which is the last one where the second level has less than 2 MiB.
 constexpr std::int64_t kCacheEntries = 1 << 17;
 // Two squares are compared at a time, where they lie or copied. Whole blocks although they lie in the last-level cache only: smaller
