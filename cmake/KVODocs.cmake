@@ -8,7 +8,8 @@ if(NOT KVO_BUILD_DOCS)
 endif()
 find_package(Doxygen 1.9.4 REQUIRED)
 
-set(sources ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/examples/README.md
+set(sources ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CONTRIBUTING.md ${PROJECT_SOURCE_DIR}/SECURITY.md
+    ${PROJECT_SOURCE_DIR}/examples/README.md
     ${PROJECT_SOURCE_DIR}/fortran/kvo_mtx.f90 ${PROJECT_SOURCE_DIR}/modes/fortran/kvo_mtx_modes.f90)
 foreach(target KVOMtxLinearAlgebra KVOMtxModes KVOPlatform)
     get_target_property(headers ${target} HEADER_SET)
@@ -16,6 +17,14 @@ foreach(target KVOMtxLinearAlgebra KVOMtxModes KVOPlatform)
 endforeach()
 file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md) # a page needs no entry anywhere else
 list(APPEND sources ${pages})
+
+set(groups ${CMAKE_CURRENT_LIST_DIR}/docs/groups.dox)
+list(APPEND sources ${groups})
+set(DOXYGEN_EXAMPLE_PATH ${PROJECT_SOURCE_DIR}/examples)
+set(DOXYGEN_EXAMPLE_RECURSIVE YES)
+# Parts of others that stand in installed headers only because these need them.
+set(DOXYGEN_EXCLUDE_SYMBOLS *::Repr KVOBasMaker KVOBasUnusedFile KVOBasFolderMark omi_SingletonBase atr_StringBase
+    cow_BtreeStack cow_BtreeChanges cow_BtreeNodeLink cow_BtreeNode cow_BtreePool cow_Direct)
 
 set(DOXYGEN_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
 set(DOXYGEN_HTML_OUTPUT reference)
@@ -41,4 +50,6 @@ add_custom_command(TARGET docs POST_BUILD # README.md shows pictures by their pa
 add_custom_command(TARGET docs POST_BUILD
     COMMAND ${CMAKE_COMMAND} -D pages=${PROJECT_BINARY_DIR}/reference -D source=${PROJECT_SOURCE_DIR}
         -P ${CMAKE_CURRENT_LIST_DIR}/docs/check_pages.cmake)
+add_custom_command(TARGET docs POST_BUILD
+    COMMAND ${CMAKE_COMMAND} -D pages=${PROJECT_BINARY_DIR}/reference -D groups=${groups} -P ${CMAKE_CURRENT_LIST_DIR}/docs/check_groups.cmake)
 install(DIRECTORY ${PROJECT_BINARY_DIR}/reference DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
