@@ -2,10 +2,10 @@
 
 from __future__ import annotations
 
+import errno
 import html
 import os
 import re
-import uuid
 from contextlib import contextmanager
 from typing import Any, Dict, Iterator, List, Sequence, Tuple
 from weakref import WeakValueDictionary
@@ -13,8 +13,9 @@ from weakref import WeakValueDictionary
 import numpy as np
 
 from . import _core
-from ._errors import ExistsError
+from ._errors import DatabaseError, DeniedError, ExistsError, NoSpaceError, NotFoundError
 from ._matrix import Matrix, TransposedMatrix, _times
+from ._part import Part, remove_leftovers
 from ._sparse import HalfStorage, SparseMatrix, core_of, csr_of, is_sparse
 
 # The numbers that kvomtx gives to what it makes. Files that were made before there were titles are known by them.
@@ -23,6 +24,17 @@ _NUMBERS = {name: number for number, name in _TYPES.items()}
 # A dense matrix that is larger is stored in chunks of at most so many rows and columns.
 _UNCHUNKED = 1 << 20
 _CHUNK = (4096, 256)
+
+
+_FAILURES = {
+    errno.ENOENT: NotFoundError,
+    errno.ENOTDIR: NotFoundError,
+    errno.EACCES: DeniedError,
+    errno.EPERM: DeniedError,
+    errno.EROFS: DeniedError,
+    errno.ENOSPC: NoSpaceError,
+    errno.EDQUOT: NoSpaceError,
+}
 
 
 def open(path: str | os.PathLike, mode: str = "r") -> "Database":  # noqa: A001
@@ -50,13 +62,23 @@ def open(path: str | os.PathLike, mode: str = "r") -> "Database":  # noqa: A001
     name = os.fspath(path)
     if mode not in ("r", "r+", "x", "w"):
         raise ValueError(f'the mode is "r", "r+", "x" or "w", not {mode!r}')
+    if mode == "x":
+        remove_leftovers(os.path.dirname(os.path.realpath(name)))
     if mode != "w":
         return Database(_core.Database(name, mode == "x", mode == "r"), name, mode)
     target = os.path.realpath(name)
     if os.path.isdir(target):
         raise ExistsError(f"Cannot create the database {name}: a folder has that name", 500, "", name)
-    temporary = os.path.join(os.path.dirname(target), f".{os.path.basename(target)}.{uuid.uuid4().hex[:8]}.part")
-    return Database(_core.Database(temporary, True, False), name, mode, target)
+    try:
+        part = Part(target)
+    except OSError as error:
+        failure = _FAILURES.get(error.errno or 0, DatabaseError)
+        raise failure(f"Cannot create the database {name}: {os.strerror(error.errno or 0)}", 500, "", name) from None
+    try:
+        return Database(_core.Database(part.path, True, False), name, mode, target, part)
+    except BaseException:
+        part.remove()
+        raise
 
 
 class Database:
@@ -79,11 +101,12 @@ class Database:
         Whether it was closed.
     """
 
-    def __init__(self, core: "_core.Database", path: str, mode: str, target: str | None = None) -> None:
+    def __init__(self, core: "_core.Database", path: str, mode: str, target: str | None = None, part: Part | None = None) -> None:
         self._core = core
         self.path = path
         self.mode = mode
-        self._target = target  # not None: what the file is called once something is committed
+        self._target = target  # not None: what the file is called once something is committed,
+        self._part = part  # and where it is until then
         self._matrices: "WeakValueDictionary[Tuple[int, int], Matrix]" = WeakValueDictionary()
 
     # ---- opening and closing
@@ -102,12 +125,12 @@ class Database:
         else:
             self._core.roll_back()
             self._core.close_and_move_to(target)
+            self._part.remove()
 
     def _discard(self) -> None:
-        temporary = self._core.path
         self._target = None
         self._core.close()
-        os.unlink(temporary)
+        self._part.remove()
 
     def __enter__(self) -> "Database":
         return self
@@ -129,6 +152,7 @@ class Database:
         else:
             self._core.commit_and_move_to(self._target)
             self._target = None
+            self._part.remove()
 
     @contextmanager
     def transaction(self) -> Iterator["Database"]:

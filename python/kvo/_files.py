@@ -5,7 +5,6 @@ from __future__ import annotations
 import os
 import re
 import stat
-import tempfile
 from contextlib import contextmanager
 from typing import Any, Iterator, Union
 
@@ -13,6 +12,7 @@ import numpy as np
 
 from . import _core
 from ._matrix import Matrix, TransposedMatrix, scratch
+from ._part import Part
 from ._sparse import HalfStorage, SparseMatrix, core_of, csr_of, is_sparse
 
 _ENDINGS = {
@@ -107,15 +107,13 @@ def _replaced(path: str) -> Iterator[str]:
         mask = os.umask(0)
         os.umask(mask)
         mode = 0o666 & ~mask
-    descriptor, name = tempfile.mkstemp(prefix=os.path.basename(target) + ".", suffix=".part", dir=os.path.dirname(target))
-    os.close(descriptor)
+    part = Part(target)
     try:
-        yield name
-        os.chmod(name, mode)
-        os.replace(name, target)
-    except BaseException:
-        os.unlink(name)
-        raise
+        yield part.path
+        os.chmod(part.path, mode)
+        os.replace(part.path, target)
+    finally:
+        part.remove()
 
 
 def write(path: str | os.PathLike, matrix: Any, format: Format = None, nodes: Any = None) -> None:

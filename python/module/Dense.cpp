@@ -3,6 +3,7 @@
 #include "Dense.h"
 
 #include "Arrays.h"
+#include "Interrupt.h"
 
 #include "KVOSimTransfer.h"
 
@@ -156,5 +157,6 @@ void Dense::SetCache(std::uint64_t bytes)
 
 void Dense::Export(std::string const& path, bool market)
 {
-    Alone({m_home.get()}, [&] { market ? Matrix().ExportMatrixMarket(path.c_str()) : Matrix().ExportDense(path.c_str()); });
+    Interruptible(
+        [&] { Alone({m_home.get()}, [&] { market ? Matrix().ExportMatrixMarket(path.c_str()) : Matrix().ExportDense(path.c_str()); }); });
 }

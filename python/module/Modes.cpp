@@ -3,6 +3,7 @@
 #include "Modes.h"
 
 #include "Dense.h"
+#include "Interrupt.h"
 #include "Sparse.h"
 
 #include "KVOSrvModes.h"
@@ -13,10 +14,6 @@ namespace py = pybind11;
 
 namespace
 {
-
-/// Ends a search; what is to be raised is in the watch.
-struct Stopped {
-};
 
 struct Watch {
     py::object callback; // or None

@@ -8,6 +8,7 @@
 #include "Products.h"
 #include "Sparse.h"
 
+#include "KVOBasLeftover.h"
 #include "KVOMtxLinearAlgebra.h"
 #include "KVOSrvUtilities.h"
 
@@ -124,6 +125,20 @@ void DefineSparse(py::module_& core)
     core.def("stored_rows", &StoredRows);
 }
 
+// What is not complete lies in folders with this mark.
+void DefineFolderMark(py::module_& core)
+{
+    static constexpr KVOBasFolderMark kMark{".kvo", {'K', 'V', 'O', 'P', 'Y', 'T', 'P', 'F'}};
+    core.attr("FOLDER_MARK") = kMark.name;
+    core.def("mark_folder", [](int descriptor) {
+        if (!kMark.Write(descriptor)) {
+            PyErr_SetFromErrno(PyExc_OSError);
+            throw py::error_already_set();
+        }
+    });
+    core.def("is_left_behind", [](int descriptor) { return kMark.IsLeftBehind(descriptor); });
+}
+
 } // namespace
 
 PYBIND11_MODULE(_core, core)
@@ -137,6 +152,7 @@ PYBIND11_MODULE(_core, core)
     DefineDatabase(core);
     DefineDense(core);
     DefineSparse(core);
+    DefineFolderMark(core);
     core.def("find_modes", &FindModes);
     core.def("empty", &NewArray);
     core.def("set_scratch_folder", [](std::string const& path) { KVOSrvUtilities::SetTempDirectory(cow_String(path.c_str())); });

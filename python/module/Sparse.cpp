@@ -3,6 +3,7 @@
 #include "Sparse.h"
 
 #include "Arrays.h"
+#include "Interrupt.h"
 
 #include "KVOFsmSystemDofDefinition.h"
 #include "KVOSimCollection.h"
@@ -76,12 +77,14 @@ std::shared_ptr<Sparse> Sparse::FromDatabase(Database& database, Place const& pl
 
 std::shared_ptr<Sparse> Sparse::Read(std::string const& path, int format)
 {
-    return Make([&] {
-        if (format < 0)
-            return KVOSrvSparseMatrix::ReadMatrixMarket(path.c_str());
-        auto matrix = std::make_unique<KVOSrvSparseMatrix>(0, 0);
-        matrix->Import(path.c_str(), format);
-        return matrix;
+    return Interruptible([&] {
+        return Make([&] {
+            if (format < 0)
+                return KVOSrvSparseMatrix::ReadMatrixMarket(path.c_str());
+            auto matrix = std::make_unique<KVOSrvSparseMatrix>(0, 0);
+            matrix->Import(path.c_str(), format);
+            return matrix;
+        });
     });
 }
 
@@ -107,12 +110,14 @@ void Sparse::Write(std::string const& path, int format, std::optional<py::array_
         nodes.push_back(numbering->at(row, 0));
         dofs.push_back(numbering->at(row, 1));
     }
-    Alone({this}, [&] {
-        KVOFsmSystemDofDefinition const definition(static_cast<int>(nodes.size()), nodes.data(), dofs.data());
-        if (format < 0)
-            m_matrix->ExportMatrixMarket(path.c_str());
-        else
-            m_matrix->Export(path.c_str(), format, numbering ? &definition : nullptr);
+    Interruptible([&] {
+        Alone({this}, [&] {
+            KVOFsmSystemDofDefinition const definition(static_cast<int>(nodes.size()), nodes.data(), dofs.data());
+            if (format < 0)
+                m_matrix->ExportMatrixMarket(path.c_str());
+            else
+                m_matrix->Export(path.c_str(), format, numbering ? &definition : nullptr);
+        });
     });
 }
 

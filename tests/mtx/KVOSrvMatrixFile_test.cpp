@@ -1,5 +1,6 @@
 // Matrix files of every format: told apart by what they hold, and read compressed.
 
+#include "KVOSrvInterrupt.h"
 #include "KVOSrvMatrixFile.h"
 #include "KVOSrvProductMemory.h"
 #include "SparseFiles.h"
@@ -48,6 +49,51 @@ protected:
         ExpectMalformed([&] { Read(bytes); }, report);
     }
 };
+
+TEST_F(KVOSrvMatrixFileTest, EndsWhereTheHostWantsAnEnd)
+{
+    struct Stop {
+    };
+    struct Host {
+        int asked = 0, last = 0;
+        static void Check(void* context)
+        {
+            if (auto& [asked, last] = *static_cast<Host*>(context); ++asked == last)
+                throw Stop();
+        }
+    };
+    KVOSrvSparseMatrix matrix(0, 0);
+    for (unsigned k = 0; k < 40000; ++k)
+        matrix.AddData(k / 200, k % 200, 1.0 + k);
+    matrix.EndAssembly();
+    std::string const dense = m_path + ".dense", packed = m_path + ".zst";
+    matrix.ExportMatrixMarket(m_path.c_str());
+    WriteFile(packed, Zstd(ReadFile(m_path)));
+    std::function<void()> const works[] = {
+        [&] { matrix.ExportMatrixMarket(m_path.c_str()); }, [&] { KVOSrvMatrixFile::Read(m_path.c_str()); },
+        [&] { matrix.Export(dense.c_str(), 7); },           [&] { KVOSrvMatrixFile::Read(dense.c_str()); },
+        [&] { KVOSrvMatrixFile::Read(packed.c_str()); },
+    };
+    for (auto const& work : works) {
+        Host host;
+        auto const run = [&] {
+            KVOSrvInterrupt const interrupt(&Host::Check, &host);
+            {
+                KVOSrvInterrupt const none(nullptr, nullptr);
+                work();
+            }
+            EXPECT_EQ(host.asked, 0);
+            work();
+        };
+        run();
+        EXPECT_GT(host.asked, 1) << &work - works;
+        for (int const last : {1, host.asked}) {
+            host = {0, last};
+            EXPECT_THROW(run(), Stop);
+        }
+        work(); // nobody is asked any more
+    }
+}
 
 TEST_F(KVOSrvMatrixFileTest, ReadsThePartsOfComplexMatrices)
 {

@@ -3,6 +3,7 @@
 import gc
 import os
 import pickle
+import shutil
 import subprocess
 import sys
 import threading
@@ -55,6 +56,32 @@ def test_modes_of_opening(tmp_path):
     with kvo.open("a.sim") as db:
         np.testing.assert_array_equal(db["mass"], [[8, 8], [0, 1]])
     assert os.path.islink("link.sim") and sorted(os.listdir()) == ["a.sim", "link.sim", "scratch", "text.sim"]
+
+
+KILLED = """
+import os, signal
+import kvo
+db = kvo.open("a.sim", "w")
+db["mass"] = [[1.0]]
+os.kill(os.getpid(), signal.SIGKILL)
+"""
+
+
+def test_what_a_killed_process_left_goes_with_the_next_one(tmp_path):
+    subprocess.run([sys.executable, "-c", KILLED])
+    (left,) = tmp_path.glob(".*.part")
+    foreign = [tmp_path / f".a.sim.{left.name.split('.')[3]}-1.part", tmp_path / "a.part"]
+    for folder in foreign:
+        folder.mkdir()
+    shutil.copy(left / ".kvo", foreign[1])
+    with kvo.open("b.sim", "w") as first, kvo.open("b.sim", "w") as second:
+        assert not left.exists() and len(list(tmp_path.glob(".b.sim.*.part"))) == 2
+        second["mass"], first["modes"] = np.eye(2), np.eye(3)
+    assert sorted(os.listdir()) == sorted([folder.name for folder in foreign] + ["b.sim", "scratch"])
+    with kvo.open("b.sim") as db:
+        assert list(db) == ["modes"]  # who closed it last
+    with pytest.raises(kvo.NotFoundError):
+        kvo.open("none/b.sim", "w")
 
 
 def test_names_are_titles_or_numbers():

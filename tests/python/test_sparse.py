@@ -1,7 +1,11 @@
 """Sparse matrices of databases and files: what scipy makes of them."""
 
+import os
 import resource
+import signal
 import struct
+import threading
+import time
 
 import h5py
 import numpy as np
@@ -98,6 +102,47 @@ def test_files_of_every_format(ending):
         kvo.write(f"d.{ending}", dense)
         back = kvo.read("d.sim:0") if ending == "sim" else kvo.read(f"d.{ending}").toarray()
         np.testing.assert_array_equal(back, dense)
+
+
+class Stop(Exception):
+    pass
+
+
+def expect_signal_ends(work, name):
+    """Handlers run while the file is open; what they raise ends the work."""
+
+    def is_open():
+        return any(os.path.basename(os.path.realpath(f"/proc/self/fd/{number}")) == name for number in os.listdir("/proc/self/fd"))
+
+    def send():
+        while not is_open():
+            time.sleep(0.001)
+        os.kill(os.getpid(), signal.SIGUSR1)
+
+    def handle(*_):
+        if is_open():
+            raise Stop
+        threading.Thread(target=send, daemon=True).start()  # too late: once more
+
+    before = signal.signal(signal.SIGUSR1, handle)
+    try:
+        handle()
+        with pytest.raises(Stop):
+            for _ in range(30):
+                work()
+    finally:
+        signal.signal(signal.SIGUSR1, before)
+
+
+def test_ctrl_c_ends_reading_and_writing_of_files_and_loses_nothing():
+    n = 700_000
+    long = sp.diags([np.full(n, 1 / 3), np.full(n, 2 / 3), np.full(n, 1 / 7)], [-1, 0, 1], (n, n), format="csr")
+    kvo.write("long.triplets", long)
+    kvo.write("a.triplets", np.eye(2))
+    expect_signal_ends(lambda: kvo.read("long.triplets"), "long.triplets")
+    expect_signal_ends(lambda: kvo.write("a.triplets", long), "a.triplets")
+    expect_signal_ends(lambda: kvo.write("a.mtx", np.full((2000, 1000), 1 / 3)), "a.mtx")
+    assert equal(kvo.read("a.triplets"), sp.eye(2)) and sorted(os.listdir()) == ["a.triplets", "long.triplets", "scratch"]
 
 
 def test_files_that_are_read_only_and_wrong_ones(tmp_path):

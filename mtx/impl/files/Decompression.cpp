@@ -1,5 +1,6 @@
 #include "Decompression.h"
 
+#include "KVOSrvInterrupt.h"
 #include "MalformedFile.h"
 #include "MatrixFiles.h"
 #include "mem_Allocator.h"
@@ -117,6 +118,7 @@ std::size_t Decompression::Read(char* target, std::size_t bytes)
             if (m_left == 0 && IsComplete())
                 break;
         }
+        KVOSrvInterrupt::Ask(); // a few bytes may stand for any length
         bool const isAtEnd = m_left == 0;
         std::size_t const got = Unpack(target + done, bytes - done); // something may be left in it at the end of the file
         done += got;

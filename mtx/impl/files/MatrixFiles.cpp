@@ -1,8 +1,10 @@
 #include "MatrixFiles.h"
 
+#include "KVOSrvInterrupt.h"
 #include "KVOSrvMtxExceptions.h"
 #include "MalformedFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -13,6 +15,8 @@ namespace
 {
 
 constexpr char kSource[] = "mtx/impl/MatrixFiles";
+// Between two looks at whether the host wants an end: a second of a disk that is slow.
+constexpr std::size_t kMostAtOnce = std::size_t{1} << 24;
 
 // Without waiting for the other end of a FIFO. -1 on failure.
 int OpenAtOnce(char const* path, int flags, unsigned permissions = 0)
@@ -50,7 +54,8 @@ std::size_t InputFile::ReadAt(std::int64_t place, void* target, std::size_t byte
     std::size_t done = 0;
     while (done < bytes) {
         std::int64_t const next = place + static_cast<std::int64_t>(done);
-        ssize_t const got = pread(m_file.Number(), static_cast<char*>(target) + done, bytes - done, next);
+        KVOSrvInterrupt::Ask();
+        ssize_t const got = pread(m_file.Number(), static_cast<char*>(target) + done, std::min(bytes - done, kMostAtOnce), next);
         if (got == 0)
             break;
         if (got > 0)
@@ -102,7 +107,8 @@ void OutputFile::Write(void const* data, std::size_t bytes)
 void OutputFile::WriteThrough(char const* data, std::size_t bytes)
 {
     while (bytes > 0) {
-        ssize_t const written = write(m_file.Number(), data, bytes);
+        KVOSrvInterrupt::Ask();
+        ssize_t const written = write(m_file.Number(), data, std::min(bytes, kMostAtOnce));
         if (written < 0 && errno == EINTR)
             continue;
         if (written <= 0)
