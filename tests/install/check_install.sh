@@ -8,10 +8,10 @@ trap 'rm -rf "$work"' EXIT
 "$cmake" --install "$build" --prefix "$work/first" >"$work/install.log"
 mv "$work/first" "$work/prefix" # an installed tree can be moved
 
-build_project() { # SOURCE BUILD
+build_project() { # SOURCE BUILD [OPTION OF THE BUILD...]
     "$cmake" -S "$1" -B "$2" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_Fortran_COMPILER="$fortran" \
         -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_Fortran_FLAGS="$flags" >"$work/configure.log"
-    "$cmake" --build "$2"
+    "$cmake" --build "$2" "${@:3}"
 }
 
 echo "== the README's own programs and recipes"
@@ -30,6 +30,19 @@ build_project "$work/readme" "$work/readme/build"
 if [ -z "$flags" ]; then # make's gfortran takes no sanitizer
     (cd "$work/readme" && PKG_CONFIG_PATH=$(dirname "$(find "$work/prefix" -name KVOMtxLinearAlgebra.pc)") make --silent solver && ./solver)
 fi
+
+echo "== as a part of another project: the same names, without an installation"
+mkdir "$work/host"
+cat >"$work/host/CMakeLists.txt" <<END
+cmake_minimum_required(VERSION 3.25)
+project(host LANGUAGES C CXX Fortran)
+include(FetchContent)
+FetchContent_Declare(KVOMtxLinearAlgebra SOURCE_DIR "$(realpath "$(dirname "$0")/../..")" OVERRIDE_FIND_PACKAGE)
+find_package(KVOMtxLinearAlgebra REQUIRED)
+add_library(modules OBJECT \${KVOMtxLinearAlgebra_FORTRAN_MODULE_SOURCE} \${KVOMtxModes_FORTRAN_MODULE_SOURCE})
+get_target_property(library KVO::MtxModes TYPE)
+END
+build_project "$work/host" "$work/host/build" --target modules
 
 echo "== the examples as a project of their own"
 build_project "$(dirname "$0")/../../examples" "$work/examples"
