@@ -3,12 +3,12 @@
 # companion program, whose frequencies are compared with the references that stand beside the data.
 set -euo pipefail
 cd "$(dirname "$0")"
-scripts/install-packages.sh
+scripts/install-packages.sh build
 
-# The folder of ./test.sh, so that nothing is compiled twice; what "cmake --install build/release" needs is there after either.
+# The folder of ./test.sh, so that nothing is compiled twice, whichever comes first; "cmake --install build/release" works after either.
 build=build/release
 cmake --preset release
-cmake --build $build --parallel "$(nproc)" --target modes_in_core KVOMtxLinearAlgebra kvomtx kvomtx_manual kvo_python
+cmake --build $build --parallel "$(nproc)" --target kvo_installed modes_in_core
 $build/examples/modes_in_core data
 
 mkdir -p build/demo

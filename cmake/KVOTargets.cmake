@@ -16,6 +16,28 @@ if(KVO_BUILD_FUZZERS)
     target_compile_options(kvo_sanitizers INTERFACE $<$<COMPILE_LANGUAGE:C,CXX>:-fsanitize=fuzzer-no-link>)
 endif()
 
+# kvo_precompile_headers(HOLDER COMPILE LINKS LIBRARY... HEADERS HEADER...): the headers are compiled once, in the library HOLDER, for targets
+# that kvo_use_precompiled_headers() names; the function COMPILE makes it be compiled as they are. Reading what most sources include takes a
+# third to a half of the time that compiling them does. Not with a compiler cache, which is worth more and passes by precompiled headers unless
+# it is told of them.
+function(kvo_precompile_headers holder compile)
+    cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "LINKS;HEADERS")
+    if(NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
+        file(CONFIGURE OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/${holder}.cpp CONTENT "")
+        add_library(${holder} OBJECT ${CMAKE_CURRENT_BINARY_DIR}/${holder}.cpp)
+        target_compile_features(${holder} PRIVATE cxx_std_20)
+        cmake_language(CALL ${compile} ${holder})
+        target_link_libraries(${holder} PRIVATE ${arg_LINKS})
+        target_precompile_headers(${holder} PRIVATE ${arg_HEADERS})
+    endif()
+endfunction()
+
+function(kvo_use_precompiled_headers target holder)
+    if(TARGET ${holder})
+        target_precompile_headers(${target} REUSE_FROM ${holder})
+    endif()
+endfunction()
+
 # A shared library with hidden visibility that exports what its version script names: hidden visibility alone still shows the
 # instantiations of standard templates.
 function(kvo_add_shared_library target export_name version_script)
@@ -29,6 +51,7 @@ function(kvo_add_shared_library target export_name version_script)
         VERIFY_INTERFACE_HEADER_SETS ON
         LINK_DEPENDS ${version_script})
     kvo_compile_as_library(${target})
+    kvo_use_precompiled_headers(${target} kvo_library_headers)
     target_link_options(${target} PRIVATE LINKER:--version-script=${version_script} LINKER:--no-undefined)
     if(KVO_SANITIZE AND CMAKE_CXX_COMPILER_ID MATCHES Clang)
         # Clang leaves the sanitizer's symbols to the program.
@@ -59,6 +82,7 @@ function(kvo_add_room library room)
     add_library(${target} OBJECT ${arg_SOURCES})
     target_compile_features(${target} PRIVATE cxx_std_20)
     kvo_compile_as_library(${target})
+    kvo_use_precompiled_headers(${target} kvo_library_headers)
     target_include_directories(${target} PRIVATE ${arg_INCLUDES})
     kvo_join_room(${library} ${room} ${arg_SEES})
 endfunction()
@@ -70,6 +94,7 @@ function(kvo_add_program_room program room)
     set(target ${program}_${room})
     add_library(${target} OBJECT ${arg_SOURCES})
     kvo_compile_as_program(${target})
+    kvo_use_precompiled_headers(${target} ${program}_headers)
     target_link_libraries(${target} PRIVATE ${arg_LINKS})
     target_link_libraries(${program} PRIVATE ${arg_LINKS})
     target_include_directories(${program} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
