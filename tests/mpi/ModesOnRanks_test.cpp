@@ -124,6 +124,7 @@ TEST(ModesOnRanks, EndTogetherWithOneLine)
     };
     for (auto const& [code, arguments, text] : {Case{2, {"modes", "k.mtx"}, "the mass matrix is missing"},
                                                 {3, {"modes", "k.sim"}, "holds no sparse matrix that is a stiffness"},
+                                                {4, {"modes", "k.mtx", "m.mtx", "-o", "modes.sim"}, "is there already"},
                                                 {1, {"modes", "k.mtx", "m.mtx", "-n", "1000"}, "there are no 1000 finite modes"},
                                                 {1, {"modes", "k.mtx", "m.mtx", "-eps_type", "nonsense"}, "the solver failed"}}) {
         SCOPED_TRACE(text);
@@ -134,7 +135,7 @@ TEST(ModesOnRanks, EndTogetherWithOneLine)
     }
     // The second rank finds no file where the first one has put it.
     Outcome const apart = tool.Apart({{"-n", "1", "-wdir", tool / "a"}, {"-n", "1", "-wdir", tool / "b"}},
-                                     {"modes", tool / "k.mtx", tool / "m.mtx", "-o", "modes.sim"});
+                                     {"modes", tool / "k.mtx", tool / "m.mtx", "-o", "modes.sim", "--force"});
     EXPECT_EQ(apart.code, 3);
     EXPECT_THAT(OwnLines(apart.err), ElementsAre(HasSubstr("rank 1: ")));
     EXPECT_THAT(apart.err, HasSubstr("in a folder that they share"));
@@ -164,7 +165,7 @@ TEST(ModesOnRanks, FailureOfOneRankLeavesTheOldOutput)
     auto const before = tool.Files();
     Words const fault{
         "-n", "1", "-x", "LD_PRELOAD=" KVO_FAIL_SYSTEM_CALL, "-x", "KVO_FAIL_NAME=modes.sim", "-x", "KVO_FAIL_CALL=1 0 /dev/null"};
-    Outcome const outcome = tool.Apart({{"-n", "1"}, fault}, {"modes", "k.mtx", "m.mtx", "-o", "modes.sim"});
+    Outcome const outcome = tool.Apart({{"-n", "1"}, fault}, {"modes", "k.mtx", "m.mtx", "-o", "modes.sim", "--force"});
     EXPECT_EQ(outcome.code, 4);
     EXPECT_THAT(OwnLines(outcome.err), ElementsAre(HasSubstr("rank 1: ")));
     EXPECT_TRUE(tool.Files() == before);
