@@ -2,8 +2,8 @@
 
 #include "KVOExport.h"
 
-#include <cstddef>
-#include <cstdint>
+#include <stddef.h>
+#include <stdint.h>
 
 /// @file
 /// The Fortran-callable entry points, as C prototypes; the Fortran module kvo_mtx declares the same for Fortran.
@@ -20,7 +20,9 @@
 /// argument i is wrong, and otherwise what the routine states.
 /// They are as thread-safe as the provider is.
 
+#ifdef __cplusplus
 extern "C" {
+#endif
 
 /// @name Timers and sort
 /// @{
@@ -73,7 +75,7 @@ KVO_EXPORT void BLAC_XERBLA(char const* name, int const* info);
 /// ILAENV: block sizes and tuning values. The only entry point that takes hidden lengths, those of `name` and `opts`,
 /// since both vary.
 KVO_EXPORT int BLAC_ILAENV(int const* ispec, char const* name, char const* opts, int const* n1, int const* n2,
-                           int const* n3, int const* n4, std::size_t nameLength, std::size_t optsLength);
+                           int const* n3, int const* n4, size_t nameLength, size_t optsLength);
 
 /// LSAME: not 0 when both characters are the same letter, whatever their case.
 KVO_EXPORT int BLAC_LSAME(char const* ca, char const* cb);
@@ -339,32 +341,31 @@ KVO_EXPORT void BLAC_SPARSE_LEVEL(int const* request, int* inForce);
 /// @param values       value of each entry
 /// @param[out] handle  of the matrix, which KVOSRVSPARSERELEASE ends; 0 unless the status is 0
 KVO_EXPORT int KVOSRVSPARSEASSEMBLE(int const* rows, int const* columns, int const* count, int const* row,
-                                    int const* column, double const* values, std::int64_t* handle);
+                                    int const* column, double const* values, int64_t* handle);
 /// Gives the sizes of a matrix and the number of its stored entries.
-KVO_EXPORT int KVOSRVSPARSESIZES(std::int64_t handle, int* rows, int* columns, int* entries);
+KVO_EXPORT int KVOSRVSPARSESIZES(int64_t handle, int* rows, int* columns, int* entries);
 /// Copies the pattern of a matrix, as BLAC_SPARSE_UMV takes it.
 /// @param[out] rowStart  rows + 1 offsets, from 0
 /// @param[out] columns   column of each stored entry, 0-based, ascending within a row
-KVO_EXPORT int KVOSRVSPARSEROWS(std::int64_t handle, int* rowStart, int* columns);
+KVO_EXPORT int KVOSRVSPARSEROWS(int64_t handle, int* rowStart, int* columns);
 /// Copies the stored values of a matrix, in the order of its pattern.
 /// @param[out] values  as many as there are stored entries
-KVO_EXPORT int KVOSRVSPARSEVALUES(std::int64_t handle, double* values);
+KVO_EXPORT int KVOSRVSPARSEVALUES(int64_t handle, double* values);
 /// Ends a matrix; the handle 0 does nothing.
-KVO_EXPORT void KVOSRVSPARSERELEASE(std::int64_t handle);
+KVO_EXPORT void KVOSRVSPARSERELEASE(int64_t handle);
 
 /// Finds the places of entries in a matrix. 206: the matrix stores nothing at the place of an entry, which the text
 /// names.
 /// @param row,column   0-based place of each of the `count` entries, in any order, also repeatedly
 /// @param[out] places  handle of the places, which KVOSRVSPARSEPLACESRELEASE ends; 0 unless the status is 0
-KVO_EXPORT int KVOSRVSPARSEPLACES(std::int64_t handle, int const* count, int const* row, int const* column,
-                                  std::int64_t* places);
+KVO_EXPORT int KVOSRVSPARSEPLACES(int64_t handle, int const* count, int const* row, int const* column, int64_t* places);
 /// Ends places; the handle 0 does nothing.
-KVO_EXPORT void KVOSRVSPARSEPLACESRELEASE(std::int64_t places);
+KVO_EXPORT void KVOSRVSPARSEPLACESRELEASE(int64_t places);
 /// Sets all stored values to -0.0, the number that changes none that is added to it.
-KVO_EXPORT int KVOSRVSPARSECLEARVALUES(std::int64_t handle);
+KVO_EXPORT int KVOSRVSPARSECLEARVALUES(int64_t handle);
 /// Adds values[k] at the k-th of the places. 206: they were found in another pattern.
 /// @param values  as many as the places
-KVO_EXPORT int KVOSRVSPARSEADDVALUES(std::int64_t handle, std::int64_t places, double const* values);
+KVO_EXPORT int KVOSRVSPARSEADDVALUES(int64_t handle, int64_t places, double const* values);
 
 /// @}
 /// @name Threads of the host
@@ -401,20 +402,20 @@ KVO_EXPORT int KVOSRVPARALLELEND(void);
 /// @{
 
 /// Makes an empty container. @return its handle; KVOSRVMATRIXCONTAINERDELETE ends it
-KVO_EXPORT std::int64_t KVOSRVMATRIXCONTAINERCREATE(void);
+KVO_EXPORT int64_t KVOSRVMATRIXCONTAINERCREATE(void);
 /// The same with a status. @param[out] handle  0 unless the status is 0
-KVO_EXPORT int KVOSRVMATRIXCONTAINERTRYCREATE(std::int64_t* handle);
+KVO_EXPORT int KVOSRVMATRIXCONTAINERTRYCREATE(int64_t* handle);
 /// The rows of the matrix `id`; 0 when there is none.
-KVO_EXPORT int KVOSRVMATRIXCONTAINERNUMROWS(std::int64_t handle, int const* id);
+KVO_EXPORT int KVOSRVMATRIXCONTAINERNUMROWS(int64_t handle, int const* id);
 /// The columns of the matrix `id`; 0 when there is none.
-KVO_EXPORT int KVOSRVMATRIXCONTAINERNUMCOLUMNS(std::int64_t handle, int const* id);
+KVO_EXPORT int KVOSRVMATRIXCONTAINERNUMCOLUMNS(int64_t handle, int const* id);
 /// Reads the whole matrix `id`. @param[out] values  rows x columns, without gaps; not touched when there is no such
 /// matrix
-KVO_EXPORT void KVOSRVMATRIXCONTAINERGETVALUES(std::int64_t handle, int const* id, double* values);
+KVO_EXPORT void KVOSRVMATRIXCONTAINERGETVALUES(int64_t handle, int const* id, double* values);
 /// The same with a status. @param[out] values  not all set unless the status is 0
-KVO_EXPORT int KVOSRVMATRIXCONTAINERTRYGETVALUES(std::int64_t handle, int const* id, double* values);
+KVO_EXPORT int KVOSRVMATRIXCONTAINERTRYGETVALUES(int64_t handle, int const* id, double* values);
 /// Deletes the container with its matrices and its file; the handle 0 does nothing.
-KVO_EXPORT void KVOSRVMATRIXCONTAINERDELETE(std::int64_t handle);
+KVO_EXPORT void KVOSRVMATRIXCONTAINERDELETE(int64_t handle);
 
 /// The message of the last status other than 0 that an entry point gave in this thread; empty before the first.
 /// @param[out] text  `length` characters, cut or padded with blanks
@@ -423,4 +424,6 @@ KVO_EXPORT int KVOSRVLASTERROR(char* text, int const* length);
 
 /// @}
 
+#ifdef __cplusplus
 } // extern "C"
+#endif

@@ -2,7 +2,7 @@
 
 #include "KVOExport.h"
 
-#include <cstdint>
+#include <stdint.h>
 
 /// @file
 /// The Fortran-callable entry points of the modes library, as C prototypes; the Fortran module kvo_mtx_modes declares
@@ -13,7 +13,9 @@
 /// status, 0; an error number of docs/errors.md; -1 when memory is exhausted; -2 when there is no such matrix; -3 when
 /// there are more modes than there is room for. KVOSRVMODESERROR tells why.
 
+#ifdef __cplusplus
 extern "C" {
+#endif
 
 /// @name Matrices
 ///
@@ -30,7 +32,7 @@ extern "C" {
 /// @return 206 when the arrays are no such rows, a value is not finite or both triangles are there and differ by more
 /// than 1e-12 of the largest entry; between those that differ by less the lower one counts
 KVO_EXPORT int KVOSRVMODESMATRIX(int const* order, int const* rowStart, int const* columns, double const* values,
-                                 std::int64_t* handle);
+                                 int64_t* handle);
 
 /// Reads a stored symmetric matrix.
 /// @param path         name of a Matrix Market file or of a simulation database, `length` characters; blanks at the end
@@ -38,13 +40,13 @@ KVO_EXPORT int KVOSRVMODESMATRIX(int const* order, int const* rowStart, int cons
 /// @param number       that of the matrix in the database, as `kvomtx db ls` shows it; below 0 the file is a Matrix
 /// Market file
 /// @param[out] handle  as in KVOSRVMODESMATRIX
-KVO_EXPORT int KVOSRVMODESREAD(char const* path, int const* length, int const* number, std::int64_t* handle);
+KVO_EXPORT int KVOSRVMODESREAD(char const* path, int const* length, int const* number, int64_t* handle);
 
 /// Rows and columns of a matrix; 0 for the handle 0.
-KVO_EXPORT int KVOSRVMODESORDER(std::int64_t handle);
+KVO_EXPORT int KVOSRVMODESORDER(int64_t handle);
 
 /// Ends what KVOSRVMODESMATRIX or KVOSRVMODESREAD made; the handle 0 does nothing.
-KVO_EXPORT void KVOSRVMODESRELEASE(std::int64_t handle);
+KVO_EXPORT void KVOSRVMODESRELEASE(int64_t handle);
 
 /// @}
 /// @name Modes
@@ -62,15 +64,15 @@ KVO_EXPORT void KVOSRVMODESRELEASE(std::int64_t handle);
 /// @param[out] eigenvalues  `count`, ascending
 /// @param[out] residuals    `count`
 /// @param[out] modes        order x `count`, a mode a column, scaled to x^T M x = 1
-KVO_EXPORT int KVOSRVMODESLOWEST(std::int64_t stiffness, std::int64_t mass, int const* count, double const* tolerance,
-                                 std::int64_t const* memory, double* eigenvalues, double* residuals, double* modes);
+KVO_EXPORT int KVOSRVMODESLOWEST(int64_t stiffness, int64_t mass, int const* count, double const* tolerance,
+                                 int64_t const* memory, double* eigenvalues, double* residuals, double* modes);
 
 /// All modes with an eigenvalue from `from` to `to`; the other arguments as in KVOSRVMODESLOWEST.
 /// @param room        how many the arrays hold
 /// @param[out] found  how many there are; more than `room` with status -3. Set with these two only
-KVO_EXPORT int KVOSRVMODESRANGE(std::int64_t stiffness, std::int64_t mass, double const* from, double const* to,
-                                int const* room, double const* tolerance, std::int64_t const* memory, int* found,
-                                double* eigenvalues, double* residuals, double* modes);
+KVO_EXPORT int KVOSRVMODESRANGE(int64_t stiffness, int64_t mass, double const* from, double const* to, int const* room,
+                                double const* tolerance, int64_t const* memory, int* found, double* eigenvalues,
+                                double* residuals, double* modes);
 
 /// The message of the last status other than 0 that one of these entry points gave in this thread; empty before the
 /// first.
@@ -80,4 +82,6 @@ KVO_EXPORT int KVOSRVMODESERROR(char* text, int const* length);
 
 /// @}
 
+#ifdef __cplusplus
 } // extern "C"
+#endif

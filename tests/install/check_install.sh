@@ -52,7 +52,22 @@ echo "== by pkg-config"
 export PKG_CONFIG_PATH=$(dirname "$(find "$work/prefix" -name KVOMtxLinearAlgebra.pc)")
 libdir=$(pkg-config --variable=libdir KVOMtxLinearAlgebra)
 # shellcheck disable=SC2046 # the flags are words
-"$cxx" $flags $(pkg-config --cflags KVOMtxLinearAlgebra) "$consumer" -o "$work/by_pkg_config" $(pkg-config --libs KVOMtxLinearAlgebra)
+"$cxx" -std=c++20 $flags $(pkg-config --cflags KVOMtxLinearAlgebra) "$consumer" -o "$work/by_pkg_config" $(pkg-config --libs KVOMtxLinearAlgebra)
 LD_LIBRARY_PATH=$libdir "$work/by_pkg_config"
-"$cxx" $flags $(pkg-config --cflags KVOMtxModes) "$(dirname "$0")/../../examples/effective_masses.cpp" -o "$work/modes_by_pkg_config" $(pkg-config --libs KVOMtxModes)
+"$cxx" -std=c++20 $flags $(pkg-config --cflags KVOMtxModes) "$(dirname "$0")/../../examples/effective_masses.cpp" -o "$work/modes_by_pkg_config" $(pkg-config --libs KVOMtxModes)
 (cd "$work" && LD_LIBRARY_PATH=$libdir ./modes_by_pkg_config)
+
+echo "== from C"
+cat >"$work/caller.c" <<'END'
+#include "KVOFortran.h"
+#include "KVOModesFortran.h"
+int main(void)
+{
+    int n = 3, one = 1;
+    double x[] = {1.0, 2.0, 2.0};
+    return BLAC_DNRM2(&n, x, &one) == 3.0 && KVOSRVMODESORDER(0) == 0 ? 0 : 1;
+}
+END
+gcc -std=c99 -Wall -Wextra -Wstrict-prototypes -pedantic -Werror $flags $(pkg-config --cflags KVOMtxModes) "$work/caller.c" -o "$work/caller" \
+    $(pkg-config --libs KVOMtxModes)
+LD_LIBRARY_PATH=$libdir "$work/caller"
