@@ -9,7 +9,7 @@ endif()
 find_package(Doxygen 1.9.4 REQUIRED)
 
 set(sources ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CONTRIBUTING.md ${PROJECT_SOURCE_DIR}/SECURITY.md
-    ${PROJECT_SOURCE_DIR}/examples/README.md
+    ${PROJECT_SOURCE_DIR}/THIRD-PARTY.md ${PROJECT_SOURCE_DIR}/examples/README.md
     ${PROJECT_SOURCE_DIR}/fortran/kvo_mtx.f90 ${PROJECT_SOURCE_DIR}/modes/fortran/kvo_mtx_modes.f90)
 foreach(target KVOMtxLinearAlgebra KVOMtxModes KVOPlatform)
     get_target_property(headers ${target} HEADER_SET)
@@ -44,7 +44,11 @@ set(DOXYGEN_HAVE_DOT NO)
 set(DOXYGEN_QUIET YES)
 set(DOXYGEN_WARN_AS_ERROR FAIL_ON_WARNINGS)
 set(DOXYGEN_WARN_IF_INCOMPLETE_DOC NO) # docstrings name the parameters of which there is something to say
-doxygen_add_docs(docs ALL ${sources})
+# Built anew when one of these has changed.
+doxygen_add_docs(docs ALL USE_STAMP_FILE ${sources})
+file(GLOB images CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/images/*)
+add_custom_command(OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/docs.stamp APPEND
+    DEPENDS ${images} ${CMAKE_CURRENT_LIST_DIR}/docs/header.sed ${CMAKE_CURRENT_LIST_DIR}/docs/fortran.sed)
 add_custom_command(TARGET docs POST_BUILD # README.md shows pictures by their path
     COMMAND ${CMAKE_COMMAND} -E copy_directory ${PROJECT_SOURCE_DIR}/docs/images ${PROJECT_BINARY_DIR}/reference/docs/images)
 add_custom_command(TARGET docs POST_BUILD

@@ -23,7 +23,7 @@ names() { grep -oE '\b(BLAC_|KVOSRV)[A-Z0-9_]+ ?\(' | tr -d ' (' | sort -u; }
 printf '#include "%s"\n' "$header" >"$folder/header.cpp"
 "$@" -std=c++20 -E -P "$folder/header.cpp" | names >"$folder/in_header"
 names <"$folder/module.h" >"$folder/in_module"
-nm -D --defined-only "$library" | awk '{print $3}' | grep -E '^(BLAC_|KVOSRV)[A-Z0-9_]+$' | sort -u >"$folder/in_library"
+nm -D --defined-only --without-symbol-versions "$library" | awk '{print $3}' | grep -E '^(BLAC_|KVOSRV)[A-Z0-9_]+$' | sort -u >"$folder/in_library"
 [ -s "$folder/in_header" ]
 diff "$folder/in_header" "$folder/in_module" || { echo "header (<) and module (>) differ" && exit 1; }
 diff "$folder/in_header" "$folder/in_library" || { echo "header (<) and library (>) differ" && exit 1; }
