@@ -107,6 +107,9 @@ class Matrix(_Lazy):
         return TransposedMatrix(self)
 
     def __getitem__(self, key: Any) -> Any:
+        values = self._store.get(key)
+        if values is not None:
+            return values
         axes = select(key, self.shape)
         values = _transfer.read(self._store, axes)
         return self._without_dropped(values, axes)
@@ -118,8 +121,8 @@ class Matrix(_Lazy):
         return values
 
     def __setitem__(self, key: Any, values: Any) -> None:
-        axes = select(key, self.shape)
-        self._write(axes, values)
+        if not self._store.put(key, values):
+            self._write(select(key, self.shape), values)
 
     def _write(self, axes: Sequence, values: Any, tell=_transfer._silent) -> None:
         given = np.asarray(values)
@@ -149,6 +152,8 @@ class Matrix(_Lazy):
         numpy.ndarray
             The values; `out` where that was given.
         """
+        if out is not None and not progress and self._store.fill(key, out):
+            return out
         axes = select(key, self.shape)
         shape = [axis.count for axis in axes]
         with told(progress, f"reading {self.name}") as tell:

@@ -7,6 +7,8 @@
 
 #include "KVOSimTransfer.h"
 
+#include <algorithm>
+
 namespace py = pybind11;
 
 Dense::Dense(std::shared_ptr<Database> database, Place const& place) : m_home(database), m_database(std::move(database)), m_place(place)
@@ -102,6 +104,70 @@ std::int64_t Dense::BytesIn(Positions const& first, Positions const& count) cons
         if (__builtin_mul_overflow(bytes, std::int64_t{extent}, &bytes))
             throw py::value_error("the range is too large");
     return bytes;
+}
+
+std::optional<Window> Dense::WindowOf(py::handle key) const
+{
+    constexpr std::int64_t kMost = std::int64_t{1} << 26; // at 1 GB/s a tenth of a second, in which Ctrl-C is not taken
+    std::vector<int> shape;
+    for (int d = m_drawer.dimensionSizes.Size(); d-- > 0;)
+        shape.push_back(m_drawer.dimensionSizes[d]);
+    return ::WindowOf(key, shape, kMost / KVOSimTypeKeySize(m_drawer.typeKey));
+}
+
+std::optional<Window> Dense::WindowLike(py::handle key, py::handle values) const
+{
+    if (!py::isinstance<py::array>(values))
+        return std::nullopt;
+    auto const array = py::reinterpret_borrow<py::array>(values);
+    if ((array.flags() & py::array::f_style) == 0 || !array.dtype().equal(Dtype()))
+        return std::nullopt;
+    std::optional<Window> window = WindowOf(key);
+    return window && std::equal(window->shape.begin(), window->shape.end(), array.shape(), array.shape() + array.ndim()) ? window
+                                                                                                                         : std::nullopt;
+}
+
+void Dense::Move(Window const& window, void* memory, bool toWrite)
+{
+    auto const bytes = static_cast<std::size_t>(window.values * KVOSimTypeKeySize(m_drawer.typeKey));
+    Alone({m_home.get()}, [&] {
+        KVOSimTransfer transfer = View(window.first, window.count);
+        transfer.SetBuffer(0, memory, bytes);
+        if (toWrite) {
+            transfer.SetWrite();
+            transfer.ExecWrite();
+        } else {
+            transfer.SetRead();
+            transfer.ExecRead();
+        }
+    });
+}
+
+py::object Dense::Get(py::handle key)
+{
+    std::optional<Window> const window = WindowOf(key);
+    if (!window)
+        return py::none();
+    py::array values = NewArray(Dtype(), window->shape);
+    Move(*window, values.mutable_data(), false);
+    return window->shape.empty() ? py::object(values[py::tuple()]) : values;
+}
+
+bool Dense::Fill(py::handle key, py::handle values)
+{
+    std::optional<Window> const window = WindowLike(key, values);
+    auto const writeable = window && py::reinterpret_borrow<py::array>(values).writeable();
+    if (writeable)
+        Move(*window, py::reinterpret_borrow<py::array>(values).mutable_data(), false);
+    return writeable;
+}
+
+bool Dense::Put(py::handle key, py::handle values)
+{
+    std::optional<Window> const window = WindowLike(key, values);
+    if (window)
+        Move(*window, const_cast<void*>(py::reinterpret_borrow<py::array>(values).data()), true);
+    return window.has_value();
 }
 
 void Dense::Read(Positions const& first, Positions const& count, py::array const& values)

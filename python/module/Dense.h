@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Database.h"
+#include "Window.h"
 
 #include "KVOSrvDenseMatrix.h"
 #include "KVOSrvScratchDenseMatrix.h"
@@ -8,6 +9,7 @@
 #include <pybind11/numpy.h>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 /// A stored dense matrix, in a database or on a scratch file. The order of the axes is that of numpy: rows first, and the dimensions of the
@@ -29,6 +31,12 @@ public:
     pybind11::tuple Chunks() const;
     pybind11::dtype Dtype() const;
 
+    /// What a key names where that is one range of at most 64 MiB: a new array, or a value. None: the package itself sees to it.
+    pybind11::object Get(pybind11::handle key);
+    /// The same into an array of its shape, in Fortran order and of the matrix's type, and from one. False where it is otherwise.
+    bool Fill(pybind11::handle key, pybind11::handle values);
+    bool Put(pybind11::handle key, pybind11::handle values);
+
     /// Positions first to first + count - 1 of every axis; none of them empty.
     using Positions = std::vector<int>;
     void Read(Positions const& first, Positions const& count, pybind11::array const& values);
@@ -47,6 +55,9 @@ private:
     void BindAgain();
     KVOSimTransfer View(Positions const& first, Positions const& count);
     std::int64_t BytesIn(Positions const& first, Positions const& count) const;
+    std::optional<Window> WindowOf(pybind11::handle key) const;
+    std::optional<Window> WindowLike(pybind11::handle key, pybind11::handle values) const;
+    void Move(Window const& window, void* memory, bool toWrite);
 
     std::shared_ptr<Home> m_home;
     std::shared_ptr<Database> m_database; // null: a scratch matrix
