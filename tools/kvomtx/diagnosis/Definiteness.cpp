@@ -1,12 +1,12 @@
 #include "Definiteness.h"
 
-#include "DiagnosisText.h"
 #include "Errors.h"
 #include "FullMatrix.h"
 #include "LargestQuotient.h"
 #include "MatrixDiagnosis.h"
 #include "Progress.h"
 #include "ProviderMemory.h"
+#include "Wording.h"
 
 #include "KVOSrvMatrix.h"
 #include "KVOSrvModesFailure.h"
@@ -102,7 +102,8 @@ Definiteness JudgeDefiniteness(MatrixDiagnosis const& facts, KVOSrvSparseRows co
     return {kNotTold, "--deep factors the matrix", {}, {}};
 }
 
-Definiteness FactorForDefiniteness(MatrixDiagnosis const& facts, KVOSrvSparseMatrix const& matrix, std::int64_t memory)
+Definiteness FactorForDefiniteness(MatrixDiagnosis const& facts, KVOSrvSparseMatrix const& matrix, std::int64_t memory,
+                                   std::function<void(KVOSrvSparseFactor&)> const& use)
 {
     using enum Definiteness::Verdict;
     Progress progress("factoring " + facts.name);
@@ -120,6 +121,8 @@ Definiteness FactorForDefiniteness(MatrixDiagnosis const& facts, KVOSrvSparseMat
         found.factorEntries = factor.Account().factorEntries;
         if (zero == 0 && facts.rows > 0)
             found.smallestSingularValue = SmallestSingularValue(factor);
+        if (use)
+            use(factor);
         return found;
     } catch (KVOSrvModesFailure const& failure) {
         throw ToolError(failure.WhatFailed() == KVOSrvModesFailure::Disk ? ExitCode::kUnwritable : ExitCode::kCannot,

@@ -3,9 +3,11 @@
 #include "KVOSrvSparseRows.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
+class KVOSrvSparseFactor;
 class KVOSrvSparseMatrix;
 struct MatrixDiagnosis;
 
@@ -36,5 +38,7 @@ Definiteness JudgeDefiniteness(MatrixDiagnosis const& facts, KVOSrvSparseRows co
 /// By the inertia of the factor.
 /// @param facts   of a symmetric matrix without NaN and infinite values  @param matrix  in full
 /// @param memory  bytes that the factor may take; a larger one goes to the library's folder for scratch files
+/// @param use     what else the factor is needed for
 /// @throws ToolError kCannot with the least memory that would do, kUnwritable
-Definiteness FactorForDefiniteness(MatrixDiagnosis const& facts, KVOSrvSparseMatrix const& matrix, std::int64_t memory);
+Definiteness FactorForDefiniteness(MatrixDiagnosis const& facts, KVOSrvSparseMatrix const& matrix, std::int64_t memory,
+                                   std::function<void(KVOSrvSparseFactor&)> const& use = {});

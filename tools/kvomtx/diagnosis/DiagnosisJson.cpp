@@ -1,6 +1,7 @@
 #include "DiagnosisJson.h"
 
 #include "MatrixDiagnosis.h"
+#include "PairDiagnosis.h"
 
 #include <nlohmann/json.hpp>
 
@@ -80,11 +81,6 @@ Json ToJson(Pieces const& pieces)
     return {{"count", pieces.count}, {"largest", std::move(largest)}};
 }
 
-Json ToJson(StructuralRank const& rank)
-{
-    return {{"rank", rank.rank}, {"exact", rank.isExact}};
-}
-
 Json ToJson(Dominance const& dominance)
 {
     return {{"strict_rows", dominance.strict},
@@ -111,6 +107,11 @@ Json ToJson(Definiteness const& found)
     return object;
 }
 
+Json ToJson(DiagonalQuotient const& quotient)
+{
+    return {{"value", quotient.value}, {"unknown", quotient.unknown + 1}};
+}
+
 template<class T>
 Json ToJson(std::optional<T> const& fact)
 {
@@ -125,9 +126,7 @@ Json ToJson(Magnitudes const& magnitudes)
     return decades;
 }
 
-} // namespace
-
-void PrintDiagnosisJson(MatrixDiagnosis const& facts)
+Json ToJson(MatrixDiagnosis const& facts)
 {
     Json object;
     object["matrix"] = facts.name;
@@ -162,10 +161,45 @@ void PrintDiagnosisJson(MatrixDiagnosis const& facts)
     object["envelope"] = ToJson(facts.envelope);
     object["reordered"] = ToJson(facts.reordered);
     object["pieces"] = ToJson(facts.pieces);
-    object["structural_rank"] = ToJson(facts.structuralRank);
+    object["structural_rank"] = facts.structuralRank ? Json(*facts.structuralRank) : Json();
     object["dominance"] = ToJson(facts.dominance);
     object["norms"] = ToJson(facts.norms);
     object["definiteness"] = ToJson(facts.definiteness);
     object["left_out"] = facts.leftOut;
+    return object;
+}
+
+// An infinite one is told as such.
+Json Eigenvalue(std::optional<double> const& value)
+{
+    return value ? Value(*value) : Json();
+}
+
+void Print(Json const& object)
+{
     std::printf("%s\n", object.dump(4, ' ', false, Json::error_handler_t::replace).c_str());
+}
+
+} // namespace
+
+void PrintDiagnosisJson(MatrixDiagnosis const& facts)
+{
+    Print(ToJson(facts));
+}
+
+void PrintPairJson(PairDiagnosis const& pair)
+{
+    Json object;
+    object["stiffness"] = ToJson(pair.stiffness);
+    object["mass"] = ToJson(pair.mass);
+    object["misfit"] = pair.misfit;
+    object["found"] = {{"empty_unknown", ToJson(pair.withNeither)},
+                       {"without_mass", ToJson(pair.withoutMass)},
+                       {"without_stiffness", ToJson(pair.withoutStiffness)}};
+    object["least_diagonal_quotient"] = ToJson(pair.least);
+    object["greatest_diagonal_quotient"] = ToJson(pair.greatest);
+    object["lowest_eigenvalue"] = Eigenvalue(pair.lowest);
+    object["highest_eigenvalue"] = Eigenvalue(pair.highest);
+    object["spectrum_not_told"] = pair.why;
+    Print(object);
 }

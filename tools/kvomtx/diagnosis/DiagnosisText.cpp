@@ -1,69 +1,20 @@
 #include "DiagnosisText.h"
 
 #include "MatrixDiagnosis.h"
+#include "Wording.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <functional>
 
 namespace
 {
-
-constexpr std::size_t kShown = 3; // of what was found
-
-std::string Count(std::int64_t count)
-{
-    return std::to_string(count);
-}
-
-// One text of several. Sums that begin with a literal make g++ 12 warn of copies within the string library.
-template<class... Parts>
-std::string Joined(Parts const&... parts)
-{
-    std::string text;
-    ((text += parts), ...);
-    return text;
-}
-
-// "1 row", "2 rows"
-std::string Counted(std::int64_t count, char const* one)
-{
-    return Count(count) + " " + one + (count == 1 ? "" : "s");
-}
 
 void Line(char const* name, std::string const& text)
 {
     std::printf("  %-18s %s\n", name, text.c_str());
 }
 
-// "none", or "5: 3, 17, 20 and 2 more"
-template<class T>
-std::string ListText(Found<T> const& found, std::function<std::string(T const&)> const& show)
-{
-    if (found.count == 0)
-        return "none";
-    std::string text = Count(found.count);
-    std::size_t const shown = std::min(found.first.size(), kShown);
-    for (std::size_t k = 0; k < shown; ++k)
-        text += Joined(k == 0 ? ": " : ", ", show(found.first[k]));
-    if (std::int64_t const more = found.count - static_cast<std::int64_t>(shown); more > 0)
-        text += Joined(" and ", Count(more), " more");
-    return text;
-}
-
-std::string NumberList(Found<int> const& found)
-{
-    return ListText<int>(found, [](int number) { return std::to_string(number + 1); });
-}
-
-std::string PlaceList(Found<EntryPlace> const& found, bool withValue)
-{
-    return ListText<EntryPlace>(
-        found, [withValue](EntryPlace const& place) { return PlaceText(place) + (withValue ? Joined(" ", NumberText(place.value)) : ""); });
-}
-
-// Behind a number that is none: of what it is the number.
 std::string OnlyOf(Found<int> const& rows, Found<int> const& columns)
 {
     if (rows.count == 0 && columns.count == 0)
@@ -111,37 +62,15 @@ void PrintMagnitudes(Magnitudes const& magnitudes)
     }
 }
 
-std::string AsymmetryText(Asymmetry const& found)
-{
-    if (found.largest == 0.0)
-        return "none";
-    EntryPlace const place{found.row, found.column, found.value, found.line},
-        mirror{found.column, found.row, found.mirror, found.mirrorLine};
-    return Joined(Counted(found.pairs, "pair"), "; most ", PlaceText(place), " ", NumberText(place.value), ", ", PlaceText(mirror), " ",
-                  NumberText(mirror.value),
-                  std::isfinite(found.largest) ? Joined(": ", NumberText(found.largest), " of the largest value") : "");
-}
-
-std::string RepeatedText(Found<RepeatedEntry> const& found)
-{
-    if (found.count == 0)
-        return "none";
-    return ListText<RepeatedEntry>(found,
-                                   [](RepeatedEntry const& one) {
-                                       return PlaceText(one.place) + (one.againLine > 0 ? Joined(" and ", Count(one.againLine)) : "");
-                                   }) +
-           "; summed";
-}
-
 void PrintFound(MatrixDiagnosis const& facts)
 {
-    Line("NaN", PlaceList(facts.nan, false));
-    Line("infinite", PlaceList(facts.infinite, true));
+    Line("NaN", PlaceList(facts.nan));
+    Line("infinite", PlaceList(facts.infinite));
     Line("empty", OnlyOf(facts.emptyRows, facts.emptyColumns));
     Line("zeros only", OnlyOf(facts.zeroRows, facts.zeroColumns));
     if (facts.IsSquare()) {
-        Line("zero diagonal", PlaceList(facts.zeroDiagonal, false));
-        Line("negative diagonal", PlaceList(facts.negativeDiagonal, true));
+        Line("zero diagonal", PlaceList(facts.zeroDiagonal));
+        Line("negative diagonal", PlaceList(facts.negativeDiagonal));
         Line("asymmetry", AsymmetryText(*facts.asymmetry));
     }
     if (!facts.isDense)
@@ -153,7 +82,7 @@ std::string PiecesText(Pieces const& pieces, bool isSquare)
     std::string text = pieces.count == 1 ? "all is connected" : Count(pieces.count) + " pieces";
     if (pieces.count < 2)
         return text;
-    std::size_t const shown = std::min(pieces.largest.size(), kShown);
+    std::size_t const shown = std::min(pieces.largest.size(), kShownAtMost);
     for (std::size_t k = 0; k < shown; ++k) {
         Pieces::Size const& size = pieces.largest[k];
         text += Joined(k == 0 ? " of " : ", ", Count(size.rows), isSquare ? "" : Joined(" x ", Count(size.columns)));
@@ -173,9 +102,8 @@ void PrintStructure(MatrixDiagnosis const& facts)
     if (facts.pieces)
         Line("connection", PiecesText(*facts.pieces, facts.IsSquare()));
     if (facts.structuralRank) {
-        int const full = std::min(facts.rows, facts.columns), rank = facts.structuralRank->rank;
-        Line("structural rank", Joined(facts.structuralRank->isExact ? "" : "at least ", Count(rank),
-                                       (rank == full ? ", full" : Joined(", ", Count(full - rank), " less than full"))));
+        int const full = std::min(facts.rows, facts.columns), rank = *facts.structuralRank;
+        Line("structural rank", Count(rank) + (rank == full ? ", full" : Joined(", ", Count(full - rank), " less than full")));
     }
 }
 
@@ -211,19 +139,6 @@ void PrintNumbers(MatrixDiagnosis const& facts)
 }
 
 } // namespace
-
-std::string NumberText(double value)
-{
-    char text[32];
-    std::snprintf(text, sizeof text, "%.6g", value);
-    return text;
-}
-
-std::string PlaceText(EntryPlace const& place)
-{
-    std::string const text = Joined("(", Count(place.row + 1), ", ", Count(place.column + 1), ")");
-    return place.line > 0 ? Joined(text, " line ", Count(place.line)) : text;
-}
 
 void PrintDiagnosis(MatrixDiagnosis const& facts)
 {

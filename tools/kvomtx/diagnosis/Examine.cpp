@@ -7,6 +7,7 @@
 #include "MatrixName.h"
 #include "MatrixReader.h"
 #include "Progress.h"
+#include "StructuralRank.h"
 #include "TextPlaces.h"
 #include "TwoNorm.h"
 
@@ -133,11 +134,7 @@ void LeaveOut(MatrixDiagnosis& facts, std::string const& what, std::int64_t byte
 void ExamineStructure(MatrixDiagnosis& facts, KVOSrvSparseRows const& rows, ExamineLimits const& limits)
 {
     facts.pieces = FindPieces(rows);
-    bool const hasAllDiagonal = facts.IsSquare() && facts.zeroDiagonal.count == 0;
-    if (std::int64_t const bytes = BytesOfStructuralRank(rows, hasAllDiagonal); bytes > limits.memory)
-        LeaveOut(facts, "the structural rank", bytes);
-    else
-        facts.structuralRank = FindStructuralRank(rows, hasAllDiagonal, !limits.isDeep);
+    facts.structuralRank = FindStructuralRank(rows);
     if (!facts.IsSquare())
         return;
     bool const isPatternSymmetric = facts.asymmetry->unmatched == 0;
@@ -178,7 +175,7 @@ ExaminedMatrix ExamineSparse(MatrixName const& name, ExamineLimits const& limits
     if (facts.norms)
         facts.norms->two = EstimateTwoNorm(*matrix, facts.entries > facts.zeros ? largest : 0.0, facts.IsExactlySymmetric());
     facts.definiteness = JudgeDefiniteness(facts, rows);
-    if (limits.isDeep && facts.IsFinite() && facts.IsSymmetric())
+    if (limits.factors && facts.IsFinite() && facts.IsSymmetric())
         facts.definiteness = FactorForDefiniteness(facts, *matrix, limits.memory);
     return {std::move(facts), std::move(matrix)};
 }

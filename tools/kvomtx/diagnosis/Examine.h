@@ -12,6 +12,7 @@ struct MatrixName;
 struct ExamineLimits {
     std::int64_t memory = 0; ///< bytes beside the matrix
     bool isDeep = false;     ///< also what takes long
+    bool factors = false;    ///< also the factor for the definiteness
 };
 
 /// A matrix and what is known of it.

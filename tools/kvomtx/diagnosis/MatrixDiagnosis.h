@@ -5,7 +5,6 @@
 #include "Magnitudes.h"
 #include "Pieces.h"
 #include "Reordering.h"
-#include "StructuralRank.h"
 #include "Symmetry.h"
 
 #include <limits>
@@ -61,10 +60,10 @@ struct MatrixDiagnosis {
 
     std::int64_t lowerBandwidth = 0;
     std::int64_t upperBandwidth = 0;
-    std::optional<Envelope> envelope;  ///< of a square matrix, in the order it has
-    std::optional<Envelope> reordered; ///< of a sparse one, by reverse Cuthill-McKee
-    std::optional<Pieces> pieces;      ///< of a sparse one
-    std::optional<StructuralRank> structuralRank;
+    std::optional<Envelope> envelope;   ///< of a square matrix, in the order it has
+    std::optional<Envelope> reordered;  ///< of a sparse one, by reverse Cuthill-McKee
+    std::optional<Pieces> pieces;       ///< of a sparse one
+    std::optional<int> structuralRank;  ///< of a sparse one
     std::optional<Dominance> dominance; ///< of a square matrix without NaN
     std::optional<Norms> norms;         ///< of a matrix without NaN and infinite values
     Definiteness definiteness;

@@ -1,12 +1,11 @@
 #include "TextPlaces.h"
 
-#include "Errors.h"
 #include "Interrupt.h"
 #include "MatrixName.h"
+#include "TextBytes.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <memory>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -18,12 +17,7 @@ namespace
 class Words
 {
 public:
-    explicit Words(std::string const& path) : m_file(std::fopen(path.c_str(), "rb"))
-    {
-        if (m_file == nullptr)
-            throw ToolError(ExitCode::kUnreadable, path + ": cannot be read again for its lines; keep it until the command has ended");
-        Advance();
-    }
+    explicit Words(std::string const& path) : m_bytes(path) { Advance(); }
 
     /// Of the next character.
     std::int64_t Line() const { return m_line; }
@@ -66,16 +60,13 @@ public:
     bool Begins(char with) const { return m_next == with; }
 
 private:
-    struct Close {
-        void operator()(std::FILE* file) const noexcept { std::fclose(file); }
-    };
     void Advance()
     {
         m_line += m_next == '\n';
-        m_next = getc_unlocked(m_file.get());
+        m_next = m_bytes.Next();
     }
 
-    std::unique_ptr<std::FILE, Close> m_file;
+    TextBytes m_bytes;
     int m_next = 0;
     std::int64_t m_line = 1;
 };
