@@ -200,6 +200,7 @@ kvo_add_package_documents(debian_documents)
 kvo_add_package_documents(tools COMPILED_IN libcli11-dev nlohmann-json3-dev)
 if(KVO_BUILD_PYTHON)
     kvo_add_package_documents(python COMPILED_IN pybind11-dev)
+    add_dependencies(kvo_python python_debian_changelog project_changelog) # the component is installed for wheels, too
     set(python_contents kvo_python python_debian_changelog)
 endif()
 add_custom_target(package_contents DEPENDS ${python_contents} KVOMtxLinearAlgebra KVOMtxModes kvomtx kvomtx_manual project_changelog

@@ -1,7 +1,7 @@
 """Builds the wheel of the package kvo by CMake: the interface of PEP 517, for pip and others.
 
-The wheel holds the libraries, too, so it works beside or without the Debian packages. A build tree that exists saves the compilation:
-``pip install . --config-settings=build-dir=build/release``.
+The wheel holds the libraries, too, so it works beside or without the Debian packages. A build tree that has the package saves the
+compilation, and is taken as it is: ``pip install . --config-settings=build-dir=build/release``.
 """
 
 import base64
@@ -34,13 +34,15 @@ def _run(*command):
 
 
 def _installed(build, prefix):
-    """Builds and installs the components that the package needs."""
+    """Installs the components that the package needs, and builds them where there are none."""
     if not (build / "CMakeCache.txt").exists():
         settings = ["CMAKE_BUILD_TYPE=Release", "KVO_BUILD_PYTHON=ON", "KVO_BUILD_TESTS=OFF", "KVO_BUILD_TOOLS=OFF", "KVO_BUILD_EXAMPLES=OFF"]
         settings.append(f"KVO_PYTHON={sys.executable}")
         generator = ["-G", "Ninja"] if shutil.which("ninja") else []
         _run("cmake", "-S", _SOURCE, "-B", build, *generator, *(f"-D{setting}" for setting in settings))
-    _run("cmake", "--build", build, "--target", "kvo_python", "--parallel", os.cpu_count() or 1)
+    # Programs that run from a tree would see its libraries half written.
+    if not any((build / "python/kvo").glob("_core*.so")):
+        _run("cmake", "--build", build, "--target", "kvo_python", "--parallel", os.cpu_count() or 1)
     for component in ("runtime", "modes", "python"):
         _run("cmake", "--install", build, "--prefix", prefix, "--component", component, "--strip")
 

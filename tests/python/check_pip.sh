@@ -6,7 +6,10 @@ python=$1 source=$2 build=$3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 "$python" -m venv --system-site-packages --without-pip "$work/venv"
-"$python" -m pip --python "$work/venv/bin/python" install --quiet --no-index --no-deps --no-cache-dir "$source" --config-settings=build-dir="$build"
+# Of nobody's settings, cache or home, nor of what another run leaves in the folder of temporary files.
+export HOME="$work" TMPDIR="$work" PYTHONDONTWRITEBYTECODE=1
+"$python" -m pip --isolated --disable-pip-version-check --log "$work/log" --python "$work/venv/bin/python" \
+    install --quiet --no-index --no-deps --no-cache-dir "$source" --config-settings=build-dir="$build" || { tail -n 100 "$work/log"; exit 1; }
 cd "$work"
 "$work/venv/bin/python" -c "
 import kvo, sys
