@@ -35,7 +35,10 @@ def _run(*command):
 
 def _installed(build, prefix):
     """Installs the components that the package needs, and builds them where there are none."""
-    if not (build / "CMakeCache.txt").exists():
+    if (build / "CMakeCache.txt").exists():
+        if not (build / "python" / "cmake_install.cmake").exists():  # configured before what the package needs was installed
+            _run("cmake", "-DKVO_BUILD_PYTHON=ON", build)
+    else:
         settings = ["CMAKE_BUILD_TYPE=Release", "KVO_BUILD_PYTHON=ON", "KVO_BUILD_TESTS=OFF", "KVO_BUILD_TOOLS=OFF", "KVO_BUILD_EXAMPLES=OFF"]
         settings.append(f"KVO_PYTHON={sys.executable}")
         generator = ["-G", "Ninja"] if shutil.which("ninja") else []
