@@ -1,5 +1,10 @@
 # What every target of the project has in common.
 
+if((CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 12)
+    OR (CMAKE_CXX_COMPILER_ID STREQUAL Clang AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 14))
+    message(FATAL_ERROR "${CMAKE_CXX_COMPILER} is ${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION}; g++ 12 or Clang 14 is the least (docs/building.md)")
+endif()
+
 add_library(kvo_warnings INTERFACE)
 target_compile_options(kvo_warnings INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor -Wmissing-declarations>
@@ -38,6 +43,9 @@ function(kvo_use_precompiled_headers target holder)
     endif()
 endfunction()
 
+# abidiff reads types and signatures from the libraries' debug information. Where no variables are tracked, it takes a tenth of the time.
+option(KVO_CHECK_ABI "Compile the libraries so that their binary interface can be compared with the recorded one (GCC), and test it" OFF)
+
 # A shared library with hidden visibility that exports what its version script names: hidden visibility alone still shows the
 # instantiations of standard templates.
 function(kvo_add_shared_library target export_name version_script)
@@ -67,6 +75,9 @@ function(kvo_compile_as_library target)
         POSITION_INDEPENDENT_CODE ON)
     # FMA contraction is off: vectorised and plain loops must round alike.
     target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-ffp-contract=off>)
+    if(KVO_CHECK_ABI)
+        target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-g2 -fno-var-tracking>)
+    endif()
     target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:kvo_warnings> $<BUILD_INTERFACE:kvo_sanitizers>)
 endfunction()
 
