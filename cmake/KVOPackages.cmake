@@ -100,6 +100,7 @@ install(FILES ${CMAKE_CURRENT_LIST_DIR}/packages/libkvomtxlinearalgebra-doc.doc-
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME kvomtx)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION science)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "fonts-dejavu-core | fonts-liberation | fonts-freefont-ttf") # pictures have text
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "Natural frequencies and matrix files of finite-element models
 Computes the lowest natural frequencies and mode shapes of a stiffness and
 mass pair out of core, makes brick models, looks at, converts, draws and

@@ -167,6 +167,10 @@ TEST(BadInput, WrongCommandLinesAreRefused)
     ExpectFailure(tool, {"make-brick", "1", "1", "1", "k.mtx", "m.mtx", "--size", "inf", "1", "1"}, 2, "inf");
     ExpectFailure(tool, {"make-brick", "1", "1", "1", "k.mtx", "m.mtx", "--size", "1e-200", "1", "1"}, 2, "units");
     ExpectFailure(tool, {"modes", k, k, "-o", "a.sim", "--picture", "./a.sim"}, 2, "named twice");
+    ExpectFailure(tool, {"modes", k, k, "-o", "a.sim", "--picture", "a.pdf"}, 2, "the ending of a picture is .png or .svg");
+    ExpectFailure(tool, {"spy", "absent.mtx", "-o", "a"}, 2, "the ending of a picture is .png or .svg");
+    ExpectFailure(tool, {"spy", k, "-o", "a.png", "--rows", "0:5"}, 2, "0:5 is no range");
+    ExpectFailure(tool, {"spy", k, "-o", "a.png", "--columns", "5:49"}, 2, "give a range within 1:48");
     ExpectFailure(tool, {"modes", k, k, "-o", ""}, 2, "empty");
     ExpectFailure(tool, {"make-brick", "1", "2", "abc", "k.mtx", "m.mtx"}, 2, "NZ: abc is not a number");
     ExpectFailure(tool, {"modes", k, k, "-n", "2.5"}, 2, "--count: 2.5 is not a whole number");
@@ -192,16 +196,16 @@ TEST(BadInput, OutputsThatCannotBeMadeLeaveWhatWasThere)
     ExpectFailure(tool, {"modes", k, m, "-o", "folder"}, 4, "Is a directory");
     ExpectFailure(tool, {"modes", k, m, "-o", "/dev/full"}, 4, "is not a regular file");
     ExpectFailure(tool, {"modes", k, m, "-o", "modes.sim", "--picture", "missing/p.png"}, 4, "missing/p.png");
-    WriteFile(tool / "older", "a night's work");
+    WriteFile(tool / "older.svg", "a night's work");
     WriteFile(tool / "torn.mtx", "no matrix"); // is not even read
-    std::filesystem::create_symlink("older", tool / "torn-modes.sim");
+    std::filesystem::create_symlink("older.svg", tool / "torn-modes.sim");
     for (std::vector<std::string> const& arguments : {std::vector<std::string>{"modes", "torn.mtx", m},
-                                                      {"modes", "torn.mtx", m, "-o", "new.sim", "--picture", "older"},
-                                                      {"make-brick", "1", "1", "1", "new.mtx", "m.mtx", "--coordinates", "older"},
-                                                      {"convert", "torn.mtx", "older", "--to", "mtx"},
-                                                      {"spy", "torn.mtx", "-o", "older"},
-                                                      {"gemm", "torn.mtx", "torn.mtx", "-o", "older"},
-                                                      {"sparse-times-dense", "torn.mtx", m, "-o", "older"}})
+                                                      {"modes", "torn.mtx", m, "-o", "new.sim", "--picture", "older.svg"},
+                                                      {"make-brick", "1", "1", "1", "new.mtx", "m.mtx", "--coordinates", "older.svg"},
+                                                      {"convert", "torn.mtx", "older.svg", "--to", "mtx"},
+                                                      {"spy", "torn.mtx", "-o", "older.svg"},
+                                                      {"gemm", "torn.mtx", "torn.mtx", "-o", "older.svg"},
+                                                      {"sparse-times-dense", "torn.mtx", m, "-o", "older.svg"}})
         ExpectFailure(tool, arguments, 4, "is there already; give another name, or --force, which replaces it");
     ExpectFailure(tool, {"modes", k, m, "--scratch", "missing"}, 4, "--scratch");
 
@@ -214,7 +218,8 @@ TEST(BadInput, OutputsThatCannotBeMadeLeaveWhatWasThere)
         ExpectFailure(tool, {"convert", "small.mtx", "out.sim"}, 4, "out.sim", limit);
     ExpectFailure(tool, {"modes", k, m, "-o", "out.sim"}, 4, "", 400000); // in the middle of the computation
     ExpectFailure(tool, {"make-brick", "5", "5", "5", "out.mtx", "m.mtx"}, 4, "out.mtx", 50000);
-    ExpectFailure(tool, {"spy", k, "-o", "out.png"}, 4, "out.png", 2048);
+    for (char const* picture : {"out.png", "out.svg"})
+        ExpectFailure(tool, {"spy", k, "-o", picture}, 4, picture, 2048);
     ExpectFailure(tool, {"sparse-times-dense", k, m, "-o", "out.sim"}, 4, "", 20000);
 }
 

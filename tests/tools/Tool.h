@@ -80,7 +80,7 @@ public:
     /// Runs a command that must succeed, and replaces what earlier ones have written.
     std::string Do(std::vector<std::string> arguments) const
     {
-        for (char const* writes : {"convert", "export", "gemm", "make-brick", "modes", "sparse-times-dense", "spy"})
+        for (char const* writes : {"convert", "export", "gemm", "make-brick", "modes", "shape", "sparse-times-dense", "spy"})
             if (std::ranges::find(arguments, writes) != arguments.end()) {
                 arguments.emplace_back("--force");
                 break;

@@ -10,6 +10,7 @@
 #include "MatrixReader.h"
 #include "ModesReport.h"
 #include "NodeCoordinates.h"
+#include "PictureFile.h"
 #include "Progress.h"
 #include "ProviderMemory.h"
 #include "ScratchFolder.h"
@@ -90,6 +91,11 @@ struct Options {
 std::string DefaultOutput(std::string const& stiffness)
 {
     return std::filesystem::path(stiffness).stem().string() + "-modes.sim";
+}
+
+std::string FileOf(MatrixName const& name)
+{
+    return std::filesystem::path(name.text).filename().string();
 }
 
 std::unique_ptr<KVOSrvSparseMatrix> ReadSymmetric(MatrixName const& name)
@@ -294,7 +300,7 @@ void RunModes(Options const& options)
                          {stiffnessName.path, massName.path, options.reference, options.coordinates, options.resume});
     RequireProviderMemory();
 
-    std::optional<OutputFile> picture;
+    std::optional<PictureFile> picture;
     if (!options.picture.empty())
         picture.emplace(options.picture);
     OutputDatabase database(output);
@@ -333,7 +339,10 @@ void RunModes(Options const& options)
     }
     database.Finish();
     if (picture)
-        DrawConvergence(history, *picture);
+        DrawConvergence(history,
+                        std::to_string(found->Count()) + (found->Count() == 1 ? " mode of " : " modes of ") + FileOf(stiffnessName) + ", " +
+                            FileOf(massName),
+                        *picture);
     database.Commit();
     if (picture)
         picture->Commit();
@@ -372,7 +381,7 @@ void AddModesCommand(CLI::App& app, Command& chosen)
     AddRequired(modes, "M", options->mass, "Mass matrix");
     AddOption(modes, "-n,--count", options->settings.count, "Number of modes (10)", RequireAtLeastOne);
     AddOption(modes, "-o,--output", options->output, "Database to write (K's name with -modes.sim)", RequireName);
-    AddOption(modes, "--picture", options->picture, "Draw the convergence into this PNG file", RequireName);
+    AddOption(modes, "--picture", options->picture, "Draw the convergence into this picture: .png or .svg", RequireName);
     AddOption(modes, "--reference", options->reference,
               "File of \"lambda frequency\" lines; fail where a frequency differs by 1e-8 relatively", RequireName);
     AddOption(modes, "--shift", options->settings.shift, "Begin with K + shift M instead of K");
