@@ -87,6 +87,7 @@ int Main(int argc, char** argv)
         AddInfoCommand(app, chosen);
         AddConvertCommand(app, chosen);
         AddSpyCommand(app, chosen);
+        AddShapeCommand(app, chosen);
         AddDatabaseCommands(app, chosen);
         AddProductCommands(app, chosen);
     });

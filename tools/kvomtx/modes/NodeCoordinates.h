@@ -14,6 +14,12 @@ public:
     /// @throws ToolError kUnreadable with the line
     explicit NodeCoordinates(std::string const& path);
 
+    std::string const& Path() const noexcept { return m_path; }
+    /// x, y and z of each line.
+    std::vector<double> const& Places() const noexcept { return m_places; }
+    /// Whether a line stands for an unknown.
+    bool HasDofs() const noexcept { return !m_dofs.empty(); }
+
     /// The motions of a rigid body for a model of so many unknowns: order x 6, see KVOSrvModesParticipation::RigidMotions().
     /// @param about  the point that rotations are about: 3 coordinates; null: the origin
     /// @throws ToolError kUnreadable when the file has not as many lines as the model has unknowns, or nodes of 3 or 6 unknowns
