@@ -87,6 +87,7 @@ TEST(Info, ExaminesAPair)
     WriteFile(tool / "m.mtx", "%%MatrixMarket matrix coordinate real symmetric\n5 5 3\n1 1 2\n2 1 -3\n2 2 2\n");
     json const broken = tool.Json({"info", "k.mtx", "m.mtx"});
     EXPECT_EQ(Lines(broken.at("found").at("empty_unknown")) + Lines(broken.at("found").at("without_mass")), "3 5 4 ");
+    EXPECT_EQ(broken.at("stiffness").at("pieces").at("count"), 4); // a stored 0 connects nothing
     EXPECT_EQ(broken.at("mass").at("definiteness").at("why"), "the entry (2, 1) is too large for its diagonal entries");
     EXPECT_EQ(broken.at("spectrum_not_told"), "m.mtx is not positive semidefinite");
 }

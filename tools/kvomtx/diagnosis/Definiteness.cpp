@@ -117,7 +117,9 @@ Definiteness FactorForDefiniteness(MatrixDiagnosis const& facts, KVOSrvSparseMat
         Definiteness found{negative > 0 ? kNot
                            : zero > 0   ? kSemidefinite
                                         : kPositive,
-                           "by the inertia of the factor", Definiteness::Inertia{facts.rows - negative - zero, negative, zero}, 0.0};
+                           "by the inertia of the factor",
+                           Definiteness::Inertia{facts.rows - negative - zero, negative, zero},
+                           {}};
         found.factorEntries = factor.Account().factorEntries;
         if (zero == 0 && facts.rows > 0)
             found.smallestSingularValue = SmallestSingularValue(factor);
@@ -126,6 +128,7 @@ Definiteness FactorForDefiniteness(MatrixDiagnosis const& facts, KVOSrvSparseMat
         return found;
     } catch (KVOSrvModesFailure const& failure) {
         throw ToolError(failure.WhatFailed() == KVOSrvModesFailure::Disk ? ExitCode::kUnwritable : ExitCode::kCannot,
-                        facts.name + ": " + failure.UserReport().c_str());
+                        facts.name + ": " + failure.UserReport().c_str() +
+                            (failure.WhatFailed() == KVOSrvModesFailure::Memory ? " (--memory)" : ""));
     }
 }

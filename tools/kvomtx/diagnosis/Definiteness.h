@@ -24,7 +24,7 @@ struct Definiteness {
     Verdict verdict = Verdict::kNotTold;
     std::string why;                             ///< of the verdict, or that there is none
     std::optional<Inertia> inertia;              ///< of the factor
-    std::optional<double> smallestSingularValue; ///< estimated from above with the factor; 0 where an eigenvalue is
+    std::optional<double> smallestSingularValue; ///< estimated from above with the factor; none of a singular matrix
     std::int64_t factorEntries = 0;              ///< 0: nothing was factored
 
     /// As "positive definite".

@@ -132,10 +132,11 @@ void PrintNumbers(MatrixDiagnosis const& facts)
         Line("inertia", Count(found.inertia->positive) + " positive, " + Count(found.inertia->negative) + " negative, " +
                             Count(found.inertia->zero) + " zero; factor of " + Count(found.factorEntries) + " entries");
     if (found.smallestSingularValue)
-        Line("condition", *found.smallestSingularValue > 0.0
-                              ? "about " + NumberText(*facts.norms->two / *found.smallestSingularValue) +
-                                    "; smallest singular value about " + NumberText(*found.smallestSingularValue)
-                              : "singular");
+        Line("condition",
+             Joined(facts.norms->two ? Joined("about ", NumberText(*facts.norms->two / *found.smallestSingularValue), "; ") : "",
+                    "smallest singular value about ", NumberText(*found.smallestSingularValue)));
+    else if (found.inertia && found.inertia->zero > 0)
+        Line("condition", "singular");
 }
 
 } // namespace

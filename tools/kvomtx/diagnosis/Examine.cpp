@@ -163,6 +163,7 @@ ExaminedMatrix ExamineSparse(MatrixName const& name, ExamineLimits const& limits
     ForEachEntry(rows, [&](int row, int column, double value) { tally.Add(row, column, value); });
     double const largest = tally.LargestSize();
     MatrixDiagnosis facts = tally.Finish();
+    facts.name = name.text;
     facts.storage = DescribeFormat(name.format);
     facts.repeated = std::move(repeated);
     if (facts.IsSquare())
@@ -172,7 +173,9 @@ ExaminedMatrix ExamineSparse(MatrixName const& name, ExamineLimits const& limits
         FindLinesOf(facts, name);
     }
     ExamineStructure(facts, rows, limits);
-    if (facts.norms)
+    if (std::int64_t const bytes = BytesOfTwoNorm(rows.rows, rows.columns); facts.norms && bytes > limits.memory)
+        LeaveOut(facts, "the 2-norm", bytes);
+    else if (facts.norms)
         facts.norms->two = EstimateTwoNorm(*matrix, facts.entries > facts.zeros ? largest : 0.0, facts.IsExactlySymmetric());
     facts.definiteness = JudgeDefiniteness(facts, rows);
     if (limits.factors && facts.IsFinite() && facts.IsSymmetric())
@@ -205,6 +208,6 @@ ExaminedMatrix ExamineByKind(MatrixName const& name, ExamineLimits const& limits
 ExaminedMatrix Examine(MatrixName const& name, ExamineLimits const& limits)
 {
     ExaminedMatrix examined = ExamineByKind(name, limits);
-    examined.diagnosis.name = name.text;
+    examined.diagnosis.name = name.text; // ExamineByKind() completes that of a database
     return examined;
 }

@@ -20,3 +20,6 @@ struct Quotient {
 /// product with A and one with M. It ends when the value grows by less than 1e-5 of itself in some steps; 0 where M is 0.
 /// @param steps  most of them
 double LargestQuotient(Quotient const& quotient, int steps);
+
+/// Vectors of the order that it holds.
+constexpr int kVectorsOfQuotient = 9;

@@ -32,3 +32,8 @@ double EstimateTwoNorm(KVOSrvSparseMatrix const& matrix, double largest, bool is
     };
     return largest * std::sqrt(LargestQuotient(quotient, kSteps));
 }
+
+std::int64_t BytesOfTwoNorm(int rows, int columns)
+{
+    return std::int64_t{8} * (rows + kVectorsOfQuotient * std::int64_t{columns});
+}
