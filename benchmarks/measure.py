@@ -156,6 +156,12 @@ def command_of(build, program):
     return [str(path)]
 
 
+def surroundings(build):
+    """The variables by which programs find what else was built."""
+    build = build.resolve()
+    return {"KVOMTX": str(build / "tools/kvomtx"), "KVO_BENCHMARKS": str(build / "benchmarks"), "PYTHONPATH": str(build / "python")} | os.environ | ONE_THREAD
+
+
 def results(build, rows, minimum=None):
     """Runs the cases of rows that agree in Row.run(); the values of the counters, by case and counter, over the repetitions."""
     first = rows[0]
@@ -170,7 +176,7 @@ def results(build, rows, minimum=None):
     processors = {max(allowed)} if first.cores == 1 else allowed  # the system knows which of them share a core
     try:
         done = subprocess.run(command, capture_output=True, text=True, timeout=CASE_SECONDS * len(cases),
-                              env={"KVOMTX": str((build / "tools/kvomtx").resolve())} | os.environ | ONE_THREAD,
+                              env=surroundings(build),
                               preexec_fn=lambda: os.sched_setaffinity(0, processors))
         if done.returncode == NOT_INSTALLED:
             raise LeftOut(done.stderr.strip())
