@@ -16,7 +16,7 @@ std::vector<double> PlanesAcross(std::vector<double> const& places, std::size_t 
     for (std::size_t k = d; k < places.size(); k += 3)
         planes.push_back(places[k]);
     std::ranges::sort(planes);
-    planes.erase(std::ranges::unique(planes).begin(), planes.end());
+    planes.erase(std::unique(planes.begin(), planes.end()), planes.end());
     return planes;
 }
 
