@@ -83,9 +83,11 @@ endfunction()
 
 # kvo_add_room(LIBRARY ROOM SEES ROOM... SOURCES FILE...): the sources of one folder of a shared library. They see the public headers, those
 # of their own folder and those of the rooms named, which were added before: an include against the order of the rooms finds no file.
-# Where rooms have public headers themselves, INCLUDES names what they see instead of all public headers.
+# Where rooms have public headers themselves, INCLUDES names what they see instead of all public headers. With the word TOGETHER they are
+# compiled as one unit, a third to an eighth of the work where they instantiate the same templates; no two may have a name of their own in
+# common then.
 function(kvo_add_room library room)
-    cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "INCLUDES;SEES;SOURCES")
+    cmake_parse_arguments(PARSE_ARGV 2 arg "TOGETHER" "" "INCLUDES;SEES;SOURCES")
     if(NOT arg_INCLUDES)
         set(arg_INCLUDES $<TARGET_PROPERTY:${library},INCLUDE_DIRECTORIES>)
     endif()
@@ -94,6 +96,7 @@ function(kvo_add_room library room)
     target_compile_features(${target} PRIVATE cxx_std_20)
     kvo_compile_as_library(${target})
     kvo_use_precompiled_headers(${target} kvo_library_headers)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ${arg_TOGETHER} UNITY_BUILD_BATCH_SIZE 0)
     target_include_directories(${target} PRIVATE ${arg_INCLUDES})
     kvo_join_room(${library} ${room} ${arg_SEES})
 endfunction()
