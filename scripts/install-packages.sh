@@ -38,6 +38,6 @@ disk=$(sed -nE 's/^After this operation, (.*) of additional.*/\1/p' <<<"$plan")
 if [ -n "$count" ] && [ -n "$fetch" ] && [ -n "$disk" ]; then
     bytes() { tr -d ' ,B' <<<"${1^^}" | numfmt --from=si; }
     seconds=$(($(bytes "$fetch") / 5000000 + $(bytes "$disk") / 20000000))
-    echo "Installing ${missing[*]}: with what they need $count packages, $fetch to fetch, $disk on disk; about $((seconds / 60 + 1)) minutes"
+    echo "Installing ${missing[*]}: with what they need $count packages, $fetch to fetch, $disk on disk; about $((seconds / 60 + 1)) min"
 fi
 $sudo "${install[@]}" -y -qq
