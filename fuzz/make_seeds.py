@@ -1,8 +1,11 @@
 #!/usr/bin/env python3
 """Writes the seeds of a fuzzer: make_seeds.py FUZZER FOLDER. Small sound files of every kind, in every format."""
+import gzip
+import io
 import os
 import struct
 import sys
+import zipfile
 
 RECORDS, CHUNKS, TEXT_BINARY, TEXT, HALF_CHUNKS, DENSE = range(6)
 
@@ -80,6 +83,52 @@ MARKET = {
     "banner": b"\x08%MatrixMarket matrix coordinate integer general\n1 1 1\n\n1 1 7\n",
 }
 
+BOEING, ARRAY, ARCHIVE, ANY = range(4)
+
+
+def boeing(kind, values, formats="(1P,3D13.5)", rhs=b""):
+    """Entries (1, 1), (3, 1), (2, 2), (3, 3) of a matrix of order 3."""
+    counts = b"".join(b"%14d" % n for n in (5 + bool(rhs), 1, 1, int(bool(values)), int(bool(rhs))))
+    head = b"title".ljust(72) + b"key".ljust(8) + b"\n" + counts + b"\n" + kind.encode().ljust(14) + b"%14d%14d%14d%14d\n" % (3, 3, 4, 0)
+    head += b"(16I5)".ljust(16) * 2 + formats.encode().ljust(20) + b"(5E16.8)\n" + (b"F 1 0\n" if rhs else b"")
+    return head + b"    1    3    4    5\n    1    3    2    3\n" + values + rhs
+
+
+def array(kind, shape, content, fortran=False):
+    head = ("{'descr': '%s', 'fortran_order': %s, 'shape': %s, }" % (kind, fortran, shape)).ljust(53).encode() + b"\n"
+    return b"\x93NUMPY\x01\x00" + struct.pack("<H", len(head)) + head + content
+
+
+def archive(layout, packed=zipfile.ZIP_STORED, **members):
+    text = io.BytesIO()
+    with zipfile.ZipFile(text, "w", packed) as file:
+        file.writestr("format.npy", array("|S3", "()", layout))
+        file.writestr("shape.npy", array("<i4", "(2,)", ints(2, 2)))
+        for name, content in members.items():
+            file.writestr(name + ".npy", content)
+    return text.getvalue()
+
+
+LIST = array("<f8", "(2,)", doubles(1, -2))
+ROWS = {"data": LIST, "indices": array("<i4", "(2,)", ints(1, 0)), "indptr": array("<i4", "(3,)", ints(0, 1, 2))}
+FILES = {
+    "boeing": (BOEING, boeing("RUA", b"  1.00000D+00 -2.50000D-03  3.00000+101\n  4.00000D+00\n")),
+    "boeing-symmetric": (BOEING, boeing("rsa", b" 1. 2. 3. 4.\n", "(4F3.0)")),
+    "boeing-pattern": (BOEING, boeing("PZA", b"")),
+    "boeing-rhs": (BOEING, boeing("RUA", b"   1   2   3   4\n", "(4I4)", b"1 2 3\n")),
+    "boeing-complex": (BOEING + 4, boeing("CHA", b"1.2.3.4.5.6.7.8.\n", "(8F2.0)")),
+    "array": (ARRAY, array("<f8", "(2, 2)", doubles(1, 0, 2, -3), True)),
+    "array-of-bytes": (ARRAY, array("|u1", "(3,)", b"\x00\x01\x02")),
+    "array-complex": (ARRAY + 8, array(">c8", "(1, 2)", bytes(range(16)))),
+    "rows": (ARCHIVE, archive(b"csr", **ROWS)),
+    "columns": (ARCHIVE, archive(b"csc", zipfile.ZIP_DEFLATED, **ROWS)),
+    "coordinates": (ARCHIVE, archive(b"coo", data=LIST, row=ROWS["indices"], col=ROWS["indices"])),
+    "blocks": (ARCHIVE, archive(b"bsr", data=array("<f4", "(1, 2, 1)", bytes(8)), indices=array("<i4", "(1,)", ints(1)), indptr=array("<i4", "(2,)", ints(0, 1)))),
+    "diagonals": (ARCHIVE, archive(b"dia", data=array("<f8", "(1, 2)", doubles(1, 2)), offsets=array("<i8", "(1,)", bytes(8)))),
+    "packed": (ANY, gzip.compress(boeing("RSA", b" 1. 2. 3. 4.\n", "(4F3.0)"))),
+    "triplets": (ANY, b"1 2 3D0\n"),
+}
+
 # Nothing, a bit, and a sector of the database and of the journal.
 DATABASE = {
     "sound": b"\x00",
@@ -92,6 +141,7 @@ DATABASE = {
 SEEDS = {
     "sparse_import_fuzz": {name: bytes([kind, zeros]) + content for name, (kind, zeros, content) in IMPORTS.items()},
     "matrix_market_fuzz": MARKET,
+    "matrix_file_fuzz": {name: bytes([kind]) + content for name, (kind, content) in FILES.items()},
     "database_fuzz": DATABASE,
 }
 

@@ -38,8 +38,7 @@ class KVO_EXPORT KVOSrvMatrixFile
 public:
     /// The format of a word or a number, as "mtx", "dense" or "7"; kUnknown for others.
     static KVOSrvMatrixFormat FormatOfWord(char const* word);
-    /// The format that a file's ending stands for, in capitals too and behind it ".gz" or ".zst"; kUnknown where it
-    /// stands for none.
+    /// The format that a file's ending stands for, in capitals too; kUnknown where it stands for none.
     static KVOSrvMatrixFormat FormatOfName(char const* path);
     /// The format that a file begins like; kUnknown where it is like none, and for a file that cannot be read.
     /// Marks that no other format has come first: of Matrix Market, HDF5, .npz, .npy, .mat, and the head of a
@@ -47,8 +46,8 @@ public:
     /// text triplets.
     /// @param marksOnly  leave out what has no mark
     static KVOSrvMatrixFormat FormatOfContent(char const* path, bool marksOnly = false);
-    /// The format to read a file as: by its mark, else by its ending, else by the rest of its content. A chunked file
-    /// is kChunksAsStored.
+    /// The format to read a file as: by its mark, else by its ending, in front of ".gz" or ".zst" where it has that,
+    /// else by the rest of its content. A chunked file is kChunksAsStored.
     static KVOSrvMatrixFormat FormatToRead(char const* path);
     /// As "format 7 (dense file)" or "Matrix Market".
     static char const* Describe(KVOSrvMatrixFormat format);

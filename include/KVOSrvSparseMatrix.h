@@ -293,6 +293,11 @@ public:
     /// @throws KVOSrvMtxOpenFileException, KVOSrvMtxFileWriteFailure with the path
     void Export(char const* path, int format, KVOFsmSystemDofDefinition const* dofs = nullptr) const;
 
+    /// Writes text triplets as format 3 does, but each value by the shortest digits that read back as the same double;
+    /// the sign of a NaN and of 0 too. The 16 digits of format 3 do not always give back the last bit.
+    /// @throws KVOSrvMtxOpenFileException, KVOSrvMtxFileWriteFailure with the path
+    void ExportTriplets(char const* path) const;
+
     /// The matrix in a Matrix Market file: coordinate or array; real, integer or pattern, whose entries are 1; general,
     /// symmetric or skew-symmetric; in full storage. A new one that the caller deletes. Entries of equal place are
     /// summed, zeros of an array are not stored.

@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import os
-import re
 import stat
 from contextlib import contextmanager
 from typing import Any, Iterator, Union
@@ -15,39 +14,23 @@ from ._matrix import Matrix, TransposedMatrix, scratch
 from ._part import Part
 from ._sparse import HalfStorage, SparseMatrix, core_of, csr_of, is_sparse
 
-_ENDINGS = {
-    ".mtx": -1,
-    ".records": 0,
-    ".triplets": 3,
-    ".txt": 3,
-    ".nodes": 4,
-    ".csv": 5,
-    ".chunks": 6,
-    ".dense": 7,
-}
-_READ_ONLY = (0, 1, 2)
+# The numbers of the library's formats that are spoken of here.
+_TRIPLETS, _NODES, _CHUNKS, _DENSE, _MATRIX_MARKET, _DATABASE, _MATLAB = 3, 4, 6, 7, 100, 101, 105
+_WRITTEN = (_TRIPLETS, _NODES, 5, _CHUNKS, _DENSE, _MATRIX_MARKET, _DATABASE)
 Format = Union[str, int, None]
 
 
-def _format_of(path: str, format: Format, reading: bool) -> int:
-    """Its number; -1 is Matrix Market, -2 a database."""
+def _format_of(path: str, format: Format, of_file) -> int:
+    """Its number, of the word or number that the caller gave, else what ``of_file`` says."""
     if format is None:
-        ending = os.path.splitext(path)[1].lower()
-        if ending == ".sim":
-            return -2
-        if ending not in _ENDINGS:
-            raise ValueError(f"{path}: the ending does not tell the format; name it, one of mtx, sim and 0 to 7")
-        number = _ENDINGS[ending]
-        # Read by their header: the reader of format 6 drops a last chunk that is full.
-        return 1 if reading and number == 6 else number
-    word = str(format).lower()
-    if word == "sim":
-        return -2
-    if "." + word in _ENDINGS:
-        return _ENDINGS["." + word]
-    if not re.fullmatch("[0-7]", word):
-        raise ValueError(f'"{format}" is no format; formats are mtx, sim and the numbers 0 to 7')
-    return int(word)
+        number = of_file(path)
+        if number < 0:
+            raise ValueError(f"{path}: nothing tells the format; name it, one of mtx, sim, hb, npz, npy, mat and 0 to 7")
+        return number
+    number = _core.format_of_word(str(format).lower())
+    if number < 0:
+        raise ValueError(f'"{format}" is no format; formats are mtx, sim, hb, npz, npy, mat and the numbers 0 to 7')
+    return number
 
 
 def read(path: str | os.PathLike, format: Format = None):
@@ -56,10 +39,10 @@ def read(path: str | os.PathLike, format: Format = None):
     Parameters
     ----------
     path : path
-        A file whose ending tells its format (.mtx, .records, .triplets, .txt, .chunks, .dense), or ``FILE.sim`` or ``FILE.sim:NAME`` for
-        the only, or the named, matrix of a database.
+        A file of any format of docs/sparse-files.md, texts also compressed by gzip or zstd; ``FILE.sim`` or ``FILE.sim:NAME`` for the only,
+        or the named, matrix of a database; ``FILE.mat`` or ``FILE.mat:NAME`` for a variable of MATLAB's level 7.3.
     format : str or int, optional
-        "mtx", "sim" or a number of docs/sparse-files.md, where the ending does not tell it.
+        "mtx", "sim", "hb", "npz", "npy", "mat" or a number, where neither the content nor the ending tells it.
 
     Returns
     -------
@@ -72,15 +55,15 @@ def read(path: str | os.PathLike, format: Format = None):
         Where the file cannot be opened or is not as it should be; the report says in what line.
     """
     text = os.fspath(path)
-    database, sign, name = text.rpartition(":")
-    if sign and not os.path.exists(text) and (format is not None or database.lower().endswith(".sim")):
-        text = database
+    file, sign, name = text.rpartition(":")
+    if sign and not os.path.exists(text) and (format is not None or os.path.exists(file) or file.lower().endswith((".sim", ".mat"))):
+        text = file
     else:
         name = ""
-    number = _format_of(text, format, True)
-    if number == -2:
+    number = _format_of(text, format, _core.format_to_read if os.path.exists(text) else lambda _: _TRIPLETS)
+    if number == _DATABASE or (format is None and text.lower().endswith(".sim")):
         return _read_stored(text, name)
-    core = _core.Sparse.read(text, number)
+    core = _core.Sparse.read(text, number, name)
     return csr_of((core.in_full_storage() if core.half else core).rows(), core.shape)
 
 
@@ -138,10 +121,10 @@ def write(path: str | os.PathLike, matrix: Any, format: Format = None, nodes: An
         Where the file cannot be written.
     """
     text = os.fspath(path)
-    number = _format_of(text, format, False)
-    if number in _READ_ONLY:
-        raise ValueError(f"{text}: format {number} can be read only; write mtx, sim, 3, 4, 5, 6 or 7")
-    if number == -2:
+    number = _format_of(text, format, _core.format_of_name)
+    if number not in _WRITTEN:
+        raise ValueError(f"{text}: this format can be read only; write mtx, sim, 3, 4, 5, 6 or 7")
+    if number == _DATABASE:
         from ._database import open
 
         with open(text, "w") as database:
@@ -152,12 +135,12 @@ def write(path: str | os.PathLike, matrix: Any, format: Format = None, nodes: An
         numbering = np.ascontiguousarray(nodes, dtype=np.int32)
         if numbering.ndim != 2 or numbering.shape[1] != 2:
             raise ValueError("nodes has a row of node and degree of freedom for each row of the matrix")
-    elif number == 4:
+    elif number == _NODES:
         raise ValueError(f"{text}: format 4 needs the node and the degree of freedom of each row")
-    dense = _dense(matrix) if number in (-1, 7) else None
+    dense = _dense(matrix) if number in (_MATRIX_MARKET, _DENSE) else None
     with _replaced(text) as name:
         if dense is not None:
-            dense._store.export(name, number == -1)
+            dense._store.export(name, number == _MATRIX_MARKET)
         else:
             _core_for(number, matrix).write(name, number, numbering)
 
@@ -179,13 +162,13 @@ def _dense(matrix: Any) -> Matrix | None:
 
 def _core_for(number: int, matrix: Any) -> "_core.Sparse":
     core = core_of(np.asarray(matrix) if isinstance(matrix, (Matrix, TransposedMatrix)) else matrix)
-    if number == 6:
+    if number == _CHUNKS:
         return core if core.half else core.in_half_storage()
-    if number == -1:
+    if number == _MATRIX_MARKET:
         return core
     core = core.in_full_storage() if core.half else core
     rows, columns = core.shape
-    if number == 3:
+    if number == _TRIPLETS:
         if (rows == 0) != (columns == 0):
             raise ValueError(f"text triplets cannot hold a matrix of {rows} x {columns}; write it as .mtx")
         core = _with_corner(core)

@@ -10,6 +10,7 @@
 
 #include "KVOBasLeftover.h"
 #include "KVOMtxLinearAlgebra.h"
+#include "KVOSrvMatrixFile.h"
 #include "KVOSrvUtilities.h"
 
 #include <pybind11/stl.h>
@@ -109,6 +110,14 @@ void DefineDense(py::module_& core)
     core.def("multiply_rows_transposed", &MultiplyRowsTransposed);
 }
 
+// Formats by their numbers; -1 is none.
+void DefineFormats(py::module_& core)
+{
+    core.def("format_of_word", [](std::string const& word) { return static_cast<int>(KVOSrvMatrixFile::FormatOfWord(word.c_str())); });
+    core.def("format_of_name", [](std::string const& path) { return static_cast<int>(KVOSrvMatrixFile::FormatOfName(path.c_str())); });
+    core.def("format_to_read", [](std::string const& path) { return static_cast<int>(KVOSrvMatrixFile::FormatToRead(path.c_str())); });
+}
+
 void DefineSparse(py::module_& core)
 {
     py::class_<Sparse, std::shared_ptr<Sparse>>(core, "Sparse")
@@ -156,6 +165,7 @@ PYBIND11_MODULE(_core, core)
     DefineDense(core);
     DefineSparse(core);
     DefineFolderMark(core);
+    DefineFormats(core);
     core.def("find_modes", &FindModes);
     core.def("empty", &NewArray);
     core.def("set_scratch_folder", [](std::string const& path) { KVOSrvUtilities::SetTempDirectory(cow_String(path.c_str())); });

@@ -8,6 +8,7 @@
 #include "KVOFsmSystemDofDefinition.h"
 #include "KVOSimCollection.h"
 #include "KVOSimTransfer.h"
+#include "KVOSrvMatrixFile.h"
 #include "KVOSrvUtilities.h"
 
 #include <algorithm>
@@ -75,16 +76,10 @@ std::shared_ptr<Sparse> Sparse::FromDatabase(Database& database, Place const& pl
     return Alone({&database}, [&] { return std::make_shared<Sparse>(std::make_unique<KVOSrvSparseMatrix>(database.IdOf(place))); });
 }
 
-std::shared_ptr<Sparse> Sparse::Read(std::string const& path, int format)
+std::shared_ptr<Sparse> Sparse::Read(std::string const& path, int format, std::string const& variable)
 {
     return Interruptible([&] {
-        return Make([&] {
-            if (format < 0)
-                return KVOSrvSparseMatrix::ReadMatrixMarket(path.c_str());
-            auto matrix = std::make_unique<KVOSrvSparseMatrix>(0, 0);
-            matrix->Import(path.c_str(), format);
-            return matrix;
-        });
+        return Make([&] { return KVOSrvMatrixFile::Read(path.c_str(), static_cast<KVOSrvMatrixFormat>(format), variable.c_str()); });
     });
 }
 
@@ -113,8 +108,10 @@ void Sparse::Write(std::string const& path, int format, std::optional<py::array_
     Interruptible([&] {
         Alone({this}, [&] {
             KVOFsmSystemDofDefinition const definition(static_cast<int>(nodes.size()), nodes.data(), dofs.data());
-            if (format < 0)
+            if (format == static_cast<int>(KVOSrvMatrixFormat::kMatrixMarket))
                 m_matrix->ExportMatrixMarket(path.c_str());
+            else if (format == static_cast<int>(KVOSrvMatrixFormat::kTriplets))
+                m_matrix->ExportTriplets(path.c_str());
             else
                 m_matrix->Export(path.c_str(), format, numbering ? &definition : nullptr);
         });

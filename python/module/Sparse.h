@@ -26,7 +26,7 @@ public:
                                             std::optional<pybind11::array_t<double>> const& diagonal);
     static std::shared_ptr<Sparse> FromDatabase(Database& database, Place const& place);
     /// @param format  as in MatrixName of the files: 0 to 7, -1: Matrix Market
-    static std::shared_ptr<Sparse> Read(std::string const& path, int format);
+    static std::shared_ptr<Sparse> Read(std::string const& path, int format, std::string const& variable);
 
     KVOSrvSparseMatrix const& Matrix() const noexcept { return *m_matrix; }
     bool IsHalfStored() const { return m_matrix->Rows().diagonal != nullptr; }

@@ -96,7 +96,7 @@ def test_files_of_every_format(ending):
                 back = sp.coo_array((table[:, 2], (table[:, 0], table[:, 1])), whole.shape)
             else:
                 back = kvo.read(f"a.{ending}")
-        assert abs(back - whole).max() <= 1e-15 * abs(whole).max()  # sixteen digits of a text
+        assert abs(back - whole).max() <= (1e-15 if ending in ("csv", "nodes") else 0) * abs(whole).max()  # sixteen digits of a text
     if ending in ("mtx", "dense", "sim"):
         dense = random.random((5, 4))
         kvo.write(f"d.{ending}", dense)
@@ -154,7 +154,8 @@ def test_files_that_are_read_only_and_wrong_ones(tmp_path):
     )
     np.testing.assert_array_equal(kvo.read("a.records").toarray(), [[4, 1], [1, 3]])
     (tmp_path / "old").write_text("1 1 2.5 2 2 -1")
-    np.testing.assert_array_equal(kvo.read("old", 2).toarray(), [[2.5, 0], [0, -1]])
+    for number in (2, None):
+        np.testing.assert_array_equal(kvo.read("old", number).toarray(), [[2.5, 0], [0, -1]])
     assert equal(kvo.read(DATA / "west0479.mtx"), sp.csr_array(scipy.io.mmread(DATA / "west0479.mtx")))
     (tmp_path / "bad.mtx").write_text("%%MatrixMarket matrix coordinate real general\n2 2 1\n3 1 1.0\n")
     with pytest.raises(kvo.MalformedFileError) as caught:
@@ -163,7 +164,8 @@ def test_files_that_are_read_only_and_wrong_ones(tmp_path):
     with pytest.raises(kvo.OpenFileError) as caught:
         kvo.read("none.mtx")
     assert caught.value.number == 202 and isinstance(caught.value, OSError)
-    for call in (lambda: kvo.read("a.what"), lambda: kvo.write("a.records", np.eye(2)), lambda: kvo.write("a.nodes", np.eye(2)),
+    (tmp_path / "old2").write_text("?")
+    for call in (lambda: kvo.read("old2"), lambda: kvo.write("a.records", np.eye(2)), lambda: kvo.write("a.nodes", np.eye(2)),
                  lambda: kvo.write("a.chunks", np.array([[1.0, 2], [3, 4]]))):
         with pytest.raises(ValueError):
             call()

@@ -65,7 +65,14 @@ TEST(BadInput, MalformedFilesAreReportedByPlaceAndOthersRecognised)
     close(other);
     std::filesystem::create_directory(tool / "k.sim.journal");
     ExpectFailure(tool, {"info", "k.sim:0"}, 3, "k.sim.journal: ");
-    ExpectFailure(tool, {"info", "matrix.unknown"}, 2, "the ending of the file does not tell its format");
+    WriteFile(tool / "matrix.unknown", "?");
+    WriteFile(tool / "c.mtx", "%%MatrixMarket matrix coordinate complex general\n1 1 1\n1 1 2 3\n");
+    ExpectFailure(tool, {"info", "matrix.unknown"}, 2, "neither its ending nor its content tells its format");
+    ExpectFailure(tool, {"info", "missing"}, 3, "missing: cannot be read: No such file");
+    ExpectFailure(tool, {"convert", "c.mtx", "c.txt"}, 3, "c.mtx: line 1: a complex matrix cannot be held");
+    EXPECT_EQ(tool.Json({"info", "c.mtx", "--imaginary"}).at("largest_value"), 3.0);
+    ExpectFailure(tool, {"convert", "c.mtx", "-"}, 2, "the standard output has no ending that tells the format");
+    ExpectFailure(tool, {"make-brick", "1", "1", "1", "-", "m.mtx", "--format", "mtx"}, 2, "do not go to the standard output");
 }
 
 // Wherever a database is damaged: it is the input that is at fault, also where a product finds it in the middle.

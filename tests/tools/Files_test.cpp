@@ -74,6 +74,21 @@ TEST(Files, RepeatedPairsAreSummed)
     }
 }
 
+// Every bit of every value, also through the standard streams, whose content tells the format.
+TEST(Files, TripletsAndStreamsGiveBackEveryBit)
+{
+    Tool tool;
+    std::string const text =
+        kGeneral + "2 5 7\n1 1 0.1\n1 2 -0\n1 3 5e-324\n1 4 inf\n1 5 -nan\n2 1 1.7976931348623157e+308\n2 5 2.0000000000000004\n";
+    WriteFile(tool / "a.mtx", text);
+    tool.inChild = [] { dup2(open("a.mtx", O_RDONLY), STDIN_FILENO); };
+    WriteFile(tool / "piped", tool.Do({"convert", "-", "-", "--to", "txt"}));
+    EXPECT_EQ(tool.Do({"convert", "piped", "-", "--to", "mtx"}), text);
+    EXPECT_EQ(tool.Json({"info", "-"}).at("entries"), 7);
+    tool.Do({"convert", "-", "a.sim"});
+    EXPECT_NE(tool.Do({"db", "ls", "a.sim"}).find("from standard input (SHA-256 "), std::string::npos);
+}
+
 // The size of a text is that of its largest indices.
 TEST(Files, TripletsKeepEmptyLastRowsAndColumns)
 {

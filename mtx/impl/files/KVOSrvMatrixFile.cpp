@@ -2,17 +2,19 @@
 
 #include "KVOSrvMatrixFile.h"
 
+#include "HarwellBoeing.h"
 #include "InputText.h"
 #include "KVOSrvMtxExceptions.h"
 #include "KVOSrvSparseMatrix.h"
 #include "MalformedFile.h"
+#include "MatlabFile.h"
 #include "MatrixMarket.h"
 #include "MatrixShapes.h"
+#include "NumpyFiles.h"
 
 #include <algorithm>
 #include <string>
 #include <string_view>
-#include <utility>
 
 using enum KVOSrvMatrixFormat;
 
@@ -28,7 +30,8 @@ struct Name {
 
 constexpr Name kNames[] = {
     {"mtx", kMatrixMarket}, {"sim", kDatabase}, {"records", kRecords}, {"triplets", kTriplets}, {"txt", kTriplets},
-    {"nodes", kNodes},      {"csv", kLines},    {"chunks", kChunks},   {"dense", kDense},
+    {"nodes", kNodes},      {"csv", kLines},    {"chunks", kChunks},   {"dense", kDense},       {"hb", kHarwellBoeing},
+    {"rb", kHarwellBoeing}, {"npz", kScipy},    {"npy", kNumpy},       {"mat", kMatlab},
 };
 
 KVOSrvMatrixFormat FormatOf(std::string_view word)
@@ -37,16 +40,23 @@ KVOSrvMatrixFormat FormatOf(std::string_view word)
     return name != std::end(kNames) ? name->format : kUnknown;
 }
 
+std::string LowerCase(char const* text)
+{
+    std::string lower = text != nullptr ? text : "";
+    std::ranges::transform(lower, lower.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+    return lower;
+}
+
 struct Mark {
-    std::int64_t place;
-    std::string_view bytes;
+    std::string_view bytes; // at the begin
     KVOSrvMatrixFormat format;
 };
 
 constexpr std::string_view kHdf5 = "\x89HDF\r\n\x1a\n";
 constexpr Mark kMarks[] = {
-    {0, MatrixMarket::kMark, kMatrixMarket},
-    {0, kHdf5, kDatabase},
+    {MatrixMarket::kMark, kMatrixMarket}, {kHdf5, kDatabase}, {"PK\3\4", kScipy}, {"\x93NUMPY", kNumpy},
+    {"MATLAB 5.0 MAT-file", kMatlab}, // which its reader refuses in its own words
+    {"MATLAB 7.3 MAT-file", kMatlab},
 };
 
 /// The text that a file begins with.
@@ -72,9 +82,9 @@ struct Beginning {
 KVOSrvMatrixFormat FormatOfMarks(std::string_view text)
 {
     for (Mark const& mark : kMarks)
-        if (std::cmp_greater_equal(text.size(), mark.place) && text.substr(static_cast<std::size_t>(mark.place)).starts_with(mark.bytes))
+        if (text.starts_with(mark.bytes))
             return mark.format;
-    return kUnknown;
+    return HarwellBoeing::LooksLike(text) ? kHarwellBoeing : kUnknown;
 }
 
 KVOSrvMatrixFormat FormatOfShape(Beginning& begin)
@@ -93,7 +103,7 @@ KVOSrvMatrixFormat FormatOfShape(Beginning& begin)
 
 bool IsText(KVOSrvMatrixFormat format)
 {
-    return format == kMatrixMarket || format == kTriplets || format == kTriplets2;
+    return format == kMatrixMarket || format == kHarwellBoeing || format == kTriplets || format == kTriplets2;
 }
 
 } // namespace
@@ -108,12 +118,8 @@ KVOSrvMatrixFormat KVOSrvMatrixFile::FormatOfWord(char const* word)
 
 KVOSrvMatrixFormat KVOSrvMatrixFile::FormatOfName(char const* path)
 {
-    std::string name = path != nullptr ? path : "";
-    std::ranges::transform(name, name.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+    std::string name = LowerCase(path);
     name.erase(0, name.rfind('/') + 1);
-    for (std::string_view const compressed : {".gz", ".zst"})
-        if (name.ends_with(compressed))
-            name.resize(name.size() - compressed.size());
     std::size_t const dot = name.rfind('.');
     return dot != std::string::npos && dot > 0 ? FormatOf(std::string_view(name).substr(dot + 1)) : kUnknown;
 }
@@ -133,7 +139,11 @@ KVOSrvMatrixFormat KVOSrvMatrixFile::FormatToRead(char const* path)
 {
     if (KVOSrvMatrixFormat const marked = FormatOfContent(path, true); marked != kUnknown)
         return marked;
-    KVOSrvMatrixFormat const named = FormatOfName(path);
+    std::string name = LowerCase(path);
+    for (std::string_view const compressed : {".gz", ".zst"})
+        if (name.ends_with(compressed))
+            name.resize(name.size() - compressed.size());
+    KVOSrvMatrixFormat const named = FormatOfName(name.c_str());
     // Read by their header, not as format 6: that reader deliberately drops a last chunk that is full.
     return named == kUnknown ? FormatOfContent(path) : named == kChunks ? kChunksAsStored : named;
 }
@@ -164,19 +174,19 @@ char const* KVOSrvMatrixFile::Describe(KVOSrvMatrixFormat format)
     case kHarwellBoeing:
         return "Harwell-Boeing";
     case kScipy:
-        return "scipy's .npz";
+        return "scipy .npz";
     case kNumpy:
-        return "NumPy's .npy";
+        return "NumPy .npy";
     case kMatlab:
-        return "MATLAB's .mat";
+        return "MATLAB .mat";
     case kUnknown:
         break;
     }
     return "no known format";
 }
 
-std::unique_ptr<KVOSrvSparseMatrix> KVOSrvMatrixFile::Read(char const* path, KVOSrvMatrixFormat format,
-                                                           [[maybe_unused]] char const* variable, KVOSrvMatrixPart part)
+std::unique_ptr<KVOSrvSparseMatrix> KVOSrvMatrixFile::Read(char const* path, KVOSrvMatrixFormat format, char const* variable,
+                                                           KVOSrvMatrixPart part)
 {
     if (format == kUnknown)
         format = FormatToRead(path);
@@ -191,6 +201,14 @@ std::unique_ptr<KVOSrvSparseMatrix> KVOSrvMatrixFile::Read(char const* path, KVO
     switch (format) {
     case kMatrixMarket:
         return MatrixMarket::Read(path, part);
+    case kHarwellBoeing:
+        return HarwellBoeing::Read(path, part);
+    case kScipy:
+        return NumpyFiles::ReadSparse(path, part);
+    case kNumpy:
+        return NumpyFiles::ReadArray(path, part);
+    case kMatlab:
+        return MatlabFile::Read(path, variable, part);
     case kRecords:
     case kChunksAsStored:
     case kTriplets2:

@@ -97,3 +97,9 @@ void KVOSrvSparseMatrix::Export(char const* path, int format, KVOFsmSystemDofDef
         return WriteDense(rows, path);
     }
 }
+
+void KVOSrvSparseMatrix::ExportTriplets(char const* path) const
+{
+    RequireAssembled("ExportTriplets");
+    WriteExactTriplets(View(), path);
+}

@@ -28,7 +28,8 @@ void ReadTriplets(char const* path, TakeEntries const& take);
 std::pair<int, int> ReadDense(char const* path, TakeEntries const& take); // rows and columns
 
 // What can be refused is refused before the file is touched.
-void WriteTriplets(KVOSrvSparseRows const& rows, char const* path);                                            // format 3
+void WriteTriplets(KVOSrvSparseRows const& rows, char const* path);      // format 3
+void WriteExactTriplets(KVOSrvSparseRows const& rows, char const* path); // the same, values by their shortest digits
 void WriteNodesAndDofs(KVOSrvSparseRows const& rows, char const* path, KVOFsmSystemDofDefinition const* dofs); // 4
 void WriteCommaSeparated(KVOSrvSparseRows const& rows, char const* path);                                      // 5
 void WriteChunks(KVOSrvSparseRows const& rows, char const* path);                                              // 6

@@ -32,6 +32,7 @@ public:
     explicit TextLines(Target& target) : m_target(target) {}
 
     /// Writes the integers, each with `separator` behind it, then the padding, the value and the end of the line.
+    template<bool shortest = false>
     void Line(int first, std::initializer_list<int> others, char separator, char const* padding, double value)
     {
         char* text = WriteFirst(m_target.Room(kLongestLine), first);
@@ -42,7 +43,7 @@ public:
         *text++ = separator;
         for (; *padding != '\0'; ++padding)
             *text++ = *padding;
-        text = MatrixText::WriteValue(text, value);
+        text = shortest ? MatrixText::WriteShortest(text, value) : MatrixText::WriteValue(text, value);
         *text++ = '\n';
         m_target.Commit(text);
     }
@@ -146,25 +147,42 @@ std::int64_t LengthOf(KVOSrvSparseRows const& rows, int row)
 
 } // namespace
 
-// "%ld %ld %18.15le\n", 1-based. A half-stored matrix is written in full, its diagonal first.
-void KVOSrvSparseImExPorter::WriteTriplets(KVOSrvSparseRows const& rows, char const* path)
+namespace
+{
+
+// 1-based. A half-stored matrix is written in full, its diagonal first.
+template<bool shortest>
+void WriteTripletLines(KVOSrvSparseRows const& rows, char const* path)
 {
     OutputFile file(path, OutputFile::Existing::kTruncate, kPermissions);
     bool const half = rows.diagonal != nullptr;
     WriteRows(
         file, half ? rows.rows : 0, [](int) { return std::int64_t{1}; },
-        [&](auto& lines, int i) { lines.Line(i + 1, {i + 1}, ' ', "", rows.diagonal[i]); });
+        [&](auto& lines, int i) { lines.template Line<shortest>(i + 1, {i + 1}, ' ', "", rows.diagonal[i]); });
     WriteRows(
         file, rows.rows, [&](int i) { return (half ? 2 : 1) * LengthOf(rows, i); },
         [&](auto& lines, int i) {
             for (unsigned k = rows.rowStart[i]; k < rows.rowStart[i + 1]; ++k) {
                 int const row = i + 1, column = rows.columnIndices[k] + 1;
-                lines.Line(row, {column}, ' ', "", rows.values[k]);
+                lines.template Line<shortest>(row, {column}, ' ', "", rows.values[k]);
                 if (half)
-                    lines.Line(column, {row}, ' ', "", rows.values[k]);
+                    lines.template Line<shortest>(column, {row}, ' ', "", rows.values[k]);
             }
         });
     file.Close();
+}
+
+} // namespace
+
+// "%ld %ld %18.15le\n"
+void KVOSrvSparseImExPorter::WriteTriplets(KVOSrvSparseRows const& rows, char const* path)
+{
+    WriteTripletLines<false>(rows, path);
+}
+
+void KVOSrvSparseImExPorter::WriteExactTriplets(KVOSrvSparseRows const& rows, char const* path)
+{
+    WriteTripletLines<true>(rows, path);
 }
 
 // "%d,%d,%d,%d,%18.15e\n": node and degree of freedom of the row, the same of the column or, when the matrix is not square, the 0-based

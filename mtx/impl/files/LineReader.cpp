@@ -101,6 +101,11 @@ void LineReader::RequireEndOfLine()
         RefuseWord("the end of the line", word);
 }
 
+bool LineReader::IsAtEnd() const noexcept
+{
+    return std::all_of(m_word, m_lineEnd, MatrixText::IsSpace);
+}
+
 void LineReader::RefuseWord(std::string const& expected, std::string_view found) const
 {
     Refuse("expected " + expected + ", found " + (found.empty() ? "the end of the line" : Quoted(found)));

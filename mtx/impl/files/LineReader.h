@@ -27,6 +27,10 @@ public:
     /// A whole number from `first` to `last`. @param what  as "the number of rows"
     std::int64_t TakeIntegerIn(std::int64_t first, std::int64_t last, char const* what);
     void RequireEndOfLine();
+    /// Whether nothing but white space is left of the line.
+    bool IsAtEnd() const noexcept;
+    /// What is left of the line.
+    std::string_view Rest() const noexcept { return {m_word, static_cast<std::size_t>(m_lineEnd - m_word)}; }
 
     /// Refuse the line; in front of the first one, as the first.
     [[noreturn]] void RefuseWord(std::string const& expected, std::string_view found) const;

@@ -9,6 +9,7 @@
 #include "MatrixWriter.h"
 #include "OutputFile.h"
 #include "Progress.h"
+#include "StandardStreams.h"
 #include "Validators.h"
 
 #include "KVOSrvMtxExceptions.h"
@@ -124,6 +125,8 @@ void RunBrick(Options options)
     MatrixName const stiffnessName = ParseMatrixName(options.stiffness, options.format, false);
     MatrixName const massName = ParseMatrixName(options.mass, options.format, false);
     RequireSeparateFiles({stiffnessName.path, massName.path, options.coordinates}, {});
+    if (stiffnessName.path == kStandardStream || massName.path == kStandardStream)
+        throw ToolError(ExitCode::kUsage, "two matrices do not go to the standard output; name files");
     MatrixWriter stiffnessWriter(stiffnessName), massWriter(massName);
     std::optional<OutputFile> coordinates;
     if (!options.coordinates.empty())

@@ -7,6 +7,7 @@
 #include "MatrixWriter.h"
 #include "OutputFile.h"
 #include "ScratchFolder.h"
+#include "StandardStreams.h"
 #include "StatedBytes.h"
 
 #include "KVOFsmSystemDofDefinition.h"
@@ -71,8 +72,9 @@ void RunConvert(Options const& options)
     auto const matrix = ReadMatrix(input);
     writer.Prepare(*matrix, &input);
     writer.Commit();
-    std::printf("%s: %d x %d, %s\n", output.path.c_str(), matrix->NumberOfRows(), matrix->NumberOfColumns(),
-                DescribeFormat(output.format).c_str());
+    if (output.path != kStandardStream)
+        std::printf("%s: %d x %d, %s\n", output.path.c_str(), matrix->NumberOfRows(), matrix->NumberOfColumns(),
+                    DescribeFormat(output.format).c_str());
 }
 
 } // namespace

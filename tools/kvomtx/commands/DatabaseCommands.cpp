@@ -9,6 +9,7 @@
 #include "MatrixWriter.h"
 #include "Progress.h"
 #include "ScratchFolder.h"
+#include "StandardStreams.h"
 #include "StatedBytes.h"
 
 #include "KVOSimCSet.h"
@@ -217,7 +218,8 @@ void RunExport(std::string const& path, std::string const& id, std::string const
         writer.Prepare(*ReadMatrix(source));
         writer.Commit();
     }
-    std::printf("%s: %s\n", output.c_str(), DescribeFormat(target.format).c_str());
+    if (output != kStandardStream)
+        std::printf("%s: %s\n", output.c_str(), DescribeFormat(target.format).c_str());
 }
 
 } // namespace

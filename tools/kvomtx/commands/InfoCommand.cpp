@@ -41,6 +41,7 @@ struct Options {
     std::string format;
     std::string memory;
     std::string scratch;
+    bool imaginary = false;
     bool isDeep = false;
     bool json = false;
 };
@@ -54,7 +55,9 @@ void RunInfo(Options const& options)
     if (options.isDeep)
         scratch.emplace(options.scratch);
     MemoryForFiles const memory(options.memory, scratch ? scratch->Path() : options.scratch);
-    MatrixName const name = ParseMatrixName(options.file, options.format, true);
+    MatrixName name = ParseMatrixName(options.file, options.format, true);
+    if (!isPair)
+        name.part = options.imaginary ? KVOSrvMatrixPart::kImaginary : KVOSrvMatrixPart::kReal;
     ExamineLimits const limits{StatedBytes(options.memory), options.isDeep, options.isDeep};
     if (!isPair) {
         MatrixDiagnosis const facts = Examine(name, limits).diagnosis;
@@ -78,6 +81,7 @@ void AddInfoCommand(CLI::App& app, Command& chosen)
     AddOption(info, "M", options->mass, "Mass matrix: FILE is the stiffness then, and the two are examined as a pair", RequireName);
     AddOption(info, "--fail-on", options->failOn, "Fail where one of these words, separated by commas, holds; see below", RequireFailWords);
     AddOption(info, "--format", options->format, "Format of FILE, when its ending does not tell it (see convert --help)");
+    AddFlag(info, "--imaginary", options->imaginary, "Of a complex matrix: the imaginary parts instead of the real ones");
     AddFlag(info, "--deep", options->isDeep, "Also what takes a factorization: definiteness, condition");
     AddFlag(info, "--json", options->json, "Print one JSON object");
     AddMemory(info, options->memory, "reading and the diagnosis");

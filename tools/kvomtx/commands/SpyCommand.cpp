@@ -73,7 +73,9 @@ IndexRange RangeOf(std::string const& text, char const* option, int size)
 
 void RunSpy(Options const& options)
 {
-    MatrixName const name = ParseMatrixName(options.file, options.format, true);
+    MatrixName name = ParseMatrixName(options.file, options.format, true);
+    if (!options.byMagnitude)
+        name.part = KVOSrvMatrixPart::kReal; // of a complex matrix both have entries at the same places
     MemoryForFiles const memory(options.memory, ScratchFolder::FolderOf(options.output));
     RequireSeparateFiles({options.output}, {name.path});
     PictureFile picture(options.output);

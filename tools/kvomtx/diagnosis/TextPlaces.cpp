@@ -75,6 +75,7 @@ private:
 struct Banner {
     bool isArray = false;
     bool isTriangle = false; // a place stands for its mirror image, too
+    bool isStrict = false;   // without the diagonal
     int rows = 0;
     int columns = 0;
 };
@@ -96,7 +97,9 @@ Banner ReadBanner(Words& words)
     words.Word();
     banner.isArray = words.Word() == "array";
     words.Word();
-    banner.isTriangle = words.Word() != "general";
+    std::string const symmetry = words.Word();
+    banner.isTriangle = symmetry != "general";
+    banner.isStrict = symmetry == "skew-symmetric";
     words.SkipLine();
     if (NextData(words)) {
         banner.rows = static_cast<int>(words.Number());
@@ -122,7 +125,7 @@ void ForEachPlace(Words& words, Take const& take)
 template<class Take>
 void ForEachPlace(Words& words, Banner const& banner, Take const& take)
 {
-    for (int row = 0, column = 0; NextData(words); words.SkipLine()) {
+    for (int row = banner.isStrict ? 1 : 0, column = 0; NextData(words); words.SkipLine()) {
         std::int64_t const line = words.Line();
         if (!banner.isArray) {
             row = static_cast<int>(words.Number() - 1);
@@ -131,7 +134,7 @@ void ForEachPlace(Words& words, Banner const& banner, Take const& take)
         take(row, column, line);
         if (banner.isArray && ++row == banner.rows) {
             ++column;
-            row = banner.isTriangle ? column : 0;
+            row = banner.isTriangle ? column + banner.isStrict : 0;
         }
     }
 }

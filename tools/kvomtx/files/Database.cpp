@@ -2,6 +2,7 @@
 
 #include "Errors.h"
 #include "MatrixName.h"
+#include "StandardStreams.h"
 
 #include "KVOSimCSet.h"
 #include "KVOSimCollection.h"
@@ -64,6 +65,8 @@ KVOSimDistributionID InputDatabase::Find(MatrixName const& name, MatrixKind kind
 
 OutputDatabase::OutputDatabase(std::string const& path) : m_file(path, kJournal)
 {
+    if (path == kStandardStream)
+        throw ToolError(ExitCode::kUsage, "a database cannot be written to the standard output; name a file");
     m_database.CreateFile(DRXUnicodeString(m_file.TemporaryPath().c_str()), 0);
     m_context = std::make_unique<KVOSimContext>(m_database.CreateContext());
     m_transaction = std::make_unique<KVOSimTransaction>(*m_context);

@@ -2,42 +2,15 @@
 
 #include "Errors.h"
 
-#include <algorithm>
+#include "StandardStreams.h"
+
 #include <charconv>
 #include <filesystem>
-#include <optional>
+#include <fstream>
 #include <string_view>
 
 namespace
 {
-
-struct Ending {
-    std::string_view text;
-    MatrixFormat format;
-};
-
-constexpr Ending kEndings[] = {
-    {".mtx", MatrixFormat::kMatrixMarket},  {".sim", MatrixFormat::kDatabase},  {".records", MatrixFormat::kRecords},
-    {".triplets", MatrixFormat::kTriplets}, {".txt", MatrixFormat::kTriplets},  {".nodes", MatrixFormat::kNodes},
-    {".csv", MatrixFormat::kLines},         {".chunks", MatrixFormat::kChunks}, {".dense", MatrixFormat::kDense},
-};
-
-std::optional<MatrixFormat> FormatOfWord(std::string_view word)
-{
-    if (word.size() == 1 && word[0] >= '0' && word[0] <= '7')
-        return static_cast<MatrixFormat>(word[0] - '0');
-    for (Ending const& ending : kEndings)
-        if (word == ending.text.substr(1))
-            return ending.format;
-    return std::nullopt;
-}
-
-std::optional<MatrixFormat> FormatOfFile(std::string const& path)
-{
-    std::string ending = std::filesystem::path(path).extension().string();
-    std::ranges::transform(ending, ending.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
-    return ending.empty() ? std::nullopt : FormatOfWord(std::string_view(ending).substr(1));
-}
 
 // Reads "7" or "1.7": distribution, or context and distribution.
 bool ReadPlace(std::string_view text, int& context, int& distribution)
@@ -53,25 +26,70 @@ bool ReadPlace(std::string_view text, int& context, int& distribution)
     return *first.ptr == '.' && second.ec == std::errc{} && second.ptr == end && distribution >= 0;
 }
 
+// "FILE.mat:NAME" where there is such a file, and none of the whole name.
+bool NamesVariable(std::string const& text, MatrixName& name)
+{
+    auto const sign = text.rfind(':');
+    std::error_code ignored;
+    if (sign == std::string::npos || std::filesystem::exists(text, ignored))
+        return false;
+    std::string const path = text.substr(0, sign);
+    if (KVOSrvMatrixFile::FormatOfContent(path.c_str(), true) != MatrixFormat::kMatlab)
+        return false;
+    name.path = path;
+    name.variable = text.substr(sign + 1);
+    name.format = MatrixFormat::kMatlab;
+    return true;
+}
+
+MatrixFormat FormatOfWord(std::string const& word)
+{
+    MatrixFormat const format = KVOSrvMatrixFile::FormatOfWord(word.c_str());
+    if (format == MatrixFormat::kUnknown)
+        throw ToolError(ExitCode::kUsage, "\"" + word + "\" is no format; formats are mtx, sim, hb, npz, npy, mat and the numbers 0 to 7");
+    return format;
+}
+
+MatrixFormat FormatToRead(MatrixName const& name)
+{
+    MatrixFormat const format = KVOSrvMatrixFile::FormatToRead(name.path.c_str());
+    if (format == MatrixFormat::kUnknown && std::ifstream(name.path).is_open() && !std::filesystem::is_directory(name.path))
+        throw ToolError(ExitCode::kUsage,
+                        name.text + ": neither its ending nor its content tells its format; name it, for instance by its number");
+    return format;
+}
+
+MatrixFormat FormatToWrite(std::string const& text)
+{
+    MatrixFormat const format = KVOSrvMatrixFile::FormatOfName(text.c_str());
+    if (format == MatrixFormat::kUnknown)
+        throw ToolError(ExitCode::kUsage, (text == kStandardStream ? std::string("the standard output has no ending that tells the format")
+                                                                   : text + ": the ending of the file does not tell its format") +
+                                              "; name it, for instance by its number");
+    return format;
+}
+
 } // namespace
 
 MatrixName ParseMatrixName(std::string const& text, std::string const& format, bool reading)
 {
     MatrixName name{text, text, MatrixFormat::kDatabase};
     auto const sign = text.find_last_of(":#");
-    if (sign != std::string::npos && ReadPlace(std::string_view(text).substr(sign + 1), name.context, name.distribution)) {
+    bool const inDatabase =
+        sign != std::string::npos && ReadPlace(std::string_view(text).substr(sign + 1), name.context, name.distribution);
+    if (inDatabase && !reading)
+        throw ToolError(ExitCode::kUsage, text + ": an output is a whole file; leave \"" + text.substr(sign) + "\" out");
+    if (inDatabase)
         name.path = text.substr(0, sign);
-        if (!reading)
-            throw ToolError(ExitCode::kUsage, text + ": an output is a whole file; leave \"" + text.substr(sign) + "\" out");
-        return name;
+    else
+        name.context = name.distribution = -1;
+    if (reading && name.path == kStandardStream) {
+        name.path = StandardInputFile();
+        name.text = "standard input" + text.substr(1);
     }
-    name.context = name.distribution = -1;
-    auto const found = format.empty() ? FormatOfFile(text) : FormatOfWord(format);
-    if (!found)
-        throw ToolError(ExitCode::kUsage,
-                        format.empty() ? text + ": the ending of the file does not tell its format; name it, for instance by its number"
-                                       : "\"" + format + "\" is no format; formats are mtx, sim and the numbers 0 to 7");
-    name.format = *found;
+    if (inDatabase || (reading && format.empty() && NamesVariable(text, name)))
+        return name;
+    name.format = !format.empty() ? FormatOfWord(format) : reading ? FormatToRead(name) : FormatToWrite(text);
     // Read by their header, not as format 6: that reader deliberately drops a last chunk that is full.
     if (reading && format != "6" && name.format == MatrixFormat::kChunks)
         name.format = MatrixFormat::kChunksAsStored;
@@ -80,33 +98,11 @@ MatrixName ParseMatrixName(std::string const& text, std::string const& format, b
 
 std::string DescribeFormat(MatrixFormat format)
 {
-    switch (format) {
-    case MatrixFormat::kRecords:
-        return "format 0 (record file)";
-    case MatrixFormat::kChunksAsStored:
-        return "format 1 (chunked file)";
-    case MatrixFormat::kTriplets2:
-        return "format 2 (text triplets)";
-    case MatrixFormat::kTriplets:
-        return "format 3 (text triplets)";
-    case MatrixFormat::kNodes:
-        return "format 4 (lines with node and degree of freedom)";
-    case MatrixFormat::kLines:
-        return "format 5 (comma-separated lines)";
-    case MatrixFormat::kChunks:
-        return "format 6 (chunked file)";
-    case MatrixFormat::kDense:
-        return "format 7 (dense file)";
-    case MatrixFormat::kMatrixMarket:
-        return "Matrix Market";
-    case MatrixFormat::kDatabase:
-        break;
-    }
-    return "simulation database";
+    return KVOSrvMatrixFile::Describe(format);
 }
 
-char const kFormatHelp[] = "Formats, by number and by ending:\n"
-                           "  mtx  .mtx              Matrix Market: real or integer, general or symmetric\n"
+char const kFormatHelp[] = "Formats, by word or number and by ending; what a file holds counts more than its ending:\n"
+                           "  mtx  .mtx              Matrix Market\n"
                            "  sim  .sim              simulation database; FILE.sim:ID names the matrix ID in it\n"
                            "  0    .records          record file, symmetric                        read only\n"
                            "  1                      chunked file, by its header                   read only\n"
@@ -115,4 +111,9 @@ char const kFormatHelp[] = "Formats, by number and by ending:\n"
                            "  4    .nodes            lines with node and degree of freedom         written only\n"
                            "  5    .csv              comma-separated lines, from 0                 written only\n"
                            "  6    .chunks           chunked file, symmetric (read as 1 by ending)\n"
-                           "  7    .dense            dense file";
+                           "  7    .dense            dense file\n"
+                           "  hb   .hb .rb           Harwell-Boeing, Rutherford-Boeing             read only\n"
+                           "  npz  .npz              sparse matrix of scipy                        read only\n"
+                           "  npy  .npy              array of NumPy                                read only\n"
+                           "  mat  .mat              MATLAB, level 7.3; FILE.mat:NAME a variable   read only\n"
+                           "mtx, 2, 3 and hb are also read compressed by gzip or zstd. \"-\" is the standard input or output.";

@@ -1,33 +1,25 @@
 #pragma once
 
+#include "KVOSrvMatrixFile.h"
+
 #include <string>
 
-/// How a file holds a matrix: one of the library's formats 0 to 7, or one of the two below.
-enum class MatrixFormat : int {
-    kRecords = 0,
-    kChunksAsStored = 1,
-    kTriplets2 = 2,
-    kTriplets = 3,
-    kNodes = 4,
-    kLines = 5,
-    kChunks = 6,
-    kDense = 7,
-    kMatrixMarket = 100,
-    kDatabase = 101
-};
+using MatrixFormat = KVOSrvMatrixFormat;
 
-/// What a user names as a matrix: a file, or FILE.sim:ID, a matrix in a database.
+/// What a user names as a matrix: a file, FILE.sim:ID, a matrix in a database, FILE.mat:NAME, a variable, or "-", the standard input.
 struct MatrixName {
-    std::string text; ///< as given
+    std::string text; ///< as given; "standard input" for that
     std::string path;
-    MatrixFormat format;
-    int context = -1;      ///< of a database; -1: the first
-    int distribution = -1; ///< of a database; -1: not said
+    MatrixFormat format;                              ///< unknown where nothing tells it, of a file that cannot be read
+    int context = -1;                                 ///< of a database; -1: the first
+    int distribution = -1;                            ///< of a database; -1: not said
+    std::string variable{};                           ///< of a .mat file; empty: not said
+    KVOSrvMatrixPart part = KVOSrvMatrixPart::kWhole; ///< to read of a complex matrix
 };
 
-/// @param format  number or word that the user gave; empty: by the ending of the file
-/// @param reading an input: the format of chunked files is then the one that their header decides
-/// @throws ToolError kUsage when neither tells the format
+/// @param format  number or word that the user gave; empty: by the mark or the ending of the file, else what an input looks like
+/// @param reading an input: the format of chunked files is then the one that their header decides; what comes by the standard input is read
+/// @throws ToolError kUsage when nothing tells the format, kUnreadable when the standard input cannot be read
 MatrixName ParseMatrixName(std::string const& text, std::string const& format, bool reading);
 
 /// As "format 6 (chunked file)".

@@ -68,21 +68,17 @@ std::unique_ptr<KVOSrvSparseMatrix> ReadFromDatabase(MatrixName const& name)
 std::unique_ptr<KVOSrvSparseMatrix> Import(MatrixName const& name)
 {
     try {
-        if (name.format == MatrixFormat::kMatrixMarket)
-            return KVOSrvSparseMatrix::ReadMatrixMarket(name.path.c_str());
-        auto matrix = std::make_unique<KVOSrvSparseMatrix>(0, 0);
-        matrix->Import(name.path.c_str(), static_cast<int>(name.format));
-        return matrix;
+        return KVOSrvMatrixFile::Read(name.path.c_str(), name.format, name.variable.c_str(), name.part);
     } catch (KVOSrvMtxMalformedFile const& fault) {
         std::string const kind = RecogniseOtherKind(name.path, name.format);
         throw ToolError(ExitCode::kUnreadable,
-                        name.path + ": " + fault.Place().c_str() + ": " +
+                        name.text + ": " + fault.Place().c_str() + ": " +
                             (kind.empty() ? fault.Expected() : "expected a file of " + DescribeFormat(name.format) + ", but " + kind));
     } catch (KVOSrvMtxIllegalInput const& refused) {
         std::string const text = refused.AsString().c_str();
         if (std::size_t const limit = text.find("the memory limit"); limit != std::string::npos)
-            throw ToolError(ExitCode::kCannot, name.path + ": " + text.substr(limit));
-        throw ToolError(ExitCode::kUnreadable, name.path + ": more entries than a matrix can have (2147483647); split the model");
+            throw ToolError(ExitCode::kCannot, name.text + ": " + text.substr(limit));
+        throw ToolError(ExitCode::kUnreadable, name.text + ": more entries than a matrix can have (2147483647); split the model");
     }
 }
 

@@ -26,6 +26,10 @@ void RequireWritable(MatrixName const& name, KVOFsmSystemDofDefinition const* do
     case MatrixFormat::kRecords:
     case MatrixFormat::kChunksAsStored:
     case MatrixFormat::kTriplets2:
+    case MatrixFormat::kHarwellBoeing:
+    case MatrixFormat::kScipy:
+    case MatrixFormat::kNumpy:
+    case MatrixFormat::kMatlab:
         throw ToolError(ExitCode::kUsage,
                         name.text + ": " + DescribeFormat(name.format) + " can be read only; write mtx, sim, 3, 5, 6 or 7");
     case MatrixFormat::kNodes:
@@ -106,7 +110,12 @@ void MatrixWriter::Commit()
 void MatrixWriter::Export(KVOSrvSparseMatrix const& matrix) const
 {
     try {
-        m_file->Write([&](char const* path) { matrix.Export(path, static_cast<int>(m_name.format), m_dofs); });
+        m_file->Write([&](char const* path) {
+            if (m_name.format == MatrixFormat::kTriplets)
+                matrix.ExportTriplets(path);
+            else
+                matrix.Export(path, static_cast<int>(m_name.format), m_dofs);
+        });
     } catch (KVOSrvMtxUnsupportedExpFmt const&) { // the format itself was checked
         throw ToolError(ExitCode::kCannot, m_name.path + ": the list of nodes has " + std::to_string(m_dofs->NumberOfDofs()) +
                                                " lines, the matrix " + std::to_string(matrix.NumberOfRows()) +

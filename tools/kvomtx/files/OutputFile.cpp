@@ -1,6 +1,7 @@
 #include "OutputFile.h"
 
 #include "Errors.h"
+#include "StandardStreams.h"
 
 #include "KVOSrvMtxExceptions.h"
 
@@ -70,8 +71,9 @@ OutputFile::OutputFile(std::string const& path, std::string companion) : m_path(
 {
     if (path.empty())
         throw ToolError(ExitCode::kUsage, "an output file has an empty name");
+    bool const isStream = path == kStandardStream;
     std::error_code error;
-    auto const status = std::filesystem::status(m_path, error);
+    auto const status = isStream ? std::filesystem::file_status() : std::filesystem::status(m_path, error);
     if (error == std::errc::too_many_symbolic_link_levels)
         FailToWrite(m_path, ELOOP);
     if (std::filesystem::is_directory(status))
@@ -81,7 +83,7 @@ OutputFile::OutputFile(std::string const& path, std::string companion) : m_path(
     if (std::filesystem::exists(status) && !g_replacesOlder)
         throw ToolError(ExitCode::kUnwritable, path + ": is there already; give another name, or --force, which replaces it");
     try {
-        m_folder = std::make_unique<PrivateFolder>(m_path + ".part");
+        m_folder = std::make_unique<PrivateFolder>(isStream ? FolderForStreams() : m_path + ".part");
     } catch (std::system_error const& failure) {
         FailToWrite(m_path, failure.code().value());
     }
@@ -102,6 +104,8 @@ void OutputFile::Write(std::function<void(char const* path)> const& write) const
 
 void OutputFile::Commit()
 {
+    if (m_path == kStandardStream)
+        return CopyToStandardOutput(m_temporary);
     int const file = open(TemporaryPath().c_str(), O_RDONLY | O_CLOEXEC);
     if (file < 0 || !SyncAndClose(file))
         FailToWrite(m_path, errno);

@@ -8,7 +8,7 @@
 #include <vector>
 
 /// A file that comes into being as a whole: it is written in a private folder beside its place and put there when it is complete. What
-/// stood there before stays until then.
+/// stood there before stays until then. A file named "-" is sent to the standard output instead.
 class OutputFile
 {
 public:
