@@ -40,14 +40,8 @@ private:
         double const share = consumed > 0 ? static_cast<double>(consumed) / static_cast<double>(m_source) : 1.0;
         auto const estimate = static_cast<std::int64_t>(1.02 * static_cast<double>(m_count) / std::min(share, 1.0));
         std::int64_t const capacity = std::max(estimate, m_count + m_count / 2) + count;
-        std::size_t const bytes = mem_ArrayBytes(capacity, sizeof(Entry));
-        // Large memory is moved by remapping its pages, not by copying.
-        void* const entries = mem_Realloc(m_entries.get(), bytes);
-        if (entries == nullptr)
-            throw mem_OutOfMemory(bytes);
-        static_cast<void>(m_entries.release());
-        m_entries.reset(static_cast<Entry*>(entries));
-        KVOSrvSparseSupport::UseLargePages(entries, bytes);
+        KVOSrvSparseSupport::GrowArray(m_entries, capacity);
+        KVOSrvSparseSupport::UseLargePages(m_entries.get(), mem_ArrayBytes(capacity, sizeof(Entry)));
         m_capacity = capacity;
     }
 

@@ -27,6 +27,19 @@ Array<T> AllocateArray(std::int64_t count)
     return array;
 }
 
+/// Makes it `count` elements long, the new ones not initialised. Large memory is moved by remapping its pages, not by copying, and no page
+/// is taken before it is used. @throws mem_OutOfMemory; the array is as before then
+template<class T>
+void GrowArray(Array<T>& array, std::int64_t count)
+{
+    std::size_t const bytes = mem_ArrayBytes(count, sizeof(T));
+    void* const memory = mem_Realloc(array.get(), bytes);
+    if (memory == nullptr)
+        throw mem_OutOfMemory(bytes);
+    static_cast<void>(array.release());
+    array.reset(static_cast<T*>(memory));
+}
+
 /// Gives back what lies behind the first `count` elements, if the allocator can do that.
 template<class T>
 void ShrinkArray(Array<T>& array, std::int64_t count) noexcept

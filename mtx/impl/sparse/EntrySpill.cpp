@@ -96,20 +96,9 @@ private:
     void Grow()
     {
         std::int64_t const capacity = m_capacity + m_capacity / 2;
-        Resize(m_indices, capacity);
-        Resize(m_values, capacity);
+        GrowArray(m_indices, capacity);
+        GrowArray(m_values, capacity);
         m_capacity = capacity;
-    }
-
-    template<class T>
-    static void Resize(Array<T>& array, std::int64_t count)
-    {
-        std::size_t const bytes = mem_ArrayBytes(count, sizeof(T));
-        void* const memory = mem_Realloc(array.get(), bytes);
-        if (memory == nullptr)
-            throw mem_OutOfMemory(bytes);
-        static_cast<void>(array.release());
-        array.reset(static_cast<T*>(memory));
     }
 
     void StartRowsTo(std::int64_t row) noexcept

@@ -35,18 +35,12 @@ SparseRowBuilder CountedBuilder(std::int64_t count, SparseRowBuilder::Batches ba
     return suffices ? std::move(builder) : counted();
 }
 
-// Makes the row starts last for `rows` rows, those they did not have yet being empty. Grown by the allocator and not by doubling: the case
-// is rare, and large arrays grow by remapping.
+// Makes the row starts last for `rows` rows, those they did not have yet being empty. Not by doubling: the case is rare.
 void ReserveRows(CompressedRows& rows, int count)
 {
     if (count <= rows.rows)
         return;
-    std::size_t const bytes = mem_ArrayBytes(std::int64_t{count} + 1, sizeof(unsigned));
-    void* const memory = mem_Realloc(rows.rowStart.get(), bytes);
-    if (memory == nullptr)
-        throw mem_OutOfMemory(bytes);
-    static_cast<void>(rows.rowStart.release());
-    rows.rowStart.reset(static_cast<unsigned*>(memory));
+    GrowArray(rows.rowStart, std::int64_t{count} + 1);
     std::fill(rows.rowStart.get() + rows.rows + 1, rows.rowStart.get() + count + 1, rows.rowStart[rows.rows]);
 }
 

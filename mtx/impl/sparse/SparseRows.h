@@ -16,6 +16,7 @@ constexpr KVOSrvMatrixSupport::RefusalCheck RequireFitting(kSource, "KVOSrvSpars
 using Arrays::AllocateArray;
 using Arrays::AllocateList;
 using Arrays::Array;
+using Arrays::GrowArray;
 using Arrays::ShrinkArray;
 using Arrays::UseLargePages;
 
