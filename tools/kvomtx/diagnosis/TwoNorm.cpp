@@ -13,17 +13,23 @@ double EstimateTwoNorm(KVOSrvSparseMatrix const& matrix, double largest, bool is
     if (!(largest > 0.0))
         return 0.0;
     using Vector = Quotient::Vector;
-    Vector product(static_cast<std::size_t>(matrix.NumberOfRows()));
+    Vector product(static_cast<std::size_t>(matrix.NumberOfRows())), input(static_cast<std::size_t>(matrix.NumberOfColumns()));
     Quotient quotient;
-    quotient.order = static_cast<std::size_t>(matrix.NumberOfColumns());
-    // Of the matrix over its largest value: squares would leave the range of numbers.
+    quotient.order = input.size();
+    // Of the matrix over its largest value, whose root is taken off before each product and behind it: nothing leaves the range of numbers.
+    double const root = std::sqrt(largest);
+    auto const divide = [root](Vector& vector) {
+        for (double& entry : vector)
+            entry /= root;
+    };
     quotient.numerator = [&](Vector const& x, Vector& ax) {
-        matrix.Multiply(x.data(), 1, product.data(), false);
-        for (double& entry : product)
-            entry /= largest;
+        input = x;
+        divide(input);
+        matrix.Multiply(input.data(), 1, product.data(), false);
+        divide(product);
+        divide(product); // before the second one
         matrix.Multiply(product.data(), 1, ax.data(), !isSymmetric);
-        for (double& entry : ax)
-            entry /= largest;
+        divide(ax);
     };
     quotient.denominator = [](Vector const& x, Vector& mx) { mx = x; };
     quotient.ascent = [](Vector const& x, Vector const& ax, Vector const&, double theta, Vector& direction) {
@@ -35,5 +41,5 @@ double EstimateTwoNorm(KVOSrvSparseMatrix const& matrix, double largest, bool is
 
 std::int64_t BytesOfTwoNorm(int rows, int columns)
 {
-    return std::int64_t{8} * (rows + kVectorsOfQuotient * std::int64_t{columns});
+    return std::int64_t{8} * (rows + (kVectorsOfQuotient + 1) * std::int64_t{columns});
 }
