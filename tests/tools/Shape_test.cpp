@@ -55,10 +55,10 @@ TEST(Shape, MovesTheNodesOfTheMode)
     }
     EXPECT_TRUE(0 < tops[0] && tops[0] < tops[2] && tops[2] < tops[1] && tops[1] < tops[3]) << testing::PrintToString(tops);
 
-    // Clamped: the nodes of the face x = 0 are not among the unknowns. Both other upper corners lie on the right.
-    WriteFile(tool / "nodes.txt", "1 0 0\n1 1 0\n1 0 1\n1 1 1\n");
-    WriteModel(tool, 12, {8});
-    EXPECT_THAT(tool.Do({"shape", "modes.sim", "nodes.txt", "-o", "shape.png"}), HasSubstr("displacements x 0.22\n")); // sqrt(3) / 8
+    // Clamped: the nodes of the face x = 0 are not among the unknowns. The upper corner at its end goes up.
+    WriteFile(tool / "nodes.txt", "1 0 0\n2 0 0\n1 1 0\n2 1 0\n1 0 1\n2 0 1\n1 1 1\n2 1 1\n");
+    WriteModel(tool, 24, {17});
+    EXPECT_THAT(tool.Do({"shape", "modes.sim", "nodes.txt", "-o", "shape.png"}), HasSubstr("displacements x 0.31\n")); // sqrt(6) / 8
     tool.Do({"shape", "modes.sim", "nodes.txt", "-o", "shape.svg"});
     EXPECT_TRUE(ReadFile(tool / "shape.svg").ends_with("</svg>\n"));
     tool.Do({"shape", "modes.sim", "nodes.txt", "-o", "shape.png", "--amplify", "2"});
