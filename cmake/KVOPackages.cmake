@@ -218,4 +218,11 @@ if(KVO_BUILD_MPI)
     add_dependencies(package_contents kvomtx-mpi kvomtx_mpi_manual mpi_debian_changelog)
 endif()
 
+# "cpack --config CPackSourceConfig.cmake" makes the archive that the recipes of packaging/ build from: the checkout without what is built or
+# left behind in it.
+set(CPACK_SOURCE_GENERATOR TXZ)
+set(CPACK_SOURCE_PACKAGE_FILE_NAME kvomtxlinearalgebra-${PROJECT_VERSION})
+set(CPACK_SOURCE_IGNORE_FILES "^${PROJECT_SOURCE_DIR}/(build|install)/" "/[.]git/" "/[.]git$" "/[.]cache/" "/__pycache__/" "[.]sim$" "[.]sim[.]journal$"
+    "/compile_commands[.]json$")
+
 include(CPack)

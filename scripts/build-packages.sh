@@ -8,4 +8,5 @@ scripts/build-docs.sh # the reference; nothing is done where it stands
 cmake --preset release
 cmake --build --preset release --target package_contents --parallel "$(nproc)"
 tests/install/check_packages.sh build/release cpack cmake build/packages
+tests/install/check_recipes.sh build/release cpack cmake
 printf 'Made: %s\n' build/packages/*.deb

@@ -1,6 +1,9 @@
 # Run by CPack after it packed. What its generator has no words for: packages of several architectures side by side, the names that each
 # library shows with the version that they came with (symbols), and the loader's cache by a trigger alone, without scripts.
 # "(symver)NODE VERSION" stands for all names of that node of the version script; a name without a node is an error (-c4).
+if(NOT CPACK_GENERATOR STREQUAL "DEB")
+    return() # the source archive
+endif()
 find_program(DPKG_DEB dpkg-deb REQUIRED)
 find_program(DPKG_GENSYMBOLS dpkg-gensymbols REQUIRED)
 
