@@ -27,7 +27,9 @@ namespace
 constexpr char kFooter[] = "\nEXAMPLE\n"
                            "  kvomtx convert k.mtx k.chunks         Matrix Market to a chunked file, in half storage\n"
                            "  kvomtx convert model.sim:0 k.mtx      a matrix of a database to Matrix Market\n"
-                           "  kvomtx convert data k.txt --from 7    a dense file with another ending to triplets\n\n";
+                           "  kvomtx convert data k.txt --from 7    a dense file with another ending to triplets\n"
+                           "  kvomtx convert model.mat:K k.mtx      a variable of a .mat file\n"
+                           "  zcat k.hb.gz | kvomtx convert - - --to mtx | ...\n\n";
 
 struct Options {
     std::string input;
@@ -83,9 +85,9 @@ void AddConvertCommand(CLI::App& app, Command& chosen)
 {
     auto const options = std::make_shared<Options>();
     CLI::App& convert = AddCommand(app, "convert", "A matrix file in another format", std::string(kFooter) + kFormatHelp);
-    AddRequired(convert, "IN", options->input, "Matrix file or FILE.sim:ID");
-    AddRequired(convert, "OUT", options->output, "Matrix file to write");
-    AddOption(convert, "--from", options->from, "Format of IN, when its ending does not tell it");
+    AddRequired(convert, "IN", options->input, "Matrix file, FILE.sim:ID, FILE.mat:NAME or - (standard input)");
+    AddRequired(convert, "OUT", options->output, "Matrix file to write, or - (standard output)");
+    AddOption(convert, "--from", options->from, "Format of IN, when nothing in it or its ending tells it");
     AddOption(convert, "--to", options->to, "Format of OUT, when its ending does not tell it");
     AddOption(convert, "--nodes", options->nodes, "For format 4: a file with a line \"node degree-of-freedom\" for each row", RequireName);
     AddFlag(convert, "--checksums", options->checksums, "Of a database: keep checksums of the values, for db check");

@@ -80,7 +80,7 @@ void AddInfoCommand(CLI::App& app, Command& chosen)
     AddRequired(info, "FILE", options->file, "Matrix file or FILE.sim:ID");
     AddOption(info, "M", options->mass, "Mass matrix: FILE is the stiffness then, and the two are examined as a pair", RequireName);
     AddOption(info, "--fail-on", options->failOn, "Fail where one of these words, separated by commas, holds; see below", RequireFailWords);
-    AddOption(info, "--format", options->format, "Format of FILE, when its ending does not tell it (see convert --help)");
+    AddOption(info, "--format", options->format, "Format of FILE, when nothing in it or its ending tells it (see convert --help)");
     AddFlag(info, "--imaginary", options->imaginary, "Of a complex matrix: the imaginary parts instead of the real ones");
     AddFlag(info, "--deep", options->isDeep, "Also what takes a factorization: definiteness, condition");
     AddFlag(info, "--json", options->json, "Print one JSON object");

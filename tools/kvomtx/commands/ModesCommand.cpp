@@ -386,7 +386,7 @@ void AddModesCommand(CLI::App& app, Command& chosen)
               "File of \"lambda frequency\" lines; fail where a frequency differs by 1e-8 relatively", RequireName);
     AddOption(modes, "--shift", options->settings.shift, "Begin with K + shift M instead of K");
     AddOption(modes, "--scratch", options->scratch, "Folder for scratch files (that of the output)", RequireName);
-    AddOption(modes, "--format", options->format, "Format of K and M, when their endings do not tell it (see convert --help)");
+    AddOption(modes, "--format", options->format, "Format of K and M, when nothing in them or their endings tells it (see convert --help)");
     AddFlag(modes, "--checksums", options->checksums, "Keep checksums of the values of matrices and modes, for db check");
     AddOption(modes, "--range", options->range, 2, "Find all modes from one frequency to another instead of the lowest");
     AddFlag(modes, "--rad", options->inRadians, "Frequencies are circular, omega = sqrt(lambda), in --range and in the output");

@@ -181,7 +181,8 @@ void AddProductOptions(CLI::App& command, Options& options)
     AddOption(command, "--repeat", options.repeat, "Multiply so often; the fastest counts (1)", RequireAtLeastOne);
     AddMemory(command, options.memory, "the product");
     AddOption(command, "--scratch", options.scratch, "Folder for scratch files (that of the output)", RequireName);
-    AddOption(command, "--format", options.format, "Format of the operands, when their endings do not tell it (see convert --help)");
+    AddOption(command, "--format", options.format,
+              "Format of the operands, when nothing in them or their endings tells it (see convert --help)");
     AddFlag(command, "--checksums", options.checksums, "Keep checksums of the product's values, for db check");
     AddFlag(command, "--json", options.json, "Print one JSON object");
     AddForce(command);

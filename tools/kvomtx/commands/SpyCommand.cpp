@@ -103,7 +103,7 @@ void AddSpyCommand(CLI::App& app, Command& chosen)
     AddOption(spy, "--columns", options->columns, "Draw columns A:B only", RequireRange);
     AddFlag(spy, "--magnitude", options->byMagnitude, "Colour by the size of the entries");
     AddOption(spy, "--pixels", options->pixels, "Length of the longer side (800)", 50, 8000);
-    AddOption(spy, "--format", options->format, "Format of FILE, when its ending does not tell it (see convert --help)");
+    AddOption(spy, "--format", options->format, "Format of FILE, when nothing in it or its ending tells it (see convert --help)");
     AddMemory(spy, options->memory, "reading");
     AddForce(spy);
     SetWork(spy, chosen, [options] { RunSpy(*options); });
