@@ -16,6 +16,7 @@ namespace
 constexpr char kOpening[] = "Cannot open the .mat file";
 constexpr char kReading[] = "Cannot read the .mat file";
 constexpr std::size_t kChunkCache = std::size_t{32} << 20; // compressed chunks are unpacked once for the columns that they share
+constexpr std::size_t kForChunks = kChunkCache + Hdf5Guard::kReserve;
 
 std::string TextAttribute(hid_t object, char const* name)
 {
@@ -217,25 +218,25 @@ KVOSimMatlabVariable KVOSimMatlabFile::Select(char const* name)
 
 void KVOSimMatlabFile::ReadColumnStarts(std::int64_t first, std::int64_t count, std::int64_t* starts) const
 {
-    Hdf5Guard const guard;
+    Hdf5Guard const guard(kForChunks);
     m_content->ReadList(m_content->starts, H5T_NATIVE_INT64, first, count, starts);
 }
 
 void KVOSimMatlabFile::ReadRows(std::int64_t first, std::int64_t count, std::int64_t* rows) const
 {
-    Hdf5Guard const guard;
+    Hdf5Guard const guard(kForChunks);
     m_content->ReadList(m_content->rows, H5T_NATIVE_INT64, first, count, rows);
 }
 
 void KVOSimMatlabFile::ReadValues(std::int64_t first, std::int64_t count, bool imaginary, double* values) const
 {
-    Hdf5Guard const guard;
+    Hdf5Guard const guard(kForChunks);
     m_content->ReadList(m_content->values, m_content->TypeInMemory(imaginary), first, count, values);
 }
 
 void KVOSimMatlabFile::ReadColumn(std::int64_t column, std::int64_t first, std::int64_t count, bool imaginary, double* values) const
 {
-    Hdf5Guard const guard;
+    Hdf5Guard const guard(kForChunks);
     m_content->Read(m_content->values, m_content->TypeInMemory(imaginary), {static_cast<hsize_t>(column), static_cast<hsize_t>(first)},
                     {1, static_cast<hsize_t>(count)}, values);
 }
