@@ -55,6 +55,7 @@ class Kvomtxlinearalgebra(CMakePackage):
     depends_on("lapack")
     depends_on("hdf5~mpi+shared")
     depends_on("metis@5.1:+shared~int64~real64")
+    depends_on("libzip")
     depends_on("zlib-api")
     depends_on("zstd")
     with when("+tools"):
