@@ -20,7 +20,7 @@ END
 said=$("$cmake" -P packaging/vcpkg/portfile.cmake 2>&1) && fail "vcpkg's commands are missing, but its recipe runs"
 grep -q 'Unknown CMake command "vcpkg_check_linkage"' <<<"$said" || fail "vcpkg's recipe does not parse: $said"
 bash -n packaging/build-parts.sh || fail "build-parts.sh does not parse"
-for option in $(grep -rhoE '\bKVO_[A-Z_]+' packaging | sort -u); do
+for option in $(grep -rhoE 'KVO_[A-Z_]+' packaging | sort -u); do
     grep -q "^$option:" "$build/CMakeCache.txt" || fail "a recipe gives $option, which there is not"
 done
 
