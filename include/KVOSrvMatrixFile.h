@@ -60,7 +60,7 @@ public:
     /// @throws KVOSrvMtxMalformedFile with the place, also for a complex matrix that is to be read whole, where there
     /// is no such variable or several and none is named, and where the file is like none of the formats
     /// @throws KVOSrvMtxUnsupportedImpFmt for a format that is written only, and for a database
-    /// @throws KVOSrvMtxOpenFileException with the path
+    /// @throws KVOSrvMtxOpenFileException with the path, KVOSimException where HDF5 cannot read a .mat file
     /// @throws KVOSrvMtxIllegalInput "EndAssembly" when more than INT_MAX entries would be stored, mem_OutOfMemory
     /// Under a KVOSrvProductMemory matrices are assembled within it, as AddData() and EndAssembly() are, with their
     /// errors; but formats 0, 1 and 6 hold the arrays of the result.
