@@ -132,6 +132,8 @@ KVOSrvMatrixFormat KVOSrvMatrixFile::FormatOfContent(char const* path, bool mark
         return marked == kUnknown && !marksOnly ? FormatOfShape(begin) : marked;
     } catch (KVOSrvMtxOpenFileException const&) {
         return kUnknown;
+    } catch (MalformedFile const&) { // it cannot be read; its reader will say so
+        return kUnknown;
     }
 }
 
