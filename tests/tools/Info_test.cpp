@@ -50,6 +50,8 @@ TEST(Info, TellsWhereAMatrixIsBroken)
     WriteFile(tool / "a.txt", "1 1 2 1 2\n1 2 1\n 1 2 2 -7 2 1 1\n");
     json const triplets = tool.Json({"info", "a.txt"});
     EXPECT_EQ(Lines(triplets.at("found").at("negative_diagonal")), R"({"column":2,"line":3,"row":2,"value":-7.0} )");
+    WriteFile(tool / "a.rb", "title\n 3 1 1 1\nrua 2 2 2 0\n(3i2)           (2i2)           (2f4.1)\n 1 3 3\n 1 1\n 1.0 2.0\n");
+    EXPECT_TRUE(tool.Json({"info", "a.rb"}).at("found").at("repeated").is_null()); // its reader sums without a word
     EXPECT_EQ(Lines(triplets.at("found").at("repeated")), R"({"again_line":3,"column":1,"line":2,"row":2,"value":2.0} )");
 }
 

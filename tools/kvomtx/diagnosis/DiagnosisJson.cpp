@@ -156,7 +156,7 @@ Json ToJson(MatrixDiagnosis const& facts)
                        {"zero_column", ToJson(facts.zeroColumns)},
                        {"zero_diagonal", ToJson(facts.zeroDiagonal)},
                        {"negative_diagonal", ToJson(facts.negativeDiagonal)},
-                       {"repeated", ToJson(facts.repeated)}};
+                       {"repeated", facts.repeated ? ToJson(*facts.repeated) : Json()}};
     object["asymmetry"] = ToJson(facts.asymmetry);
     object["envelope"] = ToJson(facts.envelope);
     object["reordered"] = ToJson(facts.reordered);

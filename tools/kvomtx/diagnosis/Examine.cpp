@@ -86,9 +86,16 @@ MatrixDiagnosis ExamineDense(KVOSrvDenseMatrix const& matrix, std::string const&
     MatrixDiagnosis facts = tally.Finish();
     facts.storage = "simulation database, dense matrix";
     facts.isDense = true;
+    facts.repeated.emplace();
     if (facts.IsSquare())
         facts.asymmetry = asymmetry.Result(scale);
     return facts;
+}
+
+// These hold a value for each place, or were stored by the library.
+bool NeverRepeats(MatrixFormat format)
+{
+    return format == MatrixFormat::kDense || format == MatrixFormat::kNumpy || format == MatrixFormat::kDatabase;
 }
 
 // Binary files in half storage may hold a pair again, which FullMatrix sums.
@@ -110,7 +117,7 @@ void FindLinesOf(MatrixDiagnosis& facts, MatrixName const& name)
     for (Found<EntryPlace>* const found : {&facts.nan, &facts.infinite, &facts.zeroDiagonal, &facts.negativeDiagonal})
         for (EntryPlace& place : found->first)
             wanted.push_back(&place);
-    for (RepeatedEntry& one : facts.repeated.first)
+    for (RepeatedEntry& one : facts.repeated->first)
         wanted.push_back(&one.place);
     EntryPlace pair[] = {{0, 0}, {0, 0}};
     if (facts.asymmetry && facts.asymmetry->largest > 0.0) {
@@ -148,7 +155,9 @@ ExaminedMatrix ExamineSparse(MatrixName const& name, ExamineLimits const& limits
 {
     std::unique_ptr<KVOSrvSparseMatrix> read = ReadMatrix(name);
     Progress progress("examining " + name.path);
-    Found<RepeatedEntry> repeated;
+    std::optional<Found<RepeatedEntry>> repeated;
+    if (NeverRepeats(name.format))
+        repeated.emplace();
     if (read->Rows().diagonal != nullptr)
         repeated = RepeatedPairs(read->Rows());
     std::unique_ptr<KVOSrvSparseMatrix const> matrix;

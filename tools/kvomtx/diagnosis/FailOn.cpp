@@ -66,7 +66,10 @@ constexpr MatrixWord kMatrixWords[] = {
      [](MatrixDiagnosis const& facts) {
          return facts.IsSymmetric() ? std::string() : facts.asymmetry ? AsymmetryText(*facts.asymmetry) : facts.SymmetryText();
      }},
-    {"repeated", "the file holds an entry more than once", [](MatrixDiagnosis const& facts) { return Of(facts.repeated, RepeatedText); }},
+    {"repeated", "the file holds an entry more than once",
+     [](MatrixDiagnosis const& facts) {
+         return facts.repeated && facts.repeated->count == 0 ? std::string() : RepeatedText(facts.repeated, kTold);
+     }},
     {"disconnected", "there are parts that nothing connects",
      [](MatrixDiagnosis const& facts) {
          return facts.pieces && facts.pieces->count > 1 ? Counted(facts.pieces->count, "piece") : std::string();

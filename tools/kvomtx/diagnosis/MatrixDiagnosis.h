@@ -53,10 +53,10 @@ struct MatrixDiagnosis {
     Found<int> zeroColumns;
     Found<EntryPlace> zeroDiagonal; ///< of a square matrix: 0 or without an entry
     Found<EntryPlace> negativeDiagonal;
-    Found<RepeatedEntry> repeated;
-    std::optional<Asymmetry> asymmetry; ///< of a square matrix
-    std::vector<char> holdsValue;       ///< of a square matrix, for each unknown: its row or column has a value that is not 0
-    std::vector<double> diagonal;       ///< of a square matrix; 0 without an entry
+    std::optional<Found<RepeatedEntry>> repeated; ///< none where its reader sums them without a word
+    std::optional<Asymmetry> asymmetry;           ///< of a square matrix
+    std::vector<char> holdsValue;                 ///< of a square matrix, for each unknown: its row or column has a value that is not 0
+    std::vector<double> diagonal;                 ///< of a square matrix; 0 without an entry
 
     std::int64_t lowerBandwidth = 0;
     std::int64_t upperBandwidth = 0;

@@ -45,7 +45,7 @@ void PrintMatrices(PairDiagnosis const& pair)
                    : Counted(facts.asymmetry->pairs, "pair") + ", (" + Count(facts.asymmetry->row + 1) + ", " +
                          Count(facts.asymmetry->column + 1) + ") most";
     });
-    Both("repeated entries", pair, [](Facts const& facts) { return Count(facts.repeated.count); });
+    Both("repeated entries", pair, [](Facts const& facts) { return facts.repeated ? Count(facts.repeated->count) : "not told"; });
     Both("bandwidth", pair, [](Facts const& facts) { return Count(std::max(facts.lowerBandwidth, facts.upperBandwidth)); });
     Both("connection", pair, [](Facts const& facts) { return facts.pieces ? Counted(facts.pieces->count, "piece") : "not told"; });
     Both("structural rank", pair, [](Facts const& facts) { return facts.structuralRank ? Count(*facts.structuralRank) : "not told"; });

@@ -43,12 +43,14 @@ std::string PlaceList(Found<EntryPlace> const& found, std::size_t most)
     return ListText(found, show, most);
 }
 
-std::string RepeatedText(Found<RepeatedEntry> const& found, std::size_t most)
+std::string RepeatedText(std::optional<Found<RepeatedEntry>> const& found, std::size_t most)
 {
+    if (!found)
+        return "not told";
     auto const show = [](RepeatedEntry const& one) {
         return PlaceText(one.place) + (one.againLine > 0 ? Joined(" and ", Count(one.againLine)) : "");
     };
-    return ListText(found, show, most) + (found.count > 0 ? "; summed" : "");
+    return ListText(*found, show, most) + (found->count > 0 ? "; summed" : "");
 }
 
 std::string AsymmetryText(Asymmetry const& found)

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 struct Asymmetry;
@@ -47,5 +48,5 @@ std::string ListText(Found<T> const& found, Show const& show, std::size_t most =
 std::string NumberList(Found<int> const& found, std::size_t most = kShownAtMost);
 /// With the values that are not 0 or NaN.
 std::string PlaceList(Found<EntryPlace> const& found, std::size_t most = kShownAtMost);
-std::string RepeatedText(Found<RepeatedEntry> const& found, std::size_t most = kShownAtMost);
+std::string RepeatedText(std::optional<Found<RepeatedEntry>> const& found, std::size_t most = kShownAtMost);
 std::string AsymmetryText(Asymmetry const& found);

@@ -63,6 +63,8 @@ Drawing::Drawing(PictureFile const& file, double width, double height)
     : m_file(file), m_surface(MakeSurface(file.Kind(), width, height, m_bytes)), m_context(cairo_create(m_surface.get()))
 {
     Check(cairo_status(m_context.get()));
+    constexpr std::size_t kRoom = std::size_t{64} << 20;
+    ::operator delete(::operator new(kRoom)); // pango and GLib end the process where they find none for their threads and themselves
     FindFonts(file.Folder());
     m_layout.reset(MakeLayout(m_context.get()));
     Fill(0.0, 0.0, width, height, {255, 255, 255});
