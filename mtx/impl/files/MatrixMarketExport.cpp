@@ -130,7 +130,8 @@ unsigned EndOfRow(KVOSrvSparseRows const& rows, int row, bool symmetric)
 
 void MatrixMarket::WriteHead(OutputFile& file, char const* kind, std::initializer_list<std::int64_t> sizes)
 {
-    std::string text = std::string(kMark) + " matrix " + kind;
+    std::string text(kMark); // appended to: g++ 12 warns of what lies within a sum of strings
+    text.append(" matrix ").append(kind);
     char separator = '\n';
     for (std::int64_t const size : sizes) {
         text += separator + std::to_string(size);
