@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cctype>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -71,4 +72,17 @@ inline std::vector<std::uint64_t> ContentOf(KVOSrvSparseMatrix const& matrix)
         content.insert(content.end(), {entries[k].row, entries[k].column, std::bit_cast<std::uint64_t>(entries[k].value)});
     }
     return content;
+}
+
+/// The text with its longer numbers cut: a sound file may ask for two thousand million empty rows, which takes seconds. Much longer ones,
+/// which readers refuse, stay.
+inline std::string CutNumbers(std::string text, std::size_t mostDigits)
+{
+    std::size_t digits = 0;
+    for (char& c : text) {
+        digits = std::isdigit(static_cast<unsigned char>(c)) ? digits + 1 : 0;
+        if (digits > mostDigits && digits < mostDigits + 6)
+            c = ' ';
+    }
+    return text;
 }

@@ -10,7 +10,6 @@
 #include "KVOSrvMtxExceptions.h"
 #include "KVOSrvProductMemory.h"
 
-#include <cctype>
 #include <new>
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size);
@@ -18,19 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
 namespace
 {
 
-// The longest number of a text: a sound file may ask for two thousand million empty rows, which takes seconds.
 constexpr std::size_t kMostDigits = 6;
-
-std::string CutNumbers(std::string text)
-{
-    std::size_t digits = 0;
-    for (char& c : text) {
-        digits = std::isdigit(static_cast<unsigned char>(c)) ? digits + 1 : 0;
-        if (digits > kMostDigits && digits < kMostDigits + 6) // longer ones are refused
-            c = ' ';
-    }
-    return text;
-}
 
 /// Says at the end how many files were read.
 class ReadCounter
@@ -60,7 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     auto const part = static_cast<KVOSrvMatrixPart>(data[0] / 4 % 3);
     std::string const bytes(reinterpret_cast<char const*>(data) + 1, size - 1);
     bool const isText = format == kHarwellBoeing || (format == kUnknown && !bytes.empty() && bytes[0] >= '\t' && bytes[0] <= '9');
-    file.SetContent(isText ? CutNumbers(bytes) : bytes, 0);
+    file.SetContent(isText ? CutNumbers(bytes, kMostDigits) : bytes, 0);
     KVOSrvProductMemory const limit(64 << 20);
     try {
         auto const matrix = KVOSrvMatrixFile::Read(file.Path(), format, nullptr, part);
